@@ -7,7 +7,8 @@ namespace Velto {
 
 namespace {
 /** "Qon/mac/QonChipProgrammer.cc" -> "QonChipProgrammer". */
-String moduleOf( const String & path ) {
+String
+moduleOf( const String & path ) {
    auto slash = path.rfind( '/' );
    String file = slash == String::npos ? path : path.substr( slash + 1 );
    return file.substr( 0, file.find( '.' ) );

@@ -28,5 +28,5 @@ class RangeError : public std::range_error {
 /** Aborts unless the expression holds. The text printed is the expression as it is written. */
 #define VELTO_ASSERT( ... )                                                                        \
    ( static_cast< bool >( __VA_ARGS__ )                                                            \
-        ? void( 0 )                                                                                \
-        : ::Velto::assertFail( #__VA_ARGS__, __FILE__, __LINE__, __PRETTY_FUNCTION__ ) )
+           ? void( 0 )                                                                             \
+           : ::Velto::assertFail( #__VA_ARGS__, __FILE__, __LINE__, __PRETTY_FUNCTION__ ) )

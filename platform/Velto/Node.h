@@ -90,13 +90,10 @@ class Ptr {
    Ptr( const Ptr & o ) : p_( o.p_ ) { ref(); }
    Ptr( Ptr && o ) noexcept : p_( std::exchange( o.p_, nullptr ) ) {}
    template< class U >
-      requires std::is_convertible_v< U *, T * >
-   Ptr( const Ptr< U > & o ) : p_( o.ptr() ) {
-      ref();
-   }
+   requires std::is_convertible_v< U *, T * > Ptr( const Ptr< U > & o ) : p_( o.ptr() ) { ref(); }
    template< class U >
-      requires std::is_convertible_v< U *, T * >
-   Ptr( Ptr< U > && o ) noexcept : p_( o.release() ) {}
+   requires std::is_convertible_v< U *, T * > Ptr( Ptr< U > && o )
+   noexcept : p_( o.release() ) {}
    ~Ptr() { unref( p_ ); }
 
    Ptr & operator=( Ptr o ) noexcept {
