@@ -1,0 +1,100 @@
+#include "platform/Kiv/EventLoop.h"
+
+#include <sys/epoll.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cmath>
+
+namespace Kiv {
+
+FdWatch::FdWatch( EventLoop * loop, int fd ) : loop_( loop ), fd_( fd ) {
+   VELTO_ASSERT( loop && fd >= 0 );
+   if ( loop->live_.size() <= size_t( fd ) ) {
+      loop->live_.resize( size_t( fd ) + 1 );
+   }
+   VELTO_ASSERT( !loop->live_[size_t( fd )] );
+   loop->live_[size_t( fd )] = this;
+   epoll_event e = {};
+   e.data.fd = fd;
+   VELTO_ASSERT( epoll_ctl( loop->epoll_, EPOLL_CTL_ADD, fd, &e ) == 0 );
+}
+
+FdWatch::~FdWatch() {
+   loop_->live_[size_t( fd_ )] = nullptr;
+   epoll_ctl( loop_->epoll_, EPOLL_CTL_DEL, fd_, nullptr );
+}
+
+void
+FdWatch::wanted( bool readable, bool writable ) {
+   epoll_event e = {};
+   e.events = ( readable ? U32( EPOLLIN ) : 0 ) | ( writable ? U32( EPOLLOUT ) : 0 );
+   e.data.fd = fd_;
+   VELTO_ASSERT( epoll_ctl( loop_->epoll_, EPOLL_CTL_MOD, fd_, &e ) == 0 );
+}
+
+EventLoop::EventLoop() {
+   epoll_ = epoll_create1( EPOLL_CLOEXEC );
+   timer_ = timerfd_create( CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK );
+   VELTO_ASSERT( epoll_ >= 0 && timer_ >= 0 );
+   epoll_event e = {};
+   e.events = EPOLLIN;
+   e.data.fd = timer_;
+   VELTO_ASSERT( epoll_ctl( epoll_, EPOLL_CTL_ADD, timer_, &e ) == 0 );
+}
+
+EventLoop::~EventLoop() {
+   close( timer_ );
+   close( epoll_ );
+}
+
+/** Arms the timer for the next clock; what epoll may wait, in milliseconds. */
+int
+EventLoop::waitTime( Seconds limit ) {
+   Seconds next = nextTime();
+   Seconds wait = next == never ? limit : std::fmin( next - Kiv::now(), limit );
+   if ( wait <= 0 ) {
+      return 0;
+   }
+   if ( wait != never ) {
+      itimerspec t = {};
+      Seconds whole = std::floor( std::fmin( wait, 1e6 ) );
+      t.it_value.tv_sec = time_t( whole );
+      t.it_value.tv_nsec = long( ( std::fmin( wait, 1e6 ) - whole ) * 1e9 ) + 1;
+      if ( t.it_value.tv_nsec >= 1000000000 ) {
+         t.it_value.tv_sec += 1;
+         t.it_value.tv_nsec -= 1000000000;
+      }
+      VELTO_ASSERT( timerfd_settime( timer_, 0, &t, nullptr ) == 0 );
+   }
+   return -1;
+}
+
+void
+EventLoop::runOnce( Seconds limit ) {
+   epoll_event events[32];
+   int n = epoll_wait( epoll_, events, 32, waitTime( limit ) );
+   VELTO_ASSERT( n >= 0 || errno == EINTR );
+   for ( int i = 0; i < n; ++i ) {
+      int fd = events[i].data.fd;
+      if ( fd == timer_ ) {
+         U64 expirations;
+         [[maybe_unused]] auto got = read( timer_, &expirations, sizeof( expirations ) );
+      } else if ( FdWatch * watch = live_[size_t( fd )] ) {
+         U32 what = events[i].events;
+         watch->ready( what & ( EPOLLIN | EPOLLHUP | EPOLLERR ), what & EPOLLOUT );
+      }
+   }
+   turn();
+}
+
+void
+EventLoop::run() {
+   stopped_ = false;
+   while ( !stopped_ ) {
+      runOnce( never );
+   }
+}
+
+} // namespace Kiv

@@ -1,0 +1,60 @@
+#pragma once
+// The scheduler on real time: waits for descriptors and for the next clock, then runs turns.
+//
+//    EventLoop::run(): epoll (descriptors, timer) -> FdWatch::ready() ... -> TaskScheduler::turn()
+//
+// Invariants
+// 1. While a task has work the loop does not wait, but looks at its descriptors before each turn.
+// 2. An FdWatch that is destroyed inside a ready() hears nothing more.
+//
+// Ownership: the loop does not own descriptors; an FdWatch does not close its own.
+
+#include <vector>
+
+#include "platform/Kiv/TaskScheduler.h"
+
+namespace Kiv {
+
+class EventLoop;
+
+/** Hears when a descriptor can be read or written. */
+class FdWatch {
+ public:
+   FdWatch( EventLoop * loop, int fd );
+   virtual ~FdWatch();
+   FdWatch( const FdWatch & ) = delete;
+   FdWatch & operator=( const FdWatch & ) = delete;
+
+   int fd() const { return fd_; }
+   /** What to hear of; both false at first. A hang-up counts as readable. */
+   void wanted( bool readable, bool writable );
+   virtual void ready( bool readable, bool writable ) = 0;
+
+ private:
+   EventLoop * loop_;
+   int fd_;
+};
+
+class EventLoop : public TaskScheduler {
+ public:
+   EventLoop();
+   ~EventLoop();
+
+   /** Runs until stop(). Kiv::now() is the system's monotonic clock. */
+   void run();
+   /** Ends run() after the present turn. May be called by a handler. */
+   void stop() { stopped_ = true; }
+   /** Waits at most `limit` seconds for something to do, and does one round of it. */
+   void runOnce( Seconds limit );
+
+ private:
+   friend class FdWatch;
+   int waitTime( Seconds limit );
+
+   int epoll_ = -1;
+   int timer_ = -1;
+   bool stopped_ = false;
+   std::vector< FdWatch * > live_; // by descriptor
+};
+
+} // namespace Kiv

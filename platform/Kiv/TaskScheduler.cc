@@ -1,0 +1,138 @@
+#include "platform/Kiv/TaskScheduler.h"
+
+namespace Kiv {
+
+Task::Task( TaskScheduler * scheduler, U32 priority, const String & name )
+    : scheduler_( scheduler ), priority_( priority ), name_( name ) {
+   VELTO_ASSERT( scheduler );
+}
+
+Task::~Task() {
+   if ( scheduler_ ) {
+      scheduler_->leave( this );
+   }
+}
+
+void
+Task::wake() {
+   if ( !awake_ && scheduler_ ) {
+      awake_ = true;
+      scheduler_->enter( this );
+   }
+}
+
+bool
+Task::shouldYield() {
+   if ( !scheduler_ ) {
+      return true;
+   }
+   auto & s = *scheduler_;
+   ++s.units_;
+   if ( s.units_ >= s.budget_.units ) {
+      return true;
+   }
+   return s.units_ % s.budget_.unitsPerRead == 0 && Kiv::now() >= s.deadline_;
+}
+
+TaskScheduler::~TaskScheduler() {
+   for ( Task * t = ready_; t; t = t->next_ ) {
+      t->scheduler_ = nullptr;
+   }
+}
+
+void
+TaskScheduler::enter( Task * task ) {
+   Task ** place = &ready_;
+   while ( *place && ( *place )->priority_ <= task->priority_ ) {
+      place = &( *place )->next_;
+   }
+   task->next_ = *place;
+   *place = task;
+}
+
+void
+TaskScheduler::leave( Task * task ) {
+   if ( running_ == task ) {
+      running_ = nullptr;
+   }
+   for ( Task ** place = &ready_; *place; place = &( *place )->next_ ) {
+      if ( *place == task ) {
+         *place = task->next_;
+         return;
+      }
+   }
+}
+
+bool
+TaskScheduler::runSlice() {
+   Task * task = ready_;
+   if ( !task ) {
+      return false;
+   }
+   ready_ = task->next_;
+   task->awake_ = false; // a wake-up during the slice brings it back
+   running_ = task;
+   units_ = 0;
+   deadline_ = Kiv::now() + budget_.seconds;
+   bool more = task->run();
+   if ( running_ && more ) {
+      task->wake();
+   }
+   running_ = nullptr;
+   return true;
+}
+
+bool
+TaskScheduler::turn() {
+   bool fired = wheel_.nextTime() != never && wheel_.fireDue( Kiv::now() );
+   return runSlice() || fired;
+}
+
+Seconds
+TaskScheduler::nextTime() const {
+   return ready_ ? -never : wheel_.nextTime();
+}
+
+VirtualScheduler::VirtualScheduler( Seconds start )
+    : now_( start ), former_( timeSourceIs( this ) ) {}
+
+VirtualScheduler::~VirtualScheduler() {
+   timeSourceIs( former_ );
+}
+
+void
+VirtualScheduler::settle( U32 turns ) {
+   while ( turns-- && nextTime() <= now_ ) {
+      turn();
+   }
+}
+
+void
+VirtualScheduler::runUntil( Seconds time ) {
+   for ( ;; ) {
+      settle();
+      Seconds next = nextTime();
+      if ( next > time ) {
+         break;
+      }
+      now_ = next > now_ ? next : now_;
+   }
+   now_ = time > now_ ? time : now_;
+}
+
+bool
+VirtualScheduler::runToRest( Seconds limit ) {
+   for ( ;; ) {
+      settle();
+      Seconds next = nextTime();
+      if ( next == never ) {
+         return true;
+      }
+      if ( next > limit ) {
+         return false;
+      }
+      now_ = next > now_ ? next : now_;
+   }
+}
+
+} // namespace Kiv
