@@ -1,0 +1,20 @@
+# How everything of ours is compiled. Third-party code (GoogleTest from source) is not touched.
+
+find_program( QON_CCACHE ccache )
+if( QON_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER )
+   # Paths below the source folder count as relative, so that checkouts share one cache; the
+   # sloppiness is what precompiled headers need.
+   set( CMAKE_CXX_COMPILER_LAUNCHER
+        ${CMAKE_COMMAND} -E env CCACHE_BASEDIR=${CMAKE_SOURCE_DIR} CCACHE_NOHASHDIR=1
+        CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime
+        ${QON_CCACHE} )
+endif()
+
+add_library( qonflags INTERFACE )
+# Executables export their symbols, so that backtraces show the names of functions.
+target_link_options( qonflags INTERFACE -rdynamic )
+target_compile_options( qonflags INTERFACE
+   -Wall -Wextra -Werror -ffile-prefix-map=${CMAKE_SOURCE_DIR}/= )
+if( CMAKE_CXX_COMPILER_ID STREQUAL GNU )
+   target_compile_options( qonflags INTERFACE -fpch-preprocess )
+endif()
