@@ -52,10 +52,6 @@ absent() {
    return value;
 }
 
-/** The value of a set's entry. */
-struct Present {
-   friend bool operator==( Present, Present ) { return true; }
-};
 
 /** A walk over a collection: `for ( auto i = x.intfIteratorConst(); i; ++i ) i.key()`, or
     `for ( auto && [ key, value ] : x.intfIteratorConst() )`. */
@@ -188,7 +184,7 @@ class Iterator {
    }                                                                                               \
    void x##DelAll() {                                                                              \
       Map gone( std::move( x##_ ) );                                                               \
-      ::Kiv::DeathNotice notice( this );                                                           \
+      ::Kiv::DeathNotice notice( this->kivSelfEntity() );                                                         \
       for ( ::Kiv::Iterator< Map > i( gone ); i && notice.alive() && this->kivWatched(); ++i ) {   \
          this->kivDeliver( x##Attr::index, &i.key() );                                             \
       }                                                                                            \
@@ -202,7 +198,7 @@ class Iterator {
 #define KIV_SET( K, x )                                                                            \
    KIV_DECLARE( x, K, void, template set< KivT, K, &KivT::x##_, &KivT::x##Is, &KivT::x##Del,       \
                                           &KivT::x##DelAll >( #x ) )                               \
-   using x##Map = ::Kiv::DenseMap< K, ::Kiv::Present >;                                            \
+   using x##Map = ::Kiv::DenseMap< K, ::Kiv::Nothing >;                                            \
    bool x( const K & k ) const { return x##_.has( k ); }                                           \
    void x##Is( const K & k ) {                                                                     \
       if ( x##_.emplace( k ).second ) {                                                            \

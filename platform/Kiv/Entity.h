@@ -83,6 +83,7 @@ class Entity : public Velto::Node {
  protected:
    Entity() = default;
 
+   const Entity * kivSelfEntity() const { return this; }
    bool kivWatched() const { return watches_ != nullptr; }
    void kivPublish( int attribute ) const {
       if ( watches_ ) [[unlikely]] {

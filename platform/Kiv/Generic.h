@@ -53,6 +53,11 @@ class GenericIf {
    };
    static Segment takeSegment( const String & path, String & rest );
 
+   // The two doors through which every change by name enters; their names stay on the stack.
+   static void apply( Velto::Node & node, const AttrDesc & attr, const void * key,
+                      const void * value );
+   static void erase( Velto::Node & node, const AttrDesc & attr, const void * key );
+
    /** The text of attribute `attr` (under `key`) of an entity, as get() gives it. */
    static String text( const Velto::Node & node, const AttrDesc & attr, const void * key );
 };

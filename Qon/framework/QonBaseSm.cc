@@ -1,0 +1,14 @@
+#include "Qon/include/QonBaseSm.h"
+
+#include "platform/Kiv/TypeData.h"
+
+namespace Qon {
+
+const Kiv::TypeData QonBaseSm::kivTypeData = { "Qon::QonBaseSm", nullptr, nullptr, 0, 0 };
+
+Velto::Ptr< QonBaseSm >
+QonBaseSmIs() {
+   return smIs< QonBaseSm >();
+}
+
+} // namespace Qon

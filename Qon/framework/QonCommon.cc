@@ -1,0 +1,157 @@
+// Shared agent data: its set-up, and the predicates of the hardware epoch.
+
+#include <cstdlib>
+
+#include "Qon/include/QonCommonSmData.h"
+#include "platform/Flintlog/Trace.h"
+#include "platform/Kiv/Describe.h"
+
+KIV_DEFINE( Qon::VlanStatus )
+KIV_DEFINE( Qon::HwCliConfig )
+KIV_DEFINE( Qon::QonCommonSmData )
+KIV_DEFINE( Qon::QonEpochStatus )
+
+namespace Qon {
+
+namespace {
+
+Flintlog::Facility facility( "QonCommon" );
+constexpr int entryLevel = 9;
+
+/** The variable as a number to base 10; text that is none is 0. */
+long
+envNumber( const char * variable, long unset ) {
+   const char * text = std::getenv( variable );
+   return text ? std::strtol( text, nullptr, 10 ) : unset;
+}
+
+} // namespace
+
+QonCommonSmData::QonCommonSmData( const String & name ) : Kiv::Entity( name ) {}
+
+QonCommonSmData::~QonCommonSmData() {
+   verifySm_ = nullptr; // it points back to the data that goes next
+}
+
+void
+QonCommonSmData::initializedIs( bool v ) {
+   if ( initialized_ == v ) {
+      return;
+   }
+   if ( v ) {
+      handleInitialized();
+      return;
+   }
+   initialized_ = false;
+   kivPublish( initializedAttr::index );
+}
+
+void
+QonCommonSmData::handleInitialized() {
+   QON_TRACE( facility, entryLevel, "QonCommonSmData::handleInitialized" );
+   if ( !setUp_ ) {
+      setUp_ = true;
+      verifyDataIs( "verify" )->verifyRequiredIs( "vr" );
+      auto sm = VerifySmIs( this );
+      verifySmIs( sm );
+      sm->initializedIs( true );
+      lowMemoryModeIs( envSet( "QON_LOW_MEMORY_MODE" ) );
+   }
+   if ( !initialized_ ) {
+      initialized_ = true;
+      kivPublish( initializedAttr::index );
+   }
+}
+
+Velto::Ptr< QonCommonSmData >
+qonCommonSmDataFactory( const String & name ) {
+   return Velto::make< QonCommonSmData >( name );
+}
+
+void
+QonEpochStatus::initializedIs( bool v ) {
+   if ( initialized_ == v ) {
+      return;
+   }
+   if ( v ) {
+      handleInitialized();
+      return;
+   }
+   initialized_ = false;
+   kivPublish( initializedAttr::index );
+}
+
+void
+QonEpochStatus::handleInitialized() {
+   QON_TRACE( facility, entryLevel, "QonEpochStatus::handleInitialized" );
+   if ( !initialized_ ) {
+      initialized_ = true;
+      kivPublish( initializedAttr::index );
+   }
+}
+
+bool
+QonEpochStatus::aclsInTcamSupported( const String & ) const {
+   return !underSimulation() || envNumber( "OLD_ACLS_TCAM_ENABLED", 1 ) != 0;
+}
+
+bool
+QonEpochStatus::aclSupported( const String & card ) const {
+   VELTO_ASSERT( initialized() );
+   return aclsInTcamSupported( card );
+}
+
+bool
+QonEpochStatus::pbrDenyActionSupported( const String & card ) const {
+   return aclSupported( card );
+}
+
+bool
+QonEpochStatus::qosDropActionSupported( const String & card ) const {
+   return aclSupported( card );
+}
+
+bool
+QonEpochStatus::tapAggDenyActionSupported( const String & card ) const {
+   return aclSupported( card );
+}
+
+bool
+QonEpochStatus::stormZeroRateSupported( const String & card ) const {
+   return aclSupported( card );
+}
+
+bool
+QonEpochStatus::pfcWatchdogTcamDropSupported( const String & ) const {
+   VELTO_ASSERT( initialized() );
+   return true;
+}
+
+bool
+QonEpochStatus::pdpModeEnabled() const {
+   if ( underSimulation() ) {
+      return envNumber( "PDP_MODE_ENABLED", 0 ) != 0;
+   }
+   VELTO_ASSERT( hwEpochStatus() );
+   return hwEpochStatus()->pdpModeEnabled();
+}
+
+bool
+QonEpochStatus::preferHaloAcls( const String & card ) const {
+   auto cardStatus = hwEpochStatus() ? hwEpochStatus()->card( card ) : nullptr;
+   if ( !cardStatus ) {
+      if ( underSimulation() ) {
+         return true;
+      }
+      VELTO_ASSERT( cardStatus );
+   }
+   auto restriction = cardStatus->feature( Kiv::toText( HwEpoch::EpochFeature::haloAcl ) );
+   return restriction && restriction->state() == HwEpoch::RestrictionState::restricted;
+}
+
+Velto::Ptr< QonEpochStatus >
+qonEpochStatusFactory( const String & name ) {
+   return Velto::make< QonEpochStatus >( name );
+}
+
+} // namespace Qon

@@ -1,0 +1,22 @@
+#include "Qon/include/VlanHelperBase.h"
+
+namespace Qon {
+
+U64
+VlanHelperBase::requestPortVlanMembershipChange( PortVlanMembershipChangeKind kind,
+                                                 Ulnet::IntfId port, Bridging::VlanId vlan,
+                                                 bool tagged, bool ingress, bool egress ) {
+   if ( kind != PortVlanMembershipChangeKind::setOverride ) {
+      qonAssert( "Call to non-overriden function VlanHelper::requestPortVlanMembershipChange "
+                 "whose base implementation only supports "
+                 "PortVlanMembershipChangeKind::setOverride_" );
+   }
+   if ( ingress || egress ) {
+      doAddPortToVlan( port, vlan, tagged, ingress, egress );
+   } else {
+      doRemovePortFromVlan( port, vlan );
+   }
+   return 0;
+}
+
+} // namespace Qon

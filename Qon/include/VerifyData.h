@@ -1,0 +1,114 @@
+#pragma once
+// Shared verification data: who wants a run, who can be checked, what was found.
+//
+//    feature state machine -> doRequestVerify() -> verifyRequired -> VerifySm (arms its clock)
+//    VerifySm's run -> every registered check -> reportFinding() -> client's socket
+//
+// Invariants
+// 1. `verify` gates the requests of features and nothing else.
+// 2. Checks run in the order of their registration; a check of an object that died is gone.
+// 3. resetVerifyData() forgets findings and the client, never a pending request or a check.
+
+#include <vector>
+
+#include "Qon/include/QonBaseSm.h"
+
+namespace Qon {
+
+class VerifyData;
+
+/** One feature's place in the verification run; a member of the state machine that is checked.
+    Registered by its handleInitialized, withdrawn by its destruction. */
+class VerifyCheck {
+ public:
+   using Run = void ( * )( Velto::Node * owner );
+
+   VerifyCheck() = default;
+   VerifyCheck( const VerifyCheck & ) = delete;
+   VerifyCheck & operator=( const VerifyCheck & ) = delete;
+   ~VerifyCheck();
+
+   /** `run( owner )` is called in every run from now on; null data withdraws. Registering again
+       keeps the place. */
+   void attach( Velto::Ptr< VerifyData > data, const String & name, Velto::Node * owner, Run run );
+   /** The same for a member function of the owner. */
+   template< auto handler, class Owner >
+   void attach( Velto::Ptr< VerifyData > data, const String & name, Owner * owner ) {
+      attach( std::move( data ), name, static_cast< Velto::Node * >( owner ),
+              []( Velto::Node * o ) { ( static_cast< Owner * >( o )->*handler )(); } );
+   }
+   const String & name() const { return name_; }
+
+ private:
+   friend class VerifyData;
+   Velto::Ptr< VerifyData > data_;
+   String name_;
+   Velto::Node * owner_ = nullptr;
+   Run run_ = nullptr;
+};
+
+/** Outcome of the last run. */
+enum class VerifyResult : U8 { none = 0, inProgress = 1, done = 2, failed = 3, retry = 4 };
+KIV_ENUM( VerifyResult, none, inProgress, done, failed, retry )
+
+/** The request counter: every change of it asks for one run. */
+class VerifyRequired : public Kiv::Entity {
+   KIV_BODY( VerifyRequired, Kiv::Entity )
+   KIV_ATTR( U32, verifyRequired, 0 )
+ public:
+   explicit VerifyRequired( const String & name ) : Kiv::Entity( name ) {}
+};
+
+/** One finding. */
+class VerifyOutput {
+   String description_;
+   String filename_;
+   U32 lineNum_ = 0;
+   String function_;
+   VerifyResult verifyResult_ = VerifyResult::none;
+   KIV_VALUE( Qon, VerifyOutput, description, filename, lineNum, function, verifyResult )
+};
+
+class VerifyData : public Kiv::Entity {
+   KIV_BODY( VerifyData, Kiv::Entity )
+   KIV_ATTR( bool, verify, false ) // enabled; set by VerifySm at its start
+   KIV_OWNED( VerifyRequired, verifyRequired )
+   KIV_ATTR( U32, socket, 0 ) // descriptor of the client of the current run; 0 is none
+   KIV_MAP( String, String, cliVerifyOutput )
+   KIV_ATTR( VerifyOutput, verifyOutput )
+   KIV_ATTR( U32, verifyInc, 0 ) // findings of the current run
+   KIV_ATTR( VerifyResult, verifyResult, VerifyResult::none )
+   KIV_ATTR( bool, verifyDone, false )
+   KIV_ATTR( bool, retryVerify, false )
+   KIV_ATTR( U32, reverify, 0 )
+ public:
+   explicit VerifyData( const String & name ) : Kiv::Entity( name ) {}
+
+   /** Asks for a run, if verification is enabled. What feature state machines call. */
+   void doRequestVerify();
+   /** Forgets the findings and the client. */
+   void resetVerifyData();
+   /** resetVerifyData(), then takes `socket` as the client. */
+   void initVerifyData( U32 socket );
+   /** Remembers one finding under a key, and writes it to the client if there is one. Key and
+       value are written as they are. */
+   void updateCliVerifyOutput( const String & key, const String & value );
+   /** Records a finding: verifyOutput, the count, the client. */
+   void reportFinding( const VerifyOutput & output );
+   /** Runs every registered check once. */
+   void runChecks();
+
+   const std::vector< VerifyCheck * > & checks() const { return checks_; }
+
+ private:
+   friend class VerifyCheck;
+   std::vector< VerifyCheck * > checks_;
+};
+
+} // namespace Qon
+
+/** Reports a finding of the check that this line stands in. */
+#define QON_FINDING( verifyData, text )                                                            \
+   ( verifyData )                                                                                  \
+         ->reportFinding( ::Qon::VerifyOutput( text, __FILE__, U32( __LINE__ ), __func__,           \
+                                               ::Qon::VerifyResult::failed ) )

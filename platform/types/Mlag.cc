@@ -1,0 +1,5 @@
+#include "platform/types/Mlag.h"
+
+#include "platform/Kiv/Describe.h"
+
+KIV_DEFINE( Mlag::Status )

@@ -1,0 +1,28 @@
+#pragma once
+// Multi-chassis link aggregation, as its agent publishes it.
+
+#include "platform/Kiv/Attr.h"
+#include "platform/Kiv/Text.h"
+#include "platform/types/Ulnet.h"
+
+namespace Mlag {
+
+enum class MlagState : U8 {
+   disabled = 0,
+   inactive = 1,
+   connecting = 2,
+   primary = 3,   // established
+   secondary = 4, // established
+};
+KIV_ENUM( MlagState, disabled, inactive, connecting, primary, secondary )
+
+class Status : public Kiv::Entity {
+   KIV_BODY( Status, Kiv::Entity )
+   KIV_ATTR( MlagState, mlagState, MlagState::disabled )
+   KIV_ATTR( Ulnet::IntfId, peerLinkIntf ) // null is none
+   KIV_ATTR( bool, fastMacRedirection, false )
+ public:
+   explicit Status( const Velto::String & name ) : Kiv::Entity( name ) {}
+};
+
+} // namespace Mlag

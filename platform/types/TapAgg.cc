@@ -1,0 +1,5 @@
+#include "platform/types/TapAgg.h"
+
+#include "platform/Kiv/Describe.h"
+
+KIV_DEFINE( TapAgg::HwConfig )
