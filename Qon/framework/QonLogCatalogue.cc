@@ -19,11 +19,8 @@ constexpr char reduceAcls[] =
 } // namespace
 
 // In a section of its own, without gaps: tools walk it from end to end.
-#define QON_LOG_SECTION __attribute__( ( section( "qon_log_catalogue" ), used ) )
-
-// clang-format off
-QON_LOG_SECTION constexpr Kiv::LogDescriptor qonLogCatalogue[qonLogMessages] = {
-      // clang-format on
+constexpr Kiv::LogDescriptor qonLogCatalogue[qonLogMessages] [[gnu::section(
+      "qon_log_catalogue" )]] = {
       { "INTF_MAX_MTU_EXCEEDED",
         "Configured mtu (%d) exceeds the maximum mtu (%d) for interface %s",
         "This interface was configured with an mtu value that exceeds the maximum mtu supported"
@@ -235,10 +232,10 @@ QON_LOG_MESSAGES( QON_LOG_IN_PLACE )
 #undef QON_LOG_IN_PLACE
 
 // The ends of the section, named by the linker.
-extern "C" const Kiv::LogDescriptor __start_qon_log_catalogue[]
-      __attribute__( ( visibility( "hidden" ) ) );
-extern "C" const Kiv::LogDescriptor __stop_qon_log_catalogue[]
-      __attribute__( ( visibility( "hidden" ) ) );
+extern "C" {
+[[gnu::visibility( "hidden" )]] extern const Kiv::LogDescriptor __start_qon_log_catalogue[];
+[[gnu::visibility( "hidden" )]] extern const Kiv::LogDescriptor __stop_qon_log_catalogue[];
+}
 
 std::span< const Kiv::LogDescriptor >
 qonLogSection() {
