@@ -1,0 +1,61 @@
+// Handles of the messages whose modules have no source of their own in the library, or do not
+// declare theirs yet. With them every message of the catalogue can be raised by name.
+
+#include "Qon/include/QonLog.h"
+
+namespace Qon {
+
+namespace {
+
+QonLogHandle handles[] = {
+      { "QonVlanHelper", QonLog::INTF_MAX_MTU_EXCEEDED },
+      { "QonVlanHelper", QonLog::LINEPROTO_UPDOWN },
+
+      { "QonVerifySm", QonLog::HARDWARE_EXCESSIVE_MULTIPLE_BIT_ERRORS },
+      { "QonVerifySm", QonLog::HARDWARE_VERIFY_AGENT_RETRY_NEEDED },
+      { "QonVerifySm", QonLog::HARDWARE_VERIFY_AGENT_FAILED },
+      { "QonVerifySm", QonLog::HARDWARE_PARITY_ERROR_CORRECTED_WITH_RESET },
+      { "QonVerifySm", QonLog::HARDWARE_PERR_CORRECTED },
+      { "QonVerifySm", QonLog::HARDWARE_PERR_CORRECTABLE },
+      { "QonVerifySm", QonLog::HARDWARE_PERR_FATAL },
+      { "QonVerifySm", QonLog::HARDWARE_DISRUPTIVE_RESTART },
+
+      { "QonVlanMappingSm", QonLog::ETH_VLAN_MAPPING_CONFLICT },
+      { "QonVlanMappingSm", QonLog::ETH_VLAN_ENCAP_TABLE_FULL },
+      { "QonVlanMappingSm", QonLog::ETH_VLAN_MAPPING_TABLE_FULL },
+      { "QonVlanMappingSm", QonLog::ETH_VLAN_MAPPING_PROGRAMMED },
+
+      { "QonL2ProtocolForwardingSm", QonLog::DATAPLANE_L2_PROTOCOL_FORWARDING_HW_RESOURCE_FULL },
+
+      { "QonChipProgrammer", QonLog::ETH_MACADDRBANKFULL },
+
+      { "QonMulticastSm", QonLog::DATAPLANE_MACTABLEENTRYCLEAR },
+      { "QonMulticastSm", QonLog::DATAPLANE_NOMACTABLEENTRIES },
+      { "QonMulticastSm", QonLog::DATAPLANE_MULTICASTGROUPCLEAR },
+      { "QonMulticastSm", QonLog::DATAPLANE_NOMULTICASTGROUPS },
+
+      { "QonAclSm", QonLog::ACL_COMPUTATION_SUCCESS },
+      { "QonAclSm", QonLog::ACL_COMPUTATION_FAILED },
+      { "QonAclSm", QonLog::ACL_HW_RESOURCE_NORMAL },
+      { "QonAclSm", QonLog::ACL_HW_RESOURCE_FULL },
+      { "QonAclSm", QonLog::ACL_EGRESS_LOGGING_NOT_SUPPORTED },
+      { "QonAclSm", QonLog::ACL_SUBINTF_UNSHARED_NOT_SUPPORTED },
+      { "QonAclSm", QonLog::ACL_UNSUPPORTED_HARDWARE },
+
+      { "QonMirroringSm", QonLog::DATAPLANE_MIRROR_INVALID_SESSION_IN_CUT_THROUGH },
+      { "QonMirroringSm", QonLog::MIRRORING_ACL_HW_RESOURCE_FULL },
+      { "QonMirroringSm", QonLog::DATAPLANE_MIRROR_SESSION_RESOURCES_FULL },
+      { "QonMirroringSm", QonLog::DATAPLANE_MIRROR_SOURCE_RESOURCES_NORMAL },
+      { "QonMirroringSm", QonLog::DATAPLANE_MIRROR_INTERNAL_SESSION_RESOURCES_UNAVAILABLE },
+      { "QonMirroringSm", QonLog::DATAPLANE_MIRROR_SOURCE_RESOURCES_FULL },
+
+      { "QonStormControlDropLogSm", QonLog::ETH_STORMCONTROL_DISCARDS },
+      { "QonTapAggIntfSm", QonLog::TAPAGG_HW_RESOURCE_FULL },
+      { "QonOmbraMountSm", QonLog::OMBRA_MOUNT_TIMEOUT },
+      { "QonSubIntfSm", QonLog::SUBINTERFACE_HW_RESOURCE_FULL },
+      { "QonSteerlineSm", QonLog::STEERLINE_MAC_VLAN_DUPLICATE_ENDPOINT },
+};
+
+} // namespace
+
+} // namespace Qon
