@@ -56,6 +56,10 @@ need_for() {
    case $1 in
    m32) need g++-multilib googletest ;;
    bench) need libbenchmark-dev ;;
+   bench32)
+      dpkg --print-foreign-architectures | grep -qx i386 || as_root dpkg --add-architecture i386
+      need g++-multilib libbenchmark-dev:i386
+      ;;
    esac
 }
 
