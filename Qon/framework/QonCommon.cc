@@ -3,7 +3,7 @@
 #include <cstdlib>
 
 #include "Qon/include/QonCommonSmData.h"
-#include "platform/Flintlog/Trace.h"
+#include "Qon/include/QonTraceHandles.h"
 #include "platform/Kiv/Describe.h"
 
 KIV_DEFINE( Qon::VlanStatus )

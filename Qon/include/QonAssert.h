@@ -6,8 +6,8 @@
 //
 // Three families differ in when they are silent; the test of the environment is made at each call:
 //    Silence::noopAgent    QonBaseSm, QonBaseHelper and what derives from them: QON_NOOP_AGENT set
-//    Silence::simulation   hardware comparisons that a simulator does not model: SIMULATION_VMID set
-//    Silence::never        always fatal
+//    Silence::simulation   hardware comparisons that a simulator does not model: SIMULATION_VMID
+//    set Silence::never        always fatal
 // A silenced hook returns false, 0, success or null; the caller goes on with that.
 
 #include <cstdlib>

@@ -122,9 +122,9 @@ class QonCommonSmData : public Kiv::Entity {
    /** Whether the port is a member of a LAG. */
    bool inLag( Ulnet::IntfId intf ) const { return portToLagHas( intf ); }
 
-   KIV_DECLARE( initialized, void, bool,
-                template scalar< KivT, bool, &KivT::initialized_, &KivT::initializedIs >(
-                      "initialized" ) )
+   KIV_DECLARE(
+         initialized, void, bool,
+         template scalar< KivT, bool, &KivT::initialized_, &KivT::initializedIs >( "initialized" ) )
 
  private:
    bool initialized_ = false;
@@ -160,9 +160,9 @@ class QonEpochStatus : public Kiv::Entity {
        is true under simulation, else a fatal assertion. */
    bool preferHaloAcls( const String & card ) const;
 
-   KIV_DECLARE( initialized, void, bool,
-                template scalar< KivT, bool, &KivT::initialized_, &KivT::initializedIs >(
-                      "initialized" ) )
+   KIV_DECLARE(
+         initialized, void, bool,
+         template scalar< KivT, bool, &KivT::initialized_, &KivT::initializedIs >( "initialized" ) )
 
  private:
    bool initialized_ = false;

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "Qon/include/QonBaseSm.h"
+#include "platform/Kiv/Text.h"
 
 namespace Qon {
 
@@ -110,5 +111,5 @@ class VerifyData : public Kiv::Entity {
 /** Reports a finding of the check that this line stands in. */
 #define QON_FINDING( verifyData, text )                                                            \
    ( verifyData )                                                                                  \
-         ->reportFinding( ::Qon::VerifyOutput( text, __FILE__, U32( __LINE__ ), __func__,           \
+         ->reportFinding( ::Qon::VerifyOutput( text, __FILE__, U32( __LINE__ ), __func__,          \
                                                ::Qon::VerifyResult::failed ) )

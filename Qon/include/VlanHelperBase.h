@@ -6,6 +6,7 @@
 //    VlanHelper (QonVlanHelper.h) keeps membership and forwarding per VLAN on top of these hooks.
 
 #include "Qon/include/QonBaseSm.h"
+#include "platform/Kiv/Text.h"
 #include "platform/types/Bridging.h"
 #include "platform/types/Ulnet.h"
 

@@ -6,12 +6,13 @@
 //       KIV_BODY( TopoConfig, Kiv::Entity )
 //       KIV_ATTR( U32, topoId, 0 )                                     topoId(), topoIdIs( v )
 //       KIV_PTR( TopoConfig, parent )                                  parent(), parentIs( p )
-//       KIV_OWNED( VerifyData, verify )                                verify(), verifyIs( name ), verifyDel()
-//       KIV_SET( Ulnet::IntfId, intf )                                 intfHas( k ), intfIs( k ), intfDel( k ), ...
-//       KIV_MAP( Ulnet::IntfId, U32, vlan )                            vlan( k ), vlanIs( k, v ), vlanDel( k ), ...
-//       KIV_ORDERED_MAP( U64, Command, cmd )                           likewise, in key order
-//       KIV_ENTITIES( Ulnet::IntfId, TopoPortConfig, topoPortConfig )  topoPortConfigIs( k ) finds or creates
-//       KIV_QUEUE( U8, freeId )                                        freeIdEnq( v ), freeIdDeq(), freeIdFront(), ...
+//       KIV_OWNED( VerifyData, verify )                                verify(), verifyIs( name ),
+//       verifyDel() KIV_SET( Ulnet::IntfId, intf )                                 intfHas( k ),
+//       intfIs( k ), intfDel( k ), ... KIV_MAP( Ulnet::IntfId, U32, vlan ) vlan( k ), vlanIs( k, v
+//       ), vlanDel( k ), ... KIV_ORDERED_MAP( U64, Command, cmd ) likewise, in key order
+//       KIV_ENTITIES( Ulnet::IntfId, TopoPortConfig, topoPortConfig )  topoPortConfigIs( k ) finds
+//       or creates KIV_QUEUE( U8, freeId )                                        freeIdEnq( v ),
+//       freeIdDeq(), freeIdFront(), ...
 //     public:
 //       explicit TopoConfig( const Velto::String & name );
 //    };
@@ -36,13 +37,14 @@
 #include "platform/Kiv/Entity.h"
 #include "platform/Kiv/Fifo.h"
 #include "platform/Kiv/OrderedMap.h"
+#include "platform/Kiv/TypeData.h"
 
 namespace Kiv {
 
 /** How an accessor hands out a T: small plain values by value, others by reference. */
 template< class T >
-using Read = std::conditional_t< std::is_trivially_copyable_v< T > && sizeof( T ) <= 16, T,
-                                 const T & >;
+using Read =
+      std::conditional_t< std::is_trivially_copyable_v< T > && sizeof( T ) <= 16, T, const T & >;
 
 /** What an absent key reads as. */
 template< class T >
@@ -51,7 +53,6 @@ absent() {
    static const T value{};
    return value;
 }
-
 
 /** A walk over a collection: `for ( auto i = x.intfIteratorConst(); i; ++i ) i.key()`, or
     `for ( auto && [ key, value ] : x.intfIteratorConst() )`. */
@@ -93,11 +94,13 @@ class Iterator {
  public:                                                                                           \
    using KivSelf = Self;                                                                           \
    using KivBase = Base;                                                                           \
-   static constexpr int kivFirst = decltype( Base::kivCount(                                       \
-         ::Kiv::Rank< ::Kiv::maxAttributes >() ) )::value;                                         \
+   static constexpr int kivFirst =                                                                 \
+         decltype( Base::kivCount( ::Kiv::Rank< ::Kiv::maxAttributes >() ) )::value;               \
    static ::Kiv::Index< kivFirst > kivCount( ::Kiv::Rank< kivFirst > );                            \
    static const ::Kiv::TypeData kivTypeData;                                                       \
-   const ::Kiv::TypeData * typeData() const override { return &kivTypeData; }                      \
+   const ::Kiv::TypeData * typeData() const override {                                             \
+      return &kivTypeData;                                                                         \
+   }                                                                                               \
                                                                                                    \
  private:
 
@@ -119,7 +122,9 @@ class Iterator {
 
 #define KIV_ATTR( T, x, ... )                                                                      \
    KIV_DECLARE( x, void, T, template scalar< KivT, T, &KivT::x##_, &KivT::x##Is >( #x ) )          \
-   ::Kiv::Read< T > x() const { return x##_; }                                                     \
+   ::Kiv::Read< T > x() const {                                                                    \
+      return x##_;                                                                                 \
+   }                                                                                               \
    void x##Is( ::Kiv::Read< T > v ) {                                                              \
       if ( x##_ == v ) {                                                                           \
          return;                                                                                   \
@@ -133,7 +138,9 @@ class Iterator {
 
 #define KIV_PTR( T, x )                                                                            \
    KIV_DECLARE( x, void, T, template pointer< KivT, T, &KivT::x >( #x ) )                          \
-   T * x() const { return x##_.ptr(); }                                                            \
+   T * x() const {                                                                                 \
+      return x##_.ptr();                                                                           \
+   }                                                                                               \
    void x##Is( ::Velto::Ptr< T > v ) {                                                             \
       if ( x##_ == v ) {                                                                           \
          return;                                                                                   \
@@ -141,15 +148,19 @@ class Iterator {
       std::swap( x##_, v );                                                                        \
       this->kivPublish( x##Attr::index );                                                          \
    }                                                                                               \
-   void x##Del() { x##Is( nullptr ); }                                                             \
+   void x##Del() {                                                                                 \
+      x##Is( nullptr );                                                                            \
+   }                                                                                               \
                                                                                                    \
  private:                                                                                          \
    ::Velto::Ptr< T > x##_;
 
 #define KIV_OWNED( T, x )                                                                          \
    KIV_DECLARE( x, void, T,                                                                        \
-                template owned< KivT, T, &KivT::x, &KivT::x##Is, &KivT::x##Del >( #x ) ) \
-   T * x() const { return x##_.ptr(); }                                                            \
+                template owned< KivT, T, &KivT::x, &KivT::x##Is, &KivT::x##Del >( #x ) )           \
+   T * x() const {                                                                                 \
+      return x##_.ptr();                                                                           \
+   }                                                                                               \
    template< class... A >                                                                          \
    ::Velto::Ptr< T > x##Is( const ::Velto::String & name, const A &... args ) {                    \
       if ( x##_ ) {                                                                                \
@@ -171,7 +182,9 @@ class Iterator {
 
 /** What all keyed collections have in common. */
 #define KIV_KEYED( K, x, Map )                                                                     \
-   bool x##Has( const K & k ) const { return x##_.has( k ); }                                      \
+   bool x##Has( const K & k ) const {                                                              \
+      return x##_.has( k );                                                                        \
+   }                                                                                               \
    void x##Del( const K & k ) {                                                                    \
       if ( !this->kivWatched() ) {                                                                 \
          x##_.erase( k );                                                                          \
@@ -184,22 +197,30 @@ class Iterator {
    }                                                                                               \
    void x##DelAll() {                                                                              \
       Map gone( std::move( x##_ ) );                                                               \
-      ::Kiv::DeathNotice notice( this->kivSelfEntity() );                                                         \
+      ::Kiv::DeathNotice notice( this->kivSelfEntity() );                                          \
       for ( ::Kiv::Iterator< Map > i( gone ); i && notice.alive() && this->kivWatched(); ++i ) {   \
          this->kivDeliver( x##Attr::index, &i.key() );                                             \
       }                                                                                            \
    }                                                                                               \
-   U32 x##s() const { return x##_.size(); }                                                        \
-   ::Kiv::Iterator< Map > x##IteratorConst() const { return ::Kiv::Iterator< Map >( x##_ ); }      \
+   U32 x##s() const {                                                                              \
+      return x##_.size();                                                                          \
+   }                                                                                               \
+   ::Kiv::Iterator< Map > x##IteratorConst() const {                                               \
+      return ::Kiv::Iterator< Map >( x##_ );                                                       \
+   }                                                                                               \
                                                                                                    \
  private:                                                                                          \
    Map x##_;
 
 #define KIV_SET( K, x )                                                                            \
-   KIV_DECLARE( x, K, void, template set< KivT, K, &KivT::x##_, &KivT::x##Is, &KivT::x##Del,       \
-                                          &KivT::x##DelAll >( #x ) )                               \
+   KIV_DECLARE(                                                                                    \
+         x, K, void,                                                                               \
+         template set< KivT, K, &KivT::x##_, &KivT::x##Is, &KivT::x##Del, &KivT::x##DelAll >(      \
+               #x ) )                                                                              \
    using x##Map = ::Kiv::DenseMap< K, ::Kiv::Nothing >;                                            \
-   bool x( const K & k ) const { return x##_.has( k ); }                                           \
+   bool x( const K & k ) const {                                                                   \
+      return x##_.has( k );                                                                        \
+   }                                                                                               \
    void x##Is( const K & k ) {                                                                     \
       if ( x##_.emplace( k ).second ) {                                                            \
          this->kivPublish( x##Attr::index, k );                                                    \
@@ -236,7 +257,7 @@ class Iterator {
 
 #define KIV_ENTITIES( K, T, x )                                                                    \
    KIV_DECLARE( x, K, T,                                                                           \
-                template entities< KivT, K, T, &KivT::x, &KivT::x##Is, &KivT::x##Del,   \
+                template entities< KivT, K, T, &KivT::x, &KivT::x##Is, &KivT::x##Del,              \
                                    &KivT::x##DelAll, &KivT::x##_ >( #x ) )                         \
    using x##Map = ::Kiv::DenseMap< K, ::Velto::Ptr< T > >;                                         \
    T * x( const K & k ) const {                                                                    \
@@ -256,12 +277,19 @@ class Iterator {
    KIV_KEYED( K, x, x##Map )
 
 #define KIV_QUEUE( T, x )                                                                          \
-   KIV_DECLARE( x, void, T,                                                                        \
-                template queue< KivT, T, &KivT::x##_, &KivT::x##Enq, &KivT::x##Deq,                \
-                                &KivT::x##DelAll >( #x ) )                                         \
-   const T & x##Front() const { return x##_.front(); }                                             \
-   const T & x##Back() const { return x##_.back(); }                                               \
-   bool x##Has( ::Kiv::Read< T > v ) const { return x##_.has( v ); }                               \
+   KIV_DECLARE(                                                                                    \
+         x, void, T,                                                                               \
+         template queue< KivT, T, &KivT::x##_, &KivT::x##Enq, &KivT::x##Deq, &KivT::x##DelAll >(   \
+               #x ) )                                                                              \
+   const T & x##Front() const {                                                                    \
+      return x##_.front();                                                                         \
+   }                                                                                               \
+   const T & x##Back() const {                                                                     \
+      return x##_.back();                                                                          \
+   }                                                                                               \
+   bool x##Has( ::Kiv::Read< T > v ) const {                                                       \
+      return x##_.has( v );                                                                        \
+   }                                                                                               \
    void x##Enq( ::Kiv::Read< T > v ) {                                                             \
       x##_.enq( v );                                                                               \
       this->kivPublish( x##Attr::index );                                                          \
@@ -279,7 +307,9 @@ class Iterator {
          this->kivPublish( x##Attr::index );                                                       \
       }                                                                                            \
    }                                                                                               \
-   U32 x##s() const { return x##_.size(); }                                                        \
+   U32 x##s() const {                                                                              \
+      return x##_.size();                                                                          \
+   }                                                                                               \
                                                                                                    \
  private:                                                                                          \
    ::Kiv::Fifo< T > x##_;

@@ -47,7 +47,9 @@ struct Describe {
       d.name = name;
       d.kind = AttrKind::scalar;
       d.value = &ValueTypeOf< T >::type;
-      d.at = []( const Node & n, const void * ) -> const void * { return &( self< E >( n ).*field ); };
+      d.at = []( const Node & n, const void * ) -> const void * {
+         return &( self< E >( n ).*field );
+      };
       d.set = []( Node & n, const void *, const void * v ) {
          ( self< E >( n ).*set )( as< T >( v ) );
       };
@@ -65,8 +67,8 @@ struct Describe {
       return d;
    }
 
-   template< class E, class T, T * ( E::*get )() const, Velto::Ptr< T > ( E::*create )( const String & ),
-             void ( E::*erase )() >
+   template< class E, class T, T * ( E::*get )() const,
+             Velto::Ptr< T > ( E::*create )( const String & ), void ( E::*erase )() >
    static constexpr AttrDesc owned( const char * name ) {
       AttrDesc d;
       d.name = name;

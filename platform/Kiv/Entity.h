@@ -144,7 +144,9 @@ struct HandlerOf {
 };
 template< class Attr, class Owner >
 requires std::is_void_v< typename Attr::Key >
-struct HandlerOf< Attr, Owner > { using Type = void ( Owner::* )(); };
+struct HandlerOf< Attr, Owner > {
+   using Type = void ( Owner::* )();
+};
 
 /** A watch on one attribute: `Kiv::Watch< TopoConfig::topoIdAttr, TopoSm, &TopoSm::handleTopoId >`.
     A handler of a keyed attribute takes `const Key &`, of any other attribute nothing. Nothing is

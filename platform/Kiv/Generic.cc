@@ -298,8 +298,7 @@ GenericIf::del( Node & root, const String & path ) {
    if ( p.last.hasKey && !p.attr->key ) {
       refuse( path, "'" + p.last.attribute + "' has no keys" );
    }
-   withKey( *p.attr, p.last, path,
-            [&]( const void * key ) { erase( *p.node, *p.attr, key ); } );
+   withKey( *p.attr, p.last, path, [&]( const void * key ) { erase( *p.node, *p.attr, key ); } );
 }
 
 Node *

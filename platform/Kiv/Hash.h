@@ -51,6 +51,15 @@ hashBytes( const char * bytes, U32 length ) {
    return h ^ h >> 32;
 }
 
+namespace Detail {
+template< class T >
+concept Optional = requires( const T & v ) {
+   typename T::value_type;
+   v.has_value();
+   *v;
+};
+} // namespace Detail
+
 /** The hash of a key: a number, enumerator or bool is its own; a string by its bytes; a pointer
     by the address; everything else by its member `U64 hash() const`. */
 template< class T >
@@ -58,6 +67,13 @@ inline U64
 hashOf( const T & v ) {
    if constexpr ( std::is_enum_v< T > || std::is_integral_v< T > ) {
       return static_cast< U64 >( v );
+   } else if constexpr ( std::is_floating_point_v< T > ) {
+      double number = v == 0 ? 0 : v; // -0.0 equals 0.0
+      U64 bits;
+      std::memcpy( &bits, &number, sizeof( bits ) );
+      return bits;
+   } else if constexpr ( Detail::Optional< T > ) {
+      return v.has_value() ? hashCombine( 1, hashOf( *v ) ) : 0;
    } else if constexpr ( std::is_convertible_v< const T &, std::string_view > ) {
       std::string_view s( v );
       return hashBytes( s.data(), U32( s.size() ) );

@@ -116,24 +116,6 @@ enumOf( const EnumNames & names, const Velto::String & text, S64 min, S64 max ) 
    return number;
 }
 
-U64
-hashOfText( const Velto::String & text ) {
-   U64 h = 0xcbf29ce484222325ull;
-   for ( char c : text ) {
-      h = ( h ^ U8( c ) ) * 0x100000001b3ull;
-   }
-   return h;
-}
-
-U64
-hashOfDouble( double value ) {
-   U64 bits = 0;
-   if ( value != 0 ) { // both zeros are equal
-      std::memcpy( &bits, &value, sizeof( bits ) );
-   }
-   return bits;
-}
-
 } // namespace Detail
 
 // Writing

@@ -6,7 +6,7 @@
 //                 {...})"
 //    fromText< T >( s ) -> built-in kinds: here
 //                       \-> explicit T( const Velto::String & )
-//    hashOf( v ) ----> built-in kinds: here, otherwise v.hash()
+//    hashOf( v ) ----> Hash.h
 //
 // 1. fromText< T >( toText( v ) ) == v for every value.
 // 2. A text that does not fit raises Velto::RangeError, whose one line says what was expected and
@@ -36,6 +36,7 @@
 #include <vector>
 
 #include "platform/Kiv/Each.h"
+#include "platform/Kiv/Hash.h"
 #include "platform/Velto/Assert.h"
 #include "platform/Velto/Types.h"
 
@@ -71,19 +72,10 @@ S64 signedOf( const Velto::String & text, S64 min, S64 max );
 double doubleOf( const Velto::String & text );
 bool boolOf( const Velto::String & text );
 S64 enumOf( const EnumNames & names, const Velto::String & text, S64 min, S64 max );
-U64 hashOfText( const Velto::String & text );
-U64 hashOfDouble( double value );
 
 template< class T >
 concept NamedEnum = std::is_enum_v< T > && requires( T e ) {
    kivEnumNames( e );
-};
-
-template< class T >
-concept Optional = requires( const T & v ) {
-   typename T::value_type;
-   v.has_value();
-   *v;
 };
 
 /** The limits of an integer type, without the weight of the standard header. */
@@ -144,22 +136,6 @@ fromText( const Velto::String & text ) {
       return text == "None" ? T() : T( fromText< typename T::value_type >( text ) );
    } else {
       return T( text );
-   }
-}
-
-template< class T >
-U64
-hashOf( const T & value ) {
-   if constexpr ( std::is_integral_v< T > || std::is_enum_v< T > ) {
-      return U64( value );
-   } else if constexpr ( std::is_floating_point_v< T > ) {
-      return Detail::hashOfDouble( value );
-   } else if constexpr ( std::is_same_v< T, Velto::String > ) {
-      return Detail::hashOfText( value );
-   } else if constexpr ( Detail::Optional< T > ) {
-      return value.has_value() ? hashJoin( 1, hashOf( *value ) ) : 0;
-   } else {
-      return value.hash();
    }
 }
 

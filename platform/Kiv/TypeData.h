@@ -50,8 +50,8 @@ struct AttrDesc {
    void ( *del )( Velto::Node &, const void * key ) = nullptr;
    /** Calls `visit` for each entry in order; the collection may change meanwhile. */
    void ( *each )( const Velto::Node &, void * context,
-                   void ( *visit )( void * context, const void * key, const void * value ) ) =
-         nullptr;
+                   void ( *visit )( void * context, const void * key,
+                                    const void * value ) ) = nullptr;
 };
 
 struct TypeData {

@@ -81,9 +81,8 @@ EntityManager::get( const String & path ) const {
 
 void
 EntityManager::set( const String & path, const String & text ) {
-   at( *this, path, [&]( Kiv::Entity & e, const String & rest ) {
-      Kiv::GenericIf::set( e, rest, text );
-   } );
+   at( *this, path,
+       [&]( Kiv::Entity & e, const String & rest ) { Kiv::GenericIf::set( e, rest, text ); } );
 }
 
 void
