@@ -296,7 +296,7 @@ class Iterator {
    }                                                                                               \
    void x##Deq() {                                                                                 \
       if ( !x##_.empty() ) {                                                                       \
-         T gone( x##_.front() );                                                                   \
+         [[maybe_unused]] T gone( x##_.front() );                                                  \
          x##_.deq();                                                                               \
          this->kivPublish( x##Attr::index );                                                       \
       }                                                                                            \

@@ -119,7 +119,7 @@ class Fifo {
    /** Removes the front element; nothing happens when there is none. */
    void deq() {
       if ( !empty() ) {
-         T dying = std::move( body_->elements.front() );
+         [[maybe_unused]] T dying = std::move( body_->elements.front() );
          body_->elements.pop_front();
          ++body_->gone;
          dropIfIdle();
