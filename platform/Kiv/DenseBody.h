@@ -21,6 +21,7 @@
 #include <utility>
 
 #include "platform/Kiv/DenseIndex.h"
+#include "platform/Kiv/WalkLink.h"
 
 namespace Kiv {
 
@@ -56,19 +57,12 @@ struct DenseChunk {
 };
 
 /** A walk's place in a body. It is known to the body while it is open. */
-struct DenseWalk {
-   DenseBody * body = nullptr; // null when closed
-   DenseWalk * others = nullptr;
-   DenseWalk ** self = nullptr;
+struct DenseWalk : WalkLink< DenseWalk > {
+   DenseBody * body = nullptr;   // null when closed
    DenseChunk * chunk = nullptr; // where the search for the next entry begins; null when there
    U32 place = 0;                // is none in the body
    U32 at = 0;                   // the current entry, if any
    DenseChunk * current = nullptr;
-
-   DenseWalk() = default;
-   DenseWalk( const DenseWalk & ) = delete;
-   DenseWalk & operator=( const DenseWalk & ) = delete;
-   ~DenseWalk() { close(); }
 
    inline void open( DenseBody * of );
    inline void close();
@@ -168,7 +162,7 @@ DenseBody::chunkWithRoom( U32 offset, U32 size ) {
    ( last ? last->after : first ) = c;
    last = c;
    places += room;
-   for ( DenseWalk * w = walks; w; w = w->others ) {
+   for ( DenseWalk * w = walks; w; w = w->others() ) {
       if ( !w->chunk ) {
          w->chunk = c;
          w->place = 0;
@@ -182,7 +176,7 @@ DenseBody::entryDel( DenseChunk * c, U32 place ) {
    c->live &= ~( U64( 1 ) << place );
    --c->count;
    --live;
-   for ( DenseWalk * w = walks; w; w = w->others ) {
+   for ( DenseWalk * w = walks; w; w = w->others() ) {
       if ( w->current == c && w->at == place ) {
          w->current = nullptr;
       }
@@ -194,7 +188,7 @@ DenseBody::entryDel( DenseChunk * c, U32 place ) {
 
 inline void
 DenseBody::chunkDel( DenseChunk * c ) {
-   for ( DenseWalk * w = walks; w; w = w->others ) {
+   for ( DenseWalk * w = walks; w; w = w->others() ) {
       if ( w->chunk == c ) {
          w->chunk = c->after ? c->after : c->before;
          w->place = c->after || !c->before ? 0 : c->before->filled;
@@ -215,7 +209,7 @@ DenseBody::chunkDel( DenseChunk * c ) {
 
 inline DenseChunk *
 DenseBody::detach() {
-   for ( DenseWalk * w = walks; w; w = w->others ) {
+   for ( DenseWalk * w = walks; w; w = w->others() ) {
       w->chunk = w->current = nullptr;
       w->place = 0;
    }
@@ -246,26 +240,16 @@ DenseWalk::open( DenseBody * of ) {
    if ( of && of->live ) {
       body = of;
       chunk = of->first;
-      others = of->walks;
-      self = &of->walks;
-      if ( others ) {
-         others->self = &others;
-      }
-      of->walks = this;
+      link( of->walks );
       step();
    }
 }
 
 inline void
 DenseWalk::close() {
-   if ( body ) {
-      *self = others;
-      if ( others ) {
-         others->self = self;
-      }
-      body = nullptr;
-      current = nullptr;
-   }
+   unlink();
+   body = nullptr;
+   current = nullptr;
 }
 
 inline void
