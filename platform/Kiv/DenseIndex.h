@@ -65,6 +65,11 @@ class DenseIndex {
    }
    void add( U64 hash, U32 position, const Hasher & hasher );
    void remove( U64 hash, U32 position, const Hasher & hasher );
+   /** Fetches what a look-up of `hash` will read. */
+   void prefetch( U64 hash ) const {
+      const Root & root = roots_[rootOf( hash )];
+      __builtin_prefetch( slotsOf( root.segment ) + ( U32( hash ) & root.mask ) );
+   }
    /** The entry at position `from` is at `to` now. */
    void moved( U64 hash, U32 from, U32 to ) { *slotOf( hash, from ) = tagOf( hash ) | to; }
 

@@ -166,6 +166,9 @@ class DenseMap {
    static void hashes( const void * of, const U32 * positions, U64 * out, U32 n ) {
       auto * body = static_cast< const DenseBody * >( of );
       for ( U32 i = 0; i < n; ++i ) {
+         __builtin_prefetch( entryAt( body->chunkAt( positions[i] ), positions[i] % 64 ) );
+      }
+      for ( U32 i = 0; i < n; ++i ) {
          out[i] = hashFor( entryAt( body->chunkAt( positions[i] ), positions[i] % 64 )->key );
       }
    }
@@ -176,6 +179,15 @@ class DenseMap {
       VELTO_ASSERT( !empty() );
       Entry * e = entryAt( body_->first, U32( std::countr_zero( body_->first->live ) ) );
       return { e->key, e->value };
+   }
+   /** Calls act( chunk, place ) for the entries from chunk `c` up to `last`. */
+   template< class Act >
+   static void forEach( DenseChunk * c, DenseChunk * last, Act && act ) {
+      for ( DenseChunk * end = last->after; c != end; c = c->after ) {
+         for ( U64 rest = c->live; rest; rest &= rest - 1 ) {
+            act( c, U32( std::countr_zero( rest ) ) );
+         }
+      }
    }
    Place search( const K & key, U64 & hash ) const;
    Place searchChunks( const K & key ) const;
@@ -260,12 +272,9 @@ template< class K, class V >
 void
 DenseMap< K, V >::startIndex() {
    body_->indexStart();
-   for ( DenseChunk * c = body_->first; c; c = c->after ) {
-      for ( U64 rest = c->live; rest; rest &= rest - 1 ) {
-         U32 at = U32( std::countr_zero( rest ) );
-         body_->index.add( hashFor( entryAt( c, at )->key ), c->position( at ), hasher() );
-      }
-   }
+   forEach( body_->first, body_->last, [&]( DenseChunk * c, U32 at ) {
+      body_->index.add( hashFor( entryAt( c, at )->key ), c->position( at ), hasher() );
+   } );
 }
 
 template< class K, class V >
@@ -320,21 +329,26 @@ DenseMap< K, V >::merge() {
       return;
    }
    DenseChunk * second = into->after;
-   U32 to = 0;
-   for ( DenseChunk * from : { into, second } ) {
-      for ( U64 rest = from->live; rest; rest &= rest - 1 ) {
-         U32 at = U32( std::countr_zero( rest ) );
-         if ( from != into || at != to ) {
-            Entry * e = entryAt( from, at );
-            if ( body_->index.on() ) {
-               body_->index.moved( hashFor( e->key ), from->position( at ), into->position( to ) );
-            }
-            new ( entryAt( into, to ) ) Entry( std::move( *e ) );
-            std::destroy_at( e );
-         }
-         ++to;
-      }
+   U64 hashOfEach[64];
+   if ( body_->index.on() ) {
+      U32 n = 0;
+      forEach( into, second, [&]( DenseChunk * c, U32 at ) {
+         hashOfEach[n] = hashFor( entryAt( c, at )->key );
+         body_->index.prefetch( hashOfEach[n++] );
+      } );
    }
+   U32 to = 0;
+   forEach( into, second, [&]( DenseChunk * from, U32 at ) {
+      if ( from != into || at != to ) {
+         Entry * e = entryAt( from, at );
+         if ( body_->index.on() ) {
+            body_->index.moved( hashOfEach[to], from->position( at ), into->position( to ) );
+         }
+         new ( entryAt( into, to ) ) Entry( std::move( *e ) );
+         std::destroy_at( e );
+      }
+      ++to;
+   } );
    into->live = to < 64 ? ( U64( 1 ) << to ) - 1 : ~U64( 0 );
    into->filled = into->count = U8( to );
    body_->chunkDel( second );
