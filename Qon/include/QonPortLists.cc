@@ -34,7 +34,7 @@ holds( const Entries & entries, Ulnet::IntfId intf ) {
 
 template< class Entries >
 void
-erase( Entries & entries, Ulnet::IntfId intf ) {
+eraseEntry( Entries & entries, Ulnet::IntfId intf ) {
    U32 place = placeOf( entries, intf );
    if ( place < entries.size() ) {
       entries.erase( entries.begin() + place );
@@ -76,7 +76,7 @@ QonPortList::portIs( Ulnet::IntfId intf ) {
 
 void
 QonPortList::portDel( Ulnet::IntfId intf ) {
-   erase( entries_, intf );
+   eraseEntry( entries_, intf );
 }
 
 bool
@@ -129,7 +129,7 @@ QonLagPortList::portIs( Ulnet::IntfId intf, const QonLagPort & port ) {
 
 void
 QonLagPortList::portDel( Ulnet::IntfId intf ) {
-   erase( entries_, intf );
+   eraseEntry( entries_, intf );
 }
 
 bool
