@@ -25,8 +25,8 @@
 //       KIV_VALUE( Qon, QonLagPort, collecting, distributing )
 //    };
 //
-// KIV_VALUE stands last in its class and lists the data members, without the trailing underscore,
-// in the order of their declaration. It makes: default and full constructor, x(), xIs( v ), ==,
+// KIV_VALUE stands behind the data members and lists them, without the trailing underscore, in the
+// order of their declaration; the class is public from there on. It makes: default and full constructor, x(), xIs( v ), ==,
 // <=> field by field, isEq(), hash(), stringValue() and the constructor from that text or from
 // its shorter form "{collecting: True}". A field that the text leaves out keeps its default.
 
@@ -264,7 +264,7 @@ using Argument = std::conditional_t< only && std::is_same_v< T, Velto::String >,
       continue;                                                                                    \
    }
 
-/** Makes a value of the data members listed; stands last in the class. `ns` is the namespace (or
+/** Makes a value of the data members listed, which stand before it. `ns` is the namespace (or
     the enclosing class) that the text form names. */
 #define KIV_VALUE( ns, T, ... )                                                                    \
  public:                                                                                           \
