@@ -112,9 +112,9 @@ struct DenseBody {
    void indexStart();
    void idIs( DenseChunk * c );
 
-   /** Whether it is time to merge chunks: more than half of the places are holes, and nobody
+   /** Whether it is time to merge chunks: five eighths of the places are holes, and nobody
        walks. */
-   bool wantsMerge() const { return places > 2 * live + 64 && !walks; }
+   bool wantsMerge() const { return places / 8 * 3 > live + 24 && !walks; }
    /** A chunk whose successor's entries fit into it too, or null; looks at a few only. */
    DenseChunk * mergeable();
    /** Takes the (now empty) chunk out of the list and drops it. */

@@ -10,11 +10,10 @@
 // Invariants
 // 1. Order: a new key goes to the end. A value that is replaced keeps its place; a key that is
 //    erased and inserted again goes to the end.
-// 2. Addresses: inserting moves no entry. Erasing a key (erase(), take()) may move other entries,
-//    but only when no walk is open and more than half of the places, and more than 64, are holes.
-//    So an entry under an open walk stays where it is until it is erased, and a map that has never
-//    held more than 64 keys at places of their own never moves one. Moving and swapping
-//    maps moves no entry.
+// 2. Addresses: inserting moves no entry, nor does moving or swapping maps. Erasing a key (erase(),
+//    take()) may move other entries, but only when no walk is open and more than five eighths of
+//    the places are holes, in a map with more than 64 places. So an entry stays where it is as
+//    long as a walk is open or nothing is erased.
 // 3. Before the destructor of an entry runs, the map is consistent and no longer holds the entry:
 //    the destructor may change, or destroy, the map.
 // 4. Cost: a look-up in an empty map does not hash; up to 8 keys are searched in order. No single
