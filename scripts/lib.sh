@@ -28,10 +28,12 @@ as_root() {
 
 # need PACKAGE...: installs the Debian packages among them that are missing.
 need() {
-   local missing=() package log
+   local missing=() package native log
+   native=$( dpkg --print-architecture )
    for package in "$@"; do
-      dpkg-query -W -f '${db:Status-Status}' "$package" 2> /dev/null | grep -qx installed ||
-         missing+=( "$package" )
+      # A name alone may also find the package of a foreign architecture.
+      dpkg-query -W -f '${db:Status-Status} ${Architecture}\n' "$package" 2> /dev/null |
+         grep -qE "^installed ($native|all|${package#*:})\$" || missing+=( "$package" )
    done
    if [ ${#missing[@]} = 0 ]; then
       return
