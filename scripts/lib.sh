@@ -31,9 +31,10 @@ need() {
    local missing=() package native log
    native=$( dpkg --print-architecture )
    for package in "$@"; do
-      # A name alone may also find the package of a foreign architecture.
-      dpkg-query -W -f '${db:Status-Status} ${Architecture}\n' "$package" 2> /dev/null |
-         grep -qE "^installed ($native|all|${package#*:})\$" || missing+=( "$package" )
+      # A bare name would also mean the package of a foreign architecture that is there already.
+      [[ $package == *:* ]] || package=$package:$native
+      dpkg-query -W -f '${db:Status-Status} ${Package}:${Architecture}\n' "${package%:*}" 2> /dev/null |
+         grep -qxF -e "installed $package" -e "installed ${package%:*}:all" || missing+=( "$package" )
    done
    if [ ${#missing[@]} = 0 ]; then
       return
