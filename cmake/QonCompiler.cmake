@@ -13,8 +13,12 @@ endif()
 add_library( qonflags INTERFACE )
 # Executables export their symbols, so that backtraces show the names of functions.
 target_link_options( qonflags INTERFACE -rdynamic )
+# __FILE__ and debug information name files from the repository's root; the compiler sees their
+# paths relative to the build folder when it runs below ccache.
+file( RELATIVE_PATH upwards ${CMAKE_BINARY_DIR} ${CMAKE_SOURCE_DIR} )
 target_compile_options( qonflags INTERFACE
-   -Wall -Wextra -Werror -ffile-prefix-map=${CMAKE_SOURCE_DIR}/= )
+   -Wall -Wextra -Werror
+   -ffile-prefix-map=${CMAKE_SOURCE_DIR}/= -ffile-prefix-map=${upwards}= )
 if( CMAKE_CXX_COMPILER_ID STREQUAL GNU )
    target_compile_options( qonflags INTERFACE -fpch-preprocess )
 endif()

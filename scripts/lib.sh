@@ -28,10 +28,13 @@ as_root() {
 
 # need PACKAGE...: installs the Debian packages among them that are missing.
 need() {
-   local missing=() package log
+   local missing=() package native log
+   native=$( dpkg --print-architecture )
    for package in "$@"; do
-      dpkg-query -W -f '${db:Status-Status}' "$package" 2> /dev/null | grep -qx installed ||
-         missing+=( "$package" )
+      # A bare name would also mean the package of a foreign architecture that is there already.
+      [[ $package == *:* ]] || package=$package:$native
+      dpkg-query -W -f '${db:Status-Status} ${Package}:${Architecture}\n' "${package%:*}" 2> /dev/null |
+         grep -qxF -e "installed $package" -e "installed ${package%:*}:all" || missing+=( "$package" )
    done
    if [ ${#missing[@]} = 0 ]; then
       return
