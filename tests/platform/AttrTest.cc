@@ -81,6 +81,15 @@ class Ear : public Velto::Node {
    std::vector< String > * heard_;
 };
 
+template< class Attr, auto handler >
+concept Pairs = requires {
+   typename Kiv::Watch< Attr, Ear, handler >;
+};
+static_assert( Pairs< Tree::countAttr, &Ear::handleCount > );
+static_assert( Pairs< Tree::vlanAttr, &Ear::handleVlan > );
+static_assert( !Pairs< Tree::vlanAttr, &Ear::handleCount >, "a keyed attribute hands a key over" );
+static_assert( !Pairs< Tree::countAttr, &Ear::handleVlan >, "a scalar has no key" );
+
 class Attributes : public ::testing::Test {
  protected:
    Velto::Ptr< Ear > ear( const String & name ) { return Velto::make< Ear >( name, &heard ); }

@@ -1,0 +1,244 @@
+// Clocks, tasks, and the two schedulers that run them.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <functional>
+#include <limits>
+#include <vector>
+
+#include "platform/Kiv/EventLoop.h"
+
+namespace {
+
+using Velto::String;
+
+class Alarm : public Velto::Node {
+ public:
+   explicit Alarm( std::vector< String > * heard, const String & name )
+       : heard_( heard ), name_( name ) {
+      hasNotificationActiveIs( true );
+      clock.attach( this, Velto::make< Kiv::Clock >() );
+   }
+   void handleFired() {
+      idleWhenHeard = clock->idle();
+      heard_->push_back( name_ );
+      if ( act ) {
+         act();
+      }
+   }
+   std::function< void() > act;
+   bool idleWhenHeard = false;
+
+ private:
+   std::vector< String > * heard_;
+   String name_;
+
+ public:
+   Kiv::ClockReactor< Alarm, &Alarm::handleFired > clock;
+};
+
+class Clocks : public ::testing::Test {
+ protected:
+   Velto::Ptr< Alarm > alarm( const String & name ) { return Velto::make< Alarm >( &heard, name ); }
+   using Heard = std::vector< String >;
+   Kiv::VirtualScheduler scheduler{ 100 };
+   Heard heard;
+};
+
+TEST_F( Clocks, FireByTimeThenByOrderOfArming ) {
+   auto a = alarm( "a" ), b = alarm( "b" ), c = alarm( "c" ), d = alarm( "d" );
+   a->clock->timeIs( 105 );
+   b->clock->timeIs( 103 );
+   c->clock->timeIs( 105 );
+   d->clock->timeIs( 101 );
+   d->clock->timeIs( 105 ); // armed anew: behind c
+   scheduler.runUntil( 102 );
+   EXPECT_TRUE( heard.empty() );
+   scheduler.runUntil( 200 );
+   EXPECT_EQ( heard, ( Heard{ "b", "a", "c", "d" } ) );
+   EXPECT_TRUE( a->idleWhenHeard && a->clock->idle() );
+   EXPECT_EQ( 200, Kiv::now() );
+}
+
+TEST_F( Clocks, ThousandsKeepTheirOrderThroughChange ) {
+   std::vector< Velto::Ptr< Alarm > > alarms;
+   U32 random = 1;
+   for ( int i = 0; i < 3000; ++i ) {
+      alarms.push_back( alarm( std::to_string( i ) ) );
+      random = random * 1664525 + 1013904223;
+      alarms.back()->clock->timeIs( 100 + random % 50 );
+      if ( i % 3 == 1 ) {
+         alarms[random % alarms.size()]->clock->timeIs( Kiv::never );
+      } else if ( i % 3 == 2 ) {
+         alarms[random % alarms.size()]->clock->timeMin( 100 + ( random >> 8 ) % 50 );
+      }
+   }
+   std::vector< double > times;
+   size_t armed = 0;
+   for ( auto & a : alarms ) {
+      armed += !a->clock->idle();
+      a->act = [&] { times.push_back( scheduler.time() ); };
+   }
+   scheduler.runUntil( 200 );
+   EXPECT_EQ( armed, times.size() );
+   EXPECT_TRUE( std::is_sorted( times.begin(), times.end() ) );
+}
+
+TEST_F( Clocks, WhatIsArmedForNowFiresInALaterTurn ) {
+   auto a = alarm( "a" ), b = alarm( "b" );
+   int times = 0;
+   a->act = [&] {
+      if ( ++times < 3 ) {
+         a->clock->timeIs( 0 );
+      }
+   };
+   a->clock->timeIs( 0 );
+   b->clock->timeIs( 0 );
+   scheduler.turn();
+   EXPECT_EQ( heard, ( Heard{ "a", "b" } ) );
+   scheduler.settle();
+   EXPECT_EQ( heard, ( Heard{ "a", "b", "a", "a" } ) );
+}
+
+TEST_F( Clocks, APendingFiringIsCancelledWithItsClockOrWatcher ) {
+   auto a = alarm( "a" ), cleared = alarm( "cleared" ), moved = alarm( "moved" );
+   auto detached = alarm( "detached" ), dead = alarm( "dead" ), e = alarm( "e" );
+   for ( auto & x : { a, cleared, moved, detached, dead, e } ) {
+      x->clock->timeIs( 100 );
+   }
+   a->act = [&] {
+      cleared->clock->timeIs( Kiv::never );
+      moved->clock->timeIs( 150 );
+      detached->clock.attach( detached.ptr(), nullptr );
+      dead = nullptr;
+   };
+   scheduler.turn();
+   EXPECT_EQ( heard, ( Heard{ "a", "e" } ) );
+   scheduler.runUntil( 200 );
+   EXPECT_EQ( heard, ( Heard{ "a", "e", "moved" } ) );
+}
+
+class Job : public Kiv::Task {
+ public:
+   Job( Kiv::TaskScheduler * s, U32 priority, const String & name, std::vector< String > * log )
+       : Kiv::Task( s, priority, name ), log_( log ) {}
+   bool run() override {
+      log_->push_back( name() );
+      while ( left ) {
+         --left;
+         if ( shouldYield() ) {
+            break;
+         }
+      }
+      if ( act ) {
+         act();
+      }
+      return left;
+   }
+   U32 left = 0;
+   std::function< void() > act;
+
+ private:
+   std::vector< String > * log_;
+};
+
+TEST_F( Clocks, TasksRunInSlicesByPriority ) {
+   Job low( &scheduler, 9, "low", &heard ), high( &scheduler, 1, "high", &heard );
+   Job same( &scheduler, 9, "same", &heard );
+   scheduler.budgetIs( { 1.0, 2, 16 } );
+   low.left = 4;
+   same.left = 1;
+   high.left = 3;
+   low.wake();
+   same.wake();
+   high.wake();
+   scheduler.settle();
+   EXPECT_EQ( heard, ( Heard{ "high", "high", "low", "same", "low" } ) );
+   EXPECT_FALSE( scheduler.turn() );
+}
+
+TEST_F( Clocks, ASliceEndsWithItsTime ) {
+   Job job( &scheduler, 1, "job", &heard );
+   scheduler.budgetIs( { 0.010, ~U32( 0 ), 10 } );
+   scheduler.readCostIs( 0.004 ); // the third reading of a slice is past its end
+   job.left = 100;
+   job.wake();
+   scheduler.turn();
+   EXPECT_EQ( 70u, job.left );
+   auto gone = std::make_unique< Job >( &scheduler, 0, "gone", &heard );
+   gone->wake();
+   gone = nullptr;
+   scheduler.settle();
+   EXPECT_EQ( 0u, job.left );
+   EXPECT_EQ( 0, std::count( heard.begin(), heard.end(), "gone" ) );
+}
+
+TEST_F( Clocks, AClockInterruptsWorkBetweenSlices ) {
+   Job job( &scheduler, 1, "job", &heard );
+   auto a = alarm( "a" );
+   scheduler.budgetIs( { 1.0, 1, 16 } );
+   job.left = 3;
+   job.act = [&] {
+      if ( job.left == 2 ) {
+         a->clock->timeIs( Kiv::now() );
+      }
+   };
+   job.wake();
+   scheduler.settle();
+   EXPECT_EQ( heard, ( Heard{ "job", "a", "job", "job" } ) );
+}
+
+class Pipe : public Kiv::FdWatch {
+ public:
+   Pipe( Kiv::EventLoop * loop, int fd ) : FdWatch( loop, fd ), loop_( loop ) {
+      wanted( true, false );
+   }
+   void ready( bool readable, bool ) override {
+      char c = 0;
+      EXPECT_TRUE( readable && read( fd(), &c, 1 ) == 1 );
+      got += c;
+      if ( c == 'q' ) {
+         loop_->stop();
+      }
+   }
+   String got;
+
+ private:
+   Kiv::EventLoop * loop_;
+};
+
+TEST( EventLoop, ServesDescriptorsAndClocksInRealTime ) {
+   Kiv::EventLoop loop;
+   int ends[2];
+   ASSERT_EQ( 0, pipe( ends ) );
+   {
+      Pipe pipe( &loop, ends[0] );
+      std::vector< String > heard;
+      auto a = Velto::make< Alarm >( &heard, "a" );
+      double start = Kiv::now();
+      a->clock->timeIs( start + 0.02 );
+      a->act = [&] { ASSERT_EQ( 1, write( ends[1], "q", 1 ) ); };
+      ASSERT_EQ( 1, write( ends[1], "x", 1 ) );
+      loop.run();
+      EXPECT_EQ( "xq", pipe.got );
+      EXPECT_GE( Kiv::now(), start + 0.02 );
+   }
+   close( ends[0] );
+   close( ends[1] );
+}
+
+TEST( Time, TheSourceIsReplaceableAndReadsAreCounted ) {
+   Kiv::VirtualScheduler outer( 5 );
+   {
+      Kiv::VirtualScheduler inner( 50 );
+      inner.readCostIs( 2 );
+      U64 before = Kiv::timeReads();
+      EXPECT_EQ( 52, Kiv::now() );
+      EXPECT_EQ( 54, Kiv::now() );
+      EXPECT_EQ( before + 2, Kiv::timeReads() );
+   }
+   EXPECT_EQ( 5, Kiv::now() );
+}
+
+} // namespace
