@@ -57,24 +57,32 @@ Entity::name() const {
 
 void
 Entity::kivDeliver( int attribute, const void * key ) const {
-   const List all = watches_->list[0];
-   if ( !all.first ) [[likely]] {
-      if ( attribute + 1 < watches_->lists ) {
-         deliverTo( watches_->list[attribute + 1], key, attribute );
+   const WatchTable & table = *watches_;
+   if ( table.list[0].first ) [[unlikely]] {
+      DeathNotice notice( this );
+      deliverTo( attribute + 1, key, attribute );
+      if ( notice.alive() ) {
+         deliverTo( 0, key, attribute );
       }
       return;
    }
-   DeathNotice notice( this );
-   if ( attribute + 1 < watches_->lists ) {
-      deliverTo( watches_->list[attribute + 1], key, attribute );
-   }
-   if ( notice.alive() ) {
-      deliverTo( watches_->list[0], key, attribute );
-   }
+   deliverTo( attribute + 1, key, attribute );
 }
 
-void
-Entity::deliverTo( List list, const void * key, int attribute ) const {
+inline void
+Entity::deliverTo( int slot, const void * key, int attribute ) const {
+   const WatchTable & table = *watches_;
+   if ( slot >= table.lists ) {
+      return;
+   }
+   const List list = table.list[slot];
+   if ( list.first == list.last ) {
+      // Nobody comes after a lone watcher, so that nothing has to be known after it.
+      if ( list.first && list.first->owner_->kivHears() ) {
+         list.first->deliver_( *list.first, key, attribute );
+      }
+      return;
+   }
    Delivery d( list.first, list.last );
    while ( WatchBase * w = d.next ) {
       d.next = w == d.last ? nullptr : w->next_;

@@ -114,7 +114,7 @@ class Entity : public Velto::Node {
       List list[1];
    };
 
-   void deliverTo( List list, const void * key, int attribute ) const;
+   void deliverTo( int slot, const void * key, int attribute ) const;
    void link( WatchBase * watch ) const;
    void unlink( WatchBase * watch ) const;
    List & listOf( int slot ) const;
