@@ -143,59 +143,69 @@ longestInsert( const std::vector< K > & keys ) {
    return *std::max_element( least.begin(), least.end() );
 }
 
-/** The least of several rounds, for n keys. */
-template< class Map, class K >
-Costs
-costsOf( U32 n ) {
-   auto keys = keysFrom< K >( 0, n );
-   auto strangers = keysFrom< K >( n, n );
-   auto again = keys;
-   std::shuffle( again.begin(), again.end(), std::mt19937( 2 ) );
-   Costs c;
-   for ( U32 round = 0; round < std::max( 3u, 1000000 / n ); ++round ) {
-      Map map;
-      U64 before = bytesInUse, hits = 0;
-      measure( c.insert, n, [&] {
-         for ( auto & k : keys ) {
-            map.emplace( k, 1u );
-         }
-      } );
-      c.bytes = double( bytesInUse - before ) / n;
-      measure( c.find, n, [&] {
-         for ( auto & k : again ) {
-            hits += found( map, k );
-         }
-      } );
-      measure( c.miss, n, [&] {
-         for ( auto & k : strangers ) {
-            hits += found( map, k );
-         }
-      } );
-      measure( c.iterate, n, [&] {
-         for ( auto && e : map ) {
-            hits += valueOf< K >( e );
-         }
-      } );
-      benchmark::DoNotOptimize( hits );
-      measure( c.erase, n, [&] {
-         for ( auto & k : again ) {
-            map.erase( k );
-         }
-      } );
+/** The keys of one size, in the orders in which they are used. */
+template< class K >
+struct Load {
+   explicit Load( U32 n ) : keys( keysFrom< K >( 0, n ) ), strangers( keysFrom< K >( n, n ) ) {
+      again = keys;
+      std::shuffle( again.begin(), again.end(), std::mt19937( 2 ) );
    }
-   c.longest = longestInsert< Map >( keys );
-   return c;
+   std::vector< K > keys, strangers, again;
+};
+
+/** One round; keeps the least of all rounds in `c`. */
+template< class Map, class K >
+void
+runRound( Costs & c, const Load< K > & load ) {
+   Map map;
+   U32 n = U32( load.keys.size() );
+   U64 before = bytesInUse, hits = 0;
+   measure( c.insert, n, [&] {
+      for ( auto & k : load.keys ) {
+         map.emplace( k, 1u );
+      }
+   } );
+   c.bytes = double( bytesInUse - before ) / n;
+   measure( c.find, n, [&] {
+      for ( auto & k : load.again ) {
+         hits += found( map, k );
+      }
+   } );
+   measure( c.miss, n, [&] {
+      for ( auto & k : load.strangers ) {
+         hits += found( map, k );
+      }
+   } );
+   measure( c.iterate, n, [&] {
+      for ( auto && e : map ) {
+         hits += valueOf< K >( e );
+      }
+   } );
+   benchmark::DoNotOptimize( hits );
+   measure( c.erase, n, [&] {
+      for ( auto & k : load.again ) {
+         map.erase( k );
+      }
+   } );
 }
 
-/** Both maps' costs for n keys, measured once. */
+/** Both maps' costs for n keys, measured once, round by round in turns. */
 template< class K >
 const std::pair< Costs, Costs > &
 bothFor( U32 n ) {
+   using Dense = Kiv::DenseMap< K, U64 >;
+   using Standard = std::unordered_map< K, U64, StandardHash >;
    static std::unordered_map< U32, std::pair< Costs, Costs > > known;
    auto [it, fresh] = known.try_emplace( n );
+   auto & [dense, floor] = it->second;
    if ( fresh ) {
-      it->second.second = costsOf< std::unordered_map< K, U64, StandardHash >, K >( n );
-      it->second.first = costsOf< Kiv::DenseMap< K, U64 >, K >( n );
+      Load< K > load( n );
+      for ( U32 round = 0; round < std::max( 5u, 1000000 / n ); ++round ) {
+         runRound< Standard >( floor, load );
+         runRound< Dense >( dense, load );
+      }
+      floor.longest = longestInsert< Standard >( load.keys );
+      dense.longest = longestInsert< Dense >( load.keys );
    }
    return it->second;
 }

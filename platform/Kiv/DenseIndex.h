@@ -6,7 +6,7 @@
 // Invariants
 // 1. A slot is one word: empty, removed, or five bits of the hash and the position. The hash
 //    itself is not stored; who moves slots asks the map for the hashes of their positions.
-// 2. A segment is at most three quarters full, removed slots included. A full one is split in two
+// 2. A segment is at most five eighths full, removed slots included. A full one is split in two
 //    by the next bit of the hash, so no single add() moves more than one segment's slots.
 // 3. Segment s serves the hashes that begin with its `depth` bits: a run of
 //    2^( depth_ - s.depth ) neighbouring roots points to it.
@@ -197,7 +197,7 @@ DenseIndex::slotOf( U64 hash, U32 position ) const {
 inline void
 DenseIndex::add( U64 hash, U32 position, const Hasher & hasher ) {
    Segment * s = roots_[rootOf( hash )].segment;
-   while ( ( s->filled + 1 ) * 4 > s->room() * 3 )
+   while ( ( s->filled + 1 ) * 8 > s->room() * 5 )
       [[unlikely]] {
          makeRoom( hash, hasher );
          s = roots_[rootOf( hash )].segment;
@@ -243,9 +243,8 @@ DenseIndex::moveAll( Segment * from, Segment * zero, Segment * one, const Hasher
    U32 n = 0;
    const U32 * slots = slotsOf( from );
    for ( U32 i = 0; i < from->room(); ++i ) {
-      if ( slots[i] > removed ) {
-         positions[n++] = slots[i] & ( positionLimit - 1 );
-      }
+      positions[n] = slots[i] & ( positionLimit - 1 );
+      n += slots[i] > removed; // no branch: it could not be predicted
       if ( n == 64 ) {
          movePart( positions, std::exchange( n, 0 ), zero, one, hasher );
       }
@@ -256,7 +255,7 @@ DenseIndex::moveAll( Segment * from, Segment * zero, Segment * one, const Hasher
 inline void
 DenseIndex::makeRoom( U64 hash, const Hasher & hasher ) {
    Segment * s = roots_[rootOf( hash )].segment;
-   if ( s->live * 8 <= s->room() * 5 ) {
+   if ( s->live * 2 <= s->room() ) {
       resize( hash, s->bits, hasher );
    } else if ( s->bits < segmentBits || !maySplit( s ) ) {
       resize( hash, s->bits + 1, hasher );
@@ -299,12 +298,13 @@ DenseIndex::resize( U64 hash, U32 bits, const Hasher & hasher ) {
    segmentDel( s );
 }
 
-/** Joins the sparse segment of `hash` with its neighbour, or halves it. */
+/** Joins the sparse segment of `hash` with its neighbour, or makes it smaller. */
 inline void
 DenseIndex::shrink( U64 hash, const Hasher & hasher ) {
    Segment * s = roots_[rootOf( hash )].segment;
-   if ( s->bits > segmentBits || ( s->depth == 0 && s->bits > leastBits ) ) {
-      resize( hash, s->bits - 1, hasher );
+   U32 least = s->depth == 0 ? leastBits : segmentBits;
+   if ( s->bits > least ) {
+      resize( hash, std::max( s->bits - 2, least ), hasher );
       return;
    }
    if ( s->depth == 0 ) {
