@@ -26,7 +26,8 @@
 //    };
 //
 // KIV_VALUE stands behind the data members and lists them, without the trailing underscore, in the
-// order of their declaration; the class is public from there on. It makes: default and full constructor, x(), xIs( v ), ==,
+// order of their declaration; the class is public from there on. It makes: default and full
+// constructor, x(), xIs( v ), ==,
 // <=> field by field, isEq(), hash(), stringValue() and the constructor from that text or from
 // its shorter form "{collecting: True}". A field that the text leaves out keeps its default.
 
