@@ -1,0 +1,17 @@
+// What can be simulated, in the order in which the agent creates it.
+
+#include "tests/simulation/SimVerify.h"
+#include "tests/simulation/World.h"
+
+namespace Sim {
+
+std::span< const FeatureKind >
+featureKinds() {
+   static const FeatureKind kinds[] = {
+         { "world", World::operations(), nullptr },
+         { "verify", SimVerify::operations(), makeFeature< SimVerify > },
+   };
+   return kinds;
+}
+
+} // namespace Sim
