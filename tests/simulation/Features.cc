@@ -1,5 +1,6 @@
 // What can be simulated, in the order in which the agent creates it.
 
+#include "tests/simulation/SimMac.h"
 #include "tests/simulation/SimVerify.h"
 #include "tests/simulation/World.h"
 
@@ -10,6 +11,7 @@ featureKinds() {
    static const FeatureKind kinds[] = {
          { "world", World::operations(), nullptr },
          { "verify", SimVerify::operations(), makeFeature< SimVerify > },
+         { "mac", SimMac::operations(), makeFeature< SimMac > },
    };
    return kinds;
 }

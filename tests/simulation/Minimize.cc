@@ -17,6 +17,7 @@ constexpr U32 longestStep = 20; // seconds of real time, for a whole replay of a
 struct Verdict {
    U32 steps;
    bool whole;
+   U64 transcript;
    char feature[32];
    char what[512];
 };
@@ -67,6 +68,7 @@ beJudged( const History & history, int errors ) {
    Outcome outcome = replay( history );
    copyText( verdict.feature, outcome.finding.feature );
    copyText( verdict.what, outcome.finding.what );
+   verdict.transcript = outcome.transcript;
    verdict.whole = true;
    _exit( 0 );
 }
@@ -179,6 +181,7 @@ judge( const History & history ) {
    waitpid( child, &status, 0 );
    Outcome outcome;
    outcome.steps = verdict.steps;
+   outcome.transcript = verdict.transcript;
    outcome.finding = { verdict.feature, verdict.what };
    if ( !verdict.whole ) {
       outcome.finding = { "fatal", lastWords( said, status ) };

@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <unistd.h>
 
@@ -28,7 +29,7 @@ die( int signal ) {
    std::signal( signal, SIG_DFL );
    std::fprintf( stderr, "FAILED: seed %llu, step %u: %s\n%s",
                  static_cast< unsigned long long >( present.seed ), *present.steps,
-                 signal == SIGALRM ? "no end of a step" : "fatal assertion or crash",
+                 signal == SIGABRT ? "fatal assertion, see above" : strsignal( signal ),
                  lastEvents( present.events, *present.steps ).c_str() );
    std::fflush( nullptr );
    _exit( deathCode );

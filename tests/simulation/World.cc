@@ -22,6 +22,8 @@ constexpr Operation operationTable[] = {
 constexpr U32 mostTurns = 20000;
 // Longer than the longest chain of retries and back-offs.
 constexpr Kiv::Seconds longestWayToRest = 600;
+// After this much time only what may wait for ever is still waiting.
+constexpr Kiv::Seconds longestWait = 100;
 
 } // namespace
 
@@ -143,7 +145,7 @@ World::report( const char * feature, const String & what ) {
 
 Finding
 World::checkInvariants() const {
-   if ( finding_ ) {
+   if ( finding_ || stopped_ ) {
       return finding_;
    }
    for ( auto & entry : features_ ) {
@@ -164,6 +166,9 @@ World::check( String ( SimFeature::*what )() const ) {
 
 void
 World::apply( const Event & event ) {
+   if ( stopped_ ) {
+      return;
+   }
    if ( event.feature != 0 ) {
       for ( auto & entry : features_ ) {
          if ( entry.kind == event.feature ) {
@@ -232,13 +237,16 @@ World::rest() {
       entry.feature->faultsIs( false );
    }
    scheduler.readCostIs( 0 );
-   Kiv::Seconds limit = scheduler.time() + longestWayToRest;
-   while ( turnsAtOneTime() && scheduler.nextTime() <= limit && !finding_ ) {
+   Kiv::Seconds start = scheduler.time();
+   auto waits = [&] {
+      return scheduler.time() > start + longestWait &&
+             std::any_of( features_.begin(), features_.end(),
+                          []( auto & entry ) { return entry.feature->mayStayArmed(); } );
+   };
+   while ( turnsAtOneTime() && scheduler.nextTime() <= start + longestWayToRest && !waits() ) {
       scheduler.advance( scheduler.nextTime() - scheduler.time() );
    }
-   bool armed = std::any_of( features_.begin(), features_.end(),
-                             []( auto & entry ) { return entry.feature->mayStayArmed(); } );
-   if ( scheduler.nextTime() != Kiv::never && !armed ) {
+   if ( scheduler.nextTime() != Kiv::never && !waits() ) {
       report( "world", "no rest: a clock stays armed with nothing to wait for" );
    }
    check( &SimFeature::checkAtRest );
@@ -260,7 +268,7 @@ World::end() {
    for ( auto entry = features_.rbegin(); entry != features_.rend(); ++entry ) {
       entry->feature->stop();
    }
-   runFor( 0 );
+   stopped_ = true;
 }
 
 } // namespace Sim

@@ -90,6 +90,7 @@ class World : private Kiv::LogSink {
    U32 ports_, lags_, vlans_, topos_, keys_;
    std::vector< Entry > features_;
    Finding finding_;
+   bool stopped_ = false; ///< the state machines are gone
    Kiv::LogSink * formerSink_;
 };
 
