@@ -27,8 +27,6 @@ QonLogHandle handles[] = {
 
       { "QonL2ProtocolForwardingSm", QonLog::DATAPLANE_L2_PROTOCOL_FORWARDING_HW_RESOURCE_FULL },
 
-      { "QonChipProgrammer", QonLog::ETH_MACADDRBANKFULL },
-
       { "QonMulticastSm", QonLog::DATAPLANE_MACTABLEENTRYCLEAR },
       { "QonMulticastSm", QonLog::DATAPLANE_NOMACTABLEENTRIES },
       { "QonMulticastSm", QonLog::DATAPLANE_MULTICASTGROUPCLEAR },
