@@ -189,7 +189,7 @@ runRound( Costs & c, const Load< K > & load ) {
    } );
 }
 
-/** Both maps' costs for n keys, measured once, round by round in turns. */
+/** Both maps' costs for n keys, measured once and in turns. */
 template< class K >
 const std::pair< Costs, Costs > &
 bothFor( U32 n ) {
@@ -200,9 +200,14 @@ bothFor( U32 n ) {
    auto & [dense, floor] = it->second;
    if ( fresh ) {
       Load< K > load( n );
-      for ( U32 round = 0; round < std::max( 5u, 1000000 / n ); ++round ) {
-         runRound< Standard >( floor, load );
-         runRound< Dense >( dense, load );
+      U32 rounds = std::max( 1u, 200000 / n );
+      for ( U32 turn = 0; turn < 5; ++turn ) {
+         for ( U32 i = 0; i < rounds; ++i ) {
+            runRound< Standard >( floor, load );
+         }
+         for ( U32 i = 0; i < rounds; ++i ) {
+            runRound< Dense >( dense, load );
+         }
       }
       floor.longest = longestInsert< Standard >( load.keys );
       dense.longest = longestInsert< Dense >( load.keys );
