@@ -1,5 +1,6 @@
 // What can be simulated, in the order in which the agent creates it.
 
+#include "tests/simulation/SimLag.h"
 #include "tests/simulation/SimMac.h"
 #include "tests/simulation/SimVerify.h"
 #include "tests/simulation/World.h"
@@ -11,6 +12,8 @@ featureKinds() {
    static const FeatureKind kinds[] = {
          { "world", World::operations(), nullptr },
          { "verify", SimVerify::operations(), makeFeature< SimVerify > },
+         { "lag", SimLag::operations(), makeFeature< SimLag > },
+         { "mlag", SimMlag::operations(), makeFeature< SimMlag > },
          { "mac", SimMac::operations(), makeFeature< SimMac > },
    };
    return kinds;
