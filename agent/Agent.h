@@ -72,6 +72,7 @@ class Agent {
 
    /** Seconds since the agent began, by its own clock. */
    Kiv::Seconds uptime() const { return Kiv::now() - began_; }
+   Kiv::Seconds began() const { return began_; }
 
  private:
    Kiv::TaskScheduler & scheduler_;
