@@ -150,6 +150,7 @@ Console::help( const Json & ) {
                        { "help", command.help } } );
    }
    Json reply = ok();
+   reply["verification"] = agent_.verification().name;
    reply["shows"] = all;
    return reply;
 }
@@ -340,15 +341,15 @@ Console::watch( Connection & connection, const Json & request ) {
 
 void
 Console::verification( Connection & connection, const String & command ) {
-   if ( !verify_ ) {
+   auto & verify = agent_.verification();
+   if ( !verify.handle ) {
       connection.send( lineOf( failure( "this agent does not verify itself" ) ) );
       return;
    }
    Capture capture;
-   verify_( capture.fd(), command );
+   verify.handle( capture.fd(), command );
    changed();
-   String answer = capture.content();
-   connection.send( answer.empty() || answer.back() != '\n' ? answer + "\n" : answer );
+   connection.send( capture.content() );
 }
 
 } // namespace QonAgent

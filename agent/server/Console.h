@@ -3,12 +3,13 @@
 //
 //    {"do": "get", "path": "acsd/portToLag[Ethernet0]"} -> {"ok": true, "value": "Port-Channel1"}
 //    anything that cannot be done                       -> {"ok": false, "error": "why"}
-//    VTS#...                                            -> the answer of the verification, as it is
+//    VTS#...                                            -> the verification's answer, as it is
 //
 // docs/agent.md lists the requests.
 //
 // Invariants
-// 1. Every line gets an answer of one line; a watch sends more of them.
+// 1. Every request gets an answer of one line; a watch sends more of them. The answer of a
+//    verification has no line end.
 // 2. A request that is refused has changed nothing.
 //
 // Ownership: none; the agent outlives the console, and the console the server.
@@ -23,14 +24,11 @@ namespace QonAgent {
 
 class Console {
  public:
-   /** Carries out a verification command; writes the answer to `socket` before it returns. */
-   using Verify = std::function< void( int socket, const String & command ) >;
    /** Lets the agent's own time run on by so many seconds. */
    using Advance = std::function< void( Kiv::Seconds by ) >;
 
    explicit Console( Agent & agent );
 
-   void verifyIs( Verify verify ) { verify_ = std::move( verify ); }
    /** For an agent on virtual time: after every change it is advanced by 0. */
    void advanceIs( Advance advance ) { advance_ = std::move( advance ); }
 
@@ -63,7 +61,6 @@ class Console {
    void changed();
 
    Agent & agent_;
-   Verify verify_;
    Advance advance_;
    std::vector< ShowCommand > shows_;
 };
