@@ -2,7 +2,10 @@
 
 #include "tests/simulation/SimLag.h"
 #include "tests/simulation/SimMac.h"
+#include "tests/simulation/SimMode.h"
+#include "tests/simulation/SimTopology.h"
 #include "tests/simulation/SimVerify.h"
+#include "tests/simulation/SimVlan.h"
 #include "tests/simulation/World.h"
 
 namespace Sim {
@@ -15,6 +18,9 @@ featureKinds() {
          { "lag", SimLag::operations(), makeFeature< SimLag > },
          { "mlag", SimMlag::operations(), makeFeature< SimMlag > },
          { "mac", SimMac::operations(), makeFeature< SimMac > },
+         { "vlan", SimVlan::operations(), makeFeature< SimVlan > },
+         { "mode", SimMode::operations(), makeFeature< SimMode > },
+         { "topology", SimTopology::operations(), makeFeature< SimTopology > },
    };
    return kinds;
 }

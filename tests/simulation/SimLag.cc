@@ -227,6 +227,7 @@ SimLag::restart( U32 how ) {
       leaveStale( how );
    }
    rebuildClaims();
+   nested_ = 0; // what is listed during the start has no order
    start();
 }
 

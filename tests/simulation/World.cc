@@ -43,6 +43,7 @@ World::World( const Plan & plan )
    vlans_ = rng.between( 1, 8 * scale );
    topos_ = rng.between( 1, 4 );
    keys_ = rng.between( 2, 24 * scale );
+   perVlan_ = rng.percent( 50 );
    acsd = Qon::qonCommonSmDataFactory( "acsd" );
    acsd->initializedIs( true );
    auto kinds = featureKinds();

@@ -62,6 +62,8 @@ class World : private Kiv::LogSink {
       return nullptr;
    }
    bool has( U32 kind ) const;
+   /** Whether the chip keeps forwarding per VLAN and has no topology tables. */
+   bool perVlan() const { return perVlan_; }
    const Plan & plan() const { return plan_; }
    /** Chance for decisions about the world that are made at its start. */
    Rng chance( U64 purpose ) const { return Rng( plan_.seed ).fork( purpose ); }
@@ -88,6 +90,7 @@ class World : private Kiv::LogSink {
 
    Plan plan_;
    U32 ports_, lags_, vlans_, topos_, keys_;
+   bool perVlan_;
    std::vector< Entry > features_;
    Finding finding_;
    bool stopped_ = false; ///< the state machines are gone
