@@ -29,7 +29,11 @@ reason( const String & what ) {
    }
    auto at = what.find( "syntax error" );
    String text = at == String::npos ? what : what.substr( at );
-   return text.size() <= most ? text : text.substr( 0, most ) + "...";
+   if ( text.size() > most ) {
+      text.resize( most );
+      text += "...";
+   }
+   return text;
 }
 
 } // namespace
