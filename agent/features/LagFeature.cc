@@ -1,6 +1,7 @@
 #include "agent/features/LagFeature.h"
 
 #include <nlohmann/json.hpp>
+#include <set>
 
 #include "agent/Agent.h"
 #include "agent/configdb/ConfigReader.h"
@@ -14,6 +15,15 @@ namespace {
 
 constexpr U8 fallbackOff = 0;
 constexpr U8 fallbackStatic = 1;
+
+/** The members by name. */
+Qon::QonLagPortList::Entries
+sorted( const Qon::QonLagPortList & members ) {
+   Qon::QonLagPortList::Entries all( members.begin(), members.end() );
+   std::sort( all.begin(), all.end(),
+              []( const auto & a, const auto & b ) { return a.first < b.first; } );
+   return all;
+}
 
 } // namespace
 
@@ -122,7 +132,7 @@ LagFeature::portChannels( const std::vector< String > & arguments ) const {
       }
       Json members = Json::array();
       bool up = false;
-      for ( auto & [port, flags] : agent_->acsd()->lagToPort( lag ) ) {
+      for ( auto & [port, flags] : sorted( agent_->acsd()->lagToPort( lag ) ) ) {
          members.push_back( names.spelling( port ) );
          up = up || flags.distributing();
       }
@@ -143,7 +153,11 @@ LagFeature::memberRows( Ulnet::IntfId lag, const Interface::EthLagIntfStatus & s
    auto & names = agent_->names();
    auto members = agent_->acsd()->lagToPort( lag );
    auto group = hardware_->lag( lag );
-   for ( auto && [port, listed] : status.intfIteratorConst() ) {
+   std::set< Ulnet::IntfId > listed;
+   for ( auto i = status.intfIteratorConst(); i; ++i ) {
+      listed.insert( i.key() );
+   }
+   for ( auto port : listed ) {
       auto flags = members.port( port );
       rows.push_back( { { "portChannel", names.spelling( lag ) },
                         { "port", names.spelling( port ) },
