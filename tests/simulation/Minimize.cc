@@ -11,8 +11,6 @@ namespace Sim {
 
 namespace {
 
-constexpr U32 longestStep = 20; // seconds of real time, for a whole replay of a candidate
-
 /** What a child tells, in memory shared with it. */
 struct Verdict {
    U32 steps;
@@ -50,8 +48,8 @@ lastWords( const String & said, int status ) {
    if ( at != String::npos ) {
       return said.substr( at + 7, said.find( ' ', at + 25 ) - at - 7 );
    }
-   if ( WIFSIGNALED( status ) && WTERMSIG( status ) == SIGALRM ) {
-      return "no end of a step";
+   if ( WIFSIGNALED( status ) && WTERMSIG( status ) == SIGPROF ) {
+      return "no end of a run";
    }
    return "death: " + said.substr( 0, said.find( '\n' ) );
 }
@@ -59,10 +57,10 @@ lastWords( const String & said, int status ) {
 [[noreturn]] void
 beJudged( const History & history, int errors ) {
    dup2( errors, STDERR_FILENO );
-   for ( int signal : { SIGABRT, SIGSEGV, SIGFPE, SIGBUS, SIGALRM } ) {
+   for ( int signal : { SIGABRT, SIGSEGV, SIGFPE, SIGBUS, SIGPROF } ) {
       std::signal( signal, SIG_DFL );
    }
-   alarm( longestStep );
+   limitTime();
    Verdict & verdict = sharedVerdict();
    stepsCountIn( verdict.steps );
    Outcome outcome = replay( history );

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include "tests/simulation/Memory.h"
@@ -13,6 +14,7 @@ namespace Sim {
 namespace {
 
 constexpr U32 eventsShown = 50;
+constexpr U32 longestRun = 60; // seconds of the processor
 
 /** The run in progress, for whoever has to report a death. */
 struct Present {
@@ -29,7 +31,9 @@ die( int signal ) {
    std::signal( signal, SIG_DFL );
    std::fprintf( stderr, "FAILED: seed %llu, step %u: %s\n%s",
                  static_cast< unsigned long long >( present.seed ), *present.steps,
-                 signal == SIGABRT ? "fatal assertion, see above" : strsignal( signal ),
+                 signal == SIGPROF   ? "no end of a run"
+                 : signal == SIGABRT ? "fatal assertion, see above"
+                                     : strsignal( signal ),
                  lastEvents( present.events, *present.steps ).c_str() );
    std::fflush( nullptr );
    _exit( deathCode );
@@ -128,9 +132,15 @@ stepsCountIn( U32 & counter ) {
 }
 
 void
+limitTime() {
+   itimerval limit{ {}, { longestRun, 0 } };
+   setitimer( ITIMER_PROF, &limit, nullptr );
+}
+
+void
 reportDeath( int exitCode ) {
    deathCode = exitCode;
-   for ( int signal : { SIGABRT, SIGSEGV, SIGFPE, SIGBUS, SIGALRM } ) {
+   for ( int signal : { SIGABRT, SIGSEGV, SIGFPE, SIGBUS, SIGPROF } ) {
       std::signal( signal, die );
    }
 }

@@ -35,6 +35,8 @@ String lastEvents( const std::vector< Event > & events, U32 steps );
 /** Prints seed, step and the last events when the process is killed by an assertion, a crash or
     a hang, and ends it with `exitCode`. */
 void reportDeath( int exitCode );
+/** Kills the process with SIGPROF if it works for a minute without another call of this. */
+void limitTime();
 /** Keeps the number of the present step there, for a process that outlives this one. */
 void stepsCountIn( U32 & counter );
 

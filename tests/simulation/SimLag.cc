@@ -22,6 +22,8 @@ enum Operations : U8 {
    managedOp,
    hardwarePort,
    nested,
+   latency,
+   finish,
    restartOp
 };
 
@@ -37,6 +39,8 @@ constexpr Operation operationTable[] = {
       { "managed", 4, { Range::intf, Range::flag } },
       { "port", 8, { Range::port, Range::few } },
       { "nested", 2, { Range::few } },
+      { "latency", 1, { Range::few } },
+      { "finish", 4 },
       { "restart", 1, { Range::few } },
 };
 
@@ -59,6 +63,9 @@ SimLag::SimLag( World & world )
       hardwarePorts_( Velto::make< Hardware::FapIdPortDir >( "ports" ) ),
       hardware_( Velto::make< Hardware::Lag::Config >( "config" ) ),
       hardwareStatus_( Velto::make< Hardware::Lag::Status >( "status" ) ) {
+   if ( world.chance( 21 ).percent( 25 ) ) {
+      limits_ = { 2, 3 };
+   }
    U32 known = world.chance( 20 ).percent( 50 ) ? world.size( Range::port ) : 0;
    for ( U32 i = 0; i < known; ++i ) {
       hardwarePorts_->fapIdPortIs( world.port( i ), Qon::FapIdPort( 1, i ) );
@@ -69,7 +76,9 @@ void
 SimLag::start() {
    using GroupListener = Listener< Hardware::Lag::Config::lagAttr >;
    using PortListener = Listener< Qon::QonCommonSmData::portToLagAttr >;
-   if ( !groupListener_ ) {
+   if ( !chip_ ) {
+      chip_ = SoftChip::LagTableIs( hardware_, hardwareStatus_, limits_ );
+      chip_->initializedIs( true );
       groupListener_ = Velto::make< GroupListener >(
             hardware_.ptr(), [this]( const IntfId & lag ) { groupHeard( lag ); } );
       portListener_ = Velto::make< PortListener >(
@@ -87,6 +96,20 @@ void
 SimLag::stop() {
    sm_ = nullptr;
    progSm_ = nullptr;
+}
+
+void
+SimLag::latencyIs( U32 latency ) {
+   chip_->latencyIs( latency < 3   ? 0
+                     : latency < 7 ? ( 1u << 4 * ( latency - 3 ) ) * 1e-6
+                                   : Kiv::never );
+}
+
+void
+SimLag::faultsIs( bool on ) {
+   latencyIs( on ? latency_ : 3 );
+   chip_->finishAll();
+   nested_ = on ? nested_ : 0;
 }
 
 void
@@ -137,6 +160,12 @@ SimLag::apply( const Event & event ) {
       break;
    case nested:
       nested_ = event[0];
+      break;
+   case latency:
+      latencyIs( latency_ = event[0] );
+      break;
+   case finish:
+      chip_->finishAll();
       break;
    case restartOp:
       restart( event[0] );
@@ -452,9 +481,36 @@ SimLag::checkGroup( IntfId lag ) const {
    return {};
 }
 
+/** What does not fit is refused for a reason; all else is as configured. */
+String
+SimLag::checkChip( IntfId lag ) const {
+   U32 held = 0;
+   for ( auto & [port, member] : wantedGroup( lag ) ) {
+      if ( auto there = chip_->member( lag, port ) ) {
+         ++held;
+         if ( !( *there == member ) ) {
+            return "member differs in the chip: " + shown( lag, port );
+         }
+      } else {
+         auto result = progSm_->programmed( lag, port ).result();
+         if ( result != Hardware::Lag::Result::noLag &&
+              result != Hardware::Lag::Result::noMember ) {
+            return "member missing in the chip: " + shown( lag, port );
+         }
+      }
+   }
+   return chip_->members( lag ) == held ? "" : "member too many in the chip: " + lag.stringValue();
+}
+
 String
 SimLag::checkAtRest() const {
-   return checkMaps();
+   for ( U32 i = 0; i < world_.size( Range::lag ); ++i ) {
+      if ( String wrong = checkChip( world_.lag( i ) ); !wrong.empty() ) {
+         return wrong;
+      }
+   }
+   String wrong = chip_->checkInvariants();
+   return wrong.empty() ? checkMaps() : "chip: " + wrong;
 }
 
 void
@@ -469,7 +525,8 @@ SimLag::tearDown() {
 String
 SimLag::checkTornDown() const {
    auto & acsd = *world_.acsd;
-   return acsd.lagToPorts() || acsd.portToLags() || hardware_->lags() || names_->intfDeviceNames()
+   return acsd.lagToPorts() || acsd.portToLags() || hardware_->lags() || chip_->lags() ||
+                      names_->intfDeviceNames()
                 ? "left over: a map is not empty without aggregates"
                 : "";
 }

@@ -11,11 +11,14 @@
 // At every moment, inside bursts too:
 // 3. When portToLag is published, it is the inverse of lagToPort.
 // 4. No port is an own member of two hardware groups.
+// And at rest:
+// 5. The chip holds the hardware groups, save what it has no room for and says so.
 
 #include <map>
 #include <vector>
 
 #include "Qon/include/QonLagSm.h"
+#include "agent/softchip/LagTable.h"
 #include "tests/simulation/Listener.h"
 #include "tests/simulation/SimFeature.h"
 
@@ -30,6 +33,7 @@ class SimLag : public SimFeature {
    void start() override;
    void apply( const Event & event ) override;
    String checkInvariants() const override;
+   void faultsIs( bool on ) override;
    String checkAtRest() const override;
    void tearDown() override;
    String checkTornDown() const override;
@@ -57,6 +61,7 @@ class SimLag : public SimFeature {
    void unclaim( IntfId port, IntfId lag );
    void rebuildClaims();
    void managedIs( IntfId port, bool managed );
+   void latencyIs( U32 latency );
    void restart( U32 how );
    void leaveStale( U32 how );
    void portToLagHeard( IntfId port );
@@ -70,6 +75,7 @@ class SimLag : public SimFeature {
    String checkLagToPort( IntfId lag ) const;
    String checkNames( IntfId lag ) const;
    String checkGroup( IntfId lag ) const;
+   String checkChip( IntfId lag ) const;
 
    Velto::Ptr< Interface::EthLagIntfStatusDir > statuses_;
    Velto::Ptr< Lag::Input::IntfDeviceNameDir > names_;
@@ -83,6 +89,9 @@ class SimLag : public SimFeature {
    mutable U32 sinceCheck_ = 0;
    U32 nested_ = 0; ///< changes to make while portToLag is published
 
+   SoftChip::LagTable::Limits limits_;
+   U32 latency_ = 0; ///< how late the chip is, see latencyIs()
+   Velto::Ptr< SoftChip::LagTable > chip_;
    Velto::Ptr< Qon::LagProgSm > progSm_;
    Velto::Ptr< Qon::LagSm > sm_;
    using MemberListener = Listener< Hardware::Lag::LagConfig::memberAttr >;

@@ -13,6 +13,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <ctime>
 #include <fstream>
 
 #include "platform/Velto/Assert.h"
@@ -44,9 +45,8 @@ class Progress {
                        done, of, perSecond(), terminal_ ? "   " : "\n" );
       }
    }
-   double seconds() const {
-      return std::chrono::duration< double >( Clock::now() - start_ ).count();
-   }
+   /** Of the processor: others may be at work on the machine. */
+   static double seconds() { return double( std::clock() ) / CLOCKS_PER_SEC; }
    double perSecond() const { return double( steps_ ) / std::max( seconds(), 1e-6 ); }
    void end() const {
       if ( terminal_ ) {
@@ -56,8 +56,7 @@ class Progress {
 
  private:
    bool terminal_ = isatty( STDERR_FILENO ) != 0;
-   Clock::time_point start_ = Clock::now();
-   Clock::time_point shown_ = start_;
+   Clock::time_point shown_ = Clock::now();
    U64 steps_ = 0;
 };
 
@@ -78,8 +77,11 @@ int
 failed( const Options & options, const History & history, const Outcome & outcome ) {
    printFailure( history, outcome );
    if ( options.minimize ) {
-      History small = minimize(
-            history, []( U32 events ) { std::fprintf( stderr, "\r%u events left   ", events ); } );
+      History small = minimize( history, []( U32 events ) {
+         if ( isatty( STDERR_FILENO ) ) {
+            std::fprintf( stderr, "\r%u events left   ", events );
+         }
+      } );
       std::fprintf( stderr, "\n" );
       std::printf( "minimized to %u events:\n%s", U32( small.events.size() ),
                    lastEvents( small.events, U32( small.events.size() ) ).c_str() );
@@ -124,6 +126,7 @@ runSeeds( const Options & options ) {
    U64 steps = 0, together = 0;
    Plan plan = options.plan;
    for ( U32 done = 0; done < options.seeds; ++done, ++plan.seed ) {
+      limitTime();
       // What dies must not take the minimizer with it.
       Outcome outcome = options.minimize ? judge( historyOf( plan, options.steps ) )
                                          : simulate( plan, options.steps, transcript );
@@ -142,7 +145,7 @@ runSeeds( const Options & options ) {
    progress.end();
    std::printf( "%u seeds, %llu steps, all held, transcript %016llx\n", options.seeds,
                 wide( steps ), wide( together ) );
-   std::fprintf( stderr, "%.1f s, %.0f steps a second\n", progress.seconds(),
+   std::fprintf( stderr, "%.1f s of the processor, %.0f steps a second\n", progress.seconds(),
                  progress.perSecond() );
    return 0;
 }

@@ -105,11 +105,12 @@ class SimTopology : public SimFeature {
    U32 mode_ = 0;
    U32 nested_ = 0; ///< changes to make while a status is written
    U64 changes_ = 0;
-   mutable bool dirty_ = true;
+   mutable bool dirty_ = true; ///< something happened since the last check
+   mutable U32 sinceCheck_ = 0, walks_ = 0;
    bool bpdu_ = false, pvstBpdu_ = false; ///< as the chip was told
    std::set< String > allocated_;
-   std::map< U16, String > vlanTopo_; ///< as the chip was told
-   std::set< U16 > left_;             ///< VLANs that went from a live topology into none
+   std::vector< String > vlanTopo_; ///< by VLAN, as the chip was told; empty is none
+   std::set< U16 > left_;           ///< VLANs that went from a live topology into none
    using PortListener = Listener< Bridging::Topology::Inst::TopoStatus::topoPortStatusAttr >;
    std::map< String, Velto::Ptr< PortListener > > topoListeners_;
    std::map< std::pair< String, IntfId >, Velto::Ptr< StatusWatch > > statusWatches_;

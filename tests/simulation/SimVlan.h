@@ -45,6 +45,7 @@ class SimVlan : public SimFeature {
    Rng rng_;
    U32 failing_; ///< per cent
    bool faults_ = false;
+   mutable U32 sinceCheck_ = 0;
    U32 mode_ = 0;
    std::map< std::pair< U16, IntfId >, Qon::VlanMembership > wanted_;
    Velto::Ptr< SoftChip::SoftVlanHelper > helper_;
