@@ -66,11 +66,19 @@ TEST( Console, ShowsInTheOrderOfInterfacesAndInTheFilesSpelling ) {
               "there is no port-channel 'PortChannel3'" );
    EXPECT_EQ( rows( { "log", "x" } ), "'show log' takes no argument" );
    // Every table that there is can be shown, with what its columns name.
-   for ( auto & show : console.answer( { { "do", "help" } } )["shows"] ) {
+   Json help = console.answer( { { "do", "help" } } );
+   for ( auto & show : help["shows"] ) {
+      Lines words( 1 );
+      for ( char c : show["show"].get< String >() ) {
+         if ( c == ' ' ) {
+            words.emplace_back();
+         } else {
+            words.back() += c;
+         }
+      }
       if ( show["arguments"] != "PATH" ) {
-         Json answer = console.answer( { { "do", "show" }, { "words", { show["show"] } } } );
-         EXPECT_TRUE( answer["ok"].get< bool >() || show["show"] == "port-channel members" )
-               << answer;
+         Json answer = console.answer( { { "do", "show" }, { "words", words } } );
+         EXPECT_TRUE( answer["ok"].get< bool >() ) << answer;
       }
    }
 }
