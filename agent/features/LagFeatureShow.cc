@@ -110,12 +110,13 @@ LagFeature::portChannels( const std::vector< String > & arguments ) const {
       }
       Json members = Json::array(), programmed = Json::array(), shared = Json::array();
       bool up = false;
-      for ( auto & [port, flags] : agent_->acsd()->lagToPort( lag ) ) {
-         members.push_back( names.spelling( port ) );
-         up = up || flags.distributing();
-      }
+      const auto own = agent_->acsd()->lagToPort( lag );
       for ( Ulnet::IntfId port : portsOf( lag ) ) {
          const auto chip = held( lag, port );
+         if ( own.portHas( port ) ) {
+            members.push_back( names.spelling( port ) );
+            up = up || own.port( port ).distributing();
+         }
          if ( chip.result() == Hardware::Lag::Result::success ) {
             ( chip.shared() ? shared : programmed ).push_back( names.spelling( port ) );
          }
