@@ -5,16 +5,16 @@
 //    StpSm -> hooks -> wanted -> at once or later: the table -> setStpStateDoneTopoId()
 //
 // Invariants
-// 1. Not more topologies are in the table than it has room for. One without room is kept aside and
-//    installed when another goes; until then nothing of it is reported done.
+// 1. Not more topologies are in the table than it has room for (in the fault plan the limit of
+//    "topoTable"). One without room is kept aside and installed when another goes; until then
+//    nothing of it is reported done.
 // 2. Done is reported when everything handed over for the topology is in the table.
 // 3. A VLAN whose topology is not in the table forwards nowhere; one that was never in a topology
 //    forwards everywhere.
 
-#include <string>
-
 #include "Qon/include/QonStpSm.h"
 #include "agent/softchip/Completions.h"
+#include "agent/softchip/FaultPlan.h"
 
 namespace SoftChip {
 
@@ -23,12 +23,13 @@ using Velto::String;
 
 class SoftTopoHelper : public Qon::TopoHelper {
  public:
-   explicit SoftTopoHelper( U32 maxTopo = 64 ) : maxTopo_( maxTopo ), vlan_( 4095 ) {}
+   SoftTopoHelper( U32 maxTopo, FaultPlan & plan )
+       : maxTopo_( maxTopo ), plan_( plan ), vlan_( 4095 ) {}
 
    /** When port states are done. */
    Completions & completions() { return completions_; }
 
-   U32 maxTopo() override { return maxTopo_; }
+   U32 maxTopo() override { return plan_.limit( "topoTable", maxTopo_ ); }
    bool allocTopo( const String & topoName ) override;
    void freeTopo( const String & topoName ) override;
    void setStpState( S32 topoId, const String & topoName, IntfId intf, PortState state ) override;
@@ -71,6 +72,7 @@ class SoftTopoHelper : public Qon::TopoHelper {
    void done( U32 topoId );
 
    const U32 maxTopo_;
+   FaultPlan & plan_;
    U32 installed_ = 0;
    U64 incarnations_ = 0;
    U64 flushes_ = 0;
