@@ -18,6 +18,7 @@ inline constexpr char hardwareFapIdPort[] = "hardware/fapidport";  // Hardware::
 inline constexpr char mlagStatus[] = "mlag/status";                // Mlag::Status
 
 // Bridging
+inline constexpr char vlanConfig[] = "bridging/vlan/config";         // Bridging::Vlan::Config
 inline constexpr char topologyConfig[] = "bridging/topology/config"; // Bridging::Topology::Config
 inline constexpr char topologyStatus[] = "bridging/topology/inst/status"; // ...::Inst::Status
 inline constexpr char bridgingConfig[] = "bridging/config";               // Bridging::Config
