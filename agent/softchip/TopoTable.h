@@ -44,6 +44,16 @@ class SoftTopoHelper : public Qon::TopoHelper {
    const String & topoOf( U16 vlan ) const { return vlan_[vlan].topo; }
    /** The state of a port in the table; disabled where it was never set. */
    PortState state( const String & topoName, IntfId intf ) const;
+   /** Calls `act( IntfId, PortState )` for every port of a topology in the table. */
+   template< class Act >
+   void forEachPort( const String & topoName, Act && act ) const {
+      auto topo = topo_.find( topoName );
+      if ( topo && topo->installed ) {
+         for ( auto && [intf, port] : topo->ports ) {
+            act( intf, port.held );
+         }
+      }
+   }
    /** Whether frames of the VLAN pass the port, as far as topologies go. */
    bool forwards( U16 vlan, IntfId intf ) const;
    U64 flushes() const { return flushes_; }
