@@ -145,7 +145,7 @@ class VlanHelper : public VlanHelperBase {
       U64 completed = 0;
       Kiv::Seconds since = 0;
    };
-   static constexpr U32 vlansPerTurn = 32;
+   static constexpr Kiv::Seconds pacingBudget = 0.003; // for the chip, in one turn
 
    static U64 bitOf( U32 port ) { return U64( 1 ) << ( port % 64 ); }
    static VlanMembership wantedOf( const Block & b, U64 bit ) {

@@ -2,6 +2,7 @@
 
 #include "Qon/include/QonLog.h"
 #include "Qon/include/QonTraceHandles.h"
+#include "Qon/include/TimeSlice.h"
 #include "platform/Kiv/Describe.h"
 
 namespace Qon {
@@ -267,16 +268,20 @@ VlanHelper::enqueue( Vlan & v, VlanId vlan ) {
 
 void
 VlanHelper::handlePacing() {
-   for ( U32 n = 0; n < vlansPerTurn && !queue_.empty(); ++n ) {
+   TimeSlice slice( pacingBudget, 8 );
+   while ( !queue_.empty() ) {
       const VlanId vlan = queue_.front();
       queue_.deq();
       vlan_[vlan].queued = false;
       if ( !vlan_[vlan].inProgress ) {
          start( vlan );
       }
+      if ( slice.usedUp() ) {
+         break;
+      }
    }
    if ( !queue_.empty() ) {
-      pacingClock_->timeMin( Kiv::now() );
+      wakeUp( pacingClock_.clock(), slice.now() );
    }
 }
 

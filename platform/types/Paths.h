@@ -24,6 +24,7 @@ inline constexpr char lagMemberStatus[] = "lag/member/status"; // Hardware::Lag:
 inline constexpr char mlagStatus[] = "mlag/status";            // Mlag::Status
 
 // Bridging
+inline constexpr char vlanConfig[] = "bridging/vlan/config";         // Bridging::Vlan::Config
 inline constexpr char topologyConfig[] = "bridging/topology/config"; // Bridging::Topology::Config
 inline constexpr char topologyStatus[] = "bridging/topology/inst/status"; // ...::Inst::Status
 inline constexpr char bridgingConfig[] = "bridging/config";               // Bridging::Config
