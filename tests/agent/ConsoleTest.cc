@@ -60,7 +60,7 @@ TEST( Console, ShowsInTheOrderOfInterfacesAndInTheFilesSpelling ) {
    // By either spelling; the longest name of a table wins.
    for ( auto name : { "PortChannel0002", "Port-Channel2" } ) {
       EXPECT_EQ( rows( { "port-channel", name } )[0]["members"], Json( { "Ethernet10" } ) );
-      EXPECT_EQ( rows( { "port-channel", "members", name } )[0]["hardware"], "yes" );
+      EXPECT_EQ( rows( { "port-channel", "members", name } )[0]["programmed"], "yes" );
    }
    EXPECT_EQ( rows( { "port-channel", "PortChannel3" } ),
               "there is no port-channel 'PortChannel3'" );
