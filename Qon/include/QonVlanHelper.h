@@ -92,6 +92,8 @@ class VlanHelper : public VlanHelperBase {
    /** The chip is done with the doUpdateVlan() that is under way; may be called from within it.
        The chip reports once for each call, also for a VLAN that has gone meanwhile. */
    void updateVlanDone( VlanId vlan, VlanProgrammingStatus programmingStatus );
+   /** The VLAN is there, and in the chip, though it may have no members. */
+   U64 vlanIs( VlanId vlan );
    /** The VLAN has gone: nobody is a member. Whoever waits for it waits no more. The states of the
        ports are kept. */
    void vlanDel( VlanId vlan );

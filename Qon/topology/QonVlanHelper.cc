@@ -333,6 +333,12 @@ VlanHelper::handleRetry() {
    }
 }
 
+U64
+VlanHelper::vlanIs( VlanId vlan ) {
+   Vlan & v = vlan_[vlan];
+   return v.created || v.queued ? 0 : request( v, vlan );
+}
+
 void
 VlanHelper::vlanDel( VlanId vlan ) {
    Vlan & v = vlan_[vlan];

@@ -113,6 +113,7 @@ VlanFeature::vlans( const std::vector< String > & arguments ) const {
          continue;
       }
       const auto state = helper_->updateState( vlan );
+      const auto before = rows.size();
       helper_->forEachMember( vlan, [&]( IntfId port, Qon::VlanMembership how ) {
          Json r = row( vlan, port, how );
          r["topology"] = topologies_->vidToTopoMap( vlan );
@@ -125,6 +126,10 @@ VlanFeature::vlans( const std::vector< String > & arguments ) const {
          }
          rows.push_back( std::move( r ) );
       } );
+      if ( rows.size() == before ) {
+         rows.push_back(
+               { { "vlan", vlan.value() }, { "topology", topologies_->vidToTopoMap( vlan ) } } );
+      }
    }
    return checkedRows( std::move( rows ), arguments, "VLAN" );
 }
@@ -139,6 +144,9 @@ VlanFeature::hardware( const std::vector< String > & arguments ) const {
       }
       for ( auto & port : helper_->ports( vlan ) ) {
          rows.push_back( row( vlan, port.intf, port.how ) );
+      }
+      if ( helper_->ports( vlan ).empty() ) {
+         rows.push_back( { { "vlan", vlan.value() } } );
       }
    }
    return checkedRows( std::move( rows ), arguments, "VLAN" );

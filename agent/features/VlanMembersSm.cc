@@ -46,7 +46,8 @@ VlanMembersSm::handleVlan( const VlanId & vlan ) {
 }
 
 Velto::Ptr< VlanMembersSm::VlanSm >
-VlanMembersSm::makeVlan( const VlanId &, const Velto::Ptr< const VlanConfig > & config ) {
+VlanMembersSm::makeVlan( const VlanId & vlan, const Velto::Ptr< const VlanConfig > & config ) {
+   helper_->vlanIs( vlan );
    return Qon::smIs< VlanSm >( this, config.ptr() );
 }
 
