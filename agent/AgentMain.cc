@@ -30,6 +30,7 @@ struct Options {
    String events;
    String socket; // empty: none
    String log = "stderr";
+   SoftChip::ChipKind chip = SoftChip::ChipKind::topology;
    bool virtualTime = false;
    bool once = false;
 };
@@ -104,7 +105,7 @@ Program::Program( const Options & options ) : options_( options ) {
          console_->line( c, line );
       } );
    }
-   agent_.emplace( scheduler() );
+   agent_.emplace( scheduler(), agentFeatures( options.chip ) );
    console_.emplace( *agent_ );
    if ( virtual_ ) {
       console_->advanceIs( [this]( Kiv::Seconds by ) { advance( by ); } );
@@ -199,6 +200,11 @@ describe( CLI::App & app, Options & options ) {
    app.add_option( "--log", options.log, "where messages go" )
          ->check( CLI::IsMember( { "stderr", "syslog" } ) )
          ->capture_default_str();
+   app.add_option( "--chip", options.chip, "where the chip keeps port states" )
+         ->transform( CLI::CheckedTransformer(
+               std::map< String, SoftChip::ChipKind >{ { "topology", SoftChip::ChipKind::topology },
+                                                       { "vlan", SoftChip::ChipKind::vlan } } ) )
+         ->type_name( "topology|vlan" );
    app.add_flag( "--virtual-time", options.virtualTime,
                  "time moves with events and with 'qonctl run' only" );
    app.add_flag( "--once", options.once, "load, play the events, come to rest, and end" );

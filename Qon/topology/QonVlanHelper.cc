@@ -2,6 +2,7 @@
 
 #include "Qon/include/QonLog.h"
 #include "Qon/include/QonTraceHandles.h"
+#include "Qon/include/TimeSlice.h"
 #include "platform/Kiv/Describe.h"
 
 namespace Qon {
@@ -276,16 +277,20 @@ VlanHelper::enqueue( Vlan & v, VlanId vlan ) {
 
 void
 VlanHelper::handlePacing() {
-   for ( U32 n = 0; n < vlansPerTurn && !queue_.empty(); ++n ) {
+   TimeSlice slice( pacingBudget, 8 );
+   while ( !queue_.empty() ) {
       const VlanId vlan = queue_.front();
       queue_.deq();
       vlan_[vlan].queued = false;
       if ( !vlan_[vlan].inProgress ) {
          start( vlan );
       }
+      if ( slice.usedUp() ) {
+         break;
+      }
    }
    if ( !queue_.empty() ) {
-      pacingClock_->timeMin( Kiv::now() );
+      wakeUp( pacingClock_.clock(), slice.now() );
    }
 }
 
@@ -335,6 +340,12 @@ VlanHelper::handleRetry() {
          enqueue( v, vlan );
       }
    }
+}
+
+U64
+VlanHelper::vlanIs( VlanId vlan ) {
+   Vlan & v = vlan_[vlan];
+   return v.created || v.queued ? 0 : request( v, vlan );
 }
 
 void

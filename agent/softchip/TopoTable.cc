@@ -6,7 +6,7 @@ bool
 SoftTopoHelper::allocTopo( const String & topoName ) {
    auto [topo, fresh] = topo_.emplace( topoName );
    topo->incarnation = ++incarnations_;
-   if ( fresh && installed_ < maxTopo_ ) {
+   if ( fresh && installed_ < maxTopo() ) {
       topo->installed = true;
       ++installed_;
    }

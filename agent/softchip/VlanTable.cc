@@ -16,8 +16,10 @@ SoftVlanHelper::wanted( VlanId vlan ) const {
 void
 SoftVlanHelper::doUpdateVlan( VlanId vlan ) {
    *underWay_.emplace( vlan ).first = wanted( vlan );
-   const bool fails = fails_ && fails_( vlan );
-   completions_.add( [this, vlan, fails] { done( vlan, fails ); } );
+   const auto trouble = plan_.next( "doUpdateVlan" );
+   if ( trouble != Trouble::lose ) {
+      completions_.add( [this, vlan, fails = bool( trouble )] { done( vlan, fails ); } );
+   }
 }
 
 void
