@@ -156,7 +156,7 @@ SimTopology::makeHelper() {
       perVlan_->hasNotificationActiveIs( true );
       helper = perVlan_;
    } else {
-      table_ = Velto::make< Recorder< SoftChip::SoftTopoHelper > >( this, maxTopo_ );
+      table_ = Velto::make< Recorder< SoftChip::SoftTopoHelper > >( this, maxTopo_, world_.faults );
       helper = table_;
    }
    helper->pvstIs( pvst_ );
@@ -546,7 +546,7 @@ SimTopology::checkChip( const String & topo, IntfId port, PortState state ) cons
    }
    for ( U32 i = 0; i < world_.size( Range::vlan ); ++i ) {
       Bridging::VlanId id = world_.vlan( i );
-      if ( vlanTopo_[id] == topo && vlan->inChip( id, port ) ) {
+      if ( vlanTopo_[id] == topo && !vlan->gone( id ) && vlan->inChip( id, port ) ) {
          return name + " forwards in VLAN " + id.stringValue();
       }
    }
