@@ -155,6 +155,32 @@ TEST_F( StpSmTest, WhatIsRequestedDuringTheAcknowledgementIsNotAcknowledgedByIt 
    }
 }
 
+/** Gives the port another change information as soon as its state is acknowledged. */
+class Annotator : public Velto::Node {
+ public:
+   explicit Annotator( SpanningTree & stp ) : stp_( stp ) {
+      hasNotificationActiveIs( true );
+      watch_.attach( this, stp.portStatus( "mst0", "Ethernet1" ) );
+   }
+   void handleState() {
+      stp_.portConfig( "mst0", "Ethernet1" )->changeInfoIs( TopoPortChangeInfo( 99, 0.5 ) );
+   }
+
+ private:
+   SpanningTree & stp_;
+   Kiv::Watch< Bridging::Topology::TopoPortStatus::stateAttr, Annotator, &Annotator::handleState >
+         watch_;
+};
+
+TEST_F( StpSmTest, ChangeInformationThatComesDuringTheAcknowledgementStays ) {
+   runWithPort();
+   auto annotator = Velto::make< Annotator >( stp );
+   stp.port( "mst0", "Ethernet1", learning );
+   helper->setStpStateDoneTopoId( 7 );
+   EXPECT_EQ( stp.acked( "mst0", "Ethernet1" ), int( learning ) );
+   EXPECT_EQ( stp.portStatus( "mst0", "Ethernet1" )->changeInfo().changeCount(), 99u );
+}
+
 TEST_F( StpSmTest, APortThatLeavesForgetsWhatItWaitsFor ) {
    runWithPort();
    stp.port( "mst0", "Ethernet1", forwarding );

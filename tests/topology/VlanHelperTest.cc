@@ -168,8 +168,10 @@ TEST_F( VlanHelperTest, PortsOfTheRecirculationFeatureStay ) {
    helper->setPortsBlocked( v10 );
    EXPECT_EQ( set( "Ethernet1", false, false, false ), 0u );
    EXPECT_EQ( update(), ( Calls{ "create 10", "update 10 Ethernet1uie Ethernet2uie" } ) );
-   acsd->lagToFeatureSetDel( intf( "Port-Channel1" ) );
+   lags.leave( "Ethernet2" ); // has the aggregate's feature no more
    EXPECT_EQ( update(), Calls{ "update 10 Ethernet1uie" } );
+   acsd->lagToFeatureSetDel( intf( "Ethernet1" ) );
+   EXPECT_EQ( update(), Calls{ "update 10" } );
 }
 
 // --- The walks -----------------------------------------------------------------------------------
@@ -236,6 +238,37 @@ TEST_F( VlanTopoTest, AnOlderGenerationAcknowledgesNothing ) {
    EXPECT_EQ( stp.acked( "a", "Ethernet1" ), 1 );
    vlanTopo->handleVlanUpdateCompletion( 1, wanted );
    EXPECT_EQ( stp.acked( "a", "Ethernet1" ), 3 );
+}
+
+TEST_F( VlanTopoTest, WhatIsUnderWayFromBeforeIsWaitedForToo ) {
+   build( 1 );
+   stp.port( "a", "Ethernet1", forwarding );
+   rest();
+   latencyIs( Kiv::never );
+   // The port leaves the VLAN, so its state changes nothing; but the chip has not done that yet.
+   vlans->requestPortVlanMembershipChange( Kind::setOverride, intf( "Ethernet1" ), VlanId( 1 ),
+                                           false, false, false );
+   stp.port( "a", "Ethernet1", blocked );
+   scheduler.settle();
+   EXPECT_TRUE( forwards( 1, "Ethernet1" ) );
+   EXPECT_EQ( stp.acked( "a", "Ethernet1" ), int( forwarding ) );
+   completions().finish( 0 );
+   scheduler.settle();
+   EXPECT_EQ( stp.acked( "a", "Ethernet1" ), int( blocked ) );
+   // A VLAN that was blocked on leaving one topology need not be blocked on entering another.
+   member( "Ethernet2", 1 );
+   stp.port( "a", "Ethernet2", forwarding );
+   rest();
+   latencyIs( Kiv::never );
+   stp.config->vidToTopoMapDel( VlanId( 1 ) );
+   scheduler.settle();
+   stp.port( "b", "Ethernet2", blocked );
+   stp.vlan( 1, "b" );
+   scheduler.settle();
+   EXPECT_TRUE( forwards( 1, "Ethernet2" ) );
+   EXPECT_EQ( stp.acked( "b", "Ethernet2" ), int( PortState::disabled ) );
+   rest();
+   EXPECT_EQ( stp.acked( "b", "Ethernet2" ), int( blocked ) );
 }
 
 TEST_F( VlanTopoTest, AQueuedOrUnfinishedUpdateHoldsTheAcknowledgementBack ) {
