@@ -1,5 +1,6 @@
 // What can be simulated, in the order in which the agent creates it.
 
+#include "tests/simulation/SimDamage.h"
 #include "tests/simulation/SimLag.h"
 #include "tests/simulation/SimMac.h"
 #include "tests/simulation/SimMode.h"
@@ -21,6 +22,7 @@ featureKinds() {
          { "vlan", SimVlan::operations(), makeFeature< SimVlan > },
          { "mode", SimMode::operations(), makeFeature< SimMode > },
          { "topology", SimTopology::operations(), makeFeature< SimTopology > },
+         { "damage", SimDamage::operations(), makeFeature< SimDamage > },
    };
    return kinds;
 }

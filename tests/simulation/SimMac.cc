@@ -109,7 +109,7 @@ SimMac::apply( const Event & event ) {
       }
       break;
    case again:
-      if ( lastAnswer_.transaction && !programmer_->inProgMacOpHas( lastAnswer_.transaction ) ) {
+      if ( lastAnswer_.transaction ) {
          programmer_->handleCmdResponse( lastAnswer_.transaction, 0, lastAnswer_.status );
       }
       break;

@@ -256,6 +256,10 @@ SimTopology::apply( const Event & event ) {
    case spurious:
       stpSm_->setStpStateDoneTopoId( 700 + event[0] );
       stpSm_->setStpStateDoneTopoName( "nobody" );
+      if ( auto vlan = world_.feature< SimVlan >(); vlan && perVlan_ ) { // once more
+         Bridging::VlanId id = world_.vlan( event[0] );
+         perVlan_->handleVlanUpdateCompletion( id, vlan->helper()->updateState( id ).completed );
+      }
       break;
    case nested:
       nested_ = event[0];
