@@ -49,18 +49,25 @@ QonCommonSmData::initializedIs( bool v ) {
 void
 QonCommonSmData::handleInitialized() {
    QON_TRACE( facility, entryLevel, "QonCommonSmData::handleInitialized" );
-   if ( !setUp_ ) {
-      setUp_ = true;
-      verifyDataIs( "verify" )->verifyRequiredIs( "vr" );
-      auto sm = VerifySmIs( this );
-      verifySmIs( sm );
-      sm->initializedIs( true );
-      lowMemoryModeIs( envSet( "QON_LOW_MEMORY_MODE" ) );
+   if ( setUp_ == SetUp::none ) {
+      setUp_ = SetUp::underWay;
+      setUp();
+      setUp_ = SetUp::done;
    }
-   if ( !initialized_ ) {
+   // A watcher of what the set-up makes may come here before all of it is made.
+   if ( setUp_ == SetUp::done && !initialized_ ) {
       initialized_ = true;
       kivPublish( initializedAttr::index );
    }
+}
+
+void
+QonCommonSmData::setUp() {
+   verifyDataIs( "verify" )->verifyRequiredIs( "vr" );
+   auto sm = VerifySmIs( this );
+   verifySmIs( sm );
+   sm->initializedIs( true );
+   lowMemoryModeIs( envSet( "QON_LOW_MEMORY_MODE" ) );
 }
 
 Velto::Ptr< QonCommonSmData >

@@ -11,23 +11,12 @@ QonLogHandle handles[] = {
       { "QonVlanHelper", QonLog::INTF_MAX_MTU_EXCEEDED },
       { "QonVlanHelper", QonLog::LINEPROTO_UPDOWN },
 
-      { "QonVerifySm", QonLog::HARDWARE_EXCESSIVE_MULTIPLE_BIT_ERRORS },
-      { "QonVerifySm", QonLog::HARDWARE_VERIFY_AGENT_RETRY_NEEDED },
-      { "QonVerifySm", QonLog::HARDWARE_VERIFY_AGENT_FAILED },
-      { "QonVerifySm", QonLog::HARDWARE_PARITY_ERROR_CORRECTED_WITH_RESET },
-      { "QonVerifySm", QonLog::HARDWARE_PERR_CORRECTED },
-      { "QonVerifySm", QonLog::HARDWARE_PERR_CORRECTABLE },
-      { "QonVerifySm", QonLog::HARDWARE_PERR_FATAL },
-      { "QonVerifySm", QonLog::HARDWARE_DISRUPTIVE_RESTART },
-
       { "QonVlanMappingSm", QonLog::ETH_VLAN_MAPPING_CONFLICT },
       { "QonVlanMappingSm", QonLog::ETH_VLAN_ENCAP_TABLE_FULL },
       { "QonVlanMappingSm", QonLog::ETH_VLAN_MAPPING_TABLE_FULL },
       { "QonVlanMappingSm", QonLog::ETH_VLAN_MAPPING_PROGRAMMED },
 
       { "QonL2ProtocolForwardingSm", QonLog::DATAPLANE_L2_PROTOCOL_FORWARDING_HW_RESOURCE_FULL },
-
-      { "QonChipProgrammer", QonLog::ETH_MACADDRBANKFULL },
 
       { "QonMulticastSm", QonLog::DATAPLANE_MACTABLEENTRYCLEAR },
       { "QonMulticastSm", QonLog::DATAPLANE_NOMACTABLEENTRIES },

@@ -1,15 +1,53 @@
 #include "Qon/include/VerifySm.h"
 
 #include "Qon/include/QonCommonSmData.h"
+#include "Qon/include/QonLog.h"
+#include "Qon/include/QonTraceHandles.h"
 
 namespace Qon {
 
-VerifySm::VerifySm( QonCommonSmData * acsd ) : acsd_( acsd ) {}
+namespace {
 
-VerifyData *
-VerifySm::data() const {
-   return acsd_->verifyData();
+Flintlog::Facility facility( "QonVerifySm" );
+constexpr int startLevel = 1;
+constexpr int runLevel = 5;
+
+constexpr Kiv::Seconds repetitionDelay = 1.0;
+constexpr U32 maxRepetitions = 3;
+
+QonLogHandle retryNeeded( "QonVerifySm", QonLog::HARDWARE_VERIFY_AGENT_RETRY_NEEDED );
+QonLogHandle failed( "QonVerifySm", QonLog::HARDWARE_VERIFY_AGENT_FAILED );
+
+// Raised by the hardware side of verification, by name.
+QonLogHandle byName[] = {
+      { "QonVerifySm", QonLog::HARDWARE_EXCESSIVE_MULTIPLE_BIT_ERRORS },
+      { "QonVerifySm", QonLog::HARDWARE_PARITY_ERROR_CORRECTED_WITH_RESET },
+      { "QonVerifySm", QonLog::HARDWARE_PERR_CORRECTED },
+      { "QonVerifySm", QonLog::HARDWARE_PERR_CORRECTABLE },
+      { "QonVerifySm", QonLog::HARDWARE_PERR_FATAL },
+      { "QonVerifySm", QonLog::HARDWARE_DISRUPTIVE_RESTART },
+};
+
+/** The last finding as a message shows it. */
+String
+lastFinding( const VerifyData & data ) {
+   String text = data.verifyOutput().description();
+   if ( !text.empty() && text.back() == '\n' ) {
+      text.pop_back();
+   }
+   return text;
 }
+
+void
+raise( QonLogHandle & handle, const VerifyData & data ) {
+   if ( handle.okToLog() ) {
+      Kiv::log( handle, lastFinding( data ) );
+   }
+}
+
+} // namespace
+
+VerifySm::VerifySm( QonCommonSmData * acsd ) : data_( acsd->verifyData() ) {}
 
 void
 VerifySm::handleInitialized() {
@@ -17,36 +55,96 @@ VerifySm::handleInitialized() {
       return; // the set-up is made once
    }
    if ( envSet( "ENABLE_VERIFY" ) && !envSet( "USE_BCMSIM" ) ) {
-      data()->verifyIs( true );
+      data_->verifyIs( true );
+      QON_TRACE( facility, startLevel, "Verify enabled" );
    }
    clock_.attach( this, Velto::make< Kiv::Clock >() );
-   requestWatch_.attach( this, data()->verifyRequired() );
+   requestWatch_.attach( this, data_->verifyRequired() );
+   QON_TRACE( facility, startLevel, "Verify SM initialized" );
    initializedIs( true );
 }
 
 void
 VerifySm::handleVerifyRequest() {
-   data()->verifyDoneIs( false );
+   requested_ = true;
+   data_->verifyDoneIs( false );
    clock_->timeMin( Kiv::now() );
 }
 
 void
 VerifySm::handleTimeout() {
+   if ( !initialized() ) {
+      return;
+   }
+   data_->verifyDoneIs( false ); // a client's run may have finished since the request
+   data_->cliVerifyOutputDelAll();
+   bool repetition = data_->retryVerify();
+   if ( repetition ) {
+      data_->dropTentativeFindings();
+      data_->retryVerifyIs( false );
+      data_->reverifyIs( data_->reverify() + 1 );
+   } else {
+      startRun();
+   }
+   if ( repetition && requested_ ) {
+      data_->retryVerifyIs( false ); // the run that follows looks at everything
+      clock_->timeMin( Kiv::now() );
+   } else if ( !repeatRun() ) {
+      finishRun();
+   }
+}
+
+void
+VerifySm::startRun() {
+   requested_ = false;
+   repetitions_ = 0;
+   data_->verifyIncIs( 0 );
+   QON_TRACE( facility, runLevel, "Starting Qon verification" );
    runVerification();
-   data()->verifyResultIs( VerifyResult::done );
-   data()->verifyDoneIs( true );
+   QON_TRACE( facility, runLevel, "Qon verification done" );
+}
+
+bool
+VerifySm::repeatRun() {
+   if ( !data_->retryVerify() ) {
+      return false;
+   }
+   if ( repetitions_ == maxRepetitions ) {
+      data_->retryVerifyIs( false );
+      return false;
+   }
+   if ( repetitions_++ == 0 ) {
+      raise( retryNeeded, *data_ );
+   }
+   clock_->timeMin( Kiv::now() + repetitionDelay );
+   data_->verifyResultIs( VerifyResult::retry );
+   return true;
+}
+
+void
+VerifySm::finishRun() {
+   if ( data_->verifyInc() && !underSimulation() ) {
+      raise( failed, *data_ );
+   }
+   data_->verifyResultIs( VerifyResult::done );
+   data_->verifyDoneIs( true );
 }
 
 void
 VerifySm::handleCliVerificationRequest( U32 socket ) {
-   data()->initVerifyData( socket );
+   if ( !initialized() ) {
+      return;
+   }
+   bool retryWanted = data_->retryVerify();
+   data_->initVerifyData( socket );
    runVerification();
-   data()->verifyDoneIs( true );
+   data_->retryVerifyIs( retryWanted );
+   data_->verifyDoneIs( true );
 }
 
 void
 VerifySm::runVerification() {
-   data()->runChecks();
+   data_->runChecks();
 }
 
 Velto::Ptr< VerifySm >

@@ -5,9 +5,9 @@
 //                                no:  message on standard error, fatal assertion "0"
 //
 // Three families differ in when they are silent; the test of the environment is made at each call:
-//    Silence::noopAgent    QonBaseSm, QonBaseHelper and what derives from them: QON_NOOP_AGENT set
-//    Silence::simulation   hardware comparisons that a simulator does not model: SIMULATION_VMID
-//    set Silence::never        always fatal
+//    Silence::noopAgent    QON_NOOP_AGENT set: QonBaseSm, QonBaseHelper and what derives from them
+//    Silence::simulation   SIMULATION_VMID set: hardware that a simulator does not model
+//    Silence::never        always fatal
 // A silenced hook returns false, 0, success or null; the caller goes on with that.
 
 #include <cstdlib>
@@ -62,8 +62,9 @@ String unimplementedFunction( const char * hook );
     interactive test harness may call. */
 void assertCallerIsBreadthTestScript();
 
-/** The rule of assertCallerIsBreadthTestScript for a given stack, innermost frame first: empty
-    if it passes, else the listing of the frames. */
+/** Whether a stack, innermost frame first, shows the generic attribute interface near enough. */
+bool breadthTestPasses( const char * const * symbols, int frames );
+/** Such a stack as assertCallerIsBreadthTestScript reports it. */
 String breadthTestListing( const char * const * symbols, int frames );
 
 } // namespace Qon

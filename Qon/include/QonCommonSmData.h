@@ -127,8 +127,11 @@ class QonCommonSmData : public Kiv::Entity {
          template scalar< KivT, bool, &KivT::initialized_, &KivT::initializedIs >( "initialized" ) )
 
  private:
+   void setUp();
+
+   enum class SetUp : U8 { none, underWay, done };
    bool initialized_ = false;
-   bool setUp_ = false;
+   SetUp setUp_ = SetUp::none;
 };
 
 Velto::Ptr< QonCommonSmData > qonCommonSmDataFactory( const String & name );

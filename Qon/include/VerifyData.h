@@ -2,17 +2,26 @@
 // Shared verification data: who wants a run, who can be checked, what was found.
 //
 //    feature state machine -> doRequestVerify() -> verifyRequired -> VerifySm (arms its clock)
-//    VerifySm's run -> every registered check -> reportFinding() -> client's socket
+//    VerifySm's run -> every registered check -> QON_FINDING -> reportFinding()
+//          -> verifyOutput, verifyInc, and by updateCliVerifyOutput() the client's socket
+//    a check that may have come too early -> retryVerifyIs( true ) -> VerifySm counts up
+//          `reverify` a second later, which that feature watches to look again
 //
 // Invariants
 // 1. `verify` gates the requests of features and nothing else.
 // 2. Checks run in the order of their registration; a check of an object that died is gone.
-// 3. resetVerifyData() forgets findings and the client, never a pending request or a check.
+// 3. resetVerifyData() forgets findings and the client, never a pending request, a check or an
+//    outcome.
+// 4. A client that has gone, or takes nothing for a second, costs its connection: it is no client
+//    any more, and the run goes on. Descriptors are never closed here.
+//
+// Ownership: owned by the shared agent data; checks belong to what they check.
 
 #include <vector>
 
 #include "Qon/include/QonBaseSm.h"
 #include "platform/Kiv/Text.h"
+#include "platform/types/VerifyAgent.h"
 
 namespace Qon {
 
@@ -49,8 +58,7 @@ class VerifyCheck {
 };
 
 /** Outcome of the last run. */
-enum class VerifyResult : U8 { none = 0, inProgress = 1, done = 2, failed = 3, retry = 4 };
-KIV_ENUM( VerifyResult, none, inProgress, done, failed, retry )
+using VerifyResult = VerifyAgent::Result;
 
 /** The request counter: every change of it asks for one run. */
 class VerifyRequired : public Kiv::Entity {
@@ -91,20 +99,34 @@ class VerifyData : public Kiv::Entity {
    void resetVerifyData();
    /** resetVerifyData(), then takes `socket` as the client. */
    void initVerifyData( U32 socket );
-   /** Remembers one finding under a key, and writes it to the client if there is one. Key and
-       value are written as they are. */
+   /** Remembers one finding under a key, and writes it to the client if there is one, as
+       `{ "key" : "value" },`. Key and value are written as they are. */
    void updateCliVerifyOutput( const String & key, const String & value );
-   /** Records a finding: verifyOutput, the count, the client. */
+   /** Records a finding: verifyOutput, the count, the client. The key is
+       "<file>:<line>#<count>"; the client gets both as JSON texts, without the description's
+       last line end. */
    void reportFinding( const VerifyOutput & output );
    /** Runs every registered check once. */
    void runChecks();
+   /** Before a repetition: forgets the findings of the checks that asked for it, but not the count
+       and the last finding of the others. */
+   void dropTentativeFindings();
 
    const std::vector< VerifyCheck * > & checks() const { return checks_; }
 
  private:
    friend class VerifyCheck;
+   void runCheck( VerifyCheck * check );
+
    std::vector< VerifyCheck * > checks_;
+   U32 firmFindings_ = 0; // of checks that asked for no repetition
+   VerifyOutput lastFirmFinding_;
 };
+
+/** Writes to a client, which may be slow or gone; false if it did not take all of it, or if there
+    is none (0). Waits at most a second for a client that takes nothing. Meant for sockets; into
+    any other descriptor the bytes are written with all that entails. */
+bool writeToClient( U32 socket, const String & text );
 
 } // namespace Qon
 

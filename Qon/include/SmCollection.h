@@ -1,0 +1,162 @@
+#pragma once
+// One child state machine for each key of a collection of inputs.
+//
+//    owner's handler( key ) -> review( key, what is wanted now )
+//       not held, wanted            make( key, input ), then initializedIs( true ) of the child
+//       held, same input            nothing
+//       held, another input         clean-up of the child, then make
+//       held, not wanted            clean-up of the child, then it is erased
+//
+//    SmCollection< Ulnet::IntfId, Velto::Ptr< const Status >, StatusSm, LagSm,
+//                  &LagSm::makeStatusSm, &LagSm::cleanUpStatusSm > status_;
+//
+// An input is whatever a child stands for: a counted pointer to an entity, a bool, a value. An
+// empty one (false as a bool) means that no child is wanted. The collection keeps the input, so
+// that an entity which is deleted and created again under its key is another one for certain.
+//
+// Invariants
+// 1. A child is in the collection before it is initialized, and until its clean-up has returned.
+// 2. A child is made, initialized and cleaned up once. After its clean-up it hears nothing more.
+// 3. make and the clean-up may call review(), of the same key too: what was asked for last holds
+//    when the outermost call returns.
+// 4. Order is that of the first making; a child that is replaced keeps its place.
+//
+// Ownership: the collection counts children and inputs. Its destruction cleans nothing up: it makes
+// the children zombies and releases them. The callbacks do not end the owner.
+
+#include <vector>
+
+#include "Qon/include/Reconcile.h"
+#include "platform/Velto/Node.h"
+
+namespace Qon {
+
+/** `make` is `Velto::Ptr< Sm > Owner::f( const K &, const Input & )`: it constructs, and has no
+    effects (those are for the child's handleInitialized).
+    `cleanUp` is `void Owner::f( const K &, Sm * )`: it undoes what the child did. */
+template< class K, class Input, class Sm, class Owner,
+          Velto::Ptr< Sm > ( Owner::*make )( const K &, const Input & ),
+          void ( Owner::*cleanUp )( const K &, Sm * ) >
+class SmCollection {
+   struct Child {
+      Input input{};  // of `sm`
+      Input wanted{}; // what was asked for last
+      bool busy = false;
+      Velto::Ptr< Sm > sm;
+   };
+   using Children = Kiv::DenseMap< K, Child >;
+
+ public:
+   explicit SmCollection( Owner * owner ) : owner_( owner ) {}
+   SmCollection( const SmCollection & ) = delete;
+   SmCollection & operator=( const SmCollection & ) = delete;
+   ~SmCollection() { kivDoZombieReactors(); }
+
+   /** The child of `key`, or null. */
+   Sm * sm( const K & key ) const {
+      auto child = children_.find( key );
+      return child ? child->sm.ptr() : nullptr;
+   }
+   bool has( const K & key ) const { return sm( key ) != nullptr; }
+   U32 size() const { return children_.size(); }
+
+   /** Makes true that the child of `key` stands for `wanted`. Idempotent. */
+   void review( const K & key, const Input & wanted ) {
+      Child * child = children_.find( key );
+      if ( !child ) {
+         if ( !wanted ) {
+            return;
+         }
+         child = children_.emplace( key ).first;
+      } else if ( child->input == wanted && !child->busy ) {
+         return;
+      }
+      child->wanted = wanted;
+      if ( !child->busy ) {
+         settle( K( key ) );
+      }
+   }
+
+   /** Reviews every key that is held or in `keys` (a range as in Reconcile.h); `wanted( key )` is
+       asked for each when its turn comes. */
+   template< class Keys, class Wanted >
+   void reviewAll( Keys && keys, Wanted && wanted ) {
+      std::vector< K > all = heldKeys();
+      for ( auto && element : keys ) {
+         if ( !children_.has( keyOfElement( element ) ) ) {
+            all.push_back( keyOfElement( element ) );
+         }
+      }
+      for ( const K & key : all ) {
+         review( key, wanted( key ) );
+      }
+   }
+
+   /** Cleans up every child, in order. */
+   void removeAll() {
+      for ( const K & key : heldKeys() ) {
+         review( key, Input() );
+      }
+   }
+
+   std::vector< K > heldKeys() const {
+      std::vector< K > keys;
+      keys.reserve( children_.size() );
+      for ( auto && [key, child] : children_ ) {
+         keys.push_back( key );
+      }
+      return keys;
+   }
+
+   /** Calls `act( key, Sm & )` for each child, which may change the collection. */
+   template< class Act >
+   void forEach( Act && act ) const {
+      for ( auto && [key, child] : children_ ) {
+         if ( Velto::Ptr< Sm > held = child.sm ) {
+            act( key, *held );
+         }
+      }
+   }
+
+   /** For the owner's own: no child hears anything more. */
+   void kivDoZombieReactors() {
+      for ( auto && [key, child] : children_ ) {
+         if ( child.sm ) {
+            child.sm->kivDoZombieReactors();
+         }
+      }
+   }
+
+ private:
+   /** Entries move when others are erased, so each step looks its own up again. */
+   Child & at( const K & key ) { return *children_.find( key ); }
+
+   void settle( const K & key ) {
+      at( key ).busy = true;
+      while ( !( at( key ).input == at( key ).wanted ) ) {
+         at( key ).sm ? end( key ) : begin( key );
+      }
+      at( key ).busy = false;
+      if ( !at( key ).sm ) {
+         children_.erase( key );
+      }
+   }
+   void begin( const K & key ) {
+      at( key ).input = at( key ).wanted;
+      Velto::Ptr< Sm > fresh = ( owner_->*make )( key, Input( at( key ).input ) );
+      at( key ).sm = fresh;
+      fresh->initializedIs( true );
+   }
+   void end( const K & key ) {
+      Velto::Ptr< Sm > old = at( key ).sm;
+      ( owner_->*cleanUp )( key, old.ptr() );
+      old->kivDoZombieReactors();
+      at( key ).sm = nullptr;
+      at( key ).input = Input();
+   }
+
+   Owner * owner_;
+   Children children_;
+};
+
+} // namespace Qon

@@ -1,0 +1,433 @@
+#include "Qon/include/QonChipProgrammer.h"
+
+#include <algorithm>
+
+#include "Qon/include/QonLog.h"
+#include "Qon/include/QonTraceHandles.h"
+#include "platform/Kiv/Describe.h"
+
+KIV_DEFINE( Qon::QonMacProgrammer )
+
+namespace Qon {
+
+namespace {
+
+Flintlog::Facility facility( "QonChipProgrammer" );
+QonLogHandle bankFull( "QonChipProgrammer", QonLog::ETH_MACADDRBANKFULL );
+
+constexpr auto newStatus = MacProgramStatus::macProgramInProgress;
+constexpr Kiv::Seconds overflowDelayStep = 1.0;
+
+} // namespace
+
+Velto::Ptr< QonMacProgrammer >
+QonMacProgrammerIs( Kiv::TimerWheel * timerWheel ) {
+   return smIs< QonMacProgrammer >( timerWheel );
+}
+
+QonMacProgrammer::~QonMacProgrammer() = default;
+
+void
+QonMacProgrammer::handleInitialized() {
+   if ( updatePendingAddressClock_ ) {
+      return;
+   }
+   updatePendingAddressClock_.attach( this, Velto::make< Kiv::Clock >( timerWheel_ ) );
+   pollReqClock_.attach( this, Velto::make< Kiv::Clock >( timerWheel_ ) );
+   updateOverflowAddressClock_.attach( this, Velto::make< Kiv::Clock >( timerWheel_ ) );
+   VELTO_ASSERT( updatePendingAddressClock_ );
+   VELTO_ASSERT( pollReqClock_ );
+   VELTO_ASSERT( updateOverflowAddressClock_ );
+   if ( !pendingMacOp_.empty() ) {
+      wakeIfIdle();
+   }
+   initializedIs( true );
+}
+
+MacProgramStatus
+QonMacProgrammer::writeToHw( const MacCmdPtr & ) {
+   qonAssert( unimplementedFunction( "writeToHw" ) );
+   return MacProgramStatus::macProgramSuccess;
+}
+
+MacProgramStatus
+QonMacProgrammer::writeToHwShadow( const MacCmdPtr & ) {
+   qonAssert( unimplementedFunction( "writeToHwShadow" ) );
+   return MacProgramStatus::macProgramSuccess;
+}
+
+// Acceptance
+
+void
+QonMacProgrammer::handleAddrOp( const MacCmdPtr & cmd ) {
+   VELTO_ASSERT( cmd->addrOp() );
+   bool underWay = cmd->stage_ == Stage::pending || cmd->stage_ == Stage::inFlight;
+   if ( cmd->invalid() || underWay ) {
+      return;
+   }
+   if ( !overflowAddrOp_.empty() ) {
+      removeFromOverflow( cmd->key() );
+   }
+   auto [slot, fresh] = addrOp_.emplace( cmd->key(), cmd );
+   if ( !fresh ) {
+      supersede( **slot );
+      *slot = cmd;
+   }
+   enqueue( cmd );
+   wakeIfIdle();
+}
+
+void
+QonMacProgrammer::removeFromOverflow( const MacEntryKey & key ) {
+   if ( auto old = overflowAddrOp_.take( key ) ) {
+      QON_TRACE( facility, 5, "handleAddrOp:", " Found an entry ", **old,
+                 " with same key in overflow queue, remove it" );
+      ( *old )->stage_ = Stage::none;
+   }
+}
+
+/** A newer command takes the place of `old` in addrOp_. */
+void
+QonMacProgrammer::supersede( IndirectAccessMacCmd & old ) {
+   if ( old.stage_ == Stage::inFlight ) {
+      QON_TRACE( facility, 5, "handleAddrOp:", " Found an entry ", old,
+                 " with same key in in-progress queue, mark it out-of-date" );
+   } else {
+      --pendingAddrOps_;
+   }
+   old.stage_ = Stage::none;
+   old.validIs( false );
+}
+
+/** Puts a command at the end of what waits to be written; an address command is in addrOp_. */
+void
+QonMacProgrammer::enqueue( const MacCmdPtr & cmd ) {
+   cmd->stage_ = Stage::pending;
+   cmd->statusIs( newStatus );
+   if ( cmd->addrOp() ) {
+      ++pendingAddrOps_;
+   } else {
+      pendingFlushOp_.emplace( nextFlush_++, cmd );
+   }
+   pendingMacOp_.enq( cmd );
+}
+
+void
+QonMacProgrammer::handleFlushOp( const MacCmdPtr & cmd ) {
+   VELTO_ASSERT( !( cmd->addrOp() ) );
+   if ( cmd->invalid() || cmd->stage_ != Stage::none ) {
+      return;
+   }
+   enqueue( cmd );
+   wakeIfIdle();
+}
+
+void
+QonMacProgrammer::wakeIfIdle() {
+   if ( updatePendingAddressClock_ && updatePendingAddressClock_->idle() ) {
+      updatePendingAddressClock_->timeIs( Kiv::now() );
+   }
+}
+
+/** Has what is pending drained: now, or after a while if the drain is suspended anyway. */
+void
+QonMacProgrammer::wakePending( Kiv::Seconds now ) {
+   wakeUp( updatePendingAddressClock(), suspendPending() ? now + updateDelay() : now );
+}
+
+// The drain
+
+void
+QonMacProgrammer::updatePendingAddresses() {
+   TimeSlice slice( updateQuantumofTimes(), updateQuantum() );
+   while ( !pendingMacOp_.empty() && !suspendPending() ) {
+      MacCmdPtr cmd = pendingMacOp_.front();
+      pendingMacOp_.deq();
+      if ( cmd->valid() ) {
+         write( cmd, slice.now() );
+      } else {
+         drop( *cmd );
+      }
+      if ( slice.usedUp() ) {
+         break;
+      }
+   }
+   if ( !pendingMacOp_.empty() ) {
+      QON_TRACE( facility, 7, "Schedule review for pending items" );
+      wakeUp( updatePendingAddressClock(), slice.now() + updateDelay() );
+   } else {
+      QON_TRACE( facility, 7, "Nothing is pending. Stop" );
+   }
+   if ( !inProgMacOp_.empty() ) {
+      QON_TRACE( facility, 7, "In-progress cmd exists. Schedule review." );
+      wakeUp( pollReqClock(), slice.now() );
+   }
+}
+
+void
+QonMacProgrammer::write( const MacCmdPtr & cmd, Kiv::Seconds now ) {
+   enterInFlight( cmd, now );
+   MacProgramStatus result = cmd->shadow() ? writeToHwShadow( cmd ) : writeToHw( cmd );
+   QON_TRACE( facility, 7, *cmd, " write to hardware result : ", Kiv::toText( result ) );
+}
+
+/** Brings the books to the state after the write. */
+void
+QonMacProgrammer::enterInFlight( const MacCmdPtr & cmd, Kiv::Seconds now ) {
+   if ( cmd->addrOp() ) {
+      // The command's own stage says what a look-up of its key would.
+      auto pendingAddrOpHas = [&]( const MacEntryKey & ) { return cmd->stage_ == Stage::pending; };
+      VELTO_ASSERT( pendingAddrOpHas( cmd->key() ) );
+      --pendingAddrOps_;
+   } else {
+      flushLeavesQueue();
+   }
+   cmd->stage_ = Stage::inFlight;
+   U64 id = cmd->transactionId();
+   while ( id == 0 || !inProgMacOp_.emplace( id, cmd ) ) {
+      id = nextTransactionId_++;
+   }
+   cmd->transactionIdIs( id );
+   cmd->statusIs( newStatus );
+   cmd->execStartTimeIs( now );
+}
+
+/** Flushes leave the queue in the order in which they entered it. */
+void
+QonMacProgrammer::flushLeavesQueue() {
+   pendingFlushOp_.erase( pendingFlushOp_.front().key );
+}
+
+/** A command that is not valid has left the queue. */
+void
+QonMacProgrammer::drop( IndirectAccessMacCmd & cmd ) {
+   QON_TRACE( facility, 7, cmd, " is out-of-date, skip it" );
+   if ( !cmd.addrOp() ) {
+      flushLeavesQueue();
+   } else if ( cmd.stage_ == Stage::pending ) {
+      // Nobody superseded it: it was called off.
+      addrOp_.erase( cmd.key() );
+      --pendingAddrOps_;
+   }
+   cmd.stage_ = Stage::none;
+}
+
+// The poll
+
+void
+QonMacProgrammer::handleCmdResponse( U64 transactionId, U32 tblIndex, MacProgramStatus status ) {
+   auto found = inProgMacOp_.find( transactionId );
+   if ( !found ) {
+      QON_TRACE( facility, 0, "QonMacProgrammer::", __func__,
+                 ": Can't find in progress command for transaction id: ", transactionId );
+      return;
+   }
+   MacCmdPtr cmd = *found;
+   cmd->tblIndexIs( tblIndex );
+   cmd->statusIs( status );
+}
+
+void
+QonMacProgrammer::pollInProgressCmds() {
+   TimeSlice slice( pollReqQuantumofTimes(), pollReqQuantum() );
+   if ( suspendInProgress() ) {
+      if ( !inProgMacOp_.empty() ) {
+         wakeUp( pollReqClock(), slice.now() + pollReqFreq() );
+      }
+      return;
+   }
+   auto walk = resume( inProgMacOp_, inProgMacOpBookmark() );
+   while ( walk ) {
+      IndirectAccessMacCmd & cmd = *walk.value();
+      ++walk;
+      act( cmd, slice.now() );
+      if ( slice.usedUp() ) {
+         break;
+      }
+   }
+   inProgMacOpBookmarkIs( bookmarkAt( walk ) );
+   if ( walk ) {
+      QON_TRACE( facility, 7, " poll .. Time out" );
+      wakeUp( pollReqClock(), slice.now() );
+      return;
+   }
+   noteEndOfOverflow();
+   scheduleAfterPoll( slice.now() );
+}
+
+void
+QonMacProgrammer::scheduleAfterPoll( Kiv::Seconds now ) {
+   if ( !inProgMacOp_.empty() ) {
+      QON_TRACE( facility, 7, "In-progress cmd exists, schedule polling with delay" );
+      wakeUp( pollReqClock(), now + pollReqFreq() );
+   }
+   if ( !pendingMacOp_.empty() ) {
+      QON_TRACE( facility, 7, "Pending cmd exists, schedule review" );
+      wakePending( now );
+   }
+   if ( !overflowAddrOp_.empty() ) {
+      QON_TRACE( facility, 7, "Overflow address exists, schedule review with delay: ",
+                 updateOverflowAddressDelay() );
+      wakeUp( updateOverflowAddressClock(), now + updateOverflowAddressDelay() );
+   }
+}
+
+/** Does what the status of a command in flight asks for. */
+void
+QonMacProgrammer::act( IndirectAccessMacCmd & cmd, Kiv::Seconds now ) {
+   using enum MacProgramStatus;
+   switch ( cmd.status() ) {
+   case macProgramSuccess:
+   case macProgramFailed:
+      finish( cmd );
+      break;
+   case macProgramBusy:
+   case macProgramParityError:
+      writeAgain( &cmd );
+      break;
+   case macProgramFull:
+      overflow( &cmd );
+      break;
+   case macProgramInProgress:
+      if ( now > cmd.execStartTime() + maxExecTime() ) {
+         QON_TRACE( facility, 3, " cmd ", cmd.transactionId(), " had stalled" );
+      }
+      break;
+   default:
+      qonAssert( "unexpected mac program status" );
+   }
+}
+
+/** A valid address command in flight owns its key. */
+void
+QonMacProgrammer::assertInFlight( const IndirectAccessMacCmd & cmd ) const {
+   // The command's own stage says what a look-up of its key would.
+   auto inProgAddrOpHas = [&]( const MacEntryKey & ) { return cmd.stage_ == Stage::inFlight; };
+   const MacEntryKey & key = cmd.key();
+   VELTO_ASSERT( inProgAddrOpHas( key ) );
+}
+
+/** The same for one that goes back or into overflow: no newer command may wait. */
+void
+QonMacProgrammer::assertNotSuperseded( const IndirectAccessMacCmd & cmd ) const {
+   auto pendingAddrOpHas = [&]( const MacEntryKey & key ) {
+      return cmd.stage_ != Stage::inFlight && addrOpAt( key, Stage::pending );
+   };
+   const MacEntryKey & key = cmd.key();
+   VELTO_ASSERT( !pendingAddrOpHas( key ) );
+   assertInFlight( cmd );
+}
+
+/** Takes a command out of the books of what is in flight. May be its last reference. */
+void
+QonMacProgrammer::finish( IndirectAccessMacCmd & cmd ) {
+   if ( cmd.addrOp() ) {
+      if ( cmd.valid() ) {
+         assertInFlight( cmd );
+      }
+      if ( cmd.stage_ == Stage::inFlight ) {
+         addrOp_.erase( cmd.key() );
+      }
+   }
+   cmd.stage_ = Stage::none;
+   inProgMacOp_.erase( cmd.transactionId() );
+}
+
+/** The chip could not do it now: back to pending, unless it is out-of-date. */
+void
+QonMacProgrammer::writeAgain( MacCmdPtr cmd ) {
+   if ( cmd->invalid() ) {
+      finish( *cmd );
+      return;
+   }
+   if ( cmd->addrOp() ) {
+      assertNotSuperseded( *cmd );
+   }
+   inProgMacOp_.erase( cmd->transactionId() );
+   cmd->transactionIdIs( 0 );
+   enqueue( cmd );
+}
+
+/** The table is full: an address command waits for room, unless it is out-of-date. */
+void
+QonMacProgrammer::overflow( MacCmdPtr cmd ) {
+   if ( cmd->invalid() || !cmd->addrOp() ) {
+      finish( *cmd );
+      return;
+   }
+   const MacEntryKey & key = cmd->key();
+   assertNotSuperseded( *cmd );
+   VELTO_ASSERT( !overflowAddrOpHas( key ) );
+   finish( *cmd );
+   overflowAddrOp_.emplace( key, cmd );
+   cmd->stage_ = Stage::overflowed;
+   reportOverflow( *cmd );
+}
+
+/** Once an episode. */
+void
+QonMacProgrammer::reportOverflow( const IndirectAccessMacCmd & cmd ) {
+   if ( overflowLogged() ) {
+      return;
+   }
+   overflowLoggedIs( true );
+   if ( bankFull.okToLog() ) {
+      const Bridging::MacVlanPair entry = cmd.key().key();
+      Kiv::log( bankFull, Kiv::toText( cmd.entryType() ), entry.mac(), entry.vlan() );
+   }
+}
+
+void
+QonMacProgrammer::noteEndOfOverflow() {
+   if ( overflowAddrOp_.empty() && addrOp_.empty() ) {
+      overflowLoggedIs( false );
+   }
+}
+
+// The retry of what did not fit
+
+void
+QonMacProgrammer::updateOverflowAddresses() {
+   updateOverflowAddressDelayIs(
+         pendingMacOp_.empty()
+               ? std::max( updateOverflowAddressDelay() - overflowDelayStep,
+                           updateOverflowAddressMinDelay() )
+               : std::min( 2 * updateOverflowAddressDelay(), updateOverflowAddressMaxDelay() ) );
+   TimeSlice slice( updateQuantumofTimes(), updateQuantum() );
+   auto walk = resume( overflowAddrOp_, overflowAddrOpBookmark() );
+   while ( walk ) {
+      MacCmdPtr cmd = walk.value();
+      ++walk;
+      retry( cmd );
+      if ( slice.usedUp() ) {
+         break;
+      }
+   }
+   overflowAddrOpBookmarkIs( bookmarkAt( walk ) );
+   noteEndOfOverflow();
+   if ( !overflowAddrOp_.empty() ) {
+      QON_TRACE( facility, 7, "Overflow cmd exists, schedule Pending." );
+      wakeUp( updateOverflowAddressClock(), slice.now() + updateOverflowAddressDelay() );
+   }
+   if ( !pendingMacOp_.empty() ) {
+      QON_TRACE( facility, 7, "Pending cmd exists, schedule Pending" );
+      wakePending( slice.now() );
+   }
+}
+
+/** Takes a command out of overflow and makes it pending, unless there is a newer wish. */
+void
+QonMacProgrammer::retry( const MacCmdPtr & cmd ) {
+   overflowAddrOp_.erase( cmd->key() );
+   cmd->stage_ = Stage::none;
+   if ( cmd->invalid() ) {
+      QON_TRACE( facility, 7, *cmd, " is out-of-date, skip it" );
+   } else if ( !addrOp_.emplace( cmd->key(), cmd ).second ) {
+      QON_TRACE( facility, 7, "a command with the same key is in pending" );
+   } else {
+      cmd->transactionIdIs( 0 );
+      enqueue( cmd );
+   }
+}
+
+} // namespace Qon

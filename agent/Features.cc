@@ -1,0 +1,18 @@
+// The list of features. A feature stands behind those whose shared attributes it reads, though any
+// order must come to the same end.
+
+#include "agent/AgentFeature.h"
+#include "agent/features/LagFeature.h"
+#include "agent/features/PortsFeature.h"
+
+namespace QonAgent {
+
+Features
+agentFeatures() {
+   Features all;
+   all.push_back( std::make_unique< PortsFeature >() );
+   all.push_back( std::make_unique< LagFeature >() );
+   return all;
+}
+
+} // namespace QonAgent

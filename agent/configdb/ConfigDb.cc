@@ -1,0 +1,257 @@
+#include "agent/configdb/ConfigDb.h"
+
+#include <nlohmann/json.hpp>
+#include <unordered_map>
+
+#include "agent/ReadFile.h"
+#include "platform/Kiv/Text.h"
+
+namespace QonAgent {
+
+namespace {
+
+/** Line and column of the character before `position`, counted from 1. */
+String
+lineAndColumn( const String & text, std::size_t position ) {
+   U32 line = 1;
+   U32 column = 0;
+   for ( std::size_t i = 0; i < position && i < text.size(); ++i ) {
+      bool newLine = i > 0 && text[i - 1] == '\n';
+      line += newLine ? 1 : 0;
+      column = newLine ? 1 : column + 1;
+   }
+   return Kiv::toText( line ) + ":" + Kiv::toText( column ? column : 1 );
+}
+
+/** What the parser of JSON has against a text, without where. */
+String
+complaint( const String & what ) {
+   constexpr U32 most = 160;
+   auto at = what.find( "syntax error" );
+   String text = at == String::npos ? what : what.substr( at );
+   if ( text.find( "unexpected end of input" ) != String::npos ) {
+      return "the file ends too early";
+   }
+   return text.size() <= most ? text : text.substr( 0, most ) + "...";
+}
+
+} // namespace
+
+/** Takes the parser's events: tables, rows, fields, lists; what lies deeper is only skipped. */
+class ConfigParser {
+ public:
+   using number_integer_t = nlohmann::json::number_integer_t;
+   using number_unsigned_t = nlohmann::json::number_unsigned_t;
+   using number_float_t = nlohmann::json::number_float_t;
+
+   ConfigParser( ConfigDb & db, const String & text ) : db_( db ), text_( text ) {}
+
+   // The interface that the parser of JSON expects.
+   bool null() { return scalar( "", nothing ); }
+   bool boolean( bool v ) { return scalar( v ? "true" : "false", "a truth value" ); }
+   bool number_integer( number_integer_t v ) { return scalar( Kiv::toText( S64( v ) ), number ); }
+   bool number_unsigned( number_unsigned_t v ) { return scalar( Kiv::toText( U64( v ) ), number ); }
+   bool number_float( number_float_t, const String & text ) { return scalar( text, number ); }
+   bool string( String & text ) { return scalar( text, "a text" ); }
+   bool binary( nlohmann::json::binary_t & ) { return false; }
+   bool start_object( std::size_t ) { return open( "an object", true ); }
+   bool start_array( std::size_t ) { return open( "an array", false ); }
+   bool end_object() { return close(); }
+   bool end_array() { return close(); }
+   bool key( String & name );
+   [[noreturn]] bool parse_error( std::size_t position, const String &,
+                                  const nlohmann::json::exception & e );
+
+ private:
+   static constexpr const char number[] = "a number";
+   static constexpr const char nothing[] = "nothing";
+   static constexpr const char twice[] = "stands twice in the file, the last one counts";
+   // Where the parser stands: how many brackets are open.
+   static constexpr U32 inFile = 1;
+   static constexpr U32 inTable = 2;
+   static constexpr U32 inRow = 3;
+   static constexpr U32 inList = 4;
+
+   ConfigRow & row() { return table_->rows[row_]; }
+   ConfigValue & value() { return row().fields_[field_].second; }
+   void newTable();
+   void newRow();
+   void newField( ConfigValue value );
+   bool scalar( const String & text, const char * what );
+   bool open( const char * what, bool object );
+   bool close();
+   void skip( const char * expected, const char * found );
+   void warn( const String & place, const String & what ) {
+      db_.warnings_.push_back( db_.file_ + ": " + place + ": " + what );
+   }
+
+   ConfigDb & db_;
+   const String & text_;
+   U32 depth_ = 0;
+   U32 ignored_ = 0;         ///< brackets open of something that is skipped
+   String names_[inRow + 1]; ///< by depth: the key whose value comes next
+   ConfigDb::Table * table_ = nullptr;
+   std::size_t row_ = 0;
+   std::size_t field_ = 0;
+   std::unordered_map< String, std::size_t > rows_; ///< of the present table
+};
+
+bool
+ConfigParser::parse_error( std::size_t position, const String &,
+                           const nlohmann::json::exception & e ) {
+   throw ConfigError( db_.file_ + ":" + lineAndColumn( text_, position ) +
+                      ": not valid JSON: " + complaint( e.what() ) );
+}
+
+bool
+ConfigParser::key( String & name ) {
+   if ( !ignored_ ) {
+      names_[depth_] = name;
+   }
+   return true;
+}
+
+void
+ConfigParser::newTable() {
+   const String & name = names_[inFile];
+   rows_.clear();
+   for ( auto & table : db_.tables_ ) {
+      if ( table.name == name ) {
+         warn( name, twice );
+         table.rows.clear();
+         table_ = &table;
+         return;
+      }
+   }
+   table_ = &db_.tables_.emplace_back();
+   table_->name = name;
+}
+
+void
+ConfigParser::newRow() {
+   auto [known, fresh] = rows_.try_emplace( names_[inTable], table_->rows.size() );
+   row_ = known->second;
+   if ( fresh ) {
+      table_->rows.emplace_back( table_->name, names_[inTable] );
+   } else {
+      warn( row().place(), twice );
+      row().fields_.clear();
+   }
+}
+
+void
+ConfigParser::newField( ConfigValue value ) {
+   const String & name = names_[inRow];
+   auto & fields = row().fields_;
+   for ( field_ = 0; field_ < fields.size(); ++field_ ) {
+      if ( fields[field_].first == name ) {
+         warn( row().place( name ), twice );
+         fields[field_].second = std::move( value );
+         return;
+      }
+   }
+   fields.emplace_back( name, std::move( value ) );
+}
+
+void
+ConfigParser::skip( const char * expected, const char * found ) {
+   if ( depth_ == 0 ) {
+      throw ConfigError( db_.file_ + ": expected an object of tables, found " + found );
+   }
+   String place = depth_ == inFile ? names_[inFile] : table_->name + "|" + names_[inTable];
+   warn( place, String( "expected " ) + expected + ", found " + found + "; " +
+                      ( depth_ == inFile ? "table" : "row" ) + " skipped" );
+}
+
+bool
+ConfigParser::scalar( const String & text, const char * what ) {
+   bool isNull = what == nothing;
+   if ( ignored_ ) {
+      return true;
+   }
+   if ( depth_ == inList ) {
+      value().list.push_back( text );
+   } else if ( depth_ == inRow ) {
+      // A row without fields is stored with one of this name.
+      if ( !isNull && names_[inRow] != "NULL" ) {
+         newField( { ConfigValue::Kind::text, text, {} } );
+      }
+   } else if ( depth_ == inTable && isNull ) {
+      newRow();
+   } else {
+      skip( depth_ == inFile ? "an object of rows" : "an object of fields", what );
+   }
+   return true;
+}
+
+bool
+ConfigParser::open( const char * what, bool object ) {
+   if ( ignored_ ) {
+      ++ignored_;
+      return true;
+   }
+   if ( depth_ < inRow && !object ) {
+      skip( depth_ == inFile ? "an object of rows" : "an object of fields", what );
+      ignored_ = 1;
+      return true;
+   }
+   if ( depth_ == inFile ) {
+      newTable();
+   } else if ( depth_ == inTable ) {
+      newRow();
+   } else if ( depth_ == inRow && !object ) {
+      newField( { ConfigValue::Kind::list, "", {} } );
+   } else if ( depth_ == inRow ) {
+      newField( { ConfigValue::Kind::other, what, {} } );
+      ignored_ = 1;
+      return true;
+   } else if ( depth_ == inList ) {
+      value() = { ConfigValue::Kind::other, String( "a list with " ) + what + " in it", {} };
+      ignored_ = 1;
+      return true;
+   }
+   ++depth_;
+   return true;
+}
+
+bool
+ConfigParser::close() {
+   --( ignored_ ? ignored_ : depth_ );
+   return true;
+}
+
+ConfigDb
+ConfigDb::read( const String & file ) {
+   String text;
+   try {
+      text = readFile( file );
+   } catch ( const Velto::RangeError & e ) {
+      throw ConfigError( e.what() );
+   }
+   return parse( file, text );
+}
+
+ConfigDb
+ConfigDb::parse( const String & file, const String & text ) {
+   if ( text.find_first_not_of( " \t\r\n" ) == String::npos ) {
+      throw ConfigError( file + ": is empty, an object of tables was expected" );
+   }
+   ConfigDb db;
+   db.file_ = file;
+   ConfigParser parser( db, text );
+   nlohmann::json::sax_parse( text, &parser );
+   return db;
+}
+
+const std::vector< ConfigRow > &
+ConfigDb::rows( const String & table ) const {
+   static const std::vector< ConfigRow > none;
+   for ( auto & t : tables_ ) {
+      if ( t.name == table ) {
+         return t.rows;
+      }
+   }
+   return none;
+}
+
+} // namespace QonAgent

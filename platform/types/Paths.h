@@ -1,0 +1,28 @@
+#pragma once
+// Where in Orvane each entity of the platform is mounted. The type stands beside the path.
+
+namespace Paths {
+
+// Interfaces and link aggregation
+inline constexpr char ethPhyIntfStatus[] =
+      "interface/status/eth/phy"; // Interface::EthPhyIntfStatusDir
+inline constexpr char ethLagIntfStatus[] =
+      "interface/status/eth/lag"; // Interface::EthLagIntfStatusDir
+inline constexpr char ethLagIntfConfig[] =
+      "interface/config/eth/lag"; // Interface::EthLagIntfConfigDir
+inline constexpr char lagInputDeviceName[] =
+      "lag/input/devicename";                                      // Lag::Input::IntfDeviceNameDir
+inline constexpr char hardwareLagConfig[] = "hardware/lag/config"; // Hardware::Lag::Config
+inline constexpr char hardwareLagStatus[] = "hardware/lag/status"; // Hardware::Lag::Status
+inline constexpr char mlagStatus[] = "mlag/status";                // Mlag::Status
+
+// Bridging
+inline constexpr char topologyConfig[] = "bridging/topology/config"; // Bridging::Topology::Config
+inline constexpr char topologyStatus[] = "bridging/topology/inst/status"; // ...::Inst::Status
+inline constexpr char bridgingConfig[] = "bridging/config";               // Bridging::Config
+inline constexpr char tapAggHwConfig[] = "tapagg/hwconfig";               // TapAgg::HwConfig
+
+// The platform
+inline constexpr char hwEpochStatus[] = "hwEpoch/status"; // HwEpoch::Status
+
+} // namespace Paths

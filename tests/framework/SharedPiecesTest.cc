@@ -1,0 +1,266 @@
+// The pieces that every feature stands on: children per key, the view of link aggregation,
+// reconciliation.
+
+#include <functional>
+#include <vector>
+
+#include "Qon/include/LagView.h"
+#include "Qon/include/SmCollection.h"
+#include "tests/harness/World.h"
+
+namespace {
+
+using Tests::intf;
+using Ulnet::IntfId;
+using Velto::Ptr;
+using Velto::String;
+using Lines = std::vector< String >;
+
+class ChildSm : public Qon::QonBaseSm {
+ public:
+   ChildSm( U32 key, U32 * heard, std::function< void( U32 ) > start )
+       : key_( key ), heard_( heard ), start_( start ) {}
+   void handleInitialized() override { start_( key_ ); }
+   void handleHeard() { ++*heard_; }
+   void listen( const Qon::QonCommonSmData * acsd ) { heardWatch_.attach( this, acsd ); }
+
+ private:
+   U32 key_;
+   U32 * heard_;
+   std::function< void( U32 ) > start_;
+   Kiv::Watch< Qon::QonCommonSmData::minIntfsAttr, ChildSm, &ChildSm::handleHeard > heardWatch_;
+};
+
+/** Keeps a child per key of a table of input entities, and writes down what happens. */
+class ParentSm : public Qon::QonBaseSm {
+ public:
+   using Input = Ptr< Kiv::Entity >;
+   Ptr< ChildSm > makeChild( const U32 & key, const Input & ) {
+      lines.push_back( "make " + std::to_string( key ) );
+      return Qon::smIs< ChildSm >( key, &heard, [this]( U32 k ) {
+         lines.push_back( "start " + std::to_string( k ) );
+         call( onStart );
+      } );
+   }
+   void cleanUpChild( const U32 & key, ChildSm * ) {
+      lines.push_back( "clean " + std::to_string( key ) + ( children.has( key ) ? "" : "!" ) );
+      call( onCleanUp );
+   }
+   void call( std::function< void() > & act ) {
+      if ( auto once = std::exchange( act, nullptr ) ) {
+         once();
+      }
+   }
+   void review( U32 key ) { children.review( key, wanted( key ) ); }
+   Input wanted( U32 key ) {
+      auto input = inputs.find( key );
+      return input ? *input : Input();
+   }
+   void create( U32 key ) { *inputs.emplace( key ).first = Velto::make< Kiv::Entity >( "e" ); }
+   Lines take() { return std::exchange( lines, {} ); }
+
+   Kiv::DenseMap< U32, Input > inputs;
+   Lines lines;
+   U32 heard = 0;
+   std::function< void() > onStart, onCleanUp;
+   Qon::SmCollection< U32, Input, ChildSm, ParentSm, &ParentSm::makeChild, &ParentSm::cleanUpChild >
+         children{ this };
+};
+
+class SmCollectionFlow : public ::testing::Test {
+ protected:
+   Tests::World world;
+   Ptr< ParentSm > parent = Qon::smIs< ParentSm >();
+};
+
+TEST_F( SmCollectionFlow, MakesKeepsReplacesAndRemoves ) {
+   parent->create( 1 );
+   parent->review( 1 );
+   parent->review( 1 );
+   EXPECT_EQ( parent->take(), ( Lines{ "make 1", "start 1" } ) );
+   parent->inputs.erase( 1 );
+   parent->create( 1 ); // deleted and created between two reviews: another entity
+   parent->review( 1 );
+   EXPECT_EQ( parent->take(), ( Lines{ "clean 1", "make 1", "start 1" } ) );
+   parent->inputs.erase( 1 );
+   parent->review( 1 );
+   parent->review( 1 );
+   EXPECT_EQ( parent->take(), ( Lines{ "clean 1" } ) );
+   EXPECT_EQ( 0u, parent->children.size() );
+}
+
+TEST_F( SmCollectionFlow, ReviewOfAllWalksHeldAndWantedKeys ) {
+   for ( U32 key : { 3, 1, 2 } ) {
+      parent->create( key );
+      parent->review( key );
+   }
+   parent->take();
+   parent->inputs.erase( 3 );
+   parent->inputs.erase( 2 );
+   parent->create( 2 );
+   parent->create( 9 );
+   parent->children.reviewAll( parent->inputs, [&]( U32 k ) { return parent->wanted( k ); } );
+   EXPECT_EQ( parent->take(),
+              ( Lines{ "clean 3", "clean 2", "make 2", "start 2", "make 9", "start 9" } ) );
+   EXPECT_EQ( parent->children.heldKeys(), ( std::vector< U32 >{ 1, 2, 9 } ) );
+}
+
+TEST_F( SmCollectionFlow, CallbacksMayReviewTheSameKey ) {
+   parent->create( 1 );
+   parent->onStart = [&] {
+      parent->inputs.erase( 1 ); // gone again while its child starts
+      parent->review( 1 );
+   };
+   parent->review( 1 );
+   EXPECT_EQ( parent->take(), ( Lines{ "make 1", "start 1", "clean 1" } ) );
+   EXPECT_FALSE( parent->children.has( 1 ) );
+
+   parent->create( 1 );
+   parent->review( 1 );
+   parent->inputs.erase( 1 );
+   parent->onCleanUp = [&] {
+      parent->create( 1 ); // back while the old one is cleaned up
+      parent->review( 1 );
+      for ( U32 key = 100; key < 300; ++key ) { // and the table moves under it
+         parent->create( key );
+         parent->review( key );
+      }
+      for ( U32 key = 100; key < 300; ++key ) {
+         parent->inputs.erase( key );
+         parent->review( key );
+      }
+      parent->take();
+   };
+   parent->review( 1 );
+   EXPECT_EQ( parent->take(), ( Lines{ "make 1", "start 1" } ) );
+   EXPECT_EQ( 1u, parent->children.size() );
+}
+
+TEST_F( SmCollectionFlow, AChildThatIsCleanedUpHearsNothingMore ) {
+   parent->create( 1 );
+   parent->review( 1 );
+   Ptr< ChildSm > kept = parent->children.sm( 1 );
+   kept->listen( world.acsd.ptr() );
+   world.acsd->minIntfsIs( 1 );
+   EXPECT_EQ( 1u, parent->heard );
+   parent->children.removeAll();
+   world.acsd->minIntfsIs( 2 );
+   EXPECT_EQ( 1u, parent->heard );
+}
+
+/** Writes down what a follower tells. */
+class FollowingSm : public Qon::QonBaseSm {
+ public:
+   void handleMember( IntfId port, IntfId from, IntfId to ) {
+      lines.push_back( port.stringValue() + ": " + from.stringValue() + " > " + to.stringValue() );
+   }
+   Lines take() { return std::exchange( lines, {} ); }
+   Lines lines;
+   Qon::LagFollower< FollowingSm, &FollowingSm::handleMember > follower;
+};
+
+class LagViewFlow : public ::testing::Test {
+ protected:
+   Qon::QonLagPortList list( std::initializer_list< IntfId > ports ) {
+      Qon::QonLagPortList l;
+      for ( IntfId port : ports ) {
+         l.portIs( port, Qon::QonLagPort( true, true ) );
+      }
+      return l;
+   }
+   std::vector< IntfId > targets( IntfId of, Qon::EmptyAggregate empty ) {
+      std::vector< IntfId > seen;
+      Qon::LagView( acsd.ptr() ).forEachTarget( of, empty, [&]( IntfId p ) {
+         seen.push_back( p );
+      } );
+      return seen;
+   }
+   using Ports = std::vector< IntfId >;
+
+   Tests::World world;
+   Ptr< Qon::QonCommonSmData > acsd = world.acsd;
+   IntfId po1 = intf( "Port-Channel1" ), po2 = intf( "Port-Channel2" );
+   IntfId eth1 = intf( "Ethernet1" ), eth2 = intf( "Ethernet2" );
+};
+
+TEST_F( LagViewFlow, TargetsAreTheMembersByBothMaps ) {
+   Qon::LagView view( acsd.ptr() );
+   EXPECT_EQ( Qon::LagRole::plain, view.role( eth1 ) );
+   EXPECT_EQ( Qon::LagRole::aggregate, view.role( po1 ) );
+   EXPECT_EQ( targets( eth1, Qon::EmptyAggregate::nothing ), ( Ports{ eth1 } ) );
+   EXPECT_EQ( targets( po1, Qon::EmptyAggregate::nothing ), ( Ports{} ) );
+   EXPECT_EQ( targets( po1, Qon::EmptyAggregate::itself ), ( Ports{ po1 } ) );
+   acsd->lagToPortIs( po1, list( { eth2, eth1 } ) );
+   acsd->portToLagIs( eth2, po1 );
+   EXPECT_EQ( targets( po1, Qon::EmptyAggregate::nothing ), ( Ports{ eth2 } ) );
+   acsd->portToLagIs( eth1, po1 );
+   EXPECT_EQ( targets( po1, Qon::EmptyAggregate::nothing ), ( Ports{ eth2, eth1 } ) );
+   EXPECT_EQ( Qon::LagRole::member, view.role( eth1 ) );
+   EXPECT_EQ( targets( eth1, Qon::EmptyAggregate::nothing ), ( Ports{ eth1 } ) );
+}
+
+TEST_F( LagViewFlow, FollowerTellsWhicheverMapComesLast ) {
+   acsd->lagToPortIs( po1, list( { eth1 } ) );
+   acsd->portToLagIs( eth1, po1 );
+   auto sm = Qon::smIs< FollowingSm >();
+   sm->follower.attach( sm.ptr(), acsd.ptr() );
+   EXPECT_EQ( sm->take(), ( Lines{ "Ethernet1:  > Port-Channel1" } ) );
+
+   acsd->lagToPortIs( po1, list( { eth1, eth2 } ) );
+   EXPECT_EQ( sm->take(), Lines() );
+   acsd->portToLagIs( eth2, po1 );
+   EXPECT_EQ( sm->take(), ( Lines{ "Ethernet2:  > Port-Channel1" } ) );
+
+   acsd->lagToPortIs( po2, list( { eth2 } ) ); // a move, both lists first
+   acsd->portToLagIs( eth2, po2 );
+   acsd->lagToPortIs( po1, list( { eth1 } ) );
+   EXPECT_EQ( sm->take(), ( Lines{ "Ethernet2: Port-Channel1 > Port-Channel2" } ) );
+
+   acsd->portToLagDel( eth1 ); // the other order of leaving
+   acsd->lagToPortDel( po1 );
+   acsd->lagToPortDel( po2 );
+   acsd->portToLagDel( eth2 );
+   EXPECT_EQ( sm->take(),
+              ( Lines{ "Ethernet1: Port-Channel1 > ", "Ethernet2: Port-Channel2 > " } ) );
+
+   acsd->portToLagIs( eth1, po1 ); // the port's map first
+   EXPECT_EQ( sm->take(), Lines() );
+   acsd->lagToPortIs( po1, list( { eth1 } ) );
+   EXPECT_EQ( sm->take(), ( Lines{ "Ethernet1:  > Port-Channel1" } ) );
+}
+
+TEST_F( LagViewFlow, FollowerThatIsAttachedAgainTellsTheDifference ) {
+   auto sm = Qon::smIs< FollowingSm >();
+   acsd->lagToPortIs( po1, list( { eth1 } ) );
+   acsd->portToLagIs( eth1, po1 );
+   sm->follower.attach( sm.ptr(), acsd.ptr() );
+   sm->follower.attach( sm.ptr(), nullptr );
+   sm->take();
+   acsd->lagToPortIs( po1, list( { eth2 } ) );
+   acsd->portToLagDel( eth1 );
+   acsd->portToLagIs( eth2, po1 );
+   EXPECT_EQ( sm->take(), Lines() );
+   sm->follower.attach( sm.ptr(), acsd.ptr() );
+   EXPECT_EQ( sm->take(),
+              ( Lines{ "Ethernet1: Port-Channel1 > ", "Ethernet2:  > Port-Channel1" } ) );
+}
+
+TEST( Reconcile, RemovesFirstAndReadsBothBeforeItCalls ) {
+   std::vector< U32 > have{ 4, 1, 3 }, want{ 5, 3, 2, 5 };
+   std::vector< int > calls;
+   Qon::reconcile< U32 >(
+         have, want,
+         [&]( U32 k ) {
+            std::erase( have, k );
+            calls.push_back( -int( k ) );
+         },
+         [&]( U32 k ) {
+            have.push_back( k );
+            want.clear();
+            calls.push_back( int( k ) );
+         } );
+   EXPECT_EQ( calls, ( std::vector< int >{ -4, -1, 5, 2 } ) );
+   EXPECT_EQ( have, ( std::vector< U32 >{ 3, 5, 2 } ) );
+}
+
+} // namespace
