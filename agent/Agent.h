@@ -47,6 +47,13 @@ class RecentLog : public Kiv::LogSink {
    std::deque< Record > records_;
 };
 
+/** Who answers the verification commands of clients. */
+struct Verification {
+   String name; ///< what stands between "VTS#" and "#" in a command that it accepts
+   /** Writes the whole answer to `socket` before it returns. */
+   std::function< void( int socket, const String & command ) > handle;
+};
+
 class Agent {
  public:
    explicit Agent( Kiv::TaskScheduler & scheduler, Features features = agentFeatures() );
@@ -66,12 +73,17 @@ class Agent {
    IntfNames & names() { return names_; }
    const IntfNames & names() const { return names_; }
 
+   /** Set by the feature that brings it. */
+   void verificationIs( Verification verification ) { verification_ = std::move( verification ); }
+   const Verification & verification() const { return verification_; }
+
    /** What all features offer, in their order. */
    std::vector< ShowCommand > showCommands() const;
    std::vector< EventKind > eventKinds() const;
 
    /** Seconds since the agent began, by its own clock. */
    Kiv::Seconds uptime() const { return Kiv::now() - began_; }
+   Kiv::Seconds began() const { return began_; }
 
  private:
    Kiv::TaskScheduler & scheduler_;
@@ -81,6 +93,7 @@ class Agent {
    Velto::Ptr< Qon::QonCommonSmData > acsd_;
    Velto::Ptr< Qon::QonEpochStatus > epochStatus_;
    IntfNames names_;
+   Verification verification_;
    Features features_;
 };
 

@@ -4,6 +4,7 @@
 #include "agent/AgentFeature.h"
 #include "agent/features/LagFeature.h"
 #include "agent/features/PortsFeature.h"
+#include "agent/features/VerifyFeature.h"
 
 namespace QonAgent {
 
@@ -12,6 +13,7 @@ agentFeatures() {
    Features all;
    all.push_back( std::make_unique< PortsFeature >() );
    all.push_back( std::make_unique< LagFeature >() );
+   all.push_back( std::make_unique< VerifyFeature >() );
    return all;
 }
 

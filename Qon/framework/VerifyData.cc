@@ -16,7 +16,9 @@ namespace Qon {
 
 namespace {
 
-constexpr int clientPatience = 1000; // milliseconds without progress
+// How long a client may take nothing.
+constexpr int patienceSlice = 10; // milliseconds
+constexpr int patience = 100;     // slices
 
 /** The inside of a JSON text. Bytes beyond ASCII count as the characters of their number, so that
     the result is sound whatever the text holds. */
@@ -46,12 +48,17 @@ withoutLineEnd( const String & text ) {
 /** Waits until the descriptor can be written to. */
 bool
 waitForRoom( int fd ) {
-   pollfd wanted = { fd, POLLOUT, 0 };
-   int ready;
-   do {
-      ready = poll( &wanted, 1, clientPatience );
-   } while ( ready < 0 && errno == EINTR );
-   return ready > 0 && ( wanted.revents & POLLOUT );
+   for ( int i = 0; i < patience; ++i ) { // slices, so that signals do not begin it again
+      pollfd wanted = { fd, POLLOUT, 0 };
+      int ready = poll( &wanted, 1, patienceSlice );
+      if ( ready > 0 ) {
+         return wanted.revents & POLLOUT;
+      }
+      if ( ready < 0 && errno != EINTR ) {
+         return false;
+      }
+   }
+   return false;
 }
 
 /** One attempt, which does not wait if the descriptor is a socket. */

@@ -38,7 +38,7 @@ namespace Qon {
 class QonMacProgrammer : public QonBaseSm {
    KIV_BODY( QonMacProgrammer, QonBaseSm )
 
-   using AddrOpMap = Kiv::DenseMap< MacEntryKey, MacCmdPtr >;
+   using AddrOpMap = Kiv::DenseMap< U64, IndirectAccessMacCmd * >;
    using Stage = IndirectAccessMacCmd::Stage;
 
    // The drain of pending commands: budget in seconds, commands between two looks at the clock,
@@ -130,8 +130,8 @@ class QonMacProgrammer : public QonBaseSm {
          settle();
          return *this;
       }
-      const MacEntryKey & key() const { return walk_.key(); }
-      IndirectAccessMacCmd * ptr() const { return walk_.value().ptr(); }
+      MacEntryKey key() const { return ptr()->key(); }
+      IndirectAccessMacCmd * ptr() const { return walk_.value(); }
 
     private:
       friend class QonMacProgrammer;
@@ -196,9 +196,13 @@ class QonMacProgrammer : public QonBaseSm {
    Velto::String checkInvariants() const;
 
  private:
+   /** The whole key in one number: 48 bits of address, 12 of VLAN, 4 of table. */
+   static U64 packed( const MacEntryKey & key ) {
+      return key.key().mac().value() << 16 | U64( key.key().vlan() ) << 4 | U64( key.macHwType() );
+   }
    IndirectAccessMacCmd * addrOpAt( const MacEntryKey & key, Stage stage ) const {
-      auto cmd = addrOp_.find( key );
-      return cmd && ( *cmd )->stage_ == stage ? cmd->ptr() : nullptr;
+      auto cmd = addrOp_.find( packed( key ) );
+      return cmd && ( *cmd )->stage_ == stage ? *cmd : nullptr;
    }
    void removeFromOverflow( const MacEntryKey & key );
    void supersede( IndirectAccessMacCmd & old );
@@ -229,8 +233,9 @@ class QonMacProgrammer : public QonBaseSm {
 
    Kiv::TimerWheel * timerWheel_;
    Kiv::Fifo< MacCmdPtr > pendingMacOp_;
-   // The live command of each key that is pending or in flight: both maps in one, so that a command
-   // changes from one to the other without a look-up.
+   // The live command of each key (packed) that is pending or in flight: both maps in one, so that
+   // a command changes from one to the other without a look-up. The queue or the map of what is in
+   // flight counts the reference.
    AddrOpMap addrOp_;
    U32 pendingAddrOps_ = 0;
    Kiv::DenseMap< U64, MacCmdPtr > pendingFlushOp_;

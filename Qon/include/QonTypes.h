@@ -3,6 +3,7 @@
 
 #include "Qon/include/QonPortLists.h"
 #include "platform/Kiv/Text.h"
+#include "platform/types/FapIdPort.h"
 #include "platform/types/Number.h"
 
 namespace QonTypes {
@@ -49,13 +50,6 @@ class FlintlogLevels {
    U8 qonL2AdjExpansionSm_ = 5;
    KIV_VALUE( Qon, FlintlogLevels, qonRoutingStatusSm, qonArpSm, qonIp6NeighborSm, qonSubIntfSm,
               qonBfdStatusCacheSm, qonL2AdjHelper, qonL2AdjFlatteningHelper, qonL2AdjExpansionSm )
-};
-
-/** A port as the hardware numbers it: the forwarding chip and its port. */
-class FapIdPort {
-   U32 fapId_ = 0;
-   U32 port_ = 0;
-   KIV_VALUE( Qon, FapIdPort, fapId, port )
 };
 
 /** Version of what the platform-dependent layer was handed. */

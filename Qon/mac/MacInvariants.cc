@@ -60,7 +60,7 @@ QonMacProgrammer::checkInFlight() const {
 String
 QonMacProgrammer::checkOverflow() const {
    for ( auto && [key, cmd] : overflowAddrOp_ ) {
-      if ( cmd->stage_ != Stage::overflowed || cmd->key() != key || addrOp_.has( key ) ) {
+      if ( cmd->stage_ != Stage::overflowed || cmd->key() != key || addrOp_.has( packed( key ) ) ) {
          return "in overflow, and elsewhere: " + cmd->stringValue();
       }
    }

@@ -68,10 +68,10 @@ QonMacProgrammer::handleAddrOp( const MacCmdPtr & cmd ) {
    if ( !overflowAddrOp_.empty() ) {
       removeFromOverflow( cmd->key() );
    }
-   auto [slot, fresh] = addrOp_.emplace( cmd->key(), cmd );
+   auto [slot, fresh] = addrOp_.emplace( packed( cmd->key() ), cmd.ptr() );
    if ( !fresh ) {
       supersede( **slot );
-      *slot = cmd;
+      *slot = cmd.ptr();
    }
    enqueue( cmd );
    wakeIfIdle();
@@ -206,7 +206,7 @@ QonMacProgrammer::drop( IndirectAccessMacCmd & cmd ) {
       flushLeavesQueue();
    } else if ( cmd.stage_ == Stage::pending ) {
       // Nobody superseded it: it was called off.
-      addrOp_.erase( cmd.key() );
+      addrOp_.erase( packed( cmd.key() ) );
       --pendingAddrOps_;
    }
    cmd.stage_ = Stage::none;
@@ -326,7 +326,7 @@ QonMacProgrammer::finish( IndirectAccessMacCmd & cmd ) {
          assertInFlight( cmd );
       }
       if ( cmd.stage_ == Stage::inFlight ) {
-         addrOp_.erase( cmd.key() );
+         addrOp_.erase( packed( cmd.key() ) );
       }
    }
    cmd.stage_ = Stage::none;
@@ -422,7 +422,7 @@ QonMacProgrammer::retry( const MacCmdPtr & cmd ) {
    cmd->stage_ = Stage::none;
    if ( cmd->invalid() ) {
       QON_TRACE( facility, 7, *cmd, " is out-of-date, skip it" );
-   } else if ( !addrOp_.emplace( cmd->key(), cmd ).second ) {
+   } else if ( !addrOp_.emplace( packed( cmd->key() ), cmd.ptr() ).second ) {
       QON_TRACE( facility, 7, "a command with the same key is in pending" );
    } else {
       cmd->transactionIdIs( 0 );

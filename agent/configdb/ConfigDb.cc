@@ -1,41 +1,12 @@
 #include "agent/configdb/ConfigDb.h"
 
-#include <nlohmann/json.hpp>
 #include <unordered_map>
 
+#include "agent/JsonText.h"
 #include "agent/ReadFile.h"
 #include "platform/Kiv/Text.h"
 
 namespace QonAgent {
-
-namespace {
-
-/** Line and column of the character before `position`, counted from 1. */
-String
-lineAndColumn( const String & text, std::size_t position ) {
-   U32 line = 1;
-   U32 column = 0;
-   for ( std::size_t i = 0; i < position && i < text.size(); ++i ) {
-      bool newLine = i > 0 && text[i - 1] == '\n';
-      line += newLine ? 1 : 0;
-      column = newLine ? 1 : column + 1;
-   }
-   return Kiv::toText( line ) + ":" + Kiv::toText( column ? column : 1 );
-}
-
-/** What the parser of JSON has against a text, without where. */
-String
-complaint( const String & what ) {
-   constexpr U32 most = 160;
-   auto at = what.find( "syntax error" );
-   String text = at == String::npos ? what : what.substr( at );
-   if ( text.find( "unexpected end of input" ) != String::npos ) {
-      return "the file ends too early";
-   }
-   return text.size() <= most ? text : text.substr( 0, most ) + "...";
-}
-
-} // namespace
 
 /** Takes the parser's events: tables, rows, fields, lists; what lies deeper is only skipped. */
 class ConfigParser {
@@ -99,8 +70,7 @@ class ConfigParser {
 bool
 ConfigParser::parse_error( std::size_t position, const String &,
                            const nlohmann::json::exception & e ) {
-   throw ConfigError( db_.file_ + ":" + lineAndColumn( text_, position ) +
-                      ": not valid JSON: " + complaint( e.what() ) );
+   throw ConfigError( db_.file_ + ":" + jsonComplaint( text_, position, e ) );
 }
 
 bool

@@ -102,7 +102,7 @@ LagFeature::portChannels( const std::vector< String > & arguments ) const {
    auto only = argumentIntf( *agent_, arguments );
    auto & names = agent_->names();
    Json rows = Json::array();
-   for ( auto && [lag, status] : status_->intfStatusIteratorConst() ) {
+   for ( auto & [lag, status] : inOrder( status_->intfStatusIteratorConst() ) ) {
       if ( only && lag != *only ) {
          continue;
       }
@@ -124,7 +124,7 @@ LagFeature::members( const std::vector< String > & arguments ) const {
    auto & names = agent_->names();
    auto yes = []( bool v ) { return v ? "yes" : "no"; };
    Json rows = Json::array();
-   for ( auto && [lag, status] : status_->intfStatusIteratorConst() ) {
+   for ( auto & [lag, status] : inOrder( status_->intfStatusIteratorConst() ) ) {
       if ( only && lag != *only ) {
          continue;
       }
@@ -141,12 +141,12 @@ LagFeature::members( const std::vector< String > & arguments ) const {
 std::vector< ShowCommand >
 LagFeature::showCommands() {
    return { { "port-channel",
-              "port-channels and their members",
+              "aggregates and their members",
               "[PORT-CHANNEL]",
               { { "portChannel", "Port-channel" }, { "members", "Members" } },
               [this]( const auto & arguments ) { return portChannels( arguments ); } },
             { "port-channel members",
-              "members of port-channels and what they may do",
+              "what each member may do",
               "[PORT-CHANNEL]",
               { { "portChannel", "Port-channel" },
                 { "member", "Member" },

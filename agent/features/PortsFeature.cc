@@ -50,7 +50,7 @@ Json
 PortsFeature::interfaces( const std::vector< String > & arguments ) const {
    auto only = argumentIntf( *agent_, arguments );
    Json rows = Json::array();
-   for ( auto && [intf, port] : status_->intfStatusIteratorConst() ) {
+   for ( auto & [intf, port] : inOrder( status_->intfStatusIteratorConst() ) ) {
       if ( !only || intf == *only ) {
          Ulnet::IntfId lag = agent_->acsd()->portToLag( intf );
          rows.push_back( { { "interface", agent_->names().spelling( intf ) },
@@ -66,7 +66,7 @@ PortsFeature::interfaces( const std::vector< String > & arguments ) const {
 std::vector< ShowCommand >
 PortsFeature::showCommands() {
    return { { "interfaces",
-              "ports with link, speed and port-channel",
+              "ports: link, speed, aggregate",
               "[PORT]",
               { { "interface", "Interface" },
                 { "link", "Link" },

@@ -25,4 +25,9 @@ inline constexpr char tapAggHwConfig[] = "tapagg/hwconfig";               // Tap
 // The platform
 inline constexpr char hwEpochStatus[] = "hwEpoch/status"; // HwEpoch::Status
 
+// Verification of the agent
+inline constexpr char verifyAgentConfig[] = "verifyagent/config";   // VerifyAgent::Config
+inline constexpr char verifyAgentStatus[] = "verifyagent/status";   // VerifyAgent::Status
+inline constexpr char verifyAgentRequest[] = "verifyagent/request"; // VerifyAgent::RequestDir
+
 } // namespace Paths

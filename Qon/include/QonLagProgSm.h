@@ -1,0 +1,85 @@
+#pragma once
+// Programs hardware groups: from the members that LagSm wants, and the hardware ports that are
+// known, to Hardware::Lag::Config, which the chip follows.
+//
+//    LagSm -> memberIs( lag, port, ... ) / memberDel( lag, port ) --.
+//    FapIdPortDir.fapIdPort[ port ] --------------------------------+-> review( lag, port )
+//                                              Config.lag[ lag ].member[ port ] <-'
+//    chip -> Hardware::Lag::Status -> programmed( lag, port )
+//
+// Invariants
+// 1. A member is in Config exactly while it is wanted and its hardware port is known; a group
+//    exactly while it has a member.
+// 2. A port is an own member (not shared) of one group in Config at most, at any moment: it is
+//    taken out of the one, also of one that an earlier incarnation left, before it is put into
+//    another.
+// 3. A call writes at most one member and costs the same with one group and with a thousand.
+// 4. Aggregates without an index (recirculation channels, names with two numbers) have no
+//    hardware group.
+//
+// Ownership: counts its inputs and outputs. Config is written by this class alone.
+
+#include "Qon/include/QonBaseSm.h"
+#include "Qon/include/QonPortLists.h"
+#include "platform/types/HardwareLag.h"
+
+namespace Qon {
+
+class LagProgSm : public QonBaseSm {
+ public:
+   /** `fapIdPortDir` may be null: then every port is programmed, as hardware port 0 of chip 0. */
+   LagProgSm( Velto::Ptr< Hardware::Lag::Config > config,
+              Velto::Ptr< const Hardware::Lag::Status > status,
+              Velto::Ptr< const Hardware::FapIdPortDir > fapIdPortDir );
+
+   void handleInitialized() override;
+
+   /** `port` shall be a member of the group; `shared` when the peer link lends it. */
+   void memberIs( Ulnet::IntfId lag, Ulnet::IntfId port, const QonLagPort & flags, bool shared );
+   void memberDel( Ulnet::IntfId lag, Ulnet::IntfId port );
+   /** The ports that shall be members, own and shared. */
+   std::vector< Ulnet::IntfId > membersOf( Ulnet::IntfId lag ) const;
+   /** Removes from Config what is not wanted: what another incarnation left there. */
+   void removeStale();
+
+   /** What the chip says of a member; `pending` where it says nothing. */
+   Hardware::Lag::MemberStatus programmed( Ulnet::IntfId lag, Ulnet::IntfId port ) const;
+   const Hardware::Lag::Config * config() const { return config_.ptr(); }
+
+   void handleFapIdPort( const Ulnet::IntfId & port );
+
+   /** What does not hold; empty when all does. */
+   String checkInvariants() const;
+
+ private:
+   struct Wanted {
+      QonLagPort flags;
+      bool shared = false;
+   };
+   using WantedPorts = Kiv::DenseMap< Ulnet::IntfId, Wanted >;
+
+   const Wanted * wanted( Ulnet::IntfId lag, Ulnet::IntfId port ) const;
+   bool portKnown( Ulnet::IntfId port ) const;
+   Hardware::Lag::Member memberOf( Ulnet::IntfId port, const Wanted & wanted ) const;
+   void review( Ulnet::IntfId lag, Ulnet::IntfId port );
+   void write( Ulnet::IntfId lag, Ulnet::IntfId port, const Hardware::Lag::Member & member );
+   void unwrite( Ulnet::IntfId lag, Ulnet::IntfId port );
+   void findOwners();
+   String checkConfig( const Hardware::Lag::LagConfig & group,
+                       Kiv::DenseMap< Ulnet::IntfId, Ulnet::IntfId > & owner ) const;
+
+   const Velto::Ptr< Hardware::Lag::Config > config_;
+   const Velto::Ptr< const Hardware::Lag::Status > status_;
+   const Velto::Ptr< const Hardware::FapIdPortDir > fapIdPortDir_;
+   Kiv::DenseMap< Ulnet::IntfId, WantedPorts > wanted_;
+   Kiv::DenseMap< Ulnet::IntfId, QonPortList > lagsOf_;  // port -> groups that want it
+   Kiv::DenseMap< Ulnet::IntfId, Ulnet::IntfId > owner_; // port -> group in Config, as its own
+   Kiv::Watch< Hardware::FapIdPortDir::fapIdPortAttr, LagProgSm, &LagProgSm::handleFapIdPort >
+         fapIdPortWatch_;
+};
+
+Velto::Ptr< LagProgSm > LagProgSmIs( Velto::Ptr< Hardware::Lag::Config > config,
+                                     Velto::Ptr< const Hardware::Lag::Status > status,
+                                     Velto::Ptr< const Hardware::FapIdPortDir > fapIdPortDir );
+
+} // namespace Qon

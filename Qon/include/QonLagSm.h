@@ -1,0 +1,217 @@
+#pragma once
+// Membership of aggregates: what the link-aggregation agent publishes becomes the maps that all
+// features read, the kernel's device names, and the members of the hardware groups.
+//
+//    EthLagIntfStatusDir -> NestedSm_Status per aggregate -> claims of ports
+//                                                               |
+//    acsd.intf (managed?) ------------------------> reviewPort( port ) -> acsd.lagToPort,
+//                                                               |         then acsd.portToLag
+//    Mlag::Status, sharePeerLinkWithLag -> reviewSharing( lag ) +-> LagProgSm -> hardware
+//
+// Invariants
+// 1. portToLag is the inverse of lagToPort whenever a change of portToLag is published; a list is
+//    written before the port's entry, on joining and on leaving.
+// 2. A port that several aggregates list belongs to the one that listed it last; when that one
+//    drops it, the one before takes it back.
+// 3. A port leaves its hardware group before it enters another. The maps hold own members only;
+//    what the peer link lends is in the hardware groups alone.
+// 4. Every managed aggregate of the status directory has an entry in lagToPort, if an empty one.
+// 5. A change costs as much as the group is large, whatever the number of aggregates.
+// 6. One thing at a time: what a watcher of these maps changes is taken up when the step that it
+//    interrupted is done, still inside the outermost call.
+//
+// Ownership: counts its inputs and outputs; owns the nested state machines. lagToPort, portToLag
+// and lagInLacpFallbackIndividualMode of the shared data are written here alone.
+
+#include <optional>
+
+#include "Qon/include/QonCommonSmData.h"
+#include "Qon/include/QonLagProgSm.h"
+#include "Qon/include/SmCollection.h"
+#include "platform/Kiv/Fifo.h"
+#include "platform/types/Mlag.h"
+
+namespace Qon {
+
+class LagSm : public QonBaseSm {
+ public:
+   /** Follows the status of one aggregate. */
+   class NestedSm_Status : public QonBaseSm {
+    public:
+      using Status = Interface::EthLagIntfStatus;
+      NestedSm_Status( LagSm * lagSm, Velto::Ptr< const Status > status );
+
+      void handleInitialized() override;
+      /** A member came, went, or changed its flags. */
+      void handleIntf( const Ulnet::IntfId & member );
+      void handleLacpFallbackEnabled();
+      void handleDeviceName();
+      /** The aggregate goes: its members, its entries, its device name. */
+      void handleDel();
+
+      Ulnet::IntfId lag() const { return status_->intfId(); }
+      const Status * status() const { return status_.ptr(); }
+      /** Between its start and handleDel(). */
+      bool live() const { return live_; }
+      /** The ports that the status lists, as far as they are heard of. */
+      const KeySet< Ulnet::IntfId > & claims() const { return claims_; }
+
+    private:
+      void doUpdateMember( Ulnet::IntfId member, bool isMember );
+      /** Claims what the status lists, and drops what it does not. */
+      void doUpdatePortList();
+      void doCleanupLag();
+
+      LagSm * lagSm_;
+      const Velto::Ptr< const Status > status_;
+      KeySet< Ulnet::IntfId > claims_;
+      bool live_ = false;
+      Kiv::Watch< Status::intfAttr, NestedSm_Status, &NestedSm_Status::handleIntf > intfWatch_;
+      Kiv::Watch< Status::lacpFallbackEnabledAttr, NestedSm_Status,
+                  &NestedSm_Status::handleLacpFallbackEnabled >
+            fallbackWatch_;
+      Kiv::Watch< Status::deviceNameAttr, NestedSm_Status, &NestedSm_Status::handleDeviceName >
+            deviceNameWatch_;
+   };
+
+   /** What LagSm works with. `acsd` and `ethLagIntfStatusDir` must be there, the others may be
+       null: what they stand for is left out then. */
+   struct Inputs {
+      Velto::Ptr< QonCommonSmData > acsd;
+      Velto::Ptr< const Interface::EthLagIntfStatusDir > ethLagIntfStatusDir;
+      Velto::Ptr< Lag::Input::IntfDeviceNameDir > lagInputIntfDeviceNameDir;
+      Velto::Ptr< const Mlag::Status > mlagStatus;
+      Velto::Ptr< VerifyData > verifyData;
+      Velto::Ptr< LagProgSm > lagProgSm;
+   };
+   explicit LagSm( Inputs inputs );
+
+   void handleInitialized() override;
+   void kivDoZombieReactors() override;
+
+   /** Whether the agent takes care of the interface: a port-channel, a port in acsd.intf, and
+       every port while acsd.intf is empty. An override must depend on acsd.intf of that interface
+       alone. */
+   virtual bool isIntfManaged( Ulnet::IntfId intf ) const;
+
+   /** The state machine of an aggregate's status, or null. */
+   NestedSm_Status * status( Ulnet::IntfId lag ) const { return status_.sm( lag ); }
+   /** An aggregate's own members, without what the peer link lends. */
+   const QonLagPortList & localMember( Ulnet::IntfId lag ) const {
+      return acsd()->lagToPort( lag );
+   }
+   bool localMemberHas( Ulnet::IntfId lag ) const { return acsd()->lagToPortHas( lag ); }
+
+   /** Whether the aggregate takes the members of the MLAG peer link into its hardware group while
+       MLAG is established and redirects MAC addresses. Kept across the aggregate's deletion. */
+   bool sharePeerLinkWithLag( Ulnet::IntfId lag ) const;
+   void sharePeerLinkWithLagIs( Ulnet::IntfId lag, bool share );
+   void sharePeerLinkWithLagDel( Ulnet::IntfId lag );
+   /** The peer link whose members the aggregate has now; null is none. */
+   Ulnet::IntfId sharedPeerLink( Ulnet::IntfId lag ) const;
+
+   /** Compares the maps with the status directory, a finding for each difference, and asks for a
+       retry if there are any. */
+   void handleVerify();
+   /** The same once more, without asking for a retry. */
+   void handleRetryVerify();
+   /** What does not hold; empty when all does. */
+   String checkInvariants() const;
+
+   QonCommonSmData * acsd() const { return in_.acsd.ptr(); }
+   LagProgSm * lagProgSm() const { return in_.lagProgSm.ptr(); }
+   VerifyData * verifyData() const { return in_.verifyData.ptr(); }
+
+   void handleIntfStatus( const Ulnet::IntfId & lag );
+   void handleManagedIntf( const Ulnet::IntfId & intf );
+   void handleMlagStateOrPeerLinkIntf();
+   void handleMlagFastMacRedirection();
+
+   Velto::Ptr< NestedSm_Status >
+   makeStatusSm( const Ulnet::IntfId & lag,
+                 const Velto::Ptr< const Interface::EthLagIntfStatus > & status );
+   void cleanUpStatusSm( const Ulnet::IntfId & lag, NestedSm_Status * sm );
+
+ private:
+   /** One thing to be made true. */
+   enum class What : U8 { entry, port, fallback, sharing, allSharing, sharers };
+   struct Work {
+      What what;
+      Ulnet::IntfId intf;
+   };
+
+   void later( What what, Ulnet::IntfId intf = Ulnet::IntfId() ) { work_.enq( { what, intf } ); }
+   void settle();
+   void review( const Work & work );
+
+   void reviewEntry( Ulnet::IntfId lag );
+   void reviewDeviceName( Ulnet::IntfId lag );
+   void reviewPort( Ulnet::IntfId port );
+   void reviewFallback( Ulnet::IntfId lag );
+   void reviewHardware( Ulnet::IntfId lag, Ulnet::IntfId port, bool leaving );
+
+   bool wanted( Ulnet::IntfId lag ) const;
+   Ulnet::IntfId ownerOf( Ulnet::IntfId port ) const;
+   void claim( Ulnet::IntfId port, Ulnet::IntfId lag );
+   void unclaim( Ulnet::IntfId port, Ulnet::IntfId lag );
+   void addMember( Ulnet::IntfId lag, Ulnet::IntfId port );
+   void removeMember( Ulnet::IntfId lag, Ulnet::IntfId port );
+   void doScrubMember( Ulnet::IntfId port, Ulnet::IntfId lag );
+   void membersChanged( Ulnet::IntfId lag );
+   void entryDel( Ulnet::IntfId lag );
+
+   void clearStaleDeviceNames();
+   void repairMaps();
+
+   bool mlagEstablished() const;
+   Ulnet::IntfId wantedPeerLink( Ulnet::IntfId lag ) const;
+   std::vector< Ulnet::IntfId > peerLinkMembers( Ulnet::IntfId peerLink ) const;
+   std::optional< QonLagPort > lentFlags( Ulnet::IntfId lag, Ulnet::IntfId port ) const;
+   void maybeSharePeerLinkWithLag( Ulnet::IntfId lag, const QonLagPortList & portList );
+   void addOrRemovePeerLink( Ulnet::IntfId lag, Ulnet::IntfId peerLink,
+                             const QonLagPortList & portList, bool forceUpdate );
+   void reviewSharing( Ulnet::IntfId lag );
+   void reviewAllSharing();
+   void reviewSharers();
+
+   /** Each reports what it finds. */
+   void verifyLagToPort() const;
+   void verifyStatus() const;
+   void verifyStatusMembers( const Interface::EthLagIntfStatus & status ) const;
+   void verifyDeviceNames() const;
+   void verifyPortToLag() const;
+   bool runVerify() const;
+
+   const Inputs in_;
+   Kiv::Fifo< Work > work_;
+   bool settling_ = false;
+   bool changed_ = false; // the maps, since verification was last asked for
+   bool allManaged_ = true;
+   Kiv::DenseMap< Ulnet::IntfId, QonPortList > claims_;    // port -> aggregates, the last one last
+   KeySet< Ulnet::IntfId > share_;                         // sharePeerLinkWithLag
+   Kiv::DenseMap< Ulnet::IntfId, Ulnet::IntfId > sharing_; // aggregate -> peer link
+   VerifyCheck check_;
+   SmCollection< Ulnet::IntfId, Velto::Ptr< const Interface::EthLagIntfStatus >, NestedSm_Status,
+                 LagSm, &LagSm::makeStatusSm, &LagSm::cleanUpStatusSm >
+         status_{ this };
+   Kiv::Watch< Interface::EthLagIntfStatusDir::intfStatusAttr, LagSm, &LagSm::handleIntfStatus >
+         statusWatch_;
+   Kiv::Watch< QonCommonSmData::intfAttr, LagSm, &LagSm::handleManagedIntf > reactAcsd_;
+   Kiv::Watch< Mlag::Status::mlagStateAttr, LagSm, &LagSm::handleMlagStateOrPeerLinkIntf >
+         mlagStateWatch_;
+   Kiv::Watch< Mlag::Status::peerLinkIntfAttr, LagSm, &LagSm::handleMlagStateOrPeerLinkIntf >
+         peerLinkWatch_;
+   Kiv::Watch< Mlag::Status::fastMacRedirectionAttr, LagSm, &LagSm::handleMlagFastMacRedirection >
+         redirectionWatch_;
+   Kiv::Watch< VerifyData::reverifyAttr, LagSm, &LagSm::handleRetryVerify > reverifyWatch_;
+};
+
+/** Any but the first two may be null, see LagSm::Inputs. */
+Velto::Ptr< LagSm > LagSmIs( Velto::Ptr< QonCommonSmData > acsd,
+                             Velto::Ptr< const Interface::EthLagIntfStatusDir > ethLagIntfStatusDir,
+                             Velto::Ptr< Lag::Input::IntfDeviceNameDir > lagInputIntfDeviceNameDir,
+                             Velto::Ptr< const Mlag::Status > mlagStatus,
+                             Velto::Ptr< VerifyData > verifyData,
+                             Velto::Ptr< LagProgSm > lagProgSm = nullptr );
+
+} // namespace Qon

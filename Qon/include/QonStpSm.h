@@ -1,0 +1,367 @@
+#pragma once
+// Spanning-tree topologies in hardware: which VLANs are in which topology, the state of each port
+// in each topology, and the flushing of MAC addresses.
+//
+//    Config, Inst::Status --> StpSm --1:n--> TopoSm (a topology) --1:n--> TopoPortSm (a port)
+//    acsd: LAGs, mode    -->   |                 |                          |
+//    TapAgg::HwConfig --> TapAggIntfSm           |                          |
+//                              v                 v                          v
+//                   TopoHelper: VLANs        alloc, free            port states, flushes
+//                              chip --done--> StpSm --> TopoPortStatus
+//
+// Invariants
+// 1. A TopoSm exists while configuration and status both have the name, with the same id. Another
+//    entity or another id under the name is another TopoSm.
+// 2. A port's status is written when the hardware reports done; at once when nothing is handed
+//    over: for members of an aggregate, whose state is the aggregate's, and for interfaces in tap
+//    or tool mode, which forward whatever is wanted.
+// 3. What is pending is recorded before the hook is called and taken off before the status is
+//    written, so hooks that complete inside and watchers that ask anew are both right.
+// 4. vlanToTopoSmMap and topoToVlanMap are each other's inverse; no MappedVlan is empty.
+// 5. In tap-aggregation mode every VLAN that the configuration puts into no topology is in the
+//    tap-aggregation topology, which needs no TopoSm.
+//
+// Reads of the shared data: portToLag, lagToPort, operationalMode, tapAggHwConfig, verifyData.
+// Ownership: StpSm owns the TopoSms, they own the TopoPortSms; back pointers are not counted.
+
+#include "Qon/include/LagView.h"
+#include "Qon/include/SmCollection.h"
+#include "Qon/include/TopoHelper.h"
+#include "platform/types/Topology.h"
+
+namespace Qon {
+
+class TopoSm;
+class StpSm;
+
+/** The VLANs of one topology. */
+class MappedVlan : public Kiv::Entity {
+   KIV_BODY( MappedVlan, Kiv::Entity )
+   KIV_MAP( Bridging::VlanId, bool, vlan )
+ public:
+   explicit MappedVlan( const String & topoName ) : Kiv::Entity( topoName ) {}
+};
+
+/** A state that was handed to the hardware. */
+class TopoPortState {
+   Bridging::Topology::PortState state_ = Bridging::Topology::PortState::disabled;
+   U64 request_ = 0; // tells a later request for the same port from this one
+   KIV_VALUE( Qon, TopoPortState, state, request )
+};
+
+/** What one topology's ports wait for. */
+class PendingStpStateTopo : public Kiv::Entity {
+   KIV_BODY( PendingStpStateTopo, Kiv::Entity )
+   KIV_MAP( Ulnet::IntfId, TopoPortState, pendingIntfState )
+ public:
+   explicit PendingStpStateTopo( const String & topoName ) : Kiv::Entity( topoName ) {}
+};
+
+/** The interfaces in tap or tool mode; empty outside tap-aggregation mode. */
+class IntfSet : public Kiv::Entity {
+ public:
+   class IntfInfo : public Kiv::Entity {
+      KIV_BODY( IntfInfo, Kiv::Entity )
+      KIV_ATTR( bool, isLag, false )
+    public:
+      explicit IntfInfo( const Ulnet::IntfId & intfId, bool isLag = false )
+          : isLag_( isLag ), intfId_( intfId ) {}
+      Ulnet::IntfId intfId() const { return intfId_; }
+
+    private:
+      const Ulnet::IntfId intfId_;
+   };
+
+   KIV_BODY( IntfSet, Kiv::Entity )
+   KIV_ENTITIES( Ulnet::IntfId, IntfInfo, intfInfo )
+ public:
+   explicit IntfSet( const String & name ) : Kiv::Entity( name ) {}
+};
+
+/** One port of one topology. */
+class TopoPortSm : public QonBaseSm {
+ public:
+   using PortState = Bridging::Topology::PortState;
+   using Config = Bridging::Topology::TopoPortConfig;
+   using Status = Bridging::Topology::TopoPortStatus;
+
+   TopoPortSm( Ulnet::IntfId intf, Velto::Ptr< const Config > config, TopoSm * topoSm );
+
+   Ulnet::IntfId intf() const { return intf_; }
+   const Config * config() const { return config_.ptr(); }
+   Status * status() const { return status_.ptr(); }
+   TopoSm * topoSm() const { return topoSm_; }
+   TopoHelper * topoHelper() const;
+   U32 topoId() const;
+   IntfSet * tapAggIntf() const;
+   bool isLag() const { return Ulnet::PortChannelIntfId::isPortChannelIntfId( intf_ ); }
+   bool inTapOrTool() const { return tapAggIntf()->intfInfoHas( intf_ ); }
+   /** What the hardware is to carry: the configured state, or forwarding in tap or tool mode. */
+   PortState wantedState() const {
+      return inTapOrTool() ? PortState::forwarding : config_->state();
+   }
+
+   void handleInitialized() override;
+   /** Requests the configured state. */
+   void handleState();
+   /** The change information alone: echoes it where it belongs to a state that is done. */
+   void handleChangeInfo();
+   void handleFdbFlush();
+   /** Hands the state over; false if there was nothing to hand over. */
+   bool doSetStpState( Ulnet::IntfId intf, PortState state );
+   /** Writes the status: this state is in the hardware. */
+   void stateDone( PortState state );
+   /** Forgets what is pending. */
+   void doCleanup();
+
+ private:
+   bool works() const { return initialized() && !zombie(); }
+   static void handleConfig( void * self, const Kiv::Entity &, int attribute, const void * );
+
+   const Ulnet::IntfId intf_;
+   TopoSm * const topoSm_;
+   const Velto::Ptr< const Config > config_;
+   Velto::Ptr< Status > status_;
+   U32 writes_ = 0; // of the status: tells whether a watcher of it came in between
+   Kiv::EntityWatch configWatch_;
+};
+
+/** One topology. */
+class TopoSm : public QonBaseSm {
+ public:
+   using PortState = Bridging::Topology::PortState;
+   using Config = Bridging::Topology::TopoConfig;
+   using Status = Bridging::Topology::Inst::TopoStatus;
+   /** What a TopoSm stands for; false where there is no topology. */
+   struct Input {
+      Velto::Ptr< const Config > config;
+      Velto::Ptr< Status > status;
+      U32 topoId = 0;
+      explicit operator bool() const { return bool( config ); }
+      bool operator==( const Input & ) const = default;
+   };
+
+   TopoSm( const String & name, const Input & input, StpSm * stpSm );
+
+   const String & name() const { return name_; }
+   U32 topoId() const { return input_.topoId; }
+   const Config * config() const { return input_.config.ptr(); }
+   Status * status() const { return input_.status.ptr(); }
+   TopoHelper * topoHelper() const;
+   StpSm * stpSm() const { return stpSm_; }
+
+   TopoPortSm * topoPortSm( Ulnet::IntfId intf ) const { return topoPortSm_.sm( intf ); }
+   U32 topoPortSms() const { return topoPortSm_.size(); }
+   template< class Act >
+   void forEachPort( Act && act ) const {
+      topoPortSm_.forEach( std::forward< Act >( act ) );
+   }
+
+   void handleInitialized() override;
+   void kivDoZombieReactors() override;
+   void handleTopoPortChange( const Ulnet::IntfId & intf );
+   void handleTopoPortChange();
+   /** The port joined a group, left `from`, or moved. */
+   void handlePortToLag( const Ulnet::IntfId & intf, Ulnet::IntfId from = {} );
+   /** The interface entered or left tap or tool mode. */
+   void handleTapAggIntf( const Ulnet::IntfId & intf );
+   /** Hands a port's state to the hardware: of an aggregate, for every member. False for a
+       member, for which nothing is handed over. */
+   bool doSetStpState( Ulnet::IntfId intf, bool isLag, Ulnet::IntfId lagIntf, PortState state );
+   /** The hardware has taken everything that was handed over. */
+   void stateDone();
+   /** Takes the ports down and gives the topology back to the hardware. */
+   void doCleanup();
+
+   /** @name What waits for the hardware */
+   /** @{ */
+   void pendingIs( Ulnet::IntfId intf, PortState state );
+   void pendingDel( Ulnet::IntfId intf );
+   bool pendingHas( Ulnet::IntfId intf ) const;
+   /** @} */
+
+   /** Whether the VLAN was added in the hardware on behalf of this topology. */
+   bool vlanAdded( U16 vlan ) const { return addedVlan_.has( vlan ); }
+   void vlanAddedIs( U16 vlan ) { addedVlan_.emplace( vlan ); }
+   void vlanAddedDel( U16 vlan ) { addedVlan_.erase( vlan ); }
+
+ private:
+   bool works() const { return initialized() && !zombie(); }
+   Velto::Ptr< TopoPortSm > makePort( const Ulnet::IntfId & intf,
+                                      const Velto::Ptr< const TopoPortSm::Config > & config );
+   void cleanUpPort( const Ulnet::IntfId & intf, TopoPortSm * port );
+   void setStpState( Ulnet::IntfId intf, PortState state );
+
+   const String name_;
+   const Input input_;
+   StpSm * const stpSm_;
+   Velto::Ptr< PendingStpStateTopo > pending_; // the entry of stpSm's, null where there is none
+   Kiv::DenseMap< U16, Kiv::Nothing > addedVlan_;
+   U32 fanOut_ = 0;            // hook calls for the members of an aggregate under way
+   bool doneInFanOut_ = false; // the last of them reported done
+   SmCollection< Ulnet::IntfId, Velto::Ptr< const TopoPortSm::Config >, TopoPortSm, TopoSm,
+                 &TopoSm::makePort, &TopoSm::cleanUpPort >
+         topoPortSm_;
+   Kiv::Watch< Config::topoPortConfigAttr, TopoSm, &TopoSm::handleTopoPortChange > portWatch_;
+   Kiv::Watch< IntfSet::intfInfoAttr, TopoSm, &TopoSm::handleTapAggIntf > tapAggWatch_;
+};
+
+class StpSm : public QonBaseSm {
+   KIV_BODY( StpSm, QonBaseSm )
+   KIV_PTR( const Bridging::Topology::Config, config )
+   KIV_PTR( Bridging::Topology::Inst::Status, status )
+   KIV_PTR( TopoHelper, topoHelper )
+   KIV_ATTR( HwOperationalMode, currentHwOperationalMode, HwOperationalMode::switching )
+   KIV_MAP( U16, String, vlanToTopoSmMap )
+   KIV_ENTITIES( String, MappedVlan, topoToVlanMap )
+   KIV_ENTITIES( String, PendingStpStateTopo, pendingStpStateTopo )
+   KIV_OWNED( IntfSet, tapAggIntf )
+   KIV_PTR( VerifyData, verifyData )
+ public:
+   class TapAggIntfSm;
+
+   StpSm( Velto::Ptr< QonCommonSmData > acsd, Velto::Ptr< const Bridging::Topology::Config > config,
+          Velto::Ptr< Bridging::Topology::Inst::Status > status,
+          Velto::Ptr< TopoHelper > topoHelper );
+   ~StpSm() override;
+
+   void handleInitialized() override;
+   /** Part of a verification run; the base asks the helper. */
+   virtual void verify();
+   /** Traps BPDUs to the CPU, as the two settings of the topology configuration say; both false
+       in tap-aggregation mode. Done on return. */
+   virtual void configureBpduTrapping( bool bpdu, bool pvstBpdu );
+
+   const Bridging::Topology::Config * brTopoConfig() const { return config(); }
+   Bridging::Topology::Inst::Status * brTopoInstStatus() const { return status(); }
+   QonCommonSmData * acsd() const { return acsd_.ptr(); }
+   LagView lagView() const { return LagView( acsd_.ptr() ); }
+   /** The group of a port as the topologies were told last; null is none. */
+   Ulnet::IntfId lagOf( Ulnet::IntfId port ) const { return lagFollower_.lagOf( port ); }
+   TapAggIntfSm * tapAggIntfSm() const { return tapAggIntfSm_.ptr(); }
+   /** The tap-aggregation topology that is in use; empty outside tap-aggregation mode. */
+   const String & tapAggTopoName() const { return tapAggTopoName_; }
+   U32 tapAggTopoId() const { return tapAggTopoId_; }
+
+   TopoSm * topoSm( const String & name ) const { return topoSm_.sm( name ); }
+   U32 topoSms() const { return topoSm_.size(); }
+   template< class Act >
+   void forEachTopo( Act && act ) const {
+      topoSm_.forEach( std::forward< Act >( act ) );
+   }
+
+   void kivDoZombieReactors() override;
+   void handleTopoChange( const String & name );
+   void handleTopoChange();
+   void handleVidToTopoMap( const Bridging::VlanId & vlan );
+   void handleVidToTopoMap();
+   void handleOperationalMode();
+   void handleBpduTrapping();
+   void handleVerify();
+   /** Undoes everything in the hardware; the state machine hears nothing afterwards until it is
+       initialized anew. */
+   void doCleanup();
+
+   /** Acknowledges every pending port state of the topology. Unknown ones are ignored. */
+   void setStpStateDoneTopoName( const String & name );
+   void setStpStateDoneTopoId( U32 topoId );
+
+   /** What does not hold of the invariants above; empty if all do. */
+   String checkInvariants() const;
+
+   /** @name For TopoSm */
+   /** @{ */
+   void topoIdIs( U32 topoId, TopoSm * topoSm );
+   void topoIdDel( U32 topoId, TopoSm * topoSm );
+   U64 nextRequest() { return ++request_; }
+   U64 lastRequest() const { return request_; }
+   /** @} */
+
+ private:
+   /** Reviews a topology when one of its two ids changes. */
+   class TopoIdSm;
+   struct TopoIdInput {
+      Velto::Ptr< const Bridging::Topology::TopoConfig > config;
+      Velto::Ptr< const Bridging::Topology::Inst::TopoStatus > status;
+      explicit operator bool() const { return config || status; }
+      bool operator==( const TopoIdInput & ) const = default;
+   };
+
+   Velto::Ptr< TopoSm > makeTopo( const String & name, const TopoSm::Input & input );
+   void cleanUpTopo( const String & name, TopoSm * topoSm );
+   Velto::Ptr< TopoIdSm > makeTopoId( const String & name, const TopoIdInput & input );
+   void cleanUpTopoId( const String & name, TopoIdSm * sm );
+
+   void attach();
+   void detach();
+   void handleLag( Ulnet::IntfId port, Ulnet::IntfId from, Ulnet::IntfId to );
+   String wantedTopo( Bridging::VlanId vlan ) const;
+   void takeOut( Bridging::VlanId vlan, const String & topoName );
+   void putIn( Bridging::VlanId vlan, const String & topoName );
+   void handleTapAggConfig();
+   void followTapAggConfig();
+   void enterTapAgg();
+   void cleanupTapAgg();
+   void requestVerify();
+
+   const Velto::Ptr< QonCommonSmData > acsd_;
+   String tapAggTopoName_;
+   U32 tapAggTopoId_ = 0;
+   U64 request_ = 0;
+   Kiv::DenseMap< U32, std::vector< TopoSm * > > topoById_;
+   VerifyCheck verifyCheck_;
+   Velto::Ptr< TapAggIntfSm > tapAggIntfSm_;
+   SmCollection< String, TopoIdInput, TopoIdSm, StpSm, &StpSm::makeTopoId, &StpSm::cleanUpTopoId >
+         topoIdSm_;
+   SmCollection< String, TopoSm::Input, TopoSm, StpSm, &StpSm::makeTopo, &StpSm::cleanUpTopo >
+         topoSm_;
+
+   using BrConfig = Bridging::Topology::Config;
+   Kiv::Watch< BrConfig::topoConfigAttr, StpSm, &StpSm::handleTopoChange > topoConfigWatch_;
+   Kiv::Watch< Bridging::Topology::Inst::Status::topoStatusAttr, StpSm, &StpSm::handleTopoChange >
+         topoStatusWatch_;
+   Kiv::Watch< BrConfig::vidToTopoMapAttr, StpSm, &StpSm::handleVidToTopoMap > vidToTopoWatch_;
+   Kiv::Watch< BrConfig::bpduTrapEnabledAttr, StpSm, &StpSm::handleBpduTrapping > bpduWatch_;
+   Kiv::Watch< BrConfig::pvstBpduTrapEnabledAttr, StpSm, &StpSm::handleBpduTrapping >
+         pvstBpduWatch_;
+   Kiv::Watch< QonCommonSmData::operationalModeAttr, StpSm, &StpSm::handleOperationalMode >
+         reactAcsd_;
+   Kiv::Watch< QonCommonSmData::tapAggHwConfigAttr, StpSm, &StpSm::followTapAggConfig >
+         tapAggConfigWatch_;
+   Kiv::Watch< TapAgg::HwConfig::tapAggTopoIdAttr, StpSm, &StpSm::handleTapAggConfig >
+         tapAggIdWatch_;
+   Kiv::Watch< TapAgg::HwConfig::tapAggTopoNameAttr, StpSm, &StpSm::handleTapAggConfig >
+         tapAggNameWatch_;
+   LagFollower< StpSm, &StpSm::handleLag > lagFollower_;
+};
+
+/** Keeps the set of interfaces in tap or tool mode, and lets them forward in the tap-aggregation
+    topology: an aggregate through its members. */
+class StpSm::TapAggIntfSm : public QonBaseSm {
+ public:
+   explicit TapAggIntfSm( StpSm * stpSm ) : stpSm_( stpSm ) {}
+
+   void handleInitialized() override;
+   /** The mode, the topology or the settings changed as a whole. */
+   void handleTapAgg();
+   void handleIntf( const Ulnet::IntfId & intf );
+   void handleLag( Ulnet::IntfId port, Ulnet::IntfId from, Ulnet::IntfId to );
+   /** Empties the set; the hardware's topology goes as a whole. */
+   void doCleanup();
+
+ private:
+   bool wanted( Ulnet::IntfId intf ) const;
+   void setState( Ulnet::IntfId intf, Bridging::Topology::PortState state );
+
+   StpSm * const stpSm_;
+   Velto::Ptr< const TapAgg::HwConfig > hwConfig_;
+   Kiv::Watch< TapAgg::HwConfig::tapIntfAttr, TapAggIntfSm, &TapAggIntfSm::handleIntf > tapWatch_;
+   Kiv::Watch< TapAgg::HwConfig::toolIntfAttr, TapAggIntfSm, &TapAggIntfSm::handleIntf > toolWatch_;
+};
+
+Velto::Ptr< StpSm > StpSmIs( Velto::Ptr< QonCommonSmData > acsd,
+                             Velto::Ptr< const Bridging::Topology::Config > config,
+                             Velto::Ptr< Bridging::Topology::Inst::Status > status,
+                             Velto::Ptr< TopoHelper > topoHelper );
+
+} // namespace Qon

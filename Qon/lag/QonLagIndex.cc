@@ -1,0 +1,22 @@
+#include "Qon/include/QonLagIndex.h"
+
+#include "platform/Velto/Assert.h"
+
+namespace Qon {
+
+bool
+hasLagIndex( Ulnet::IntfId lagName ) {
+   return Ulnet::PortChannelIntfId::isPortChannelIntfId( lagName ) &&
+          !Ulnet::PortChannelIntfId::isRecirc( lagName ) &&
+          Ulnet::GenericIntfId::parts( lagName ) == 1;
+}
+
+U32
+getLagIndex( Ulnet::IntfId lagName ) {
+   VELTO_ASSERT( Ulnet::PortChannelIntfId::isPortChannelIntfId( lagName ) );
+   VELTO_ASSERT( !Ulnet::PortChannelIntfId::isRecirc( lagName ) );
+   VELTO_ASSERT( 1 == Ulnet::GenericIntfId::parts( lagName ) );
+   return Ulnet::PortChannelIntfId::portChannelNum( lagName );
+}
+
+} // namespace Qon

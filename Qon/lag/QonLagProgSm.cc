@@ -1,0 +1,215 @@
+#include "Qon/include/QonLagProgSm.h"
+
+#include "Qon/include/QonLagIndex.h"
+#include "Qon/include/Reconcile.h"
+
+namespace Qon {
+
+using Ulnet::IntfId;
+
+LagProgSm::LagProgSm( Velto::Ptr< Hardware::Lag::Config > config,
+                      Velto::Ptr< const Hardware::Lag::Status > status,
+                      Velto::Ptr< const Hardware::FapIdPortDir > fapIdPortDir )
+    : config_( std::move( config ) ), status_( std::move( status ) ),
+      fapIdPortDir_( std::move( fapIdPortDir ) ) {}
+
+void
+LagProgSm::handleInitialized() {
+   if ( !initialized() ) {
+      return;
+   }
+   fapIdPortWatch_.attach( this, fapIdPortDir_.ptr() );
+   findOwners();
+   for ( auto && entry : keysOf< IntfId >( lagsOf_ ) ) {
+      handleFapIdPort( entry.key );
+   }
+}
+
+/** Of what an earlier incarnation left in Config. */
+void
+LagProgSm::findOwners() {
+   for ( auto && [lag, group] : config_->lagIteratorConst() ) {
+      for ( auto && [port, member] : group->memberIteratorConst() ) {
+         if ( !member.shared() ) {
+            owner_.emplace( port, lag );
+         }
+      }
+   }
+}
+
+void
+LagProgSm::handleFapIdPort( const IntfId & port ) {
+   auto lags = lagsOf_.find( port );
+   if ( !lags ) {
+      return;
+   }
+   const QonPortList now = *lags;
+   for ( IntfId lag : now ) {
+      review( lag, port );
+   }
+}
+
+void
+LagProgSm::memberIs( IntfId lag, IntfId port, const QonLagPort & flags, bool shared ) {
+   *wanted_.emplace( lag ).first->emplace( port ).first = Wanted{ flags, shared };
+   lagsOf_.emplace( port ).first->portIs( lag );
+   review( lag, port );
+}
+
+void
+LagProgSm::memberDel( IntfId lag, IntfId port ) {
+   auto ports = wanted_.find( lag );
+   if ( !ports || !ports->erase( port ) ) {
+      return;
+   }
+   if ( ports->empty() ) {
+      wanted_.erase( lag );
+   }
+   auto lags = lagsOf_.find( port );
+   lags->portDel( lag );
+   if ( lags->ports() == 0 ) {
+      lagsOf_.erase( port );
+   }
+   review( lag, port );
+}
+
+std::vector< IntfId >
+LagProgSm::membersOf( IntfId lag ) const {
+   std::vector< IntfId > members;
+   if ( auto ports = wanted_.find( lag ) ) {
+      for ( auto && [port, wanted] : *ports ) {
+         members.push_back( port );
+      }
+   }
+   return members;
+}
+
+const LagProgSm::Wanted *
+LagProgSm::wanted( IntfId lag, IntfId port ) const {
+   auto ports = wanted_.find( lag );
+   return ports ? ports->find( port ) : nullptr;
+}
+
+bool
+LagProgSm::portKnown( IntfId port ) const {
+   return !fapIdPortDir_ || fapIdPortDir_->fapIdPortHas( port );
+}
+
+Hardware::Lag::Member
+LagProgSm::memberOf( IntfId port, const Wanted & wanted ) const {
+   const FapIdPort hardwarePort = fapIdPortDir_ ? fapIdPortDir_->fapIdPort( port ) : FapIdPort();
+   return { hardwarePort, wanted.flags.collecting(), wanted.flags.distributing(), wanted.shared };
+}
+
+void
+LagProgSm::review( IntfId lag, IntfId port ) {
+   const Wanted * want = wanted( lag, port );
+   if ( want && portKnown( port ) && hasLagIndex( lag ) ) {
+      write( lag, port, memberOf( port, *want ) );
+   } else {
+      unwrite( lag, port );
+   }
+}
+
+void
+LagProgSm::write( IntfId lag, IntfId port, const Hardware::Lag::Member & member ) {
+   auto owner = owner_.find( port );
+   const IntfId former = owner ? *owner : IntfId();
+   if ( !member.shared() && former != lag ) {
+      if ( former ) {
+         unwrite( former, port );
+      }
+      *owner_.emplace( port ).first = lag;
+   } else if ( member.shared() && former == lag ) {
+      owner_.erase( port );
+   }
+   config_->lagIs( lag, getLagIndex( lag ) )->memberIs( port, member );
+}
+
+void
+LagProgSm::unwrite( IntfId lag, IntfId port ) {
+   if ( auto owner = owner_.find( port ); owner && *owner == lag ) {
+      owner_.erase( port );
+   }
+   Velto::Ptr< Hardware::Lag::LagConfig > group = config_->lag( lag );
+   if ( !group ) {
+      return;
+   }
+   group->memberDel( port );
+   if ( group->members() == 0 && config_->lag( lag ) == group.ptr() ) {
+      config_->lagDel( lag );
+   }
+}
+
+void
+LagProgSm::removeStale() {
+   for ( auto && entry : keysOf< IntfId >( config_->lagIteratorConst() ) ) {
+      const IntfId lag = entry.key;
+      auto members = keysOf< IntfId >( config_->lag( lag )->memberIteratorConst() );
+      for ( auto && member : members ) {
+         review( lag, member.key );
+      }
+      if ( members.empty() ) {
+         config_->lagDel( lag );
+      }
+   }
+}
+
+Hardware::Lag::MemberStatus
+LagProgSm::programmed( IntfId lag, IntfId port ) const {
+   auto group = status_ ? status_->lag( lag ) : nullptr;
+   return group ? group->member( port ) : Hardware::Lag::MemberStatus();
+}
+
+String
+LagProgSm::checkConfig( const Hardware::Lag::LagConfig & group,
+                        Kiv::DenseMap< IntfId, IntfId > & owner ) const {
+   const String name = group.lagId().stringValue();
+   if ( group.members() == 0 ) {
+      return name + " has a hardware group without members\n";
+   }
+   for ( auto && [port, member] : group.memberIteratorConst() ) {
+      const Wanted * want = wanted( group.lagId(), port );
+      const String what = name + ", member " + port.stringValue();
+      if ( !want || !( memberOf( port, *want ) == member ) ) {
+         return what + " in hardware differs from what is wanted\n";
+      }
+      if ( !member.shared() && !owner.emplace( port, group.lagId() ).second ) {
+         return what + " is in the hardware group of " + owner.find( port )->stringValue() +
+                " too\n";
+      }
+   }
+   return "";
+}
+
+String
+LagProgSm::checkInvariants() const {
+   Kiv::DenseMap< IntfId, IntfId > owner;
+   for ( auto && [lag, group] : config_->lagIteratorConst() ) {
+      String broken = checkConfig( *group, owner );
+      if ( !broken.empty() ) {
+         return broken;
+      }
+   }
+   for ( auto && [lag, ports] : wanted_ ) {
+      for ( auto && [port, want] : ports ) {
+         auto group = config_->lag( lag );
+         bool written = group && group->memberHas( port );
+         if ( hasLagIndex( lag ) && written != portKnown( port ) ) {
+            return lag.stringValue() + ", member " + port.stringValue() +
+                   ( written ? " is in hardware without a hardware port\n"
+                             : " is missing in hardware\n" );
+         }
+      }
+   }
+   return "";
+}
+
+Velto::Ptr< LagProgSm >
+LagProgSmIs( Velto::Ptr< Hardware::Lag::Config > config,
+             Velto::Ptr< const Hardware::Lag::Status > status,
+             Velto::Ptr< const Hardware::FapIdPortDir > fapIdPortDir ) {
+   return smIs< LagProgSm >( std::move( config ), std::move( status ), std::move( fapIdPortDir ) );
+}
+
+} // namespace Qon

@@ -1,0 +1,461 @@
+#include "Qon/include/QonLagSm.h"
+
+#include "Qon/include/LagView.h"
+#include "Qon/include/QonTraceHandles.h"
+#include "Qon/lag/QonLagTrace.h"
+#include "platform/Kiv/Restart.h"
+
+namespace Qon {
+
+using Ulnet::IntfId;
+
+Flintlog::Facility lagSmTrace( "QonLagSm" );
+
+// The aggregate's own part
+
+LagSm::NestedSm_Status::NestedSm_Status( LagSm * lagSm, Velto::Ptr< const Status > status )
+    : lagSm_( lagSm ), status_( std::move( status ) ) {}
+
+void
+LagSm::NestedSm_Status::handleInitialized() {
+   if ( !initialized() ) {
+      return;
+   }
+   live_ = true;
+   intfWatch_.attach( this, status_.ptr() );
+   fallbackWatch_.attach( this, status_.ptr() );
+   deviceNameWatch_.attach( this, status_.ptr() );
+   lagSm_->later( What::entry, lag() );
+   doUpdatePortList();
+   lagSm_->later( What::fallback, lag() );
+   lagSm_->later( What::sharing, lag() );
+   lagSm_->settle();
+}
+
+void
+LagSm::NestedSm_Status::doUpdatePortList() {
+   for ( auto & [port, flags] : lagSm_->localMember( lag() ) ) {
+      lagSm_->later( What::port, port ); // what an earlier incarnation published
+   }
+   reconcile< IntfId >(
+         claims_, status_->intfIteratorConst(),
+         [&]( IntfId port ) { doUpdateMember( port, false ); },
+         [&]( IntfId port ) { doUpdateMember( port, true ); } );
+}
+
+void
+LagSm::NestedSm_Status::doUpdateMember( IntfId member, bool isMember ) {
+   if ( isMember && claims_.emplace( member ).second ) {
+      lagSm_->claim( member, lag() );
+   } else if ( !isMember && claims_.erase( member ) ) {
+      lagSm_->unclaim( member, lag() );
+   }
+   lagSm_->later( What::port, member );
+}
+
+void
+LagSm::NestedSm_Status::handleIntf( const IntfId & member ) {
+   doUpdateMember( member, status_->intfHas( member ) );
+   lagSm_->settle();
+}
+
+void
+LagSm::NestedSm_Status::handleLacpFallbackEnabled() {
+   lagSm_->later( What::fallback, lag() );
+   lagSm_->settle();
+}
+
+void
+LagSm::NestedSm_Status::handleDeviceName() {
+   lagSm_->later( What::entry, lag() );
+   lagSm_->settle();
+}
+
+void
+LagSm::NestedSm_Status::handleDel() {
+   if ( Kiv::agentRestarting() ) {
+      QON_TRACE( lagSmTrace, 2, "Disabling Qon cleanup in case of restart" );
+      return;
+   }
+   live_ = false;
+   doCleanupLag();
+}
+
+void
+LagSm::NestedSm_Status::doCleanupLag() {
+   lagSm_->later( What::sharing, lag() );
+   for ( auto && entry : KeySet< IntfId >( claims_ ) ) {
+      doUpdateMember( entry.key, false );
+   }
+   lagSm_->later( What::entry, lag() );
+   lagSm_->settle();
+}
+
+// Start, and what is heard
+
+LagSm::LagSm( Inputs inputs ) : in_( std::move( inputs ) ) {}
+
+void
+LagSm::handleInitialized() {
+   if ( !initialized() ) {
+      return;
+   }
+   statusWatch_.attach( this, in_.ethLagIntfStatusDir.ptr() );
+   reactAcsd_.attach( this, acsd() );
+   mlagStateWatch_.attach( this, in_.mlagStatus.ptr() );
+   peerLinkWatch_.attach( this, in_.mlagStatus.ptr() );
+   redirectionWatch_.attach( this, in_.mlagStatus.ptr() );
+   reverifyWatch_.attach( this, verifyData() );
+   check_.attach< &LagSm::handleVerify >( in_.verifyData, "QonLagSm", this );
+   if ( lagProgSm() ) {
+      lagProgSm()->initializedIs( true );
+   }
+   allManaged_ = acsd()->intfs() == 0;
+   clearStaleDeviceNames();
+   repairMaps();
+   const auto & statuses = in_.ethLagIntfStatusDir;
+   status_.reviewAll( statuses->intfStatusIteratorConst(), [&]( IntfId lag ) {
+      return Velto::Ptr< const Interface::EthLagIntfStatus >( statuses->intfStatus( lag ) );
+   } );
+   settle();
+   if ( lagProgSm() ) {
+      lagProgSm()->removeStale();
+   }
+}
+
+void
+LagSm::kivDoZombieReactors() {
+   QonBaseSm::kivDoZombieReactors();
+   status_.kivDoZombieReactors();
+}
+
+void
+LagSm::clearStaleDeviceNames() {
+   auto & names = in_.lagInputIntfDeviceNameDir;
+   if ( !names ) {
+      return;
+   }
+   for ( auto && entry : keysOf< IntfId >( names->intfDeviceNameIteratorConst() ) ) {
+      if ( !in_.ethLagIntfStatusDir->intfStatusHas( entry.key ) ) {
+         QON_TRACE( lagSmTrace, 4, " clearing stale lagInputIntfDeviceNameDir entry for ",
+                    entry.key );
+         names->intfDeviceNameDel( entry.key );
+      }
+   }
+}
+
+/** Makes the maps that were found the inverse of each other, and has what belongs to no aggregate
+    removed. */
+void
+LagSm::repairMaps() {
+   for ( auto && entry : keysOf< IntfId >( acsd()->lagToPortIteratorConst() ) ) {
+      const IntfId lag = entry.key;
+      QonLagPortList list;
+      for ( auto & [port, flags] : acsd()->lagToPort( lag ) ) {
+         if ( acsd()->portToLag( port ) == lag ) {
+            list.portIs( port, flags );
+         }
+      }
+      acsd()->lagToPortIs( lag, list );
+   }
+   for ( auto && entry : keysOf< IntfId >( acsd()->portToLagIteratorConst() ) ) {
+      if ( !LagView( acsd() ).lagOf( entry.key ) ) {
+         acsd()->portToLagDel( entry.key );
+      }
+   }
+   auto fallbacks = keysOf< IntfId >( acsd()->lagInLacpFallbackIndividualModeIteratorConst() );
+   for ( auto && entry : fallbacks ) {
+      if ( !in_.ethLagIntfStatusDir->intfStatusHas( entry.key ) ) {
+         acsd()->lagInLacpFallbackIndividualModeDel( entry.key );
+      }
+   }
+   // The entries of live aggregates are looked at when their state machines start.
+   for ( auto && entry : keysOf< IntfId >( acsd()->lagToPortIteratorConst() ) ) {
+      if ( !in_.ethLagIntfStatusDir->intfStatusHas( entry.key ) ) {
+         entryDel( entry.key );
+      }
+   }
+}
+
+bool
+LagSm::isIntfManaged( IntfId intf ) const {
+   return acsd()->intfs() == 0 || acsd()->intfHas( intf ) ||
+          Ulnet::PortChannelIntfId::isPortChannelIntfId( intf );
+}
+
+void
+LagSm::handleIntfStatus( const IntfId & lag ) {
+   status_.review( lag, in_.ethLagIntfStatusDir->intfStatus( lag ) );
+}
+
+Velto::Ptr< LagSm::NestedSm_Status >
+LagSm::makeStatusSm( const IntfId &,
+                     const Velto::Ptr< const Interface::EthLagIntfStatus > & status ) {
+   return smIs< NestedSm_Status >( this, status );
+}
+
+void
+LagSm::cleanUpStatusSm( const IntfId &, NestedSm_Status * sm ) {
+   sm->handleDel();
+}
+
+/** The first entry of acsd.intf and the loss of the last one concern every port, others one. */
+void
+LagSm::handleManagedIntf( const IntfId & intf ) {
+   const bool all = acsd()->intfs() == 0;
+   if ( all != allManaged_ ) {
+      allManaged_ = all;
+      for ( IntfId lag : status_.heldKeys() ) {
+         later( What::entry, lag );
+      }
+      for ( auto && [port, lags] : claims_ ) {
+         later( What::port, port );
+      }
+      later( What::allSharing );
+   } else {
+      later( What::entry, intf );
+      later( What::sharing, intf );
+      later( What::port, intf );
+      if ( auto sm = status( intf ) ) {
+         for ( auto && entry : sm->claims() ) {
+            later( What::port, entry.key );
+         }
+      }
+      if ( in_.mlagStatus && in_.mlagStatus->peerLinkIntf() == intf ) {
+         later( What::allSharing );
+      }
+   }
+   settle();
+}
+
+// One thing at a time
+
+void
+LagSm::settle() {
+   if ( settling_ ) {
+      return;
+   }
+   Velto::Ptr< LagSm > alive( this );
+   settling_ = true;
+   while ( !work_.empty() ) {
+      const Work work = work_.front();
+      work_.deq();
+      review( work );
+   }
+   settling_ = false;
+   if ( std::exchange( changed_, false ) && verifyData() ) {
+      verifyData()->doRequestVerify();
+   }
+}
+
+void
+LagSm::review( const Work & work ) {
+   switch ( work.what ) {
+   case What::entry:
+      reviewEntry( work.intf );
+      return;
+   case What::port:
+      reviewPort( work.intf );
+      return;
+   case What::fallback:
+      reviewFallback( work.intf );
+      return;
+   case What::sharing:
+      reviewSharing( work.intf );
+      return;
+   case What::allSharing:
+      reviewAllSharing();
+      return;
+   case What::sharers:
+      reviewSharers();
+      return;
+   }
+}
+
+bool
+LagSm::wanted( IntfId lag ) const {
+   auto sm = status( lag );
+   return sm && sm->live() && isIntfManaged( lag );
+}
+
+void
+LagSm::reviewEntry( IntfId lag ) {
+   if ( wanted( lag ) ) {
+      if ( !acsd()->lagToPortHas( lag ) ) {
+         changed_ = true;
+         acsd()->lagToPortIs( lag, QonLagPortList() );
+      }
+   } else if ( acsd()->lagToPortHas( lag ) && !Kiv::agentRestarting() ) {
+      entryDel( lag );
+   }
+   reviewDeviceName( lag );
+}
+
+void
+LagSm::entryDel( IntfId lag ) {
+   const QonLagPortList list = acsd()->lagToPort( lag );
+   for ( auto & [port, flags] : list ) {
+      removeMember( lag, port );
+   }
+   changed_ = true;
+   acsd()->lagToPortDel( lag );
+   acsd()->lagInLacpFallbackIndividualModeDel( lag );
+}
+
+void
+LagSm::reviewDeviceName( IntfId lag ) {
+   auto & names = in_.lagInputIntfDeviceNameDir;
+   if ( !names ) {
+      return;
+   }
+   auto sm = status( lag );
+   if ( sm && sm->live() ) {
+      const String deviceName = sm->status()->deviceName();
+      QON_TRACE( lagSmTrace, 5, "Added deviceName ", deviceName, " input for ", lag );
+      names->intfDeviceNameIs( lag, deviceName );
+   } else if ( names->intfDeviceNameHas( lag ) && !Kiv::agentRestarting() ) {
+      QON_TRACE( lagSmTrace, 5, "Removing deviceName input for ", lag );
+      names->intfDeviceNameDel( lag );
+   }
+}
+
+void
+LagSm::reviewFallback( IntfId lag ) {
+   if ( !wanted( lag ) ) {
+      return; // went with the entry
+   }
+   const U8 type = status( lag )->status()->lacpFallbackEnabled();
+   switch ( type ) {
+   case 0:
+   case 1:
+      acsd()->lagInLacpFallbackIndividualModeDel( lag );
+      return;
+   case 2:
+      acsd()->lagInLacpFallbackIndividualModeIs( lag, true );
+      return;
+   default:
+      qonAssert( "Invalid LACP fallback type: " + std::to_string( type ) );
+   }
+}
+
+// Members
+
+void
+LagSm::claim( IntfId port, IntfId lag ) {
+   claims_.emplace( port ).first->portIs( lag );
+}
+
+void
+LagSm::unclaim( IntfId port, IntfId lag ) {
+   if ( auto lags = claims_.find( port ) ) {
+      lags->portDel( lag );
+      if ( lags->ports() == 0 ) {
+         claims_.erase( port );
+      }
+   }
+}
+
+IntfId
+LagSm::ownerOf( IntfId port ) const {
+   IntfId owner;
+   auto lags = claims_.find( port );
+   if ( lags && isIntfManaged( port ) ) {
+      for ( IntfId lag : *lags ) {
+         owner = isIntfManaged( lag ) ? lag : owner;
+      }
+   }
+   return owner;
+}
+
+void
+LagSm::reviewPort( IntfId port ) {
+   const IntfId want = ownerOf( port );
+   const IntfId have = acsd()->portToLag( port );
+   if ( have && want && have != want ) {
+      doScrubMember( port, have );
+   } else if ( have && !want ) {
+      removeMember( have, port );
+   }
+   if ( want ) {
+      addMember( want, port );
+   }
+}
+
+void
+LagSm::doScrubMember( IntfId port, IntfId lag ) {
+   QON_TRACE( lagSmTrace, 2, port, " duplicate lag found ", lag );
+   removeMember( lag, port );
+}
+
+void
+LagSm::addMember( IntfId lag, IntfId port ) {
+   auto sm = status( lag );
+   if ( !sm || !acsd()->lagToPortHas( lag ) ) {
+      return;
+   }
+   const Interface::LagMember flags = sm->status()->intf( port );
+   QonLagPortList list = acsd()->lagToPort( lag );
+   const QonLagPort before = list.port( port ), now( flags.collecting(), flags.distributing() );
+   const bool fresh = acsd()->portToLag( port ) != lag;
+   if ( fresh ) {
+      QON_TRACE( lagSmTrace, 4, lag, " adding ", port );
+   }
+   if ( fresh || !( before == now ) ) {
+      list.portIs( port, now );
+      acsd()->lagToPortIs( lag, list );
+      acsd()->portToLagIs( port, lag );
+      membersChanged( lag );
+   }
+   reviewHardware( lag, port, false );
+}
+
+void
+LagSm::removeMember( IntfId lag, IntfId member ) {
+   auto portToLag = [this]( IntfId port ) { return acsd()->portToLag( port ); };
+   VELTO_ASSERT( portToLag( member ) == lag );
+   QON_TRACE( lagSmTrace, 4, lag, " deleting ", member );
+   reviewHardware( lag, member, true );
+   if ( acsd()->lagToPortHas( lag ) ) {
+      QonLagPortList list = acsd()->lagToPort( lag );
+      list.portDel( member );
+      acsd()->lagToPortIs( lag, list );
+   }
+   acsd()->portToLagDel( member );
+   membersChanged( lag );
+}
+
+void
+LagSm::membersChanged( IntfId lag ) {
+   changed_ = true;
+   if ( in_.mlagStatus && in_.mlagStatus->peerLinkIntf() == lag ) {
+      later( What::sharers );
+   }
+}
+
+/** Tells the hardware what `port` is to the group: an own member, a lent one or none. */
+void
+LagSm::reviewHardware( IntfId lag, IntfId port, bool leaving ) {
+   if ( !lagProgSm() ) {
+      return;
+   }
+   const QonLagPortList & own = localMember( lag );
+   if ( !leaving && own.portHas( port ) ) {
+      lagProgSm()->memberIs( lag, port, own.port( port ), false );
+   } else if ( auto lent = lentFlags( lag, port ) ) {
+      lagProgSm()->memberIs( lag, port, *lent, true );
+   } else {
+      lagProgSm()->memberDel( lag, port );
+   }
+}
+
+Velto::Ptr< LagSm >
+LagSmIs( Velto::Ptr< QonCommonSmData > acsd,
+         Velto::Ptr< const Interface::EthLagIntfStatusDir > ethLagIntfStatusDir,
+         Velto::Ptr< Lag::Input::IntfDeviceNameDir > lagInputIntfDeviceNameDir,
+         Velto::Ptr< const Mlag::Status > mlagStatus, Velto::Ptr< VerifyData > verifyData,
+         Velto::Ptr< LagProgSm > lagProgSm ) {
+   return smIs< LagSm >( LagSm::Inputs{ acsd, ethLagIntfStatusDir, lagInputIntfDeviceNameDir,
+                                        mlagStatus, verifyData, lagProgSm } );
+}
+
+} // namespace Qon

@@ -1,0 +1,162 @@
+// What the MLAG peer link lends to aggregates.
+
+#include "Qon/include/LagView.h"
+#include "Qon/include/QonLagSm.h"
+#include "Qon/include/QonTraceHandles.h"
+#include "Qon/lag/QonLagTrace.h"
+
+namespace Qon {
+
+using Ulnet::IntfId;
+
+bool
+LagSm::sharePeerLinkWithLag( IntfId lag ) const {
+   return share_.has( lag );
+}
+
+void
+LagSm::sharePeerLinkWithLagIs( IntfId lag, bool share ) {
+   const bool changed = share ? share_.emplace( lag ).second : share_.erase( lag );
+   if ( changed && initialized() ) {
+      later( What::sharing, lag );
+      settle();
+   }
+}
+
+void
+LagSm::sharePeerLinkWithLagDel( IntfId lag ) {
+   sharePeerLinkWithLagIs( lag, false );
+}
+
+IntfId
+LagSm::sharedPeerLink( IntfId lag ) const {
+   auto peerLink = sharing_.find( lag );
+   return peerLink ? *peerLink : IntfId();
+}
+
+bool
+LagSm::mlagEstablished() const {
+   return in_.mlagStatus && ( in_.mlagStatus->mlagState() == Mlag::MlagState::primary ||
+                              in_.mlagStatus->mlagState() == Mlag::MlagState::secondary );
+}
+
+IntfId
+LagSm::wantedPeerLink( IntfId lag ) const {
+   const bool shares = mlagEstablished() && in_.mlagStatus->fastMacRedirection() &&
+                       share_.has( lag ) && wanted( lag ) && in_.mlagStatus->peerLinkIntf() != lag;
+   return shares ? in_.mlagStatus->peerLinkIntf() : IntfId();
+}
+
+/** The members of the peer link: those of an aggregate, else the port itself. */
+std::vector< IntfId >
+LagSm::peerLinkMembers( IntfId peerLink ) const {
+   std::vector< IntfId > members;
+   LagView( acsd() ).forEachTarget( peerLink, EmptyAggregate::nothing, [&]( IntfId port ) {
+      if ( isIntfManaged( port ) ) {
+         members.push_back( port );
+      }
+   } );
+   return members;
+}
+
+/** What `port` may do as a member that the peer link lends to `lag`; nothing if it does not. */
+std::optional< QonLagPort >
+LagSm::lentFlags( IntfId lag, IntfId port ) const {
+   const IntfId peerLink = sharedPeerLink( lag );
+   if ( peerLink && acsd()->lagToPort( peerLink ).portHas( port ) ) {
+      return acsd()->lagToPort( peerLink ).port( port );
+   }
+   if ( peerLink == port && peerLink && isIntfManaged( port ) &&
+        !Ulnet::PortChannelIntfId::isPortChannelIntfId( port ) ) {
+      return QonLagPort( true, true );
+   }
+   return std::nullopt;
+}
+
+void
+LagSm::reviewSharing( IntfId lag ) {
+   const QonLagPortList portList = localMember( lag );
+   maybeSharePeerLinkWithLag( lag, portList );
+}
+
+void
+LagSm::maybeSharePeerLinkWithLag( IntfId lag, const QonLagPortList & portList ) {
+   const IntfId peerLink = wantedPeerLink( lag );
+   const IntfId shared = sharedPeerLink( lag );
+   if ( share_.has( lag ) && !mlagEstablished() ) {
+      QON_TRACE( lagSmTrace, 5, lag, " ignore since MLAG state is invalid." );
+   }
+   if ( shared && shared != peerLink ) {
+      addOrRemovePeerLink( lag, IntfId(), portList, false );
+   }
+   if ( peerLink ) {
+      addOrRemovePeerLink( lag, peerLink, portList, true );
+   }
+}
+
+/** Makes `peerLink` the one that lends its members to `lag`; null is none. `portList` are the own
+    members, which stay. `forceUpdate` looks at the lent members even if the link is the same. */
+void
+LagSm::addOrRemovePeerLink( IntfId lag, IntfId peerLink, const QonLagPortList & portList,
+                            bool forceUpdate ) {
+   const IntfId shared = sharedPeerLink( lag );
+   if ( shared == peerLink ) {
+      QON_TRACE( lagSmTrace, 5, lag, " already shares ", peerLink, " members." );
+      if ( !forceUpdate ) {
+         return;
+      }
+   } else if ( peerLink ) {
+      QON_TRACE( lagSmTrace, 4, lag, " updating LAG membership to add ", peerLink, " members." );
+      *sharing_.emplace( lag ).first = peerLink;
+   } else {
+      QON_TRACE( lagSmTrace, 4, "Stop sharing members of peer-link ", shared );
+      QON_TRACE( lagSmTrace, 4, lag, " doesn't share ", shared, " anymore.",
+                 " since MLAG status is ",
+                 Kiv::toText( in_.mlagStatus ? in_.mlagStatus->mlagState()
+                                             : Mlag::MlagState::disabled ) );
+      sharing_.erase( lag );
+   }
+   if ( !lagProgSm() ) {
+      return;
+   }
+   auto ports = keysOf< IntfId >( lagProgSm()->membersOf( lag ) );
+   for ( IntfId port : peerLinkMembers( peerLink ) ) {
+      ports.emplace( port );
+   }
+   for ( auto && entry : ports ) {
+      if ( !portList.portHas( entry.key ) ) {
+         reviewHardware( lag, entry.key, false );
+      }
+   }
+}
+
+void
+LagSm::reviewAllSharing() {
+   for ( IntfId lag : status_.heldKeys() ) {
+      QON_TRACE( lagSmTrace, 5, "Check if we need to update the peer-link members for lag ", lag );
+      later( What::sharing, lag );
+   }
+}
+
+/** The members of the peer link changed. */
+void
+LagSm::reviewSharers() {
+   for ( auto && [lag, peerLink] : sharing_ ) {
+      later( What::sharing, lag );
+   }
+}
+
+void
+LagSm::handleMlagStateOrPeerLinkIntf() {
+   later( What::allSharing );
+   settle();
+}
+
+void
+LagSm::handleMlagFastMacRedirection() {
+   QON_TRACE( lagSmTrace, 4, " fastMacRedirection ", in_.mlagStatus->fastMacRedirection() );
+   later( What::allSharing );
+   settle();
+}
+
+} // namespace Qon

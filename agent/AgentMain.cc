@@ -1,0 +1,242 @@
+// qon-agent: the reference agent as a program.
+
+#include <signal.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <optional>
+
+#include "agent/Agent.h"
+#include "agent/EventPlayer.h"
+#include "agent/Json.h"
+#include "agent/StateFile.h"
+#include "agent/configdb/ConfigReader.h"
+#include "agent/server/Console.h"
+#include "agent/server/SocketServer.h"
+#include "platform/Kiv/EventLoop.h"
+
+namespace {
+
+using namespace QonAgent;
+
+constexpr int exitBadInput = 2;
+constexpr Kiv::Seconds restLimit = 3600; // how long --once waits for the agent to come to rest
+
+struct Options {
+   String config;
+   String state;
+   String events;
+   String socket; // empty: none
+   String log = "stderr";
+   bool virtualTime = false;
+   bool once = false;
+};
+
+void
+say( const String & line ) {
+   std::fprintf( stderr, "qon-agent: %s\n", line.c_str() );
+}
+
+/** Ends the loop on SIGTERM and SIGINT. */
+class SignalWatch : private Kiv::FdWatch {
+ public:
+   SignalWatch( Kiv::EventLoop & loop, bool & stopped )
+       : FdWatch( &loop, descriptor() ), stopped_( stopped ) {
+      wanted( true, false );
+   }
+   ~SignalWatch() override { close( fd() ); }
+
+ private:
+   static int descriptor() {
+      sigset_t set;
+      sigemptyset( &set );
+      sigaddset( &set, SIGTERM );
+      sigaddset( &set, SIGINT );
+      VELTO_ASSERT( sigprocmask( SIG_BLOCK, &set, nullptr ) == 0 );
+      int fd = signalfd( -1, &set, SFD_CLOEXEC | SFD_NONBLOCK );
+      VELTO_ASSERT( fd >= 0 );
+      return fd;
+   }
+   void ready( bool, bool ) override {
+      signalfd_siginfo info;
+      stopped_ = read( fd(), &info, sizeof( info ) ) == ssize_t( sizeof( info ) ) || stopped_;
+   }
+
+   bool & stopped_;
+};
+
+/** Descriptors are served in real time; the agent's clocks run on it, or on a time of their own. */
+class Program {
+ public:
+   explicit Program( const Options & options );
+
+   /** Reads the files. Raises Velto::RangeError. */
+   void load();
+   /** Until a signal ends it, or until everything is done with --once. */
+   void run();
+
+ private:
+   Kiv::TaskScheduler & scheduler();
+   void advance( Kiv::Seconds by );
+   void playVirtual();
+   void oneRound( bool wait );
+
+   Options options_;
+   Kiv::EventLoop loop_;
+   bool stopped_ = false;
+   SignalWatch signals_{ loop_, stopped_ };
+   std::optional< Kiv::VirtualScheduler > virtual_;
+   std::optional< SocketServer > server_;
+   std::optional< Agent > agent_;
+   std::optional< Console > console_;
+   Velto::Ptr< EventPlayer > player_;
+};
+
+Program::Program( const Options & options ) : options_( options ) {
+   if ( options.virtualTime ) {
+      virtual_.emplace();
+   }
+   // Before the agent: a busy socket is known before anything else is done.
+   if ( !options.socket.empty() ) {
+      server_.emplace( loop_, options.socket, [this]( Connection & c, const String & line ) {
+         console_->line( c, line );
+      } );
+   }
+   agent_.emplace( scheduler() );
+   console_.emplace( *agent_ );
+   if ( virtual_ ) {
+      console_->advanceIs( [this]( Kiv::Seconds by ) { advance( by ); } );
+   }
+}
+
+Kiv::TaskScheduler &
+Program::scheduler() {
+   return virtual_ ? static_cast< Kiv::TaskScheduler & >( *virtual_ ) : loop_;
+}
+
+void
+Program::load() {
+   if ( !options_.state.empty() ) {
+      applyStateFile( agent_->entities(), options_.state );
+   }
+   if ( !options_.config.empty() ) {
+      auto db = ConfigDb::read( options_.config );
+      auto report = ConfigReader( *agent_, db ).load();
+      for ( auto & warning : report.warnings ) {
+         say( "warning: " + warning );
+      }
+      for ( auto & note : report.notes ) {
+         say( "note: " + note );
+      }
+      say( options_.config + ": " + Kiv::toText( report.rows ) + " rows used, " +
+           Kiv::toText( U32( report.warnings.size() ) ) + " warnings" );
+   }
+   if ( !options_.events.empty() ) {
+      player_ = EventPlayer::load( *agent_, options_.events, say );
+   }
+}
+
+void
+Program::advance( Kiv::Seconds by ) {
+   virtual_->runFor( by );
+}
+
+void
+Program::oneRound( bool wait ) {
+   loop_.runOnce( wait ? Kiv::never : 0 );
+   if ( virtual_ ) {
+      virtual_->settle();
+   }
+}
+
+/** From one firing to the next, with a look at the clients between them. */
+void
+Program::playVirtual() {
+   while ( player_ && !player_->done() && !stopped_ ) {
+      virtual_->runUntil( std::max( virtual_->time(), virtual_->nextTime() ) );
+      oneRound( false );
+   }
+}
+
+void
+Program::run() {
+   if ( server_ ) {
+      say( "ready, serving " + options_.socket );
+   }
+   if ( player_ ) {
+      player_->start();
+   }
+   if ( virtual_ ) {
+      virtual_->settle();
+      playVirtual();
+      if ( options_.once ) {
+         virtual_->runToRest( virtual_->time() + restLimit );
+      }
+   }
+   auto finished = [this] {
+      return options_.once && ( !player_ || player_->done() ) &&
+             scheduler().nextTime() > Kiv::now();
+   };
+   while ( !stopped_ && !finished() ) {
+      oneRound( true );
+   }
+}
+
+void
+describe( CLI::App & app, Options & options ) {
+   app.add_option( "-c,--config", options.config, "switch configuration, a ConfigDB JSON file" )
+         ->type_name( "FILE" );
+   app.add_option( "--state", options.state, "snapshot: a JSON object of paths and values" )
+         ->type_name( "FILE" );
+   app.add_option( "-e,--events", options.events, "timed changes, a JSON object a line" )
+         ->type_name( "FILE" );
+   app.add_option( "-s,--socket", options.socket,
+                   "socket for qonctl; unless given, " + defaultSocket() + ", or none with --once" )
+         ->type_name( "PATH" )
+         ->envname( "QON_SOCKET" );
+   app.add_option( "--log", options.log, "where messages go" )
+         ->check( CLI::IsMember( { "stderr", "syslog" } ) )
+         ->capture_default_str();
+   app.add_flag( "--virtual-time", options.virtualTime,
+                 "time moves with events and with 'qonctl run' only" );
+   app.add_flag( "--once", options.once, "load, play the events, come to rest, and end" );
+   app.footer( "Examples:\n"
+               "  qon-agent --config examples/leaf.json &     run a switch\n"
+               "  qonctl show port-channel                    ask it\n"
+               "  qon-agent --config my.json --once        check a file\n"
+               "  qon-agent -c my.json -e storm.jsonl --virtual-time --once\n\n"
+               "Exit codes: 0 ended as asked, 2 bad input or a busy socket, one line says which." );
+}
+
+} // namespace
+
+int
+main( int argc, char ** argv ) {
+   Options options;
+   CLI::App app( "Reference forwarding agent: runs the state machines of libQon on a switch "
+                 "configuration." );
+   describe( app, options );
+   try {
+      app.parse( argc, argv );
+   } catch ( const CLI::ParseError & e ) {
+      return app.exit( e ) ? exitBadInput : 0;
+   }
+   if ( options.socket.empty() && !options.once ) {
+      options.socket = defaultSocket();
+   }
+   signal( SIGPIPE, SIG_IGN );
+   if ( options.log == "syslog" ) {
+      Kiv::logSinkIs( &Kiv::logSyslog() );
+   }
+   try {
+      Program program( options );
+      program.load();
+      program.run();
+   } catch ( const Velto::RangeError & e ) {
+      say( String( "error: " ) + e.what() );
+      return exitBadInput;
+   }
+   return 0;
+}

@@ -1,0 +1,265 @@
+// qonctl: the console of a running qon-agent.
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <functional>
+#include <nlohmann/json.hpp>
+
+#include "agent/ctl/Client.h"
+#include "agent/ctl/Table.h"
+#include "agent/server/SocketServer.h"
+
+namespace {
+
+using namespace QonAgent;
+
+constexpr int exitRefused = 1; // also: verification has findings
+constexpr int exitNoAgent = 2; // also: the command line is wrong
+
+struct Options {
+   String socket = defaultSocket();
+   double wait = 0;
+   bool json = false;
+   String path;
+   String value;
+   String message;
+   double seconds = 0;
+   std::vector< String > words;
+};
+
+void
+print( const String & text ) {
+   std::fputs( text.c_str(), stdout );
+}
+
+void
+printJson( const Json & json, int indent = 2 ) {
+   print( json.dump( indent, ' ', false, Json::error_handler_t::replace ) + "\n" );
+}
+
+/** The rows of a table that the console makes itself. */
+Json
+column( const char * field, const char * heading ) {
+   return { { "field", field }, { "heading", heading }, { "numeric", false } };
+}
+
+class Ctl {
+ public:
+   explicit Ctl( const Options & options )
+       : options_( options ), client_( options.socket, options.wait ) {}
+
+   int show();
+   int get();
+   int change( const char * what );
+   int watch();
+   int dump();
+   int raise();
+   int run();
+   int verify();
+
+ private:
+   int showHelp();
+   void printTable( const Json & columns, const Json & rows ) const;
+
+   const Options & options_;
+   Client client_;
+};
+
+void
+Ctl::printTable( const Json & columns, const Json & rows ) const {
+   if ( options_.json ) {
+      printJson( rows );
+   } else {
+      print( tableOf( columns, rows ) );
+   }
+}
+
+int
+Ctl::showHelp() {
+   Json shows = client_.ask( { { "do", "help" } } ).at( "shows" );
+   for ( auto & row : shows ) {
+      String arguments = row.at( "arguments" );
+      row["command"] =
+            row.at( "show" ).get< String >() + ( arguments.empty() ? "" : " " + arguments );
+   }
+   printTable( { column( "command", "qonctl show ..." ), column( "help", "What" ) }, shows );
+   return 0;
+}
+
+int
+Ctl::show() {
+   if ( options_.words.empty() ) {
+      return showHelp();
+   }
+   Json answer = client_.ask( { { "do", "show" }, { "words", options_.words } } );
+   printTable( answer.at( "columns" ), answer.at( "rows" ) );
+   return 0;
+}
+
+int
+Ctl::get() {
+   Json value = client_.ask( { { "do", "get" }, { "path", options_.path } } ).at( "value" );
+   if ( options_.json ) {
+      printJson( value );
+   } else {
+      print( value.get< String >() + "\n" );
+   }
+   return 0;
+}
+
+int
+Ctl::change( const char * what ) {
+   Json request = { { "do", what }, { "path", options_.path } };
+   if ( String( what ) == "set" ) {
+      request["value"] = options_.value;
+   }
+   client_.ask( request );
+   return 0;
+}
+
+int
+Ctl::watch() {
+   client_.ask( { { "do", "watch" }, { "path", options_.path } } );
+   for ( Json line; client_.next( line ); ) {
+      if ( options_.json ) {
+         printJson( line, -1 );
+      } else if ( line.contains( "entity" ) ) {
+         print( line.at( "path" ).get< String >() +
+                ( line.at( "entity" ).get< bool >() ? "\n" : " is gone\n" ) );
+      } else {
+         auto & value = line.at( "value" );
+         print( line.at( "path" ).get< String >() +
+                ( value.is_null() ? " is gone" : " = " + value.get< String >() ) + "\n" );
+      }
+      std::fflush( stdout );
+   }
+   throw NoAgent( options_.socket + ": the agent ended" );
+}
+
+int
+Ctl::dump() {
+   printJson( client_.ask( { { "do", "dump" }, { "path", options_.path } } ).at( "state" ) );
+   return 0;
+}
+
+int
+Ctl::raise() {
+   Json answer = client_.ask(
+         { { "do", "raise" }, { "message", options_.message }, { "arguments", options_.words } } );
+   if ( !answer.at( "emitted" ).get< bool >() ) {
+      std::fprintf( stderr, "qonctl: held back, the message was raised too short a time ago\n" );
+   }
+   return 0;
+}
+
+int
+Ctl::run() {
+   Json uptime = client_.ask( { { "do", "run" }, { "seconds", options_.seconds } } ).at( "uptime" );
+   print( "uptime " + uptime.dump() + " s\n" );
+   return 0;
+}
+
+int
+Ctl::verify() {
+   String name = client_.ask( { { "do", "help" } } ).at( "verification" );
+   Json rows = Json::array();
+   for ( auto & finding : client_.verify( name ) ) {
+      for ( auto & [place, text] : finding.items() ) {
+         rows.push_back( { { "place", place }, { "finding", text } } );
+      }
+   }
+   if ( !rows.empty() || options_.json ) {
+      printTable( { column( "place", "Place" ), column( "finding", "Finding" ) }, rows );
+   } else {
+      print( "no findings\n" );
+   }
+   return rows.empty() ? 0 : exitRefused;
+}
+
+using Command = std::function< int( Ctl & ) >;
+
+/** Declares the subcommands; the one that is given leaves what to do in `command`. */
+void
+describe( CLI::App & app, Options & options, Command & command ) {
+   auto sub = [&]( const char * name, const char * help, Command does ) {
+      auto added = app.add_subcommand( name, help );
+      added->fallthrough();
+      added->callback( [&command, does] { command = does; } );
+      return added;
+   };
+   auto path = [&]( CLI::App * added ) {
+      added->add_option( "PATH", options.path, "path in the state database" )->required();
+      return added;
+   };
+   sub( "show", "show a table; alone: the tables there are", &Ctl::show )
+         ->add_option( "WHAT", options.words, "name of the table, and its arguments" );
+   path( sub( "get", "print the value at a path", &Ctl::get ) );
+   path( sub( "set", "set the value at a path", []( Ctl & c ) { return c.change( "set" ); } ) )
+         ->add_option( "VALUE", options.value, "its text" )
+         ->required();
+   path( sub( "insert", "make the entity at a path",
+              []( Ctl & c ) { return c.change( "insert" ); } ) );
+   path( sub( "delete", "remove what is at a path",
+              []( Ctl & c ) { return c.change( "delete" ); } ) );
+   path( sub( "watch", "print every change below a path until interrupted", &Ctl::watch ) );
+   path( sub( "dump", "print a snapshot that qon-agent --state reads", &Ctl::dump ) );
+   auto raise = sub( "raise", "raise a message of the log by its name", &Ctl::raise );
+   raise->add_option( "MESSAGE", options.message, "its name, see 'show messages'" )->required();
+   raise->add_option( "ARGUMENT", options.words, "one for each conversion of its format" );
+   sub( "run", "let an agent on virtual time run on", &Ctl::run )
+         ->add_option( "SECONDS", options.seconds, "for how long" )
+         ->required();
+   sub( "verify", "let the agent verify itself; exit code 1 if it finds something", &Ctl::verify );
+}
+
+const char examples[] =
+      "Examples:\n"
+      "  qonctl show                               what can be shown\n"
+      "  qonctl show port-channel\n"
+      "  qonctl show port-channel members PortChannel1 --json\n"
+      "  qonctl show entity interface/status/eth/lag\n"
+      "  qonctl get 'acsd/portToLag[Ethernet0]'\n"
+      "  qonctl set 'interface/status/eth/phy/intfStatus[Ethernet0]/linkUp' False\n"
+      "  qonctl insert 'interface/status/eth/lag/intfStatus[Port-Channel7]'\n"
+      "  qonctl delete 'interface/status/eth/lag/intfStatus[Port-Channel7]'\n"
+      "  qonctl watch acsd/lagToPort\n"
+      "  qonctl raise ETH_MACADDRBANKFULL switch1 00:11:22:33:44:55 10\n"
+      "  qonctl verify\n\n"
+      "Exit codes: 0 done, 1 the agent refused or verification found something,\n"
+      "2 no agent, or a wrong command line.";
+
+} // namespace
+
+int
+main( int argc, char ** argv ) {
+   Options options;
+   Command command;
+   CLI::App app( "Console of a running qon-agent." );
+   app.add_option( "-s,--socket", options.socket, "the agent's socket" )
+         ->type_name( "PATH" )
+         ->envname( "QON_SOCKET" )
+         ->capture_default_str();
+   app.add_option( "--wait", options.wait, "seconds to wait for the agent to be there" );
+   app.add_flag( "--json", options.json, "JSON instead of tables, for scripts" );
+   app.require_subcommand( 1 );
+   app.footer( examples );
+   describe( app, options, command );
+   try {
+      app.parse( argc, argv );
+   } catch ( const CLI::ParseError & e ) {
+      return app.exit( e ) ? exitNoAgent : 0;
+   }
+   try {
+      Ctl ctl( options );
+      return command( ctl );
+   } catch ( const NoAgent & e ) {
+      std::fprintf( stderr, "qonctl: %s\n", e.what() );
+      return exitNoAgent;
+   } catch ( const Velto::RangeError & e ) {
+      std::fprintf( stderr, "qonctl: %s\n", e.what() );
+      return exitRefused;
+   } catch ( const Json::exception & e ) {
+      std::fprintf( stderr, "qonctl: the agent's answer is not what it should be: %s\n", e.what() );
+      return exitNoAgent;
+   }
+}

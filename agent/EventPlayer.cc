@@ -1,0 +1,146 @@
+#include "agent/EventPlayer.h"
+
+#include "agent/Agent.h"
+#include "agent/ReadFile.h"
+#include "agent/StateFile.h"
+#include "agent/features/Arguments.h"
+
+namespace QonAgent {
+
+using Velto::RangeError;
+
+namespace {
+
+constexpr U32 batch = 4096; // lines in one go
+constexpr U32 linesPerReport = 100'000;
+
+/** The changes that need no feature: by path, through the generic attribute interface. */
+std::vector< EventKind >
+pathKinds( Orvane::EntityManager & entities ) {
+   auto kind = [&]( const char * name, auto use ) {
+      String help = String( R"({"time": 1, "event": ")" ) + name + R"(", "path": "..."})";
+      return EventKind{ name, help, [=]( const Json & line ) -> std::function< void() > {
+                          auto path = fieldOf< String >( line, "path" );
+                          return [=] { use( path ); };
+                       } };
+   };
+   std::vector< EventKind > kinds;
+   kinds.push_back( kind( "insert", [&]( const String & path ) { entities.insert( path ); } ) );
+   kinds.push_back( kind( "delete", [&]( const String & path ) { entities.del( path ); } ) );
+   kinds.push_back( { "set", R"({"time": 1, "event": "set", "path": "...", "value": "..."})",
+                      [&]( const Json & line ) -> std::function< void() > {
+                         auto path = fieldOf< String >( line, "path" );
+                         String value = textOfJson( fieldOf< Json >( line, "value" ) );
+                         return [=, &entities] { entities.set( path, value ); };
+                      } } );
+   return kinds;
+}
+
+} // namespace
+
+EventPlayer::EventPlayer( Agent & agent, const String & file, Say say )
+    : agent_( agent ), file_( file ), text_( readFile( file ) ), say_( std::move( say ) ) {
+   for ( auto & kind : pathKinds( agent.entities() ) ) {
+      kinds_[kind.name] = kind;
+   }
+   for ( auto & kind : agent.eventKinds() ) {
+      kinds_[kind.name] = kind;
+   }
+}
+
+Velto::Ptr< EventPlayer >
+EventPlayer::load( Agent & agent, const String & file, Say say ) {
+   Velto::Ptr< EventPlayer > player( new EventPlayer( agent, file, std::move( say ) ) );
+   player->hasNotificationActiveIs( true );
+   player->check();
+   return player;
+}
+
+std::function< void() >
+EventPlayer::parse( const Line & line, Kiv::Seconds & time ) const {
+   Json json;
+   try {
+      json = Json::parse( text_.begin() + long( line.begin ),
+                          text_.begin() + long( line.begin + line.size ) );
+   } catch ( const Json::parse_error & ) {
+      throw RangeError( "not a JSON object on one line" );
+   }
+   if ( !json.is_object() ) {
+      throw RangeError( "expected a JSON object, found " + String( json.type_name() ) );
+   }
+   if ( json.contains( "time" ) ) {
+      auto wanted = fieldOf< double >( json, "time" );
+      if ( wanted < time ) {
+         throw RangeError( "time goes back from " + Kiv::toText( time ) + " to " +
+                           Kiv::toText( wanted ) );
+      }
+      time = wanted;
+   }
+   String name = fieldOf< String >( json, "event" );
+   auto kind = kinds_.find( name );
+   if ( kind == kinds_.end() ) {
+      String known;
+      for ( auto & [other, ignored] : kinds_ ) {
+         known += ( known.empty() ? "" : ", " ) + other;
+      }
+      throw RangeError( "no event '" + name + "'; there are: " + known );
+   }
+   return kind->second.parse( json );
+}
+
+void
+EventPlayer::check() {
+   Line line = {};
+   for ( std::size_t at = 0; at < text_.size(); at = line.begin + line.size + 1 ) {
+      line.begin = at;
+      line.size = std::min( text_.find( '\n', at ), text_.size() ) - at;
+      ++line.number;
+      auto text = text_.find_first_not_of( " \t\r", at );
+      if ( text >= line.begin + line.size || text_[text] == '#' ) {
+         continue; // empty, or a comment
+      }
+      try {
+         parse( line, line.time );
+      } catch ( const RangeError & e ) {
+         throw RangeError( file_ + ":" + Kiv::toText( line.number ) + ": " + e.what() );
+      }
+      lines_.push_back( line );
+   }
+}
+
+void
+EventPlayer::start() {
+   began_ = Kiv::now();
+   clock_.attach( this, Velto::make< Kiv::Clock >( agent_.timerWheel() ) );
+   if ( !done() ) {
+      clock_->timeIs( began_ + lines_[next_].time );
+   }
+}
+
+void
+EventPlayer::handleTimeout() {
+   Kiv::Seconds now = Kiv::now() - began_;
+   for ( U32 n = 0; n < batch && !done() && lines_[next_].time <= now; ++n ) {
+      play( lines_[next_++] );
+      if ( next_ % linesPerReport == 0 || ( done() && next_ > linesPerReport ) ) {
+         say_( file_ + ": " + Kiv::toText( played() ) + " of " +
+               Kiv::toText( U32( lines_.size() ) ) + " events played" );
+      }
+   }
+   if ( !done() ) {
+      clock_->timeIs( began_ + lines_[next_].time );
+   }
+}
+
+void
+EventPlayer::play( const Line & line ) {
+   try {
+      Kiv::Seconds time = line.time;
+      parse( line, time )();
+   } catch ( const RangeError & e ) {
+      ++failed_;
+      say_( "warning: " + file_ + ":" + Kiv::toText( line.number ) + ": " + e.what() );
+   }
+}
+
+} // namespace QonAgent

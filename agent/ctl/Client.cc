@@ -1,0 +1,110 @@
+#include "agent/ctl/Client.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <nlohmann/json.hpp>
+
+#include "agent/server/SocketServer.h"
+
+namespace QonAgent {
+
+namespace {
+
+constexpr double retryEvery = 0.05; // seconds
+const char verificationEnd[] = "\"END_OF_VERIFICATION\" } ] }";
+
+} // namespace
+
+Client::Client( const String & path, double patience ) : path_( path ) {
+   for ( fd_ = connectTo( path ); fd_ < 0; fd_ = connectTo( path ) ) {
+      int why = errno;
+      if ( patience <= 0 ) {
+         throw NoAgent( path + ": no agent serves this socket: " + std::strerror( why ) );
+      }
+      patience -= retryEvery;
+      poll( nullptr, 0, int( retryEvery * 1000 ) );
+   }
+}
+
+Client::~Client() {
+   close( fd_ );
+}
+
+void
+Client::send( const String & bytes ) {
+   for ( std::size_t sent = 0; sent < bytes.size(); ) {
+      ssize_t n = ::send( fd_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL );
+      if ( n < 0 && errno != EINTR ) {
+         return; // why shows in what the agent has answered
+      }
+      sent += n > 0 ? std::size_t( n ) : 0;
+   }
+}
+
+bool
+Client::receive() {
+   char piece[65536];
+   ssize_t n;
+   do {
+      n = recv( fd_, piece, sizeof( piece ), 0 );
+   } while ( n < 0 && errno == EINTR );
+   in_.append( piece, n > 0 ? std::size_t( n ) : 0 );
+   return n > 0;
+}
+
+bool
+Client::next( Json & line ) {
+   std::size_t searched = 0;
+   auto end = in_.find( '\n' );
+   while ( end == String::npos ) {
+      searched = in_.size();
+      if ( !receive() ) {
+         return false;
+      }
+      end = in_.find( '\n', searched );
+   }
+   line = Json::parse( in_.begin(), in_.begin() + long( end ), nullptr, false );
+   in_.erase( 0, end + 1 );
+   if ( line.is_discarded() ) {
+      throw NoAgent( path_ + ": this is no agent: its answer is not JSON" );
+   }
+   return true;
+}
+
+Json
+Client::ask( const Json & request ) {
+   send( request.dump( -1, ' ', false, Json::error_handler_t::replace ) + "\n" );
+   Json answer;
+   if ( !next( answer ) ) {
+      throw NoAgent( path_ + ": the agent closed the connection" );
+   }
+   if ( !answer.value( "ok", false ) ) {
+      throw Velto::RangeError( answer.value( "error", "the agent refused" ) );
+   }
+   return answer;
+}
+
+Json
+Client::verify( const String & name ) {
+   send( "VTS#" + name + "#\n" );
+   while ( in_.find( verificationEnd ) == String::npos ) {
+      if ( !receive() ) {
+         throw NoAgent( path_ + ": the verification broke off" );
+      }
+   }
+   auto end = in_.find( verificationEnd ) + sizeof( verificationEnd ) - 1;
+   Json answer = Json::parse( in_.begin(), in_.begin() + long( end ), nullptr, false );
+   in_.erase( 0, end );
+   if ( answer.is_discarded() || !answer.is_object() || answer.empty() ) {
+      throw NoAgent( path_ + ": the verification's answer is not JSON" );
+   }
+   Json findings = answer.front();
+   findings.erase( findings.size() - 1 ); // the end mark
+   return findings;
+}
+
+} // namespace QonAgent

@@ -1,0 +1,355 @@
+#include "agent/server/Console.h"
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdio>
+
+#include "agent/StateFile.h"
+#include "agent/features/Arguments.h"
+#include "agent/server/PathWatch.h"
+
+namespace QonAgent {
+
+using Velto::RangeError;
+
+namespace {
+
+const char verificationPrefix[] = "VTS#";
+constexpr Kiv::Seconds maxAdvance = 1e9;
+
+Json
+ok() {
+   return { { "ok", true } };
+}
+
+Json
+failure( const String & why ) {
+   return { { "ok", false }, { "error", why } };
+}
+
+/** One line. Texts that are not UTF-8 are shown with replacement characters. */
+String
+lineOf( const Json & json ) {
+   return json.dump( -1, ' ', false, Json::error_handler_t::replace ) + "\n";
+}
+
+String
+path( const Json & request ) {
+   return fieldOf< String >( request, "path" );
+}
+
+std::vector< String >
+wordsOf( const String & name ) {
+   std::vector< String > words( 1 );
+   for ( char c : name ) {
+      if ( c == ' ' ) {
+         words.emplace_back();
+      } else {
+         words.back() += c;
+      }
+   }
+   return words;
+}
+
+/** A file in memory that stands in for a client, so that who writes to it never waits. */
+class Capture {
+ public:
+   Capture() : fd_( memfd_create( "answer", MFD_CLOEXEC ) ) { VELTO_ASSERT( fd_ >= 0 ); }
+   ~Capture() { close( fd_ ); }
+   Capture( const Capture & ) = delete;
+   Capture & operator=( const Capture & ) = delete;
+
+   int fd() const { return fd_; }
+   String content() const {
+      String text;
+      char piece[16384];
+      for ( ;; ) {
+         ssize_t n = pread( fd_, piece, sizeof( piece ), off_t( text.size() ) );
+         if ( n <= 0 ) {
+            return text;
+         }
+         text.append( piece, std::size_t( n ) );
+      }
+   }
+
+ private:
+   int fd_;
+};
+
+} // namespace
+
+Console::Console( Agent & agent ) : agent_( agent ), shows_( agent.showCommands() ) {
+   for ( auto & command : ownShows() ) {
+      shows_.push_back( command );
+   }
+}
+
+const std::map< String, Console::Action > &
+Console::actions() {
+   static const std::map< String, Action > all = {
+         { "help", &Console::help }, { "show", &Console::show },     { "get", &Console::get },
+         { "set", &Console::set },   { "insert", &Console::insert }, { "delete", &Console::del },
+         { "dump", &Console::dump }, { "raise", &Console::raise },   { "run", &Console::run },
+   };
+   return all;
+}
+
+void
+Console::line( Connection & connection, const String & line ) {
+   if ( line.compare( 0, sizeof( verificationPrefix ) - 1, verificationPrefix ) == 0 ) {
+      verification( connection, line );
+      return;
+   }
+   Json reply;
+   try {
+      Json request = parseJson( line );
+      if ( request.is_object() && request.value( "do", Json() ) == "watch" ) {
+         watch( connection, request );
+         return;
+      }
+      reply = answer( request );
+   } catch ( const RangeError & e ) {
+      reply = failure( e.what() );
+   }
+   connection.send( lineOf( reply ) );
+}
+
+Json
+Console::answer( const Json & request ) {
+   try {
+      if ( !request.is_object() ) {
+         throw RangeError( "expected an object such as {\"do\": \"help\"}, found " +
+                           String( request.type_name() ) );
+      }
+      auto wanted = fieldOf< String >( request, "do" );
+      auto action = actions().find( wanted );
+      if ( action == actions().end() ) {
+         throw RangeError( "cannot do '" + wanted + "'" );
+      }
+      return ( this->*action->second )( request );
+   } catch ( const RangeError & e ) {
+      return failure( e.what() );
+   }
+}
+
+void
+Console::changed() {
+   if ( advance_ ) {
+      advance_( 0 );
+   }
+}
+
+Json
+Console::help( const Json & ) {
+   Json all = Json::array();
+   for ( auto & command : shows_ ) {
+      all.push_back( { { "show", command.name },
+                       { "arguments", command.arguments },
+                       { "help", command.help } } );
+   }
+   Json reply = ok();
+   reply["verification"] = agent_.verification().name;
+   reply["shows"] = all;
+   return reply;
+}
+
+Json
+Console::show( const Json & request ) {
+   auto words = fieldOf< std::vector< String > >( request, "words" );
+   const ShowCommand * best = nullptr;
+   std::size_t length = 0;
+   for ( auto & command : shows_ ) {
+      auto name = wordsOf( command.name );
+      if ( name.size() > length && name.size() <= words.size() &&
+           std::equal( name.begin(), name.end(), words.begin() ) ) {
+         best = &command;
+         length = name.size();
+      }
+   }
+   if ( !best ) {
+      throw RangeError( words.empty() ? "show what?"
+                                      : "there is nothing to show as '" + words[0] + "'" );
+   }
+   std::vector< String > arguments( words.begin() + long( length ), words.end() );
+   if ( best->arguments.empty() && !arguments.empty() ) {
+      throw RangeError( "'show " + best->name + "' takes no argument" );
+   }
+   Json columns = Json::array();
+   for ( auto & column : best->columns ) {
+      columns.push_back( { { "field", column.field },
+                           { "heading", column.heading },
+                           { "numeric", column.numeric } } );
+   }
+   Json reply = ok();
+   reply["columns"] = columns;
+   reply["rows"] = best->rows( arguments );
+   return reply;
+}
+
+Json
+Console::get( const Json & request ) {
+   Json reply = ok();
+   reply["value"] = agent_.entities().get( path( request ) );
+   return reply;
+}
+
+Json
+Console::set( const Json & request ) {
+   agent_.entities().set( path( request ), textOfJson( fieldOf< Json >( request, "value" ) ) );
+   changed();
+   return ok();
+}
+
+Json
+Console::insert( const Json & request ) {
+   agent_.entities().insert( path( request ) );
+   changed();
+   return ok();
+}
+
+Json
+Console::del( const Json & request ) {
+   agent_.entities().del( path( request ) );
+   changed();
+   return ok();
+}
+
+Json
+Console::dump( const Json & request ) {
+   Json reply = ok();
+   reply["state"] = takeState( agent_.entities(), path( request ) );
+   return reply;
+}
+
+Json
+Console::raise( const Json & request ) {
+   auto name = fieldOf< String >( request, "message" );
+   auto arguments = fieldOf< std::vector< String > >( request, "arguments" );
+   Json reply = ok();
+   reply["emitted"] = Kiv::logByName( name, arguments );
+   return reply;
+}
+
+Json
+Console::run( const Json & request ) {
+   auto seconds = fieldOf< double >( request, "seconds" );
+   if ( !advance_ ) {
+      throw RangeError( "this agent runs on real time; --virtual-time makes it wait for 'run'" );
+   }
+   if ( !( seconds >= 0 && seconds <= maxAdvance ) ) {
+      throw RangeError( "seconds: expected 0 to 1000000000, found " + Kiv::toText( seconds ) );
+   }
+   advance_( seconds );
+   Json reply = ok();
+   reply["uptime"] = agent_.uptime();
+   return reply;
+}
+
+Json
+Console::logRows() const {
+   Json rows = Json::array();
+   for ( auto & record : agent_.log().records() ) {
+      char time[32];
+      std::snprintf( time, sizeof( time ), "%.3f", record.time - agent_.began() );
+      rows.push_back( { { "time", time },
+                        { "severity", record.severity },
+                        { "message", record.name },
+                        { "text", record.text } } );
+   }
+   return rows;
+}
+
+Json
+Console::messageRows() const {
+   Json rows = Json::array();
+   for ( auto handle : Kiv::logHandles() ) {
+      auto & descriptor = handle->descriptor();
+      rows.push_back( { { "message", descriptor.name },
+                        { "severity", descriptor.severity },
+                        { "module", handle->module() },
+                        { "format", descriptor.format } } );
+   }
+   return rows;
+}
+
+Json
+Console::entityRows( const std::vector< String > & arguments ) const {
+   if ( arguments.size() != 1 ) {
+      throw RangeError( "expected one path" );
+   }
+   Json rows = Json::array();
+   agent_.entities().dump( arguments[0], &rows,
+                           []( void * all, const Kiv::GenericIf::Line & line ) {
+                              static_cast< Json * >( all )->push_back(
+                                    { { "path", line.path },
+                                      { "value", line.isEntity ? Json() : Json( line.value ) } } );
+                           } );
+   return rows;
+}
+
+std::vector< ShowCommand >
+Console::ownShows() {
+   using Arguments = std::vector< String >;
+   return {
+         { "log",
+           "the last messages of the log",
+           "",
+           { { "time", "Seconds", true }, { "message", "Message" }, { "text", "Text" } },
+           [this]( const Arguments & ) { return logRows(); } },
+         { "messages",
+           "the messages that can be raised, with their formats",
+           "",
+           { { "message", "Message" }, { "format", "Format" } },
+           [this]( const Arguments & ) { return messageRows(); } },
+         { "entity",
+           "everything below a path of the state database",
+           "PATH",
+           { { "path", "Path" }, { "value", "Value" } },
+           [this]( const Arguments & arguments ) { return entityRows( arguments ); } },
+         { "mounts",
+           "the paths at which the state database begins",
+           "",
+           { { "path", "Path" }, { "type", "Type" } },
+           [this]( const Arguments & ) {
+              Json rows = Json::array();
+              for ( auto & mount : agent_.entities().mounts() ) {
+                 auto type = mount.entity->typeData();
+                 rows.push_back( { { "path", mount.path }, { "type", type ? type->name : "" } } );
+              }
+              return rows;
+           } },
+   };
+}
+
+void
+Console::watch( Connection & connection, const Json & request ) {
+   auto push = [&connection]( const PathWatch::Change & change ) {
+      Json line = { { "path", change.path } };
+      if ( change.isEntity ) {
+         line["entity"] = change.value.has_value();
+      } else {
+         line["value"] = change.value ? Json( *change.value ) : Json();
+      }
+      connection.push( lineOf( line ) );
+   };
+   auto watch = PathWatch::follow( agent_.entities(), path( request ), push );
+   connection.send( lineOf( ok() ) );
+   connection.keep( watch );
+}
+
+void
+Console::verification( Connection & connection, const String & command ) {
+   auto & verify = agent_.verification();
+   if ( !verify.handle ) {
+      connection.send( lineOf( failure( "this agent does not verify itself" ) ) );
+      return;
+   }
+   Capture capture;
+   verify.handle( capture.fd(), command );
+   changed();
+   connection.send( capture.content() );
+}
+
+} // namespace QonAgent

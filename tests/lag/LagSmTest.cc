@@ -1,0 +1,215 @@
+// Membership of aggregates, from the published status to the maps and the hardware groups.
+
+#include "tests/lag/LagWorld.h"
+
+namespace {
+
+using namespace LagTests;
+
+class LagSmFlow : public ::testing::Test, public LagWorld {
+ protected:
+   ~LagSmFlow() override { Kiv::agentRestartingIs( false ); }
+};
+
+TEST_F( LagSmFlow, MembersReachMapsNamesAndHardware ) {
+   hardwarePorts( 1, 4 );
+   join( 1, 1 );
+   lag( 1 )->deviceNameIs( "po1" );
+   start();
+   EXPECT_EQ( members( 1 ), Ports{ eth( 1 ) } );
+   EXPECT_EQ( deviceNames->intfDeviceName( po( 1 ) ), "po1" );
+   join( 1, 2, true, false );
+   join( 2, 3 );
+   lag( 3 );
+   lag( 1 )->deviceNameIs( "bond1" );
+   EXPECT_EQ( hardware( 1 ), ( Ports{ eth( 1 ), eth( 2 ) } ) );
+   EXPECT_EQ( acsd->lagToPort( po( 1 ) ).port( eth( 2 ) ), Qon::QonLagPort( true, false ) );
+   EXPECT_EQ( config->lag( po( 1 ) )->member( eth( 2 ) ),
+              Hardware::Lag::Member( Qon::FapIdPort( 0, 2 ), true, false, false ) );
+   EXPECT_EQ( config->lag( po( 2 ) )->index(), 2u );
+   EXPECT_TRUE( acsd->lagToPortHas( po( 3 ) ) ); // an empty one has its entry, but no hardware
+   EXPECT_FALSE( config->lagHas( po( 3 ) ) );
+   EXPECT_EQ( deviceNames->intfDeviceName( po( 1 ) ), "bond1" );
+   leave( 2, 3 );
+   EXPECT_FALSE( acsd->inLag( eth( 3 ) ) );
+   EXPECT_FALSE( config->lagHas( po( 2 ) ) );
+   checkAll();
+}
+
+TEST_F( LagSmFlow, AMemberThatTwoClaimIsTheLastOnesAndIsTakenBack ) {
+   hardwarePorts( 1, 2 );
+   start();
+   join( 1, 1 );
+   join( 2, 1 );
+   EXPECT_EQ( members( 1 ), Ports{} );
+   EXPECT_EQ( hardware( 2 ), Ports{ eth( 1 ) } );
+   join( 1, 1, false, false ); // the loser changes its flags: no claim
+   EXPECT_EQ( acsd->portToLag( eth( 1 ) ), po( 2 ) );
+   leave( 1, 1 );
+   EXPECT_EQ( acsd->portToLag( eth( 1 ) ), po( 2 ) );
+   join( 1, 1, false, true );
+   leave( 1, 1 );
+   join( 3, 1 );
+   dir->intfStatusDel( po( 3 ) );
+   EXPECT_EQ( acsd->portToLag( eth( 1 ) ), po( 2 ) );
+   EXPECT_EQ( hardware( 2 ), Ports{ eth( 1 ) } );
+   checkAll();
+}
+
+TEST_F( LagSmFlow, DeletionTakesEverythingAndRecreationStartsClean ) {
+   hardwarePorts( 1, 3 );
+   start();
+   join( 1, 1 );
+   join( 1, 2 );
+   lag( 1 )->deviceNameIs( "po1" );
+   lag( 1 )->lacpFallbackEnabledIs( 2 );
+   auto former = lag( 1 );
+   dir->intfStatusDel( po( 1 ) );
+   EXPECT_FALSE( acsd->lagToPortHas( po( 1 ) ) );
+   EXPECT_EQ( acsd->portToLags(), 0u );
+   EXPECT_EQ( acsd->lagInLacpFallbackIndividualModes(), 0u );
+   EXPECT_EQ( deviceNames->intfDeviceNames(), 0u );
+   EXPECT_EQ( config->lags(), 0u );
+   join( 1, 3 );
+   former->intfIs( eth( 1 ), Interface::LagMember() ); // the dead one is heard no more
+   former->lacpFallbackEnabledIs( 3 );
+   EXPECT_EQ( members( 1 ), Ports{ eth( 3 ) } );
+   checkAll();
+}
+
+TEST_F( LagSmFlow, RestartLeavesEverythingAndTheNextIncarnationTidiesUp ) {
+   hardwarePorts( 1, 4 );
+   start();
+   join( 1, 1 );
+   join( 2, 2 );
+   join( 2, 3 );
+   lag( 2 )->lacpFallbackEnabledIs( 2 );
+   Kiv::agentRestartingIs( true );
+   dir->intfStatusDel( po( 2 ) );
+   EXPECT_EQ( members( 2 ), ( Ports{ eth( 2 ), eth( 3 ) } ) );
+   EXPECT_EQ( hardware( 2 ), ( Ports{ eth( 2 ), eth( 3 ) } ) );
+   EXPECT_TRUE( deviceNames->intfDeviceNameHas( po( 2 ) ) );
+   EXPECT_TRUE( acsd->lagInLacpFallbackIndividualMode( po( 2 ) ) );
+   stop();
+   Kiv::agentRestartingIs( false );
+   leave( 1, 1 );
+   join( 1, 3 );
+   U32 before = guard->hardwareChanges;
+   start();
+   EXPECT_EQ( members( 1 ), Ports{ eth( 3 ) } );
+   EXPECT_FALSE( acsd->lagToPortHas( po( 2 ) ) );
+   EXPECT_EQ( acsd->portToLags(), 1u );
+   EXPECT_EQ( deviceNames->intfDeviceNames(), 1u );
+   EXPECT_EQ( acsd->lagInLacpFallbackIndividualModes(), 0u );
+   EXPECT_EQ( hardware( 1 ), Ports{ eth( 3 ) } );
+   EXPECT_FALSE( config->lagHas( po( 2 ) ) );
+   EXPECT_GT( guard->hardwareChanges, before );
+   checkAll();
+}
+
+TEST_F( LagSmFlow, OnlyManagedPortsTakePart ) {
+   hardwarePorts( 1, 3 );
+   start();
+   join( 1, 1 );
+   join( 1, 2 );
+   acsd->intfIs( eth( 1 ), true ); // the first entry: all others are nobody's
+   EXPECT_EQ( members( 1 ), Ports{ eth( 1 ) } );
+   acsd->intfIs( eth( 2 ), true );
+   EXPECT_EQ( hardware( 1 ), ( Ports{ eth( 1 ), eth( 2 ) } ) );
+   acsd->intfDel( eth( 1 ) );
+   EXPECT_EQ( members( 1 ), Ports{ eth( 2 ) } );
+   acsd->intfDel( eth( 2 ) );
+   EXPECT_EQ( members( 1 ), ( Ports{ eth( 1 ), eth( 2 ) } ) );
+   checkAll();
+}
+
+TEST_F( LagSmFlow, HardwarePortsMayComeAndGoAtAnyTime ) {
+   start();
+   join( 1, 1 );
+   join( 1, 2 );
+   EXPECT_EQ( config->lags(), 0u );
+   hardwarePorts( 1, 2 );
+   EXPECT_EQ( hardware( 1 ), ( Ports{ eth( 1 ), eth( 2 ) } ) );
+   fapIdPorts->fapIdPortIs( eth( 1 ), Qon::FapIdPort( 5, 6 ) );
+   EXPECT_EQ( config->lag( po( 1 ) )->member( eth( 1 ) ).port(), Qon::FapIdPort( 5, 6 ) );
+   fapIdPorts->fapIdPortDelAll();
+   EXPECT_EQ( config->lags(), 0u );
+   checkAll();
+}
+
+TEST_F( LagSmFlow, AggregatesWithoutAnIndexHaveNoHardwareGroup ) {
+   hardwarePorts( 1, 2 );
+   start();
+   for ( auto name : { "Recirc-Channel1", "Port-Channel1/2" } ) {
+      dir->intfStatusIs( intf( name ) )->intfIs( eth( 1 ), Interface::LagMember() );
+      EXPECT_EQ( acsd->portToLag( eth( 1 ) ), intf( name ) );
+   }
+   EXPECT_EQ( config->lags(), 0u );
+   checkAll();
+}
+
+/** Changes the status while a change of the maps is being published. */
+class Meddler : public Velto::Node {
+ public:
+   explicit Meddler( LagWorld * world ) : world_( world ) {
+      hasNotificationActiveIs( true );
+      watch_.attach( this, world->acsd.ptr() );
+   }
+   void handlePortToLag( const IntfId & ) {
+      if ( auto once = std::exchange( act, nullptr ) ) {
+         once( *world_ );
+      }
+   }
+   std::function< void( LagWorld & ) > act;
+
+ private:
+   LagWorld * world_;
+   Kiv::Watch< Qon::QonCommonSmData::portToLagAttr, Meddler, &Meddler::handlePortToLag > watch_;
+};
+
+TEST_F( LagSmFlow, ChangesMadeWhileAChangeIsPublishedAreTakenUp ) {
+   hardwarePorts( 1, 3 );
+   start();
+   auto meddler = Velto::make< Meddler >( this );
+   meddler->act = []( LagWorld & w ) { w.leave( 1, 1 ); };
+   join( 1, 1 );
+   EXPECT_EQ( members( 1 ), Ports{} );
+   checkAll();
+   meddler->act = []( LagWorld & w ) { w.join( 2, 1 ); };
+   join( 1, 1 );
+   EXPECT_EQ( members( 2 ), Ports{ eth( 1 ) } );
+   checkAll();
+   meddler->act = []( LagWorld & w ) {
+      w.dir->intfStatusDel( po( 2 ) ); // the whole aggregate, and back with another member
+      w.join( 2, 3 );
+   };
+   join( 2, 2 );
+   EXPECT_EQ( members( 2 ), Ports{ eth( 3 ) } );
+   EXPECT_EQ( members( 1 ), Ports{ eth( 1 ) } );
+   checkAll();
+}
+
+TEST_F( LagSmFlow, FallbackTypes ) {
+   struct {
+      U8 type;
+      bool individual;
+   } const table[] = { { 0, false }, { 2, true }, { 1, false }, { 2, true }, { 0, false } };
+   lag( 1 )->lacpFallbackEnabledIs( 2 );
+   start();
+   EXPECT_TRUE( acsd->lagInLacpFallbackIndividualMode( po( 1 ) ) );
+   for ( auto & row : table ) {
+      lag( 1 )->lacpFallbackEnabledIs( row.type );
+      EXPECT_EQ( acsd->lagInLacpFallbackIndividualModeHas( po( 1 ) ), row.individual )
+            << int( row.type );
+   }
+}
+
+TEST_F( LagSmFlow, AnInvalidFallbackTypeIsFatalUnlessThereIsNoHardware ) {
+   start();
+   EXPECT_DEATH( lag( 1 )->lacpFallbackEnabledIs( 3 ), "Invalid LACP fallback type: 3\n" );
+   Tests::Env noop( "QON_NOOP_AGENT", "" );
+   lag( 1 )->lacpFallbackEnabledIs( 3 );
+   EXPECT_EQ( acsd->lagInLacpFallbackIndividualModes(), 0u );
+}
+
+} // namespace
