@@ -8,8 +8,6 @@ namespace Qon {
 namespace {
 
 QonLogHandle handles[] = {
-      { "QonVlanHelper", QonLog::INTF_MAX_MTU_EXCEEDED },
-      { "QonVlanHelper", QonLog::LINEPROTO_UPDOWN },
 
       { "QonVlanMappingSm", QonLog::ETH_VLAN_MAPPING_CONFLICT },
       { "QonVlanMappingSm", QonLog::ETH_VLAN_ENCAP_TABLE_FULL },
