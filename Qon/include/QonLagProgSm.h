@@ -10,15 +10,13 @@
 // Invariants
 // 1. A member is in Config exactly while it is wanted and its hardware port is known; a group
 //    exactly while it has a member.
-// 2. A port is an own member (not shared) of one group in Config at most, at any moment: it is
-//    taken out of the one, also of one that an earlier incarnation left, before it is put into
-//    another.
-// 3. A call writes at most one member and costs the same with one group and with a thousand.
-// 4. Aggregates without an index (recirculation channels, names with two numbers) have no
+// 2. A call writes at most one member and costs the same with one group and with a thousand.
+// 3. Aggregates without an index (recirculation channels, names with two numbers) have no
 //    hardware group.
 //
 // Ownership: counts its inputs and outputs. Config is written by this class alone.
 
+#include "Qon/include/HardwareLagWriter.h"
 #include "Qon/include/QonBaseSm.h"
 #include "Qon/include/QonPortLists.h"
 #include "platform/types/HardwareLag.h"
@@ -44,7 +42,7 @@ class LagProgSm : public QonBaseSm {
 
    /** What the chip says of a member; `pending` where it says nothing. */
    Hardware::Lag::MemberStatus programmed( Ulnet::IntfId lag, Ulnet::IntfId port ) const;
-   const Hardware::Lag::Config * config() const { return config_.ptr(); }
+   const Hardware::Lag::Config & config() const { return writer_.config(); }
 
    void handleFapIdPort( const Ulnet::IntfId & port );
 
@@ -60,20 +58,17 @@ class LagProgSm : public QonBaseSm {
 
    const Wanted * wanted( Ulnet::IntfId lag, Ulnet::IntfId port ) const;
    bool portKnown( Ulnet::IntfId port ) const;
+   bool holdable( Ulnet::IntfId lag, Ulnet::IntfId port ) const;
    Hardware::Lag::Member memberOf( Ulnet::IntfId port, const Wanted & wanted ) const;
    void review( Ulnet::IntfId lag, Ulnet::IntfId port );
-   void write( Ulnet::IntfId lag, Ulnet::IntfId port, const Hardware::Lag::Member & member );
-   void unwrite( Ulnet::IntfId lag, Ulnet::IntfId port );
-   void findOwners();
    String checkConfig( const Hardware::Lag::LagConfig & group,
                        Kiv::DenseMap< Ulnet::IntfId, Ulnet::IntfId > & owner ) const;
 
-   const Velto::Ptr< Hardware::Lag::Config > config_;
+   HardwareLagWriter writer_;
    const Velto::Ptr< const Hardware::Lag::Status > status_;
    const Velto::Ptr< const Hardware::FapIdPortDir > fapIdPortDir_;
    Kiv::DenseMap< Ulnet::IntfId, WantedPorts > wanted_;
-   Kiv::DenseMap< Ulnet::IntfId, QonPortList > lagsOf_;  // port -> groups that want it
-   Kiv::DenseMap< Ulnet::IntfId, Ulnet::IntfId > owner_; // port -> group in Config, as its own
+   Kiv::DenseMap< Ulnet::IntfId, QonPortList > lagsOf_; // port -> groups that want it
    Kiv::Watch< Hardware::FapIdPortDir::fapIdPortAttr, LagProgSm, &LagProgSm::handleFapIdPort >
          fapIdPortWatch_;
 };

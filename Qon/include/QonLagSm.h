@@ -25,6 +25,7 @@
 
 #include <optional>
 
+#include "Qon/include/LagClaims.h"
 #include "Qon/include/QonCommonSmData.h"
 #include "Qon/include/QonLagProgSm.h"
 #include "Qon/include/SmCollection.h"
@@ -152,8 +153,6 @@ class LagSm : public QonBaseSm {
 
    bool wanted( Ulnet::IntfId lag ) const;
    Ulnet::IntfId ownerOf( Ulnet::IntfId port ) const;
-   void claim( Ulnet::IntfId port, Ulnet::IntfId lag );
-   void unclaim( Ulnet::IntfId port, Ulnet::IntfId lag );
    void addMember( Ulnet::IntfId lag, Ulnet::IntfId port );
    void removeMember( Ulnet::IntfId lag, Ulnet::IntfId port );
    void doScrubMember( Ulnet::IntfId port, Ulnet::IntfId lag );
@@ -187,7 +186,7 @@ class LagSm : public QonBaseSm {
    bool settling_ = false;
    bool changed_ = false; // the maps, since verification was last asked for
    bool allManaged_ = true;
-   Kiv::DenseMap< Ulnet::IntfId, QonPortList > claims_;    // port -> aggregates, the last one last
+   LagClaims claims_;
    KeySet< Ulnet::IntfId > share_;                         // sharePeerLinkWithLag
    Kiv::DenseMap< Ulnet::IntfId, Ulnet::IntfId > sharing_; // aggregate -> peer link
    VerifyCheck check_;

@@ -10,7 +10,7 @@ using Ulnet::IntfId;
 LagProgSm::LagProgSm( Velto::Ptr< Hardware::Lag::Config > config,
                       Velto::Ptr< const Hardware::Lag::Status > status,
                       Velto::Ptr< const Hardware::FapIdPortDir > fapIdPortDir )
-    : config_( std::move( config ) ), status_( std::move( status ) ),
+    : writer_( std::move( config ) ), status_( std::move( status ) ),
       fapIdPortDir_( std::move( fapIdPortDir ) ) {}
 
 void
@@ -19,21 +19,9 @@ LagProgSm::handleInitialized() {
       return;
    }
    fapIdPortWatch_.attach( this, fapIdPortDir_.ptr() );
-   findOwners();
+   writer_.findOwners();
    for ( auto && entry : keysOf< IntfId >( lagsOf_ ) ) {
       handleFapIdPort( entry.key );
-   }
-}
-
-/** Of what an earlier incarnation left in Config. */
-void
-LagProgSm::findOwners() {
-   for ( auto && [lag, group] : config_->lagIteratorConst() ) {
-      for ( auto && [port, member] : group->memberIteratorConst() ) {
-         if ( !member.shared() ) {
-            owner_.emplace( port, lag );
-         }
-      }
    }
 }
 
@@ -101,58 +89,24 @@ LagProgSm::memberOf( IntfId port, const Wanted & wanted ) const {
    return { hardwarePort, wanted.flags.collecting(), wanted.flags.distributing(), wanted.shared };
 }
 
+/** Whether the member is wanted and everything that it takes is known. */
+bool
+LagProgSm::holdable( IntfId lag, IntfId port ) const {
+   return wanted( lag, port ) && portKnown( port ) && hasLagIndex( lag );
+}
+
 void
 LagProgSm::review( IntfId lag, IntfId port ) {
-   const Wanted * want = wanted( lag, port );
-   if ( want && portKnown( port ) && hasLagIndex( lag ) ) {
-      write( lag, port, memberOf( port, *want ) );
+   if ( holdable( lag, port ) ) {
+      writer_.memberIs( lag, port, memberOf( port, *wanted( lag, port ) ) );
    } else {
-      unwrite( lag, port );
-   }
-}
-
-void
-LagProgSm::write( IntfId lag, IntfId port, const Hardware::Lag::Member & member ) {
-   auto owner = owner_.find( port );
-   const IntfId former = owner ? *owner : IntfId();
-   if ( !member.shared() && former != lag ) {
-      if ( former ) {
-         unwrite( former, port );
-      }
-      *owner_.emplace( port ).first = lag;
-   } else if ( member.shared() && former == lag ) {
-      owner_.erase( port );
-   }
-   config_->lagIs( lag, getLagIndex( lag ) )->memberIs( port, member );
-}
-
-void
-LagProgSm::unwrite( IntfId lag, IntfId port ) {
-   if ( auto owner = owner_.find( port ); owner && *owner == lag ) {
-      owner_.erase( port );
-   }
-   Velto::Ptr< Hardware::Lag::LagConfig > group = config_->lag( lag );
-   if ( !group ) {
-      return;
-   }
-   group->memberDel( port );
-   if ( group->members() == 0 && config_->lag( lag ) == group.ptr() ) {
-      config_->lagDel( lag );
+      writer_.memberDel( lag, port );
    }
 }
 
 void
 LagProgSm::removeStale() {
-   for ( auto && entry : keysOf< IntfId >( config_->lagIteratorConst() ) ) {
-      const IntfId lag = entry.key;
-      auto members = keysOf< IntfId >( config_->lag( lag )->memberIteratorConst() );
-      for ( auto && member : members ) {
-         review( lag, member.key );
-      }
-      if ( members.empty() ) {
-         config_->lagDel( lag );
-      }
-   }
+   writer_.removeUnless( [this]( IntfId lag, IntfId port ) { return holdable( lag, port ); } );
 }
 
 Hardware::Lag::MemberStatus
@@ -185,7 +139,7 @@ LagProgSm::checkConfig( const Hardware::Lag::LagConfig & group,
 String
 LagProgSm::checkInvariants() const {
    Kiv::DenseMap< IntfId, IntfId > owner;
-   for ( auto && [lag, group] : config_->lagIteratorConst() ) {
+   for ( auto && [lag, group] : config().lagIteratorConst() ) {
       String broken = checkConfig( *group, owner );
       if ( !broken.empty() ) {
          return broken;
@@ -193,9 +147,8 @@ LagProgSm::checkInvariants() const {
    }
    for ( auto && [lag, ports] : wanted_ ) {
       for ( auto && [port, want] : ports ) {
-         auto group = config_->lag( lag );
-         bool written = group && group->memberHas( port );
-         if ( hasLagIndex( lag ) && written != portKnown( port ) ) {
+         const bool written = writer_.has( lag, port );
+         if ( written != holdable( lag, port ) ) {
             return lag.stringValue() + ", member " + port.stringValue() +
                    ( written ? " is in hardware without a hardware port\n"
                              : " is missing in hardware\n" );

@@ -46,9 +46,9 @@ LagSm::NestedSm_Status::doUpdatePortList() {
 void
 LagSm::NestedSm_Status::doUpdateMember( IntfId member, bool isMember ) {
    if ( isMember && claims_.emplace( member ).second ) {
-      lagSm_->claim( member, lag() );
+      lagSm_->claims_.claim( member, lag() );
    } else if ( !isMember && claims_.erase( member ) ) {
-      lagSm_->unclaim( member, lag() );
+      lagSm_->claims_.unclaim( member, lag() );
    }
    lagSm_->later( What::port, member );
 }
@@ -208,7 +208,7 @@ LagSm::handleManagedIntf( const IntfId & intf ) {
       for ( IntfId lag : status_.heldKeys() ) {
          later( What::entry, lag );
       }
-      for ( auto && [port, lags] : claims_ ) {
+      for ( auto && [port, lags] : claims_.all() ) {
          later( What::port, port );
       }
       later( What::allSharing );
@@ -340,31 +340,12 @@ LagSm::reviewFallback( IntfId lag ) {
 
 // Members
 
-void
-LagSm::claim( IntfId port, IntfId lag ) {
-   claims_.emplace( port ).first->portIs( lag );
-}
-
-void
-LagSm::unclaim( IntfId port, IntfId lag ) {
-   if ( auto lags = claims_.find( port ) ) {
-      lags->portDel( lag );
-      if ( lags->ports() == 0 ) {
-         claims_.erase( port );
-      }
-   }
-}
-
 IntfId
 LagSm::ownerOf( IntfId port ) const {
-   IntfId owner;
-   auto lags = claims_.find( port );
-   if ( lags && isIntfManaged( port ) ) {
-      for ( IntfId lag : *lags ) {
-         owner = isIntfManaged( lag ) ? lag : owner;
-      }
+   if ( !isIntfManaged( port ) ) {
+      return {};
    }
-   return owner;
+   return claims_.owner( port, [this]( IntfId lag ) { return isIntfManaged( lag ); } );
 }
 
 void

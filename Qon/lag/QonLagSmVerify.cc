@@ -155,7 +155,7 @@ LagSm::checkInvariants() const {
          return memberText( lag, member ) + " is in portToLag but is no member\n";
       }
    }
-   for ( auto && [port, lags] : claims_ ) {
+   for ( auto && [port, lags] : claims_.all() ) {
       if ( acsd()->portToLag( port ) != ownerOf( port ) ) {
          return port.stringValue() + " is not in its aggregate\n";
       }

@@ -1,0 +1,171 @@
+#include "Qon/include/QonLagConfigMapCreatorSm.h"
+
+#include "Qon/include/QonLagIndex.h"
+#include "Qon/include/QonTraceHandles.h"
+
+namespace Qon {
+
+using Ulnet::IntfId;
+
+namespace {
+Flintlog::Facility facility( "QonLagConfigMapCreatorSm" );
+}
+
+LagConfigMemberCreatorSm::LagConfigMemberCreatorSm( LagConfigMapCreatorSm * creator,
+                                                    Velto::Ptr< const LagConfig > config )
+    : creator_( creator ), config_( std::move( config ) ) {}
+
+void
+LagConfigMemberCreatorSm::handleInitialized() {
+   if ( !initialized() ) {
+      return;
+   }
+   memberWatch_.attach( this, config_.ptr() );
+   creator_->handleLagToPort( lag() );
+   for ( auto && entry : keysOf< IntfId >( config_->memberIteratorConst() ) ) {
+      handleMember( entry.key );
+   }
+}
+
+void
+LagConfigMemberCreatorSm::handleMember( const IntfId & port ) {
+   if ( config_->memberHas( port ) ) {
+      claims_.emplace( port );
+      creator_->claims_.claim( port, lag() );
+   } else {
+      claims_.erase( port );
+      creator_->claims_.unclaim( port, lag() );
+   }
+   creator_->reviewPort( port );
+}
+
+void
+LagConfigMemberCreatorSm::doCleanup() {
+   memberWatch_.detach();
+   const auto ports = std::exchange( claims_, {} );
+   for ( auto && entry : ports ) {
+      creator_->claims_.unclaim( entry.key, lag() );
+      creator_->reviewPort( entry.key );
+   }
+}
+
+LagConfigMapCreatorSm::LagConfigMapCreatorSm( Inputs inputs,
+                                              Velto::Ptr< Hardware::Lag::Config > hwLagConfig )
+    : in_( std::move( inputs ) ), writer_( std::move( hwLagConfig ) ) {}
+
+void
+LagConfigMapCreatorSm::handleInitialized() {
+   if ( !initialized() ) {
+      return;
+   }
+   lagConfigWatch_.attach( this, in_.aggregatedLagConfigDir.ptr() );
+   lagToPortWatch_.attach( this, in_.acsd.ptr() );
+   memberStatusWatch_.attach( this, in_.memberStatusDir.ptr() );
+   intfStatusWatch_.attach( this, in_.ethPhyIntfStatusDir.ptr() );
+   fapIdPortWatch_.attach( this, in_.fapIdPortDir.ptr() );
+   writer_.findOwners();
+   resync_ = true;
+   const auto & dir = in_.aggregatedLagConfigDir;
+   members_.reviewAll( dir->lagToPortIteratorConst(), [&]( IntfId lag ) {
+      return Velto::Ptr< const Hardware::Lag::AggregatedLagConfig >( dir->lagToPort( lag ) );
+   } );
+   resync_ = false;
+   writer_.removeUnless( [this]( IntfId lag, IntfId port ) {
+      return claims_.owner( port ) == lag && wanted( lag, port );
+   } );
+}
+
+void
+LagConfigMapCreatorSm::kivDoZombieReactors() {
+   QonBaseSm::kivDoZombieReactors();
+   members_.kivDoZombieReactors();
+}
+
+Velto::Ptr< LagConfigMemberCreatorSm >
+LagConfigMapCreatorSm::makeMemberSm(
+      const IntfId &, const Velto::Ptr< const LagConfigMemberCreatorSm::LagConfig > & config ) {
+   return smIs< LagConfigMemberCreatorSm >( this, config );
+}
+
+void
+LagConfigMapCreatorSm::cleanUpMemberSm( const IntfId & lag, LagConfigMemberCreatorSm * sm ) {
+   QON_TRACE( facility, 3, " Removing lag: ", lag );
+   sm->doCleanup();
+}
+
+void
+LagConfigMapCreatorSm::handleLagConfig( const IntfId & lag ) {
+   members_.review( lag, in_.aggregatedLagConfigDir->lagToPort( lag ) );
+}
+
+/** A change of the list alone makes no difference to any member. */
+void
+LagConfigMapCreatorSm::handleLagToPort( const IntfId & lag ) {
+   auto sm = members_.sm( lag );
+   if ( !sm || in_.acsd->lagToPortHas( lag ) == sm->lagExists() ) {
+      return;
+   }
+   sm->lagExistsIs( in_.acsd->lagToPortHas( lag ) );
+   for ( auto && entry : KeySet< IntfId >( sm->claims() ) ) {
+      reviewPort( entry.key );
+   }
+}
+
+/** The member as it shall be programmed; nothing while something that it takes is missing. */
+std::optional< Hardware::Lag::Member >
+LagConfigMapCreatorSm::wanted( IntfId lag, IntfId port ) const {
+   const bool memberStatus = in_.memberStatusDir->memberStatusHas( port );
+   const bool fapPort = in_.fapIdPortDir->fapIdPortHas( port );
+   const bool interfaceStatusExists = in_.ethPhyIntfStatusDir->intfStatusHas( port );
+   const bool lagExists = in_.acsd->lagToPortHas( lag ) && hasLagIndex( lag );
+   QON_TRACE( facility, 7, lag, " ", port, " memberStatus: ", memberStatus, " fapPort: ", fapPort,
+              " interfaceStatusExists: ", interfaceStatusExists, " lagExists: ", lagExists,
+              " resync: ", resync_ );
+   if ( !memberStatus || !fapPort || !interfaceStatusExists || !lagExists ) {
+      return std::nullopt;
+   }
+   const Interface::LagMember flags = in_.memberStatusDir->memberStatus( port );
+   return Hardware::Lag::Member( in_.fapIdPortDir->fapIdPort( port ), flags.collecting(),
+                                 flags.distributing(), false );
+}
+
+void
+LagConfigMapCreatorSm::reviewPort( const IntfId & port ) {
+   const IntfId lag = claims_.owner( port ), former = writer_.owner( port );
+   const auto want = lag ? wanted( lag, port ) : std::nullopt;
+   if ( former && !resync_ && ( former != lag || !want ) ) {
+      QON_TRACE( facility, 3, " Removing lag: ", former, " member: ", port );
+      writer_.memberDel( former, port );
+   }
+   if ( want ) {
+      QON_TRACE( facility, 5, " Adding lag: ", lag, " member: ", port );
+      writer_.memberIs( lag, port, *want );
+   }
+}
+
+String
+LagConfigMapCreatorSm::checkInvariants() const {
+   for ( IntfId lag : writer_.lags() ) {
+      for ( IntfId port : writer_.members( lag ) ) {
+         if ( claims_.owner( port ) != lag || writer_.member( lag, port ) != wanted( lag, port ) ) {
+            return lag.stringValue() + ", member " + port.stringValue() +
+                   " in hardware differs from what is configured\n";
+         }
+      }
+   }
+   for ( auto && [port, lags] : claims_.all() ) {
+      const IntfId lag = claims_.owner( port );
+      if ( wanted( lag, port ) && !writer_.has( lag, port ) ) {
+         return lag.stringValue() + ", member " + port.stringValue() + " is missing in hardware\n";
+      }
+   }
+   return "";
+}
+
+Velto::Ptr< LagConfigMapCreatorSm >
+LagConfigMapCreatorSmIs( LagConfigMapCreatorSm::Inputs inputs,
+                         Velto::Ptr< Hardware::Lag::Config > hwLagConfig ) {
+   return smIs< LagConfigMapCreatorSm >( std::move( inputs ), std::move( hwLagConfig ) );
+}
+
+} // namespace Qon

@@ -1,0 +1,158 @@
+#include "Qon/include/QonLagCreatorSm.h"
+
+#include "Qon/include/LagView.h"
+#include "Qon/include/QonTraceHandles.h"
+
+namespace Qon {
+
+using Ulnet::IntfId;
+
+namespace {
+Flintlog::Facility facility( "QonLagCreatorSm" );
+}
+
+int
+LagPacketDriver::getLagInfo( U32, char *, U32 ) {
+   qonAssert( unimplementedFunction( "LagPacketDriver::getLagInfo" ) );
+   return 0;
+}
+
+LagMemberCreatorSm::LagMemberCreatorSm( QonLagCreatorSm * creator, IntfId lag )
+    : creator_( creator ), lag_( lag ) {}
+
+void
+LagMemberCreatorSm::handleInitialized() {
+   if ( initialized() ) {
+      handleMemberList();
+   }
+}
+
+void
+LagMemberCreatorSm::handleMemberList() {
+   auto ports = keysOf< IntfId >( creator_->writer().members( lag_ ) );
+   const QonLagPortList list = creator_->in().acsd->lagToPort( lag_ );
+   for ( auto & [port, flags] : list ) {
+      ports.emplace( port );
+   }
+   for ( auto && entry : ports ) {
+      maybeAddLagConfigMember( entry.key );
+   }
+}
+
+/** The member as it shall be programmed; nothing while something that it takes is missing. */
+std::optional< Hardware::Lag::Member >
+LagMemberCreatorSm::wanted( IntfId member ) const {
+   auto & in = creator_->in();
+   if ( LagView( in.acsd.ptr() ).lagOf( member ) != lag_ ||
+        !in.ethPhyIntfStatusDir->intfStatusHas( member ) ||
+        !in.fapIdPortDir->fapIdPortHas( member ) ) {
+      return std::nullopt;
+   }
+   const QonLagPort flags = in.acsd->lagToPort( lag_ ).port( member );
+   return Hardware::Lag::Member( in.fapIdPortDir->fapIdPort( member ), flags.collecting(),
+                                 flags.distributing(), false );
+}
+
+void
+LagMemberCreatorSm::maybeAddLagConfigMember( IntfId member ) {
+   const auto want = wanted( member );
+   if ( !want ) {
+      removeLagConfigMember( member );
+      return;
+   }
+   char buffer[LagPacketDriver::commandBufferSize];
+   const U32 index = QonLagCreatorSm::getLagIndex( lag_ );
+   const int ret = creator_->in().packetDriver->getLagInfo( index, buffer, sizeof buffer );
+   VELTO_ASSERT( ret == 0 );
+   if ( creator_->writer().member( lag_, member ) == want ) {
+      return;
+   }
+   QON_TRACE( facility, 3, " Adding lag: ", lag_, " member: ", member );
+   creator_->writer().memberIs( lag_, member, *want );
+}
+
+void
+LagMemberCreatorSm::removeLagConfigMember( IntfId member ) {
+   if ( creator_->writer().has( lag_, member ) ) {
+      QON_TRACE( facility, 3, " Removing lag: ", lag_, " member: ", member );
+      creator_->writer().memberDel( lag_, member );
+   }
+}
+
+void
+LagMemberCreatorSm::doCleanup() {
+   for ( IntfId member : creator_->writer().members( lag_ ) ) {
+      removeLagConfigMember( member );
+   }
+}
+
+QonLagCreatorSm::QonLagCreatorSm( Inputs inputs, Velto::Ptr< Hardware::Lag::Config > hwLagConfig )
+    : in_( std::move( inputs ) ), writer_( std::move( hwLagConfig ) ) {}
+
+void
+QonLagCreatorSm::handleInitialized() {
+   if ( !initialized() ) {
+      return;
+   }
+   lagToPortWatch_.attach( this, in_.acsd.ptr() );
+   portToLagWatch_.attach( this, in_.acsd.ptr() );
+   intfStatusWatch_.attach( this, in_.ethPhyIntfStatusDir.ptr() );
+   fapIdPortWatch_.attach( this, in_.fapIdPortDir.ptr() );
+   writer_.findOwners();
+   members_.reviewAll( in_.acsd->lagToPortIteratorConst(),
+                       [this]( IntfId lag ) { return in_.acsd->lagToPortHas( lag ); } );
+   for ( IntfId lag : writer_.lags() ) {
+      if ( !members_.has( lag ) ) {
+         QON_TRACE( facility, 3, " Cleaning up lag: ", lag );
+         writer_.lagDel( lag );
+      }
+   }
+}
+
+void
+QonLagCreatorSm::kivDoZombieReactors() {
+   QonBaseSm::kivDoZombieReactors();
+   members_.kivDoZombieReactors();
+}
+
+Velto::Ptr< LagMemberCreatorSm >
+QonLagCreatorSm::addLagMemberSm( const IntfId & lag, const bool & ) {
+   return smIs< LagMemberCreatorSm >( this, lag );
+}
+
+void
+QonLagCreatorSm::removeLagMemberSm( const IntfId & lag, LagMemberCreatorSm * sm ) {
+   QON_TRACE( facility, 3, " Cleaning up lag: ", lag );
+   sm->doCleanup();
+}
+
+void
+QonLagCreatorSm::handleLagToPort( const IntfId & lag ) {
+   const bool followed = members_.has( lag );
+   members_.review( lag, in_.acsd->lagToPortHas( lag ) );
+   auto sm = members_.sm( lag );
+   if ( sm && followed ) {
+      sm->handleMemberList();
+   }
+}
+
+/** Looks at the port in the group where it is programmed, and in the one where it belongs. */
+void
+QonLagCreatorSm::handlePort( const IntfId & port ) {
+   const IntfId former = writer_.owner( port ), now = in_.acsd->portToLag( port );
+   auto formerSm = members_.sm( former ), sm = members_.sm( now );
+   if ( formerSm ) {
+      formerSm->maybeAddLagConfigMember( port );
+   }
+   if ( sm && sm != formerSm ) {
+      sm->maybeAddLagConfigMember( port );
+   }
+}
+
+Velto::Ptr< QonLagCreatorSm >
+QonLagCreatorSmIs( QonLagCreatorSm::Inputs inputs,
+                   Velto::Ptr< Hardware::Lag::Config > hwLagConfig ) {
+   return smIs< QonLagCreatorSm >( std::move( inputs ), std::move( hwLagConfig ) );
+}
+
+} // namespace Qon

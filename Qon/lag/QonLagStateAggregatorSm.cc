@@ -1,0 +1,195 @@
+#include "Qon/include/QonLagStateAggregatorSm.h"
+
+#include "Qon/include/QonTraceHandles.h"
+
+namespace Qon {
+
+using Hardware::Lag::MemberStatus;
+using Hardware::Lag::Result;
+using Ulnet::IntfId;
+
+namespace {
+
+Flintlog::Facility facility( "QonLagStateAggregatorSm" );
+
+/** The result of both: the first that is no success. */
+Result
+joined( Result one, Result other ) {
+   return one == Result::success ? other : one;
+}
+
+} // namespace
+
+LagMemberStateAggregatorSm::LagMemberStateAggregatorSm( LagStateAggregatorSm * aggregator,
+                                                        IntfId lag )
+    : aggregator_( aggregator ), lag_( lag ) {
+   for ( U32 n = 0; n < aggregator->slices().size(); ++n ) {
+      slices_.push_back( std::make_unique< Slice >() );
+   }
+}
+
+void
+LagMemberStateAggregatorSm::handleInitialized() {
+   if ( initialized() ) {
+      handleSlices();
+   }
+}
+
+void
+LagMemberStateAggregatorSm::handleSlices() {
+   for ( U32 n = 0; n < slices_.size(); ++n ) {
+      const LagStatus * now = aggregator_->slices()[n]->lag( lag_ );
+      if ( slices_[n]->member.entity() != now ) {
+         slices_[n]->member.attach( this, now );
+         slices_[n]->result.attach( this, now );
+         slices_[n]->index.attach( this, now );
+      }
+   }
+   handleState();
+   for ( auto && entry : knownMembers() ) {
+      handleMember( entry.key );
+   }
+}
+
+/** The members in any slice and in the merged state. */
+KeySet< IntfId >
+LagMemberStateAggregatorSm::knownMembers() const {
+   KeySet< IntfId > members;
+   auto add = [&]( const LagStatus * state ) {
+      if ( state ) {
+         for ( auto && [member, status] : state->memberIteratorConst() ) {
+            members.emplace( member );
+         }
+      }
+   };
+   add( aggregator_->merged()->lag( lag_ ) );
+   for ( auto & slice : aggregator_->slices() ) {
+      add( slice->lag( lag_ ) );
+   }
+   return members;
+}
+
+void
+LagMemberStateAggregatorSm::handleState() {
+   Result result = Result::success;
+   U32 index = 0;
+   for ( auto & slice : aggregator_->slices() ) {
+      if ( auto state = slice->lag( lag_ ) ) {
+         result = joined( result, state->result() );
+         index = state->index();
+      }
+   }
+   if ( aggregator_->lagExists( lag_ ) ) {
+      auto merged = aggregator_->merged()->lagIs( lag_ );
+      merged->indexIs( index );
+      merged->resultIs( result );
+   }
+}
+
+void
+LagMemberStateAggregatorSm::handleMember( const IntfId & member ) {
+   bool exists = false, collecting = true, distributing = true, shared = false;
+   Result result = Result::success;
+   for ( auto & slice : aggregator_->slices() ) {
+      auto state = slice->lag( lag_ );
+      if ( state && state->memberHas( member ) ) {
+         const MemberStatus status = state->member( member );
+         exists = true;
+         collecting = collecting && status.collecting();
+         distributing = distributing && status.distributing();
+         shared = shared || status.shared();
+         result = joined( result, status.result() );
+      }
+   }
+   auto merged = aggregator_->merged()->lag( lag_ );
+   if ( exists && merged ) {
+      merged->memberIs( member, MemberStatus( result, collecting, distributing, shared ) );
+   } else if ( merged && merged->memberHas( member ) ) {
+      QON_TRACE( facility, 3, lag_, " Cleaning up member: ", member );
+      merged->memberDel( member );
+   }
+}
+
+void
+LagMemberStateAggregatorSm::doCleanup() {
+   if ( Velto::Ptr< LagStatus > merged = aggregator_->merged()->lag( lag_ ) ) {
+      for ( auto && entry : keysOf< IntfId >( merged->memberIteratorConst() ) ) {
+         QON_TRACE( facility, 3, lag_, " Cleaning up member: ", entry.key );
+         merged->memberDel( entry.key );
+      }
+      aggregator_->merged()->lagDel( lag_ );
+   }
+}
+
+LagStateAggregatorSm::LagStateAggregatorSm( Slices slices,
+                                            Velto::Ptr< Hardware::Lag::Status > merged )
+    : slices_( std::move( slices ) ), merged_( std::move( merged ) ) {}
+
+void
+LagStateAggregatorSm::handleInitialized() {
+   if ( !initialized() ) {
+      return;
+   }
+   watches_.clear();
+   auto lags = keysOf< IntfId >( merged_->lagIteratorConst() );
+   for ( auto & slice : slices_ ) {
+      watches_.push_back( std::make_unique< LagWatch >() );
+      watches_.back()->attach( this, slice.ptr() );
+      for ( auto && [lag, status] : slice->lagIteratorConst() ) {
+         lags.emplace( lag );
+      }
+   }
+   for ( auto && entry : lags ) {
+      handleHwLagStatus( entry.key );
+   }
+}
+
+void
+LagStateAggregatorSm::kivDoZombieReactors() {
+   QonBaseSm::kivDoZombieReactors();
+   lags_.kivDoZombieReactors();
+}
+
+bool
+LagStateAggregatorSm::lagExists( IntfId lag ) const {
+   for ( auto & slice : slices_ ) {
+      if ( slice->lagHas( lag ) ) {
+         return true;
+      }
+   }
+   return false;
+}
+
+void
+LagStateAggregatorSm::handleHwLagStatus( const IntfId & lag ) {
+   const bool followed = lags_.has( lag );
+   lags_.review( lag, lagExists( lag ) );
+   if ( auto sm = lags_.sm( lag ) ) {
+      if ( followed ) {
+         sm->handleSlices();
+      }
+   } else if ( merged_->lagHas( lag ) ) {
+      QON_TRACE( facility, 3, " Cleaning up lag: ", lag );
+      merged_->lagDel( lag ); // what an earlier incarnation left
+   }
+}
+
+Velto::Ptr< LagMemberStateAggregatorSm >
+LagStateAggregatorSm::makeLagSm( const IntfId & lag, const bool & ) {
+   QON_TRACE( facility, 3, " Adding lag: ", lag );
+   return smIs< LagMemberStateAggregatorSm >( this, lag );
+}
+
+void
+LagStateAggregatorSm::cleanUpLagSm( const IntfId & lag, LagMemberStateAggregatorSm * sm ) {
+   QON_TRACE( facility, 3, " Cleaning up lag: ", lag );
+   sm->doCleanup();
+}
+
+Velto::Ptr< LagStateAggregatorSm >
+LagStateAggregatorSmIs( LagStateAggregatorSm::Slices slices,
+                        Velto::Ptr< Hardware::Lag::Status > merged ) {
+   return smIs< LagStateAggregatorSm >( std::move( slices ), std::move( merged ) );
+}
+
+} // namespace Qon

@@ -1,0 +1,100 @@
+// What the MLAG peer link lends to aggregates, and takes back.
+
+#include "tests/lag/LagWorld.h"
+
+namespace {
+
+using namespace LagTests;
+
+/** Port-Channel1 shares; Port-Channel10 (ports 20, 21) is the peer link. */
+class PeerLinkFlow : public ::testing::Test, public LagWorld {
+ protected:
+   PeerLinkFlow() {
+      hardwarePorts( 1, 32 );
+      join( 1, 1 );
+      join( 2, 2 );
+      join( 10, 20 );
+      join( 10, 21, true, false );
+      start();
+      lagSm->sharePeerLinkWithLagIs( po( 1 ), true );
+   }
+   /** The maps hold own members, whatever is lent. */
+   void TearDown() override {
+      EXPECT_EQ( acsd->portToLag( eth( 20 ) ), po( 10 ) );
+      checkAll();
+   }
+   const Ports lent{ eth( 20 ), eth( 21 ) }, none;
+};
+
+TEST_F( PeerLinkFlow, SharingFollowsStatePeerLinkAndRedirection ) {
+   EXPECT_EQ( hardware( 1, true ), none );
+   mlagUp( po( 10 ) );
+   EXPECT_EQ( hardware( 1, true ), lent );
+   EXPECT_EQ( hardware( 1 ), Ports{ eth( 1 ) } );
+   EXPECT_EQ( hardware( 2, true ), none ); // not asked for
+   EXPECT_EQ( hardware( 10 ), lent );      // keeps them itself
+   EXPECT_EQ( members( 1 ), Ports{ eth( 1 ) } );
+   EXPECT_EQ( config->lag( po( 1 ) )->member( eth( 21 ) ),
+              Hardware::Lag::Member( Qon::FapIdPort( 0, 21 ), true, false, true ) );
+
+   for ( auto state :
+         { Mlag::MlagState::disabled, Mlag::MlagState::inactive, Mlag::MlagState::connecting } ) {
+      mlag->mlagStateIs( state );
+      EXPECT_EQ( hardware( 1, true ), none ) << int( state );
+      mlag->mlagStateIs( Mlag::MlagState::secondary );
+      EXPECT_EQ( hardware( 1, true ), lent );
+   }
+   mlag->fastMacRedirectionIs( false );
+   EXPECT_EQ( hardware( 1, true ), none );
+   mlag->fastMacRedirectionIs( true );
+   mlag->peerLinkIntfIs( IntfId() );
+   EXPECT_EQ( hardware( 1, true ), none );
+   mlag->peerLinkIntfIs( po( 2 ) ); // another aggregate
+   EXPECT_EQ( hardware( 1, true ), Ports{ eth( 2 ) } );
+   mlag->peerLinkIntfIs( eth( 30 ) ); // a plain port
+   EXPECT_EQ( hardware( 1, true ), Ports{ eth( 30 ) } );
+   mlag->peerLinkIntfIs( po( 1 ) ); // itself
+   EXPECT_EQ( hardware( 1, true ), none );
+   mlag->peerLinkIntfIs( po( 10 ) );
+   lagSm->sharePeerLinkWithLagDel( po( 1 ) );
+   EXPECT_EQ( hardware( 1, true ), none );
+   EXPECT_EQ( hardware( 1 ), Ports{ eth( 1 ) } );
+}
+
+TEST_F( PeerLinkFlow, MembersOfThePeerLinkComeAndGo ) {
+   mlagUp( po( 10 ) );
+   join( 10, 22 );
+   leave( 10, 21 );
+   EXPECT_EQ( hardware( 1, true ), ( Ports{ eth( 20 ), eth( 22 ) } ) );
+   join( 10, 22, false, false ); // flags only
+   EXPECT_FALSE( config->lag( po( 1 ) )->member( eth( 22 ) ).collecting() );
+   dir->intfStatusDel( po( 10 ) );
+   EXPECT_EQ( hardware( 1, true ), none );
+   join( 10, 20 );
+   EXPECT_EQ( hardware( 1, true ), Ports{ eth( 20 ) } );
+}
+
+TEST_F( PeerLinkFlow, AnAggregateMayLiveOnLentMembersAlone ) {
+   mlagUp( po( 10 ) );
+   leave( 1, 1 );
+   EXPECT_EQ( hardware( 1, true ), lent );
+   EXPECT_EQ( hardware( 1 ), none );
+   dir->intfStatusDel( po( 1 ) );
+   EXPECT_FALSE( config->lagHas( po( 1 ) ) );
+   join( 1, 3 ); // a new one: the wish to share is kept
+   EXPECT_EQ( hardware( 1, true ), lent );
+}
+
+TEST_F( PeerLinkFlow, APortMovesBetweenOwnAndLent ) {
+   mlagUp( po( 10 ) );
+   join( 1, 21 ); // from the peer link into the aggregate that it is lent to
+   EXPECT_EQ( hardware( 1 ), ( Ports{ eth( 1 ), eth( 21 ) } ) );
+   EXPECT_EQ( hardware( 1, true ), Ports{ eth( 20 ) } );
+   EXPECT_EQ( hardware( 10 ), Ports{ eth( 20 ) } );
+   leave( 1, 21 ); // the peer link takes it back, and lends it
+   EXPECT_EQ( hardware( 10 ), lent );
+   EXPECT_EQ( hardware( 1, true ), lent );
+   EXPECT_EQ( hardware( 1 ), Ports{ eth( 1 ) } );
+}
+
+} // namespace
