@@ -41,6 +41,10 @@ class IndirectAccessMacCmd : public Kiv::Entity {
    bool invalid() const { return !valid(); }
    Velto::String stringValue() const;
 
+   /** From a pool: storms make and release hundreds of thousands. The reactor thread's only. */
+   static void * operator new( std::size_t size );
+   static void operator delete( void * p, std::size_t size );
+
  private:
    friend class QonMacProgrammer;
 

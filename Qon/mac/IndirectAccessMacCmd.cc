@@ -1,10 +1,37 @@
 #include "Qon/include/IndirectAccessMacCmd.h"
 
+#include "Qon/mac/SlabPool.h"
 #include "platform/Kiv/Describe.h"
 
 KIV_DEFINE( Qon::IndirectAccessMacCmd )
 
 namespace Qon {
+
+namespace {
+
+#ifdef __SANITIZE_ADDRESS__
+constexpr bool pooled = false; // uses of released commands shall be found
+#else
+constexpr bool pooled = true;
+#endif
+
+SlabPool< sizeof( IndirectAccessMacCmd ) > pool;
+
+} // namespace
+
+void *
+IndirectAccessMacCmd::operator new( std::size_t size ) {
+   return pooled && size == sizeof( IndirectAccessMacCmd ) ? pool.take() : ::operator new( size );
+}
+
+void
+IndirectAccessMacCmd::operator delete( void * p, std::size_t size ) {
+   if ( pooled && size == sizeof( IndirectAccessMacCmd ) ) {
+      pool.give( p );
+   } else {
+      ::operator delete( p );
+   }
+}
 
 Velto::String
 IndirectAccessMacCmd::stringValue() const {
