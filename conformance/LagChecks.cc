@@ -247,11 +247,11 @@ readd( Trial & t ) {
    }
 }
 
-/** Fills the chip with groups or with members of one group; returns how many did not fit. */
-U32
+/** Fills the chip with groups, or one group with members; whether some did not fit. */
+bool
 overfill( LagStage & stage, Result refusal, bool groups ) {
    Trial & t = stage.t;
-   U32 refused = 0;
+   bool refused = false;
    for ( U32 port = 0; port < t.ports(); ++port ) {
       stage.join( groups ? port : 0, port );
    }
@@ -261,7 +261,7 @@ overfill( LagStage & stage, Result refusal, bool groups ) {
    for ( U32 port = 0; port < t.ports(); ++port ) {
       auto held = stage.status( stage.lag( groups ? port : 0 ), t.port( port ) );
       Result result = held ? held->result() : Result::pending;
-      refused += result == refusal;
+      refused |= result == refusal;
       if ( result != refusal && result != Result::success ) {
          t.broken( "lag.full", "success or " + Kiv::toText( refusal ), Kiv::toText( result ) );
       }
@@ -273,18 +273,19 @@ overfill( LagStage & stage, Result refusal, bool groups ) {
 void
 full( Trial & t ) {
    LagStage stage( t );
-   U32 refused = overfill( stage, Result::noLag, true );
-   if ( refused ) {
-      for ( U32 n = 0; n + refused < t.ports(); ++n ) {
+   const U32 last = t.ports() - 1;
+   auto lastSucceeds = [&]( U32 n ) {
+      auto held = stage.status( stage.lag( n ), t.port( last ) );
+      return held && held->result() == Result::success;
+   };
+   if ( overfill( stage, Result::noLag, true ) ) {
+      for ( U32 n = 0; n < last; ++n ) {
          stage.del( n );
       }
-      t.did( "deleted the groups that were first" );
-      t.await( [&] {
-         return stage.status( stage.lag( t.ports() - 1 ), t.port( t.ports() - 1 ) )->result() ==
-                Result::success;
-      } );
+      t.did( "deleted all groups but the last" );
+      t.await( [&] { return lastSucceeds( last ); } );
       stage.rest();
-      stage.succeeded( "lag.full", t.ports() - 1, t.ports() - 1 );
+      stage.succeeded( "lag.full", last, last );
    }
    for ( U32 n = 0; n < t.ports(); ++n ) {
       stage.del( n );
@@ -292,14 +293,13 @@ full( Trial & t ) {
    t.did( "deleted all groups" );
    stage.rest();
    if ( overfill( stage, Result::noMember, false ) ) {
-      for ( U32 port = 0; port + 1 < t.ports(); ++port ) {
+      for ( U32 port = 0; port < last; ++port ) {
          stage.leave( 0, port );
       }
       t.did( "all ports but the last one left" );
-      auto last = [&] { return stage.status( stage.lag( 0 ), t.port( t.ports() - 1 ) ); };
-      t.await( [&] { return last() && last()->result() == Result::success; } );
+      t.await( [&] { return lastSucceeds( 0 ); } );
       stage.rest();
-      stage.succeeded( "lag.full", 0, t.ports() - 1 );
+      stage.succeeded( "lag.full", 0, last );
    }
    stage.judge( "lag.full" );
 }

@@ -61,8 +61,8 @@ class MacStage {
    /** Flushes what the type names: `port`, `vlan`, both, or all; at rest only. Returns whether it
        is known what that is. */
    bool flush( Type type, U32 port = 0, U32 vlan = 0 ) {
-      MacEntryKey key{ { {}, Bridging::VlanIdOrNone( vlan ) }, Qon::MacHwType::macHwKeyBridge };
-      auto cmd = Qon::indirectAccessMacCmdFactory( type, key, t.port( port ),
+      MacEntryKey which{ { {}, Bridging::VlanIdOrNone( vlan ) }, Qon::MacHwType::macHwKeyBridge };
+      auto cmd = Qon::indirectAccessMacCmdFactory( type, which, t.port( port ),
                                                    Bridging::EntryType::learnedDynamic );
       bool byPort = type == Type::flushPort || type == Type::flushVlanPort;
       bool byVlan = type == Type::flushVlan || type == Type::flushVlanPort;
@@ -244,7 +244,8 @@ full( Trial & t ) {
    U32 hosts = 0;
    while ( stage.mac->overflowAddrOps() < enough && hosts < t.chip.hostsToFill ) {
       for ( U32 n = 0; n < batch; ++n ) {
-         stage.add( hosts++, hosts );
+         stage.add( hosts, hosts );
+         ++hosts;
       }
       t.did( "added hosts up to number " + Kiv::toText( hosts ) );
       stage.rest();

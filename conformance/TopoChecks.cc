@@ -3,6 +3,7 @@
 
 #include "Qon/include/VlanTopoHelper.h"
 #include "conformance/Trial.h"
+#include "platform/Kiv/Generic.h"
 
 namespace QonConformance {
 
@@ -83,7 +84,7 @@ class TopoStage {
          auto topoStatus = status->topoStatus( topoName );
          for ( auto && [intf, port] : topo->topoPortConfigIteratorConst() ) {
             auto held = topoStatus ? topoStatus->topoPortStatus( intf ) : nullptr;
-            if ( topoStatus && !reported( port, held ) ) {
+            if ( topoStatus && !reported( *port, held ) ) {
                return intf.stringValue() + " in " + topoName + ": " + Kiv::toText( port->state() ) +
                       " is not reported" +
                       ( held ? ", but " + Kiv::toText( held->state() ) : String() );
@@ -102,7 +103,7 @@ class TopoStage {
          auto topoStatus = status->topoStatus( topoName );
          for ( auto && [intf, port] : topo->topoPortConfigIteratorConst() ) {
             auto report = topoStatus ? topoStatus->topoPortStatus( intf ) : nullptr;
-            if ( !report || !reported( port, report ) || !held.contains( topoName ) ) {
+            if ( !report || !reported( *port, report ) || !held.contains( topoName ) ) {
                continue;
             }
             auto & ports = held[topoName].ports;
@@ -173,9 +174,9 @@ class TopoStage {
    Ptr< Qon::StpSm > stpSm;
 
  private:
-   static bool reported( const Bridging::Topology::TopoPortConfig * wanted,
+   static bool reported( const Bridging::Topology::TopoPortConfig & wanted,
                          const Bridging::Topology::TopoPortStatus * held ) {
-      return held && held->state() == wanted->state() && held->changeInfo() == wanted->changeInfo();
+      return held && held->state() == wanted.state() && held->changeInfo() == wanted.changeInfo();
    }
    /** Without topology tables what can be seen is the membership of VLANs. */
    void allVlansOf( U32 port ) {
@@ -190,6 +191,7 @@ class TopoStage {
 
 void
 twoTopologies( TopoStage & stage ) {
+   stage.t.did( "two topologies with three VLANs and four ports each" );
    for ( U32 n = 0; n < 2; ++n ) {
       stage.topo( n );
       for ( U32 vlan = 0; vlan < 3; ++vlan ) {
@@ -200,7 +202,6 @@ twoTopologies( TopoStage & stage ) {
       stage.port( 0, port, PortState::forwarding );
       stage.port( 1, port, port % 2 ? PortState::forwarding : PortState::discarding );
    }
-   stage.t.did( "two topologies with three VLANs and four ports each" );
    stage.rest();
 }
 
@@ -209,10 +210,10 @@ done( Trial & t ) {
    TopoStage stage( t );
    twoTopologies( stage );
    for ( PortState state : { PortState::discarding, PortState::learning, PortState::forwarding } ) {
+      t.did( "all ports of the first " + Kiv::toText( state ) );
       for ( U32 port = 0; port < 4; ++port ) {
          stage.port( 0, port, state );
       }
-      t.did( "all ports of the first " + Kiv::toText( state ) );
       stage.rest();
    }
    stage.judge( "topo.done", "topo.vlan" );

@@ -20,6 +20,16 @@ promiseOf( const String & id ) {
    return "";
 }
 
+std::set< String >
+linesOf( const String & text ) {
+   std::set< String > lines;
+   for ( std::size_t at = 0, end; at < text.size(); at = end + 1 ) {
+      end = std::min( text.find( '\n', at ), text.size() );
+      lines.insert( text.substr( at, end - at ) );
+   }
+   return lines;
+}
+
 template< class T, class Show >
 String
 joined( const T & parts, Show && show ) {
@@ -143,15 +153,16 @@ Trial::judgeDestruction( const char * contract, const std::function< void() > & 
    did( "destroyed the hook objects" );
    end();
    String after = visible();
-   if ( before != after ) {
-      std::size_t at = 0;
-      while ( at < before.size() && at < after.size() && before[at] == after[at] ) {
-         ++at;
+   auto was = linesOf( before ), is = linesOf( after );
+   for ( auto & line : was ) {
+      if ( !is.contains( line ) ) {
+         broken( contract, line, "not so any more" );
       }
-      auto line = before.rfind( '\n', at ? at - 1 : 0 );
-      at = line == String::npos ? 0 : line + 1;
-      broken( contract, "as before: '" + before.substr( at, before.find( '\n', at ) - at ) + "'",
-              "'" + after.substr( at, after.find( '\n', at ) - at ) + "'" );
+   }
+   for ( auto & line : is ) {
+      if ( !was.contains( line ) ) {
+         broken( contract, "nothing new", line );
+      }
    }
    did( "let late answers come" );
    run( chip.answersWithin );
