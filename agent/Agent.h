@@ -17,6 +17,7 @@
 #include "Qon/include/QonCommonSmData.h"
 #include "agent/AgentFeature.h"
 #include "agent/configdb/IntfNames.h"
+#include "agent/softchip/FaultPlan.h"
 #include "platform/Kiv/Log.h"
 #include "platform/Kiv/TaskScheduler.h"
 #include "platform/Orvane/EntityManager.h"
@@ -69,6 +70,9 @@ class Agent {
    const Features & features() const { return features_; }
    const RecentLog & log() const { return log_; }
 
+   /** What goes wrong in the chip. */
+   SoftChip::FaultPlan & faults() { return faults_; }
+
    /** How interfaces are spelled in the configuration that was loaded. */
    IntfNames & names() { return names_; }
    const IntfNames & names() const { return names_; }
@@ -94,6 +98,7 @@ class Agent {
    Velto::Ptr< Qon::QonEpochStatus > epochStatus_;
    IntfNames names_;
    Verification verification_;
+   SoftChip::FaultPlan faults_;
    Features features_;
 };
 

@@ -2,7 +2,9 @@
 // order must come to the same end.
 
 #include "agent/AgentFeature.h"
+#include "agent/features/FaultFeature.h"
 #include "agent/features/LagFeature.h"
+#include "agent/features/MacFeature.h"
 #include "agent/features/PortsFeature.h"
 #include "agent/features/VerifyFeature.h"
 
@@ -11,8 +13,10 @@ namespace QonAgent {
 Features
 agentFeatures() {
    Features all;
+   all.push_back( std::make_unique< FaultFeature >() );
    all.push_back( std::make_unique< PortsFeature >() );
    all.push_back( std::make_unique< LagFeature >() );
+   all.push_back( std::make_unique< MacFeature >() );
    all.push_back( std::make_unique< VerifyFeature >() );
    return all;
 }

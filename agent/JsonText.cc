@@ -24,12 +24,17 @@ lineAndColumn( const String & text, std::size_t position ) {
 String
 reason( const String & what ) {
    constexpr U32 most = 160;
-   if ( what.find( "unexpected end of input" ) != String::npos ) {
+   if ( what.find( "unexpected end of input" ) != String::npos ||
+        what.find( "missing closing quote" ) != String::npos ) {
       return "it ends too early";
    }
    auto at = what.find( "syntax error" );
    String text = at == String::npos ? what : what.substr( at );
-   return text.size() <= most ? text : text.substr( 0, most ) + "...";
+   if ( text.size() > most ) {
+      text.resize( most );
+      text += "...";
+   }
+   return text;
 }
 
 } // namespace

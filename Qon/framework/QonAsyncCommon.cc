@@ -68,10 +68,11 @@ QonAsyncBaseHelper::nextPriority() {
 
 U16
 QonAsyncBaseHelper::getNextSequence( const String & key ) {
-   U16 held = sequence( key );
-   int nextSequence = held || sequenceHas( key ) ? held - 1 : firstSequence;
+   auto [held, fresh] = sequence_.emplace( key, firstSequence );
+   int nextSequence = fresh ? firstSequence : *held - 1;
    VELTO_ASSERT( nextSequence > 0 );
-   sequenceIs( key, U16( nextSequence ) );
+   *held = U16( nextSequence );
+   kivPublish( sequenceAttr::index, key );
    return U16( nextSequence );
 }
 

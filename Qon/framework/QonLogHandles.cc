@@ -8,7 +8,6 @@ namespace Qon {
 namespace {
 
 QonLogHandle handles[] = {
-
       { "QonVlanMappingSm", QonLog::ETH_VLAN_MAPPING_CONFLICT },
       { "QonVlanMappingSm", QonLog::ETH_VLAN_ENCAP_TABLE_FULL },
       { "QonVlanMappingSm", QonLog::ETH_VLAN_MAPPING_TABLE_FULL },

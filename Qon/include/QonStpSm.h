@@ -191,6 +191,7 @@ class TopoSm : public QonBaseSm {
                                       const Velto::Ptr< const TopoPortSm::Config > & config );
    void cleanUpPort( const Ulnet::IntfId & intf, TopoPortSm * port );
    void setStpState( Ulnet::IntfId intf, PortState state );
+   void setLagState( Ulnet::IntfId lag, Ulnet::IntfId port );
 
    const String name_;
    const Input input_;

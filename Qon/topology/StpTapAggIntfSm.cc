@@ -46,10 +46,11 @@ StpSm::TapAggIntfSm::handleIntf( const IntfId & intf ) {
    }
    if ( held ) {
       set->intfInfoDel( intf );
-      setState( intf, PortState::discarding );
    } else {
       set->intfInfoIs( intf, Ulnet::PortChannelIntfId::isPortChannelIntfId( intf ) );
-      setState( intf, PortState::forwarding );
+   }
+   if ( !stpSm_->lagView().lagOf( intf ) ) { // a member carries its aggregate's state
+      setState( intf, held ? PortState::discarding : PortState::forwarding );
    }
 }
 
@@ -60,6 +61,9 @@ StpSm::TapAggIntfSm::handleLag( IntfId port, IntfId from, IntfId to ) {
    const bool forwards = set->intfInfoHas( to ? to : port );
    if ( forwards != forwarded ) {
       setState( port, forwards ? PortState::forwarding : PortState::discarding );
+   }
+   if ( from && stpSm_->lagView().membersOf( from ).empty() ) {
+      setState( from, set->intfInfoHas( from ) ? PortState::forwarding : PortState::discarding );
    }
 }
 

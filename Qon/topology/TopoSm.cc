@@ -90,16 +90,27 @@ TopoSm::handlePortToLag( const Ulnet::IntfId & intf, Ulnet::IntfId from ) {
    if ( auto port = topoPortSm( intf ) ) {
       port->handleState();
    }
-   const Ulnet::IntfId lag = stpSm_->lagView().lagOf( intf );
+   const LagView lags = stpSm_->lagView();
+   if ( from && lags.membersOf( from ).empty() ) {
+      // An aggregate that has lost its last member carries its state itself.
+      setLagState( from, from );
+   }
+   const Ulnet::IntfId lag = lags.lagOf( intf );
    if ( !lag ) {
       STP_TRACE( intf, " leaving lag ", from );
       return;
    }
-   auto aggregate = topoPortSm( lag );
    STP_TRACE( intf, " joining lag ", lag,
-              aggregate ? ", lag in this stg" : ", but lag is not in this stg" );
+              topoPortSm( lag ) ? ", lag in this stg" : ", but lag is not in this stg" );
+   setLagState( lag, intf );
+}
+
+/** Hands over the aggregate's state for one port of it, if the aggregate is in this topology. */
+void
+TopoSm::setLagState( Ulnet::IntfId lag, Ulnet::IntfId port ) {
+   auto aggregate = topoPortSm( lag );
    if ( aggregate && !aggregate->inTapOrTool() ) {
-      setStpState( intf, aggregate->config()->state() );
+      setStpState( port, aggregate->config()->state() );
    }
 }
 

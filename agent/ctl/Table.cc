@@ -42,7 +42,7 @@ cellText( const Json & value ) {
    return text;
 }
 
-/** Cuts off `rest` what fits into `width` bytes, behind a blank if there is one. */
+/** Cuts off `rest` what fits into `width` bytes, at a blank or behind a slash if it can. */
 String
 takeLine( String & rest, U32 width ) {
    if ( rest.size() <= width ) {
@@ -50,7 +50,8 @@ takeLine( String & rest, U32 width ) {
    }
    auto cut = rest.rfind( ' ', width );
    if ( cut == String::npos || cut == 0 ) {
-      cut = width;
+      auto slash = rest.rfind( '/', width - 1 );
+      cut = slash == String::npos ? width : slash + 1;
       while ( cut > 1 && ( rest[cut] & 0xc0 ) == 0x80 ) {
          --cut; // not inside a character
       }

@@ -7,7 +7,7 @@
 //
 // 1. Columns are two blanks apart and as wide as their widest cell; numbers stand to the right.
 // 2. Where that is too wide, the widest columns are narrowed and their cells continue in further
-//    lines, broken behind commas and blanks where there are any.
+//    lines, broken at blanks, or behind slashes, where there are any.
 // 3. No line ends in a blank.
 
 #include "agent/Json.h"

@@ -1,10 +1,12 @@
 #include "agent/features/LagFeature.h"
 
 #include <nlohmann/json.hpp>
+#include <set>
 
 #include "agent/Agent.h"
 #include "agent/configdb/ConfigReader.h"
 #include "agent/features/Arguments.h"
+#include "platform/types/Mlag.h"
 #include "platform/types/Paths.h"
 
 namespace QonAgent {
@@ -14,6 +16,15 @@ namespace {
 constexpr U8 fallbackOff = 0;
 constexpr U8 fallbackStatic = 1;
 
+/** The members by name. */
+Qon::QonLagPortList::Entries
+sorted( const Qon::QonLagPortList & members ) {
+   Qon::QonLagPortList::Entries all( members.begin(), members.end() );
+   std::sort( all.begin(), all.end(),
+              []( const auto & a, const auto & b ) { return a.first < b.first; } );
+   return all;
+}
+
 } // namespace
 
 void
@@ -22,12 +33,25 @@ LagFeature::create( Agent & agent ) {
    auto & entities = agent.entities();
    status_ = entities.mount< Interface::EthLagIntfStatusDir >( Paths::ethLagIntfStatus );
    config_ = entities.mount< Interface::EthLagIntfConfigDir >( Paths::ethLagIntfConfig );
+   hardware_ = entities.mount< Hardware::Lag::Config >( Paths::hardwareLagConfig );
+   progSm_ = Qon::LagProgSmIs(
+         hardware_, entities.mount< Hardware::Lag::Status >( Paths::hardwareLagStatus ),
+         entities.mount< Hardware::FapIdPortDir >( Paths::hardwareFapIdPort ) );
+   progSm_->initializedIs( true );
+   lagSm_ = Qon::LagSmIs(
+         agent.acsd(), status_,
+         entities.mount< Lag::Input::IntfDeviceNameDir >( Paths::lagInputDeviceName ),
+         entities.mount< Mlag::Status >( Paths::mlagStatus ), agent.acsd()->verifyData(), progSm_ );
+   lagSm_->initializedIs( true );
 }
 
 void
 LagFeature::destroy() {
-   status_ = nullptr;
+   lagSm_ = nullptr;
+   progSm_ = nullptr;
+   hardware_ = nullptr;
    config_ = nullptr;
+   status_ = nullptr;
 }
 
 void
@@ -107,32 +131,50 @@ LagFeature::portChannels( const std::vector< String > & arguments ) const {
          continue;
       }
       Json members = Json::array();
-      for ( auto && [port, flags] : status->intfIteratorConst() ) {
+      bool up = false;
+      for ( auto & [port, flags] : sorted( agent_->acsd()->lagToPort( lag ) ) ) {
          members.push_back( names.spelling( port ) );
+         up = up || flags.distributing();
       }
       rows.push_back( { { "portChannel", names.spelling( lag ) },
-                        { "fallback", status->lacpFallbackEnabled() },
+                        { "state", up ? "up" : "down" },
                         { "members", members },
+                        { "fallback", status->lacpFallbackEnabled() },
                         { "intfId", lag.stringValue() } } );
    }
    return checkedRows( std::move( rows ), arguments, "port-channel" );
 }
 
+/** A row a member that the aggregate lists, whether or not it has become one. */
+void
+LagFeature::memberRows( Ulnet::IntfId lag, const Interface::EthLagIntfStatus & status,
+                        Json & rows ) const {
+   auto yes = []( bool v ) { return v ? "yes" : "no"; };
+   auto & names = agent_->names();
+   auto members = agent_->acsd()->lagToPort( lag );
+   auto group = hardware_->lag( lag );
+   std::set< Ulnet::IntfId > listed;
+   for ( auto i = status.intfIteratorConst(); i; ++i ) {
+      listed.insert( i.key() );
+   }
+   for ( auto port : listed ) {
+      auto flags = members.port( port );
+      rows.push_back( { { "portChannel", names.spelling( lag ) },
+                        { "port", names.spelling( port ) },
+                        { "member", yes( members.portHas( port ) ) },
+                        { "collecting", yes( flags.collecting() ) },
+                        { "distributing", yes( flags.distributing() ) },
+                        { "hardware", yes( group && group->memberHas( port ) ) } } );
+   }
+}
+
 Json
 LagFeature::members( const std::vector< String > & arguments ) const {
    auto only = argumentIntf( *agent_, arguments );
-   auto & names = agent_->names();
-   auto yes = []( bool v ) { return v ? "yes" : "no"; };
    Json rows = Json::array();
    for ( auto & [lag, status] : inOrder( status_->intfStatusIteratorConst() ) ) {
-      if ( only && lag != *only ) {
-         continue;
-      }
-      for ( auto && [port, flags] : status->intfIteratorConst() ) {
-         rows.push_back( { { "portChannel", names.spelling( lag ) },
-                           { "member", names.spelling( port ) },
-                           { "collecting", yes( flags.collecting() ) },
-                           { "distributing", yes( flags.distributing() ) } } );
+      if ( !only || lag == *only ) {
+         memberRows( lag, *status, rows );
       }
    }
    return rows;
@@ -143,15 +185,17 @@ LagFeature::showCommands() {
    return { { "port-channel",
               "aggregates and their members",
               "[PORT-CHANNEL]",
-              { { "portChannel", "Port-channel" }, { "members", "Members" } },
+              { { "portChannel", "Port-channel" }, { "state", "State" }, { "members", "Members" } },
               [this]( const auto & arguments ) { return portChannels( arguments ); } },
             { "port-channel members",
               "what each member may do",
               "[PORT-CHANNEL]",
               { { "portChannel", "Port-channel" },
+                { "port", "Port" },
                 { "member", "Member" },
                 { "collecting", "Collecting" },
-                { "distributing", "Distributing" } },
+                { "distributing", "Distributing" },
+                { "hardware", "Hardware" } },
               [this]( const auto & arguments ) { return members( arguments ); } } };
 }
 

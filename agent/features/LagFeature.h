@@ -1,10 +1,12 @@
 #pragma once
 // Link aggregation: tables PORTCHANNEL and PORTCHANNEL_MEMBER become what the aggregation agent of
-// a switch would publish.
+// a switch would publish; Qon::LagSm makes of it what all features read and the chip is to hold.
 
 #include <map>
 
+#include "Qon/include/QonLagSm.h"
 #include "agent/AgentFeature.h"
+#include "platform/types/HardwareLag.h"
 #include "platform/types/Interface.h"
 
 namespace QonAgent {
@@ -32,11 +34,16 @@ class LagFeature : public AgentFeature {
                 const String & field );
    void listedMembers( ConfigReader & reader, const ConfigRow & row );
    Json portChannels( const std::vector< String > & arguments ) const;
+   void memberRows( Ulnet::IntfId lag, const Interface::EthLagIntfStatus & status,
+                    Json & rows ) const;
    Json members( const std::vector< String > & arguments ) const;
 
    Agent * agent_ = nullptr;
    Velto::Ptr< Interface::EthLagIntfStatusDir > status_;
    Velto::Ptr< Interface::EthLagIntfConfigDir > config_;
+   Velto::Ptr< Hardware::Lag::Config > hardware_;
+   Velto::Ptr< Qon::LagProgSm > progSm_;
+   Velto::Ptr< Qon::LagSm > lagSm_;
    std::map< Ulnet::IntfId, Channel > channels_;
 };
 

@@ -19,12 +19,15 @@ constexpr U64 megabit = 1'000'000;
 void
 PortsFeature::create( Agent & agent ) {
    agent_ = &agent;
-   status_ = agent.entities().mount< Interface::EthPhyIntfStatusDir >( Paths::ethPhyIntfStatus );
+   auto & entities = agent.entities();
+   status_ = entities.mount< Interface::EthPhyIntfStatusDir >( Paths::ethPhyIntfStatus );
+   hwPorts_ = entities.mount< Hardware::FapIdPortDir >( Paths::hardwareFapIdPort );
 }
 
 void
 PortsFeature::destroy() {
    status_ = nullptr;
+   hwPorts_ = nullptr;
 }
 
 void
@@ -41,6 +44,9 @@ PortsFeature::configure( ConfigReader & reader ) {
          auto port = status_->intfStatusIs( intf );
          port->speedIs( speed );
          port->linkUpIs( up );
+         if ( !hwPorts_->fapIdPortHas( intf ) ) {
+            hwPorts_->fapIdPortIs( intf, Qon::FapIdPort( 0, hwPorts_->fapIdPorts() + 1 ) );
+         }
          agent_->acsd()->intfIs( intf, true );
       } );
    } );

@@ -1,8 +1,10 @@
 #pragma once
 // Physical ports: table PORT becomes interface status entities and the shared set of interfaces.
-// It stands in for the interface agent of a switch: a port whose admin_status is up has link.
+// It stands in for the interface agent of a switch: a port whose admin_status is up has link. The
+// ports of a file have the hardware ports 1, 2, ... of chip 0, in its order.
 
 #include "agent/AgentFeature.h"
+#include "platform/types/HardwareLag.h"
 #include "platform/types/Interface.h"
 
 namespace QonAgent {
@@ -22,6 +24,7 @@ class PortsFeature : public AgentFeature {
 
    Agent * agent_ = nullptr;
    Velto::Ptr< Interface::EthPhyIntfStatusDir > status_;
+   Velto::Ptr< Hardware::FapIdPortDir > hwPorts_;
 };
 
 } // namespace QonAgent

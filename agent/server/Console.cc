@@ -280,12 +280,17 @@ Console::entityRows( const std::vector< String > & arguments ) const {
       throw RangeError( "expected one path" );
    }
    Json rows = Json::array();
-   agent_.entities().dump( arguments[0], &rows,
-                           []( void * all, const Kiv::GenericIf::Line & line ) {
-                              static_cast< Json * >( all )->push_back(
-                                    { { "path", line.path },
-                                      { "value", line.isEntity ? Json() : Json( line.value ) } } );
-                           } );
+   struct Context {
+      Json & rows;
+      std::size_t prefix;
+   } context = { rows, arguments[0].size() + 1 };
+   agent_.entities().dump(
+         arguments[0], &context, []( void * c, const Kiv::GenericIf::Line & line ) {
+            auto & [rows, prefix] = *static_cast< Context * >( c );
+            String below = line.path.size() > prefix ? line.path.substr( prefix ) : line.path;
+            rows.push_back(
+                  { { "path", below }, { "value", line.isEntity ? Json() : Json( line.value ) } } );
+         } );
    return rows;
 }
 
@@ -294,22 +299,22 @@ Console::ownShows() {
    using Arguments = std::vector< String >;
    return {
          { "log",
-           "the last messages of the log",
+           "the last messages",
            "",
            { { "time", "Seconds", true }, { "message", "Message" }, { "text", "Text" } },
            [this]( const Arguments & ) { return logRows(); } },
          { "messages",
-           "the messages that can be raised, with their formats",
+           "what 'raise' can raise",
            "",
            { { "message", "Message" }, { "format", "Format" } },
            [this]( const Arguments & ) { return messageRows(); } },
          { "entity",
-           "everything below a path of the state database",
+           "all that is below a path",
            "PATH",
            { { "path", "Path" }, { "value", "Value" } },
            [this]( const Arguments & arguments ) { return entityRows( arguments ); } },
          { "mounts",
-           "the paths at which the state database begins",
+           "where paths begin",
            "",
            { { "path", "Path" }, { "type", "Type" } },
            [this]( const Arguments & ) {

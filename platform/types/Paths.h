@@ -14,6 +14,7 @@ inline constexpr char lagInputDeviceName[] =
       "lag/input/devicename";                                      // Lag::Input::IntfDeviceNameDir
 inline constexpr char hardwareLagConfig[] = "hardware/lag/config"; // Hardware::Lag::Config
 inline constexpr char hardwareLagStatus[] = "hardware/lag/status"; // Hardware::Lag::Status
+inline constexpr char hardwareFapIdPort[] = "hardware/fapidport";  // Hardware::FapIdPortDir
 inline constexpr char mlagStatus[] = "mlag/status";                // Mlag::Status
 
 // Bridging

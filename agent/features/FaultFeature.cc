@@ -1,0 +1,56 @@
+#include "agent/features/FaultFeature.h"
+
+#include "agent/features/Arguments.h"
+
+namespace QonAgent {
+
+namespace {
+
+U32
+numberOr( const Json & line, const char * field, U32 otherwise ) {
+   return line.contains( field ) ? fieldOf< U32 >( line, field ) : otherwise;
+}
+
+SoftChip::Fault
+faultOf( const Json & line ) {
+   SoftChip::Fault fault;
+   fault.hook = fieldOf< String >( line, "hook" );
+   fault.trouble = Kiv::fromText< SoftChip::Trouble >( fieldOf< String >( line, "trouble" ) );
+   fault.call = numberOr( line, "call", fault.call );
+   fault.times = numberOr( line, "times", fault.times );
+   fault.inThousand = numberOr( line, "inThousand", fault.inThousand );
+   return fault;
+}
+
+} // namespace
+
+std::function< void() >
+FaultFeature::parse( const Json & line ) const {
+   SoftChip::FaultPlan & plan = agent_->faults();
+   if ( line.contains( "hook" ) ) {
+      return [&plan, fault = faultOf( line )] { plan.add( fault ); };
+   }
+   if ( line.contains( "table" ) ) {
+      return [&plan, table = fieldOf< String >( line, "table" ),
+              limit = fieldOf< U32 >( line, "limit" )] { plan.limitIs( table, limit ); };
+   }
+   if ( line.contains( "unit" ) ) {
+      return [&plan, unit = fieldOf< String >( line, "unit" ),
+              lost = fieldOf< bool >( line, "lost" )] { plan.unitLostIs( unit, lost ); };
+   }
+   if ( line.contains( "seed" ) ) {
+      return [&plan, seed = fieldOf< U32 >( line, "seed" )] { plan.seedIs( seed ); };
+   }
+   if ( line.contains( "clear" ) ) {
+      return [&plan] { plan.clear(); };
+   }
+   throw Velto::RangeError( "expected one of the fields hook, table, unit, seed, clear" );
+}
+
+std::vector< EventKind >
+FaultFeature::eventKinds() {
+   return { { "fault", R"({"time": 1, "event": "fault", "hook": "writeToHw", "trouble": "busy"})",
+              [this]( const Json & line ) { return parse( line ); } } };
+}
+
+} // namespace QonAgent

@@ -1,0 +1,95 @@
+#pragma once
+// The host (MAC) table of the chip in software, behind an indirect-access command interface.
+//
+//    start( command ) -> queue, `depth` commands -> one every `latency` seconds -> the table
+//                                                       `-> done( transaction id, index, status )
+//
+// Invariants
+// 1. The table consists of buckets of `width` places; a key's hash says which bucket. An entry that
+//    finds no place in its bucket is refused as full, however empty the rest is. Double-wide
+//    entries take two places.
+// 2. Commands are done in the order in which they came, each at its time, never inside start().
+// 3. A command that finds the queue full is answered as busy when the next one is done. (An answer
+//    at once would be followed by the next attempt at once, and so on.)
+// 4. A write of a key that is there replaces the entry in its place. A flush takes entries that
+//    were learned or configured as dynamic; one by type takes exactly that type.
+//
+// Reads the fault plan: hook "writeToHw" for each command that is done, table "hostTable".
+
+#include <deque>
+#include <functional>
+
+#include "Qon/include/QonMacTypes.h"
+#include "agent/softchip/FaultPlan.h"
+#include "platform/Kiv/Clock.h"
+#include "platform/types/Ulnet.h"
+
+namespace SoftChip {
+
+struct HostTableShape {
+   U32 buckets = 8192;
+   U32 width = 4; ///< places a bucket, at most 32
+   U32 depth = 256;
+   Kiv::Seconds latency = 20e-6;
+};
+
+struct HostCommand {
+   U64 id = 0;
+   Qon::IndirectAccessMacCmdType type = {};
+   Qon::MacEntryKey key;
+   Ulnet::IntfId intf;
+   Bridging::EntryType entryType = {};
+};
+
+struct HostEntry {
+   Ulnet::IntfId intf;
+   Bridging::EntryType entryType;
+   bool multicast;
+   U32 index;  ///< its first place: bucket * width + place in the bucket
+   U32 places; ///< a bit for each place in the bucket
+};
+
+class HostTable : public Velto::Node {
+ public:
+   using Status = Qon::MacProgramStatus;
+   using Done = std::function< void( U64 id, U32 index, Status status ) >;
+   using Entries = Kiv::DenseMap< Qon::MacEntryKey, HostEntry >;
+
+   /** `plan` outlives the table. */
+   HostTable( Kiv::TimerWheel * wheel, const HostTableShape & shape, FaultPlan & plan, Done done );
+
+   void start( const HostCommand & command );
+
+   const HostTableShape & shape() const { return shape_; }
+   const Entries & entries() const { return entries_; }
+   const HostEntry * entry( const Qon::MacEntryKey & key ) const { return entries_.find( key ); }
+   /** Whether an entry of that key would find a place. */
+   bool hasRoom( const Qon::MacEntryKey & key ) const;
+   U32 bucketOf( const Qon::MacEntryKey & key ) const;
+   U32 queued() const { return U32( queue_.size() ); }
+
+ private:
+   struct Queued {
+      HostCommand command;
+      Kiv::Seconds due;
+   };
+
+   void handleTimeout();
+   void work( const HostCommand & command );
+   Status execute( const HostCommand & command, U32 & index );
+   Status add( const HostCommand & command, U32 & index );
+   void remove( const Qon::MacEntryKey & key );
+   void flush( const HostCommand & command );
+   U32 freePlaces( const Qon::MacEntryKey & key ) const;
+
+   const HostTableShape shape_;
+   FaultPlan & plan_;
+   Done done_;
+   std::vector< U32 > taken_; // a bit for each place of a bucket
+   Entries entries_;
+   std::deque< Queued > queue_;
+   std::vector< U64 > refused_; // to be answered as busy
+   Kiv::ClockReactor< HostTable, &HostTable::handleTimeout > clock_;
+};
+
+} // namespace SoftChip

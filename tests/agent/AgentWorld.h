@@ -1,0 +1,35 @@
+#pragma once
+// A whole agent on virtual time, and what it says to a configuration.
+
+#include <gtest/gtest.h>
+
+#include "agent/Agent.h"
+#include "agent/configdb/ConfigReader.h"
+#include "platform/Kiv/LogRecorder.h"
+
+namespace Tests {
+
+using Velto::String;
+using Lines = std::vector< String >;
+
+class AgentWorld {
+ public:
+   QonAgent::ConfigReport load( const String & text ) {
+      auto db = QonAgent::ConfigDb::parse( "x.json", text );
+      auto report = QonAgent::ConfigReader( agent, db ).load();
+      scheduler.settle();
+      return report;
+   }
+   Qon::QonCommonSmData & acsd() { return *agent.acsd(); }
+
+   Kiv::VirtualScheduler scheduler;
+   Kiv::LogRecorder logs;
+   QonAgent::Agent agent{ scheduler };
+};
+
+inline Ulnet::IntfId
+intf( const String & name ) {
+   return Ulnet::IntfId( name );
+}
+
+} // namespace Tests

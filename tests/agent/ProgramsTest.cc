@@ -1,0 +1,190 @@
+// qon-agent and qonctl as a user runs them: output, exit codes, clean ends.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+
+#include "platform/Velto/Types.h"
+
+namespace Tests {
+
+namespace {
+
+using Velto::String;
+
+String
+program( const String & name ) {
+   const char * folder = std::getenv( "QON_BIN" );
+   return String( folder ? folder : "build/release/bin" ) + "/" + name;
+}
+
+struct Result {
+   int code;
+   String output; // both streams
+};
+
+Result
+sh( const String & command ) {
+   Result result = { -1, "" };
+   FILE * pipe = popen( ( "( " + command + " ) 2>&1 < /dev/null" ).c_str(), "r" );
+   std::array< char, 4096 > piece;
+   while ( std::size_t n = fread( piece.data(), 1, piece.size(), pipe ) ) {
+      result.output.append( piece.data(), n );
+   }
+   int status = pclose( pipe );
+   result.code = WIFEXITED( status ) ? WEXITSTATUS( status ) : -1;
+   return result;
+}
+
+/** An agent that runs in the background until the test ends it. */
+class RunningAgent {
+ public:
+   explicit RunningAgent( const std::vector< String > & options ) {
+      std::vector< String > words = { program( "qon-agent" ), "--socket", socket };
+      words.insert( words.end(), options.begin(), options.end() );
+      pid = fork();
+      if ( pid == 0 ) {
+         std::vector< char * > argv;
+         for ( auto & word : words ) {
+            argv.push_back( word.data() );
+         }
+         argv.push_back( nullptr );
+         [[maybe_unused]] auto out = freopen( "/dev/null", "w", stderr );
+         execv( argv[0], argv.data() );
+         _exit( 127 );
+      }
+   }
+   ~RunningAgent() {
+      if ( pid > 0 ) {
+         end( SIGKILL );
+         unlink( socket.c_str() );
+      }
+   }
+   Result ctl( const String & words ) const {
+      return sh( program( "qonctl" ) + " --wait 20 --socket " + socket + " " + words );
+   }
+   /** The exit code after the signal. */
+   int end( int signal ) {
+      int status = 0;
+      kill( pid, signal );
+      waitpid( pid, &status, 0 );
+      pid = 0;
+      return WIFEXITED( status ) ? WEXITSTATUS( status ) : -1;
+   }
+
+   const String socket = "/tmp/qon-programs." + std::to_string( getpid() );
+   pid_t pid;
+};
+
+TEST( Programs, AnAgentOnTheExampleAnswersAndEndsCleanly ) {
+   RunningAgent agent( { "--config", "examples/leaf.json" } );
+   Result table = agent.ctl( "show port-channel PortChannel21" );
+   EXPECT_EQ( table.code, 0 );
+   EXPECT_EQ( table.output,
+              "Port-channel   State  Members\n"
+              "-------------  -----  ----------------------------------------------\n"
+              "PortChannel21  up     Ethernet40, Ethernet41, Ethernet42, Ethernet43\n" );
+   Result value = agent.ctl( "get 'acsd/portToLag[Ethernet48]'" );
+   EXPECT_EQ( value.output, "Port-Channel101\n" );
+   EXPECT_EQ( agent.ctl( "get acsd/nothing" ).code, 1 );
+   EXPECT_EQ( agent.ctl( "verify" ).output, "no findings\n" );
+   EXPECT_EQ( agent.ctl( "set 'acsd/portToLag[Ethernet30]' Port-Channel101" ).code, 0 );
+   Result damaged = agent.ctl( "verify" );
+   EXPECT_EQ( damaged.code, 1 );
+   EXPECT_NE( damaged.output.find( "Ethernet30" ), String::npos ) << damaged.output;
+   // The socket is taken; the agent that holds it is not disturbed.
+   Result second = sh( program( "qon-agent" ) + " --socket " + agent.socket );
+   EXPECT_EQ( second.code, 2 );
+   EXPECT_EQ( second.output,
+              "qon-agent: error: " + agent.socket + ": busy: another agent serves this socket\n" );
+   EXPECT_EQ( agent.ctl( "get acsd/operationalMode" ).output, "switching\n" );
+   EXPECT_EQ( agent.end( SIGTERM ), 0 );
+   EXPECT_NE( access( agent.socket.c_str(), F_OK ), 0 );
+   Result gone = sh( program( "qonctl" ) + " --socket " + agent.socket + " show log" );
+   EXPECT_EQ( gone.code, 2 );
+   EXPECT_EQ( gone.output, "qonctl: " + agent.socket +
+                                 ": no agent serves this socket: No such file or directory\n" );
+}
+
+TEST( Programs, AWatchPrintsChangesUntilTheAgentEnds ) {
+   RunningAgent agent( { "--config", "examples/leaf.json" } );
+   String path = "'interface/status/eth/phy/intfStatus[Ethernet5]/linkUp'";
+   String ctl = program( "qonctl" ) + " --wait 20 --socket " + agent.socket;
+   // The watcher is there once the first of repeated changes shows in its output.
+   String out = agent.socket + ".watch";
+   Result watched = sh( ctl + " watch " + path + " > " + out + " & i=0; while [ ! -s " + out +
+                        " ] && [ $i -lt 500 ]; do " + ctl + " set " + path + " False; " + ctl +
+                        " set " + path + " True; i=$(( i + 1 )); done; kill -INT " +
+                        std::to_string( agent.pid ) + "; wait $!; echo rc=$?; cat " + out );
+   EXPECT_NE( watched.output.find( "linkUp = False\n" ), String::npos ) << watched.output;
+   EXPECT_NE( watched.output.find( "rc=2\n" ), String::npos ) << watched.output;
+   EXPECT_EQ( agent.end( SIGTERM ), 0 ); // it had ended already, as cleanly
+   unlink( out.c_str() );
+}
+
+TEST( Programs, VirtualTimeMovesOnRequestOnly ) {
+   RunningAgent agent( { "--virtual-time" } );
+   EXPECT_EQ( agent.ctl( "run 12.5" ).output, "uptime 12.5 s\n" );
+   EXPECT_EQ( agent.ctl( "run 2" ).output, "uptime 14.5 s\n" );
+   EXPECT_EQ( agent.ctl( "run -1" ).code, 1 );
+}
+
+TEST( Programs, BadInputIsOneLineAndExitCode2 ) {
+   String bad = "/tmp/qon-bad." + std::to_string( getpid() );
+   auto check = [&]( const String & option, const String & content ) {
+      std::ofstream( bad ) << content;
+      return sh( program( "qon-agent" ) + " --once " + option + " " + bad );
+   };
+   struct {
+      const char * option;
+      const char * content;
+      const char * error; // behind the file's name
+   } const cases[] = {
+         { "--config", "", ": is empty, an object of tables was expected" },
+         { "--config", "{\"PORT\": {\n  \"Ethernet0\"",
+           ":2:13: not valid JSON: it ends too early" },
+         { "--state", "{\"nowhere/x\": 1}", ": nowhere/x: lies in no mount" },
+         { "--events", "{\"event\": 7}", ":1: field 'event' cannot be 7" },
+   };
+   for ( auto & c : cases ) {
+      Result result = check( c.option, c.content );
+      EXPECT_EQ( result.code, 2 ) << result.output;
+      EXPECT_EQ( result.output, "qon-agent: error: " + bad + c.error + "\n" );
+   }
+   // What can be used is used, and what is skipped is said.
+   Result some =
+         check( "--config", R"({"PORT": {"Ethernet0": {}, "port": {}}, "NEW": {"a": {}}})" );
+   EXPECT_EQ( some.code, 0 );
+   EXPECT_EQ( some.output, "qon-agent: warning: " + bad +
+                                 ": PORT|port: expected an interface name such as Ethernet0 or "
+                                 "PortChannel12, found 'port'; row skipped\n"
+                                 "qon-agent: note: " +
+                                 bad + ": NEW: table not known, 1 row skipped\n" +
+                                 "qon-agent: " + bad + ": 1 rows used, 1 warnings\n" );
+   unlink( bad.c_str() );
+   EXPECT_EQ( sh( program( "qon-agent" ) + " --once --config /" ).output,
+              "qon-agent: error: /: is a directory, a file was expected\n" );
+}
+
+TEST( Programs, CommandLinesThatAreWrong ) {
+   for ( auto words : { "qon-agent --colour", "qon-agent --log paper", "qonctl", "qonctl dance",
+                        "qonctl get", "qonctl set acsd/minIntfs" } ) {
+      Result result = sh( program( words ) );
+      EXPECT_EQ( result.code, 2 ) << words << result.output;
+   }
+   for ( auto name : { "qon-agent --help", "qonctl --help" } ) {
+      Result help = sh( program( name ) );
+      EXPECT_EQ( help.code, 0 );
+      EXPECT_NE( help.output.find( "Examples:" ), String::npos );
+   }
+}
+
+} // namespace
+
+} // namespace Tests

@@ -1,0 +1,223 @@
+// The creators of hardware groups and the aggregators of configuration and state.
+
+#include "Qon/include/QonEthPhyLagConfigAggregatorSm.h"
+#include "Qon/include/QonLagCreatorSm.h"
+#include "Qon/include/QonLagStateAggregatorSm.h"
+#include "tests/lag/LagWorld.h"
+
+namespace {
+
+using namespace LagTests;
+using Hardware::Lag::MemberStatus;
+using Hardware::Lag::Result;
+
+TEST( LagIndex, IsThePortChannelNumberOfPlainPortChannels ) {
+   auto index = []( const char * name ) {
+      return Qon::QonLagCreatorSm::getLagIndex( intf( name ) );
+   };
+   EXPECT_EQ( index( "Port-Channel17" ), 17u );
+   EXPECT_DEATH( index( "Ethernet1" ),
+                 "'Ulnet::PortChannelIntfId::isPortChannelIntfId\\( lagName \\)'" );
+   EXPECT_DEATH( index( "Recirc-Channel1" ),
+                 "'!Ulnet::PortChannelIntfId::isRecirc\\( lagName \\)'" );
+   EXPECT_DEATH( index( "Port-Channel1/2" ), "'1 == Ulnet::GenericIntfId::parts\\( lagName \\)'" );
+}
+
+class FailingDriver : public Qon::LagPacketDriver {
+ public:
+   FailingDriver() : LagPacketDriver( "driver" ) {}
+   int getLagInfo( U32 lagIndex, char * buffer, U32 size ) override {
+      asked.emplace_back( lagIndex, size );
+      buffer[size - 1] = 0;
+      return ret;
+   }
+   int ret = 0;
+   std::vector< std::pair< U32, U32 > > asked;
+};
+
+class CreatorFlow : public ::testing::Test, public LagWorld {
+ protected:
+   void create() {
+      creator = Qon::QonLagCreatorSmIs( { acsd, phy, fapIdPorts, driver }, config );
+      creator->initializedIs( true );
+   }
+   /** Port 1 becomes a member of aggregate 1 in the maps. */
+   void joined() {
+      Qon::QonLagPortList list;
+      list.portIs( eth( 1 ), Qon::QonLagPort( true, true ) );
+      acsd->lagToPortIs( po( 1 ), list );
+      acsd->portToLagIs( eth( 1 ), po( 1 ) );
+   }
+   Ptr< Interface::EthPhyIntfStatusDir > phy =
+         Velto::make< Interface::EthPhyIntfStatusDir >( "phy" );
+   Ptr< FailingDriver > driver = Velto::make< FailingDriver >();
+   Ptr< Qon::QonLagCreatorSm > creator;
+};
+
+TEST_F( CreatorFlow, TheDriverIsAskedOnceTheMemberIsComplete ) {
+   create();
+   joined();
+   phy->intfStatusIs( eth( 1 ) );
+   EXPECT_TRUE( driver->asked.empty() );
+   hardwarePorts( 1, 1 );
+   EXPECT_EQ( driver->asked.front(), std::make_pair( 1u, 512u ) );
+   EXPECT_EQ( hardware( 1 ), Ports{ eth( 1 ) } );
+   driver->ret = 1;
+   EXPECT_DEATH( fapIdPorts->fapIdPortIs( eth( 1 ), Qon::FapIdPort( 9, 9 ) ), "'ret == 0'" );
+}
+
+TEST_F( CreatorFlow, AMissingDriverIsReported ) {
+   creator = Qon::QonLagCreatorSmIs(
+         { acsd, phy, fapIdPorts, Velto::make< Qon::LagPacketDriver >( "driver" ) }, config );
+   creator->initializedIs( true );
+   phy->intfStatusIs( eth( 1 ) );
+   hardwarePorts( 1, 1 );
+   EXPECT_DEATH( joined(), "Call to unimplemented function LagPacketDriver::getLagInfo\n" );
+   Tests::Env noop( "QON_NOOP_AGENT", "" );
+   joined();
+   EXPECT_EQ( hardware( 1 ), Ports{ eth( 1 ) } );
+}
+
+TEST_F( CreatorFlow, WhatAnotherIncarnationLeftIsTidiedUp ) {
+   hardwarePorts( 1, 3 );
+   phy->intfStatusIs( eth( 1 ) );
+   for ( U32 lag : { 1, 2 } ) {
+      config->lagIs( po( lag ), lag )->memberIs( eth( lag + 1 ), Hardware::Lag::Member() );
+   }
+   joined();
+   create();
+   EXPECT_EQ( hardware( 1 ), Ports{ eth( 1 ) } );
+   EXPECT_FALSE( config->lagHas( po( 2 ) ) );
+}
+
+class ConfigAggregatorFlow : public ::testing::Test, public Tests::World {
+ protected:
+   ConfigAggregatorFlow() { scheduler.budgetIs( { 1.0, ~U32( 0 ), 16 } ); }
+   void create() {
+      aggregator = Qon::LagConfigAggregatorSmIs( input, output, &scheduler );
+      aggregator->initializedIs( true );
+   }
+   void configure( U32 port, U32 lag ) {
+      input->intfConfigIs( eth( port ) )->lagIs( lag ? po( lag ) : IntfId() );
+   }
+   Ports members( U32 lag ) const {
+      Ports ports;
+      if ( auto entry = output->lagToPort( po( lag ) ) ) {
+         for ( auto && [port, mode] : entry->memberIteratorConst() ) {
+            ports.insert( port );
+         }
+      }
+      return ports;
+   }
+   Ptr< Interface::EthLagIntfConfigDir > input =
+         Velto::make< Interface::EthLagIntfConfigDir >( "input" );
+   Ptr< Hardware::Lag::AggregatedLagConfigDir > output =
+         Velto::make< Hardware::Lag::AggregatedLagConfigDir >( "output" );
+   Ptr< Qon::LagConfigAggregatorSm > aggregator;
+};
+
+TEST_F( ConfigAggregatorFlow, ScansInSlicesReplaysEventsThenDeletesWhatIsStale ) {
+   const U32 batch = Qon::LagConfigAggregatorSm::batch;
+   output->lagToPortIs( po( 9 ) )->memberIs( eth( 1 ), Interface::LagMode::on );   // moved since
+   output->lagToPortIs( po( 8 ) )->memberIs( eth( 999 ), Interface::LagMode::on ); // gone since
+   output->lagToPortIs( po( 7 ) );                                                 // empty
+   for ( U32 port = 1; port <= 3 * batch; ++port ) {
+      configure( port, 1 + port % 2 );
+   }
+   create();
+   EXPECT_EQ( members( 1 ).size() + members( 2 ).size(), 0u ); // not before the task runs
+   scheduler.turn();
+   EXPECT_EQ( members( 1 ).size() + members( 2 ).size(), batch );
+   configure( 1, 3 ); // scanned already: a move
+   input->intfConfigDel( eth( 2 ) );
+   configure( 3 * batch, 4 );        // not scanned yet
+   configure( 3 * batch + 1, 5 );    // new
+   input->intfConfigDel( eth( 3 ) ); // deleted and created in one burst
+   configure( 3, 6 );
+   EXPECT_EQ( members( 2 ).count( eth( 1 ) ), 1u ); // events wait for the scan
+   scheduler.turn();
+   scheduler.turn();
+   EXPECT_EQ( members( 9 ), Ports{ eth( 1 ) } ); // nothing stale is deleted before its end
+   EXPECT_FALSE( aggregator->scanDone() );
+   scheduler.settle();
+   EXPECT_TRUE( aggregator->scanDone() );
+   EXPECT_EQ( members( 3 ), Ports{ eth( 1 ) } );
+   EXPECT_EQ( members( 4 ), Ports{ eth( 3 * batch ) } );
+   EXPECT_EQ( members( 5 ), Ports{ eth( 3 * batch + 1 ) } );
+   EXPECT_EQ( members( 6 ), Ports{ eth( 3 ) } );
+   EXPECT_EQ( members( 1 ).size() + members( 2 ).size(), 3 * batch - 4 );
+   for ( U32 stale : { 7, 8, 9 } ) {
+      EXPECT_FALSE( output->lagToPortHas( po( stale ) ) );
+   }
+   EXPECT_EQ( aggregator->checkInvariants(), "" );
+}
+
+TEST_F( ConfigAggregatorFlow, AfterTheScanEventsHaveTheirEffectAtOnce ) {
+   create();
+   scheduler.settle();
+   configure( 1, 1 );
+   configure( 2, 1 );
+   input->intfConfig( eth( 2 ) )->modeIs( Interface::LagMode::passive );
+   EXPECT_EQ( output->lagToPort( po( 1 ) )->member( eth( 2 ) ), Interface::LagMode::passive );
+   configure( 1, 2 );
+   EXPECT_EQ( members( 1 ), Ports{ eth( 2 ) } );
+   EXPECT_EQ( members( 2 ), Ports{ eth( 1 ) } );
+   configure( 1, 0 );
+   input->intfConfigDel( eth( 2 ) );
+   EXPECT_EQ( output->lagToPorts(), 0u ); // an entry goes with its last member
+}
+
+class StateAggregatorFlow : public ::testing::Test {
+ protected:
+   void create() {
+      aggregator = Qon::LagStateAggregatorSmIs( { slices[0], slices[1] }, merged );
+      aggregator->initializedIs( true );
+   }
+   Tests::World world;
+   Ptr< Hardware::Lag::Status > slices[2] = { Velto::make< Hardware::Lag::Status >( "0" ),
+                                              Velto::make< Hardware::Lag::Status >( "1" ) };
+   Ptr< Hardware::Lag::Status > merged = Velto::make< Hardware::Lag::Status >( "merged" );
+   Ptr< Qon::LagStateAggregatorSm > aggregator;
+};
+
+TEST_F( StateAggregatorFlow, MergesWhatTheSlicesHold ) {
+   merged->lagIs( po( 9 ) )->memberIs( eth( 9 ), MemberStatus() ); // stale
+   merged->lagIs( po( 1 ) )->memberIs( eth( 9 ), MemberStatus() );
+   auto first = slices[0]->lagIs( po( 1 ) );
+   first->indexIs( 1 );
+   first->resultIs( Result::success );
+   first->memberIs( eth( 1 ), MemberStatus( Result::success, true, true, false ) );
+   create();
+   EXPECT_FALSE( merged->lagHas( po( 9 ) ) );
+   EXPECT_EQ( merged->lag( po( 1 ) )->members(), 1u );
+   EXPECT_EQ( merged->lag( po( 1 ) )->index(), 1u );
+
+   auto second = slices[1]->lagIs( po( 1 ) );
+   second->indexIs( 1 );
+   EXPECT_EQ( merged->lag( po( 1 ) )->result(), Result::pending ); // of the second slice
+   second->resultIs( Result::success );
+   second->memberIs( eth( 1 ), MemberStatus( Result::noMember, true, false, false ) );
+   EXPECT_EQ( merged->lag( po( 1 ) )->member( eth( 1 ) ),
+              MemberStatus( Result::noMember, true, false, false ) );
+   EXPECT_EQ( merged->lag( po( 1 ) )->result(), Result::success );
+   second->memberIs( eth( 2 ), MemberStatus( Result::success, true, true, false ) );
+   first->memberDel( eth( 1 ) );
+   second->memberDel( eth( 1 ) );
+   EXPECT_EQ( merged->lag( po( 1 ) )->members(), 1u );
+   slices[1]->lagDel( po( 1 ) );
+   second->memberIs( eth( 3 ), MemberStatus() ); // no slice's any more
+   EXPECT_EQ( merged->lag( po( 1 ) )->members(), 0u );
+   slices[0]->lagDel( po( 1 ) );
+   EXPECT_EQ( merged->lags(), 0u );
+}
+
+TEST_F( StateAggregatorFlow, ASliceThatDeletesAndCreatesIsFollowed ) {
+   create();
+   slices[0]->lagIs( po( 1 ) )->memberIs( eth( 1 ), MemberStatus() );
+   slices[0]->lagDel( po( 1 ) );
+   slices[0]->lagIs( po( 1 ) )->memberIs( eth( 2 ), MemberStatus() );
+   EXPECT_FALSE( merged->lag( po( 1 ) )->memberHas( eth( 1 ) ) );
+   EXPECT_TRUE( merged->lag( po( 1 ) )->memberHas( eth( 2 ) ) );
+}
+
+} // namespace

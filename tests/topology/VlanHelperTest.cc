@@ -1,0 +1,339 @@
+// Membership, port states and generations of VLANs, and the walks of topologies over them.
+
+#include "tests/topology/ChipWorld.h"
+
+namespace {
+
+using namespace Tests;
+using Qon::VlanMembership;
+using Kind = Qon::PortVlanMembershipChangeKind;
+
+constexpr PortState blocked = PortState::discarding, forwarding = PortState::forwarding;
+const VlanId v10( 10 ), v20( 20 );
+
+/** Records what the chip is asked to do; done when told. */
+class RecordingVlanHelper : public Qon::VlanHelper {
+ public:
+   using VlanHelper::VlanHelper;
+   void doCreateHwVlan( VlanId vlan ) override {
+      calls.push_back( "create " + vlan.stringValue() );
+   }
+   void doUpdateVlan( VlanId vlan ) override {
+      String call = "update " + vlan.stringValue();
+      forEachHwPort( vlan, [&]( IntfId port, VlanMembership how ) {
+         call += " " + port.stringValue() + ( how.tagged ? "t" : "u" ) +
+                 ( how.ingress ? "i" : "" ) + ( how.egress ? "e" : "" );
+      } );
+      calls.push_back( call );
+   }
+   std::vector< String > takeCalls() { return std::exchange( calls, {} ); }
+   std::vector< String > calls;
+};
+
+class VlanHelperTest : public testing::Test, public World {
+ protected:
+   using Calls = std::vector< String >;
+   U64 request( Kind kind, const String & port, bool tagged, bool ingress, bool egress ) {
+      return helper->requestPortVlanMembershipChange( kind, intf( port ), v10, tagged, ingress,
+                                                      egress );
+   }
+   U64 set( const String & port, bool tagged = false, bool in = true, bool out = true ) {
+      return request( Kind::setOverride, port, tagged, in, out );
+   }
+   U64 expand( const String & port, bool tagged, bool in, bool out ) {
+      return request( Kind::expand, port, tagged, in, out );
+   }
+   /** Lets the chip be told, and takes it as done. */
+   Calls update( Qon::VlanProgrammingStatus status = Qon::VlanProgrammingStatus::success ) {
+      scheduler.settle();
+      auto calls = helper->takeCalls();
+      helper->updateVlanDone( v10, status );
+      return calls;
+   }
+   U64 completed() { return helper->completedVlanUpdateStatus( v10 ); }
+   ~VlanHelperTest() override { EXPECT_EQ( helper->checkInvariants(), "" ); }
+
+   Velto::Ptr< RecordingVlanHelper > helper =
+         Velto::make< RecordingVlanHelper >( "vlans", acsd.ptr() );
+};
+
+TEST_F( VlanHelperTest, ABurstIsOneUpdateOfWhatHoldsAtItsEnd ) {
+   const U64 first = set( "Ethernet1" );
+   const U64 second = set( "Ethernet2", true );
+   EXPECT_LT( first, second );
+   EXPECT_EQ( set( "Ethernet2", true ), 0u );
+   EXPECT_EQ( helper->doHandlePortState( intf( "Ethernet3" ), v10, false ), 0u ); // no member
+   EXPECT_EQ( update(), ( Calls{ "create 10", "update 10 Ethernet1uie Ethernet2tie" } ) );
+   EXPECT_EQ( completed(), second );
+   // The state that was remembered holds when the port becomes a member.
+   EXPECT_EQ( set( "Ethernet3" ), 0u );
+   const U64 unblocked = helper->doHandlePortState( intf( "Ethernet3" ), v10, true );
+   EXPECT_GT( unblocked, second );
+   EXPECT_EQ( update(), ( Calls{ "update 10 Ethernet1uie Ethernet2tie Ethernet3uie" } ) );
+   EXPECT_EQ( completed(), unblocked );
+}
+
+TEST_F( VlanHelperTest, ExpandingAddsAndOverridingReplaces ) {
+   struct Case {
+      Kind kind;
+      VlanMembership given, expected;
+   };
+   const Case cases[] = {
+         { Kind::expand, { true, true, false }, { true, true, false } }, // nothing there yet
+         { Kind::expand, { false, false, true }, { true, true, true } },
+         { Kind::setOverride, { false, false, true }, { false, false, true } },
+         { Kind::expand, { true, false, true }, { false, false, true } },
+         { Kind::setOverride, { true, false, false }, {} },
+         { Kind::expand, { true, false, false }, {} },
+   };
+   for ( auto & c : cases ) {
+      request( c.kind, "Ethernet1", c.given.tagged, c.given.ingress, c.given.egress );
+      EXPECT_EQ( helper->membership( intf( "Ethernet1" ), v10 ), c.expected );
+      EXPECT_EQ( helper->hwMembership( intf( "Ethernet1" ), v10 ), c.expected );
+   }
+   // A blocked port comes back with what was requested meanwhile.
+   helper->setPortsBlocked( v10 );
+   expand( "Ethernet1", true, true, false );
+   expand( "Ethernet1", false, false, true );
+   EXPECT_FALSE( helper->hwMembership( intf( "Ethernet1" ), v10 ) );
+   helper->doHandlePortState( intf( "Ethernet1" ), v10, true );
+   EXPECT_EQ( helper->hwMembership( intf( "Ethernet1" ), v10 ),
+              ( VlanMembership{ true, true, true } ) );
+}
+
+TEST_F( VlanHelperTest, BlockingAVlanCountsForPortsThatComeLater ) {
+   set( "Ethernet1" );
+   helper->setPortsBlocked( v10 );
+   for ( U32 port = 2; port < 200; ++port ) {
+      set( "Ethernet" + std::to_string( port ) );
+   }
+   EXPECT_EQ( update(), ( Calls{ "create 10", "update 10" } ) );
+   EXPECT_TRUE( helper->forwards( intf( "Ethernet150" ), v20 ) );
+}
+
+TEST_F( VlanHelperTest, WhatChangesDuringAnUpdateStartsItAgain ) {
+   set( "Ethernet1" );
+   scheduler.settle();
+   const U64 late = set( "Ethernet2" );
+   scheduler.settle();
+   EXPECT_EQ( helper->takeCalls().size(), 2u ); // no second one while one is under way
+   helper->updateVlanDone( v10, Qon::VlanProgrammingStatus::success );
+   EXPECT_EQ( completed(), 0u );
+   EXPECT_EQ( helper->takeCalls(), Calls{ "update 10 Ethernet1uie Ethernet2uie" } );
+   helper->updateVlanDone( v10, Qon::VlanProgrammingStatus::success );
+   EXPECT_EQ( completed(), late );
+   helper->updateVlanDone( v10, Qon::VlanProgrammingStatus::success ); // nobody asked
+   EXPECT_EQ( completed(), late );
+}
+
+TEST_F( VlanHelperTest, AFailureIsNotCompletedAndTriedAgain ) {
+   const U64 first = set( "Ethernet1" );
+   update( Qon::VlanProgrammingStatus::failed );
+   EXPECT_EQ( completed(), 0u );
+   EXPECT_TRUE( helper->updateState( v10 ).failed );
+   // With the next request, though it changes nothing...
+   const U64 again = helper->doHandlePortState( intf( "Ethernet1" ), v10, true );
+   EXPECT_GT( again, first );
+   update( Qon::VlanProgrammingStatus::failed );
+   // ... or after a while.
+   scheduler.runFor( Qon::VlanHelper::retryInterval );
+   EXPECT_EQ( update(), Calls{ "update 10 Ethernet1uie" } );
+   EXPECT_EQ( completed(), again );
+   scheduler.runFor( 100 );
+   EXPECT_EQ( helper->takeCalls(), Calls{} );
+}
+
+TEST_F( VlanHelperTest, AVlanThatGoesKeepsNobodyWaiting ) {
+   helper->doHandlePortState( intf( "Ethernet2" ), v10, false );
+   set( "Ethernet1" );
+   scheduler.settle();
+   helper->vlanDel( v10 );
+   EXPECT_EQ( completed(), helper->updateState( v10 ).requested );
+   set( "Ethernet2" );
+   const U64 back = set( "Ethernet3" );
+   EXPECT_EQ( update(), ( Calls{ "create 10", "update 10 Ethernet1uie" } ) );
+   EXPECT_LT( completed(), back );
+   EXPECT_EQ( update(), Calls{ "update 10 Ethernet3uie" } ); // the states are kept
+   EXPECT_EQ( completed(), back );
+}
+
+TEST_F( VlanHelperTest, PortsOfTheRecirculationFeatureStay ) {
+   Lags lags( acsd.ptr() );
+   lags.join( "Ethernet2", "Port-Channel1" );
+   acsd->lagToFeatureSetIs( intf( "Ethernet1" ), Lag::Recirc::RecircFeatureSet( 1 ) );
+   acsd->lagToFeatureSetIs( intf( "Port-Channel1" ), Lag::Recirc::RecircFeatureSet( 2 ) );
+   for ( String port : { "Ethernet1", "Ethernet2", "Ethernet3" } ) {
+      set( port );
+   }
+   helper->setPortsBlocked( v10 );
+   EXPECT_EQ( set( "Ethernet1", false, false, false ), 0u );
+   EXPECT_EQ( update(), ( Calls{ "create 10", "update 10 Ethernet1uie Ethernet2uie" } ) );
+   acsd->lagToFeatureSetDel( intf( "Port-Channel1" ) );
+   EXPECT_EQ( update(), Calls{ "update 10 Ethernet1uie" } );
+}
+
+// --- The walks -----------------------------------------------------------------------------------
+
+class VlanTopoTest : public testing::Test, public ChipWorld {
+ protected:
+   VlanTopoTest() : ChipWorld( ChipKind::perVlan ) {}
+   void build( U32 vlanCount = 8 ) {
+      stp.topo( "a", 1 );
+      stp.topo( "b", 2 );
+      for ( U32 vlan = 1; vlan <= vlanCount; ++vlan ) {
+         stp.vlan( vlan, "a" );
+         member( "Ethernet1", vlan );
+         member( "Ethernet2", vlan );
+      }
+      stp.port( "a", "Ethernet1", blocked );
+      stp.port( "a", "Ethernet2", blocked );
+      run();
+      rest();
+   }
+   /** One unit of work a slice. */
+   void slow() {
+      Kiv::SliceBudget budget;
+      budget.units = 1;
+      scheduler.budgetIs( budget );
+   }
+};
+
+TEST_F( VlanTopoTest, ChangesThatWaitAreMergedIntoOneWalk ) {
+   build();
+   latencyIs( Kiv::never );
+   stp.port( "a", "Ethernet1", forwarding );
+   stp.port( "b", "Ethernet1", forwarding );
+   stp.port( "a", "Ethernet1", blocked );
+   stp.port( "a", "Ethernet2", forwarding );
+   stp.port( "a", "Ethernet1", forwarding );
+   EXPECT_EQ( vlanTopo->remainingWorkUnits(), 2u );
+   auto update = vlanTopo->topoUpdate( "a" );
+   EXPECT_EQ( update->stpStateChanges(), 2u );
+   EXPECT_EQ( update->stpStateChange( intf( "Ethernet1" ) ), forwarding );
+   slow();
+   U32 slices = 0;
+   for ( ; vlanTopo->remainingWorkUnits(); ++slices ) {
+      scheduler.turn();
+   }
+   // A slice for each VLAN, one for the end of the walk and one for the topology without VLANs.
+   EXPECT_LE( slices, 8u + 2 );
+   EXPECT_EQ( stp.acked( "b", "Ethernet1" ), 3 ); // no VLANs, nothing to wait for
+   EXPECT_EQ( stp.acked( "a", "Ethernet1" ), 1 );
+   EXPECT_EQ( vlanTopo->topoPendingVlans( "a" )->pendingVlanUpdateGenId.size(), 8u );
+   rest();
+   EXPECT_EQ( stp.acked( "a", "Ethernet1" ), 3 );
+   EXPECT_EQ( vlanTopo->topoPendingVlans( "a" ), nullptr );
+}
+
+TEST_F( VlanTopoTest, AnOlderGenerationAcknowledgesNothing ) {
+   build( 1 );
+   latencyIs( Kiv::never );
+   stp.port( "a", "Ethernet1", forwarding );
+   scheduler.settle();
+   const U64 wanted = vlans->updateState( VlanId( 1 ) ).requested;
+   vlanTopo->handleVlanUpdateCompletion( 1, wanted - 1 );
+   vlanTopo->handleVlanUpdateCompletion( 2, wanted );
+   EXPECT_EQ( stp.acked( "a", "Ethernet1" ), 1 );
+   vlanTopo->handleVlanUpdateCompletion( 1, wanted );
+   EXPECT_EQ( stp.acked( "a", "Ethernet1" ), 3 );
+}
+
+TEST_F( VlanTopoTest, AQueuedOrUnfinishedUpdateHoldsTheAcknowledgementBack ) {
+   build();
+   latencyIs( 0 );
+   slow();
+   stp.port( "a", "Ethernet1", forwarding );
+   for ( U32 turn = 0; turn < 5; ++turn ) {
+      scheduler.turn(); // VLANs complete while the walk goes on
+   }
+   ASSERT_NE( vlanTopo->currentTopoUpdate(), nullptr );
+   EXPECT_EQ( stp.acked( "a", "Ethernet1" ), 1 );
+   stp.port( "a", "Ethernet2", forwarding );
+   while ( vlanTopo->currentTopoUpdate() ) {
+      scheduler.turn();
+   }
+   EXPECT_EQ( stp.acked( "a", "Ethernet1" ), 1 ); // another update of it is queued
+   rest();
+   EXPECT_EQ( stp.acked( "a", "Ethernet1" ), 3 );
+}
+
+TEST_F( VlanTopoTest, VlansLeaveAndEnterInTheMiddleOfAWalk ) {
+   build();
+   slow();
+   stp.port( "a", "Ethernet1", forwarding );
+   for ( U32 turn = 0; turn < 3; ++turn ) {
+      scheduler.turn();
+   }
+   stp.vlan( 8, "b" );
+   stp.vlan( 1, "b" );
+   stp.vlan( 9, "a" );
+   member( "Ethernet1", 9 );
+   stp.vlan( 7, "b" );
+   stp.vlan( 7, "a" );
+   rest();
+   EXPECT_EQ( notAtRest(), "" );
+   EXPECT_FALSE( forwards( 8, "Ethernet1" ) || forwards( 1, "Ethernet1" ) );
+   EXPECT_TRUE( forwards( 7, "Ethernet1" ) && forwards( 9, "Ethernet1" ) );
+}
+
+TEST_F( VlanTopoTest, WithoutAVlanHelperEverythingIsDone ) {
+   build();
+   latencyIs( Kiv::never );
+   stp.port( "a", "Ethernet1", forwarding );
+   scheduler.settle();
+   vlanTopo->vlanHelperIs( nullptr );
+   stp.port( "b", "Ethernet1", forwarding );
+   stp.vlan( 1, "b" );
+   scheduler.settle();
+   EXPECT_EQ( stp.acked( "a", "Ethernet1" ), 3 );
+   EXPECT_EQ( stp.acked( "b", "Ethernet1" ), 3 );
+}
+
+TEST_F( VlanTopoTest, AVlanOutOfRangeIsRefusedAndForgotten ) {
+   build( 1 );
+   for ( U16 vlan : { 0, 4095 } ) {
+      vlanTopo->addVlanToTopo( "a", vlan );
+      try {
+         vlanTopo->performVlanTopoOperations();
+         ADD_FAILURE() << vlan;
+      } catch ( const Velto::RangeError & e ) {
+         EXPECT_STREQ( e.what(), "Bridging::VlanId::value < 1 or > 4094 not allowed" );
+      }
+      EXPECT_EQ( vlanTopo->remainingWorkUnits(), 0u );
+   }
+}
+
+TEST_F( VlanTopoTest, TheTaskOutlivesTheStateMachine ) {
+   build();
+   stp.port( "a", "Ethernet1", forwarding );
+   stpSm = nullptr;
+   scheduler.settle();
+   EXPECT_EQ( vlanTopo->remainingWorkUnits(), 0u );
+}
+
+// --- Texts ---------------------------------------------------------------------------------------
+
+using VlanHelperDeathTest = VlanHelperTest;
+
+TEST_F( VlanHelperDeathTest, WhatIsRefused ) {
+   EXPECT_DEATH( set( "Ethernet1.100" ), "'!Ulnet::SubIntfId::isSubIntfId\\( port \\)' failed" );
+   EXPECT_DEATH( request( Kind( 2 ), "Ethernet1", true, true, true ), "Assertion" );
+   Env noop( "QON_NOOP_AGENT", "1" ); // nothing silences these
+   auto base = Velto::make< Qon::VlanHelperBase >( "base" );
+   const String text = "Call to unimplemented function VlanHelper";
+   EXPECT_DEATH( base->verify(), text + "Base::verify" );
+   EXPECT_DEATH( base->doUpdateVlan( v10 ), text + "::doUpdateVlan" );
+   EXPECT_DEATH( base->doCreateHwVlan( v10 ), text + "::doCreateHwVlan" );
+   EXPECT_DEATH( base->doUpdateVlanFid( v10, 1 ), text + "::doUpdateVlanFid" );
+   EXPECT_DEATH( base->doRemovePortFromVlan( intf( "Ethernet1" ), v10 ),
+                 text + "::doRemovePortFromVlan" );
+   EXPECT_DEATH( base->requestPortVlanMembershipChange( Kind::setOverride, intf( "Ethernet1" ), v10,
+                                                        true, true, true ),
+                 text + "::doAddPortToVlan" );
+   EXPECT_DEATH( base->requestPortVlanMembershipChange( Kind::expand, intf( "Ethernet1" ), v10,
+                                                        true, true, true ),
+                 "Call to non-overriden function VlanHelper::requestPortVlanMembershipChange whose "
+                 "base implementation only supports PortVlanMembershipChangeKind::setOverride_" );
+}
+
+} // namespace
