@@ -76,6 +76,8 @@ struct ChipAdapter {
    /** @name Reading back
        What the chip holds now; not what it was asked for. */
    /** @{ */
+   bool tablesInHooks =
+         false; ///< the tables go with the hook objects, as those of a simulated chip
    std::function< std::map< Qon::MacEntryKey, Ulnet::IntfId >() > hosts;
    std::function< std::map< String, HeldTopology >() > topologies;
    using Ports = std::map< Ulnet::IntfId, Qon::VlanMembership >;

@@ -125,7 +125,10 @@ Trial::broken( const char * contract, const String & expected, const String & fo
 
 String
 Trial::visible() const {
-   String text;
+   String text = Kiv::GenericIf::dump( *lagStatus ) + Kiv::GenericIf::dump( *acsd );
+   if ( destroyed_ && chip.tablesInHooks ) {
+      return text;
+   }
    if ( chip.hosts ) {
       text += "hosts: " + shown( chip.hosts() ) + "\n";
    }
@@ -144,11 +147,12 @@ Trial::visible() const {
          text += lag.stringValue() + ": " + shown( ports ) + "\n";
       }
    }
-   return text + Kiv::GenericIf::dump( *lagStatus ) + Kiv::GenericIf::dump( *acsd );
+   return text;
 }
 
 void
 Trial::judgeDestruction( const char * contract, const std::function< void() > & end ) {
+   destroyed_ = true;
    String before = visible();
    did( "destroyed the hook objects" );
    end();

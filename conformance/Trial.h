@@ -85,6 +85,7 @@ class Trial {
 
  private:
    Note note_;
+   bool destroyed_ = false;        // the hook objects
    std::vector< String > history_; // the latest
 };
 
