@@ -179,7 +179,9 @@ class VlanHelper : public VlanHelperBase {
    bool handlePort( Vlan & v, VlanId vlan, PortForwarding state );
    bool applyMembership( Vlan & v, VlanId vlan, U32 port );
    bool inRecirc( IntfId port ) const;
+   String vlanFault( const Vlan & v ) const;
    void handleFeatureSet( const IntfId & lag );
+   void handlePortToLag( const IntfId & port );
    U64 request( Vlan & v, VlanId vlan );
    void start( VlanId vlan );
    void enqueue( Vlan & v, VlanId vlan );
@@ -198,6 +200,8 @@ class VlanHelper : public VlanHelperBase {
    Kiv::ClockReactor< VlanHelper, &VlanHelper::handleRetry > retryClock_;
    Kiv::Watch< QonCommonSmData::lagToFeatureSetAttr, VlanHelper, &VlanHelper::handleFeatureSet >
          featureWatch_;
+   Kiv::Watch< QonCommonSmData::portToLagAttr, VlanHelper, &VlanHelper::handlePortToLag >
+         portToLagWatch_;
 };
 
 } // namespace Qon
