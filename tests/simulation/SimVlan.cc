@@ -86,6 +86,7 @@ SimVlan::apply( const Event & event ) {
       break;
    }
    case feature:
+      recirc_ = true;
       if ( event[1] ) {
          world_.acsd->lagToFeatureSetIs( intf, Lag::Recirc::RecircFeatureSet( 1 ) );
       } else {
@@ -173,6 +174,7 @@ SimVlan::checkVlan( VlanId vlan ) const {
 String
 SimVlan::checkAtRest() const {
    gone_.clear();
+   recirc_ = world_.acsd->lagToFeatureSets() != 0;
    for ( U32 i = 0; helper_ && i < world_.size( Range::vlan ); ++i ) {
       VlanId vlan = world_.vlan( i );
       auto state = helper_->updateState( vlan );

@@ -38,6 +38,8 @@ class SimVlan : public SimFeature {
    bool gone( VlanId vlan ) const { return gone_.contains( vlan ); }
    /** Whether a port stays in its VLANs whatever its state. */
    bool inRecirc( IntfId port ) const;
+   /** Whether ports may be in the chip that stayed so, or that have just lost the right to. */
+   bool recircSinceRest() const { return recirc_; }
 
  private:
    class Helper;
@@ -50,6 +52,7 @@ class SimVlan : public SimFeature {
    U32 mode_ = 0;
    std::map< std::pair< U16, IntfId >, Qon::VlanMembership > wanted_;
    mutable std::set< U16 > gone_;
+   mutable bool recirc_ = false;
    Velto::Ptr< SoftChip::SoftVlanHelper > helper_;
 };
 
