@@ -72,6 +72,7 @@ TopoPortSm::handleState() {
 void
 TopoPortSm::handleChangeInfo() {
    if ( works() && !topoSm_->pendingHas( intf_ ) && status_->state() == wantedState() ) {
+      ++writes_;
       status_->changeInfoIs( config_->changeInfo() );
    }
 }

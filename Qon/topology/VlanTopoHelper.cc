@@ -196,9 +196,10 @@ VlanTopoHelper::deferredAddVlanToTopo( const String & topoName, U16 vlan ) {
       STP_TRACE( "No Vlan helper" );
       return;
    }
-   const U64 blocked = vlanHelper_->setPortsBlocked( id );
-   const U64 genId = vlanHelper_->doHandlePortStates( id, portsOf( topoName ) );
-   waitFor( topoName, id, genId ? genId : blocked );
+   vlanHelper_->setPortsBlocked( id );
+   vlanHelper_->doHandlePortStates( id, portsOf( topoName ) );
+   // What the VLAN was told before may be under way still: not to change anything is not done.
+   waitFor( topoName, id, vlanHelper_->updateState( id ).requested );
 }
 
 void

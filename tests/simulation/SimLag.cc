@@ -63,9 +63,6 @@ SimLag::SimLag( World & world )
       hardwarePorts_( Velto::make< Hardware::FapIdPortDir >( "ports" ) ),
       hardware_( Velto::make< Hardware::Lag::Config >( "config" ) ),
       hardwareStatus_( Velto::make< Hardware::Lag::Status >( "status" ) ) {
-   if ( world.chance( 21 ).percent( 25 ) ) {
-      limits_ = { 2, 3 };
-   }
    U32 known = world.chance( 20 ).percent( 50 ) ? world.size( Range::port ) : 0;
    for ( U32 i = 0; i < known; ++i ) {
       hardwarePorts_->fapIdPortIs( world.port( i ), Qon::FapIdPort( 1, i ) );
@@ -77,7 +74,7 @@ SimLag::start() {
    using GroupListener = Listener< Hardware::Lag::Config::lagAttr >;
    using PortListener = Listener< Qon::QonCommonSmData::portToLagAttr >;
    if ( !chip_ ) {
-      chip_ = SoftChip::LagTableIs( hardware_, hardwareStatus_, limits_ );
+      chip_ = SoftChip::LagTableIs( hardware_, hardwareStatus_, world_.faults );
       chip_->initializedIs( true );
       groupListener_ = Velto::make< GroupListener >(
             hardware_.ptr(), [this]( const IntfId & lag ) { groupHeard( lag ); } );
@@ -493,8 +490,7 @@ SimLag::checkChip( IntfId lag ) const {
          }
       } else {
          auto result = progSm_->programmed( lag, port ).result();
-         if ( result != Hardware::Lag::Result::noLag &&
-              result != Hardware::Lag::Result::noMember ) {
+         if ( result < Hardware::Lag::Result::noLag ) {
             return "member missing in the chip: " + shown( lag, port );
          }
       }

@@ -89,7 +89,6 @@ class SimLag : public SimFeature {
    mutable U32 sinceCheck_ = 0;
    U32 nested_ = 0; ///< changes to make while portToLag is published
 
-   SoftChip::LagTable::Limits limits_;
    U32 latency_ = 0; ///< how late the chip is, see latencyIs()
    Velto::Ptr< SoftChip::LagTable > chip_;
    Velto::Ptr< Qon::LagProgSm > progSm_;

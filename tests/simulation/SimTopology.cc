@@ -156,7 +156,7 @@ SimTopology::makeHelper() {
       perVlan_->hasNotificationActiveIs( true );
       helper = perVlan_;
    } else {
-      table_ = Velto::make< Recorder< SoftChip::SoftTopoHelper > >( this, maxTopo_ );
+      table_ = Velto::make< Recorder< SoftChip::SoftTopoHelper > >( this, maxTopo_, world_.faults );
       helper = table_;
    }
    helper->pvstIs( pvst_ );
@@ -530,6 +530,11 @@ SimTopology::forwards( Bridging::VlanId vlan, IntfId port ) const {
       auto state = wantedInChip( topo, port );
       return state ? std::optional( *state == PortState::forwarding ) : std::nullopt;
    }
+   if ( tapAgg() ) {
+      IntfId lag = lagOf( port );
+      return !topo.empty() && inTapOrTool( lag ? lag : port ) ? std::optional( true )
+                                                              : std::nullopt;
+   }
    return left_.contains( vlan ) ? std::optional( false ) : std::nullopt;
 }
 
@@ -541,12 +546,12 @@ SimTopology::checkChip( const String & topo, IntfId port, PortState state ) cons
       return table_->state( topo, port ) == state ? "" : name;
    }
    auto vlan = world_.feature< SimVlan >();
-   if ( !vlan || state == PortState::forwarding || vlan->inRecirc( port ) ) {
+   if ( !vlan || state == PortState::forwarding || vlan->recircSinceRest() ) {
       return {};
    }
    for ( U32 i = 0; i < world_.size( Range::vlan ); ++i ) {
       Bridging::VlanId id = world_.vlan( i );
-      if ( vlanTopo_[id] == topo && vlan->inChip( id, port ) ) {
+      if ( vlanTopo_[id] == topo && !vlan->gone( id ) && vlan->inChip( id, port ) ) {
          return name + " forwards in VLAN " + id.stringValue();
       }
    }
@@ -580,6 +585,16 @@ SimTopology::checkInvariants() const {
                 : "BPDU trapping: not as configured";
 }
 
+/** What has no room in the chip's table waits for it. */
+bool
+SimTopology::roomFor( const String & topo ) const {
+   if ( !table_ ) {
+      return true;
+   }
+   auto held = table_->topologies();
+   return std::find( held.begin(), held.end(), topo ) != held.end();
+}
+
 String
 SimTopology::checkPort( const String & name, IntfId intf, const TopoPortConfig & config ) const {
    auto status = status_->topoStatus( name )->topoPortStatus( intf );
@@ -587,9 +602,8 @@ SimTopology::checkPort( const String & name, IntfId intf, const TopoPortConfig &
    if ( !status ) {
       return "no status: " + which;
    }
-   bool room = !table_ || table_->topologies().size() < maxTopo_;
-   if ( !room && !inTapOrTool( intf ) && !lagOf( intf ) ) {
-      return {}; // it may wait for room
+   if ( !roomFor( name ) && !inTapOrTool( intf ) && !lagOf( intf ) ) {
+      return {};
    }
    auto state = inTapOrTool( intf ) ? PortState::forwarding : config.state();
    if ( status->state() != state || !( status->changeInfo() == config.changeInfo() ) ) {
@@ -599,7 +613,7 @@ SimTopology::checkPort( const String & name, IntfId intf, const TopoPortConfig &
       return "flush not reported: " + which;
    }
    auto wanted = wantedInChip( name, intf );
-   return table_ && wanted && targets( intf )[0] == intf &&
+   return table_ && wanted && roomFor( name ) &&
                       !Ulnet::PortChannelIntfId::isPortChannelIntfId( intf ) &&
                       table_->state( name, intf ) != *wanted
                 ? "state in the chip differs: " + which
@@ -654,17 +668,15 @@ SimTopology::checkAtRest() const {
 String
 SimTopology::checkTables() const {
    for ( auto && [name, pending] : stpSm_->pendingStpStateTopoIteratorConst() ) {
-      bool room = !table_ || table_->topologies().size() < maxTopo_;
-      if ( room && pending->pendingIntfStates() ) {
+      if ( roomFor( name ) && pending->pendingIntfStates() ) {
          return "waits for ever: " + name;
       }
    }
    for ( U32 i = 0; table_ && tapAgg() && i < world_.size( Range::intf ); ++i ) {
       IntfId intf = world_.intf( i );
       String name = world_.acsd->tapAggHwConfig()->tapAggTopoName();
-      bool room = table_->topologies().size() < maxTopo_;
       for ( IntfId target : targets( intf ) ) {
-         if ( room && inTapOrTool( intf ) && !lagOf( intf ) &&
+         if ( roomFor( name ) && inTapOrTool( intf ) && !lagOf( intf ) &&
               table_->state( name, target ) != PortState::forwarding ) {
             return "tap or tool port does not forward: " + target.stringValue();
          }

@@ -89,6 +89,7 @@ class SimTopology : public SimFeature {
    /** The state that a port shall have in the chip; nothing where nobody says so. */
    std::optional< PortState > wantedInChip( const String & topo, IntfId port ) const;
    String checkChip( const String & topo, IntfId port, PortState state ) const;
+   bool roomFor( const String & topo ) const;
    String checkTopo( const String & name ) const;
    String checkPort( const String & name, IntfId intf,
                      const Bridging::Topology::TopoPortConfig & config ) const;

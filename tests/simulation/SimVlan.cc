@@ -7,7 +7,7 @@ namespace Sim {
 
 namespace {
 
-enum Operations : U8 { override, expand, gone, feature, finish, mode };
+enum Operations : U8 { override, expand, goneOp, feature, finish, mode };
 
 constexpr Operation operationTable[] = {
       { "override", 30, { Range::intf, Range::vlan, Range::few } },
@@ -29,7 +29,7 @@ SimVlan::operations() {
 class SimVlan::Helper : public SoftChip::SoftVlanHelper {
  public:
    explicit Helper( World & world )
-       : SoftVlanHelper( "vlanHelper", world.acsd.ptr() ), world_( world ) {}
+       : SoftVlanHelper( "vlanHelper", world.acsd.ptr(), world.faults ), world_( world ) {}
 
    void doCreateHwVlan( VlanId vlan ) override {
       world_.transcript.add( "doCreateHwVlan", vlan );
@@ -47,15 +47,13 @@ class SimVlan::Helper : public SoftChip::SoftVlanHelper {
    World & world_;
 };
 
-SimVlan::SimVlan( World & world )
-    : SimFeature( world ), rng_( world.chance( 50 ) ), failing_( rng_.below( 30 ) ) {}
+SimVlan::SimVlan( World & world ) : SimFeature( world ), rng_( world.chance( 50 ) ) {}
 
 void
 SimVlan::start() {
    if ( world_.perVlan() ) {
       helper_ = Velto::make< Helper >( world_ );
       helper_->hasNotificationActiveIs( true );
-      helper_->failsIs( [this]( VlanId ) { return faults_ && rng_.percent( failing_ ); } );
       helper_->verifyDataIs( world_.acsd->verifyData() );
       world_.acsd->vlanHelperIs( helper_ );
    }
@@ -80,13 +78,15 @@ SimVlan::apply( const Event & event ) {
    case expand:
       request( intf, world_.vlan( event[1] ), event[2], true );
       break;
-   case gone: {
+   case goneOp: {
       VlanId vlan = world_.vlan( event[0] );
       std::erase_if( wanted_, [&]( auto & entry ) { return entry.first.first == vlan; } );
+      gone_.insert( vlan );
       helper_->vlanDel( vlan );
       break;
    }
    case feature:
+      recirc_ = true;
       if ( event[1] ) {
          world_.acsd->lagToFeatureSetIs( intf, Lag::Recirc::RecircFeatureSet( 1 ) );
       } else {
@@ -125,7 +125,6 @@ SimVlan::request( IntfId intf, VlanId vlan, U32 flags, bool expand ) {
 
 void
 SimVlan::faultsIs( bool on ) {
-   faults_ = on;
    if ( helper_ && !on ) {
       helper_->completions().latencyIs( 1e-4 );
       while ( helper_->completions().waiting() ) {
@@ -174,6 +173,8 @@ SimVlan::checkVlan( VlanId vlan ) const {
 
 String
 SimVlan::checkAtRest() const {
+   gone_.clear();
+   recirc_ = world_.acsd->lagToFeatureSets() != 0;
    for ( U32 i = 0; helper_ && i < world_.size( Range::vlan ); ++i ) {
       VlanId vlan = world_.vlan( i );
       auto state = helper_->updateState( vlan );

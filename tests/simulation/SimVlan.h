@@ -6,6 +6,7 @@
 // forward, with the flags that were asked for; nothing is under way.
 
 #include <map>
+#include <set>
 
 #include "agent/softchip/VlanTable.h"
 #include "tests/simulation/SimFeature.h"
@@ -33,8 +34,12 @@ class SimVlan : public SimFeature {
    /** Null on a chip with topology tables. */
    SoftChip::SoftVlanHelper * helper() const { return helper_.ptr(); }
    bool inChip( VlanId vlan, IntfId port ) const { return helper_->has( vlan, port ); }
+   /** Whether the VLAN went since the last rest: nobody waits for it, the chip may be late. */
+   bool gone( VlanId vlan ) const { return gone_.contains( vlan ); }
    /** Whether a port stays in its VLANs whatever its state. */
    bool inRecirc( IntfId port ) const;
+   /** Whether ports may be in the chip that stayed so, or that have just lost the right to. */
+   bool recircSinceRest() const { return recirc_; }
 
  private:
    class Helper;
@@ -43,11 +48,11 @@ class SimVlan : public SimFeature {
    String checkVlan( VlanId vlan ) const;
 
    Rng rng_;
-   U32 failing_; ///< per cent
-   bool faults_ = false;
    mutable U32 sinceCheck_ = 0;
    U32 mode_ = 0;
    std::map< std::pair< U16, IntfId >, Qon::VlanMembership > wanted_;
+   mutable std::set< U16 > gone_;
+   mutable bool recirc_ = false;
    Velto::Ptr< SoftChip::SoftVlanHelper > helper_;
 };
 

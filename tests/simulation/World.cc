@@ -1,6 +1,9 @@
 #include "tests/simulation/World.h"
 
 #include <algorithm>
+#include <sstream>
+
+#include "platform/Velto/Assert.h"
 
 namespace Sim {
 
@@ -25,6 +28,40 @@ constexpr Kiv::Seconds longestWayToRest = 600;
 // After this much time only what may wait for ever is still waiting.
 constexpr Kiv::Seconds longestWait = 100;
 
+std::vector< String >
+faultsOf( Rng rng ) {
+   auto often = [&]( U32 most ) { return std::to_string( rng.below( most ) ); };
+   std::vector< String > lines = { "doUpdateVlan fail 0 0 " + often( 300 ),
+                                   "lagMember fail 0 0 " + often( 300 ) };
+   if ( rng.percent( 20 ) ) {
+      lines.push_back( "limit lagTable 2" );
+      lines.push_back( "limit lagMembers 3" );
+   }
+   return lines;
+}
+
+void
+addFault( SoftChip::FaultPlan & plan, const String & line ) {
+   std::istringstream in( line );
+   String first, second;
+   SoftChip::Fault fault;
+   if ( in >> first >> second && first == "limit" ) {
+      U32 entries;
+      if ( in >> entries ) {
+         plan.limitIs( second, entries );
+         return;
+      }
+   } else if ( in >> fault.call >> fault.times >> fault.inThousand ) {
+      fault.hook = first;
+      fault.trouble = Kiv::fromText< SoftChip::Trouble >( second );
+      plan.add( fault );
+      return;
+   }
+   throw Velto::RangeError( "expected \"<hook> <trouble> <first call> <calls> <in thousand>\" or "
+                            "\"limit <table> <entries>\": " +
+                            line );
+}
+
 } // namespace
 
 std::span< const Operation >
@@ -44,6 +81,8 @@ World::World( const Plan & plan )
    topos_ = rng.between( 1, 4 );
    keys_ = rng.between( 2, 24 * scale );
    perVlan_ = rng.percent( 50 );
+   faults.seedIs( U32( rng.next() ) );
+   faultLines_ = plan_.faults.empty() ? faultsOf( chance( 3 ) ) : plan_.faults;
    acsd = Qon::qonCommonSmDataFactory( "acsd" );
    acsd->initializedIs( true );
    auto kinds = featureKinds();
@@ -67,7 +106,18 @@ void
 World::start() {
    for ( auto & entry : features_ ) {
       entry.feature->start();
-      entry.feature->faultsIs( true );
+   }
+   faultsAre( true );
+}
+
+void
+World::faultsAre( bool on ) {
+   faults.clear();
+   for ( auto & line : on ? faultLines_ : std::vector< String >() ) {
+      addFault( faults, line );
+   }
+   for ( auto & entry : features_ ) {
+      entry.feature->faultsIs( on );
    }
 }
 
@@ -234,9 +284,7 @@ World::runFor( Kiv::Seconds span ) {
 
 void
 World::rest() {
-   for ( auto & entry : features_ ) {
-      entry.feature->faultsIs( false );
-   }
+   faultsAre( false );
    scheduler.readCostIs( 0 );
    Kiv::Seconds start = scheduler.time();
    auto waits = [&] {
@@ -251,9 +299,7 @@ World::rest() {
       report( "world", "no rest: a clock stays armed with nothing to wait for" );
    }
    check( &SimFeature::checkAtRest );
-   for ( auto & entry : features_ ) {
-      entry.feature->faultsIs( true );
-   }
+   faultsAre( true );
 }
 
 void

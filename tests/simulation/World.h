@@ -7,6 +7,7 @@
 // 2. Time moves in events only. What never comes to an end at one moment is a failure, not a hang.
 
 #include "Qon/include/QonCommonSmData.h"
+#include "agent/softchip/FaultPlan.h"
 #include "platform/Kiv/Log.h"
 #include "platform/Kiv/TaskScheduler.h"
 #include "tests/simulation/SimFeature.h"
@@ -18,7 +19,9 @@ namespace Sim {
 struct Plan {
    U64 seed = 1;
    std::vector< String > features; ///< empty is all
-   std::vector< String > faults;   ///< lines that the soft chip understands; empty: the seed's
+   /** What goes wrong in the soft chip: "<hook> <trouble> <first call> <calls> <in thousand>", as
+       in SoftChip::Fault, or "limit <table> <entries>". Empty: what the seed chooses. */
+   std::vector< String > faults;
 };
 
 /** What is broken: a feature's name and a text "name: details". */
@@ -71,6 +74,7 @@ class World : private Kiv::LogSink {
    Kiv::VirtualScheduler scheduler;
    Transcript transcript;
    Velto::Ptr< Qon::QonCommonSmData > acsd;
+   SoftChip::FaultPlan faults;
 
    static std::span< const Operation > operations();
 
@@ -84,6 +88,7 @@ class World : private Kiv::LogSink {
    void turns( U32 count );
    void runFor( Kiv::Seconds span );
    bool turnsAtOneTime();
+   void faultsAre( bool on );
    void rest();
    void end();
    void check( String ( SimFeature::*what )() const );
@@ -92,6 +97,7 @@ class World : private Kiv::LogSink {
    U32 ports_, lags_, vlans_, topos_, keys_;
    bool perVlan_;
    std::vector< Entry > features_;
+   std::vector< String > faultLines_;
    Finding finding_;
    bool stopped_ = false; ///< the state machines are gone
    Kiv::LogSink * formerSink_;
