@@ -105,6 +105,7 @@ class VlanTopoHelper : public TopoHelper {
    void deferredDelVlanFromTopo( U16 vlan );
    const Ports & portsOf( const String & topoName );
    bool stillThere( const String & topoName, Ulnet::IntfId intf ) const;
+   void waitForVlan( const String & topoName, Bridging::VlanId vlan );
    void waitFor( const String & topoName, Bridging::VlanId vlan, U64 genId );
    void waitNoMore( U16 vlan );
    void review( const String & topoName );

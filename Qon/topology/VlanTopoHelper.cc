@@ -178,7 +178,8 @@ VlanTopoHelper::deferredSetStpState() {
       update->vlanToUpdateDeq();
       auto mapped = stpSm()->topoToVlanMap( name );
       if ( mapped && mapped->vlanHas( vlan ) && vlanHelper_ ) {
-         waitFor( name, vlan, vlanHelper_->doHandlePortStates( vlan, currentPorts_ ) );
+         vlanHelper_->doHandlePortStates( vlan, currentPorts_ );
+         waitForVlan( name, vlan );
       }
       if ( task_.shouldYield() ) {
          break;
@@ -198,8 +199,7 @@ VlanTopoHelper::deferredAddVlanToTopo( const String & topoName, U16 vlan ) {
    }
    vlanHelper_->setPortsBlocked( id );
    vlanHelper_->doHandlePortStates( id, portsOf( topoName ) );
-   // What the VLAN was told before may be under way still: not to change anything is not done.
-   waitFor( topoName, id, vlanHelper_->updateState( id ).requested );
+   waitForVlan( topoName, id );
 }
 
 void
@@ -255,12 +255,18 @@ VlanTopoHelper::topoPendingVlans( const String & topoName ) const {
    return pending ? pending->ptr() : nullptr;
 }
 
+/** For everything that the VLAN was told so far: a port state that changes nothing is not in the
+    hardware while what the VLAN was told before is under way. */
+void
+VlanTopoHelper::waitForVlan( const String & topoName, VlanId vlan ) {
+   const auto update = vlanHelper_->updateState( vlan );
+   if ( update.completed != update.requested ) {
+      waitFor( topoName, vlan, update.requested );
+   }
+}
+
 void
 VlanTopoHelper::waitFor( const String & topoName, VlanId vlan, U64 genId ) {
-   // It may have completed inside the call that returned the generation.
-   if ( genId == 0 || vlanHelper_->updateState( vlan ).completed >= genId ) {
-      return;
-   }
    TopoPendingVlans * pending = waiting_[vlan];
    if ( !pending || pending->topoName() != topoName ) {
       waitNoMore( vlan );

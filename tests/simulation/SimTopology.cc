@@ -612,12 +612,20 @@ SimTopology::checkPort( const String & name, IntfId intf, const TopoPortConfig &
    if ( !inTapOrTool( intf ) && status->fdbFlushReport() != config.fdbFlush() ) {
       return "flush not reported: " + which;
    }
-   auto wanted = wantedInChip( name, intf );
-   return table_ && wanted && roomFor( name ) &&
-                      !Ulnet::PortChannelIntfId::isPortChannelIntfId( intf ) &&
-                      table_->state( name, intf ) != *wanted
-                ? "state in the chip differs: " + which
-                : "";
+   return {};
+}
+
+/** Members of aggregates too, whether or not they are configured themselves. */
+String
+SimTopology::checkStates( const String & name ) const {
+   for ( U32 i = 0; table_ && roomFor( name ) && i < world_.size( Range::intf ); ++i ) {
+      IntfId intf = world_.intf( i );
+      auto wanted = wantedInChip( name, intf );
+      if ( wanted && targets( intf )[0] == intf && table_->state( name, intf ) != *wanted ) {
+         return "state in the chip differs: " + name + ", " + intf.stringValue();
+      }
+   }
+   return {};
 }
 
 String
@@ -633,6 +641,9 @@ SimTopology::checkTopo( const String & name ) const {
       if ( String wrong = checkPort( name, intf, *port ); !wrong.empty() ) {
          return wrong;
       }
+   }
+   if ( String wrong = checkStates( name ); !wrong.empty() ) {
+      return wrong;
    }
    return status_->topoStatus( name )->topoPortStatuss() == config->topoPortConfigs()
                 ? ""

@@ -90,6 +90,7 @@ class SimTopology : public SimFeature {
    std::optional< PortState > wantedInChip( const String & topo, IntfId port ) const;
    String checkChip( const String & topo, IntfId port, PortState state ) const;
    bool roomFor( const String & topo ) const;
+   String checkStates( const String & name ) const;
    String checkTopo( const String & name ) const;
    String checkPort( const String & name, IntfId intf,
                      const Bridging::Topology::TopoPortConfig & config ) const;
