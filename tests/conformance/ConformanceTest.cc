@@ -1,12 +1,11 @@
 // The kit: a healthy chip passes, and every fault is found under the contract that it breaks.
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
-#include <array>
 
 #include "examples/broken-chip/Chip.h"
+#include "tests/conformance/Programs.h"
 
 namespace {
 
@@ -231,17 +230,19 @@ TEST( Conformance, EveryFaultBreaksItsContract ) {
    }
 }
 
-/** The program of the example; what it wrote goes to `text`. Its exit status. */
+/** The program of the example. */
 int
 brokenChip( const String & arguments, String & text ) {
-   String command = String( getenv( "QON_BIN" ) ) + "/broken-chip " + arguments + " 2>&1";
-   std::FILE * pipe = popen( command.c_str(), "r" );
-   std::array< char, 4096 > piece;
-   text.clear();
-   while ( std::size_t n = fread( piece.data(), 1, piece.size(), pipe ) ) {
-      text.append( piece.data(), n );
+   return Tests::runProgram( "broken-chip " + arguments, text );
+}
+
+TEST( Conformance, TheChipInSoftwarePasses ) {
+   String text;
+   for ( auto kind : { "", "--per-vlan", "--latency 0", "--per-vlan --latency 0.3 --seed 5" } ) {
+      EXPECT_EQ( Tests::runProgram( String( "qon-conformance --steps 1000 " ) + kind, text ), 0 )
+            << text;
+      EXPECT_NE( text.find( "\n0 findings\n" ), String::npos ) << text;
    }
-   return WEXITSTATUS( pclose( pipe ) );
 }
 
 TEST( Conformance, TheBrokenChipHasItsFiveFindings ) {
