@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "agent/Json.h"
+#include "agent/softchip/ChipKind.h"
 #include "platform/Velto/Types.h"
 
 namespace QonAgent {
@@ -79,6 +80,6 @@ class AgentFeature {
 using Features = std::vector< std::unique_ptr< AgentFeature > >;
 
 /** Every feature of the agent, in the order in which they are created. */
-Features agentFeatures();
+Features agentFeatures( SoftChip::ChipKind chip = SoftChip::ChipKind::topology );
 
 } // namespace QonAgent

@@ -27,6 +27,7 @@ struct Options {
    String events;
    String socket; // empty: none
    String log = "stderr";
+   SoftChip::ChipKind chip = SoftChip::ChipKind::topology;
    String record;
    String replay;
    bool virtualTime = false;
@@ -108,7 +109,7 @@ Program::Program( const Options & options ) : options_( options ) {
       recorder_.emplace( scheduler(), options.record );
    }
    run_.emplace( scheduler(), recorder_ ? &*recorder_ : nullptr, say );
-   run_->begin();
+   run_->begin( options.chip );
    console_.emplace( run_->agent() );
    console_->changeIs( [this]( const String & kind, const String & text ) {
       return run_->change( kind, text );
@@ -199,6 +200,11 @@ describe( CLI::App & app, Options & options ) {
    app.add_option( "--log", options.log, "where messages go" )
          ->check( CLI::IsMember( { "stderr", "syslog" } ) )
          ->capture_default_str();
+   app.add_option( "--chip", options.chip, "where the chip keeps port states" )
+         ->transform( CLI::CheckedTransformer(
+               std::map< String, SoftChip::ChipKind >{ { "topology", SoftChip::ChipKind::topology },
+                                                       { "vlan", SoftChip::ChipKind::vlan } } ) )
+         ->type_name( "topology|vlan" );
    app.add_flag( "--virtual-time", options.virtualTime,
                  "time moves with events and with 'qonctl run' only" );
    app.add_flag( "--once", options.once, "load, play the events, come to rest, and end" );

@@ -138,8 +138,8 @@ AgentRun::input( const String & name, const String & text ) {
 }
 
 void
-AgentRun::begin() {
-   String description = featureNames();
+AgentRun::begin( SoftChip::ChipKind chip ) {
+   String description = featureNames() + "\n" + Kiv::toText( chip );
    for ( auto & entry : environment() ) {
       description += "\n" + entry;
    }
@@ -154,9 +154,11 @@ AgentRun::start( const String & description ) {
             "it was recorded with the features " + lines[0] + "; this agent has " + featureNames();
       throw RangeError( refusal_ );
    }
-   lines.erase( lines.begin() );
+   lines.resize( std::max< size_t >( lines.size(), 2 ) );
+   const auto chip = Kiv::fromText< SoftChip::ChipKind >( lines[1] );
+   lines.erase( lines.begin(), lines.begin() + 2 );
    environmentIs( lines );
-   agent_.emplace( scheduler_ );
+   agent_.emplace( scheduler_, agentFeatures( chip ) );
 }
 
 void

@@ -30,8 +30,8 @@ class AgentRun {
    /** Ends the agent, as an input. */
    ~AgentRun();
 
-   /** Makes the agent. */
-   void begin();
+   /** Makes the agent, over a chip of that kind. */
+   void begin( SoftChip::ChipKind chip = SoftChip::ChipKind::topology );
    /** Files; Velto::RangeError says what is wrong with one. */
    void state( const String & file );
    void config( const String & file );

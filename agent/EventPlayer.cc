@@ -124,8 +124,9 @@ EventPlayer::start() {
 
 void
 EventPlayer::handleTimeout() {
-   Kiv::Seconds now = Kiv::now() - began_;
-   for ( U32 n = 0; n < batch && !done() && lines_[next_].time <= now; ++n ) {
+   // The same sum as the clock was armed with: by another one, a line may be due and never played.
+   Kiv::Seconds now = Kiv::now();
+   for ( U32 n = 0; n < batch && !done() && began_ + lines_[next_].time <= now; ++n ) {
       play( lines_[next_++] );
       if ( next_ % linesPerReport == 0 || ( done() && next_ > linesPerReport ) ) {
          say_( file_ + ": " + Kiv::toText( played() ) + " of " +

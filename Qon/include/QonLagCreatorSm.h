@@ -11,7 +11,7 @@
 //    a status, and its hardware port is known.
 // 2. One watcher of each input, which goes by the key: a change costs as much as the group is
 //    large, whatever the number of aggregates.
-// 3. An aggregate without members has no hardware group.
+// 3. An aggregate without members, or without an index, has no hardware group.
 //
 // Ownership: counts inputs and outputs. The configuration is written by this class alone.
 

@@ -92,6 +92,8 @@ class VlanHelper : public VlanHelperBase {
    /** The chip is done with the doUpdateVlan() that is under way; may be called from within it.
        The chip reports once for each call, also for a VLAN that has gone meanwhile. */
    void updateVlanDone( VlanId vlan, VlanProgrammingStatus programmingStatus );
+   /** The VLAN is there, and in the chip, though it may have no members. */
+   U64 vlanIs( VlanId vlan );
    /** The VLAN has gone: nobody is a member. Whoever waits for it waits no more. The states of the
        ports are kept. */
    void vlanDel( VlanId vlan );
@@ -145,7 +147,7 @@ class VlanHelper : public VlanHelperBase {
       U64 completed = 0;
       Kiv::Seconds since = 0;
    };
-   static constexpr U32 vlansPerTurn = 32;
+   static constexpr Kiv::Seconds pacingBudget = 0.003; // for the chip, in one turn
 
    static U64 bitOf( U32 port ) { return U64( 1 ) << ( port % 64 ); }
    static VlanMembership wantedOf( const Block & b, U64 bit ) {
@@ -177,7 +179,9 @@ class VlanHelper : public VlanHelperBase {
    bool handlePort( Vlan & v, VlanId vlan, PortForwarding state );
    bool applyMembership( Vlan & v, VlanId vlan, U32 port );
    bool inRecirc( IntfId port ) const;
+   String vlanFault( const Vlan & v ) const;
    void handleFeatureSet( const IntfId & lag );
+   void handlePortToLag( const IntfId & port );
    U64 request( Vlan & v, VlanId vlan );
    void start( VlanId vlan );
    void enqueue( Vlan & v, VlanId vlan );
@@ -196,6 +200,8 @@ class VlanHelper : public VlanHelperBase {
    Kiv::ClockReactor< VlanHelper, &VlanHelper::handleRetry > retryClock_;
    Kiv::Watch< QonCommonSmData::lagToFeatureSetAttr, VlanHelper, &VlanHelper::handleFeatureSet >
          featureWatch_;
+   Kiv::Watch< QonCommonSmData::portToLagAttr, VlanHelper, &VlanHelper::handlePortToLag >
+         portToLagWatch_;
 };
 
 } // namespace Qon

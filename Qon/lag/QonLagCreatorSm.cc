@@ -43,7 +43,7 @@ LagMemberCreatorSm::handleMemberList() {
 std::optional< Hardware::Lag::Member >
 LagMemberCreatorSm::wanted( IntfId member ) const {
    auto & in = creator_->in();
-   if ( LagView( in.acsd.ptr() ).lagOf( member ) != lag_ ||
+   if ( !hasLagIndex( lag_ ) || LagView( in.acsd.ptr() ).lagOf( member ) != lag_ ||
         !in.ethPhyIntfStatusDir->intfStatusHas( member ) ||
         !in.fapIdPortDir->fapIdPortHas( member ) ) {
       return std::nullopt;

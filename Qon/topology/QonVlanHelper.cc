@@ -2,6 +2,7 @@
 
 #include "Qon/include/QonLog.h"
 #include "Qon/include/QonTraceHandles.h"
+#include "Qon/include/TimeSlice.h"
 #include "platform/Kiv/Describe.h"
 
 namespace Qon {
@@ -27,6 +28,7 @@ VlanHelper::VlanHelper( const String & name, const QonCommonSmData * acsd )
    pacingClock_.attach( this, Velto::make< Kiv::Clock >() );
    retryClock_.attach( this, Velto::make< Kiv::Clock >() );
    featureWatch_.attach( this, acsd );
+   portToLagWatch_.attach( this, acsd );
 }
 
 VlanHelper::~VlanHelper() = default;
@@ -193,6 +195,14 @@ VlanHelper::handleFeatureSet( const IntfId & ) {
    }
 }
 
+/** A port that left an aggregate has its features no more. */
+void
+VlanHelper::handlePortToLag( const IntfId & port ) {
+   if ( acsd_->lagToFeatureSets() ) {
+      handleFeatureSet( port );
+   }
+}
+
 // --- Port states ---------------------------------------------------------------------------------
 
 U64
@@ -267,16 +277,20 @@ VlanHelper::enqueue( Vlan & v, VlanId vlan ) {
 
 void
 VlanHelper::handlePacing() {
-   for ( U32 n = 0; n < vlansPerTurn && !queue_.empty(); ++n ) {
+   TimeSlice slice( pacingBudget, 8 );
+   while ( !queue_.empty() ) {
       const VlanId vlan = queue_.front();
       queue_.deq();
       vlan_[vlan].queued = false;
       if ( !vlan_[vlan].inProgress ) {
          start( vlan );
       }
+      if ( slice.usedUp() ) {
+         break;
+      }
    }
    if ( !queue_.empty() ) {
-      pacingClock_->timeMin( Kiv::now() );
+      wakeUp( pacingClock_.clock(), slice.now() );
    }
 }
 
@@ -328,6 +342,12 @@ VlanHelper::handleRetry() {
    }
 }
 
+U64
+VlanHelper::vlanIs( VlanId vlan ) {
+   Vlan & v = vlan_[vlan];
+   return v.created || v.queued ? 0 : request( v, vlan );
+}
+
 void
 VlanHelper::vlanDel( VlanId vlan ) {
    Vlan & v = vlan_[vlan];
@@ -355,28 +375,34 @@ VlanHelper::updateState( VlanId vlan ) const {
 }
 
 String
+VlanHelper::vlanFault( const Vlan & v ) const {
+   if ( v.completed > v.requested || v.requested > generation_ ) {
+      return "a generation that was not requested is completed";
+   }
+   if ( v.requested != v.completed && !v.queued && !v.inProgress && !v.failed ) {
+      return "a change waits and nothing is under way";
+   }
+   for ( U32 i = 0; i < v.blocks.size(); ++i ) {
+      const Block & b = v.blocks[i];
+      const U64 wanted = b.members() & b.forwarding;
+      if ( wanted & ~b.hwMembers() ) {
+         return "a member that forwards is not in the hardware's membership";
+      }
+      for ( U64 rest = b.hwMembers() & ~wanted; rest; rest &= rest - 1 ) {
+         const IntfId port = port_[i * 64 + U32( __builtin_ctzll( rest ) )];
+         if ( !inRecirc( port ) ) {
+            return port.stringValue() + " should not be in the hardware's membership";
+         }
+      }
+   }
+   return "";
+}
+
+String
 VlanHelper::checkInvariants() const {
    for ( U32 vlan = 1; vlan < vlan_.size(); ++vlan ) {
-      const Vlan & v = vlan_[vlan];
-      const String where = "VLAN " + std::to_string( vlan ) + ": ";
-      if ( v.completed > v.requested || v.requested > generation_ ) {
-         return where + "a generation that was not requested is completed";
-      }
-      if ( v.requested != v.completed && !v.queued && !v.inProgress && !v.failed ) {
-         return where + "a change waits and nothing is under way";
-      }
-      for ( U32 i = 0; i < v.blocks.size(); ++i ) {
-         const Block & b = v.blocks[i];
-         const U64 wanted = b.members() & b.forwarding;
-         if ( wanted & ~b.hwMembers() ) {
-            return where + "a member that forwards is not in the hardware's membership";
-         }
-         for ( U64 rest = b.hwMembers() & ~wanted; rest; rest &= rest - 1 ) {
-            const IntfId port = port_[i * 64 + U32( __builtin_ctzll( rest ) )];
-            if ( !inRecirc( port ) ) {
-               return where + port.stringValue() + " should not be in the hardware's membership";
-            }
-         }
+      if ( String fault = vlanFault( vlan_[vlan] ); !fault.empty() ) {
+         return "VLAN " + std::to_string( vlan ) + ": " + fault;
       }
    }
    return "";

@@ -159,12 +159,13 @@ VlanTopoHelper::nextUpdate() {
     update waited must not forward on its behalf. */
 bool
 VlanTopoHelper::stillThere( const String & topoName, IntfId intf ) const {
-   auto topo = stpSm()->topoSm( topoName );
-   if ( !topo || topoName == stpSm()->tapAggTopoName() ) {
+   const IntfId lag = stpSm()->lagView().lagOf( intf );
+   const IntfId port = lag ? lag : intf;
+   if ( topoName == stpSm()->tapAggTopoName() && stpSm()->tapAggIntf()->intfInfoHas( port ) ) {
       return true;
    }
-   const IntfId lag = stpSm()->lagView().lagOf( intf );
-   return topo->topoPortSm( lag ? lag : intf ) != nullptr;
+   auto topo = stpSm()->topoSm( topoName );
+   return topo ? topo->topoPortSm( port ) != nullptr : topoName != stpSm()->tapAggTopoName();
 }
 
 /** Walks the VLANs that are left; true when there are none. */

@@ -1,12 +1,10 @@
 #include "agent/features/LagFeature.h"
 
 #include <nlohmann/json.hpp>
-#include <set>
 
 #include "agent/Agent.h"
 #include "agent/configdb/ConfigReader.h"
 #include "agent/features/Arguments.h"
-#include "platform/types/Mlag.h"
 #include "platform/types/Paths.h"
 
 namespace QonAgent {
@@ -15,15 +13,18 @@ namespace {
 
 constexpr U8 fallbackOff = 0;
 constexpr U8 fallbackStatic = 1;
+constexpr U8 fallbackIndividual = 2;
 
-/** The members by name. */
-Qon::QonLagPortList::Entries
-sorted( const Qon::QonLagPortList & members ) {
-   Qon::QonLagPortList::Entries all( members.begin(), members.end() );
-   std::sort( all.begin(), all.end(),
-              []( const auto & a, const auto & b ) { return a.first < b.first; } );
-   return all;
-}
+/** Answers for a kernel that knows every aggregate. */
+class SoftLagDriver : public Qon::LagPacketDriver {
+ public:
+   SoftLagDriver() : LagPacketDriver( "lagPacketDriver" ) {}
+   int getLagInfo( U32 lagIndex, char * buffer, U32 size ) override {
+      const String info = "aggregate " + Kiv::toText( lagIndex );
+      buffer[info.copy( buffer, size - 1 )] = 0;
+      return 0;
+   }
+};
 
 } // namespace
 
@@ -33,23 +34,60 @@ LagFeature::create( Agent & agent ) {
    auto & entities = agent.entities();
    status_ = entities.mount< Interface::EthLagIntfStatusDir >( Paths::ethLagIntfStatus );
    config_ = entities.mount< Interface::EthLagIntfConfigDir >( Paths::ethLagIntfConfig );
+   memberStatus_ = entities.mount< Hardware::Lag::MemberStatusDir >( Paths::lagMemberStatus );
+   fapIdPorts_ = entities.mount< Hardware::FapIdPortDir >( Paths::hardwareFapIdPort );
    hardware_ = entities.mount< Hardware::Lag::Config >( Paths::hardwareLagConfig );
-   progSm_ = Qon::LagProgSmIs(
-         hardware_, entities.mount< Hardware::Lag::Status >( Paths::hardwareLagStatus ),
-         entities.mount< Hardware::FapIdPortDir >( Paths::hardwareFapIdPort ) );
+   mlag_ = entities.mount< Mlag::Status >( Paths::mlagStatus );
+   auto held = entities.mount< Hardware::Lag::Status >( Paths::hardwareLagStatus );
+   chip_ = SoftChip::LagTableIs( hardware_, held, agent.faults() );
+   chip_->initializedIs( true );
+   progSm_ = Qon::LagProgSmIs( hardware_, held, fapIdPorts_ );
    progSm_->initializedIs( true );
-   lagSm_ = Qon::LagSmIs(
-         agent.acsd(), status_,
-         entities.mount< Lag::Input::IntfDeviceNameDir >( Paths::lagInputDeviceName ),
-         entities.mount< Mlag::Status >( Paths::mlagStatus ), agent.acsd()->verifyData(), progSm_ );
+   lagSm_ =
+         Qon::LagSmIs( agent.acsd(), status_,
+                       entities.mount< Lag::Input::IntfDeviceNameDir >( Paths::lagInputDeviceName ),
+                       mlag_, agent.acsd()->verifyData(), progSm_ );
    lagSm_->initializedIs( true );
+   state_ = entities.mount< Hardware::Lag::Status >( Paths::hardwareLagState );
+   stateAggregator_ = Qon::LagStateAggregatorSmIs( { held }, state_ );
+   stateAggregator_->initializedIs( true );
+   createCreators();
+}
+
+/** The groups by the maps and by the configuration of the interfaces, for comparison: the chip
+    follows LagSm's. */
+void
+LagFeature::createCreators() {
+   auto & entities = agent_->entities();
+   auto phy = entities.mount< Interface::EthPhyIntfStatusDir >( Paths::ethPhyIntfStatus );
+   auto aggregated =
+         entities.mount< Hardware::Lag::AggregatedLagConfigDir >( Paths::aggregatedLagConfig );
+   configAggregator_ = Qon::LagConfigAggregatorSmIs( config_, aggregated, &agent_->scheduler() );
+   configAggregator_->initializedIs( true );
+   mapCreator_ = Qon::LagConfigMapCreatorSmIs(
+         { agent_->acsd(), aggregated, memberStatus_, phy, fapIdPorts_ },
+         entities.mount< Hardware::Lag::Config >( Paths::hardwareLagOfConfig ) );
+   mapCreator_->initializedIs( true );
+   creator_ = Qon::QonLagCreatorSmIs(
+         { agent_->acsd(), phy, fapIdPorts_, Velto::make< SoftLagDriver >() },
+         entities.mount< Hardware::Lag::Config >( Paths::hardwareLagOfMembers ) );
+   creator_->initializedIs( true );
 }
 
 void
 LagFeature::destroy() {
+   creator_ = nullptr;
+   mapCreator_ = nullptr;
+   configAggregator_ = nullptr;
+   stateAggregator_ = nullptr;
    lagSm_ = nullptr;
    progSm_ = nullptr;
+   chip_ = nullptr;
+   mlag_ = nullptr;
+   state_ = nullptr;
    hardware_ = nullptr;
+   fapIdPorts_ = nullptr;
+   memberStatus_ = nullptr;
    config_ = nullptr;
    status_ = nullptr;
 }
@@ -65,18 +103,23 @@ LagFeature::configure( ConfigReader & reader ) {
    for ( auto & row : reader.db().rows( "PORTCHANNEL" ) ) {
       reader.check( row, [&] { listedMembers( reader, row ); } );
    }
+   reader.eachRow( "MCLAG_DOMAIN", [&]( const ConfigRow & row ) { domain( reader, row ); } );
+   reader.eachRow( "MCLAG_INTERFACE",
+                   [&]( const ConfigRow & row ) { mlagInterface( reader, row ); } );
 }
 
 void
 LagFeature::channel( ConfigReader & reader, const ConfigRow & row ) {
    Ulnet::IntfId lag = reader.intf( "", row.part( 0, 1 ) );
-   if ( !Ulnet::PortChannelIntfId::isPortChannelIntfId( lag ) ) {
+   if ( !Qon::hasLagIndex( lag ) ) {
       throw RowError( "", "'" + row.key() + "' is not the name of a port-channel" );
    }
    Channel channel;
    channel.up = row.word( "admin_status", { "down", "up" }, 1 );
    channel.mode = row.flag( "static", false ) ? Interface::LagMode::on : Interface::LagMode::active;
-   U8 fallback = row.flag( "fallback", false ) ? fallbackStatic : fallbackOff;
+   const U8 mode = row.word( "fallback_mode", { "static", "individual" }, 0 ) ? fallbackIndividual
+                                                                              : fallbackStatic;
+   const U8 fallback = row.flag( "fallback", false ) ? mode : fallbackOff;
    reader.portChannelIs( lag );
    channels_[lag] = channel;
    reader.apply( [=, this] {
@@ -101,7 +144,9 @@ LagFeature::member( ConfigReader & reader, Ulnet::IntfId lag, Ulnet::IntfId port
       auto config = config_->intfConfigIs( port );
       config->modeIs( channel.mode );
       config->lagIs( lag );
-      status_->intfStatusIs( lag )->intfIs( port, Interface::LagMember( channel.up, channel.up ) );
+      const Interface::LagMember flags( channel.up, channel.up );
+      memberStatus_->memberStatusIs( port, flags );
+      status_->intfStatusIs( lag )->intfIs( port, flags );
    } );
 }
 
@@ -114,89 +159,16 @@ LagFeature::listedMembers( ConfigReader & reader, const ConfigRow & row ) {
    }
    Ulnet::IntfId lag = reader.intf( "", row.key() );
    for ( auto & name : names ) {
-      Ulnet::IntfId port = reader.port( field, name );
-      if ( reader.memberOf( port ) != lag ) {
-         member( reader, lag, port, field );
+      // Each name stands for a row of its own: a wrong one does not cost the others.
+      try {
+         Ulnet::IntfId port = reader.port( field, name );
+         if ( reader.memberOf( port ) != lag ) {
+            member( reader, lag, port, field );
+         }
+      } catch ( const RowError & e ) {
+         reader.warn( row, e.field(), String( e.what() ) + "; member skipped" );
       }
    }
-}
-
-Json
-LagFeature::portChannels( const std::vector< String > & arguments ) const {
-   auto only = argumentIntf( *agent_, arguments );
-   auto & names = agent_->names();
-   Json rows = Json::array();
-   for ( auto & [lag, status] : inOrder( status_->intfStatusIteratorConst() ) ) {
-      if ( only && lag != *only ) {
-         continue;
-      }
-      Json members = Json::array();
-      bool up = false;
-      for ( auto & [port, flags] : sorted( agent_->acsd()->lagToPort( lag ) ) ) {
-         members.push_back( names.spelling( port ) );
-         up = up || flags.distributing();
-      }
-      rows.push_back( { { "portChannel", names.spelling( lag ) },
-                        { "state", up ? "up" : "down" },
-                        { "members", members },
-                        { "fallback", status->lacpFallbackEnabled() },
-                        { "intfId", lag.stringValue() } } );
-   }
-   return checkedRows( std::move( rows ), arguments, "port-channel" );
-}
-
-/** A row a member that the aggregate lists, whether or not it has become one. */
-void
-LagFeature::memberRows( Ulnet::IntfId lag, const Interface::EthLagIntfStatus & status,
-                        Json & rows ) const {
-   auto yes = []( bool v ) { return v ? "yes" : "no"; };
-   auto & names = agent_->names();
-   auto members = agent_->acsd()->lagToPort( lag );
-   auto group = hardware_->lag( lag );
-   std::set< Ulnet::IntfId > listed;
-   for ( auto i = status.intfIteratorConst(); i; ++i ) {
-      listed.insert( i.key() );
-   }
-   for ( auto port : listed ) {
-      auto flags = members.port( port );
-      rows.push_back( { { "portChannel", names.spelling( lag ) },
-                        { "port", names.spelling( port ) },
-                        { "member", yes( members.portHas( port ) ) },
-                        { "collecting", yes( flags.collecting() ) },
-                        { "distributing", yes( flags.distributing() ) },
-                        { "hardware", yes( group && group->memberHas( port ) ) } } );
-   }
-}
-
-Json
-LagFeature::members( const std::vector< String > & arguments ) const {
-   auto only = argumentIntf( *agent_, arguments );
-   Json rows = Json::array();
-   for ( auto & [lag, status] : inOrder( status_->intfStatusIteratorConst() ) ) {
-      if ( !only || lag == *only ) {
-         memberRows( lag, *status, rows );
-      }
-   }
-   return rows;
-}
-
-std::vector< ShowCommand >
-LagFeature::showCommands() {
-   return { { "port-channel",
-              "aggregates and their members",
-              "[PORT-CHANNEL]",
-              { { "portChannel", "Port-channel" }, { "state", "State" }, { "members", "Members" } },
-              [this]( const auto & arguments ) { return portChannels( arguments ); } },
-            { "port-channel members",
-              "what each member may do",
-              "[PORT-CHANNEL]",
-              { { "portChannel", "Port-channel" },
-                { "port", "Port" },
-                { "member", "Member" },
-                { "collecting", "Collecting" },
-                { "distributing", "Distributing" },
-                { "hardware", "Hardware" } },
-              [this]( const auto & arguments ) { return members( arguments ); } } };
 }
 
 } // namespace QonAgent

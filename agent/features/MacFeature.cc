@@ -1,5 +1,7 @@
 #include "agent/features/MacFeature.h"
 
+#include <cmath>
+
 #include "agent/features/Arguments.h"
 
 namespace QonAgent {
@@ -129,7 +131,8 @@ MacFeature::requested() const {
    }
    for ( auto && [key, cmd] : programmer_->overflowAddrOp() ) {
       rows.push_back( row( *cmd, "overflow" ) );
-      rows.back()["nextRetry"] = programmer_->updateOverflowAddressClock()->time() - Kiv::now();
+      Kiv::Seconds left = programmer_->updateOverflowAddressClock()->time() - Kiv::now();
+      rows.back()["nextRetry"] = std::round( left * 1000 ) / 1000;
    }
    for ( auto && [key, entry] : programmer_->table().entries() ) {
       bool onItsWay = programmer_->pendingAddrOpHas( key ) || programmer_->inProgAddrOpHas( key ) ||

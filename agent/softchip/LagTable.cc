@@ -19,8 +19,10 @@ LagTableGroupSm::handleMember( const IntfId & port ) {
 }
 
 LagTable::LagTable( Velto::Ptr< const Hardware::Lag::Config > config,
-                    Velto::Ptr< Hardware::Lag::Status > status, const Limits & limits )
-    : config_( std::move( config ) ), status_( std::move( status ) ), limits_( limits ) {}
+                    Velto::Ptr< Hardware::Lag::Status > status, FaultPlan & faults,
+                    const Limits & limits )
+    : config_( std::move( config ) ), status_( std::move( status ) ), faults_( faults ),
+      limits_( limits ) {}
 
 void
 LagTable::handleInitialized() {
@@ -110,6 +112,7 @@ LagTable::limitsIs( const Limits & limits ) {
 
 void
 LagTable::finishAll() {
+   retryRefused();
    work();
 }
 
@@ -149,7 +152,7 @@ LagTable::apply( const Place & place ) {
    }
    Result result = Result::success;
    if ( want ) {
-      result = admit( place, *want );
+      result = attempt( place, *want );
       if ( result == Result::success ) {
          hold( place, *want );
       } else {
@@ -162,11 +165,11 @@ LagTable::apply( const Place & place ) {
 LagTable::Result
 LagTable::admit( const Place & place, const Member & member ) const {
    auto group = groups_.find( place.lag );
-   if ( !group && groups_.size() >= limits_.lags ) {
+   if ( !group && groups_.size() >= faults_.limit( "lagTable", limits_.lags ) ) {
       return Result::noLag;
    }
    const bool held = group && group->members.has( place.port );
-   if ( !held && members( place.lag ) >= limits_.members ) {
+   if ( !held && members( place.lag ) >= faults_.limit( "lagMembers", limits_.members ) ) {
       return Result::noMember;
    }
    auto owner = owner_.find( member.port() );
@@ -174,6 +177,36 @@ LagTable::admit( const Place & place, const Member & member ) const {
       return Result::portTaken;
    }
    return Result::success;
+}
+
+/** What writing the member comes to. A member that is held as wanted is not written again. */
+LagTable::Result
+LagTable::attempt( const Place & place, const Member & member ) {
+   const Member * held = this->member( place.lag, place.port );
+   const Result result = admit( place, member );
+   if ( result != Result::success || ( held && *held == member ) ) {
+      return result;
+   }
+   const auto trouble = faults_.next( "lagMember" );
+   if ( !trouble ) {
+      return Result::success;
+   }
+   if ( held ) {
+      drop( place );
+   }
+   switch ( *trouble ) {
+   case Trouble::fail:
+      return Result::failed;
+   case Trouble::full:
+      return Result::noMember;
+   case Trouble::busy:
+   case Trouble::parity:
+      clock_->timeMin( Kiv::now() + busyInterval );
+      return Result::pending;
+   case Trouble::lose:
+      return Result::pending;
+   }
+   return Result::failed;
 }
 
 void
@@ -277,8 +310,9 @@ LagTable::checkInvariants() const {
 
 Velto::Ptr< LagTable >
 LagTableIs( Velto::Ptr< const Hardware::Lag::Config > config,
-            Velto::Ptr< Hardware::Lag::Status > status, const LagTable::Limits & limits ) {
-   return Qon::smIs< LagTable >( std::move( config ), std::move( status ), limits );
+            Velto::Ptr< Hardware::Lag::Status > status, FaultPlan & faults,
+            const LagTable::Limits & limits ) {
+   return Qon::smIs< LagTable >( std::move( config ), std::move( status ), faults, limits );
 }
 
 } // namespace SoftChip

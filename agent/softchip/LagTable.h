@@ -11,14 +11,18 @@
 //    groups; what does not fit is refused, with the reason in the status.
 // 2. What was refused for want of room is tried again, in the order of refusal, whenever room is
 //    made.
-// 3. At rest the table holds exactly what is configured and was not refused.
+// 3. A busy chip is asked again after `busyInterval` seconds. Faults: hook "lagMember", tables
+//    "lagTable" and "lagMembers".
+// 4. At rest the table holds exactly what is configured and was not refused.
 //
-// Ownership: counts the configuration and the status, which it alone writes.
+// Ownership: counts the configuration and the status, which it alone writes; the fault plan
+// outlives it.
 
 #include <optional>
 
 #include "Qon/include/QonBaseSm.h"
 #include "Qon/include/SmCollection.h"
+#include "agent/softchip/FaultPlan.h"
 #include "platform/Kiv/Clock.h"
 #include "platform/Kiv/Fifo.h"
 #include "platform/types/HardwareLag.h"
@@ -53,7 +57,9 @@ class LagTable : public Qon::QonBaseSm {
       U32 members = 64; ///< of one group
    };
    LagTable( Velto::Ptr< const Hardware::Lag::Config > config,
-             Velto::Ptr< Hardware::Lag::Status > status, const Limits & limits );
+             Velto::Ptr< Hardware::Lag::Status > status, FaultPlan & faults,
+             const Limits & limits );
+   static constexpr Kiv::Seconds busyInterval = 1.0;
 
    void handleInitialized() override;
    void kivDoZombieReactors() override;
@@ -105,6 +111,7 @@ class LagTable : public Qon::QonBaseSm {
    void apply( const Place & place );
    std::optional< Member > wanted( const Place & place ) const;
    Result admit( const Place & place, const Member & member ) const;
+   Result attempt( const Place & place, const Member & member );
    void hold( const Place & place, const Member & member );
    void drop( const Place & place );
    void publish( const Place & place, const std::optional< Member > & want, Result result );
@@ -112,6 +119,7 @@ class LagTable : public Qon::QonBaseSm {
 
    const Velto::Ptr< const Hardware::Lag::Config > config_;
    const Velto::Ptr< Hardware::Lag::Status > status_;
+   FaultPlan & faults_;
    Limits limits_;
    Kiv::Seconds latency_ = 0;
    bool working_ = false;
@@ -127,7 +135,7 @@ class LagTable : public Qon::QonBaseSm {
 };
 
 Velto::Ptr< LagTable > LagTableIs( Velto::Ptr< const Hardware::Lag::Config > config,
-                                   Velto::Ptr< Hardware::Lag::Status > status,
+                                   Velto::Ptr< Hardware::Lag::Status > status, FaultPlan & faults,
                                    const LagTable::Limits & limits = LagTable::Limits() );
 
 } // namespace SoftChip

@@ -8,7 +8,7 @@ SoftTopoHelper::allocTopo( const String & topoName ) {
    QonAgent::recordHook( "allocTopo", topoName );
    auto [topo, fresh] = topo_.emplace( topoName );
    topo->incarnation = ++incarnations_;
-   if ( fresh && installed_ < maxTopo_ ) {
+   if ( fresh && installed_ < maxTopo() ) {
       topo->installed = true;
       ++installed_;
    }

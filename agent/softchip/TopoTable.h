@@ -5,16 +5,16 @@
 //    StpSm -> hooks -> wanted -> at once or later: the table -> setStpStateDoneTopoId()
 //
 // Invariants
-// 1. Not more topologies are in the table than it has room for. One without room is kept aside and
-//    installed when another goes; until then nothing of it is reported done.
+// 1. Not more topologies are in the table than it has room for (in the fault plan the limit of
+//    "topoTable"). One without room is kept aside and installed when another goes; until then
+//    nothing of it is reported done.
 // 2. Done is reported when everything handed over for the topology is in the table.
 // 3. A VLAN whose topology is not in the table forwards nowhere; one that was never in a topology
 //    forwards everywhere.
 
-#include <string>
-
 #include "Qon/include/QonStpSm.h"
 #include "agent/softchip/Completions.h"
+#include "agent/softchip/FaultPlan.h"
 
 namespace SoftChip {
 
@@ -23,12 +23,13 @@ using Velto::String;
 
 class SoftTopoHelper : public Qon::TopoHelper {
  public:
-   explicit SoftTopoHelper( U32 maxTopo = 64 ) : maxTopo_( maxTopo ), vlan_( 4095 ) {}
+   SoftTopoHelper( U32 maxTopo, FaultPlan & plan )
+       : maxTopo_( maxTopo ), plan_( plan ), vlan_( 4095 ) {}
 
    /** When port states are done. */
    Completions & completions() { return completions_; }
 
-   U32 maxTopo() override { return maxTopo_; }
+   U32 maxTopo() override { return plan_.limit( "topoTable", maxTopo_ ); }
    bool allocTopo( const String & topoName ) override;
    void freeTopo( const String & topoName ) override;
    void setStpState( S32 topoId, const String & topoName, IntfId intf, PortState state ) override;
@@ -43,6 +44,16 @@ class SoftTopoHelper : public Qon::TopoHelper {
    const String & topoOf( U16 vlan ) const { return vlan_[vlan].topo; }
    /** The state of a port in the table; disabled where it was never set. */
    PortState state( const String & topoName, IntfId intf ) const;
+   /** Calls `act( IntfId, PortState )` for every port of a topology in the table. */
+   template< class Act >
+   void forEachPort( const String & topoName, Act && act ) const {
+      auto topo = topo_.find( topoName );
+      if ( topo && topo->installed ) {
+         for ( auto && [intf, port] : topo->ports ) {
+            act( intf, port.held );
+         }
+      }
+   }
    /** Whether frames of the VLAN pass the port, as far as topologies go. */
    bool forwards( U16 vlan, IntfId intf ) const;
    U64 flushes() const { return flushes_; }
@@ -71,6 +82,7 @@ class SoftTopoHelper : public Qon::TopoHelper {
    void done( U32 topoId );
 
    const U32 maxTopo_;
+   FaultPlan & plan_;
    U32 installed_ = 0;
    U64 incarnations_ = 0;
    U64 flushes_ = 0;

@@ -16,10 +16,12 @@ SoftVlanHelper::wanted( VlanId vlan ) const {
 
 void
 SoftVlanHelper::doUpdateVlan( VlanId vlan ) {
-   auto & ports = *underWay_.emplace( vlan ).first = wanted( vlan );
+   const auto & ports = *underWay_.emplace( vlan ).first = wanted( vlan );
    QonAgent::recordHook( "doUpdateVlan", vlan, U32( ports.size() ) );
-   const bool fails = fails_ && fails_( vlan );
-   completions_.add( [this, vlan, fails] { done( vlan, fails ); } );
+   const auto trouble = plan_.next( "doUpdateVlan" );
+   if ( trouble != Trouble::lose ) {
+      completions_.add( [this, vlan, fails = bool( trouble )] { done( vlan, fails ); } );
+   }
 }
 
 void

@@ -6,10 +6,12 @@
 //
 // Invariants
 // 1. The table changes only for VLANs that were created, and only when an update is done.
-// 2. An update that is to fail writes nothing.
+// 2. An update that fails by the fault plan (hook "doUpdateVlan") writes nothing; one that is lost
+//    is never reported.
 
 #include "Qon/include/QonVlanHelper.h"
 #include "agent/softchip/Completions.h"
+#include "agent/softchip/FaultPlan.h"
 
 namespace SoftChip {
 
@@ -24,12 +26,11 @@ struct VlanPort {
 
 class SoftVlanHelper : public Qon::VlanHelper {
  public:
-   using VlanHelper::VlanHelper;
+   SoftVlanHelper( const String & name, const Qon::QonCommonSmData * acsd, FaultPlan & plan )
+       : VlanHelper( name, acsd ), plan_( plan ) {}
 
    /** When updates are done. */
    Completions & completions() { return completions_; }
-   /** Asked at each update whether it fails; null for never. */
-   void failsIs( std::function< bool( VlanId ) > fails ) { fails_ = std::move( fails ); }
 
    void doCreateHwVlan( VlanId vlan ) override { table_.emplace( vlan ); }
    void doUpdateVlan( VlanId vlan ) override;
@@ -50,8 +51,8 @@ class SoftVlanHelper : public Qon::VlanHelper {
    void done( VlanId vlan, bool fails );
    std::vector< VlanPort > wanted( VlanId vlan ) const;
 
+   FaultPlan & plan_;
    Completions completions_;
-   std::function< bool( VlanId ) > fails_;
    Kiv::DenseMap< VlanId, std::vector< VlanPort > > table_;
    Kiv::DenseMap< VlanId, std::vector< VlanPort > > underWay_;
    Velto::Ptr< Qon::VerifyData > verifyData_;

@@ -15,9 +15,16 @@ inline constexpr char lagInputDeviceName[] =
 inline constexpr char hardwareLagConfig[] = "hardware/lag/config"; // Hardware::Lag::Config
 inline constexpr char hardwareLagStatus[] = "hardware/lag/status"; // Hardware::Lag::Status
 inline constexpr char hardwareFapIdPort[] = "hardware/fapidport";  // Hardware::FapIdPortDir
-inline constexpr char mlagStatus[] = "mlag/status";                // Mlag::Status
+inline constexpr char hardwareLagState[] = "hardware/lag/state";   // Hardware::Lag::Status
+inline constexpr char hardwareLagOfMembers[] = "hardware/lag/ofmembers"; // Hardware::Lag::Config
+inline constexpr char hardwareLagOfConfig[] = "hardware/lag/ofconfig";   // Hardware::Lag::Config
+inline constexpr char aggregatedLagConfig[] =
+      "lag/config/aggregated"; // Hardware::Lag::AggregatedLagConfigDir
+inline constexpr char lagMemberStatus[] = "lag/member/status"; // Hardware::Lag::MemberStatusDir
+inline constexpr char mlagStatus[] = "mlag/status";            // Mlag::Status
 
 // Bridging
+inline constexpr char vlanConfig[] = "bridging/vlan/config";         // Bridging::Vlan::Config
 inline constexpr char topologyConfig[] = "bridging/topology/config"; // Bridging::Topology::Config
 inline constexpr char topologyStatus[] = "bridging/topology/inst/status"; // ...::Inst::Status
 inline constexpr char bridgingConfig[] = "bridging/config";               // Bridging::Config

@@ -60,17 +60,25 @@ TEST( Console, ShowsInTheOrderOfInterfacesAndInTheFilesSpelling ) {
    // By either spelling; the longest name of a table wins.
    for ( auto name : { "PortChannel0002", "Port-Channel2" } ) {
       EXPECT_EQ( rows( { "port-channel", name } )[0]["members"], Json( { "Ethernet10" } ) );
-      EXPECT_EQ( rows( { "port-channel", "members", name } )[0]["hardware"], "yes" );
+      EXPECT_EQ( rows( { "port-channel", "members", name } )[0]["programmed"], "yes" );
    }
    EXPECT_EQ( rows( { "port-channel", "PortChannel3" } ),
               "there is no port-channel 'PortChannel3'" );
    EXPECT_EQ( rows( { "log", "x" } ), "'show log' takes no argument" );
    // Every table that there is can be shown, with what its columns name.
-   for ( auto & show : console.answer( { { "do", "help" } } )["shows"] ) {
+   Json help = console.answer( { { "do", "help" } } );
+   for ( auto & show : help["shows"] ) {
+      Lines words( 1 );
+      for ( char c : show["show"].get< String >() ) {
+         if ( c == ' ' ) {
+            words.emplace_back();
+         } else {
+            words.back() += c;
+         }
+      }
       if ( show["arguments"] != "PATH" ) {
-         Json answer = console.answer( { { "do", "show" }, { "words", { show["show"] } } } );
-         EXPECT_TRUE( answer["ok"].get< bool >() || show["show"] == "port-channel members" )
-               << answer;
+         Json answer = console.answer( { { "do", "show" }, { "words", words } } );
+         EXPECT_TRUE( answer["ok"].get< bool >() ) << answer;
       }
    }
 }
@@ -226,8 +234,7 @@ TEST( Events, AWrongLineStopsTheFileBeforeItBegins ) {
    for ( auto [line, error] :
          { std::pair( "{\"time\": 0.5, \"event\": \"insert\", \"path\": \"x\"}",
                       ":2: time goes back from 1 to 0.5" ),
-           std::pair( "{\"event\": \"dance\"}",
-                      ":2: no event 'dance'; there are: delete, insert, link, set" ),
+           std::pair( "{\"event\": \"dance\"}", ":2: no event 'dance'; there are: " ),
            std::pair( "{\"event\": \"link\", \"port\": \"Ethernet0\"}",
                       ":2: field 'up' is missing" ),
            std::pair( "[]", ":2: expected a JSON object, found array" ),
@@ -237,7 +244,8 @@ TEST( Events, AWrongLineStopsTheFileBeforeItBegins ) {
          EventPlayer::load( w.agent, file.name, {} );
          ADD_FAILURE() << line;
       } catch ( const Velto::RangeError & e ) {
-         EXPECT_EQ( e.what(), file.name + error );
+         EXPECT_EQ( String( e.what() ).substr( 0, ( file.name + error ).size() ),
+                    file.name + error );
       }
    }
    EXPECT_EQ( w.acsd().minIntfs(), 0u );

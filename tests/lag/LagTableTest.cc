@@ -13,7 +13,7 @@ class LagTableFlow : public ::testing::Test, public LagWorld {
    LagTableFlow() {
       hardwarePorts( 1, 32 );
       start();
-      chip = SoftChip::LagTableIs( config, status, { 2, 2 } ); // groups, members
+      chip = SoftChip::LagTableIs( config, status, faults, { 2, 2 } ); // groups, members
       chip->initializedIs( true );
    }
    void TearDown() override {
@@ -25,6 +25,7 @@ class LagTableFlow : public ::testing::Test, public LagWorld {
    Result result( U32 lag, U32 port ) const {
       return prog->programmed( po( lag ), eth( port ) ).result();
    }
+   SoftChip::FaultPlan faults;
    Ptr< SoftChip::LagTable > chip;
 };
 
@@ -73,6 +74,19 @@ TEST_F( LagTableFlow, CompletionMayTakeAWhile ) {
    scheduler.runFor( 1.0 );
    EXPECT_EQ( chip->text(), "1: Port-Channel1 Ethernet1(0/1 )\n" );
    EXPECT_FALSE( status->lagHas( po( 2 ) ) );
+}
+
+TEST_F( LagTableFlow, TroubleOfTheChip ) {
+   faults.add( { "lagMember", SoftChip::Trouble::fail } );
+   faults.add( { "lagMember", SoftChip::Trouble::busy } );
+   join( 1, 1 );
+   EXPECT_EQ( result( 1, 1 ), Result::failed );
+   EXPECT_EQ( chip->checkInvariants(), "" );
+   join( 1, 2 );
+   EXPECT_EQ( result( 1, 2 ), Result::pending );
+   scheduler.runFor( 1.5 );
+   EXPECT_EQ( result( 1, 2 ), Result::success );
+   EXPECT_EQ( result( 1, 1 ), Result::success ); // asked again with the other
 }
 
 TEST_F( LagTableFlow, LentMembersStayWhereTheyAre ) {

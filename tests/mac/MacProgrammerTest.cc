@@ -207,6 +207,16 @@ TEST_F( Mac, TheOverflowIsRetriedInKeyOrder ) {
    EXPECT_TRUE( chip->atRest() );
 }
 
+TEST_F( Mac, PollsDoNotPutTheRetryOff ) {
+   auto silent = inFlight( addHost( 9 ) ); // unanswered, so polled ten times a second
+   overflowed( 1 );
+   scheduler.runFor( 5 );
+   ASSERT_EQ( chip->written.size(), 1u );
+   chip->answer( silent, macProgramSuccess );
+   settleWith( chip->written[0], macProgramSuccess );
+   EXPECT_TRUE( chip->atRest() );
+}
+
 TEST_F( Mac, ANewerWishTakesTheKeyOutOfOverflow ) {
    overflowed( 1 );
    auto remove = inFlight( macCmd( CmdType::removeHost, macKey( 1 ) ) );

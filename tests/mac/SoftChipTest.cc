@@ -163,6 +163,15 @@ TEST_F( SoftMac, TroubleByPlanIsGotOverOrShown ) {
    EXPECT_EQ( programmer().checkInvariants(), "" );
 }
 
+TEST_F( SoftMac, EveryFractionOfASecondComesToItsLine ) {
+   std::vector< String > lines;
+   for ( U32 n = 0; n < 200; ++n ) {
+      lines.push_back( "\"time\": " + Kiv::toText( 0.00007 * n ) + ", " + add( 1 ) );
+   }
+   play( lines ); // must end
+   EXPECT_EQ( table().entries().size(), 1u );
+}
+
 TEST_F( SoftMac, ALineThatIsWrongIsRefusedBeforeAnythingHappens ) {
    struct {
       const char * line;

@@ -197,7 +197,9 @@ INSTANTIATE_TEST_SUITE_P( Kinds, ChipTest, bothKinds(), kindName );
 
 TEST( TopoTableTest, ATopologyWithoutRoomWaitsForAnotherToGo ) {
    TopologyWorld world;
-   auto chip = Velto::make< SoftChip::SoftTopoHelper >( 1 );
+   SoftChip::FaultPlan faults;
+   faults.limitIs( "topoTable", 1 );
+   auto chip = Velto::make< SoftChip::SoftTopoHelper >( 64, faults );
    world.stp.topo( "a", 1 );
    world.stp.topo( "b", 2 );
    world.stp.vlan( 10, "b" );

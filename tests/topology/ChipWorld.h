@@ -13,9 +13,9 @@ enum class ChipKind { topoTable, perVlan };
 class ChipWorld : public TopologyWorld {
  public:
    explicit ChipWorld( ChipKind kind ) : kind( kind ) {
-      vlans = Velto::make< SoftChip::SoftVlanHelper >( "vlans", acsd.ptr() );
+      vlans = Velto::make< SoftChip::SoftVlanHelper >( "vlans", acsd.ptr(), faults );
       if ( kind == ChipKind::topoTable ) {
-         topoTable = Velto::make< SoftChip::SoftTopoHelper >( 64 );
+         topoTable = Velto::make< SoftChip::SoftTopoHelper >( 64, faults );
          helper = topoTable;
       } else {
          vlanTopo = Qon::VlanTopoHelperIs( vlans, &scheduler );
@@ -72,6 +72,7 @@ class ChipWorld : public TopologyWorld {
    String notAtRest();
 
    const ChipKind kind;
+   SoftChip::FaultPlan faults;
    Velto::Ptr< SoftChip::SoftVlanHelper > vlans;
    Velto::Ptr< SoftChip::SoftTopoHelper > topoTable; // or:
    Velto::Ptr< Qon::VlanTopoHelper > vlanTopo;

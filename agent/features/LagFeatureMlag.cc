@@ -1,0 +1,84 @@
+// MLAG's tables and the events of link aggregation.
+
+#include "agent/configdb/ConfigReader.h"
+#include "agent/features/Arguments.h"
+#include "agent/features/LagFeature.h"
+
+namespace QonAgent {
+
+/** The switch is taken to have its peer: MLAG is established as soon as the domain is known. */
+void
+LagFeature::domain( ConfigReader & reader, const ConfigRow & row ) {
+   const String name = row.part( 0, 1 );
+   const String peerLink = row.text( "peer_link", "" );
+   Ulnet::IntfId link;
+   if ( !peerLink.empty() ) {
+      link = reader.portOrChannel( "peer_link", peerLink );
+   }
+   if ( !domain_.empty() && domain_ != name ) {
+      throw RowError( "", "there is a domain already, '" + domain_ + "'" );
+   }
+   domain_ = name;
+   reader.apply( [=, this] {
+      mlag_->peerLinkIntfIs( link );
+      mlag_->fastMacRedirectionIs( true );
+      mlag_->mlagStateIs( Mlag::MlagState::primary );
+   } );
+}
+
+void
+LagFeature::mlagInterface( ConfigReader & reader, const ConfigRow & row ) {
+   if ( row.part( 0, 2 ) != domain_ ) {
+      throw RowError( "", "there is no domain '" + row.part( 0, 2 ) + "'" );
+   }
+   Ulnet::IntfId lag = reader.portChannel( "", row.part( 1, 2 ) );
+   reader.apply( [=, this] { lagSm_->sharePeerLinkWithLagIs( lag, true ); } );
+}
+
+/** A member as LACP would report it: it comes, changes what it may do, or goes. */
+std::function< void() >
+LagFeature::memberEvent( const Json & line ) {
+   const Ulnet::IntfId lag = agent_->names().typed( fieldOf< String >( line, "portChannel" ) );
+   const Ulnet::IntfId port = agent_->names().typed( fieldOf< String >( line, "port" ) );
+   auto flag = [&]( const char * field ) {
+      return !line.contains( field ) || fieldOf< bool >( line, field );
+   };
+   const bool member = flag( "member" );
+   const Interface::LagMember flags( flag( "collecting" ), flag( "distributing" ) );
+   return [=, this] {
+      auto status = status_->intfStatus( lag );
+      if ( !status ) {
+         throw Velto::RangeError( "there is no port-channel '" + agent_->names().spelling( lag ) +
+                                  "'" );
+      }
+      if ( member ) {
+         memberStatus_->memberStatusIs( port, flags );
+         status->intfIs( port, flags );
+      } else {
+         memberStatus_->memberStatusDel( port );
+         status->intfDel( port );
+      }
+   };
+}
+
+std::function< void() >
+LagFeature::mlagEvent( const Json & line ) {
+   const auto state = Kiv::fromText< Mlag::MlagState >( fieldOf< String >( line, "state" ) );
+   const bool redirects = !line.contains( "redirection" ) || fieldOf< bool >( line, "redirection" );
+   return [=, this] {
+      mlag_->fastMacRedirectionIs( redirects );
+      mlag_->mlagStateIs( state );
+   };
+}
+
+std::vector< EventKind >
+LagFeature::eventKinds() {
+   return { { "lagMember",
+              R"({"time": 3, "event": "lagMember", "portChannel": "PortChannel2", )"
+              R"("port": "Ethernet4", "collecting": true, "distributing": false})",
+              [this]( const Json & line ) { return memberEvent( line ); } },
+            { "mlag", R"({"time": 4, "event": "mlag", "state": "inactive"})",
+              [this]( const Json & line ) { return mlagEvent( line ); } } };
+}
+
+} // namespace QonAgent

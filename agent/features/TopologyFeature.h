@@ -1,0 +1,83 @@
+#pragma once
+// Spanning-tree topologies over a chip of either kind. It stands in for the spanning-tree agent of
+// a switch: tables STP, STP_VLAN and STP_PORT say which topologies there are (one for each VLAN in
+// mode pvst, otherwise one for all), events say what the protocol would.
+//
+//    {"event": "portState", "topology": "Vlan10", "intf": "Ethernet0", "state": "forwarding"}
+//    {"event": "portDel", "topology": "Vlan10", "intf": "Ethernet0"}
+//    {"event": "macFlush", "topology": "Vlan10", "intf": "Ethernet0"}
+//    {"event": "topology", "topology": "Mst1", "id": 7}            id 0: it goes
+//    {"event": "vlanTopology", "vlan": 10, "topology": "Mst1"}     empty: the VLAN is in none
+//    {"event": "operationalMode", "mode": "tapAgg"}
+//    {"event": "tapAgg", "topology": "TapAgg", "id": 4095, "tap": ["Ethernet0"], "tool": []}
+//    {"event": "chipLatency", "seconds": 0.2}                      of port states and VLANs
+//
+// Ports without spanning tree forward; others begin discarding, edge ports (portfast) forwarding.
+
+#include <map>
+#include <set>
+
+#include "Qon/include/QonStpSm.h"
+#include "agent/AgentFeature.h"
+#include "agent/softchip/ChipKind.h"
+#include "agent/softchip/TopoTable.h"
+#include "agent/softchip/VlanTable.h"
+#include "platform/types/Vlan.h"
+
+namespace QonAgent {
+
+class TopologyFeature : public AgentFeature {
+ public:
+   explicit TopologyFeature( SoftChip::ChipKind kind ) : kind_( kind ) {}
+
+   const char * name() const override { return "topology"; }
+   void create( Agent & agent ) override;
+   void destroy() override;
+   std::vector< String > tables() const override { return { "STP", "STP_VLAN", "STP_PORT" }; }
+   void configure( ConfigReader & reader ) override;
+   std::vector< ShowCommand > showCommands() override;
+   std::vector< EventKind > eventKinds() override;
+
+   Qon::StpSm * stpSm() const { return stpSm_.ptr(); }
+   /** The topology tables; null for a chip without. */
+   SoftChip::SoftTopoHelper * topoTable() const { return topoTable_.ptr(); }
+
+ private:
+   using PortState = Bridging::Topology::PortState;
+   using Parsed = std::function< void() >;
+
+   /** What the tables say about spanning tree. */
+   struct SpanningTree {
+      bool enabled = false;
+      bool pvst = false;
+      std::set< Bridging::VlanId > vlansWithout; // disabled there, or not named in mode pvst
+      std::set< Bridging::VlanId > vlansWith;
+      std::map< Ulnet::IntfId, PortState > initial; // of ports in spanning tree
+   };
+   void build( const SpanningTree & tree );
+   void topologyIs( const String & name, U32 id );
+
+   Parsed parsePortState( const Json & line );
+   Parsed parsePortDel( const Json & line );
+   Parsed parseFlush( const Json & line );
+   Parsed parseTopology( const Json & line );
+   Parsed parseVlan( const Json & line );
+   Parsed parseMode( const Json & line );
+   Parsed parseTapAgg( const Json & line );
+   Parsed parseLatency( const Json & line );
+   Json topologies( const std::vector< String > & arguments ) const;
+   Json hardware( const std::vector< String > & arguments ) const;
+
+   Agent * agent_ = nullptr;
+   const SoftChip::ChipKind kind_;
+   U64 changes_ = 0;
+   Velto::Ptr< Bridging::Vlan::Config > vlans_;
+   Velto::Ptr< Bridging::Topology::Config > config_;
+   Velto::Ptr< Bridging::Topology::Inst::Status > status_;
+   Velto::Ptr< TapAgg::HwConfig > tapAgg_;
+   Velto::Ptr< SoftChip::SoftVlanHelper > vlanHelper_;
+   Velto::Ptr< SoftChip::SoftTopoHelper > topoTable_;
+   Velto::Ptr< Qon::StpSm > stpSm_;
+};
+
+} // namespace QonAgent
