@@ -114,20 +114,20 @@ softChip( const Bench & bench, const Settings & settings ) {
    };
    if ( !settings.perVlan ) {
       chip.makeTopoHelper = [=] {
-         auto topo = Velto::make< SoftChip::SoftTopoHelper >( maxTopo );
+         auto topo = Velto::make< SoftChip::SoftTopoHelper >( maxTopo, parts->plan );
          topo->completions().latencyIs( settings.latency );
          parts->topo = topo.ptr();
          return topo;
       };
    }
    chip.makeVlanHelper = [=, acsd = bench.acsd] {
-      auto vlan = Velto::make< SoftChip::SoftVlanHelper >( "chip", acsd.ptr() );
+      auto vlan = Velto::make< SoftChip::SoftVlanHelper >( "chip", acsd.ptr(), parts->plan );
       vlan->completions().latencyIs( settings.latency );
       parts->vlan = vlan.ptr();
       return vlan;
    };
    chip.makeLagProgrammer = [=] {
-      auto lag = SoftChip::LagTableIs( bench.lagConfig, bench.lagStatus, lagLimits );
+      auto lag = SoftChip::LagTableIs( bench.lagConfig, bench.lagStatus, parts->plan, lagLimits );
       lag->latencyIs( settings.latency );
       lag->initializedIs( true );
       parts->lag = lag.ptr();

@@ -84,7 +84,7 @@ TEST_F( AgentRecording, WhatClientsDoIsReplayed ) {
       run.events( base + ".jsonl" );
       run.play();
       for ( int n = 0; n < 200; ++n ) {
-         run.change( "set", "acsd/minIntfs\n" + std::to_string( n ) );
+         run.change( "set", "acsd/thresholdForFlushVplsVlan\n" + std::to_string( n ) );
          EXPECT_THROW( run.change( "delete", "nowhere/at all" ), Velto::RangeError );
          if ( n == 40 ) {
             String lag = "interface/status/eth/lag/intfStatus[Port-Channel77]";
@@ -95,7 +95,8 @@ TEST_F( AgentRecording, WhatClientsDoIsReplayed ) {
             EXPECT_FALSE( run.change( "verify", "VTS#qon-agent#" ).empty() );
          }
          loop.runOnce( 0.001 );
-         EXPECT_EQ( run.agent().entities().get( "acsd/minIntfs" ), std::to_string( n ) );
+         EXPECT_EQ( run.agent().entities().get( "acsd/thresholdForFlushVplsVlan" ),
+                    std::to_string( n ) );
       }
    }
    EXPECT_EQ( replayFile( base + ".rec", [this]( const String & line ) { text = line; } ), 0 )
