@@ -146,6 +146,14 @@ struct VlanStays : ChipTopo {
    using ChipTopo::ChipTopo;
    void delVlanFromTopo( const String &, U16 ) override {}
 };
+struct FewVlans : ChipTopo {
+   using ChipTopo::ChipTopo;
+   void addVlanToTopo( const String & name, U16 vlan ) override {
+      if ( vlan <= 1024 ) {
+         ChipTopo::addVlanToTopo( name, vlan );
+      }
+   }
+};
 struct DiesOfAbsence : ChipTopo {
    DiesOfAbsence( TablesPtr tables, Faults faults, Kiv::TimerWheel * wheel )
        : ChipTopo( tables, faults, wheel ), held( tables ) {}
@@ -206,7 +214,7 @@ TEST( Conformance, EveryFaultBreaksItsContract ) {
    } const cases[] = {
          { "mac.held", "mac.unasked", "not in flight", mac< AnswersTwice >() },
          { "mac.held", "mac.status", "unexpected mac program status", mac< StrangeStatus >() },
-         { "mac.newest", "mac.newest", "Ethernet2", mac< FirstWishStays >() },
+         { "mac.newest", "mac.newest", " at Ethernet", mac< FirstWishStays >() },
          { "mac.held", "hook.missing", "writeToHw", mac< NoHook >() },
          { "mac.held", "mac.held", "did not return within 2 s", mac< Hangs >() },
          { "vlan.done", "vlan.done", "VLAN 123 waits", vlan< DoneForgotten >() },
@@ -214,7 +222,8 @@ TEST( Conformance, EveryFaultBreaksItsContract ) {
          { "topo.done", "topo.done", "learning is not reported", topo< TopoNotDone >() },
          { "topo.cleanup", "topo.cleanup", "Topo0", topo< TopoNotFreed >() },
          { "topo.vlan", "topo.vlan", "10", topo< VlanStays >() },
-         { "topo.absent", "topo.absent", "the process died", topo< DiesOfAbsence >() },
+         { "topo.absent", "topo.absent", "map::at", topo< DiesOfAbsence >() },
+         { "topo.tapagg", "topo.tapagg", " VLANs, forwarding", topo< FewVlans >() },
          { "lag.result", "lag.result", "has no status",
            []( ChipAdapter & chip, const Parts & ) {
               chip.makeLagProgrammer = [] { return Velto::make< DeadLag >(); };
