@@ -123,6 +123,7 @@ softChip( const Bench & bench, const Settings & settings ) {
    chip.makeVlanHelper = [=, acsd = bench.acsd] {
       auto vlan = Velto::make< SoftChip::SoftVlanHelper >( "chip", acsd.ptr(), parts->plan );
       vlan->completions().latencyIs( settings.latency );
+      vlan->verifyDataIs( acsd->verifyData() );
       parts->vlan = vlan.ptr();
       return vlan;
    };

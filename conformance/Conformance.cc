@@ -83,8 +83,9 @@ say( int fd, char kind, const String & text ) {
    }
 }
 
+/** What else is thrown ends the process, as it would end the agent. */
 [[noreturn]] void
-child( const MakeChip & make, const Options & options, const Check & check, int fd ) {
+child( const MakeChip & make, const Options & options, const Check & check, int fd ) noexcept {
    alarm( options.secondsToHang );
    try {
       Trial trial( make, options, [fd]( const String & what ) { say( fd, saysDid, what ); } );

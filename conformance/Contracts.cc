@@ -20,6 +20,7 @@ contracts() {
          { "mac.full", "A table without room answers 'full', keeps what it holds, and takes the "
                        "rest when there is room again." },
          { "mac.flush", "A flush is answered and removes the hosts that it names and no others." },
+         { "mac.shadow", "A command that is meant for the software's shadow is answered, too." },
          { "mac.cleanup", "Nothing is left in the table when every host was removed." },
          { "mac.destructor", "Destruction of the programmer calls nothing and changes nothing." },
          { "mac.random", "A random history of hosts and flushes ends in the newest wishes." },
@@ -29,6 +30,7 @@ contracts() {
          { "vlan.generation", "The completed generation of a VLAN never goes back." },
          { "vlan.newest", "A VLAN that is reported done holds the members that were wanted last." },
          { "vlan.readd", "A VLAN that had gone and comes back is programmed like a new one." },
+         { "vlan.verify", "verify() finds nothing in a chip that holds what it should." },
          { "vlan.cleanup", "Nothing is left in the chip of VLANs whose members have all gone." },
          { "vlan.destructor", "Destruction of the helper calls nothing and changes nothing." },
          { "vlan.random", "A random history of members and port states ends in what is wanted." },
@@ -41,6 +43,9 @@ contracts() {
          { "topo.full", "allocTopo() without room answers false; what was freed can be given "
                         "again." },
          { "topo.flush", "Flushing the MAC addresses of a port returns." },
+         { "topo.verify", "verify() finds nothing in a chip that holds what it should." },
+         { "topo.tapagg", "In tap-aggregation mode the VLANs of no topology are in the one of that "
+                          "mode, with its ports forwarding, and afterwards in none." },
          { "topo.cleanup", "Nothing is left in the chip of topologies that were freed." },
          { "topo.destructor", "Destruction of the helper calls nothing and changes nothing." },
          { "topo.random", "A random history of topologies ends in what is configured." },

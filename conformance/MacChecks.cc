@@ -78,9 +78,12 @@ class MacStage {
       return known;
    }
 
-   /** Lets everything be answered. */
+   /** Lets everything be answered, and answers that nobody asked for come. */
    void rest() {
-      bool rests = t.await( [&] { return !mac->pendingMacOps() && !mac->inProgMacOps(); } );
+      auto idle = [&] { return !mac->pendingMacOps() && !mac->inProgMacOps(); };
+      t.await( idle );
+      t.run( 10 * Trial::step );
+      bool rests = t.await( idle );
       if ( !unasked.last.empty() ) {
          t.broken( "mac.unasked", "one answer for each write",
                    "an answer for transaction " + unasked.last + ", which is not in flight" );
@@ -302,6 +305,21 @@ flush( Trial & t ) {
 }
 
 void
+shadow( Trial & t ) {
+   MacStage stage( t );
+   for ( Type type : { Type::addHost, Type::removeHost } ) {
+      for ( U32 host = 0; host < few; ++host ) {
+         auto cmd = Qon::indirectAccessMacCmdFactory( type, stage.key( host ), t.port( host ),
+                                                      Bridging::EntryType::learnedDynamic );
+         cmd->shadowIs( 1 );
+         stage.mac->handleAddrOp( cmd );
+      }
+      t.did( Kiv::toText( type ) + " of 16 hosts in the shadow" );
+      stage.rest();
+   }
+}
+
+void
 cleanup( Trial & t ) {
    MacStage stage( t );
    addFew( stage );
@@ -364,10 +382,10 @@ random( Trial & t ) {
 const std::vector< Check > &
 macChecks() {
    static const std::vector< Check > all = {
-         { "mac.answer", answer }, { "mac.held", held },       { "mac.newest", newest },
-         { "mac.readd", readd },   { "mac.absent", absent },   { "mac.full", full },
-         { "mac.flush", flush },   { "mac.cleanup", cleanup }, { "mac.destructor", destructor },
-         { "mac.random", random },
+         { "mac.answer", answer },         { "mac.held", held },     { "mac.newest", newest },
+         { "mac.readd", readd },           { "mac.absent", absent }, { "mac.full", full },
+         { "mac.flush", flush },           { "mac.shadow", shadow }, { "mac.cleanup", cleanup },
+         { "mac.destructor", destructor }, { "mac.random", random },
    };
    return all;
 }

@@ -314,6 +314,52 @@ flush( Trial & t ) {
 }
 
 void
+verify( Trial & t ) {
+   TopoStage stage( t );
+   twoTopologies( stage );
+   t.judgeVerify( "topo.verify", [&] { stage.stpSm->verify(); } );
+}
+
+void
+tapAgg( Trial & t ) {
+   TopoStage stage( t );
+   const String topoName = "TapAgg";
+   constexpr U32 vlans = 4094, mapped = 6, topoId = 100;
+   auto hwConfig = Velto::make< TapAgg::HwConfig >( "tapAgg" );
+   hwConfig->tapAggTopoNameIs( topoName );
+   hwConfig->tapAggTopoIdIs( topoId );
+   hwConfig->tapIntfIs( t.port( 10 ) );
+   t.acsd->tapAggHwConfigIs( hwConfig );
+   twoTopologies( stage );
+   for ( U32 round = 0; round < 2; ++round ) {
+      t.acsd->operationalModeIs( Qon::HwOperationalMode::tapAgg );
+      t.did( "tap-aggregation mode, with a tap port" );
+      t.run( t.chip.answersWithin );
+      if ( t.chip.topologies && !stage.vlanHelper ) {
+         auto held = t.chip.topologies()[topoName];
+         auto port = held.ports.find( t.port( 10 ) );
+         if ( held.vlans.size() != vlans - mapped || port == held.ports.end() ||
+              port->second != PortState::forwarding ) {
+            t.broken( "topo.tapagg",
+                      Kiv::toText( vlans - mapped ) + " VLANs in " + topoName + ", and " +
+                            t.port( 10 ).stringValue() + " forwarding",
+                      Kiv::toText( U32( held.vlans.size() ) ) + " VLANs, " +
+                            ( port == held.ports.end() ? String( "no state of the port" )
+                                                       : Kiv::toText( port->second ) ) );
+         }
+      }
+      t.acsd->operationalModeIs( Qon::HwOperationalMode::switching );
+      t.did( "switching mode" );
+      stage.rest();
+      t.run( t.chip.answersWithin );
+      if ( t.chip.topologies && !stage.vlanHelper && t.chip.topologies().contains( topoName ) ) {
+         t.broken( "topo.tapagg", "no topology " + topoName, "it is in the chip" );
+      }
+      stage.judge( "topo.tapagg", "topo.tapagg" );
+   }
+}
+
+void
 cleanup( Trial & t ) {
    TopoStage stage( t );
    twoTopologies( stage );
@@ -394,6 +440,7 @@ topoChecks() {
          { "topo.done", done },       { "topo.newest", newest },
          { "topo.vlan", vlans },      { "topo.absent", absent },
          { "topo.full", full },       { "topo.flush", flush },
+         { "topo.verify", verify },   { "topo.tapagg", tapAgg },
          { "topo.cleanup", cleanup }, { "topo.destructor", destructor },
          { "topo.random", random },
    };

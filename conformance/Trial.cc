@@ -151,6 +151,17 @@ Trial::visible() const {
 }
 
 void
+Trial::judgeVerify( const char * contract, const std::function< void() > & verify ) {
+   auto data = acsd->verifyData();
+   U32 before = data->verifyInc();
+   did( "verify()" );
+   verify();
+   if ( data->verifyInc() != before ) {
+      broken( contract, "no finding", data->verifyOutput().description() );
+   }
+}
+
+void
 Trial::judgeDestruction( const char * contract, const std::function< void() > & end ) {
    destroyed_ = true;
    String before = visible();

@@ -79,8 +79,10 @@ class Trial {
 
    /** Everything that can be seen from outside: what the chip holds, and what is published. */
    String visible() const;
-   /** Ends `objects()` and judges that nothing that can be seen changed by that, and that late
-       answers reach nobody. */
+   /** Runs `verify()` and judges that it finds nothing. */
+   void judgeVerify( const char * contract, const std::function< void() > & verify );
+   /** Runs `end()`, which destroys the hook objects, and judges that nothing that can be seen
+      changed by that, and that late answers reach nobody. */
    void judgeDestruction( const char * contract, const std::function< void() > & end );
 
  private:

@@ -169,6 +169,13 @@ readd( Trial & t ) {
 }
 
 void
+verify( Trial & t ) {
+   VlanStage stage( t );
+   addFew( stage );
+   t.judgeVerify( "vlan.verify", [&] { stage.helper->verify(); } );
+}
+
+void
 cleanup( Trial & t ) {
    VlanStage stage( t );
    addFew( stage );
@@ -242,8 +249,9 @@ random( Trial & t ) {
 const std::vector< Check > &
 vlanChecks() {
    static const std::vector< Check > all = {
-         { "vlan.done", done },       { "vlan.newest", newest },         { "vlan.readd", readd },
-         { "vlan.cleanup", cleanup }, { "vlan.destructor", destructor }, { "vlan.random", random },
+         { "vlan.done", done },     { "vlan.newest", newest },   { "vlan.readd", readd },
+         { "vlan.verify", verify }, { "vlan.cleanup", cleanup }, { "vlan.destructor", destructor },
+         { "vlan.random", random },
    };
    return all;
 }
