@@ -8,11 +8,8 @@
 #include <cstdio>
 #include <optional>
 
-#include "agent/Agent.h"
-#include "agent/EventPlayer.h"
+#include "agent/AgentRun.h"
 #include "agent/Json.h"
-#include "agent/StateFile.h"
-#include "agent/configdb/ConfigReader.h"
 #include "agent/server/Console.h"
 #include "agent/server/SocketServer.h"
 #include "platform/Kiv/EventLoop.h"
@@ -31,6 +28,8 @@ struct Options {
    String socket; // empty: none
    String log = "stderr";
    SoftChip::ChipKind chip = SoftChip::ChipKind::topology;
+   String record;
+   String replay;
    bool virtualTime = false;
    bool once = false;
 };
@@ -80,6 +79,7 @@ class Program {
 
  private:
    Kiv::TaskScheduler & scheduler();
+   bool playing() { return run_->player() && !run_->player()->done(); }
    void advance( Kiv::Seconds by );
    void playVirtual();
    void oneRound( bool wait );
@@ -90,9 +90,9 @@ class Program {
    SignalWatch signals_{ loop_, stopped_ };
    std::optional< Kiv::VirtualScheduler > virtual_;
    std::optional< SocketServer > server_;
-   std::optional< Agent > agent_;
+   std::optional< FileRecorder > recorder_;
+   std::optional< AgentRun > run_;
    std::optional< Console > console_;
-   Velto::Ptr< EventPlayer > player_;
 };
 
 Program::Program( const Options & options ) : options_( options ) {
@@ -105,8 +105,15 @@ Program::Program( const Options & options ) : options_( options ) {
          console_->line( c, line );
       } );
    }
-   agent_.emplace( scheduler(), agentFeatures( options.chip ) );
-   console_.emplace( *agent_ );
+   if ( !options.record.empty() ) {
+      recorder_.emplace( scheduler(), options.record );
+   }
+   run_.emplace( scheduler(), recorder_ ? &*recorder_ : nullptr, say );
+   run_->begin( options.chip );
+   console_.emplace( run_->agent() );
+   console_->changeIs( [this]( const String & kind, const String & text ) {
+      return run_->change( kind, text );
+   } );
    if ( virtual_ ) {
       console_->advanceIs( [this]( Kiv::Seconds by ) { advance( by ); } );
    }
@@ -120,22 +127,13 @@ Program::scheduler() {
 void
 Program::load() {
    if ( !options_.state.empty() ) {
-      applyStateFile( agent_->entities(), options_.state );
+      run_->state( options_.state );
    }
    if ( !options_.config.empty() ) {
-      auto db = ConfigDb::read( options_.config );
-      auto report = ConfigReader( *agent_, db ).load();
-      for ( auto & warning : report.warnings ) {
-         say( "warning: " + warning );
-      }
-      for ( auto & note : report.notes ) {
-         say( "note: " + note );
-      }
-      say( options_.config + ": " + Kiv::toText( report.rows ) + " rows used, " +
-           Kiv::toText( U32( report.warnings.size() ) ) + " warnings" );
+      run_->config( options_.config );
    }
    if ( !options_.events.empty() ) {
-      player_ = EventPlayer::load( *agent_, options_.events, say );
+      run_->events( options_.events );
    }
 }
 
@@ -155,7 +153,7 @@ Program::oneRound( bool wait ) {
 /** From one firing to the next, with a look at the clients between them. */
 void
 Program::playVirtual() {
-   while ( player_ && !player_->done() && !stopped_ ) {
+   while ( playing() && !stopped_ ) {
       virtual_->runUntil( std::max( virtual_->time(), virtual_->nextTime() ) );
       oneRound( false );
    }
@@ -166,8 +164,8 @@ Program::run() {
    if ( server_ ) {
       say( "ready, serving " + options_.socket );
    }
-   if ( player_ ) {
-      player_->start();
+   if ( run_->player() ) {
+      run_->play();
    }
    if ( virtual_ ) {
       virtual_->settle();
@@ -177,11 +175,13 @@ Program::run() {
       }
    }
    auto finished = [this] {
-      return options_.once && ( !player_ || player_->done() ) &&
-             scheduler().nextTime() > Kiv::now();
+      return options_.once && !playing() && scheduler().nextTime() > Kiv::now();
    };
    while ( !stopped_ && !finished() ) {
       oneRound( true );
+   }
+   if ( recorder_ && !recorder_->good() ) {
+      say( "warning: " + options_.record + ": not everything could be written" );
    }
 }
 
@@ -208,12 +208,19 @@ describe( CLI::App & app, Options & options ) {
    app.add_flag( "--virtual-time", options.virtualTime,
                  "time moves with events and with 'qonctl run' only" );
    app.add_flag( "--once", options.once, "load, play the events, come to rest, and end" );
-   app.footer( "Examples:\n"
-               "  qon-agent --config examples/leaf.json &     run a switch\n"
-               "  qonctl show port-channel                    ask it\n"
-               "  qon-agent --config my.json --once        check a file\n"
-               "  qon-agent -c my.json -e storm.jsonl --virtual-time --once\n\n"
-               "Exit codes: 0 ended as asked, 2 bad input or a busy socket, one line says which." );
+   app.add_option( "--record", options.record, "write everything that comes in to a recording" )
+         ->type_name( "FILE" );
+   app.add_option( "--replay", options.replay,
+                   "run a recording again and compare what the chip is told; nothing else is done" )
+         ->type_name( "FILE" );
+   app.footer(
+         "Examples:\n"
+         "  qon-agent --config examples/leaf.json &     run a switch\n"
+         "  qonctl show port-channel                    ask it\n"
+         "  qon-agent --config my.json --once        check a file\n"
+         "  qon-agent -c my.json -e storm.jsonl --virtual-time --once\n\n"
+         "Exit codes: 0 ended as asked, 1 a replay that differs, 2 bad input or a busy socket,\n"
+         "one line says which." );
 }
 
 } // namespace
@@ -228,6 +235,9 @@ main( int argc, char ** argv ) {
       app.parse( argc, argv );
    } catch ( const CLI::ParseError & e ) {
       return app.exit( e ) ? exitBadInput : 0;
+   }
+   if ( !options.replay.empty() ) {
+      return replayFile( options.replay, say );
    }
    if ( options.socket.empty() && !options.once ) {
       options.socket = defaultSocket();

@@ -38,8 +38,8 @@ pathKinds( Orvane::EntityManager & entities ) {
 
 } // namespace
 
-EventPlayer::EventPlayer( Agent & agent, const String & file, Say say )
-    : agent_( agent ), file_( file ), text_( readFile( file ) ), say_( std::move( say ) ) {
+EventPlayer::EventPlayer( Agent & agent, const String & file, const String & text, Say say )
+    : agent_( agent ), file_( file ), text_( text ), say_( std::move( say ) ) {
    for ( auto & kind : pathKinds( agent.entities() ) ) {
       kinds_[kind.name] = kind;
    }
@@ -50,7 +50,12 @@ EventPlayer::EventPlayer( Agent & agent, const String & file, Say say )
 
 Velto::Ptr< EventPlayer >
 EventPlayer::load( Agent & agent, const String & file, Say say ) {
-   Velto::Ptr< EventPlayer > player( new EventPlayer( agent, file, std::move( say ) ) );
+   return parse( agent, file, readFile( file ), std::move( say ) );
+}
+
+Velto::Ptr< EventPlayer >
+EventPlayer::parse( Agent & agent, const String & file, const String & text, Say say ) {
+   Velto::Ptr< EventPlayer > player( new EventPlayer( agent, file, text, std::move( say ) ) );
    player->hasNotificationActiveIs( true );
    player->check();
    return player;

@@ -27,6 +27,9 @@ class EventPlayer : public Velto::Node {
 
    /** Reads and checks. Raises Velto::RangeError "FILE:LINE: what". */
    static Velto::Ptr< EventPlayer > load( Agent & agent, const String & file, Say say );
+   /** The same with the content of the file. */
+   static Velto::Ptr< EventPlayer > parse( Agent & agent, const String & file, const String & text,
+                                           Say say );
 
    /** Begins with the first line. */
    void start();
@@ -37,7 +40,7 @@ class EventPlayer : public Velto::Node {
    void handleTimeout();
 
  private:
-   EventPlayer( Agent & agent, const String & file, Say say );
+   EventPlayer( Agent & agent, const String & file, const String & text, Say say );
 
    struct Line {
       Kiv::Seconds time;

@@ -86,13 +86,16 @@ parseJson( const String & text ) {
 
 void
 applyStateFile( Orvane::EntityManager & entities, const String & file ) {
+   applyStateText( entities, file, readFile( file ) );
+}
+
+void
+applyStateText( Orvane::EntityManager & entities, const String & file, const String & text ) {
    State state;
    try {
-      state = parseState( readFile( file ) );
+      state = parseState( text );
    } catch ( const RangeError & e ) {
-      String what = e.what();
-      throw RangeError( what.compare( 0, file.size() + 1, file + ":" ) == 0 ? what
-                                                                            : file + ":" + what );
+      throw RangeError( file + ":" + e.what() );
    }
    try {
       applyState( entities, state );

@@ -30,6 +30,8 @@ void applyState( Orvane::EntityManager & entities, const State & state );
 
 /** The same with a file; errors begin with its name. */
 void applyStateFile( Orvane::EntityManager & entities, const String & file );
+/** The same with the content of the file. */
+void applyStateText( Orvane::EntityManager & entities, const String & file, const String & text );
 
 /** The text by which the generic attribute interface knows a JSON value: "True", "42", a text.
     Raises Velto::RangeError for arrays and objects. */

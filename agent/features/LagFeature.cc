@@ -159,9 +159,14 @@ LagFeature::listedMembers( ConfigReader & reader, const ConfigRow & row ) {
    }
    Ulnet::IntfId lag = reader.intf( "", row.key() );
    for ( auto & name : names ) {
-      Ulnet::IntfId port = reader.port( field, name );
-      if ( reader.memberOf( port ) != lag ) {
-         member( reader, lag, port, field );
+      // Each name stands for a row of its own: a wrong one does not cost the others.
+      try {
+         Ulnet::IntfId port = reader.port( field, name );
+         if ( reader.memberOf( port ) != lag ) {
+            member( reader, lag, port, field );
+         }
+      } catch ( const RowError & e ) {
+         reader.warn( row, e.field(), String( e.what() ) + "; member skipped" );
       }
    }
 }

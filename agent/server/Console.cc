@@ -1,11 +1,9 @@
 #include "agent/server/Console.h"
 
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <cmath>
 #include <cstdio>
 
+#include "agent/Changes.h"
 #include "agent/StateFile.h"
 #include "agent/features/Arguments.h"
 #include "agent/server/PathWatch.h"
@@ -52,31 +50,6 @@ wordsOf( const String & name ) {
    }
    return words;
 }
-
-/** A file in memory that stands in for a client, so that who writes to it never waits. */
-class Capture {
- public:
-   Capture() : fd_( memfd_create( "answer", MFD_CLOEXEC ) ) { VELTO_ASSERT( fd_ >= 0 ); }
-   ~Capture() { close( fd_ ); }
-   Capture( const Capture & ) = delete;
-   Capture & operator=( const Capture & ) = delete;
-
-   int fd() const { return fd_; }
-   String content() const {
-      String text;
-      char piece[16384];
-      for ( ;; ) {
-         ssize_t n = pread( fd_, piece, sizeof( piece ), off_t( text.size() ) );
-         if ( n <= 0 ) {
-            return text;
-         }
-         text.append( piece, std::size_t( n ) );
-      }
-   }
-
- private:
-   int fd_;
-};
 
 } // namespace
 
@@ -134,11 +107,13 @@ Console::answer( const Json & request ) {
    }
 }
 
-void
-Console::changed() {
+String
+Console::change( const String & kind, const String & text ) {
+   String answer = change_ ? change_( kind, text ) : applyChange( agent_, kind, text );
    if ( advance_ ) {
       advance_( 0 );
    }
+   return answer;
 }
 
 Json
@@ -197,22 +172,19 @@ Console::get( const Json & request ) {
 
 Json
 Console::set( const Json & request ) {
-   agent_.entities().set( path( request ), textOfJson( fieldOf< Json >( request, "value" ) ) );
-   changed();
+   change( "set", path( request ) + "\n" + textOfJson( fieldOf< Json >( request, "value" ) ) );
    return ok();
 }
 
 Json
 Console::insert( const Json & request ) {
-   agent_.entities().insert( path( request ) );
-   changed();
+   change( "insert", path( request ) );
    return ok();
 }
 
 Json
 Console::del( const Json & request ) {
-   agent_.entities().del( path( request ) );
-   changed();
+   change( "delete", path( request ) );
    return ok();
 }
 
@@ -225,10 +197,12 @@ Console::dump( const Json & request ) {
 
 Json
 Console::raise( const Json & request ) {
-   auto name = fieldOf< String >( request, "message" );
-   auto arguments = fieldOf< std::vector< String > >( request, "arguments" );
+   String text = fieldOf< String >( request, "message" );
+   for ( auto & argument : fieldOf< std::vector< String > >( request, "arguments" ) ) {
+      text += "\n" + argument;
+   }
    Json reply = ok();
-   reply["emitted"] = Kiv::logByName( name, arguments );
+   reply["emitted"] = Kiv::fromText< bool >( change( "raise", text ) );
    return reply;
 }
 
@@ -346,15 +320,11 @@ Console::watch( Connection & connection, const Json & request ) {
 
 void
 Console::verification( Connection & connection, const String & command ) {
-   auto & verify = agent_.verification();
-   if ( !verify.handle ) {
-      connection.send( lineOf( failure( "this agent does not verify itself" ) ) );
-      return;
+   try {
+      connection.send( change( "verify", command ) );
+   } catch ( const RangeError & e ) {
+      connection.send( lineOf( failure( e.what() ) ) );
    }
-   Capture capture;
-   verify.handle( capture.fd(), command );
-   changed();
-   connection.send( capture.content() );
 }
 
 } // namespace QonAgent

@@ -27,10 +27,16 @@ class Console {
    /** Lets the agent's own time run on by so many seconds. */
    using Advance = std::function< void( Kiv::Seconds by ) >;
 
+   /** Makes a change (Changes.h) and returns its answer. */
+   using Change = std::function< String( const String & kind, const String & text ) >;
+
    explicit Console( Agent & agent );
 
    /** For an agent on virtual time: after every change it is advanced by 0. */
    void advanceIs( Advance advance ) { advance_ = std::move( advance ); }
+
+   /** Who makes changes instead of the console itself: a recorder that notes them. */
+   void changeIs( Change change ) { change_ = std::move( change ); }
 
    /** A Connection's LineHandler. */
    void line( Connection & connection, const String & line );
@@ -58,10 +64,11 @@ class Console {
 
    void watch( Connection & connection, const Json & request );
    void verification( Connection & connection, const String & command );
-   void changed();
+   String change( const String & kind, const String & text );
 
    Agent & agent_;
    Advance advance_;
+   Change change_;
    std::vector< ShowCommand > shows_;
 };
 

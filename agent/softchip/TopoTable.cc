@@ -1,9 +1,11 @@
 #include "agent/softchip/TopoTable.h"
 
+#include "agent/record/Recorder.h"
 namespace SoftChip {
 
 bool
 SoftTopoHelper::allocTopo( const String & topoName ) {
+   QonAgent::recordHook( "allocTopo", topoName );
    auto [topo, fresh] = topo_.emplace( topoName );
    topo->incarnation = ++incarnations_;
    if ( fresh && installed_ < maxTopo() ) {
@@ -15,6 +17,7 @@ SoftTopoHelper::allocTopo( const String & topoName ) {
 
 void
 SoftTopoHelper::freeTopo( const String & topoName ) {
+   QonAgent::recordHook( "freeTopo", topoName );
    auto gone = topo_.take( topoName );
    if ( !gone || !gone->installed ) {
       return;
@@ -46,6 +49,7 @@ SoftTopoHelper::install( const String & topoName, Topo & topo ) {
 
 void
 SoftTopoHelper::setStpState( S32 topoId, const String & topoName, IntfId intf, PortState state ) {
+   QonAgent::recordHook( "setStpState", topoId, topoName, intf, state );
    Topo * topo = topo_.find( topoName );
    if ( !topo ) {
       return; // was never allocated, or has gone: there is no place for it
@@ -88,21 +92,25 @@ SoftTopoHelper::done( U32 topoId ) {
 
 void
 SoftTopoHelper::addVlanToTopo( const String & topoName, U16 vlan ) {
+   QonAgent::recordHook( "addVlanToTopo", topoName, vlan );
    vlan_.at( vlan ) = { topoName, false };
 }
 
 void
-SoftTopoHelper::delVlanFromTopo( const String &, U16 vlan ) {
+SoftTopoHelper::delVlanFromTopo( const String & topoName, U16 vlan ) {
+   QonAgent::recordHook( "delVlanFromTopo", topoName, vlan );
    vlan_.at( vlan ) = { "", true };
 }
 
 void
-SoftTopoHelper::flushTopoPort( U32, IntfId ) {
+SoftTopoHelper::flushTopoPort( U32 topoId, IntfId intf ) {
+   QonAgent::recordHook( "flushTopoPort", topoId, intf );
    ++flushes_;
 }
 
 void
-SoftTopoHelper::flushTopoPortVlan( const Qon::MappedVlan &, IntfId ) {
+SoftTopoHelper::flushTopoPortVlan( const Qon::MappedVlan & vlans, IntfId intf ) {
+   QonAgent::recordHook( "flushTopoPortVlan", vlans.name(), intf );
    ++flushes_;
 }
 

@@ -1,6 +1,7 @@
 #include "agent/softchip/VlanTable.h"
 
 #include "Qon/include/VerifyData.h"
+#include "agent/record/Recorder.h"
 
 namespace SoftChip {
 
@@ -15,7 +16,8 @@ SoftVlanHelper::wanted( VlanId vlan ) const {
 
 void
 SoftVlanHelper::doUpdateVlan( VlanId vlan ) {
-   *underWay_.emplace( vlan ).first = wanted( vlan );
+   const auto & ports = *underWay_.emplace( vlan ).first = wanted( vlan );
+   QonAgent::recordHook( "doUpdateVlan", vlan, U32( ports.size() ) );
    const auto trouble = plan_.next( "doUpdateVlan" );
    if ( trouble != Trouble::lose ) {
       completions_.add( [this, vlan, fails = bool( trouble )] { done( vlan, fails ); } );

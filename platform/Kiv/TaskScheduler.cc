@@ -84,8 +84,16 @@ TaskScheduler::runSlice() {
 
 bool
 TaskScheduler::turn() {
-   bool fired = wheel_.nextTime() != never && wheel_.fireDue( Kiv::now() );
-   return runSlice() || fired;
+   if ( turnWatch_ ) [[unlikely]] {
+      turnWatch_->turnBegins();
+   }
+   // A watched turn reads the time in any case, whoever else has armed a clock.
+   bool fired = ( turnWatch_ || wheel_.nextTime() != never ) && wheel_.fireDue( Kiv::now() );
+   bool worked = runSlice() || fired;
+   if ( turnWatch_ ) [[unlikely]] {
+      turnWatch_->turnEnds( worked );
+   }
+   return worked;
 }
 
 Seconds

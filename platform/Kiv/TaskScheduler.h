@@ -55,6 +55,15 @@ struct SliceBudget {
    U32 unitsPerRead = 16;
 };
 
+/** Hears where turns begin and end; for tools that note down what happens. */
+class TurnWatch {
+ public:
+   virtual ~TurnWatch() = default;
+   virtual void turnBegins() = 0;
+   /** `worked`: a clock fired or a slice was run. */
+   virtual void turnEnds( bool worked ) = 0;
+};
+
 class TaskScheduler {
  public:
    TaskScheduler() = default;
@@ -68,6 +77,8 @@ class TaskScheduler {
 
    /** One turn; false if there was nothing to do. */
    bool turn();
+   /** Installs `watch` in place of the one before; null is none. It stays the caller's. */
+   void turnWatchIs( TurnWatch * watch ) { turnWatch_ = watch; }
    /** When the next turn has something to do: -infinity with a task awake, never with nothing. */
    Seconds nextTime() const;
 
@@ -80,6 +91,7 @@ class TaskScheduler {
 
    TimerWheel wheel_;
    SliceBudget budget_;
+   TurnWatch * turnWatch_ = nullptr;
    Task * ready_ = nullptr; // by priority, then by arrival
    Task * running_ = nullptr;
    Seconds deadline_ = 0;

@@ -1,0 +1,228 @@
+#include "agent/AgentRun.h"
+
+#include <cstdlib>
+
+#include "agent/Changes.h"
+#include "agent/ReadFile.h"
+#include "agent/StateFile.h"
+#include "agent/configdb/ConfigReader.h"
+#include "agent/record/Replay.h"
+
+extern char ** environ;
+
+namespace QonAgent {
+
+using Velto::RangeError;
+
+namespace {
+
+constexpr int exitDifferent = 1;
+constexpr int exitUnreadable = 2;
+
+/** Variables that the library asks for. */
+bool
+matters( const String & variable ) {
+   static const std::vector< String > others = { "SIMULATION_VMID",  "OLD_ACLS_TCAM_ENABLED",
+                                                 "PDP_MODE_ENABLED", "ENABLE_VERIFY",
+                                                 "USE_BCMSIM",       "HITLESS_RESTART_TEST" };
+   return ( variable.starts_with( "QON_" ) && variable != "QON_SOCKET" ) ||
+          std::find( others.begin(), others.end(), variable ) != others.end();
+}
+
+/** "NAME=value" of every variable that matters. */
+std::vector< String >
+environment() {
+   std::vector< String > all;
+   for ( char ** entry = environ; *entry; ++entry ) {
+      String text = *entry;
+      if ( matters( text.substr( 0, text.find( '=' ) ) ) ) {
+         all.push_back( text );
+      }
+   }
+   std::sort( all.begin(), all.end() );
+   return all;
+}
+
+void
+environmentIs( const std::vector< String > & wanted ) {
+   for ( auto & entry : environment() ) {
+      unsetenv( entry.substr( 0, entry.find( '=' ) ).c_str() );
+   }
+   for ( auto & entry : wanted ) {
+      auto end = entry.find( '=' );
+      setenv( entry.substr( 0, end ).c_str(), entry.substr( end + 1 ).c_str(), 1 );
+   }
+}
+
+String
+featureNames() {
+   String names;
+   for ( auto & feature : agentFeatures() ) {
+      names += ( names.empty() ? "" : " " ) + String( feature->name() );
+   }
+   return names;
+}
+
+} // namespace
+
+AgentRun::AgentRun( Kiv::TaskScheduler & scheduler, FileRecorder * recorder, Say say )
+    : scheduler_( scheduler ), recorder_( recorder ), say_( std::move( say ) ) {
+   giveKinds();
+   if ( recorder_ ) {
+      kindsTo( *recorder_ );
+   }
+}
+
+AgentRun::~AgentRun() {
+   if ( agent_ ) {
+      input( "stop", "" );
+   }
+}
+
+void
+AgentRun::giveKinds() {
+   kind( "start", [this]( const String & text ) { start( text ); } );
+   kind( "stop", [this]( const String & ) {
+      player_ = nullptr;
+      agent_.reset();
+   } );
+   kind( "play", [this]( const String & ) {
+      need();
+      player_->start();
+   } );
+   // Of files: the name, a line end, and the content.
+   auto file = [this]( const String & name, auto load ) {
+      kind( name, [this, load]( const String & text ) {
+         need();
+         auto end = text.find( '\n' );
+         load( text.substr( 0, end ), text.substr( end + 1 ) );
+      } );
+   };
+   file( "state", [this]( const String & name, const String & text ) {
+      applyStateText( agent_->entities(), name, text );
+   } );
+   file( "config",
+         [this]( const String & name, const String & text ) { loadConfig( name, text ); } );
+   file( "events", [this]( const String & name, const String & text ) {
+      player_ = EventPlayer::parse( *agent_, name, text, say_ );
+   } );
+   for ( auto & name : changeKinds() ) {
+      kind( name, [this, name]( const String & text ) {
+         need();
+         answer_ = applyChange( *agent_, name, text );
+      } );
+   }
+}
+
+void
+AgentRun::kindsTo( Recorder & recorder ) {
+   for ( auto & [name, does] : kinds_ ) {
+      recorder.kindIs( name, does );
+   }
+}
+
+void
+AgentRun::need() const {
+   if ( !agent_ ) {
+      throw RangeError( "there is no agent" );
+   }
+}
+
+void
+AgentRun::input( const String & name, const String & text ) {
+   if ( recorder_ ) {
+      recorder_->input( name, text );
+   } else {
+      kinds_.at( name )( text );
+   }
+}
+
+void
+AgentRun::begin( SoftChip::ChipKind chip ) {
+   String description = featureNames() + "\n" + Kiv::toText( chip );
+   for ( auto & entry : environment() ) {
+      description += "\n" + entry;
+   }
+   input( "start", description );
+}
+
+void
+AgentRun::start( const String & description ) {
+   auto lines = linesOf( description );
+   if ( lines[0] != featureNames() ) {
+      refusal_ =
+            "it was recorded with the features " + lines[0] + "; this agent has " + featureNames();
+      throw RangeError( refusal_ );
+   }
+   lines.resize( std::max< size_t >( lines.size(), 2 ) );
+   const auto chip = Kiv::fromText< SoftChip::ChipKind >( lines[1] );
+   lines.erase( lines.begin(), lines.begin() + 2 );
+   environmentIs( lines );
+   agent_.emplace( scheduler_, agentFeatures( chip ) );
+}
+
+void
+AgentRun::inputFile( const String & kind, const String & file ) {
+   input( kind, file + "\n" + readFile( file ) );
+}
+
+void
+AgentRun::state( const String & file ) {
+   inputFile( "state", file );
+}
+
+void
+AgentRun::config( const String & file ) {
+   inputFile( "config", file );
+}
+
+void
+AgentRun::events( const String & file ) {
+   inputFile( "events", file );
+}
+
+void
+AgentRun::play() {
+   input( "play", "" );
+}
+
+String
+AgentRun::change( const String & kind, const String & text ) {
+   input( kind, text );
+   return answer_;
+}
+
+void
+AgentRun::loadConfig( const String & file, const String & text ) {
+   auto db = ConfigDb::parse( file, text );
+   auto report = ConfigReader( *agent_, db ).load();
+   for ( auto & warning : report.warnings ) {
+      say_( "warning: " + warning );
+   }
+   for ( auto & note : report.notes ) {
+      say_( "note: " + note );
+   }
+   say_( file + ": " + Kiv::toText( report.rows ) + " rows used, " +
+         Kiv::toText( U32( report.warnings.size() ) ) + " warnings" );
+}
+
+int
+replayFile( const String & file, const EventPlayer::Say & say ) {
+   try {
+      Replay replay( file, readFile( file ) );
+      AgentRun run( replay, nullptr, []( const String & ) {} );
+      run.kindsTo( replay );
+      ReplayResult result = replay.run();
+      if ( !run.refusal().empty() ) {
+         say( "error: " + file + ": " + run.refusal() );
+         return exitUnreadable;
+      }
+      say( file + ": " + result.shown() );
+      return result.same() ? 0 : exitDifferent;
+   } catch ( const RangeError & e ) {
+      say( String( "error: " ) + e.what() );
+      return exitUnreadable;
+   }
+}
+
+} // namespace QonAgent

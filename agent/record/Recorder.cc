@@ -1,0 +1,152 @@
+#include "agent/record/Recorder.h"
+
+#include <bit>
+#include <chrono>
+
+namespace QonAgent {
+
+Recorder * Recorder::current_ = nullptr;
+
+Recorder::Recorder() {
+   VELTO_ASSERT( !current_ );
+   current_ = this;
+}
+
+Recorder::~Recorder() {
+   current_ = nullptr;
+}
+
+void
+Recorder::apply( const String & kind, const String & text ) {
+   auto found = kinds_.find( kind );
+   if ( found == kinds_.end() ) {
+      throw Velto::RangeError( "there are no inputs of kind '" + kind + "'" );
+   }
+   found->second( text );
+}
+
+void
+input( FileRecorder * recorder, const String & kind, const String & text, const InputKind & does ) {
+   if ( recorder ) {
+      recorder->kindIs( kind, does );
+      recorder->input( kind, text );
+   } else {
+      does( text );
+   }
+}
+
+FileRecorder::FileRecorder( Kiv::TaskScheduler & scheduler, const String & file )
+    : scheduler_( scheduler ), writer_( file ), former_( Kiv::timeSourceIs( this ) ) {
+   scheduler_.turnWatchIs( this );
+}
+
+FileRecorder::~FileRecorder() {
+   scheduler_.turnWatchIs( nullptr );
+   Kiv::timeSourceIs( former_ );
+   writer_.write( { Record::Kind::end, "" } );
+   writer_.flush();
+}
+
+Kiv::Seconds
+FileRecorder::now() {
+   Kiv::Seconds time = former_ ? former_->now()
+                               : std::chrono::duration< Kiv::Seconds >(
+                                       std::chrono::steady_clock::now().time_since_epoch() )
+                                       .count();
+   if ( inside_ && !asking_ ) {
+      // Bit patterns of positive numbers grow with them: their differences are exact and short.
+      U64 reading = std::bit_cast< U64 >( time );
+      char text[24];
+      std::snprintf( text, sizeof( text ), readings_.empty() ? "%llx" : " %llx",
+                     static_cast< unsigned long long >( reading - lastReading_ ) );
+      lastReading_ = reading;
+      readings_ += text;
+   }
+   return time;
+}
+
+void
+FileRecorder::turnBegins() {
+   inside_ = turnToWrite_ = true;
+   readingBefore_ = lastReading_;
+}
+
+void
+FileRecorder::turnEnds( bool worked ) {
+   if ( worked || !turnToWrite_ ) {
+      over();
+   } else {
+      // It changed nothing: as if it had not been.
+      readings_.clear();
+      lastReading_ = readingBefore_;
+      inside_ = turnToWrite_ = false;
+   }
+   std::vector< std::pair< String, String > > waiting;
+   waiting.swap( waiting_ );
+   for ( auto & [kind, text] : waiting ) {
+      try {
+         input( kind, text );
+      } catch ( const Velto::RangeError & ) {
+      }
+   }
+}
+
+void
+FileRecorder::input( const String & kind, const String & text ) {
+   if ( inside_ ) {
+      waiting_.emplace_back( kind, text );
+      return;
+   }
+   inside_ = true;
+   write( Record::Kind::input, kind + " " + text );
+   try {
+      apply( kind, text );
+   } catch ( ... ) {
+      over();
+      throw;
+   }
+   over();
+}
+
+void
+FileRecorder::write( Record::Kind kind, const String & text ) {
+   writeReadings();
+   writer_.write( { kind, text } );
+}
+
+void
+FileRecorder::writeReadings() {
+   if ( std::exchange( turnToWrite_, false ) ) {
+      writer_.write( { Record::Kind::turn, "" } );
+   }
+   if ( !readings_.empty() ) {
+      writer_.write( { Record::Kind::clock, std::exchange( readings_, {} ) } );
+   }
+}
+
+void
+FileRecorder::over() {
+   writeReadings();
+   inside_ = false;
+   good_ = writer_.flush() && good_;
+}
+
+void
+FileRecorder::hook( const String & call ) {
+   if ( inside_ ) {
+      write( Record::Kind::hook, call );
+   }
+}
+
+String
+FileRecorder::answer( const String & name, const std::function< String() > & ask ) {
+   asking_ = true;
+   String text = ask();
+   asking_ = false;
+   if ( inside_ ) {
+      write( Record::Kind::answer, name + " " + text );
+   }
+   return text;
+}
+
+} // namespace QonAgent

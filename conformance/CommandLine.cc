@@ -1,0 +1,181 @@
+// The program around the checks.
+
+#include <cstdlib>
+#include <cstring>
+
+#include "conformance/Conformance.h"
+
+namespace QonConformance {
+
+namespace {
+
+constexpr int exitFindings = 1;
+constexpr int exitUsage = 2;
+
+constexpr char usage[] =
+      "usage: %s [--list] [--only ID] [--seed N] [--steps N] [--json]\n"
+      "Shows whether the hook classes of a chip keep the contracts of the library.\n"
+      "  --list     the contracts: id and promise\n"
+      "  --only ID  one contract (mac.full) or the contracts of a feature (mac)\n"
+      "  --seed N   of the random histories; 1 unless given\n"
+      "  --steps N  of each random history; 2000 unless given\n"
+      "  --json     the result as JSON\n"
+      "Exit codes: 0 no findings, 1 findings, 2 a wrong command line.\n";
+
+/** As a JSON string. */
+String
+quoted( const String & text ) {
+   String all = "\"";
+   for ( char c : text ) {
+      if ( c == '"' || c == '\\' ) {
+         all += '\\';
+      }
+      if ( U8( c ) < ' ' ) {
+         char code[8];
+         std::snprintf( code, sizeof( code ), "\\u%04x", U32( U8( c ) ) );
+         all += code;
+      } else {
+         all += c;
+      }
+   }
+   return all + "\"";
+}
+
+struct CommandLine {
+   Options options;
+   bool list = false;
+   bool json = false;
+   bool help = false;
+};
+
+U64
+number( const char * option, const char * text, U64 most ) {
+   char * end = nullptr;
+   U64 n = std::strtoull( text, &end, 10 );
+   if ( *text < '0' || *text > '9' || *end || n > most ) {
+      throw Velto::RangeError( String( option ) + ": expected a number up to " +
+                               Kiv::toText( most ) + ", found '" + text + "'" );
+   }
+   return n;
+}
+
+CommandLine
+parse( int argc, const char * const * argv ) {
+   CommandLine line;
+   auto value = [&]( int & n ) {
+      if ( ++n >= argc ) {
+         throw Velto::RangeError( String( argv[n - 1] ) + ": a value is missing" );
+      }
+      return argv[n];
+   };
+   for ( int n = 1; n < argc; ++n ) {
+      String option = argv[n];
+      if ( option == "--list" || option == "--json" || option == "--help" || option == "-h" ) {
+         ( option == "--list" ? line.list : option == "--json" ? line.json : line.help ) = true;
+      } else if ( option == "--only" ) {
+         line.options.only = value( n );
+      } else if ( option == "--seed" ) {
+         line.options.seed = number( "--seed", value( n ), ~U64( 0 ) );
+      } else if ( option == "--steps" ) {
+         line.options.steps = U32( number( "--steps", value( n ), 10'000'000 ) );
+      } else {
+         throw Velto::RangeError( "unknown option '" + option + "', see --help" );
+      }
+   }
+   return line;
+}
+
+int
+list( bool json ) {
+   const char * between = "";
+   std::printf( "%s", json ? "[" : "" );
+   for ( auto & contract : contracts() ) {
+      if ( json ) {
+         std::printf( "%s\n {\"id\": %s, \"promise\": %s}", between, quoted( contract.id ).c_str(),
+                      quoted( contract.promise ).c_str() );
+      } else {
+         std::printf( "%-16s %s\n", contract.id, contract.promise );
+      }
+      between = ",";
+   }
+   std::printf( "%s", json ? "\n]\n" : "" );
+   return 0;
+}
+
+void
+printOutcome( const Outcome & outcome ) {
+   String result = !outcome.skipped.empty()   ? "skipped: " + outcome.skipped
+                   : outcome.findings.empty() ? String( "ok" )
+                                              : String();
+   for ( auto & finding : outcome.findings ) {
+      result += ( result.empty() ? "breaks " : ", " ) + finding.id;
+   }
+   std::printf( "%-16s %s\n", outcome.check.c_str(), result.c_str() );
+   std::fflush( stdout );
+}
+
+void
+printFindings( const std::vector< Finding > & findings ) {
+   int n = 0;
+   for ( auto & finding : findings ) {
+      std::printf( "\n%d. %s: %s\n   done:     %s\n   expected: %s\n   found:    %s\n", ++n,
+                   finding.id.c_str(), finding.promise.c_str(), finding.did.c_str(),
+                   finding.expected.c_str(), finding.found.c_str() );
+   }
+   std::printf( "\n%d finding%s\n", n, n == 1 ? "" : "s" );
+}
+
+void
+printJson( const std::vector< Outcome > & outcomes, const std::vector< Finding > & findings ) {
+   std::printf( "{\n \"checks\": [" );
+   const char * between = "";
+   for ( auto & outcome : outcomes ) {
+      std::printf( "%s\n  {\"id\": %s, \"result\": %s, \"skipped\": %s}", between,
+                   quoted( outcome.check ).c_str(),
+                   !outcome.skipped.empty()   ? "\"skipped\""
+                   : outcome.findings.empty() ? "\"ok\""
+                                              : "\"broken\"",
+                   quoted( outcome.skipped ).c_str() );
+      between = ",";
+   }
+   std::printf( "\n ],\n \"findings\": [" );
+   between = "";
+   for ( auto & f : findings ) {
+      std::printf( "%s\n  {\"id\": %s,\n   \"promise\": %s,\n   \"done\": %s,\n"
+                   "   \"expected\": %s,\n   \"found\": %s}",
+                   between, quoted( f.id ).c_str(), quoted( f.promise ).c_str(),
+                   quoted( f.did ).c_str(), quoted( f.expected ).c_str(),
+                   quoted( f.found ).c_str() );
+      between = ",";
+   }
+   std::printf( "\n ]\n}\n" );
+}
+
+} // namespace
+
+int
+conformanceMain( int argc, const char * const * argv, const MakeChip & make ) {
+   try {
+      CommandLine line = parse( argc, argv );
+      if ( line.help ) {
+         std::printf( usage, argv[0] );
+         return 0;
+      }
+      if ( line.list ) {
+         return list( line.json );
+      }
+      auto outcomes = runChecks( make, line.options, line.json ? nullptr : printOutcome );
+      auto findings = findingsOf( outcomes );
+      if ( line.json ) {
+         printJson( outcomes, findings );
+      } else {
+         printFindings( findings );
+      }
+      return findings.empty() ? 0 : exitFindings;
+   } catch ( const Velto::RangeError & e ) {
+      std::fprintf( stderr, "%s: %s\n", argv[0], e.what() );
+      return exitUsage;
+   }
+}
+
+} // namespace QonConformance

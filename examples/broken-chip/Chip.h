@@ -1,0 +1,270 @@
+#pragma once
+// The chip: finite tables, and the hook classes between them and the library.
+//
+//    library -> ChipMac, ChipTopo, ChipVlan, ChipLag -> (a little later) -> Tables
+//                                                                        -> done, to the library
+//
+// Each class can be told to have one fault, as a developer might make it.
+
+#include <memory>
+
+#include "Later.h"
+#include "conformance/Conformance.h"
+
+namespace Chip {
+
+using QonConformance::HeldTopology;
+using Ulnet::IntfId;
+using Velto::Ptr;
+using Velto::String;
+
+/** The faults that can be planted. */
+struct Faults {
+   bool lostAnswer = false;     ///< removing a host that is not there is never answered
+   bool fullAborts = false;     ///< a full host table is taken for impossible
+   bool earlyDone = false;      ///< port states are reported done when they are queued
+   bool staleFlags = false;     ///< a member that is there already never changes its flags
+   bool tidyDestructor = false; ///< the destructor of the VLAN helper clears the VLAN table
+};
+
+/** What the chip holds. */
+struct Tables {
+   static constexpr std::size_t hostRoom = 1024, topoRoom = 16, lagRoom = 16, memberRoom = 8;
+
+   std::map< Qon::MacEntryKey, IntfId > hosts;
+   std::map< String, HeldTopology > topologies;
+   std::map< U16, std::map< IntfId, Qon::VlanMembership > > vlans;
+   std::map< IntfId, std::map< IntfId, Hardware::Lag::Member > > lags;
+};
+using TablesPtr = std::shared_ptr< Tables >;
+
+/** Hosts: answers every command by its transaction id. */
+class ChipMac : public Qon::QonMacProgrammer {
+ public:
+   using Status = Qon::MacProgramStatus;
+   using Type = Qon::IndirectAccessMacCmdType;
+
+   ChipMac( TablesPtr tables, Faults faults, Kiv::TimerWheel * wheel )
+       : QonMacProgrammer( wheel ), tables_( tables ), faults_( faults ), later_( wheel ) {}
+
+   Status writeToHw( const Qon::MacCmdPtr & cmd ) override {
+      later_.add( [this, cmd, id = cmd->transactionId()] {
+         if ( faults_.lostAnswer && cmd->type() == Type::removeHost &&
+              !tables_->hosts.contains( cmd->key() ) ) {
+            return;
+         }
+         handleCmdResponse( id, 0, cmd->addrOp() ? host( *cmd ) : flush( *cmd ) );
+      } );
+      return Status::macProgramInProgress;
+   }
+   Status writeToHwShadow( const Qon::MacCmdPtr & cmd ) override { return writeToHw( cmd ); }
+
+ private:
+   Status host( const Qon::IndirectAccessMacCmd & cmd ) {
+      auto & hosts = tables_->hosts;
+      if ( cmd.type() == Type::removeHost ) {
+         hosts.erase( cmd.key() );
+      } else if ( hosts.contains( cmd.key() ) || hosts.size() < Tables::hostRoom ) {
+         hosts[cmd.key()] = cmd.intf();
+      } else {
+         VELTO_ASSERT( !faults_.fullAborts );
+         return Status::macProgramFull;
+      }
+      return Status::macProgramSuccess;
+   }
+   Status flush( const Qon::IndirectAccessMacCmd & cmd ) {
+      bool byPort = cmd.type() == Type::flushPort || cmd.type() == Type::flushLag ||
+                    cmd.type() == Type::flushVlanPort || cmd.type() == Type::flushVlanLag;
+      bool byVlan = cmd.type() >= Type::flushVlan;
+      std::erase_if( tables_->hosts, [&]( auto & host ) {
+         return ( !byPort || host.second == cmd.intf() ) &&
+                ( !byVlan || host.first.key().vlan() == cmd.key().key().vlan() );
+      } );
+      return Status::macProgramSuccess;
+   }
+
+   TablesPtr tables_;
+   Faults faults_;
+   Later later_;
+};
+
+/** Topologies: reports done when nothing that was handed over for the topology is on its way. */
+class ChipTopo : public Qon::TopoHelper {
+ public:
+   ChipTopo( TablesPtr tables, Faults faults, Kiv::TimerWheel * wheel )
+       : tables_( tables ), faults_( faults ), later_( wheel ) {}
+
+   U32 maxTopo() override { return Tables::topoRoom; }
+   bool allocTopo( const String & name ) override {
+      bool room = tables_->topologies.size() < Tables::topoRoom;
+      if ( room ) {
+         tables_->topologies[name];
+      }
+      return room;
+   }
+   void freeTopo( const String & name ) override { tables_->topologies.erase( name ); }
+   void setStpState( S32, const String & name, IntfId intf, PortState state ) override {
+      ++onTheirWay_[name];
+      later_.add( [=, this] {
+         if ( auto topo = tables_->topologies.find( name ); topo != tables_->topologies.end() ) {
+            topo->second.ports[intf] = state;
+         }
+         if ( --onTheirWay_[name] == 0 ) {
+            setStpStateDoneTopoName( name );
+         }
+      } );
+      if ( faults_.earlyDone ) {
+         setStpStateDoneTopoName( name );
+      }
+   }
+   void addVlanToTopo( const String & name, U16 vlan ) override {
+      if ( auto topo = tables_->topologies.find( name ); topo != tables_->topologies.end() ) {
+         topo->second.vlans.insert( vlan );
+      }
+   }
+   void delVlanFromTopo( const String & name, U16 vlan ) override {
+      if ( auto topo = tables_->topologies.find( name ); topo != tables_->topologies.end() ) {
+         topo->second.vlans.erase( vlan );
+      }
+   }
+   void flushTopoPort( U32, IntfId ) override {}
+
+ private:
+   TablesPtr tables_;
+   Faults faults_;
+   std::map< String, U32 > onTheirWay_;
+   Later later_;
+};
+
+/** VLANs: takes over the members of the moment, and reports the update done. */
+class ChipVlan : public Qon::VlanHelper {
+ public:
+   ChipVlan( TablesPtr tables, Faults faults, const Qon::QonCommonSmData * acsd,
+             Kiv::TimerWheel * wheel )
+       : VlanHelper( "chip", acsd ), tables_( tables ), faults_( faults ), later_( wheel ) {}
+   ~ChipVlan() override {
+      if ( faults_.tidyDestructor ) {
+         tables_->vlans.clear();
+      }
+   }
+
+   void doCreateHwVlan( Bridging::VlanId vlan ) override { tables_->vlans[vlan]; }
+   void doUpdateVlan( Bridging::VlanId vlan ) override {
+      std::map< IntfId, Qon::VlanMembership > members;
+      forEachHwPort( vlan, [&]( IntfId intf, Qon::VlanMembership how ) { members[intf] = how; } );
+      later_.add( [=, this] {
+         tables_->vlans[vlan] = members;
+         updateVlanDone( vlan, Qon::VlanProgrammingStatus::success );
+      } );
+   }
+   void verify() override {}
+
+ private:
+   TablesPtr tables_;
+   Faults faults_;
+   Later later_;
+};
+
+/** Groups: brings the table to the configuration whenever that has changed, what goes first. */
+class ChipLag : public Velto::Node {
+ public:
+   using Config = Hardware::Lag::Config;
+   using Result = Hardware::Lag::Result;
+
+   ChipLag( TablesPtr tables, Faults faults, const QonConformance::Bench & bench )
+       : tables_( tables ), faults_( faults ), config_( bench.lagConfig ),
+         status_( bench.lagStatus ), later_( bench.scheduler.timerWheel() ) {
+      hasNotificationActiveIs( true );
+      configWatch_.attach( this, config_.ptr() );
+      for ( auto && [lag, group] : config_->lagIteratorConst() ) {
+         handleLag( lag );
+      }
+   }
+
+   void handleLag( const IntfId & lag ) {
+      memberWatch_.erase( lag );
+      if ( auto group = config_->lag( lag ) ) {
+         memberWatch_[lag] = std::make_unique< MemberWatch >();
+         memberWatch_[lag]->attach( this, group );
+      }
+      handleMember( lag );
+   }
+   void handleMember( const IntfId & ) {
+      if ( !waits_ ) {
+         waits_ = true;
+         later_.add( [this] { follow(); } );
+      }
+   }
+
+ private:
+   using MemberWatch =
+         Kiv::Watch< Hardware::Lag::LagConfig::memberAttr, ChipLag, &ChipLag::handleMember >;
+
+   void follow() {
+      waits_ = false;
+      removeUnwanted();
+      for ( auto && [lag, group] : config_->lagIteratorConst() ) {
+         auto status = status_->lagIs( lag );
+         bool room = tables_->lags.contains( lag ) || tables_->lags.size() < Tables::lagRoom;
+         for ( auto && [port, member] : group->memberIteratorConst() ) {
+            Result result = room ? enter( tables_->lags[lag], port, member ) : Result::noLag;
+            auto held = tables_->lags[lag].find( port );
+            status->memberIs(
+                  port, held == tables_->lags[lag].end()
+                              ? Hardware::Lag::MemberStatus( result, false, false, false )
+                              : Hardware::Lag::MemberStatus( result, held->second.collecting(),
+                                                             held->second.distributing(),
+                                                             held->second.shared() ) );
+         }
+         if ( tables_->lags[lag].empty() ) {
+            tables_->lags.erase( lag );
+         }
+      }
+   }
+   void removeUnwanted() {
+      auto wanted = [this]( IntfId lag, IntfId port ) {
+         auto group = config_->lag( lag );
+         return group && group->memberHas( port );
+      };
+      for ( auto & [lag, members] : tables_->lags ) {
+         std::erase_if( members, [&]( auto & member ) { return !wanted( lag, member.first ); } );
+      }
+      std::erase_if( tables_->lags, []( auto & group ) { return group.second.empty(); } );
+      std::vector< std::pair< IntfId, IntfId > > gone;
+      for ( auto && [lag, status] : status_->lagIteratorConst() ) {
+         for ( auto && [port, member] : status->memberIteratorConst() ) {
+            if ( !wanted( lag, port ) ) {
+               gone.emplace_back( lag, port );
+            }
+         }
+      }
+      for ( auto & [lag, port] : gone ) {
+         status_->lag( lag )->memberDel( port );
+         if ( !config_->lagHas( lag ) && status_->lag( lag )->members() == 0 ) {
+            status_->lagDel( lag );
+         }
+      }
+   }
+   Result enter( std::map< IntfId, Hardware::Lag::Member > & members, IntfId port,
+                 const Hardware::Lag::Member & member ) {
+      bool known = members.contains( port );
+      if ( !known && members.size() == Tables::memberRoom ) {
+         return Result::noMember;
+      }
+      if ( !known || !faults_.staleFlags ) {
+         members[port] = member;
+      }
+      return Result::success;
+   }
+
+   TablesPtr tables_;
+   Faults faults_;
+   Ptr< const Config > config_;
+   Ptr< Hardware::Lag::Status > status_;
+   bool waits_ = false;
+   Later later_;
+   std::map< IntfId, std::unique_ptr< MemberWatch > > memberWatch_;
+   Kiv::Watch< Config::lagAttr, ChipLag, &ChipLag::handleLag > configWatch_;
+};
+
+} // namespace Chip

@@ -1,0 +1,94 @@
+// Runs the conformance kit on the chip. broken-chip [--fault NAME] [--healthy] [options of the kit]
+//
+// All five faults are planted unless one is named, or none with --healthy.
+
+#include <cstring>
+
+#include "Chip.h"
+
+namespace {
+
+using namespace Chip;
+
+struct NamedFault {
+   const char * name;
+   bool Faults::*fault;
+};
+constexpr NamedFault named[] = {
+      { "lost-answer", &Faults::lostAnswer },         { "full-aborts", &Faults::fullAborts },
+      { "early-done", &Faults::earlyDone },           { "stale-flags", &Faults::staleFlags },
+      { "tidy-destructor", &Faults::tidyDestructor },
+};
+
+QonConformance::ChipAdapter
+adapter( const QonConformance::Bench & bench, const Faults & faults ) {
+   auto tables = std::make_shared< Tables >();
+   auto wheel = bench.scheduler.timerWheel();
+   QonConformance::ChipAdapter chip;
+   chip.makeMacProgrammer = [=] { return Velto::make< ChipMac >( tables, faults, wheel ); };
+   chip.makeTopoHelper = [=] { return Velto::make< ChipTopo >( tables, faults, wheel ); };
+   chip.makeVlanHelper = [=, acsd = bench.acsd] {
+      return Velto::make< ChipVlan >( tables, faults, acsd.ptr(), wheel );
+   };
+   chip.makeLagProgrammer = [=] { return Velto::make< ChipLag >( tables, faults, bench ); };
+   chip.hosts = [=] { return tables->hosts; };
+   chip.topologies = [=] { return tables->topologies; };
+   chip.vlans = [=] {
+      auto vlans = tables->vlans;
+      std::erase_if( vlans, []( auto & vlan ) { return vlan.second.empty(); } );
+      return vlans;
+   };
+   chip.lags = [=] {
+      std::map< IntfId, std::set< IntfId > > lags;
+      for ( auto & [lag, members] : tables->lags ) {
+         for ( auto & [port, member] : members ) {
+            lags[lag].insert( port );
+         }
+      }
+      return lags;
+   };
+   chip.hostsToFill = 2 * Tables::hostRoom;
+   return chip;
+}
+
+/** Takes --fault NAME and --healthy out of the arguments. False for an unknown name. */
+bool
+takeFaults( std::vector< const char * > & arguments, Faults & faults ) {
+   faults = { true, true, true, true, true };
+   for ( std::size_t n = 1; n < arguments.size(); ) {
+      bool healthy = !std::strcmp( arguments[n], "--healthy" );
+      bool one = !std::strcmp( arguments[n], "--fault" ) && n + 1 < arguments.size();
+      if ( !healthy && !one ) {
+         ++n;
+         continue;
+      }
+      faults = {};
+      bool known = healthy;
+      for ( auto & fault : named ) {
+         if ( one && !std::strcmp( arguments[n + 1], fault.name ) ) {
+            faults.*fault.fault = known = true;
+         }
+      }
+      if ( !known ) {
+         std::fprintf( stderr, "broken-chip: no fault '%s'\n", arguments[n + 1] );
+         return false;
+      }
+      auto first = arguments.begin() + std::ptrdiff_t( n );
+      arguments.erase( first, first + ( one ? 2 : 1 ) );
+   }
+   return true;
+}
+
+} // namespace
+
+int
+main( int argc, char ** argv ) {
+   std::vector< const char * > arguments( argv, argv + argc );
+   Faults faults;
+   if ( !takeFaults( arguments, faults ) ) {
+      return 2;
+   }
+   return QonConformance::conformanceMain(
+         int( arguments.size() ), arguments.data(),
+         [=]( const QonConformance::Bench & bench ) { return adapter( bench, faults ); } );
+}
