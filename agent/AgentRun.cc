@@ -155,7 +155,13 @@ AgentRun::start( const String & description ) {
       throw RangeError( refusal_ );
    }
    lines.resize( std::max< size_t >( lines.size(), 2 ) );
-   const auto chip = Kiv::fromText< SoftChip::ChipKind >( lines[1] );
+   SoftChip::ChipKind chip;
+   try {
+      chip = Kiv::fromText< SoftChip::ChipKind >( lines[1] );
+   } catch ( const RangeError & e ) {
+      refusal_ = String( "the kind of chip: " ) + e.what();
+      throw;
+   }
    lines.erase( lines.begin(), lines.begin() + 2 );
    environmentIs( lines );
    agent_.emplace( scheduler_, agentFeatures( chip ) );

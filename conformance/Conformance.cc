@@ -83,9 +83,8 @@ say( int fd, char kind, const String & text ) {
    }
 }
 
-/** What else is thrown ends the process, as it would end the agent. */
 [[noreturn]] void
-child( const MakeChip & make, const Options & options, const Check & check, int fd ) noexcept {
+child( const MakeChip & make, const Options & options, const Check & check, int fd ) {
    alarm( options.secondsToHang );
    try {
       Trial trial( make, options, [fd]( const String & what ) { say( fd, saysDid, what ); } );
