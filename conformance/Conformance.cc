@@ -6,8 +6,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 
 #include "conformance/Trial.h"
 
@@ -96,6 +98,10 @@ child( const MakeChip & make, const Options & options, const Check & check, int 
       auto & f = broken.finding;
       say( fd, saysBroken,
            f.id + separator + f.did + separator + f.expected + separator + f.found );
+   } catch ( const std::exception & e ) {
+      // Whoever called the kit may have handlers of its own; this process is not theirs.
+      std::fprintf( stderr, "exception: %s\n", e.what() );
+      std::abort();
    }
    _exit( 0 );
 }
