@@ -78,6 +78,7 @@ class SimTopology : public SimFeature {
    void burst( const String & name, U32 state );
    void vlanIs( Bridging::VlanId vlan, const String & topo );
    void answer( U32 which );
+   void answerUnasked( U32 which );
    void modeIs( U32 mode );
    void makeHelper();
    void restart( bool sameMachine );
@@ -116,6 +117,17 @@ class SimTopology : public SimFeature {
    using PortListener = Listener< Bridging::Topology::Inst::TopoStatus::topoPortStatusAttr >;
    std::map< String, Velto::Ptr< PortListener > > topoListeners_;
    std::map< std::pair< String, IntfId >, Velto::Ptr< StatusWatch > > statusWatches_;
+};
+
+class SimTopology::Stp : public Qon::StpSm {
+ public:
+   Stp( SimTopology * sim, Velto::Ptr< Qon::QonCommonSmData > acsd,
+        Velto::Ptr< Qon::TopoHelper > helper )
+       : StpSm( acsd, sim->config_, sim->status_, helper ), sim_( sim ) {}
+   void configureBpduTrapping( bool bpdu, bool pvst ) override { sim_->bpduHeard( bpdu, pvst ); }
+
+ private:
+   SimTopology * sim_;
 };
 
 } // namespace Sim
