@@ -96,6 +96,10 @@ child( const MakeChip & make, const Options & options, const Check & check, int 
       auto & f = broken.finding;
       say( fd, saysBroken,
            f.id + separator + f.did + separator + f.expected + separator + f.found );
+   } catch ( const std::exception & e ) {
+      // It would end the agent.
+      std::fprintf( stderr, "an exception that nobody caught: %s\n", e.what() );
+      std::abort();
    }
    _exit( 0 );
 }
