@@ -6,10 +6,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <exception>
 
 #include "conformance/Trial.h"
 
@@ -99,8 +97,8 @@ child( const MakeChip & make, const Options & options, const Check & check, int 
       say( fd, saysBroken,
            f.id + separator + f.did + separator + f.expected + separator + f.found );
    } catch ( const std::exception & e ) {
-      // Whoever called the kit may have handlers of its own; this process is not theirs.
-      std::fprintf( stderr, "exception: %s\n", e.what() );
+      // It would end the agent.
+      std::fprintf( stderr, "an exception that nobody caught: %s\n", e.what() );
       std::abort();
    }
    _exit( 0 );
