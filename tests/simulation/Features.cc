@@ -1,6 +1,7 @@
 // What can be simulated, in the order in which the agent creates it.
 
 #include "tests/simulation/SimDamage.h"
+#include "tests/simulation/SimHostTable.h"
 #include "tests/simulation/SimLag.h"
 #include "tests/simulation/SimMac.h"
 #include "tests/simulation/SimMode.h"
@@ -19,6 +20,7 @@ featureKinds() {
          { "lag", SimLag::operations(), makeFeature< SimLag > },
          { "mlag", SimMlag::operations(), makeFeature< SimMlag > },
          { "mac", SimMac::operations(), makeFeature< SimMac > },
+         { "hosts", SimHostTable::operations(), makeFeature< SimHostTable > },
          { "vlan", SimVlan::operations(), makeFeature< SimVlan > },
          { "mode", SimMode::operations(), makeFeature< SimMode > },
          { "topology", SimTopology::operations(), makeFeature< SimTopology > },

@@ -31,6 +31,8 @@ class SimFeature {
    virtual String checkAtRest() const { return {}; }
    /** Whether a clock may stay armed at rest for a reason of this feature. */
    virtual bool mayStayArmed() const { return false; }
+   /** Whether it is in the middle of something that will come to an end. */
+   virtual bool working() const { return false; }
 
    /** Takes all configuration away. */
    virtual void tearDown() {}

@@ -341,8 +341,12 @@ SimMac::checkInvariants() const {
 
 bool
 SimMac::mayStayArmed() const {
-   return programmer_->overflowAddrOps() != 0 && programmer_->pendingMacOps() == 0 &&
-          programmer_->inProgMacOps() == 0;
+   return programmer_->overflowAddrOps() != 0;
+}
+
+bool
+SimMac::working() const {
+   return programmer_->pendingMacOps() != 0 || programmer_->inProgMacOps() != 0;
 }
 
 String

@@ -32,6 +32,7 @@ class SimMac : public SimFeature {
    void faultsIs( bool on ) override;
    String checkAtRest() const override;
    bool mayStayArmed() const override;
+   bool working() const override;
    void tearDown() override;
    String checkTornDown() const override;
    void stop() override;

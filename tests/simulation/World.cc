@@ -31,8 +31,9 @@ constexpr Kiv::Seconds longestWait = 100;
 std::vector< String >
 faultsOf( Rng rng ) {
    auto often = [&]( U32 most ) { return std::to_string( rng.below( most ) ); };
-   std::vector< String > lines = { "doUpdateVlan fail 0 0 " + often( 300 ),
-                                   "lagMember fail 0 0 " + often( 300 ) };
+   std::vector< String > lines = {
+         "doUpdateVlan fail 0 0 " + often( 300 ), "lagMember fail 0 0 " + often( 300 ),
+         "writeToHw busy 0 0 " + often( 300 ), "writeToHw parity 0 0 " + often( 100 ) };
    if ( rng.percent( 20 ) ) {
       lines.push_back( "limit lagTable 2" );
       lines.push_back( "limit lagMembers 3" );
@@ -287,10 +288,13 @@ World::rest() {
    faultsAre( false );
    scheduler.readCostIs( 0 );
    Kiv::Seconds start = scheduler.time();
+   auto any = [&]( bool ( SimFeature::*does )() const ) {
+      return std::any_of( features_.begin(), features_.end(),
+                          [&]( auto & entry ) { return ( *entry.feature.*does )(); } );
+   };
    auto waits = [&] {
-      return scheduler.time() > start + longestWait &&
-             std::any_of( features_.begin(), features_.end(),
-                          []( auto & entry ) { return entry.feature->mayStayArmed(); } );
+      return scheduler.time() > start + longestWait && any( &SimFeature::mayStayArmed ) &&
+             !any( &SimFeature::working );
    };
    while ( turnsAtOneTime() && scheduler.nextTime() <= start + longestWayToRest && !waits() ) {
       scheduler.advance( scheduler.nextTime() - scheduler.time() );
