@@ -1,6 +1,8 @@
 // The MAC programmer on the chip in software: collisions, a finite queue, faults by plan, and the
 // agent's way of feeding and showing it all.
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -33,7 +35,7 @@ class SoftMac : public ::testing::Test {
 
    /** Plays lines, without their common parts: an event a line. */
    void play( const std::vector< String > & lines ) {
-      String name = ::testing::TempDir() + "qon-mac-events.jsonl";
+      String name = ::testing::TempDir() + "qon-mac-events." + std::to_string( getpid() );
       {
          std::ofstream file( name );
          for ( auto & line : lines ) {
