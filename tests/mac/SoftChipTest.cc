@@ -35,7 +35,7 @@ class SoftMac : public ::testing::Test {
 
    /** Plays lines, without their common parts: an event a line. */
    void play( const std::vector< String > & lines ) {
-      String name = ::testing::TempDir() + "qon-mac-events." + std::to_string( getpid() );
+      String name = ::testing::TempDir() + std::to_string( getpid() ) + ".events.jsonl";
       {
          std::ofstream file( name );
          for ( auto & line : lines ) {

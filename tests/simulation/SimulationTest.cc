@@ -1,5 +1,7 @@
 // The simulation of this build: seeds without a failure, and the tool itself.
 
+#include <unistd.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -57,7 +59,7 @@ TEST( SimulationTest, SameSeedSameTranscript ) {
 
 TEST( SimulationTest, HistoryFileKeepsAll ) {
    History history = historyOf( { 5, { "verify" }, { "fail writeToHw 3" } }, 200 );
-   String path = testing::TempDir() + "history.txt";
+   String path = testing::TempDir() + std::to_string( getpid() ) + ".history.txt";
    history.write( path );
    History again = History::read( path );
    EXPECT_EQ( again.plan.seed, 5u );
@@ -67,7 +69,7 @@ TEST( SimulationTest, HistoryFileKeepsAll ) {
 }
 
 TEST( SimulationTest, FilesThatAreNoHistorySayWhereAndWhy ) {
-   String path = testing::TempDir() + "no-history.txt";
+   String path = testing::TempDir() + std::to_string( getpid() ) + ".no-history.txt";
    struct Case {
       String text, said;
    };
