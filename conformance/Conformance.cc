@@ -18,7 +18,7 @@ namespace {
 // What a child says, a line each: its kind, and texts between separators.
 constexpr char saysDone = '.', saysDid = 'd', saysSkipped = 's', saysBroken = 'b';
 constexpr char separator = '\x1f';
-constexpr std::size_t wordsKept = 3; // lines of what a process that died wrote last
+constexpr std::size_t wordsKept = 2; // lines of what a process that died wrote, and the last
 
 std::vector< Check >
 allChecks() {
@@ -107,12 +107,12 @@ child( const MakeChip & make, const Options & options, const Check & check, int 
 /** What a child left behind. */
 struct Remains {
    std::vector< String > lines; ///< what it said
-   String words;                ///< the last that it wrote to standard error
+   String words;                ///< the gist of what it wrote to standard error
    int status = 0;
 };
 
 String
-lastLines( const String & text ) {
+gist( const String & text ) {
    std::vector< String > lines( 1 );
    for ( char c : text ) {
       if ( c == '\n' ) {
@@ -123,9 +123,11 @@ lastLines( const String & text ) {
    }
    std::erase( lines, "" );
    String last;
-   for ( std::size_t n = lines.size() > wordsKept ? lines.size() - wordsKept : 0; n < lines.size();
-         ++n ) {
-      last += ( last.empty() ? "" : " / " ) + lines[n];
+   for ( std::size_t n = 0; n < lines.size(); ++n ) {
+      // The beginning says what it is, the end where it led to.
+      if ( n < wordsKept || n + 1 == lines.size() ) {
+         last += ( last.empty() ? "" : " / " ) + lines[n];
+      }
    }
    return last;
 }
@@ -165,7 +167,7 @@ runChild( const MakeChip & make, const Options & options, const Check & check ) 
    }
    while ( waitpid( pid, &remains.status, 0 ) < 0 && errno == EINTR ) {
    }
-   remains.words = lastLines( contentOf( errors ) );
+   remains.words = gist( contentOf( errors ) );
    std::fclose( errors );
    return remains;
 }

@@ -38,7 +38,7 @@ namespace QonConformance {
 using Velto::Ptr;
 using Velto::String;
 
-/** What a chip stands in; made anew for each check. */
+/** What a chip stands in; made anew for each check, and there longer than the adapter. */
 struct Bench {
    Kiv::TaskScheduler & scheduler; ///< chips that take time arm clocks of its wheel
    Ptr< Qon::QonCommonSmData > acsd;

@@ -86,10 +86,11 @@ Random::next() {
 Trial::Trial( const MakeChip & make, const Options & o, Note note )
     : acsd( Qon::qonCommonSmDataFactory( "acsd" ) ),
       lagConfig( Velto::make< Hardware::Lag::Config >( "hardware/lag/config" ) ),
-      lagStatus( Velto::make< Hardware::Lag::Status >( "hardware/lag/status" ) ), options( o ),
-      random( o.seed ), note_( std::move( note ) ) {
+      lagStatus( Velto::make< Hardware::Lag::Status >( "hardware/lag/status" ) ),
+      bench{ scheduler, acsd, lagConfig, lagStatus }, options( o ), random( o.seed ),
+      note_( std::move( note ) ) {
    acsd->initializedIs( true );
-   chip = make( Bench{ scheduler, acsd, lagConfig, lagStatus } );
+   chip = make( bench );
    if ( chip.ports.empty() ) {
       for ( U32 n = 1; n <= defaultPorts; ++n ) {
          chip.ports.push_back( Ulnet::EthIntfId::intfId( n ) );

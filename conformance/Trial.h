@@ -44,6 +44,7 @@ class Trial {
    Ptr< Qon::QonCommonSmData > acsd;
    Ptr< Hardware::Lag::Config > lagConfig;
    Ptr< Hardware::Lag::Status > lagStatus;
+   const Bench bench; ///< the same, as the adapter sees it
    ChipAdapter chip;
    Options options;
    Random random;
