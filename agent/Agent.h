@@ -14,7 +14,7 @@
 
 #include <deque>
 
-#include "Qon/include/QonCommonSmData.h"
+#include "Qon/include/framework/QonCommonSmData.h"
 #include "agent/AgentFeature.h"
 #include "agent/configdb/IntfNames.h"
 #include "agent/softchip/FaultPlan.h"

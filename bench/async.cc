@@ -11,8 +11,8 @@
 #include <random>
 #include <unordered_map>
 
-#include "Qon/include/QonAck.h"
-#include "Qon/include/QonAsyncBaseSm.h"
+#include "Qon/include/framework/QonAck.h"
+#include "Qon/include/framework/QonAsyncBaseSm.h"
 #include "bench/Ratio.h"
 
 namespace {

@@ -8,8 +8,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "Qon/include/QonEthPhyLagConfigAggregatorSm.h"
-#include "Qon/include/QonLagSm.h"
+#include "Qon/include/lag/QonEthPhyLagConfigAggregatorSm.h"
+#include "Qon/include/lag/QonLagSm.h"
 
 namespace {
 

@@ -24,7 +24,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "Qon/include/QonChipProgrammer.h"
+#include "Qon/include/mac/QonChipProgrammer.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <benchmark/benchmark.h>
 #include <time.h>
 
-#include "Qon/include/QonStpSm.h"
-#include "Qon/include/VlanTopoHelper.h"
+#include "Qon/include/topology/QonStpSm.h"
+#include "Qon/include/topology/VlanTopoHelper.h"
 #include "platform/Kiv/TaskScheduler.h"
 
 namespace {

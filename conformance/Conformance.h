@@ -26,10 +26,10 @@
 #include <set>
 #include <vector>
 
-#include "Qon/include/QonChipProgrammer.h"
-#include "Qon/include/QonCommonSmData.h"
-#include "Qon/include/QonStpSm.h"
-#include "Qon/include/QonVlanHelper.h"
+#include "Qon/include/framework/QonCommonSmData.h"
+#include "Qon/include/mac/QonChipProgrammer.h"
+#include "Qon/include/topology/QonStpSm.h"
+#include "Qon/include/topology/QonVlanHelper.h"
 #include "platform/Kiv/TaskScheduler.h"
 #include "platform/types/HardwareLag.h"
 

@@ -1,7 +1,7 @@
 // Checks of link aggregation: the library's state machines write Hardware::Lag::Config, the
 // adapter follows it and reports in Hardware::Lag::Status.
 
-#include "Qon/include/QonLagSm.h"
+#include "Qon/include/lag/QonLagSm.h"
 #include "conformance/Trial.h"
 
 namespace QonConformance {

@@ -1,7 +1,7 @@
 // Checks of topologies: the library's state machines drive the chip's TopoHelper. A chip without
 // one is driven through the library's VlanTopoHelper, over its VLAN helper.
 
-#include "Qon/include/VlanTopoHelper.h"
+#include "Qon/include/topology/VlanTopoHelper.h"
 #include "conformance/Trial.h"
 #include "platform/Kiv/Generic.h"
 

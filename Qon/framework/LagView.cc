@@ -1,6 +1,6 @@
-#include "Qon/include/LagView.h"
+#include "Qon/include/framework/LagView.h"
 
-#include "Qon/include/Reconcile.h"
+#include "Qon/include/framework/Reconcile.h"
 
 namespace Qon {
 

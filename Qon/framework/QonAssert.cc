@@ -1,4 +1,4 @@
-#include "Qon/include/QonAssert.h"
+#include "Qon/include/framework/QonAssert.h"
 
 #include <execinfo.h>
 

@@ -1,6 +1,6 @@
-#include "Qon/include/QonAck.h"
-#include "Qon/include/QonAsyncBaseSm.h"
-#include "Qon/include/QonCommonSmData.h"
+#include "Qon/include/framework/QonAck.h"
+#include "Qon/include/framework/QonAsyncBaseSm.h"
+#include "Qon/include/framework/QonCommonSmData.h"
 #include "platform/Kiv/Describe.h"
 
 KIV_DEFINE( Qon::QonAsyncBaseSm )

@@ -1,4 +1,4 @@
-#include "Qon/include/QonBaseSm.h"
+#include "Qon/include/framework/QonBaseSm.h"
 
 #include "platform/Kiv/TypeData.h"
 

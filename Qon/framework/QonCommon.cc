@@ -2,8 +2,8 @@
 
 #include <cstdlib>
 
-#include "Qon/include/QonCommonSmData.h"
-#include "Qon/include/QonTraceHandles.h"
+#include "Qon/include/framework/QonCommonSmData.h"
+#include "Qon/include/framework/QonTraceHandles.h"
 #include "platform/Kiv/Describe.h"
 
 KIV_DEFINE( Qon::VlanStatus )

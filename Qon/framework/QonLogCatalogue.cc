@@ -1,4 +1,4 @@
-#include "Qon/include/QonLog.h"
+#include "Qon/include/framework/QonLog.h"
 
 #include <string_view>
 

@@ -1,7 +1,7 @@
 // Handles of the messages whose modules have no source of their own in the library, or do not
 // declare theirs yet. With them every message of the catalogue can be raised by name.
 
-#include "Qon/include/QonLog.h"
+#include "Qon/include/framework/QonLog.h"
 
 namespace Qon {
 

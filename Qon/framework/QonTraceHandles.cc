@@ -1,4 +1,4 @@
-#include "Qon/include/QonTraceHandles.h"
+#include "Qon/include/framework/QonTraceHandles.h"
 
 #include <unistd.h>
 

@@ -1,4 +1,4 @@
-#include "Qon/include/VlanHelperBase.h"
+#include "Qon/include/framework/VlanHelperBase.h"
 
 namespace Qon {
 

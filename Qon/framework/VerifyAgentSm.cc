@@ -1,7 +1,7 @@
-#include "Qon/include/VerifyAgentSm.h"
+#include "Qon/include/framework/VerifyAgentSm.h"
 
-#include "Qon/include/QonCommonSmData.h"
-#include "Qon/include/QonTraceHandles.h"
+#include "Qon/include/framework/QonCommonSmData.h"
+#include "Qon/include/framework/QonTraceHandles.h"
 
 namespace Qon {
 

@@ -1,4 +1,4 @@
-#include "Qon/include/VerifyData.h"
+#include "Qon/include/framework/VerifyData.h"
 
 #include <poll.h>
 #include <sys/socket.h>

@@ -1,8 +1,8 @@
-#include "Qon/include/VerifySm.h"
+#include "Qon/include/framework/VerifySm.h"
 
-#include "Qon/include/QonCommonSmData.h"
-#include "Qon/include/QonLog.h"
-#include "Qon/include/QonTraceHandles.h"
+#include "Qon/include/framework/QonCommonSmData.h"
+#include "Qon/include/framework/QonLog.h"
+#include "Qon/include/framework/QonTraceHandles.h"
 
 namespace Qon {
 

@@ -1,6 +1,6 @@
-#include "Qon/include/HardwareLagWriter.h"
+#include "Qon/include/lag/HardwareLagWriter.h"
 
-#include "Qon/include/QonLagIndex.h"
+#include "Qon/include/lag/QonLagIndex.h"
 
 namespace Qon {
 

@@ -1,6 +1,6 @@
-#include "Qon/include/QonEthPhyLagConfigAggregatorSm.h"
+#include "Qon/include/lag/QonEthPhyLagConfigAggregatorSm.h"
 
-#include "Qon/include/QonTraceHandles.h"
+#include "Qon/include/framework/QonTraceHandles.h"
 
 namespace Qon {
 

@@ -1,7 +1,7 @@
-#include "Qon/include/QonLagConfigMapCreatorSm.h"
+#include "Qon/include/lag/QonLagConfigMapCreatorSm.h"
 
-#include "Qon/include/QonLagIndex.h"
-#include "Qon/include/QonTraceHandles.h"
+#include "Qon/include/framework/QonTraceHandles.h"
+#include "Qon/include/lag/QonLagIndex.h"
 
 namespace Qon {
 

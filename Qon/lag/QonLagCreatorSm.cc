@@ -1,7 +1,7 @@
-#include "Qon/include/QonLagCreatorSm.h"
+#include "Qon/include/lag/QonLagCreatorSm.h"
 
-#include "Qon/include/LagView.h"
-#include "Qon/include/QonTraceHandles.h"
+#include "Qon/include/framework/LagView.h"
+#include "Qon/include/framework/QonTraceHandles.h"
 
 namespace Qon {
 

@@ -1,4 +1,4 @@
-#include "Qon/include/QonLagIndex.h"
+#include "Qon/include/lag/QonLagIndex.h"
 
 #include "platform/Velto/Assert.h"
 

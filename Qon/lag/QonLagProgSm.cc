@@ -1,7 +1,7 @@
-#include "Qon/include/QonLagProgSm.h"
+#include "Qon/include/lag/QonLagProgSm.h"
 
-#include "Qon/include/QonLagIndex.h"
-#include "Qon/include/Reconcile.h"
+#include "Qon/include/framework/Reconcile.h"
+#include "Qon/include/lag/QonLagIndex.h"
 
 namespace Qon {
 

@@ -1,7 +1,7 @@
-#include "Qon/include/QonLagSm.h"
+#include "Qon/include/lag/QonLagSm.h"
 
-#include "Qon/include/LagView.h"
-#include "Qon/include/QonTraceHandles.h"
+#include "Qon/include/framework/LagView.h"
+#include "Qon/include/framework/QonTraceHandles.h"
 #include "Qon/lag/QonLagTrace.h"
 #include "platform/Kiv/Restart.h"
 

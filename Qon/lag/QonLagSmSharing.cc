@@ -1,8 +1,8 @@
 // What the MLAG peer link lends to aggregates.
 
-#include "Qon/include/LagView.h"
-#include "Qon/include/QonLagSm.h"
-#include "Qon/include/QonTraceHandles.h"
+#include "Qon/include/framework/LagView.h"
+#include "Qon/include/framework/QonTraceHandles.h"
+#include "Qon/include/lag/QonLagSm.h"
 #include "Qon/lag/QonLagTrace.h"
 
 namespace Qon {

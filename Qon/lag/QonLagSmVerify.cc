@@ -1,6 +1,6 @@
 // Verification: the maps against the status directory, one line for each difference.
 
-#include "Qon/include/QonLagSm.h"
+#include "Qon/include/lag/QonLagSm.h"
 
 namespace Qon {
 

@@ -1,6 +1,6 @@
-#include "Qon/include/QonLagStateAggregatorSm.h"
+#include "Qon/include/lag/QonLagStateAggregatorSm.h"
 
-#include "Qon/include/QonTraceHandles.h"
+#include "Qon/include/framework/QonTraceHandles.h"
 
 namespace Qon {
 

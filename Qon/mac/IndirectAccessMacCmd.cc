@@ -1,4 +1,4 @@
-#include "Qon/include/IndirectAccessMacCmd.h"
+#include "Qon/include/mac/IndirectAccessMacCmd.h"
 
 #include "Qon/mac/SlabPool.h"
 #include "platform/Kiv/Describe.h"

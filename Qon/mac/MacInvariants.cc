@@ -1,6 +1,6 @@
 // What must hold of the MAC programmer's books between any two calls into it.
 
-#include "Qon/include/QonChipProgrammer.h"
+#include "Qon/include/mac/QonChipProgrammer.h"
 
 namespace Qon {
 

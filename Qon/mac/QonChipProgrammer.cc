@@ -1,9 +1,9 @@
-#include "Qon/include/QonChipProgrammer.h"
+#include "Qon/include/mac/QonChipProgrammer.h"
 
 #include <algorithm>
 
-#include "Qon/include/QonLog.h"
-#include "Qon/include/QonTraceHandles.h"
+#include "Qon/include/framework/QonLog.h"
+#include "Qon/include/framework/QonTraceHandles.h"
 #include "platform/Kiv/Describe.h"
 
 KIV_DEFINE( Qon::QonMacProgrammer )

@@ -1,8 +1,8 @@
-#include "Qon/include/QonVlanHelper.h"
+#include "Qon/include/topology/QonVlanHelper.h"
 
-#include "Qon/include/QonLog.h"
-#include "Qon/include/QonTraceHandles.h"
-#include "Qon/include/TimeSlice.h"
+#include "Qon/include/framework/QonLog.h"
+#include "Qon/include/framework/QonTraceHandles.h"
+#include "Qon/include/framework/TimeSlice.h"
 #include "platform/Kiv/Describe.h"
 
 namespace Qon {

@@ -1,6 +1,6 @@
 // What must hold of the topologies between two events.
 
-#include "Qon/include/QonStpSm.h"
+#include "Qon/include/topology/QonStpSm.h"
 #include "platform/Flintlog/Trace.h"
 
 namespace Qon {

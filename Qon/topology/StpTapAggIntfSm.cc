@@ -1,4 +1,4 @@
-#include "Qon/include/QonStpSm.h"
+#include "Qon/include/topology/QonStpSm.h"
 
 namespace Qon {
 

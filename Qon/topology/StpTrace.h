@@ -1,7 +1,7 @@
 #pragma once
 // The trace facility of the topology module.
 
-#include "Qon/include/QonTraceHandles.h"
+#include "Qon/include/framework/QonTraceHandles.h"
 
 namespace Qon {
 

@@ -1,6 +1,6 @@
-#include "Qon/include/TopoHelper.h"
+#include "Qon/include/topology/TopoHelper.h"
 
-#include "Qon/include/QonStpSm.h"
+#include "Qon/include/topology/QonStpSm.h"
 
 namespace Qon {
 

@@ -1,4 +1,4 @@
-#include "Qon/include/QonStpSm.h"
+#include "Qon/include/topology/QonStpSm.h"
 #include "Qon/topology/StpTrace.h"
 
 namespace Qon {

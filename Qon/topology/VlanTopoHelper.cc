@@ -1,8 +1,8 @@
-#include "Qon/include/VlanTopoHelper.h"
+#include "Qon/include/topology/VlanTopoHelper.h"
 
 #include <algorithm>
 
-#include "Qon/include/QonStpSm.h"
+#include "Qon/include/topology/QonStpSm.h"
 #include "Qon/topology/StpTrace.h"
 #include "platform/Kiv/Describe.h"
 

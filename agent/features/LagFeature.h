@@ -11,11 +11,11 @@
 
 #include <map>
 
-#include "Qon/include/QonEthPhyLagConfigAggregatorSm.h"
-#include "Qon/include/QonLagConfigMapCreatorSm.h"
-#include "Qon/include/QonLagCreatorSm.h"
-#include "Qon/include/QonLagSm.h"
-#include "Qon/include/QonLagStateAggregatorSm.h"
+#include "Qon/include/lag/QonEthPhyLagConfigAggregatorSm.h"
+#include "Qon/include/lag/QonLagConfigMapCreatorSm.h"
+#include "Qon/include/lag/QonLagCreatorSm.h"
+#include "Qon/include/lag/QonLagSm.h"
+#include "Qon/include/lag/QonLagStateAggregatorSm.h"
 #include "agent/AgentFeature.h"
 #include "agent/softchip/LagTable.h"
 

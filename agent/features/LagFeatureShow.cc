@@ -1,6 +1,6 @@
 // What the console shows of link aggregation.
 
-#include "Qon/include/LagView.h"
+#include "Qon/include/framework/LagView.h"
 #include "agent/features/Arguments.h"
 #include "agent/features/LagFeature.h"
 

@@ -1,6 +1,6 @@
 #include "agent/features/TopologyFeature.h"
 
-#include "Qon/include/VlanTopoHelper.h"
+#include "Qon/include/topology/VlanTopoHelper.h"
 #include "agent/configdb/ConfigReader.h"
 #include "agent/features/Arguments.h"
 #include "platform/types/Paths.h"

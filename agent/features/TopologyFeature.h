@@ -17,7 +17,7 @@
 #include <map>
 #include <set>
 
-#include "Qon/include/QonStpSm.h"
+#include "Qon/include/topology/QonStpSm.h"
 #include "agent/AgentFeature.h"
 #include "agent/softchip/ChipKind.h"
 #include "agent/softchip/TopoTable.h"

@@ -1,7 +1,7 @@
 #pragma once
 // Verification on request: by a client's command, or by a cookie in the state database.
 
-#include "Qon/include/VerifyAgentSm.h"
+#include "Qon/include/framework/VerifyAgentSm.h"
 #include "agent/AgentFeature.h"
 
 namespace QonAgent {

@@ -6,9 +6,9 @@
 //
 // A member of a port-channel is in the port-channel's VLANs, whatever is configured for itself.
 
-#include "Qon/include/LagView.h"
-#include "Qon/include/QonVlanHelper.h"
-#include "Qon/include/SmCollection.h"
+#include "Qon/include/framework/LagView.h"
+#include "Qon/include/framework/SmCollection.h"
+#include "Qon/include/topology/QonVlanHelper.h"
 #include "platform/types/Vlan.h"
 
 namespace QonAgent {

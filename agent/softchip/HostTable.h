@@ -19,7 +19,7 @@
 #include <deque>
 #include <functional>
 
-#include "Qon/include/QonMacTypes.h"
+#include "Qon/include/mac/QonMacTypes.h"
 #include "agent/softchip/FaultPlan.h"
 #include "platform/Kiv/Clock.h"
 #include "platform/types/Ulnet.h"

@@ -20,8 +20,8 @@
 
 #include <optional>
 
-#include "Qon/include/QonBaseSm.h"
-#include "Qon/include/SmCollection.h"
+#include "Qon/include/framework/QonBaseSm.h"
+#include "Qon/include/framework/SmCollection.h"
 #include "agent/softchip/FaultPlan.h"
 #include "platform/Kiv/Clock.h"
 #include "platform/Kiv/Fifo.h"

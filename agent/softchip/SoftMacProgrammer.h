@@ -7,7 +7,7 @@
 //
 // suspendPending is this class's: it holds the drain while the chip's queue is full.
 
-#include "Qon/include/QonChipProgrammer.h"
+#include "Qon/include/mac/QonChipProgrammer.h"
 #include "agent/softchip/HostTable.h"
 
 namespace SoftChip {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "Qon/include/QonCommonSmData.h"
+#include "Qon/include/framework/QonCommonSmData.h"
 #include "platform/Kiv/Describe.h"
 
 KIV_DEFINE( SoftChip::SoftTcamHelper )

@@ -22,8 +22,8 @@
 
 #include <vector>
 
-#include "Qon/include/QonAck.h"
-#include "Qon/include/QonAsyncBaseSm.h"
+#include "Qon/include/framework/QonAck.h"
+#include "Qon/include/framework/QonAsyncBaseSm.h"
 
 namespace SoftChip {
 

@@ -12,7 +12,7 @@
 // 3. A VLAN whose topology is not in the table forwards nowhere; one that was never in a topology
 //    forwards everywhere.
 
-#include "Qon/include/QonStpSm.h"
+#include "Qon/include/topology/QonStpSm.h"
 #include "agent/softchip/Completions.h"
 #include "agent/softchip/FaultPlan.h"
 

@@ -1,6 +1,6 @@
 #include "agent/softchip/VlanTable.h"
 
-#include "Qon/include/VerifyData.h"
+#include "Qon/include/framework/VerifyData.h"
 #include "agent/record/Recorder.h"
 
 namespace SoftChip {

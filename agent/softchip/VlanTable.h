@@ -9,7 +9,7 @@
 // 2. An update that fails by the fault plan (hook "doUpdateVlan") writes nothing; one that is lost
 //    is never reported.
 
-#include "Qon/include/QonVlanHelper.h"
+#include "Qon/include/topology/QonVlanHelper.h"
 #include "agent/softchip/Completions.h"
 #include "agent/softchip/FaultPlan.h"
 

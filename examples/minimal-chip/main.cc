@@ -12,8 +12,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "Qon/include/QonCommonSmData.h"
-#include "Qon/include/QonStpSm.h"
+#include "Qon/include/framework/QonCommonSmData.h"
+#include "Qon/include/topology/QonStpSm.h"
 #include "platform/Kiv/TaskScheduler.h"
 
 namespace {

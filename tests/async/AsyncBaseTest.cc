@@ -1,7 +1,7 @@
 // The base of asynchronous state machines, the numbering of operations, the acknowledgements.
 
-#include "Qon/include/QonAck.h"
-#include "Qon/include/QonAsyncBaseSm.h"
+#include "Qon/include/framework/QonAck.h"
+#include "Qon/include/framework/QonAsyncBaseSm.h"
 #include "platform/Kiv/Generic.h"
 #include "tests/harness/World.h"
 

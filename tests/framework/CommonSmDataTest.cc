@@ -1,6 +1,6 @@
 // The shared agent data: its set-up, its odd corners, and the predicates of the hardware epoch.
 
-#include "Qon/include/QonCommonSmData.h"
+#include "Qon/include/framework/QonCommonSmData.h"
 #include "platform/Kiv/Generic.h"
 #include "tests/harness/World.h"
 

@@ -4,8 +4,8 @@
 #include <functional>
 #include <vector>
 
-#include "Qon/include/LagView.h"
-#include "Qon/include/SmCollection.h"
+#include "Qon/include/framework/LagView.h"
+#include "Qon/include/framework/SmCollection.h"
 #include "tests/harness/World.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <map>
 
-#include "Qon/include/QonCommonSmData.h"
+#include "Qon/include/framework/QonCommonSmData.h"
 #include "platform/Kiv/LogRecorder.h"
 #include "platform/Kiv/TaskScheduler.h"
 

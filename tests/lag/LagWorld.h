@@ -5,7 +5,7 @@
 #include <memory>
 #include <set>
 
-#include "Qon/include/QonLagSm.h"
+#include "Qon/include/lag/QonLagSm.h"
 #include "platform/Kiv/Restart.h"
 #include "tests/harness/World.h"
 

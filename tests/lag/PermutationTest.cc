@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <random>
 
-#include "Qon/include/QonEthPhyLagConfigAggregatorSm.h"
-#include "Qon/include/QonLagConfigMapCreatorSm.h"
-#include "Qon/include/QonLagCreatorSm.h"
+#include "Qon/include/lag/QonEthPhyLagConfigAggregatorSm.h"
+#include "Qon/include/lag/QonLagConfigMapCreatorSm.h"
+#include "Qon/include/lag/QonLagCreatorSm.h"
 #include "tests/lag/LagWorld.h"
 
 namespace {

@@ -1,8 +1,8 @@
 // The creators of hardware groups and the aggregators of configuration and state.
 
-#include "Qon/include/QonEthPhyLagConfigAggregatorSm.h"
-#include "Qon/include/QonLagCreatorSm.h"
-#include "Qon/include/QonLagStateAggregatorSm.h"
+#include "Qon/include/lag/QonEthPhyLagConfigAggregatorSm.h"
+#include "Qon/include/lag/QonLagCreatorSm.h"
+#include "Qon/include/lag/QonLagStateAggregatorSm.h"
 #include "tests/lag/LagWorld.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <set>
 
-#include "Qon/include/QonLog.h"
+#include "Qon/include/framework/QonLog.h"
 #include "platform/Kiv/LogRecorder.h"
 
 namespace {

@@ -10,7 +10,7 @@
 
 #include <unistd.h>
 
-#include "Qon/include/QonTraceHandles.h"
+#include "Qon/include/framework/QonTraceHandles.h"
 #include "platform/Flintlog/TraceRecorder.h"
 
 namespace {

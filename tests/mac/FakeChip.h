@@ -4,7 +4,7 @@
 #include <functional>
 #include <vector>
 
-#include "Qon/include/QonChipProgrammer.h"
+#include "Qon/include/mac/QonChipProgrammer.h"
 #include "tests/harness/World.h"
 
 namespace Tests {

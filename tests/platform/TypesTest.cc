@@ -3,8 +3,8 @@
 #include <set>
 #include <vector>
 
-#include "Qon/include/QonAsyncTypes.h"
-#include "Qon/include/QonMacTypes.h"
+#include "Qon/include/framework/QonAsyncTypes.h"
+#include "Qon/include/mac/QonMacTypes.h"
 #include "platform/types/Bridging.h"
 #include "platform/types/Ulnet.h"
 

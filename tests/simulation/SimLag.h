@@ -17,7 +17,7 @@
 #include <map>
 #include <vector>
 
-#include "Qon/include/QonLagSm.h"
+#include "Qon/include/lag/QonLagSm.h"
 #include "agent/softchip/LagTable.h"
 #include "tests/simulation/Listener.h"
 #include "tests/simulation/SimFeature.h"

@@ -14,7 +14,7 @@
 #include <map>
 #include <vector>
 
-#include "Qon/include/QonChipProgrammer.h"
+#include "Qon/include/mac/QonChipProgrammer.h"
 #include "tests/simulation/Alarm.h"
 #include "tests/simulation/SimFeature.h"
 

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "Qon/include/LagView.h"
-#include "Qon/include/VlanTopoHelper.h"
+#include "Qon/include/framework/LagView.h"
+#include "Qon/include/topology/VlanTopoHelper.h"
 #include "tests/simulation/SimMode.h"
 #include "tests/simulation/World.h"
 

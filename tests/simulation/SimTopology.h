@@ -17,7 +17,7 @@
 #include <optional>
 #include <set>
 
-#include "Qon/include/VlanTopoHelper.h"
+#include "Qon/include/topology/VlanTopoHelper.h"
 #include "agent/softchip/TopoTable.h"
 #include "tests/simulation/Listener.h"
 #include "tests/simulation/SimFeature.h"

@@ -2,7 +2,7 @@
 // Verification runs: requests in bursts, switched on and off, runs for the console. The checks of
 // the other features run too: an agent whose handlers have all returned has nothing to find.
 
-#include "Qon/include/VerifySm.h"
+#include "Qon/include/framework/VerifySm.h"
 #include "tests/simulation/SimFeature.h"
 
 namespace Sim {

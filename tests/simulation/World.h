@@ -6,7 +6,7 @@
 //    events give the same transcript.
 // 2. Time moves in events only. What never comes to an end at one moment is a failure, not a hang.
 
-#include "Qon/include/QonCommonSmData.h"
+#include "Qon/include/framework/QonCommonSmData.h"
 #include "agent/softchip/FaultPlan.h"
 #include "platform/Kiv/Log.h"
 #include "platform/Kiv/TaskScheduler.h"

@@ -1,7 +1,7 @@
 #pragma once
 // The world of topologies over either kind of chip, and what must hold when it is at rest.
 
-#include "Qon/include/VlanTopoHelper.h"
+#include "Qon/include/topology/VlanTopoHelper.h"
 #include "agent/softchip/TopoTable.h"
 #include "agent/softchip/VlanTable.h"
 #include "tests/topology/TopologyWorld.h"

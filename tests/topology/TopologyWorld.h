@@ -4,7 +4,7 @@
 #include <deque>
 #include <vector>
 
-#include "Qon/include/QonStpSm.h"
+#include "Qon/include/topology/QonStpSm.h"
 #include "tests/harness/World.h"
 
 namespace Tests {

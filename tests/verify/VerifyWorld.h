@@ -7,7 +7,7 @@
 
 #include <functional>
 
-#include "Qon/include/VerifyAgentSm.h"
+#include "Qon/include/framework/VerifyAgentSm.h"
 #include "tests/harness/World.h"
 
 namespace Tests {

@@ -1,7 +1,7 @@
 #pragma once
 // Small values that several features share.
 
-#include "Qon/include/QonPortLists.h"
+#include "Qon/include/framework/QonPortLists.h"
 #include "platform/Kiv/Text.h"
 #include "platform/types/FapIdPort.h"
 #include "platform/types/Number.h"

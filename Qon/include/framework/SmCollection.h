@@ -26,7 +26,7 @@
 
 #include <vector>
 
-#include "Qon/include/Reconcile.h"
+#include "Qon/include/framework/Reconcile.h"
 #include "platform/Velto/Node.h"
 
 namespace Qon {

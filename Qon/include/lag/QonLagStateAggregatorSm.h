@@ -15,8 +15,8 @@
 
 #include <memory>
 
-#include "Qon/include/QonBaseSm.h"
-#include "Qon/include/SmCollection.h"
+#include "Qon/include/framework/QonBaseSm.h"
+#include "Qon/include/framework/SmCollection.h"
 #include "platform/types/HardwareLag.h"
 
 namespace Qon {

@@ -19,7 +19,7 @@
 
 #include <vector>
 
-#include "Qon/include/QonCommonSmData.h"
+#include "Qon/include/framework/QonCommonSmData.h"
 
 namespace Qon {
 

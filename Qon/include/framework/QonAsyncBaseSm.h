@@ -18,8 +18,8 @@
 //
 // Ownership: the state machine counts the shared data and both clocks; it knows no helper.
 
-#include "Qon/include/QonAsyncTypes.h"
-#include "Qon/include/QonBaseSm.h"
+#include "Qon/include/framework/QonAsyncTypes.h"
+#include "Qon/include/framework/QonBaseSm.h"
 #include "platform/Kiv/Clock.h"
 
 namespace Qon {

@@ -5,7 +5,7 @@
 //    features -> requestPortVlanMembershipChange() -> doAddPortToVlan() / doRemovePortFromVlan()
 //    VlanHelper (QonVlanHelper.h) keeps membership and forwarding per VLAN on top of these hooks.
 
-#include "Qon/include/QonBaseSm.h"
+#include "Qon/include/framework/QonBaseSm.h"
 #include "platform/Kiv/Text.h"
 #include "platform/types/Bridging.h"
 #include "platform/types/Ulnet.h"

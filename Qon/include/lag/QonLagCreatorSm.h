@@ -15,10 +15,10 @@
 //
 // Ownership: counts inputs and outputs. The configuration is written by this class alone.
 
-#include "Qon/include/HardwareLagWriter.h"
-#include "Qon/include/QonCommonSmData.h"
-#include "Qon/include/QonLagIndex.h"
-#include "Qon/include/SmCollection.h"
+#include "Qon/include/framework/QonCommonSmData.h"
+#include "Qon/include/framework/SmCollection.h"
+#include "Qon/include/lag/HardwareLagWriter.h"
+#include "Qon/include/lag/QonLagIndex.h"
 
 namespace Qon {
 

@@ -8,7 +8,7 @@
 // neither its type nor its key. A command that was superseded is not valid and never becomes so
 // again; the next wish for the key is a new command.
 
-#include "Qon/include/QonMacTypes.h"
+#include "Qon/include/mac/QonMacTypes.h"
 #include "platform/Kiv/Attr.h"
 #include "platform/types/Ulnet.h"
 

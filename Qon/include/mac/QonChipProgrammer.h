@@ -28,10 +28,10 @@
 // Ownership: counts references to the commands it holds; a finished command is released. The timer
 // wheel outlives the programmer. Reads and writes no shared attributes.
 
-#include "Qon/include/IndirectAccessMacCmd.h"
-#include "Qon/include/QonBaseSm.h"
-#include "Qon/include/SequenceMap.h"
-#include "Qon/include/TimeSlice.h"
+#include "Qon/include/framework/QonBaseSm.h"
+#include "Qon/include/framework/SequenceMap.h"
+#include "Qon/include/framework/TimeSlice.h"
+#include "Qon/include/mac/IndirectAccessMacCmd.h"
 
 namespace Qon {
 

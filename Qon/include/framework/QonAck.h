@@ -12,7 +12,7 @@
 // 2. Each record of a holder counts its own generations.
 // 3. The plain setters publish on change only, like every setter.
 
-#include "Qon/include/QonAsyncTypes.h"
+#include "Qon/include/framework/QonAsyncTypes.h"
 #include "platform/Kiv/Attr.h"
 
 namespace Qon::Ack {

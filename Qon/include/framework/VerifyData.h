@@ -19,7 +19,7 @@
 
 #include <vector>
 
-#include "Qon/include/QonBaseSm.h"
+#include "Qon/include/framework/QonBaseSm.h"
 #include "platform/Kiv/Text.h"
 #include "platform/types/VerifyAgent.h"
 

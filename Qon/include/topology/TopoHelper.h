@@ -15,7 +15,7 @@
 //
 // Ownership: the state machine counts the helper; the helper points back without counting.
 
-#include "Qon/include/QonAssert.h"
+#include "Qon/include/framework/QonAssert.h"
 #include "platform/Velto/Node.h"
 #include "platform/types/Bridging.h"
 #include "platform/types/Ulnet.h"

@@ -24,9 +24,9 @@
 // Reads of the shared data: portToLag, lagToPort, operationalMode, tapAggHwConfig, verifyData.
 // Ownership: StpSm owns the TopoSms, they own the TopoPortSms; back pointers are not counted.
 
-#include "Qon/include/LagView.h"
-#include "Qon/include/SmCollection.h"
-#include "Qon/include/TopoHelper.h"
+#include "Qon/include/framework/LagView.h"
+#include "Qon/include/framework/SmCollection.h"
+#include "Qon/include/topology/TopoHelper.h"
 #include "platform/types/Topology.h"
 
 namespace Qon {

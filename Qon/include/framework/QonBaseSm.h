@@ -12,7 +12,7 @@
 // 2. A dying state machine hears nothing from the release of its last pointer on.
 // 3. Destruction never calls a hook; undoing hardware is doCleanup()'s, where a class has it.
 
-#include "Qon/include/QonAssert.h"
+#include "Qon/include/framework/QonAssert.h"
 #include "platform/Kiv/Attr.h"
 
 namespace Qon {

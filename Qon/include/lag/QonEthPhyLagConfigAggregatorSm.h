@@ -18,8 +18,8 @@
 //
 // Ownership: counts inputs and outputs; the output is written by this class alone.
 
-#include "Qon/include/QonBaseSm.h"
-#include "Qon/include/SmCollection.h"
+#include "Qon/include/framework/QonBaseSm.h"
+#include "Qon/include/framework/SmCollection.h"
 #include "platform/Kiv/TaskScheduler.h"
 #include "platform/types/HardwareLag.h"
 

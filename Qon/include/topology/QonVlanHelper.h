@@ -29,7 +29,7 @@
 
 #include <vector>
 
-#include "Qon/include/QonCommonSmData.h"
+#include "Qon/include/framework/QonCommonSmData.h"
 #include "platform/Kiv/Clock.h"
 
 namespace Qon {

@@ -25,10 +25,10 @@
 
 #include <optional>
 
-#include "Qon/include/LagClaims.h"
-#include "Qon/include/QonCommonSmData.h"
-#include "Qon/include/QonLagProgSm.h"
-#include "Qon/include/SmCollection.h"
+#include "Qon/include/framework/QonCommonSmData.h"
+#include "Qon/include/framework/SmCollection.h"
+#include "Qon/include/lag/LagClaims.h"
+#include "Qon/include/lag/QonLagProgSm.h"
 #include "platform/Kiv/Fifo.h"
 #include "platform/types/Mlag.h"
 

@@ -1,4 +1,4 @@
-#include "Qon/include/QonPortLists.h"
+#include "Qon/include/framework/QonPortLists.h"
 
 namespace Qon {
 

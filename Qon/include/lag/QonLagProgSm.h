@@ -16,9 +16,9 @@
 //
 // Ownership: counts its inputs and outputs. Config is written by this class alone.
 
-#include "Qon/include/HardwareLagWriter.h"
-#include "Qon/include/QonBaseSm.h"
-#include "Qon/include/QonPortLists.h"
+#include "Qon/include/framework/QonBaseSm.h"
+#include "Qon/include/framework/QonPortLists.h"
+#include "Qon/include/lag/HardwareLagWriter.h"
 #include "platform/types/HardwareLag.h"
 
 namespace Qon {

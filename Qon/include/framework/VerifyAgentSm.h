@@ -19,8 +19,8 @@
 // Ownership: the state machine owns the callback and the request directory's state machine; the
 // callback points back without counting, and knows when the state machine has gone.
 
-#include "Qon/include/QonBaseSm.h"
-#include "Qon/include/VerifyData.h"
+#include "Qon/include/framework/QonBaseSm.h"
+#include "Qon/include/framework/VerifyData.h"
 #include "platform/types/VerifyAgent.h"
 
 namespace Qon {

@@ -6,7 +6,7 @@
 //    before. Listing it again changes nothing.
 // 2. Every call costs as much as there are aggregates that list this one port.
 
-#include "Qon/include/QonPortLists.h"
+#include "Qon/include/framework/QonPortLists.h"
 #include "platform/Kiv/DenseMap.h"
 
 namespace Qon {

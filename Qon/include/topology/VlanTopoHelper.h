@@ -15,8 +15,8 @@
 //
 // Ownership: counts the VLAN helper; is counted by the state machine.
 
-#include "Qon/include/QonVlanHelper.h"
-#include "Qon/include/TopoHelper.h"
+#include "Qon/include/topology/QonVlanHelper.h"
+#include "Qon/include/topology/TopoHelper.h"
 #include "platform/Kiv/TaskScheduler.h"
 
 namespace Qon {

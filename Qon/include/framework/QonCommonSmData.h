@@ -14,10 +14,10 @@
 //
 // Ownership: owns verifyData, vlanStatus and verifySm; counts vlanHelper and the inputs.
 
-#include "Qon/include/QonPortLists.h"
-#include "Qon/include/QonTypes.h"
-#include "Qon/include/VerifySm.h"
-#include "Qon/include/VlanHelperBase.h"
+#include "Qon/include/framework/QonPortLists.h"
+#include "Qon/include/framework/QonTypes.h"
+#include "Qon/include/framework/VerifySm.h"
+#include "Qon/include/framework/VlanHelperBase.h"
 #include "platform/types/Brisel.h"
 #include "platform/types/HwEpoch.h"
 #include "platform/types/Lag.h"

@@ -21,7 +21,7 @@
 //
 // Ownership: owned by the shared agent data; counts the verification data, its neighbour there.
 
-#include "Qon/include/VerifyData.h"
+#include "Qon/include/framework/VerifyData.h"
 #include "platform/Kiv/Clock.h"
 
 namespace Qon {
