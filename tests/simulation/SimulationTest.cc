@@ -10,7 +10,7 @@
 
 #include "platform/Velto/Assert.h"
 
-#include "tests/simulation/Run.h"
+#include "simulation/Run.h"
 
 namespace Sim {
 namespace {

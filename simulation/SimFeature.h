@@ -1,0 +1,53 @@
+#pragma once
+// What one feature brings to the simulation: its state machines and its part of the chip, the
+// operations that change its configuration, and what must hold.
+//
+//    World -> start() -> apply( event )... -> checkInvariants() after every event and turn
+//          -> faultsIs( false ), time until nothing is due -> checkAtRest() -> faultsIs( true )
+//          -> tearDown(), rest again, checkTornDown() -> stop()
+//
+// The checks compute what is wanted from the configuration alone, and look at state machines
+// through their public accessors and at the chip through what it holds. They return the empty
+// text, or "name of what is broken: details"; the name tells failures apart.
+
+#include "simulation/Event.h"
+
+namespace Sim {
+
+class SimFeature {
+ public:
+   explicit SimFeature( World & world ) : world_( world ) {}
+   virtual ~SimFeature() = default;
+   SimFeature( const SimFeature & ) = delete;
+   SimFeature & operator=( const SimFeature & ) = delete;
+
+   /** Creates the state machines. */
+   virtual void start() {}
+   virtual void apply( const Event & event ) = 0;
+   virtual String checkInvariants() const { return {}; }
+
+   /** Whether the chip's faults happen; without them whatever waits must come to an end. */
+   virtual void faultsIs( bool ) {}
+   virtual String checkAtRest() const { return {}; }
+   /** Whether a clock may stay armed at rest for a reason of this feature. */
+   virtual bool mayStayArmed() const { return false; }
+   /** Whether it is in the middle of something that will come to an end. */
+   virtual bool working() const { return false; }
+
+   /** Takes all configuration away. */
+   virtual void tearDown() {}
+   virtual String checkTornDown() const { return {}; }
+   /** Cleans the state machines up and releases them. */
+   virtual void stop() {}
+
+ protected:
+   World & world_;
+};
+
+template< class Feature >
+std::unique_ptr< SimFeature >
+makeFeature( World & world ) {
+   return std::make_unique< Feature >( world );
+}
+
+} // namespace Sim

@@ -1,0 +1,171 @@
+#include "simulation/SimHostTable.h"
+
+#include "simulation/World.h"
+
+namespace Sim {
+
+namespace {
+
+enum Operations : U8 { add, removeOp, burst, flushOp, quantum };
+
+constexpr Operation operationTable[] = {
+      { "add", 30, { Range::key, Range::port } },
+      { "remove", 20, { Range::key } },
+      { "burst", 3, { Range::key, Range::few, Range::port } },
+      { "flush", 2, { Range::few, Range::key, Range::port } },
+      { "quantum", 1, { Range::few } },
+};
+
+} // namespace
+
+/** The chip's programmer, with a record of the calls. */
+class SimHostTable::Programmer : public SoftChip::SoftMacProgrammer {
+ public:
+   Programmer( World & world, const SoftChip::HostTableShape & shape )
+       : SoftMacProgrammer( world.scheduler.timerWheel(), shape, world.faults ), world_( world ) {}
+   Qon::MacProgramStatus writeToHw( const Qon::MacCmdPtr & cmd ) override {
+      world_.transcript.add( "hostTable", cmd->type(), cmd->key(), cmd->intf(),
+                             cmd->transactionId() );
+      return SoftMacProgrammer::writeToHw( cmd );
+   }
+
+ private:
+   World & world_;
+};
+
+std::span< const Operation >
+SimHostTable::operations() {
+   return operationTable;
+}
+
+SimHostTable::SimHostTable( World & world )
+    : SimFeature( world ), keys_( world.size( Range::key ) ) {
+   Rng rng = world.chance( 60 );
+   shape_.buckets = rng.between( 1, 8 );
+   shape_.width = rng.between( 1, 4 );
+   shape_.depth = rng.between( 1, 16 );
+   shape_.latency = rng.between( 1, 1u << rng.between( 1, 14 ) ) * 1e-6;
+}
+
+void
+SimHostTable::start() {
+   programmer_ = Qon::smIs< Programmer >( world_, shape_ );
+   programmer_->initializedIs( true );
+}
+
+void
+SimHostTable::stop() {
+   programmer_ = nullptr;
+}
+
+Qon::MacEntryKey
+SimHostTable::keyOf( U32 i ) const {
+   return Qon::MacEntryKey( Bridging::MacVlanPair( Ulnet::EthAddr( 0x020000000000ull + i ),
+                                                   Bridging::VlanIdOrNone( world_.vlan( i ) ) ),
+                            Qon::MacHwType::macHwKeyBridge );
+}
+
+void
+SimHostTable::apply( const Event & event ) {
+   U32 i = event[0];
+   switch ( Operations( event.operation ) ) {
+   case add:
+      handIn( i, Type::addHost, event[1] );
+      break;
+   case removeOp:
+      handIn( i, Type::removeHost, 0 );
+      break;
+   case burst:
+      for ( U32 n = 0; n < keys_.size() / 2; ++n ) {
+         handIn( i + n, ( event[1] + n ) % 3 ? Type::addHost : Type::removeHost, event[2] + n );
+      }
+      break;
+   case flushOp:
+      flush( Type( 3 + i % 8 ), event[1], event[2] );
+      break;
+   case quantum:
+      programmer_->updateQuantumIs( i == 0 ? 128 : i );
+      programmer_->pollReqQuantumIs( i == 0 ? 128 : i );
+      break;
+   }
+}
+
+void
+SimHostTable::handIn( U32 i, Type type, U32 port ) {
+   i %= keys_.size();
+   bool flushOnItsWay = programmer_->pendingFlushOps() != 0;
+   for ( auto walk = programmer_->inProgMacOpIteratorConst(); walk; ++walk ) {
+      flushOnItsWay |= !walk.value()->addrOp();
+   }
+   keys_[i] = { type == Type::addHost, world_.port( port ), flushOnItsWay };
+   programmer_->handleAddrOp( Qon::indirectAccessMacCmdFactory(
+         type, keyOf( i ), world_.port( port ), Bridging::EntryType::learnedDynamic ) );
+}
+
+void
+SimHostTable::flush( Type type, U32 i, U32 port ) {
+   for ( Key & key : keys_ ) {
+      key.flushed = true;
+   }
+   programmer_->handleFlushOp(
+         Qon::indirectAccessMacCmdFactory( type, keyOf( i % keys_.size() ), world_.port( port ),
+                                           Bridging::EntryType::learnedDynamic ) );
+}
+
+String
+SimHostTable::checkInvariants() const {
+   return programmer_->checkInvariants();
+}
+
+bool
+SimHostTable::mayStayArmed() const {
+   return programmer_->overflowAddrOps() != 0;
+}
+
+bool
+SimHostTable::working() const {
+   return programmer_->pendingMacOps() != 0 || programmer_->inProgMacOps() != 0;
+}
+
+String
+SimHostTable::checkKey( U32 i ) const {
+   const Key & key = keys_[i];
+   String name = std::to_string( i ) + ", " + keyOf( i ).stringValue();
+   auto held = programmer_->table().entry( keyOf( i ) );
+   if ( programmer_->overflowAddrOpHas( keyOf( i ) ) ) {
+      return !key.wanted ? "a removal in overflow: " + name
+             : programmer_->table().hasRoom( keyOf( i ) )
+                   ? "in overflow, though there is room: " + name
+                   : "";
+   }
+   if ( held && ( !key.wanted || held->intf != key.intf ) ) {
+      return "entry that is not wanted: " + name;
+   }
+   return held || !key.wanted || key.flushed ? "" : "entry missing: " + name;
+}
+
+String
+SimHostTable::checkAtRest() const {
+   for ( U32 i = 0; i < keys_.size(); ++i ) {
+      if ( String wrong = checkKey( i ); !wrong.empty() ) {
+         return wrong;
+      }
+   }
+   return programmer_->pendingMacOps() || programmer_->inProgMacOps() ? "work left at rest" : "";
+}
+
+void
+SimHostTable::tearDown() {
+   for ( U32 i = 0; i < keys_.size(); ++i ) {
+      handIn( i, Type::removeHost, 0 );
+   }
+}
+
+String
+SimHostTable::checkTornDown() const {
+   return programmer_->table().entries().empty() && programmer_->overflowAddrOps() == 0
+                ? ""
+                : "entries left in the chip";
+}
+
+} // namespace Sim

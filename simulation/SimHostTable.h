@@ -1,0 +1,51 @@
+#pragma once
+// MAC commands on the chip in software: buckets that overflow, a queue with a depth, its fault
+// plan.
+//
+// Checked at rest: the chip holds the newest wish of every key, save those in overflow, whose
+// buckets have no room, and those that a flush may have met.
+
+#include <vector>
+
+#include "agent/softchip/SoftMacProgrammer.h"
+#include "simulation/SimFeature.h"
+
+namespace Sim {
+
+class SimHostTable : public SimFeature {
+ public:
+   explicit SimHostTable( World & world );
+
+   static std::span< const Operation > operations();
+
+   void start() override;
+   void apply( const Event & event ) override;
+   String checkInvariants() const override;
+   String checkAtRest() const override;
+   bool mayStayArmed() const override;
+   bool working() const override;
+   void tearDown() override;
+   String checkTornDown() const override;
+   void stop() override;
+
+ private:
+   class Programmer;
+   using Type = Qon::IndirectAccessMacCmdType;
+
+   struct Key {
+      bool wanted = false;
+      Ulnet::IntfId intf;
+      bool flushed = false; ///< a flush was on its way with the wish, or came after it
+   };
+
+   Qon::MacEntryKey keyOf( U32 i ) const;
+   void handIn( U32 i, Type type, U32 port );
+   void flush( Type type, U32 i, U32 port );
+   String checkKey( U32 i ) const;
+
+   std::vector< Key > keys_;
+   SoftChip::HostTableShape shape_;
+   Velto::Ptr< SoftChip::SoftMacProgrammer > programmer_;
+};
+
+} // namespace Sim

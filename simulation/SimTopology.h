@@ -1,0 +1,133 @@
+#pragma once
+// Spanning-tree topologies on either kind of chip, with its completions at once, late, out of
+// order: topologies come, go, change their id, come back in one burst; ports and VLANs move.
+//
+// Checked when a port's status is written:
+// 1. The chip holds the state: every port that the interface leads to has it in the topology's
+//    table; on a chip without tables, no VLAN of the topology forwards a port that was acknowledged
+//    as not forwarding.
+// Checked in every hook: topologies are allocated before they are used and once; a VLAN is added
+// once, after it was taken out of its former topology; no state is set for an aggregate with
+// members.
+// Checked at rest against the configuration alone: every port of every live topology is
+// acknowledged with state, change information and flush; ports, VLANs and topologies are in the
+// chip as configured.
+
+#include <map>
+#include <optional>
+#include <set>
+
+#include "Qon/include/topology/VlanTopoHelper.h"
+#include "agent/softchip/TopoTable.h"
+#include "simulation/Listener.h"
+#include "simulation/SimFeature.h"
+#include "simulation/SimVlan.h"
+
+namespace Sim {
+
+class SimTopology : public SimFeature {
+ public:
+   using PortState = Bridging::Topology::PortState;
+   using IntfId = Ulnet::IntfId;
+
+   explicit SimTopology( World & world );
+   ~SimTopology() override;
+
+   static std::span< const Operation > operations();
+
+   void start() override;
+   void apply( const Event & event ) override;
+   String checkInvariants() const override;
+   void faultsIs( bool on ) override;
+   String checkAtRest() const override;
+   void tearDown() override;
+   String checkTornDown() const override;
+   void stop() override;
+
+   Bridging::Topology::Config & config() const { return *config_; }
+
+   /** @name What the hooks were called with; from the recording helpers */
+   /** @{ */
+   void allocHeard( const String & topo, bool room );
+   void freeHeard( const String & topo );
+   void stateHeard( const String & topo, IntfId intf, PortState state );
+   void vlanHeard( const String & topo, U16 vlan, bool add );
+   void flushHeard( U32 topoId, IntfId intf );
+   void bpduHeard( bool bpdu, bool pvst );
+   /** @} */
+
+   /** @name What the configuration wants */
+   /** @{ */
+   bool tapAgg() const;
+   bool inTapOrTool( IntfId intf ) const;
+   bool live( const String & topo ) const;
+   /** The topology of a VLAN by the configuration, empty for none. */
+   String topoOf( Bridging::VlanId vlan ) const;
+   /** Whether the port shall forward in the VLAN; nothing where nobody says so. */
+   std::optional< bool > forwards( Bridging::VlanId vlan, IntfId port ) const;
+   /** @} */
+
+ private:
+   class StatusWatch;
+   class Stp;
+
+   void topoIs( const String & name, U32 id );
+   void statusIs( const String & name, U32 id );
+   void recreate( const String & name );
+   void portIs( const String & name, IntfId intf, U32 state );
+   void burst( const String & name, U32 state );
+   void vlanIs( Bridging::VlanId vlan, const String & topo );
+   void answer( U32 which );
+   void answerUnasked( U32 which );
+   void modeIs( U32 mode );
+   void makeHelper();
+   void restart( bool sameMachine );
+   void portStatusHeard( const String & topo, IntfId intf );
+   void stateWritten( const String & topo, IntfId intf, PortState state );
+
+   IntfId lagOf( IntfId port ) const;
+   std::vector< IntfId > targets( IntfId intf ) const;
+   /** The state that a port shall have in the chip; nothing where nobody says so. */
+   std::optional< PortState > wantedInChip( const String & topo, IntfId port ) const;
+   String checkChip( const String & topo, IntfId port, PortState state ) const;
+   bool roomFor( const String & topo ) const;
+   String checkStates( const String & name ) const;
+   String checkTopo( const String & name ) const;
+   String checkPort( const String & name, IntfId intf,
+                     const Bridging::Topology::TopoPortConfig & config ) const;
+   String checkVlan( Bridging::VlanId vlan ) const;
+   String checkTables() const;
+
+   Velto::Ptr< Bridging::Topology::Config > config_;
+   Velto::Ptr< Bridging::Topology::Inst::Status > status_;
+   Velto::Ptr< SoftChip::SoftTopoHelper > table_; ///< null on a chip without tables
+   Velto::Ptr< Qon::VlanTopoHelper > perVlan_;    ///< null on a chip with tables
+   Velto::Ptr< Stp > stpSm_;
+   U32 maxTopo_;
+   bool pvst_;
+   U32 mode_ = 0;
+   U32 nested_ = 0; ///< changes to make while a status is written
+   U64 changes_ = 0;
+   mutable bool dirty_ = true; ///< something happened since the last check
+   mutable U32 sinceCheck_ = 0, walks_ = 0;
+   bool bpdu_ = false, pvstBpdu_ = false; ///< as the chip was told
+   std::set< String > allocated_;
+   std::vector< String > vlanTopo_; ///< by VLAN, as the chip was told; empty is none
+   std::set< U16 > left_;           ///< VLANs that went from a live topology into none
+   using PortListener = Listener< Bridging::Topology::Inst::TopoStatus::topoPortStatusAttr >;
+   std::map< String, Velto::Ptr< PortListener > > topoListeners_;
+   std::map< std::pair< String, IntfId >, Velto::Ptr< StatusWatch > > statusWatches_;
+};
+
+class SimTopology::Stp : public Qon::StpSm {
+ public:
+   Stp( SimTopology * sim, Velto::Ptr< Qon::QonCommonSmData > acsd,
+        Velto::Ptr< Qon::TopoHelper > helper )
+       : StpSm( acsd, sim->config_, sim->status_, helper ), sim_( sim ) {}
+   void configureBpduTrapping( bool bpdu, bool pvst ) override { sim_->bpduHeard( bpdu, pvst ); }
+
+ private:
+   SimTopology * sim_;
+};
+
+} // namespace Sim

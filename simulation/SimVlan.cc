@@ -1,0 +1,210 @@
+#include "simulation/SimVlan.h"
+
+#include "simulation/SimTopology.h"
+#include "simulation/World.h"
+
+namespace Sim {
+
+namespace {
+
+enum Operations : U8 { override, expand, goneOp, feature, finish, mode };
+
+constexpr Operation operationTable[] = {
+      { "override", 30, { Range::intf, Range::vlan, Range::few } },
+      { "expand", 10, { Range::intf, Range::vlan, Range::few } },
+      { "gone", 2, { Range::vlan } },
+      { "feature", 2, { Range::intf, Range::flag } },
+      { "finish", 20, { Range::few } },
+      { "mode", 3, { Range::few } },
+};
+
+} // namespace
+
+std::span< const Operation >
+SimVlan::operations() {
+   return operationTable;
+}
+
+/** The chip's VLANs, with a record of the calls. */
+class SimVlan::Helper : public SoftChip::SoftVlanHelper {
+ public:
+   explicit Helper( World & world )
+       : SoftVlanHelper( "vlanHelper", world.acsd.ptr(), world.faults ), world_( world ) {}
+
+   void doCreateHwVlan( VlanId vlan ) override {
+      world_.transcript.add( "doCreateHwVlan", vlan );
+      SoftVlanHelper::doCreateHwVlan( vlan );
+   }
+   void doUpdateVlan( VlanId vlan ) override {
+      world_.transcript.add( "doUpdateVlan", vlan );
+      forEachHwPort( vlan, [&]( IntfId port, Qon::VlanMembership how ) {
+         world_.transcript.add( "port", port, how.tagged, how.ingress, how.egress );
+      } );
+      SoftVlanHelper::doUpdateVlan( vlan );
+   }
+
+ private:
+   World & world_;
+};
+
+SimVlan::SimVlan( World & world ) : SimFeature( world ), rng_( world.chance( 50 ) ) {}
+
+void
+SimVlan::start() {
+   if ( world_.perVlan() ) {
+      helper_ = Velto::make< Helper >( world_ );
+      helper_->hasNotificationActiveIs( true );
+      helper_->verifyDataIs( world_.acsd->verifyData() );
+      world_.acsd->vlanHelperIs( helper_ );
+   }
+}
+
+void
+SimVlan::stop() {
+   world_.acsd->vlanHelperIs( nullptr );
+   helper_ = nullptr;
+}
+
+void
+SimVlan::apply( const Event & event ) {
+   if ( !helper_ ) {
+      return;
+   }
+   IntfId intf = world_.intf( event[0] );
+   switch ( Operations( event.operation ) ) {
+   case override:
+      request( intf, world_.vlan( event[1] ), event[2], false );
+      break;
+   case expand:
+      request( intf, world_.vlan( event[1] ), event[2], true );
+      break;
+   case goneOp: {
+      VlanId vlan = world_.vlan( event[0] );
+      std::erase_if( wanted_, [&]( auto & entry ) { return entry.first.first == vlan; } );
+      gone_.insert( vlan );
+      helper_->vlanDel( vlan );
+      break;
+   }
+   case feature:
+      recirc_ = true;
+      if ( event[1] ) {
+         world_.acsd->lagToFeatureSetIs( intf, Lag::Recirc::RecircFeatureSet( 1 ) );
+      } else {
+         world_.acsd->lagToFeatureSetDel( intf );
+      }
+      break;
+   case finish:
+      if ( helper_->completions().waiting() ) {
+         helper_->completions().finish( event[0] % helper_->completions().waiting() );
+      }
+      break;
+   case mode:
+      mode_ = event[0];
+      helper_->completions().latencyIs( mode_ < 2 ? 0
+                                        : mode_ < 6
+                                              ? rng_.between( 1, 1u << 4 * ( mode_ - 2 ) ) * 1e-6
+                                              : Kiv::never );
+      break;
+   }
+}
+
+void
+SimVlan::request( IntfId intf, VlanId vlan, U32 flags, bool expand ) {
+   bool tagged = flags & 4, ingress = flags & 1, egress = flags & 2;
+   auto & wanted = wanted_[{ vlan, intf }];
+   if ( expand && wanted ) {
+      wanted.ingress |= ingress;
+      wanted.egress |= egress;
+   } else {
+      wanted = { tagged, ingress, egress };
+   }
+   using Kind = Qon::PortVlanMembershipChangeKind;
+   helper_->requestPortVlanMembershipChange( expand ? Kind::expand : Kind::setOverride, intf, vlan,
+                                             tagged, ingress, egress );
+}
+
+void
+SimVlan::faultsIs( bool on ) {
+   if ( helper_ && !on ) {
+      helper_->completions().latencyIs( 1e-4 );
+      while ( helper_->completions().waiting() ) {
+         helper_->completions().finish( 0 );
+      }
+   }
+}
+
+bool
+SimVlan::inRecirc( IntfId port ) const {
+   return world_.acsd->lagToFeatureSetHas( port ) ||
+          world_.acsd->lagToFeatureSetHas( world_.acsd->portToLag( port ) );
+}
+
+String
+SimVlan::checkInvariants() const {
+   // It looks at every VLAN there can be.
+   return helper_ && ++sinceCheck_ % 32 == 0 ? helper_->checkInvariants() : "";
+}
+
+String
+SimVlan::checkVlan( VlanId vlan ) const {
+   auto topology = world_.feature< SimTopology >();
+   for ( U32 i = 0; i < world_.size( Range::port ); ++i ) {
+      IntfId port = world_.port( i );
+      auto entry = wanted_.find( { vlan, port } );
+      bool member = entry != wanted_.end() && entry->second;
+      auto forwards = topology ? topology->forwards( vlan, port ) : std::optional( true );
+      String name = vlan.stringValue() + ", " + port.stringValue();
+      if ( !forwards || inRecirc( port ) ) {
+         continue;
+      }
+      if ( inChip( vlan, port ) != ( member && *forwards ) ) {
+         return ( member && *forwards ? "member missing in the chip: VLAN "
+                                      : "port in the chip that should not be there: VLAN " ) +
+                name;
+      }
+      for ( auto & held : helper_->ports( vlan ) ) {
+         if ( held.intf == port && !( held.how == entry->second ) ) {
+            return "membership in the chip differs: VLAN " + name;
+         }
+      }
+   }
+   return {};
+}
+
+String
+SimVlan::checkAtRest() const {
+   gone_.clear();
+   recirc_ = world_.acsd->lagToFeatureSets() != 0;
+   for ( U32 i = 0; helper_ && i < world_.size( Range::vlan ); ++i ) {
+      VlanId vlan = world_.vlan( i );
+      auto state = helper_->updateState( vlan );
+      if ( state.inProgress || state.failed || state.requested != state.completed ) {
+         return "VLAN update not done: " + vlan.stringValue();
+      }
+      if ( String wrong = checkVlan( vlan ); !wrong.empty() ) {
+         return wrong;
+      }
+   }
+   return {};
+}
+
+void
+SimVlan::tearDown() {
+   world_.acsd->lagToFeatureSetDelAll();
+   for ( U32 i = 0; helper_ && i < world_.size( Range::vlan ); ++i ) {
+      helper_->vlanDel( world_.vlan( i ) );
+   }
+   wanted_.clear();
+}
+
+String
+SimVlan::checkTornDown() const {
+   for ( U32 i = 0; helper_ && i < world_.size( Range::vlan ); ++i ) {
+      if ( !helper_->ports( world_.vlan( i ) ).empty() ) {
+         return "ports left in the chip: VLAN " + world_.vlan( i ).stringValue();
+      }
+   }
+   return {};
+}
+
+} // namespace Sim

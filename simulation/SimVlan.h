@@ -1,0 +1,59 @@
+#pragma once
+// Membership of ports in VLANs, on a chip that keeps forwarding per VLAN: requests that replace
+// and expand, VLANs that go, recirculation features, updates that fail.
+//
+// Checked at rest: the chip's table of every VLAN holds exactly the ports that were asked for and
+// forward, with the flags that were asked for; nothing is under way.
+
+#include <map>
+#include <set>
+
+#include "agent/softchip/VlanTable.h"
+#include "simulation/SimFeature.h"
+
+namespace Sim {
+
+class SimVlan : public SimFeature {
+ public:
+   using IntfId = Ulnet::IntfId;
+   using VlanId = Bridging::VlanId;
+
+   explicit SimVlan( World & world );
+
+   static std::span< const Operation > operations();
+
+   void start() override;
+   void apply( const Event & event ) override;
+   String checkInvariants() const override;
+   void faultsIs( bool on ) override;
+   String checkAtRest() const override;
+   void tearDown() override;
+   String checkTornDown() const override;
+   void stop() override;
+
+   /** Null on a chip with topology tables. */
+   SoftChip::SoftVlanHelper * helper() const { return helper_.ptr(); }
+   bool inChip( VlanId vlan, IntfId port ) const { return helper_->has( vlan, port ); }
+   /** Whether the VLAN went since the last rest: nobody waits for it, the chip may be late. */
+   bool gone( VlanId vlan ) const { return gone_.contains( vlan ); }
+   /** Whether a port stays in its VLANs whatever its state. */
+   bool inRecirc( IntfId port ) const;
+   /** Whether ports may be in the chip that stayed so, or that have just lost the right to. */
+   bool recircSinceRest() const { return recirc_; }
+
+ private:
+   class Helper;
+
+   void request( IntfId intf, VlanId vlan, U32 flags, bool expand );
+   String checkVlan( VlanId vlan ) const;
+
+   Rng rng_;
+   mutable U32 sinceCheck_ = 0;
+   U32 mode_ = 0;
+   std::map< std::pair< U16, IntfId >, Qon::VlanMembership > wanted_;
+   mutable std::set< U16 > gone_;
+   mutable bool recirc_ = false;
+   Velto::Ptr< SoftChip::SoftVlanHelper > helper_;
+};
+
+} // namespace Sim

@@ -1,0 +1,325 @@
+#include "simulation/World.h"
+
+#include <algorithm>
+#include <sstream>
+
+#include "platform/Velto/Assert.h"
+
+namespace Sim {
+
+namespace {
+
+enum Operations : U8 { turn, next, run, cost, budget, restNow, endNow };
+
+constexpr Operation operationTable[] = {
+      { "turn", 120, { Range::few } },
+      { "next", 150 },
+      { "run", 60, { Range::micros } },
+      { "cost", 2, { Range::few } },
+      { "budget", 2, { Range::few } },
+      { "rest", 1 },
+      { "end", 0 },
+};
+
+// More turns than any work of a small world takes at one moment of time.
+constexpr U32 mostTurns = 20000;
+// Longer than the longest chain of retries and back-offs.
+constexpr Kiv::Seconds longestWayToRest = 600;
+// After this much time only what may wait for ever is still waiting.
+constexpr Kiv::Seconds longestWait = 100;
+
+std::vector< String >
+faultsOf( Rng rng ) {
+   auto often = [&]( U32 most ) { return std::to_string( rng.below( most ) ); };
+   std::vector< String > lines = {
+         "doUpdateVlan fail 0 0 " + often( 300 ), "lagMember fail 0 0 " + often( 300 ),
+         "writeToHw busy 0 0 " + often( 300 ), "writeToHw parity 0 0 " + often( 100 ) };
+   if ( rng.percent( 20 ) ) {
+      lines.push_back( "limit lagTable 2" );
+      lines.push_back( "limit lagMembers 3" );
+   }
+   return lines;
+}
+
+void
+addFault( SoftChip::FaultPlan & plan, const String & line ) {
+   std::istringstream in( line );
+   String first, second;
+   SoftChip::Fault fault;
+   if ( in >> first >> second && first == "limit" ) {
+      U32 entries;
+      if ( in >> entries ) {
+         plan.limitIs( second, entries );
+         return;
+      }
+   } else if ( in >> fault.call >> fault.times >> fault.inThousand ) {
+      fault.hook = first;
+      fault.trouble = Kiv::fromText< SoftChip::Trouble >( second );
+      plan.add( fault );
+      return;
+   }
+   throw Velto::RangeError( "expected \"<hook> <trouble> <first call> <calls> <in thousand>\" or "
+                            "\"limit <table> <entries>\": " +
+                            line );
+}
+
+} // namespace
+
+std::span< const Operation >
+World::operations() {
+   return operationTable;
+}
+
+World::World( const Plan & plan )
+    : plan_( plan ), formerSink_( Kiv::logSinkIs( static_cast< Kiv::LogSink * >( this ) ) ) {
+   Kiv::logWindowsReset();
+   Rng rng = chance( 1 );
+   // Small worlds, in which things collide; now and then a larger one.
+   U32 scale = rng.percent( 10 ) ? 3 : 1;
+   ports_ = rng.between( 2, 12 * scale );
+   lags_ = rng.between( 1, 5 * scale );
+   vlans_ = rng.between( 1, 8 * scale );
+   topos_ = rng.between( 1, 4 );
+   keys_ = rng.between( 2, 24 * scale );
+   perVlan_ = rng.percent( 50 );
+   faults.seedIs( U32( rng.next() ) );
+   faultLines_ = plan_.faults.empty() ? faultsOf( chance( 3 ) ) : plan_.faults;
+   acsd = Qon::qonCommonSmDataFactory( "acsd" );
+   acsd->initializedIs( true );
+   auto kinds = featureKinds();
+   for ( U32 kind = 1; kind < kinds.size(); ++kind ) {
+      auto & wanted = plan_.features;
+      if ( wanted.empty() ||
+           std::find( wanted.begin(), wanted.end(), kinds[kind].name ) != wanted.end() ) {
+         features_.push_back( { kind, kinds[kind].make( *this ) } );
+      }
+   }
+}
+
+World::~World() {
+   while ( !features_.empty() ) {
+      features_.pop_back();
+   }
+   Kiv::logSinkIs( formerSink_ );
+}
+
+void
+World::start() {
+   for ( auto & entry : features_ ) {
+      entry.feature->start();
+   }
+   faultsAre( true );
+}
+
+void
+World::faultsAre( bool on ) {
+   faults.clear();
+   for ( auto & line : on ? faultLines_ : std::vector< String >() ) {
+      addFault( faults, line );
+   }
+   for ( auto & entry : features_ ) {
+      entry.feature->faultsIs( on );
+   }
+}
+
+bool
+World::has( U32 kind ) const {
+   return kind == 0 || std::any_of( features_.begin(), features_.end(),
+                                    [&]( auto & entry ) { return entry.kind == kind; } );
+}
+
+U32
+World::size( Range range ) const {
+   switch ( range ) {
+   case Range::port:
+      return ports_;
+   case Range::lag:
+      return lags_;
+   case Range::intf:
+      return ports_ + lags_;
+   case Range::vlan:
+      return vlans_;
+   case Range::topo:
+      return topos_;
+   case Range::key:
+      return keys_;
+   case Range::flag:
+      return 2;
+   case Range::few:
+      return 8;
+   case Range::hundred:
+      return 100;
+   case Range::micros:
+      return 600000000;
+   case Range::none:
+      break;
+   }
+   return 1;
+}
+
+Ulnet::IntfId
+World::port( U32 i ) const {
+   return Ulnet::EthIntfId::intfId( i % ports_ + 1 );
+}
+
+Ulnet::IntfId
+World::lag( U32 i ) const {
+   return Ulnet::PortChannelIntfId::intfId( i % lags_ + 1 );
+}
+
+Ulnet::IntfId
+World::intf( U32 i ) const {
+   i %= ports_ + lags_;
+   return i < ports_ ? port( i ) : lag( i - ports_ );
+}
+
+Bridging::VlanId
+World::vlan( U32 i ) const {
+   return Bridging::VlanId( i % vlans_ * 10 + 10 );
+}
+
+String
+World::topo( U32 i ) const {
+   return "Mst" + std::to_string( i % topos_ );
+}
+
+void
+World::message( const Kiv::LogDescriptor & descriptor, const String & text ) {
+   transcript.add( "log", descriptor.name, text );
+}
+
+void
+World::report( const char * feature, const String & what ) {
+   if ( !finding_ ) {
+      finding_ = { feature, what };
+   }
+}
+
+Finding
+World::checkInvariants() const {
+   if ( finding_ || stopped_ ) {
+      return finding_;
+   }
+   for ( auto & entry : features_ ) {
+      String what = entry.feature->checkInvariants();
+      if ( !what.empty() ) {
+         return { featureKinds()[entry.kind].name, what };
+      }
+   }
+   return {};
+}
+
+void
+World::check( String ( SimFeature::*what )() const ) {
+   for ( auto & entry : features_ ) {
+      report( featureKinds()[entry.kind].name, ( *entry.feature.*what )() );
+   }
+}
+
+void
+World::apply( const Event & event ) {
+   if ( stopped_ ) {
+      return;
+   }
+   if ( event.feature != 0 ) {
+      for ( auto & entry : features_ ) {
+         if ( entry.kind == event.feature ) {
+            entry.feature->apply( event );
+         }
+      }
+      return;
+   }
+   switch ( Operations( event.operation ) ) {
+   case turn:
+      turns( event[0] + 1 );
+      break;
+   case next:
+      if ( scheduler.nextTime() != Kiv::never && scheduler.nextTime() > scheduler.time() ) {
+         scheduler.advance( scheduler.nextTime() - scheduler.time() );
+      }
+      turns( 1 );
+      break;
+   case run:
+      runFor( event[0] * 1e-6 );
+      break;
+   case cost:
+      scheduler.readCostIs( event[0] % 4 * 0.001 );
+      break;
+   case budget:
+      scheduler.budgetIs( { 0.005, event[0] == 0 ? ~U32( 0 ) : event[0], 16 } );
+      break;
+   case restNow:
+      rest();
+      break;
+   case endNow:
+      end();
+      break;
+   }
+}
+
+void
+World::turns( U32 count ) {
+   while ( count-- && scheduler.nextTime() <= scheduler.time() ) {
+      scheduler.turn();
+   }
+}
+
+bool
+World::turnsAtOneTime() {
+   turns( mostTurns );
+   if ( scheduler.nextTime() > scheduler.time() ) {
+      return true;
+   }
+   report( "world", "no end: there is always something to do at one moment" );
+   return false;
+}
+
+void
+World::runFor( Kiv::Seconds span ) {
+   Kiv::Seconds until = scheduler.time() + span;
+   while ( turnsAtOneTime() && scheduler.nextTime() <= until ) {
+      scheduler.advance( scheduler.nextTime() - scheduler.time() );
+   }
+   scheduler.advance( std::max( 0.0, until - scheduler.time() ) );
+}
+
+void
+World::rest() {
+   faultsAre( false );
+   scheduler.readCostIs( 0 );
+   Kiv::Seconds start = scheduler.time();
+   auto any = [&]( bool ( SimFeature::*does )() const ) {
+      return std::any_of( features_.begin(), features_.end(),
+                          [&]( auto & entry ) { return ( *entry.feature.*does )(); } );
+   };
+   auto waits = [&] {
+      return scheduler.time() > start + longestWait && any( &SimFeature::mayStayArmed ) &&
+             !any( &SimFeature::working );
+   };
+   while ( turnsAtOneTime() && scheduler.nextTime() <= start + longestWayToRest && !waits() ) {
+      scheduler.advance( scheduler.nextTime() - scheduler.time() );
+   }
+   if ( scheduler.nextTime() != Kiv::never && !waits() ) {
+      report( "world", "no rest: a clock stays armed with nothing to wait for" );
+   }
+   check( &SimFeature::checkAtRest );
+   faultsAre( true );
+}
+
+void
+World::end() {
+   for ( auto entry = features_.rbegin(); entry != features_.rend(); ++entry ) {
+      entry->feature->tearDown();
+   }
+   rest();
+   check( &SimFeature::checkTornDown );
+   if ( scheduler.nextTime() != Kiv::never ) {
+      report( "world", "no rest: a clock stays armed after everything was taken away" );
+   }
+   for ( auto entry = features_.rbegin(); entry != features_.rend(); ++entry ) {
+      entry->feature->stop();
+   }
+   stopped_ = true;
+}
+
+} // namespace Sim

@@ -1,0 +1,106 @@
+#pragma once
+// One simulated agent: virtual time, the shared agent data, the features with their chips.
+//
+// Invariants
+// 1. The plan alone decides what the world is: sizes, chips, faults. The same plan and the same
+//    events give the same transcript.
+// 2. Time moves in events only. What never comes to an end at one moment is a failure, not a hang.
+
+#include "Qon/include/framework/QonCommonSmData.h"
+#include "agent/softchip/FaultPlan.h"
+#include "platform/Kiv/Log.h"
+#include "platform/Kiv/TaskScheduler.h"
+#include "simulation/SimFeature.h"
+#include "simulation/Transcript.h"
+
+namespace Sim {
+
+/** What a run begins with. */
+struct Plan {
+   U64 seed = 1;
+   std::vector< String > features; ///< empty is all
+   /** What goes wrong in the soft chip: "<hook> <trouble> <first call> <calls> <in thousand>", as
+       in SoftChip::Fault, or "limit <table> <entries>". Empty: what the seed chooses. */
+   std::vector< String > faults;
+};
+
+/** What is broken: a feature's name and a text "name: details". */
+struct Finding {
+   String feature;
+   String what;
+   explicit operator bool() const { return !what.empty(); }
+   /** What makes two findings the same: feature and name. */
+   String key() const { return feature + ": " + what.substr( 0, what.find( ':' ) ); }
+};
+
+class World : private Kiv::LogSink {
+ public:
+   explicit World( const Plan & plan );
+   ~World() override;
+
+   /** Creates the state machines; then the world is ready for events. */
+   void start();
+   void apply( const Event & event );
+   /** What was reported since the start, or the first invariant that does not hold. */
+   Finding checkInvariants() const;
+   /** For checks that are made while something happens: the first one is kept. */
+   void report( const char * feature, const String & what );
+   U32 size( Range range ) const;
+
+   /** Names of what an argument chooses; numbers outside the range wrap around. */
+   Ulnet::IntfId port( U32 i ) const;
+   Ulnet::IntfId lag( U32 i ) const;
+   Ulnet::IntfId intf( U32 i ) const;
+   Bridging::VlanId vlan( U32 i ) const;
+   String topo( U32 i ) const;
+
+   /** The feature of that class; null if it is not part of the plan. */
+   template< class T >
+   T * feature() const {
+      for ( auto & entry : features_ ) {
+         if ( auto found = dynamic_cast< T * >( entry.feature.get() ) ) {
+            return found;
+         }
+      }
+      return nullptr;
+   }
+   bool has( U32 kind ) const;
+   /** Whether the chip keeps forwarding per VLAN and has no topology tables. */
+   bool perVlan() const { return perVlan_; }
+   const Plan & plan() const { return plan_; }
+   /** Chance for decisions about the world that are made at its start. */
+   Rng chance( U64 purpose ) const { return Rng( plan_.seed ).fork( purpose ); }
+
+   Kiv::VirtualScheduler scheduler;
+   Transcript transcript;
+   Velto::Ptr< Qon::QonCommonSmData > acsd;
+   SoftChip::FaultPlan faults;
+
+   static std::span< const Operation > operations();
+
+ private:
+   struct Entry {
+      U32 kind;
+      std::unique_ptr< SimFeature > feature;
+   };
+
+   void message( const Kiv::LogDescriptor & descriptor, const String & text ) override;
+   void turns( U32 count );
+   void runFor( Kiv::Seconds span );
+   bool turnsAtOneTime();
+   void faultsAre( bool on );
+   void rest();
+   void end();
+   void check( String ( SimFeature::*what )() const );
+
+   Plan plan_;
+   U32 ports_, lags_, vlans_, topos_, keys_;
+   bool perVlan_;
+   std::vector< Entry > features_;
+   std::vector< String > faultLines_;
+   Finding finding_;
+   bool stopped_ = false; ///< the state machines are gone
+   Kiv::LogSink * formerSink_;
+};
+
+} // namespace Sim
