@@ -1,0 +1,32 @@
+#pragma once
+// MAC addresses: what a chip brings to program them.
+
+#include <map>
+
+#include "Qon/include/mac/QonChipProgrammer.h"
+#include "chip/Chip.h"
+
+namespace QonChip {
+
+/** What a chip holds of one address. */
+struct HeldHost {
+   IntfId intf;
+   Bridging::EntryType entryType = Bridging::EntryType::unknown; ///< as far as the chip can tell
+   bool operator==( const HeldHost & ) const = default;
+};
+using HeldHosts = std::map< Qon::MacEntryKey, HeldHost >;
+
+class MacPart {
+ public:
+   virtual ~MacPart() = default;
+
+   /** The hook object; not initialized yet. */
+   virtual Ptr< Qon::QonMacProgrammer > makeProgrammer() = 0;
+
+   /** The chip's host table; none if the chip cannot be read back. */
+   virtual std::optional< HeldHosts > hosts() const { return std::nullopt; }
+   /** So many hosts overfill the table, whatever their addresses; 0: it cannot be filled. */
+   virtual U32 hostsToFill() const { return 20'000; }
+};
+
+} // namespace QonChip
