@@ -22,3 +22,15 @@ target_compile_options( qonflags INTERFACE
 if( CMAKE_CXX_COMPILER_ID STREQUAL GNU )
    target_compile_options( qonflags INTERFACE -fpch-preprocess )
 endif()
+
+# What nearly every file includes of the standard library, precompiled: qon_precompiled( <target> ).
+function( qon_precompiled target )
+   target_precompile_headers( ${target} PRIVATE <algorithm> <functional> <map> <memory> <set> <string>
+                                                <vector> ${ARGN} )
+endfunction()
+
+# Programs that are built to be run once or twice, such as tests: what is optimized in them does not
+# earn back the time that it takes. The libraries below them are as they are for everybody.
+function( qon_lightly_optimized target )
+   target_compile_options( ${target} PRIVATE $<$<CONFIG:Release>:-O0> )
+endfunction()
