@@ -52,8 +52,12 @@ hooks( benchmark::State & state ) {
    const IntfId intf = Ulnet::EthIntfId::intfId( 7 );
    U32 n = 0;
    auto measure = [&]( auto call, long calls ) {
-      return Bench::nsPerCall( [&] { call( n++ == ~U32( 0 ) ? &other : &chip, 1, topo, intf, n ); },
-                               calls, 9 );
+      return Bench::nsPerCall(
+            [&] {
+               ++n;
+               call( n == 0 ? &other : &chip, 1, topo, intf, n );
+            },
+            calls, 9 );
    };
    const double floor = measure( bare, 5'000'000 );
    const double unheard = measure( tapped, 5'000'000 );

@@ -48,10 +48,10 @@ class HookListener {
 
 class HookTap {
  public:
-   static bool listening() { return first_ != nullptr; }
+   static bool listening() { return __builtin_expect( first_ != nullptr, false ); }
    /** Tells of a call; only when somebody listens. */
    template< class... Args >
-   static void tell( const char * hook, const Args &... args ) {
+   [[gnu::cold, gnu::noinline]] static void tell( const char * hook, const Args &... args ) {
       String arguments;
       ( ( ( arguments += arguments.empty() ? "" : ", " ) += text( args ) ), ... );
       tellAll( hook, arguments );
@@ -85,6 +85,9 @@ class HookTap {
            ? ::Qon::HookTap::tell( #Class "::" #hook __VA_OPT__(, ) __VA_ARGS__ )                  \
            : void() )
 
-/** Calls a hook, and tells of it. The arguments have no effects: they are read twice. */
+/** Calls a hook, and tells of it. The arguments have no effects: they are read twice. Two calls, so
+    that the one which nobody hears keeps nothing for later. */
 #define QON_HOOK( Class, object, hook, ... )                                                       \
-   ( QON_TELL_HOOK( Class, hook __VA_OPT__(, ) __VA_ARGS__ ), ( object )->hook( __VA_ARGS__ ) )
+   ( ::Qon::HookTap::listening() ? ( QON_TELL_HOOK( Class, hook __VA_OPT__(, ) __VA_ARGS__ ),      \
+                                     ( object )->hook( __VA_ARGS__ ) )                             \
+                                 : ( object )->hook( __VA_ARGS__ ) )
