@@ -18,21 +18,6 @@ constexpr Operation operationTable[] = {
 
 } // namespace
 
-/** The chip's programmer, with a record of the calls. */
-class SimHostTable::Programmer : public SoftChip::SoftMacProgrammer {
- public:
-   Programmer( World & world, const SoftChip::HostTableShape & shape )
-       : SoftMacProgrammer( world.scheduler.timerWheel(), shape, world.faults ), world_( world ) {}
-   Qon::MacProgramStatus writeToHw( const Qon::MacCmdPtr & cmd ) override {
-      world_.transcript.add( "hostTable", cmd->type(), cmd->key(), cmd->intf(),
-                             cmd->transactionId() );
-      return SoftMacProgrammer::writeToHw( cmd );
-   }
-
- private:
-   World & world_;
-};
-
 std::span< const Operation >
 SimHostTable::operations() {
    return operationTable;
@@ -49,7 +34,8 @@ SimHostTable::SimHostTable( World & world )
 
 void
 SimHostTable::start() {
-   programmer_ = Qon::smIs< Programmer >( world_, shape_ );
+   programmer_ =
+         SoftChip::SoftMacProgrammerIs( world_.scheduler.timerWheel(), shape_, world_.faults );
    programmer_->initializedIs( true );
 }
 

@@ -29,7 +29,6 @@ class SimHostTable : public SimFeature {
    void stop() override;
 
  private:
-   class Programmer;
    using Type = Qon::IndirectAccessMacCmdType;
 
    struct Key {

@@ -321,10 +321,6 @@ SimLag::groupHeard( IntfId lag ) {
 
 void
 SimLag::memberHeard( IntfId lag, IntfId port ) {
-   auto group = hardware_->lag( lag );
-   bool there = group && group->memberHas( port );
-   Member member = there ? group->member( port ) : Member();
-   world_.transcript.add( "member", lag, port, there, member );
    U32 owners = 0;
    for ( auto && [other, config] : hardware_->lagIteratorConst() ) {
       owners += config->memberHas( port ) && !config->member( port ).shared();

@@ -179,8 +179,6 @@ SimMac::restart() {
 Qon::MacProgramStatus
 SimMac::write( const Cmd & cmd, bool shadow ) {
    U32 i = cmd.addrOp() ? indexOf( cmd.key() ) : noKey;
-   world_.transcript.add( "writeToHw", cmd.type(), i, cmd.intf(), cmd.transactionId(), cmd.opArg(),
-                          shadow );
    checkWrite( cmd, i );
    if ( shadow != ( cmd.shadow() != 0 ) ) {
       world_.report( "mac", "wrong hook: shadow" );

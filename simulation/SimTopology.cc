@@ -74,7 +74,7 @@ class Recorder : public Chip {
       Chip::freeTopo( topo );
    }
    void setStpState( S32 topoId, const String & topo, IntfId intf, PortState state ) override {
-      sim_->stateHeard( topo, intf, state );
+      sim_->stateHeard( topo, intf );
       Chip::setStpState( topoId, topo, intf, state );
    }
    void addVlanToTopo( const String & topo, U16 vlan ) override {
@@ -85,10 +85,8 @@ class Recorder : public Chip {
       sim_->vlanHeard( topo, vlan, false );
       Chip::delVlanFromTopo( topo, vlan );
    }
-   void flushTopoPort( U32 topoId, IntfId intf ) override { sim_->flushHeard( topoId, intf ); }
-   void flushTopoPortVlan( const Qon::MappedVlan & vlans, IntfId intf ) override {
-      sim_->flushHeard( vlans.vlans(), intf );
-   }
+   void flushTopoPort( U32, IntfId ) override {}
+   void flushTopoPortVlan( const Qon::MappedVlan &, IntfId ) override {}
 
  private:
    SimTopology * sim_;
@@ -374,7 +372,7 @@ SimTopology::faultsIs( bool on ) {
 
 void
 SimTopology::allocHeard( const String & topo, bool room ) {
-   world_.transcript.add( "allocTopo", topo, room );
+   world_.transcript.add( "room", room );
    if ( !allocated_.insert( topo ).second ) {
       world_.report( "topology", "allocated twice: " + topo );
    }
@@ -382,7 +380,6 @@ SimTopology::allocHeard( const String & topo, bool room ) {
 
 void
 SimTopology::freeHeard( const String & topo ) {
-   world_.transcript.add( "freeTopo", topo );
    if ( !allocated_.erase( topo ) ) {
       world_.report( "topology", "freed without being there: " + topo );
    }
@@ -394,8 +391,7 @@ SimTopology::freeHeard( const String & topo ) {
 }
 
 void
-SimTopology::stateHeard( const String & topo, IntfId intf, PortState state ) {
-   world_.transcript.add( "setStpState", topo, intf, state );
+SimTopology::stateHeard( const String & topo, IntfId intf ) {
    if ( !allocated_.contains( topo ) ) {
       world_.report( "topology", "port state for a topology that is not there: " + topo );
    }
@@ -406,7 +402,6 @@ SimTopology::stateHeard( const String & topo, IntfId intf, PortState state ) {
 
 void
 SimTopology::vlanHeard( const String & topo, U16 vlan, bool add ) {
-   world_.transcript.add( add ? "addVlanToTopo" : "delVlanFromTopo", topo, vlan );
    String & held = vlanTopo_[vlan];
    if ( add ) {
       if ( !allocated_.contains( topo ) ) {
@@ -425,13 +420,7 @@ SimTopology::vlanHeard( const String & topo, U16 vlan, bool add ) {
 }
 
 void
-SimTopology::flushHeard( U32 topoId, IntfId intf ) {
-   world_.transcript.add( "flush", topoId, intf );
-}
-
-void
 SimTopology::bpduHeard( bool bpdu, bool pvst ) {
-   world_.transcript.add( "bpdu", bpdu, pvst );
    bpdu_ = bpdu;
    pvstBpdu_ = pvst;
 }

@@ -50,9 +50,8 @@ class SimTopology : public SimFeature {
    /** @{ */
    void allocHeard( const String & topo, bool room );
    void freeHeard( const String & topo );
-   void stateHeard( const String & topo, IntfId intf, PortState state );
+   void stateHeard( const String & topo, IntfId intf );
    void vlanHeard( const String & topo, U16 vlan, bool add );
-   void flushHeard( U32 topoId, IntfId intf );
    void bpduHeard( bool bpdu, bool pvst );
    /** @} */
 

@@ -25,34 +25,13 @@ SimVlan::operations() {
    return operationTable;
 }
 
-/** The chip's VLANs, with a record of the calls. */
-class SimVlan::Helper : public SoftChip::SoftVlanHelper {
- public:
-   explicit Helper( World & world )
-       : SoftVlanHelper( "vlanHelper", world.acsd.ptr(), world.faults ), world_( world ) {}
-
-   void doCreateHwVlan( VlanId vlan ) override {
-      world_.transcript.add( "doCreateHwVlan", vlan );
-      SoftVlanHelper::doCreateHwVlan( vlan );
-   }
-   void doUpdateVlan( VlanId vlan ) override {
-      world_.transcript.add( "doUpdateVlan", vlan );
-      forEachHwPort( vlan, [&]( IntfId port, Qon::VlanMembership how ) {
-         world_.transcript.add( "port", port, how.tagged, how.ingress, how.egress );
-      } );
-      SoftVlanHelper::doUpdateVlan( vlan );
-   }
-
- private:
-   World & world_;
-};
-
 SimVlan::SimVlan( World & world ) : SimFeature( world ), rng_( world.chance( 50 ) ) {}
 
 void
 SimVlan::start() {
    if ( world_.perVlan() ) {
-      helper_ = Velto::make< Helper >( world_ );
+      helper_ = Velto::make< SoftChip::SoftVlanHelper >( "vlanHelper", world_.acsd.ptr(),
+                                                         world_.faults );
       helper_->hasNotificationActiveIs( true );
       helper_->verifyDataIs( world_.acsd->verifyData() );
       world_.acsd->vlanHelperIs( helper_ );

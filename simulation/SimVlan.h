@@ -42,8 +42,6 @@ class SimVlan : public SimFeature {
    bool recircSinceRest() const { return recirc_; }
 
  private:
-   class Helper;
-
    void request( IntfId intf, VlanId vlan, U32 flags, bool expand );
    String checkVlan( VlanId vlan ) const;
 

@@ -189,6 +189,11 @@ World::message( const Kiv::LogDescriptor & descriptor, const String & text ) {
 }
 
 void
+World::hookCalled( const char * hook, const String & arguments ) {
+   transcript.add( hook, arguments );
+}
+
+void
 World::report( const char * feature, const String & what ) {
    if ( !finding_ ) {
       finding_ = { feature, what };

@@ -6,6 +6,7 @@
 //    events give the same transcript.
 // 2. Time moves in events only. What never comes to an end at one moment is a failure, not a hang.
 
+#include "Qon/include/framework/HookTap.h"
 #include "Qon/include/framework/QonCommonSmData.h"
 #include "agent/softchip/FaultPlan.h"
 #include "platform/Kiv/Log.h"
@@ -33,7 +34,7 @@ struct Finding {
    String key() const { return feature + ": " + what.substr( 0, what.find( ':' ) ); }
 };
 
-class World : private Kiv::LogSink {
+class World : private Kiv::LogSink, private Qon::HookListener {
  public:
    explicit World( const Plan & plan );
    ~World() override;
@@ -85,6 +86,7 @@ class World : private Kiv::LogSink {
    };
 
    void message( const Kiv::LogDescriptor & descriptor, const String & text ) override;
+   void hookCalled( const char * hook, const String & arguments ) override;
    void turns( U32 count );
    void runFor( Kiv::Seconds span );
    bool turnsAtOneTime();

@@ -1,3 +1,4 @@
+#include "Qon/include/framework/HookTap.h"
 #include "Qon/include/framework/QonAck.h"
 #include "Qon/include/framework/QonAsyncBaseSm.h"
 #include "Qon/include/framework/QonCommonSmData.h"
@@ -29,6 +30,16 @@ void
 QonAsyncBaseSm::handleAsyncOperationResult() {
    Velto::assertFail( "0", "QonAsyncCommon", missingHandlerLine,
                       "virtual void Qon::QonAsyncBaseSm::handleAsyncOperationResult()" );
+}
+
+void
+QonAsyncBaseSm::handleTcamRequestClock() {
+   QON_HOOK( QonAsyncBaseSm, this, processTcamRequestQueue );
+}
+
+void
+QonAsyncBaseSm::handlePendingOperationTimeoutClock() {
+   QON_HOOK( QonAsyncBaseSm, this, handlePendingOperationTimeout );
 }
 
 void

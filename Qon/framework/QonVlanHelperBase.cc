@@ -1,5 +1,7 @@
 #include "Qon/include/framework/VlanHelperBase.h"
 
+#include "Qon/include/framework/HookTap.h"
+
 namespace Qon {
 
 U64
@@ -12,9 +14,9 @@ VlanHelperBase::requestPortVlanMembershipChange( PortVlanMembershipChangeKind ki
                  "PortVlanMembershipChangeKind::setOverride_" );
    }
    if ( ingress || egress ) {
-      doAddPortToVlan( port, vlan, tagged, ingress, egress );
+      QON_HOOK( VlanHelper, this, doAddPortToVlan, port, vlan, tagged, ingress, egress );
    } else {
-      doRemovePortFromVlan( port, vlan );
+      QON_HOOK( VlanHelper, this, doRemovePortFromVlan, port, vlan );
    }
    return 0;
 }

@@ -1,5 +1,6 @@
 #include "Qon/include/lag/HardwareLagWriter.h"
 
+#include "Qon/include/framework/HookTap.h"
 #include "Qon/include/lag/QonLagIndex.h"
 
 namespace Qon {
@@ -48,6 +49,7 @@ HardwareLagWriter::memberIs( IntfId lag, IntfId port, const Member & member ) {
    } else if ( member.shared() && former == lag ) {
       owner_.erase( port );
    }
+   QON_TELL_HOOK( Hardware::Lag, memberIs, lag, port, member );
    config_->lagIs( lag, getLagIndex( lag ) )->memberIs( port, member );
 }
 
@@ -57,6 +59,7 @@ HardwareLagWriter::memberDel( IntfId lag, IntfId port ) {
       owner_.erase( port );
    }
    if ( Velto::Ptr< Hardware::Lag::LagConfig > group = config_->lag( lag ) ) {
+      QON_TELL_HOOK( Hardware::Lag, memberDel, lag, port );
       group->memberDel( port );
       dropIfEmpty( lag );
    }

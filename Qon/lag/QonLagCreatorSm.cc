@@ -1,5 +1,6 @@
 #include "Qon/include/lag/QonLagCreatorSm.h"
 
+#include "Qon/include/framework/HookTap.h"
 #include "Qon/include/framework/LagView.h"
 #include "Qon/include/framework/QonTraceHandles.h"
 
@@ -62,6 +63,7 @@ LagMemberCreatorSm::maybeAddLagConfigMember( IntfId member ) {
    }
    char buffer[LagPacketDriver::commandBufferSize];
    const U32 index = QonLagCreatorSm::getLagIndex( lag_ );
+   QON_TELL_HOOK( LagPacketDriver, getLagInfo, index, U32( sizeof buffer ) );
    const int ret = creator_->in().packetDriver->getLagInfo( index, buffer, sizeof buffer );
    VELTO_ASSERT( ret == 0 );
    if ( creator_->writer().member( lag_, member ) == want ) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "Qon/include/framework/HookTap.h"
 #include "Qon/include/framework/QonLog.h"
 #include "Qon/include/framework/QonTraceHandles.h"
 #include "platform/Kiv/Describe.h"
@@ -17,6 +18,13 @@ QonLogHandle bankFull( "QonChipProgrammer", QonLog::ETH_MACADDRBANKFULL );
 
 constexpr auto newStatus = MacProgramStatus::macProgramInProgress;
 constexpr Kiv::Seconds overflowDelayStep = 1.0;
+
+/** All that the chip may read of the command. */
+String
+hookText( const IndirectAccessMacCmd & cmd ) {
+   return cmd.stringValue() + " " + Kiv::toText( cmd.entryType() ) + " arg " +
+          Kiv::toText( cmd.opArg() );
+}
 
 } // namespace
 
@@ -167,7 +175,14 @@ QonMacProgrammer::updatePendingAddresses() {
 void
 QonMacProgrammer::write( const MacCmdPtr & cmd, Kiv::Seconds now ) {
    enterInFlight( cmd, now );
-   MacProgramStatus result = cmd->shadow() ? writeToHwShadow( cmd ) : writeToHw( cmd );
+   MacProgramStatus result;
+   if ( cmd->shadow() ) {
+      QON_TELL_HOOK( QonMacProgrammer, writeToHwShadow, hookText( *cmd ) );
+      result = writeToHwShadow( cmd );
+   } else {
+      QON_TELL_HOOK( QonMacProgrammer, writeToHw, hookText( *cmd ) );
+      result = writeToHw( cmd );
+   }
    QON_TRACE( facility, 7, *cmd, " write to hardware result : ", Kiv::toText( result ) );
 }
 

@@ -1,5 +1,6 @@
 #include "Qon/include/topology/QonStpSm.h"
 
+#include "Qon/include/framework/HookTap.h"
 #include "Qon/topology/StpTrace.h"
 #include "platform/Kiv/Describe.h"
 
@@ -56,7 +57,7 @@ StpSm::handleInitialized() {
       return;
    }
    topoHelper()->stpSmIs( this );
-   topoHelper()->hwInit();
+   QON_HOOK( TopoHelper, topoHelper(), hwInit );
    tapAggIntfIs( "tapAggIntf" );
    tapAggIntfSm_ = smIs< TapAggIntfSm >( this );
    for ( auto && [vlan, name] : config()->vidToTopoMapIteratorConst() ) {
@@ -258,7 +259,7 @@ StpSm::takeOut( VlanId vlan, const String & topoName ) {
    if ( auto topo = topoSm( topoName ) ) {
       topo->vlanAddedDel( vlan );
    }
-   topoHelper()->delVlanFromTopo( topoName, vlan );
+   QON_HOOK( TopoHelper, topoHelper(), delVlanFromTopo, topoName, vlan );
 }
 
 void
@@ -271,12 +272,12 @@ StpSm::putIn( VlanId vlan, const String & topoName ) {
    if ( auto topo = topoSm( topoName ) ) {
       if ( !topo->vlanAdded( vlan ) ) {
          topo->vlanAddedIs( vlan );
-         topoHelper()->addVlanToTopo( topoName, vlan );
+         QON_HOOK( TopoHelper, topoHelper(), addVlanToTopo, topoName, vlan );
       }
    } else if ( topoName == tapAggTopoName_ ) {
       if ( fresh ) {
          STP_TRACE( "in TapAgg mode, placing vlan without topo in TapAggTopo" );
-         topoHelper()->addVlanToTopo( topoName, vlan );
+         QON_HOOK( TopoHelper, topoHelper(), addVlanToTopo, topoName, vlan );
       }
    } else {
       STP_TRACE( "topoSm not yet present for topology ", topoName );
@@ -319,7 +320,7 @@ StpSm::enterTapAgg() {
    tapAggTopoName_ = tapAggHwConfig->tapAggTopoName();
    tapAggTopoId_ = tapAggHwConfig->tapAggTopoId();
    if ( !topoSm( tapAggTopoName_ ) ) {
-      topoHelper()->allocTopo( tapAggTopoName_ );
+      QON_HOOK( TopoHelper, topoHelper(), allocTopo, tapAggTopoName_ );
    }
    STP_TRACE( "configure all vlan into TapAggTopo" );
    for ( U32 vlan = 1; vlan <= 4094; ++vlan ) {
@@ -347,7 +348,7 @@ StpSm::cleanupTapAgg() {
    tapAggIntfSm_->doCleanup();
    VELTO_ASSERT( !tapAggIntf()->intfInfos() );
    if ( !topoSm( name ) ) {
-      topoHelper()->freeTopo( name );
+      QON_HOOK( TopoHelper, topoHelper(), freeTopo, name );
    }
 }
 
@@ -380,9 +381,10 @@ StpSm::handleBpduTrapping() {
       return;
    }
    if ( acsd_->operationalMode() == HwOperationalMode::tapAgg ) {
-      configureBpduTrapping( false, false );
+      QON_HOOK( StpSm, this, configureBpduTrapping, false, false );
    } else {
-      configureBpduTrapping( config()->bpduTrapEnabled(), config()->pvstBpduTrapEnabled() );
+      QON_HOOK( StpSm, this, configureBpduTrapping, config()->bpduTrapEnabled(),
+                config()->pvstBpduTrapEnabled() );
    }
 }
 
@@ -403,12 +405,12 @@ StpSm::requestVerify() {
 
 void
 StpSm::handleVerify() {
-   verify();
+   QON_HOOK( StpSm, this, verify );
 }
 
 void
 StpSm::verify() {
-   topoHelper()->verify();
+   QON_HOOK( TopoHelper, topoHelper(), verify );
 }
 
 void

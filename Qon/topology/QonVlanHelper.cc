@@ -1,5 +1,6 @@
 #include "Qon/include/topology/QonVlanHelper.h"
 
+#include "Qon/include/framework/HookTap.h"
 #include "Qon/include/framework/QonLog.h"
 #include "Qon/include/framework/QonTraceHandles.h"
 #include "Qon/include/framework/TimeSlice.h"
@@ -130,9 +131,10 @@ VlanHelper::applyMembership( Vlan & v, VlanId vlan, U32 port ) {
    lastPort_ = port;
    if ( const VlanMembership wanted = wantedOf( before, bit );
         wanted && ( ( before.forwarding & bit ) || !hwOf( before, bit ) ) ) {
-      doAddPortToVlan( intf, vlan, wanted.tagged, wanted.ingress, wanted.egress );
+      QON_HOOK( VlanHelper, this, doAddPortToVlan, intf, vlan, wanted.tagged, wanted.ingress,
+                wanted.egress );
    } else {
-      doRemovePortFromVlan( intf, vlan );
+      QON_HOOK( VlanHelper, this, doRemovePortFromVlan, intf, vlan );
    }
    return hwOf( v.blocks[port / 64], bit ) != hwOf( before, bit );
 }
@@ -300,10 +302,22 @@ VlanHelper::start( VlanId vlan ) {
    v.inProgress = true;
    if ( !v.created ) {
       v.created = true;
-      doCreateHwVlan( vlan );
+      QON_HOOK( VlanHelper, this, doCreateHwVlan, vlan );
    }
    v.programming = v.requested;
+   QON_TELL_HOOK( VlanHelper, doUpdateVlan, vlan, hwPortsText( vlan ) );
    doUpdateVlan( vlan );
+}
+
+/** "{Ethernet1 tie, Ethernet2 i}": tagged, ingress, egress. */
+String
+VlanHelper::hwPortsText( VlanId vlan ) const {
+   String text;
+   forEachHwPort( vlan, [&]( IntfId port, VlanMembership how ) {
+      text += ( text.empty() ? "" : ", " ) + port.stringValue() + " " + ( how.tagged ? "t" : "" ) +
+              ( how.ingress ? "i" : "" ) + ( how.egress ? "e" : "" );
+   } );
+   return "{" + text + "}";
 }
 
 void

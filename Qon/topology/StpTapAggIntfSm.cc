@@ -1,5 +1,7 @@
 #include "Qon/include/topology/QonStpSm.h"
 
+#include "Qon/include/framework/HookTap.h"
+
 namespace Qon {
 
 using Bridging::Topology::PortState;
@@ -73,8 +75,8 @@ void
 StpSm::TapAggIntfSm::setState( IntfId intf, PortState state ) {
    stpSm_->lagView().forEachTarget( intf, EmptyAggregate::itself, [&]( IntfId target ) {
       if ( !stpSm_->tapAggTopoName().empty() ) {
-         stpSm_->topoHelper()->setStpState( S32( stpSm_->tapAggTopoId() ), stpSm_->tapAggTopoName(),
-                                            target, state );
+         QON_HOOK( TopoHelper, stpSm_->topoHelper(), setStpState, S32( stpSm_->tapAggTopoId() ),
+                   stpSm_->tapAggTopoName(), target, state );
       }
    } );
 }

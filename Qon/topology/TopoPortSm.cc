@@ -1,7 +1,23 @@
 #include "Qon/include/topology/QonStpSm.h"
+
+#include "Qon/include/framework/HookTap.h"
 #include "Qon/topology/StpTrace.h"
 
 namespace Qon {
+
+namespace {
+
+/** "{1 20 4094}" */
+String
+vlansText( const MappedVlan & vlans ) {
+   String text;
+   for ( auto && [vlan, present] : vlans.vlanIteratorConst() ) {
+      text += ( text.empty() ? "" : " " ) + vlan.stringValue();
+   }
+   return "{" + text + "}";
+}
+
+} // namespace
 
 TopoPortSm::TopoPortSm( Ulnet::IntfId intf, Velto::Ptr< const Config > config, TopoSm * topoSm )
     : intf_( intf ), topoSm_( topoSm ), config_( std::move( config ) ) {}
@@ -110,9 +126,10 @@ TopoPortSm::handleFdbFlush() {
    const Velto::Ptr< TopoPortSm > keep( this );
    TopoHelper * helper = topoHelper();
    if ( !helper->pvst() ) {
-      helper->flushTopoPort( topoId(), intf_ );
+      QON_HOOK( TopoHelper, helper, flushTopoPort, topoId(), intf_ );
    } else if ( Velto::Ptr< MappedVlan > vlans =
                      topoSm_->stpSm()->topoToVlanMap( topoSm_->name() ) ) {
+      QON_TELL_HOOK( TopoHelper, flushTopoPortVlan, vlans->name(), vlansText( *vlans ), intf_ );
       helper->flushTopoPortVlan( *vlans, intf_ );
    } else {
       STP_TRACE( topoSm_->name(), ": no mappedVlan" );

@@ -1,4 +1,6 @@
 #include "Qon/include/topology/QonStpSm.h"
+
+#include "Qon/include/framework/HookTap.h"
 #include "Qon/topology/StpTrace.h"
 
 namespace Qon {
@@ -16,7 +18,7 @@ TopoSm::handleInitialized() {
    if ( !initialized() ) {
       return;
    }
-   if ( !topoHelper()->allocTopo( name_ ) ) {
+   if ( !QON_HOOK( TopoHelper, topoHelper(), allocTopo, name_ ) ) {
       STP_TRACE( "handleInitialized no room for topo ", name_ );
    }
    stpSm_->topoIdIs( topoId(), this );
@@ -124,7 +126,7 @@ TopoSm::handleTapAggIntf( const Ulnet::IntfId & intf ) {
 
 void
 TopoSm::setStpState( Ulnet::IntfId intf, PortState state ) {
-   topoHelper()->setStpState( S32( topoId() ), name_, intf, state );
+   QON_HOOK( TopoHelper, topoHelper(), setStpState, S32( topoId() ), name_, intf, state );
 }
 
 bool
@@ -230,7 +232,7 @@ TopoSm::doCleanup() {
    stpSm_->pendingStpStateTopoDel( name_ );
    pending_ = nullptr;
    stpSm_->topoIdDel( topoId(), this );
-   topoHelper()->freeTopo( name_ );
+   QON_HOOK( TopoHelper, topoHelper(), freeTopo, name_ );
 }
 
 } // namespace Qon

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "Qon/include/framework/HookTap.h"
 #include "Qon/include/topology/QonStpSm.h"
 #include "Qon/topology/StpTrace.h"
 #include "platform/Kiv/Describe.h"
@@ -292,7 +293,8 @@ VlanTopoHelper::waitNoMore( U16 vlan ) {
 
 void
 VlanTopoHelper::handleCompletedVlanUpdateStatus( const VlanId & vlan ) {
-   handleVlanUpdateCompletion( vlan, vlanHelper_->completedVlanUpdateStatus( vlan ) );
+   QON_HOOK( TopoHelper, this, handleVlanUpdateCompletion, vlan,
+             vlanHelper_->completedVlanUpdateStatus( vlan ) );
 }
 
 void

@@ -5,16 +5,7 @@
 
 namespace QonAgent {
 
-Recorder * Recorder::current_ = nullptr;
-
-Recorder::Recorder() {
-   VELTO_ASSERT( !current_ );
-   current_ = this;
-}
-
-Recorder::~Recorder() {
-   current_ = nullptr;
-}
+Recorder::~Recorder() = default;
 
 void
 Recorder::apply( const String & kind, const String & text ) {
@@ -22,7 +13,8 @@ Recorder::apply( const String & kind, const String & text ) {
    if ( found == kinds_.end() ) {
       throw Velto::RangeError( "there are no inputs of kind '" + kind + "'" );
    }
-   found->second( text );
+   const InputKind does = found->second; // which may end whoever gave it
+   does( text );
 }
 
 void
@@ -132,7 +124,7 @@ FileRecorder::over() {
 }
 
 void
-FileRecorder::hook( const String & call ) {
+FileRecorder::called( const String & call ) {
    if ( inside_ ) {
       write( Record::Kind::hook, call );
    }

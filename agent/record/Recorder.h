@@ -3,9 +3,9 @@
 //
 //    server, ConfigDB, events, chip's descriptor -> input( kind, text ) -> what the kind does
 //    scheduler -> turns; Kiv::now() -> readings       |
-//    chip-specific agent: recordHook(), recordedAnswer() -.
-//                                                       v
-//                              FileRecorder -> a file -> Replay -> the same, in virtual time
+//    library: the tap at its hooks; chip: recordedAnswer() -.
+//                                                           v
+//                                 FileRecorder -> a file -> Replay -> the same, in virtual time
 //
 // A run is made of inputs and turns. Everything that happens inside one follows from the state
 // before, the readings of the time, and the answers of the chip; those are recorded, and the calls
@@ -16,46 +16,41 @@
 // 2. An input happens outside of turns: one that arrives inside a turn happens behind it.
 // 3. What is recorded is in the file when the input or the turn is over.
 
-#include <functional>
 #include <map>
 #include <utility>
 #include <vector>
 
+#include "Qon/include/framework/HookTap.h"
 #include "agent/record/RecordFile.h"
+#include "chip/Recording.h"
 #include "platform/Kiv/TaskScheduler.h"
-#include "platform/Kiv/Text.h"
 
 namespace QonAgent {
 
 /** What an input of one kind does with its text. It may raise Velto::RangeError, having changed
     nothing. */
-using InputKind = std::function< void( const String & text ) >;
+using InputKind = QonChip::Recording::Effect;
 
-class Recorder {
+class Recorder : public QonChip::Recording, private Qon::HookListener {
  public:
-   Recorder( const Recorder & ) = delete;
-   Recorder & operator=( const Recorder & ) = delete;
    virtual ~Recorder();
 
-   /** Null if nothing is recorded or replayed. */
-   static Recorder * current() { return current_; }
-
-   /** Gives a kind of inputs its effect; `kind` is one word. */
-   void kindIs( const String & kind, InputKind does ) { kinds_[kind] = std::move( does ); }
+   void kindIs( const String & kind, InputKind does ) override { kinds_[kind] = std::move( does ); }
+   void kindDel( const String & kind ) override { kinds_.erase( kind ); }
    bool kindHas( const String & kind ) const { return kinds_.contains( kind ); }
 
-   /** A call to the chip. */
-   virtual void hook( const String & call ) = 0;
-   /** The answer to a question that was asked inside a hook: of `ask`, or the recorded one. */
-   virtual String answer( const String & name, const std::function< String() > & ask ) = 0;
-
  protected:
-   Recorder();
+   Recorder() = default;
    /** Does what the input does; a kind that nobody gave is a Velto::RangeError. */
    void apply( const String & kind, const String & text );
+   /** A call to the chip: "Class::hook( arguments )". */
+   virtual void called( const String & call ) = 0;
 
  private:
-   static Recorder * current_;
+   void hookCalled( const char * hook, const String & arguments ) override {
+      called( Qon::HookTap::shown( hook, arguments ) );
+   }
+
    std::map< String, InputKind > kinds_;
 };
 
@@ -71,7 +66,7 @@ class FileRecorder : public Recorder, private Kiv::TimeSource, private Kiv::Turn
        a turn it is dropped. */
    void input( const String & kind, const String & text );
 
-   void hook( const String & call ) override;
+   void arrived( const String & kind, const String & text ) override { input( kind, text ); }
    String answer( const String & name, const std::function< String() > & ask ) override;
 
    U64 records() const { return writer_.records(); }
@@ -79,6 +74,7 @@ class FileRecorder : public Recorder, private Kiv::TimeSource, private Kiv::Turn
    bool good() const { return good_; }
 
  private:
+   void called( const String & call ) override;
    Kiv::Seconds now() override;
    void turnBegins() override;
    void turnEnds( bool worked ) override;
@@ -102,42 +98,5 @@ class FileRecorder : public Recorder, private Kiv::TimeSource, private Kiv::Turn
 /** An input from outside: recorded where there is a recorder, else just done. */
 void input( FileRecorder * recorder, const String & kind, const String & text,
             const InputKind & does );
-
-/** @name For chip-specific agents */
-/** @{ */
-template< class T >
-String
-recordText( const T & value ) {
-   if constexpr ( std::is_convertible_v< const T &, String > ) {
-      return value;
-   } else {
-      return Kiv::toText( value );
-   }
-}
-
-/** Notes that a hook was called, with its arguments: recordHook( "setStpState", id, name ). */
-template< class... Args >
-void
-recordHook( const char * hook, const Args &... args ) {
-   if ( auto recorder = Recorder::current() ) [[unlikely]] {
-      String text;
-      ( ( text += ( text.empty() ? " " : ", " ) + recordText( args ) ), ... );
-      recorder->hook( hook + ( "(" + text ) + ( text.empty() ? ")" : " )" ) );
-   }
-}
-
-/** What the chip answers at once: `ask()` returns it; a replay returns the recorded answer and does
-    not ask. T has a text form both ways. Behind the end of a recording that was cut: T(). */
-template< class T, class Ask >
-T
-recordedAnswer( const char * name, Ask && ask ) {
-   auto recorder = Recorder::current();
-   if ( !recorder ) [[likely]] {
-      return ask();
-   }
-   String text = recorder->answer( name, [&] { return Kiv::toText( T( ask() ) ); } );
-   return text.empty() ? T() : Kiv::fromText< T >( text );
-}
-/** @} */
 
 } // namespace QonAgent

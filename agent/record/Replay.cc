@@ -133,7 +133,7 @@ Replay::now() {
 }
 
 void
-Replay::hook( const String & call ) {
+Replay::called( const String & call ) {
    Record happened{ Record::Kind::hook, call };
    if ( !comparing() ) {
       return;

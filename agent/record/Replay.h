@@ -3,8 +3,7 @@
 // and the calls to the chip compared.
 //
 //    Replay: record -> input: the kind's effect; turn: turn() of its scheduler
-//               |        inside: now() <- readings, recordedAnswer() <- answers, recordHook() ->
-//               compared
+//               |        inside: now() <- readings, recordedAnswer() <- answers, hooks -> compared
 //               `-> ReplayResult: same, or the first record that differs
 //
 // Invariants
@@ -44,10 +43,12 @@ class Replay : public Recorder,
        it was not given. */
    ReplayResult run();
 
-   void hook( const String & call ) override;
+   /** What the live chip says by itself is not heard. */
+   void arrived( const String &, const String & ) override {}
    String answer( const String & name, const std::function< String() > & ask ) override;
 
  private:
+   void called( const String & call ) override;
    Kiv::Seconds now() override;
    void turnBegins() override {}
    void turnEnds( bool ) override {}

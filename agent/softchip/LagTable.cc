@@ -1,6 +1,5 @@
 #include "agent/softchip/LagTable.h"
 
-#include "agent/record/Recorder.h"
 namespace SoftChip {
 
 using Ulnet::IntfId;
@@ -234,8 +233,6 @@ LagTable::drop( const Place & place ) {
 
 void
 LagTable::publish( const Place & place, const std::optional< Member > & want, Result result ) {
-   QonAgent::recordHook( "lagMember", place.lag, place.port,
-                         want ? Kiv::toText( result ) : String( "gone" ) );
    if ( !want ) {
       Velto::Ptr< Hardware::Lag::LagStatus > state = status_->lag( place.lag );
       if ( state ) {

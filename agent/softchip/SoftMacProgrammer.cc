@@ -1,6 +1,5 @@
 #include "agent/softchip/SoftMacProgrammer.h"
 
-#include "agent/record/Recorder.h"
 namespace SoftChip {
 
 using Qon::MacProgramStatus;
@@ -15,7 +14,6 @@ SoftMacProgrammer::SoftMacProgrammer( Kiv::TimerWheel * wheel, const HostTableSh
 
 MacProgramStatus
 SoftMacProgrammer::writeToHw( const Qon::MacCmdPtr & cmd ) {
-   QonAgent::recordHook( "writeToHw", *cmd );
    table_->start(
          { cmd->transactionId(), cmd->type(), cmd->key(), cmd->intf(), cmd->entryType() } );
    suspendPendingIs( table_->queued() >= table_->shape().depth );
@@ -33,7 +31,6 @@ SoftMacProgrammer::answer( U64 id, U32 index, MacProgramStatus status ) {
 
 MacProgramStatus
 SoftMacProgrammer::writeToHwShadow( const Qon::MacCmdPtr & cmd ) {
-   QonAgent::recordHook( "writeToHwShadow", *cmd );
    if ( !cmd->addrOp() ) {
       shadow_.clear();
    } else if ( cmd->type() == Qon::IndirectAccessMacCmdType::removeHost ) {

@@ -1,11 +1,9 @@
 #include "agent/softchip/TopoTable.h"
 
-#include "agent/record/Recorder.h"
 namespace SoftChip {
 
 bool
 SoftTopoHelper::allocTopo( const String & topoName ) {
-   QonAgent::recordHook( "allocTopo", topoName );
    auto [topo, fresh] = topo_.emplace( topoName );
    topo->incarnation = ++incarnations_;
    if ( fresh && installed_ < maxTopo() ) {
@@ -17,7 +15,6 @@ SoftTopoHelper::allocTopo( const String & topoName ) {
 
 void
 SoftTopoHelper::freeTopo( const String & topoName ) {
-   QonAgent::recordHook( "freeTopo", topoName );
    auto gone = topo_.take( topoName );
    if ( !gone || !gone->installed ) {
       return;
@@ -49,7 +46,6 @@ SoftTopoHelper::install( const String & topoName, Topo & topo ) {
 
 void
 SoftTopoHelper::setStpState( S32 topoId, const String & topoName, IntfId intf, PortState state ) {
-   QonAgent::recordHook( "setStpState", topoId, topoName, intf, state );
    Topo * topo = topo_.find( topoName );
    if ( !topo ) {
       return; // was never allocated, or has gone: there is no place for it
@@ -92,25 +88,21 @@ SoftTopoHelper::done( U32 topoId ) {
 
 void
 SoftTopoHelper::addVlanToTopo( const String & topoName, U16 vlan ) {
-   QonAgent::recordHook( "addVlanToTopo", topoName, vlan );
    vlan_.at( vlan ) = { topoName, false };
 }
 
 void
-SoftTopoHelper::delVlanFromTopo( const String & topoName, U16 vlan ) {
-   QonAgent::recordHook( "delVlanFromTopo", topoName, vlan );
+SoftTopoHelper::delVlanFromTopo( const String &, U16 vlan ) {
    vlan_.at( vlan ) = { "", true };
 }
 
 void
-SoftTopoHelper::flushTopoPort( U32 topoId, IntfId intf ) {
-   QonAgent::recordHook( "flushTopoPort", topoId, intf );
+SoftTopoHelper::flushTopoPort( U32, IntfId ) {
    ++flushes_;
 }
 
 void
-SoftTopoHelper::flushTopoPortVlan( const Qon::MappedVlan & vlans, IntfId intf ) {
-   QonAgent::recordHook( "flushTopoPortVlan", vlans.name(), intf );
+SoftTopoHelper::flushTopoPortVlan( const Qon::MappedVlan &, IntfId ) {
    ++flushes_;
 }
 

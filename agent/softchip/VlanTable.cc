@@ -1,7 +1,6 @@
 #include "agent/softchip/VlanTable.h"
 
 #include "Qon/include/framework/VerifyData.h"
-#include "agent/record/Recorder.h"
 
 namespace SoftChip {
 
@@ -16,8 +15,7 @@ SoftVlanHelper::wanted( VlanId vlan ) const {
 
 void
 SoftVlanHelper::doUpdateVlan( VlanId vlan ) {
-   const auto & ports = *underWay_.emplace( vlan ).first = wanted( vlan );
-   QonAgent::recordHook( "doUpdateVlan", vlan, U32( ports.size() ) );
+   *underWay_.emplace( vlan ).first = wanted( vlan );
    const auto trouble = plan_.next( "doUpdateVlan" );
    if ( trouble != Trouble::lose ) {
       completions_.add( [this, vlan, fails = bool( trouble )] { done( vlan, fails ); } );

@@ -59,6 +59,15 @@ class AgentRecording : public ::testing::Test {
       return calls;
    }
 
+   bool called( const String & beginning ) const {
+      for ( const String & call : hooks() ) {
+         if ( call.starts_with( beginning ) ) {
+            return true;
+         }
+      }
+      return false;
+   }
+
    String base = ::testing::TempDir() + "agent." + std::to_string( getpid() );
    String options = "--config examples/leaf.json --events " + base + ".jsonl --once --record " +
                     base + ".rec ";
@@ -69,6 +78,17 @@ TEST_F( AgentRecording, ARunOnRealTimeIsReplayed ) {
    for ( auto more : { "", "--virtual-time" } ) {
       ASSERT_EQ( Tests::runProgram( "qon-agent " + options + more, text ), 0 ) << text;
       EXPECT_GT( hooks().size(), 200u );
+      for ( const String call : {
+                  "TopoHelper::hwInit()",
+                  "StpSm::configureBpduTrapping( False, False )",
+                  "VlanHelper::doCreateHwVlan( 10 )",
+                  "VlanHelper::doUpdateVlan( 10, {Ethernet",
+                  "VlanHelper::doAddPortToVlan( Ethernet",
+                  "Hardware::Lag::memberIs( Port-Channel",
+                  "QonMacProgrammer::writeToHw( addHost 00:1c:73:00:00:",
+            } ) {
+         EXPECT_TRUE( called( call ) ) << call;
+      }
       ASSERT_EQ( Tests::runProgram( "qon-agent --replay " + base + ".rec", text ), 0 ) << text;
       EXPECT_NE( text.find( "all the same" ), String::npos ) << text;
    }

@@ -37,7 +37,7 @@ class Wishes : public Velto::Node {
       Kiv::Seconds now = Kiv::now();
       while ( !busy_.empty() && busy_.front().second <= now ) {
          transcript.push_back( "done " + busy_.front().first );
-         recordHook( "done", busy_.front().first );
+         QON_TELL_HOOK( Wishes, done, busy_.front().first );
          busy_.pop_front();
       }
       if ( !busy_.empty() ) {
@@ -70,8 +70,8 @@ class Wishes : public Velto::Node {
    void hand() {
       String wish = waiting_.front();
       waiting_.pop_front();
-      recordHook( "hand", wish, U32( busy_.size() ) );
-      U32 answer = recordedAnswer< U32 >( "luck", [] { return luck++ * 7 % 5; } );
+      QON_TELL_HOOK( Wishes, hand, wish, U32( busy_.size() ) );
+      U32 answer = QonChip::recordedAnswer< U32 >( "luck", [] { return luck++ * 7 % 5; } );
       transcript.push_back( "hand " + wish + " " + std::to_string( answer ) );
       busy_.emplace_back( wish, Kiv::now() + 0.0001 * answer );
       done_->timeMin( busy_.front().second );
@@ -207,9 +207,10 @@ TEST_F( Recording, TheFirstDifferenceIsNamed ) {
    auto other = records;
    other[at].text = "hand( nothing )";
    contentIs( other );
-   EXPECT_EQ( replay( content() ).shown(),
-              "record " + number +
-                    " differs: recorded 'h hand( nothing )', replayed 'h hand( w\n0.0, 0 )'" );
+   EXPECT_EQ(
+         replay( content() ).shown(),
+         "record " + number +
+               " differs: recorded 'h hand( nothing )', replayed 'h Wishes::hand( w\n0.0, 0 )'" );
    other = records; // a call that no longer happens
    other.insert( other.begin() + long( at ), { Kind::hook, "extra()" } );
    contentIs( other );

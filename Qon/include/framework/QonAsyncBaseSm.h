@@ -47,12 +47,17 @@ class QonAsyncBaseSm : public QonBaseSm {
 
    void kivDoZombieReactors() override;
 
+ private:
+   void handleTcamRequestClock();
+   void handlePendingOperationTimeoutClock();
+
+ public:
    /** Watches a clock for the state machine; not to be used without it. */
    class KivTcamRequestClock
-       : public Kiv::ClockReactor< QonAsyncBaseSm, &QonAsyncBaseSm::processTcamRequestQueue > {};
+       : public Kiv::ClockReactor< QonAsyncBaseSm, &QonAsyncBaseSm::handleTcamRequestClock > {};
    class KivPendingOperationTimeoutClock
        : public Kiv::ClockReactor< QonAsyncBaseSm,
-                                   &QonAsyncBaseSm::handlePendingOperationTimeout > {};
+                                   &QonAsyncBaseSm::handlePendingOperationTimeoutClock > {};
 
    // A clock that is set takes the place of the one before, and of its pending firing; null is
    // ...Del(). Setting the same clock does nothing.

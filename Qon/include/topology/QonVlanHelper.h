@@ -184,6 +184,7 @@ class VlanHelper : public VlanHelperBase {
    void handlePortToLag( const IntfId & port );
    U64 request( Vlan & v, VlanId vlan );
    void start( VlanId vlan );
+   String hwPortsText( VlanId vlan ) const;
    void enqueue( Vlan & v, VlanId vlan );
    void handlePacing();
    void handleRetry();
