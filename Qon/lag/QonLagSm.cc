@@ -28,7 +28,7 @@ LagSm::NestedSm_Status::handleInitialized() {
    lagSm_->later( What::entry, lag() );
    doUpdatePortList();
    lagSm_->later( What::fallback, lag() );
-   lagSm_->later( What::sharing, lag() );
+   lagSm_->later( What::peerLinkOf, lag() );
    lagSm_->settle();
 }
 
@@ -83,7 +83,7 @@ LagSm::NestedSm_Status::handleDel() {
 
 void
 LagSm::NestedSm_Status::doCleanupLag() {
-   lagSm_->later( What::sharing, lag() );
+   lagSm_->later( What::peerLinkOf, lag() );
    for ( auto && entry : KeySet< IntfId >( claims_ ) ) {
       doUpdateMember( entry.key, false );
    }
@@ -211,10 +211,10 @@ LagSm::handleManagedIntf( const IntfId & intf ) {
       for ( auto && [port, lags] : claims_.all() ) {
          later( What::port, port );
       }
-      later( What::allSharing );
+      later( What::peerLinkOfAll );
    } else {
       later( What::entry, intf );
-      later( What::sharing, intf );
+      later( What::peerLinkOf, intf );
       later( What::port, intf );
       if ( auto sm = status( intf ) ) {
          for ( auto && entry : sm->claims() ) {
@@ -222,7 +222,7 @@ LagSm::handleManagedIntf( const IntfId & intf ) {
          }
       }
       if ( in_.mlagStatus && in_.mlagStatus->peerLinkIntf() == intf ) {
-         later( What::allSharing );
+         later( What::peerLinkOfAll );
       }
    }
    settle();
@@ -260,14 +260,14 @@ LagSm::review( const Work & work ) {
    case What::fallback:
       reviewFallback( work.intf );
       return;
-   case What::sharing:
-      reviewSharing( work.intf );
+   case What::peerLinkOf:
+      reviewPeerLinkOf( work.intf );
       return;
-   case What::allSharing:
-      reviewAllSharing();
+   case What::peerLinkOfAll:
+      reviewPeerLinkOfAll();
       return;
-   case What::sharers:
-      reviewSharers();
+   case What::borrowers:
+      reviewBorrowers();
       return;
    }
 }
@@ -409,7 +409,7 @@ void
 LagSm::membersChanged( IntfId lag ) {
    changed_ = true;
    if ( in_.mlagStatus && in_.mlagStatus->peerLinkIntf() == lag ) {
-      later( What::sharers );
+      later( What::borrowers );
    }
 }
 

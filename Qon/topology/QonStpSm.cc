@@ -115,7 +115,7 @@ void
 StpSm::cleanUpTopoId( const String &, TopoIdSm * ) {}
 
 Velto::Ptr< TopoSm >
-StpSm::makeTopo( const String & name, const TopoSm::Input & input ) {
+StpSm::makeTopo( const String & name, const TopoInput & input ) {
    const auto mapped = topoToVlanMap( name );
    STP_TRACE( "handleTopoChange creating topo ", name, " with mapped vlan ",
               mapped ? mapped->vlans() : 0 );
@@ -126,6 +126,11 @@ void
 StpSm::cleanUpTopo( const String & name, TopoSm * topoSm ) {
    STP_TRACE( "handleTopoChange deleting topo ", name );
    topoSm->doCleanup();
+   if ( auto mapped = topoToVlanMap( name ) ) {
+      for ( auto && [vlan, present] : mapped->vlanIteratorConst() ) {
+         addedVlan_.erase( vlan );
+      }
+   }
 }
 
 void
@@ -135,7 +140,7 @@ StpSm::handleTopoChange( const String & name ) {
    }
    const TopoIdInput entities{ config()->topoConfig( name ), status()->topoStatus( name ) };
    topoIdSm_.review( name, entities );
-   TopoSm::Input input;
+   TopoInput input;
    if ( entities.config && entities.status &&
         entities.config->topoId() == entities.status->topoId() ) {
       input = { entities.config, status()->topoStatus( name ), entities.config->topoId() };
@@ -256,9 +261,7 @@ StpSm::takeOut( VlanId vlan, const String & topoName ) {
          topoToVlanMapDel( topoName );
       }
    }
-   if ( auto topo = topoSm( topoName ) ) {
-      topo->vlanAddedDel( vlan );
-   }
+   addedVlan_.erase( vlan );
    QON_HOOK( TopoHelper, topoHelper(), delVlanFromTopo, topoName, vlan );
 }
 
@@ -269,9 +272,8 @@ StpSm::putIn( VlanId vlan, const String & topoName ) {
       vlanToTopoSmMapIs( vlan, topoName );
       topoToVlanMapIs( topoName )->vlanIs( vlan, true );
    }
-   if ( auto topo = topoSm( topoName ) ) {
-      if ( !topo->vlanAdded( vlan ) ) {
-         topo->vlanAddedIs( vlan );
+   if ( topoSm( topoName ) ) {
+      if ( addedVlan_.emplace( U16( vlan ) ).second ) {
          QON_HOOK( TopoHelper, topoHelper(), addVlanToTopo, topoName, vlan );
       }
    } else if ( topoName == tapAggTopoName_ ) {

@@ -5,7 +5,7 @@
 
 namespace Qon {
 
-TopoSm::TopoSm( const String & name, const Input & input, StpSm * stpSm )
+TopoSm::TopoSm( const String & name, const StpSm::TopoInput & input, StpSm * stpSm )
     : name_( name ), input_( input ), stpSm_( stpSm ), topoPortSm_( this ) {}
 
 TopoHelper *
@@ -39,8 +39,7 @@ TopoSm::kivDoZombieReactors() {
 }
 
 Velto::Ptr< TopoPortSm >
-TopoSm::makePort( const Ulnet::IntfId & intf,
-                  const Velto::Ptr< const TopoPortSm::Config > & config ) {
+TopoSm::makePort( const Ulnet::IntfId & intf, const Velto::Ptr< const PortConfig > & config ) {
    STP_TRACE( " Creating topoPortSm for ", intf );
    return smIs< TopoPortSm >( intf, config, this );
 }
@@ -56,7 +55,7 @@ TopoSm::handleTopoPortChange( const Ulnet::IntfId & intf ) {
    if ( !works() ) {
       return;
    }
-   const Velto::Ptr< const TopoPortSm::Config > wanted( config()->topoPortConfig( intf ) );
+   const Velto::Ptr< const PortConfig > wanted( config()->topoPortConfig( intf ) );
    const auto held = topoPortSm( intf );
    if ( held ? held->config() == wanted : !wanted ) {
       STP_TRACE( " Nothing to do " );

@@ -71,12 +71,12 @@ class LagConfigAggregatorSm : public QonBaseSm {
    /** Brings the output up to date with the interface, or marks it while the scan goes on. */
    void handleEvent( Ulnet::IntfId phyIntf );
 
+ private:
    Velto::Ptr< EthPhyLagConfigSm >
    makeIntfSm( const Ulnet::IntfId & phyIntf,
                const Velto::Ptr< const Interface::EthLagIntfConfig > & config );
    void cleanUpIntfSm( const Ulnet::IntfId & phyIntf, EthPhyLagConfigSm * sm );
 
- private:
    enum class Phase : U8 { idle, scan, replay, stale, done };
    /** The scan as a task of the scheduler. */
    class Scan : public Kiv::Task {

@@ -78,12 +78,12 @@ class LagConfigMapCreatorSm : public QonBaseSm {
    /** Something about the port changed, wherever it is a member. */
    void reviewPort( const Ulnet::IntfId & port );
 
+ private:
    Velto::Ptr< LagConfigMemberCreatorSm >
    makeMemberSm( const Ulnet::IntfId & lag,
                  const Velto::Ptr< const LagConfigMemberCreatorSm::LagConfig > & config );
    void cleanUpMemberSm( const Ulnet::IntfId & lag, LagConfigMemberCreatorSm * sm );
 
- private:
    friend class LagConfigMemberCreatorSm;
    std::optional< Hardware::Lag::Member > wanted( Ulnet::IntfId lag, Ulnet::IntfId port ) const;
 

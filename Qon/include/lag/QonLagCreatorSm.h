@@ -80,8 +80,6 @@ class QonLagCreatorSm : public QonBaseSm {
    static U32 getLagIndex( Ulnet::IntfId lagName ) { return Qon::getLagIndex( lagName ); }
 
    LagMemberCreatorSm * lagMemberSm( Ulnet::IntfId lag ) const { return members_.sm( lag ); }
-   const Inputs & in() const { return in_; }
-   HardwareLagWriter & writer() { return writer_; }
 
    void handleLagToPort( const Ulnet::IntfId & lag );
    /** Something about the port changed: its aggregate, its interface status, its hardware port. */
@@ -91,6 +89,8 @@ class QonLagCreatorSm : public QonBaseSm {
    void removeLagMemberSm( const Ulnet::IntfId & lag, LagMemberCreatorSm * sm );
 
  private:
+   friend class LagMemberCreatorSm;
+
    const Inputs in_;
    HardwareLagWriter writer_;
    SmCollection< Ulnet::IntfId, bool, LagMemberCreatorSm, QonLagCreatorSm,

@@ -21,30 +21,8 @@
 
 namespace Qon {
 
-/** What waits to be walked for one topology. */
-class TopoUpdate : public Kiv::Entity {
-   KIV_BODY( TopoUpdate, Kiv::Entity )
-   KIV_MAP( Ulnet::IntfId, Bridging::Topology::PortState, stpStateChange )
-   KIV_QUEUE( Bridging::VlanId, vlanToUpdate )
- public:
-   explicit TopoUpdate( const String & topoName ) : Kiv::Entity( topoName ) {}
-   const String & topoName() const { return name(); }
-};
-
-/** The VLANs that a topology waits for. */
-class TopoPendingVlans : public Velto::Node {
- public:
-   struct VlanUpdateGenId {
-      U64 genId = 0;
-   };
-   explicit TopoPendingVlans( const String & topoName ) : topoName_( topoName ) {}
-   const String & topoName() const { return topoName_; }
-
-   Kiv::DenseMap< U16, VlanUpdateGenId > pendingVlanUpdateGenId;
-
- private:
-   const String topoName_;
-};
+class TopoUpdate;
+class TopoPendingVlans;
 
 class VlanTopoHelper : public TopoHelper {
  public:
@@ -128,6 +106,31 @@ class VlanTopoHelper : public TopoHelper {
    Kiv::Watch< VlanHelper::completedVlanUpdateStatusAttr, VlanTopoHelper,
                &VlanTopoHelper::handleCompletedVlanUpdateStatus >
          completedVlanUpdateStatus_;
+};
+
+/** What waits to be walked for one topology. */
+class TopoUpdate : public Kiv::Entity {
+   KIV_BODY( TopoUpdate, Kiv::Entity )
+   KIV_MAP( Ulnet::IntfId, Bridging::Topology::PortState, stpStateChange )
+   KIV_QUEUE( Bridging::VlanId, vlanToUpdate )
+ public:
+   explicit TopoUpdate( const String & topoName ) : Kiv::Entity( topoName ) {}
+   const String & topoName() const { return name(); }
+};
+
+/** The VLANs that a topology waits for. */
+class TopoPendingVlans : public Velto::Node {
+ public:
+   struct VlanUpdateGenId {
+      U64 genId = 0;
+   };
+   explicit TopoPendingVlans( const String & topoName ) : topoName_( topoName ) {}
+   const String & topoName() const { return topoName_; }
+
+   Kiv::DenseMap< U16, VlanUpdateGenId > pendingVlanUpdateGenId;
+
+ private:
+   const String topoName_;
 };
 
 Velto::Ptr< VlanTopoHelper > VlanTopoHelperIs( Velto::Ptr< VlanHelper > vlanHelper,
