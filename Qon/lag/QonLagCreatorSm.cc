@@ -14,7 +14,7 @@ Flintlog::Facility facility( "QonLagCreatorSm" );
 
 int
 LagPacketDriver::getLagInfo( U32, char *, U32 ) {
-   qonAssert( unimplementedFunction( "LagPacketDriver::getLagInfo" ) );
+   qonAssert( unimplementedFunction( "LagPacketDriver::getLagInfo" ) ); // fixed text
    return 0;
 }
 
@@ -65,18 +65,18 @@ LagMemberCreatorSm::maybeAddLagConfigMember( IntfId member ) {
    const U32 index = QonLagCreatorSm::getLagIndex( lag_ );
    QON_TELL_HOOK( LagPacketDriver, getLagInfo, index, U32( sizeof buffer ) );
    const int ret = creator_->in_.packetDriver->getLagInfo( index, buffer, sizeof buffer );
-   VELTO_ASSERT( ret == 0 );
+   VELTO_ASSERT( ret == 0 ); // fixed text
    if ( creator_->writer_.member( lag_, member ) == want ) {
       return;
    }
-   QON_TRACE( facility, 3, " Adding lag: ", lag_, " member: ", member );
+   QON_TRACE( facility, 3, " Adding lag: ", lag_, " member: ", member ); // fixed text
    creator_->writer_.memberIs( lag_, member, *want );
 }
 
 void
 LagMemberCreatorSm::removeLagConfigMember( IntfId member ) {
    if ( creator_->writer_.has( lag_, member ) ) {
-      QON_TRACE( facility, 3, " Removing lag: ", lag_, " member: ", member );
+      QON_TRACE( facility, 3, " Removing lag: ", lag_, " member: ", member ); // fixed text
       creator_->writer_.memberDel( lag_, member );
    }
 }
@@ -105,7 +105,7 @@ QonLagCreatorSm::handleInitialized() {
                        [this]( IntfId lag ) { return in_.acsd->lagToPortHas( lag ); } );
    for ( IntfId lag : writer_.lags() ) {
       if ( !members_.has( lag ) ) {
-         QON_TRACE( facility, 3, " Cleaning up lag: ", lag );
+         QON_TRACE( facility, 3, " Cleaning up lag: ", lag ); // fixed text
          writer_.lagDel( lag );
       }
    }
@@ -124,7 +124,7 @@ QonLagCreatorSm::addLagMemberSm( const IntfId & lag, const bool & ) {
 
 void
 QonLagCreatorSm::removeLagMemberSm( const IntfId & lag, LagMemberCreatorSm * sm ) {
-   QON_TRACE( facility, 3, " Cleaning up lag: ", lag );
+   QON_TRACE( facility, 3, " Cleaning up lag: ", lag ); // fixed text
    sm->doCleanup();
 }
 

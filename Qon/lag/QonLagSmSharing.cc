@@ -84,7 +84,7 @@ LagSm::maybeSharePeerLinkWithLag( IntfId lag, const QonLagPortList & portList ) 
    const IntfId peerLink = wantedPeerLink( lag );
    const IntfId shared = sharedPeerLink( lag );
    if ( share_.has( lag ) && !mlagEstablished() ) {
-      QON_TRACE( lagSmTrace, 5, lag, " ignore since MLAG state is invalid." );
+      QON_TRACE( lagFacility, 5, lag, " ignore since MLAG state is invalid." );
    }
    if ( shared && shared != peerLink ) {
       addOrRemovePeerLink( lag, IntfId(), portList, false );
@@ -101,16 +101,16 @@ LagSm::addOrRemovePeerLink( IntfId lag, IntfId peerLink, const QonLagPortList & 
                             bool forceUpdate ) {
    const IntfId shared = sharedPeerLink( lag );
    if ( shared == peerLink ) {
-      QON_TRACE( lagSmTrace, 5, lag, " already shares ", peerLink, " members." );
+      QON_TRACE( lagFacility, 5, lag, " already shares ", peerLink, " members." );
       if ( !forceUpdate ) {
          return;
       }
    } else if ( peerLink ) {
-      QON_TRACE( lagSmTrace, 4, lag, " updating LAG membership to add ", peerLink, " members." );
+      QON_TRACE( lagFacility, 4, lag, " updating LAG membership to add ", peerLink, " members." );
       *borrowed_.emplace( lag ).first = peerLink;
    } else {
-      QON_TRACE( lagSmTrace, 4, "Stop sharing members of peer-link ", shared );
-      QON_TRACE( lagSmTrace, 4, lag, " doesn't share ", shared, " anymore.",
+      QON_TRACE( lagFacility, 4, "Stop sharing members of peer-link ", shared );
+      QON_TRACE( lagFacility, 4, lag, " doesn't share ", shared, " anymore.",
                  " since MLAG status is ",
                  Kiv::toText( in_.mlagStatus ? in_.mlagStatus->mlagState()
                                              : Mlag::MlagState::disabled ) );
@@ -133,7 +133,7 @@ LagSm::addOrRemovePeerLink( IntfId lag, IntfId peerLink, const QonLagPortList & 
 void
 LagSm::reviewPeerLinkOfAll() {
    for ( IntfId lag : status_.heldKeys() ) {
-      QON_TRACE( lagSmTrace, 5, "Check if we need to update the peer-link members for lag ", lag );
+      QON_TRACE( lagFacility, 5, "Check if we need to update the peer-link members for lag ", lag );
       later( What::peerLinkOf, lag );
    }
 }
@@ -154,7 +154,8 @@ LagSm::handleMlagStateOrPeerLinkIntf() {
 
 void
 LagSm::handleMlagFastMacRedirection() {
-   QON_TRACE( lagSmTrace, 4, " fastMacRedirection ", in_.mlagStatus->fastMacRedirection() );
+   // fixed text
+   QON_TRACE( lagFacility, 4, " fastMacRedirection ", in_.mlagStatus->fastMacRedirection() );
    later( What::peerLinkOfAll );
    settle();
 }

@@ -4,6 +4,12 @@
 #include "Qon/topology/StpTrace.h"
 #include "platform/Kiv/Describe.h"
 
+KIV_DEFINE( Qon::MappedVlan )
+KIV_DEFINE( Qon::PendingStpStateTopo )
+KIV_DEFINE( Qon::IntfSet::IntfInfo )
+KIV_DEFINE( Qon::IntfSet )
+KIV_DEFINE( Qon::StpSm )
+
 namespace Qon {
 
 using Bridging::VlanId;
@@ -296,7 +302,7 @@ StpSm::handleOperationalMode() {
    }
    const HwOperationalMode mode = acsd_->operationalMode();
    if ( mode == currentHwOperationalMode() ) {
-      STP_TRACE( "handleOperationalMode nothing to do " );
+      STP_TRACE( "handleOperationalMode nothing to do " ); // fixed text
       return;
    }
    if ( mode == HwOperationalMode::tapAgg ) {
@@ -317,8 +323,8 @@ StpSm::handleOperationalMode() {
 void
 StpSm::enterTapAgg() {
    const Velto::Ptr< const TapAgg::HwConfig > tapAggHwConfig( acsd_->tapAggHwConfig() );
-   VELTO_ASSERT( tapAggHwConfig );
-   VELTO_ASSERT( tapAggHwConfig->tapAggTopoId() > 0 );
+   VELTO_ASSERT( tapAggHwConfig );                     // fixed text
+   VELTO_ASSERT( tapAggHwConfig->tapAggTopoId() > 0 ); // fixed text
    tapAggTopoName_ = tapAggHwConfig->tapAggTopoName();
    tapAggTopoId_ = tapAggHwConfig->tapAggTopoId();
    if ( !topoSm( tapAggTopoName_ ) ) {
@@ -348,7 +354,7 @@ StpSm::cleanupTapAgg() {
       }
    }
    tapAggIntfSm_->doCleanup();
-   VELTO_ASSERT( !tapAggIntf()->intfInfos() );
+   VELTO_ASSERT( !tapAggIntf()->intfInfos() ); // fixed text
    if ( !topoSm( name ) ) {
       QON_HOOK( TopoHelper, topoHelper(), freeTopo, name );
    }
@@ -393,7 +399,7 @@ StpSm::handleBpduTrapping() {
 void
 StpSm::configureBpduTrapping( bool, bool ) {
    // The report names the handler, as those who search for it expect.
-   qonAssert( unimplementedFunction( "StpSm::handleBpduTrapping" ) );
+   qonAssert( unimplementedFunction( "StpSm::handleBpduTrapping" ) ); // fixed text
 }
 
 // --- Verification, clean-up ----------------------------------------------------------------------
@@ -441,9 +447,3 @@ StpSmIs( Velto::Ptr< QonCommonSmData > acsd, Velto::Ptr< const Bridging::Topolog
 }
 
 } // namespace Qon
-
-KIV_DEFINE( Qon::MappedVlan )
-KIV_DEFINE( Qon::PendingStpStateTopo )
-KIV_DEFINE( Qon::IntfSet::IntfInfo )
-KIV_DEFINE( Qon::IntfSet )
-KIV_DEFINE( Qon::StpSm )

@@ -40,13 +40,13 @@ TopoSm::kivDoZombieReactors() {
 
 Velto::Ptr< TopoPortSm >
 TopoSm::makePort( const Ulnet::IntfId & intf, const Velto::Ptr< const PortConfig > & config ) {
-   STP_TRACE( " Creating topoPortSm for ", intf );
+   STP_TRACE( " Creating topoPortSm for ", intf ); // fixed text
    return smIs< TopoPortSm >( intf, config, this );
 }
 
 void
 TopoSm::cleanUpPort( const Ulnet::IntfId & intf, TopoPortSm * port ) {
-   STP_TRACE( " Deleting topoPortSm for ", intf );
+   STP_TRACE( " Deleting topoPortSm for ", intf ); // fixed text
    port->doCleanup();
 }
 
@@ -58,7 +58,7 @@ TopoSm::handleTopoPortChange( const Ulnet::IntfId & intf ) {
    const Velto::Ptr< const PortConfig > wanted( config()->topoPortConfig( intf ) );
    const auto held = topoPortSm( intf );
    if ( held ? held->config() == wanted : !wanted ) {
-      STP_TRACE( " Nothing to do " );
+      STP_TRACE( " Nothing to do " ); // fixed text
    }
    Velto::Ptr< TopoSm > keep( this );
    topoPortSm_.review( intf, wanted );
@@ -183,7 +183,7 @@ TopoSm::stateDone() {
       pending->pendingIntfStateDel( intf );
       auto port = topoPortSm( intf );
       if ( port && !port->inTapOrTool() ) {
-         STP_TRACE( " setting intf ", intf, " to state ", state );
+         STP_TRACE( " setting intf ", intf, " to state ", state ); // fixed text
          port->stateDone( state );
       }
    }

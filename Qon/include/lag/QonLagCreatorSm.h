@@ -6,6 +6,9 @@
 //    FapIdPortDir ---------------'                        v
 //                                              Hardware::Lag::Config
 //
+// One of three possible writers of Hardware::Lag::Config, of which an agent has one (HardwareLagWriter.h):
+// this one for agents that keep groups in step with a packet driver of the kernel.
+//
 // Invariants
 // 1. A member is in the configuration exactly while both maps say that it is one, its interface has
 //    a status, and its hardware port is known.

@@ -34,7 +34,7 @@
 
 namespace Qon {
 
-class LagSm : public QonBaseSm {
+class LagSm : public QonBaseSm, public Checked {
  public:
    /** Follows the status of one aggregate. */
    class NestedSm_Status : public QonBaseSm {
@@ -116,8 +116,7 @@ class LagSm : public QonBaseSm {
    void handleVerify();
    /** The same once more, without asking for a retry. */
    void handleRetryVerify();
-   /** What does not hold; empty when all does. */
-   String checkInvariants() const;
+   String checkInvariants() const override;
 
    QonCommonSmData * acsd() const { return in_.acsd.ptr(); }
    LagProgSm * lagProgSm() const { return in_.lagProgSm.ptr(); }

@@ -34,7 +34,7 @@ namespace Qon {
 class TopoSm;
 class TopoPortSm;
 
-class StpSm : public QonBaseSm {
+class StpSm : public QonBaseSm, public Checked {
    KIV_BODY( StpSm, QonBaseSm )
    KIV_PTR( const Bridging::Topology::Config, config )
    KIV_PTR( Bridging::Topology::Inst::Status, status )
@@ -94,8 +94,7 @@ class StpSm : public QonBaseSm {
    void setStpStateDoneTopoName( const String & name );
    void setStpStateDoneTopoId( U32 topoId );
 
-   /** What does not hold of the invariants above; empty if all do. */
-   String checkInvariants() const;
+   String checkInvariants() const override;
 
  private:
    friend class TopoSm;

@@ -35,7 +35,7 @@
 
 namespace Qon {
 
-class VlanHelper : public VlanHelperBase {
+class VlanHelper : public VlanHelperBase, public Checked {
    KIV_BODY( VlanHelper, VlanHelperBase )
    KIV_MAP( Bridging::VlanId, U64, completedVlanUpdateStatus ) // last completed generation
  public:
@@ -109,8 +109,7 @@ class VlanHelper : public VlanHelperBase {
    void forEachMember( VlanId vlan, Act && act ) const {
       forEachPort( vlan, false, act );
    }
-   /** What does not hold of the invariants above; empty if all do. */
-   String checkInvariants() const;
+   String checkInvariants() const override;
    /** @} */
 
  private:

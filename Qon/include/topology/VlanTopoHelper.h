@@ -24,7 +24,7 @@ namespace Qon {
 class TopoUpdate;
 class TopoPendingVlans;
 
-class VlanTopoHelper : public TopoHelper {
+class VlanTopoHelper : public TopoHelper, public Checked {
  public:
    VlanTopoHelper( Velto::Ptr< VlanHelper > vlanHelper, Kiv::TaskScheduler * taskScheduler,
                    U32 taskPriority, const String & taskName );
@@ -60,8 +60,7 @@ class VlanTopoHelper : public TopoHelper {
    /** What the topology waits for; null for nothing. */
    const TopoPendingVlans * topoPendingVlans( const String & topoName ) const;
 
-   /** What does not hold of the invariants above; empty if all do. */
-   String checkInvariants() const;
+   String checkInvariants() const override;
 
  private:
    class WalkTask : public Kiv::Task {
