@@ -28,6 +28,7 @@ QonAsyncBaseSm::~QonAsyncBaseSm() = default;
 
 void
 QonAsyncBaseSm::handleAsyncOperationResult() {
+   // fixed text
    Velto::assertFail( "0", "QonAsyncCommon", missingHandlerLine,
                       "virtual void Qon::QonAsyncBaseSm::handleAsyncOperationResult()" );
 }
@@ -70,10 +71,11 @@ QonAsyncBaseSmIs( Velto::Ptr< QonCommonSmData > acsd ) {
 
 U32
 QonAsyncBaseHelper::nextPriority() {
+   // fixed text
    VELTO_ASSERT( priority() > 0 ); // not past zero, wherever it came from
    U32 next = priority() - 1;
    priorityIs( next );
-   VELTO_ASSERT( priority() > 0 );
+   VELTO_ASSERT( priority() > 0 ); // fixed text
    return next;
 }
 
@@ -81,7 +83,7 @@ U16
 QonAsyncBaseHelper::getNextSequence( const String & key ) {
    auto [held, fresh] = sequence_.emplace( key, firstSequence );
    int nextSequence = fresh ? firstSequence : *held - 1;
-   VELTO_ASSERT( nextSequence > 0 );
+   VELTO_ASSERT( nextSequence > 0 ); // fixed text
    *held = U16( nextSequence );
    kivPublish( sequenceAttr::index, key );
    return U16( nextSequence );

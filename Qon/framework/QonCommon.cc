@@ -104,7 +104,7 @@ QonEpochStatus::aclsInTcamSupported( const String & ) const {
 
 bool
 QonEpochStatus::aclSupported( const String & card ) const {
-   VELTO_ASSERT( initialized() );
+   VELTO_ASSERT( initialized() ); // fixed text
    return aclsInTcamSupported( card );
 }
 
@@ -130,7 +130,7 @@ QonEpochStatus::stormZeroRateSupported( const String & card ) const {
 
 bool
 QonEpochStatus::pfcWatchdogTcamDropSupported( const String & ) const {
-   VELTO_ASSERT( initialized() );
+   VELTO_ASSERT( initialized() ); // fixed text
    return true;
 }
 
@@ -139,7 +139,7 @@ QonEpochStatus::pdpModeEnabled() const {
    if ( underSimulation() ) {
       return envNumber( "PDP_MODE_ENABLED", 0 ) != 0;
    }
-   VELTO_ASSERT( hwEpochStatus() );
+   VELTO_ASSERT( hwEpochStatus() ); // fixed text
    return hwEpochStatus()->pdpModeEnabled();
 }
 
@@ -150,7 +150,7 @@ QonEpochStatus::preferHaloAcls( const String & card ) const {
       if ( underSimulation() ) {
          return true;
       }
-      VELTO_ASSERT( cardStatus );
+      VELTO_ASSERT( cardStatus ); // fixed text
    }
    auto restriction = cardStatus->feature( Kiv::toText( HwEpoch::EpochFeature::haloAcl ) );
    return restriction && restriction->state() == HwEpoch::RestrictionState::restricted;

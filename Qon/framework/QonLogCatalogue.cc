@@ -18,6 +18,7 @@ constexpr char reduceAcls[] =
       "Reconfigure your ACLs to reduce the size and/or complexity of the ACL.";
 } // namespace
 
+// fixed text, all of it: names, formats, explanations, blanks at the end.
 // In a section of its own, without gaps: tools walk it from end to end.
 constexpr Kiv::LogDescriptor qonLogCatalogue[qonLogMessages] [[gnu::section(
       "qon_log_catalogue" )]] = {

@@ -9,6 +9,7 @@ VlanHelperBase::requestPortVlanMembershipChange( PortVlanMembershipChangeKind ki
                                                  Ulnet::IntfId port, Bridging::VlanId vlan,
                                                  bool tagged, bool ingress, bool egress ) {
    if ( kind != PortVlanMembershipChangeKind::setOverride ) {
+      // fixed text
       qonAssert( "Call to non-overriden function VlanHelper::requestPortVlanMembershipChange "
                  "whose base implementation only supports "
                  "PortVlanMembershipChangeKind::setOverride_" );

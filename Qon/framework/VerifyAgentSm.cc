@@ -1,13 +1,12 @@
 #include "Qon/include/framework/VerifyAgentSm.h"
 
+#include "Qon/framework/VerifyTrace.h"
 #include "Qon/include/framework/QonCommonSmData.h"
-#include "Qon/include/framework/QonTraceHandles.h"
 
 namespace Qon {
 
 namespace {
 
-Flintlog::Facility facility( "QonVerifySm" );
 constexpr int startLevel = 1;
 
 const char * const commandMark = "VTS#";
@@ -95,11 +94,11 @@ VerifyAgentSm::handleInitialized() {
       if ( requestDir_ ) {
          requestDirSm_ = CliRequestDirSmIs( requestDir_, cliCallback_ );
       }
-      QON_TRACE( facility, startLevel, "Qon CliCommand callback has been initialized" );
+      QON_TRACE( verifyFacility, startLevel, "Qon CliCommand callback has been initialized" );
    }
    cookieWatch_.attach( this, config_.ptr() );
    doneWatch_.attach( this, acsd_->verifyData() );
-   QON_TRACE( facility, startLevel, "VerifyAgentSm initialized" );
+   QON_TRACE( verifyFacility, startLevel, "VerifyAgentSm initialized" );
    if ( requestDirSm_ ) {
       requestDirSm_->initializedIs( true );
    }

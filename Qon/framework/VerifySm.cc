@@ -1,14 +1,15 @@
 #include "Qon/include/framework/VerifySm.h"
 
+#include "Qon/framework/VerifyTrace.h"
 #include "Qon/include/framework/QonCommonSmData.h"
 #include "Qon/include/framework/QonLog.h"
-#include "Qon/include/framework/QonTraceHandles.h"
 
 namespace Qon {
 
+Flintlog::Facility verifyFacility( "QonVerifySm" );
+
 namespace {
 
-Flintlog::Facility facility( "QonVerifySm" );
 constexpr int startLevel = 1;
 constexpr int runLevel = 5;
 
@@ -56,11 +57,11 @@ VerifySm::handleInitialized() {
    }
    if ( envSet( "ENABLE_VERIFY" ) && !envSet( "USE_BCMSIM" ) ) {
       data_->verifyIs( true );
-      QON_TRACE( facility, startLevel, "Verify enabled" );
+      QON_TRACE( verifyFacility, startLevel, "Verify enabled" );
    }
    clock_.attach( this, Velto::make< Kiv::Clock >() );
    requestWatch_.attach( this, data_->verifyRequired() );
-   QON_TRACE( facility, startLevel, "Verify SM initialized" );
+   QON_TRACE( verifyFacility, startLevel, "Verify SM initialized" );
    initializedIs( true );
 }
 
@@ -99,9 +100,9 @@ VerifySm::startRun() {
    requested_ = false;
    repetitions_ = 0;
    data_->verifyIncIs( 0 );
-   QON_TRACE( facility, runLevel, "Starting Qon verification" );
+   QON_TRACE( verifyFacility, runLevel, "Starting Qon verification" );
    runVerification();
-   QON_TRACE( facility, runLevel, "Qon verification done" );
+   QON_TRACE( verifyFacility, runLevel, "Qon verification done" );
 }
 
 bool

@@ -196,14 +196,14 @@ LagConfigAggregatorSm::checkInvariants() const {
    for ( auto && [lagId, lag] : aggregatedLagConfigDir_->lagToPortIteratorConst() ) {
       for ( auto && [phyIntf, mode] : lag->memberIteratorConst() ) {
          if ( wantedLag( phyIntf ) != lagId ) {
-            return phyIntf.stringValue() + " is not configured for " + lagId.stringValue() + "\n";
+            return phyIntf.stringValue() + " is not configured for " + lagId.stringValue() + "";
          }
       }
    }
    for ( auto && [phyIntf, config] : ethLagIntfConfigDir_->intfConfigIteratorConst() ) {
       auto lag = aggregatedLagConfigDir_->lagToPort( config->lag() );
       if ( config->lag() && ( !lag || !lag->memberHas( phyIntf ) ) ) {
-         return phyIntf.stringValue() + " is missing in " + config->lag().stringValue() + "\n";
+         return phyIntf.stringValue() + " is missing in " + config->lag().stringValue() + "";
       }
    }
    return "";

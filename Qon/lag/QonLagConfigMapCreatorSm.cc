@@ -89,7 +89,7 @@ LagConfigMapCreatorSm::makeMemberSm(
 
 void
 LagConfigMapCreatorSm::cleanUpMemberSm( const IntfId & lag, LagConfigMemberCreatorSm * sm ) {
-   QON_TRACE( facility, 3, " Removing lag: ", lag );
+   QON_TRACE( facility, 3, " Removing lag: ", lag ); // fixed text
    sm->doCleanup();
 }
 
@@ -134,11 +134,11 @@ LagConfigMapCreatorSm::reviewPort( const IntfId & port ) {
    const IntfId lag = claims_.owner( port ), former = writer_.owner( port );
    const auto want = lag ? wanted( lag, port ) : std::nullopt;
    if ( former && !resync_ && ( former != lag || !want ) ) {
-      QON_TRACE( facility, 3, " Removing lag: ", former, " member: ", port );
+      QON_TRACE( facility, 3, " Removing lag: ", former, " member: ", port ); // fixed text
       writer_.memberDel( former, port );
    }
    if ( want ) {
-      QON_TRACE( facility, 5, " Adding lag: ", lag, " member: ", port );
+      QON_TRACE( facility, 5, " Adding lag: ", lag, " member: ", port ); // fixed text
       writer_.memberIs( lag, port, *want );
    }
 }
@@ -149,14 +149,14 @@ LagConfigMapCreatorSm::checkInvariants() const {
       for ( IntfId port : writer_.members( lag ) ) {
          if ( claims_.owner( port ) != lag || writer_.member( lag, port ) != wanted( lag, port ) ) {
             return lag.stringValue() + ", member " + port.stringValue() +
-                   " in hardware differs from what is configured\n";
+                   " in hardware differs from what is configured";
          }
       }
    }
    for ( auto && [port, lags] : claims_.all() ) {
       const IntfId lag = claims_.owner( port );
       if ( wanted( lag, port ) && !writer_.has( lag, port ) ) {
-         return lag.stringValue() + ", member " + port.stringValue() + " is missing in hardware\n";
+         return lag.stringValue() + ", member " + port.stringValue() + " is missing in hardware";
       }
    }
    return "";

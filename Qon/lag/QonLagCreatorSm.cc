@@ -14,7 +14,7 @@ Flintlog::Facility facility( "QonLagCreatorSm" );
 
 int
 LagPacketDriver::getLagInfo( U32, char *, U32 ) {
-   qonAssert( unimplementedFunction( "LagPacketDriver::getLagInfo" ) );
+   qonAssert( unimplementedFunction( "LagPacketDriver::getLagInfo" ) ); // fixed text
    return 0;
 }
 
@@ -30,8 +30,8 @@ LagMemberCreatorSm::handleInitialized() {
 
 void
 LagMemberCreatorSm::handleMemberList() {
-   auto ports = keysOf< IntfId >( creator_->writer().members( lag_ ) );
-   const QonLagPortList list = creator_->in().acsd->lagToPort( lag_ );
+   auto ports = keysOf< IntfId >( creator_->writer_.members( lag_ ) );
+   const QonLagPortList list = creator_->in_.acsd->lagToPort( lag_ );
    for ( auto & [port, flags] : list ) {
       ports.emplace( port );
    }
@@ -43,7 +43,7 @@ LagMemberCreatorSm::handleMemberList() {
 /** The member as it shall be programmed; nothing while something that it takes is missing. */
 std::optional< Hardware::Lag::Member >
 LagMemberCreatorSm::wanted( IntfId member ) const {
-   auto & in = creator_->in();
+   auto & in = creator_->in_;
    if ( !hasLagIndex( lag_ ) || LagView( in.acsd.ptr() ).lagOf( member ) != lag_ ||
         !in.ethPhyIntfStatusDir->intfStatusHas( member ) ||
         !in.fapIdPortDir->fapIdPortHas( member ) ) {
@@ -64,26 +64,26 @@ LagMemberCreatorSm::maybeAddLagConfigMember( IntfId member ) {
    char buffer[LagPacketDriver::commandBufferSize];
    const U32 index = QonLagCreatorSm::getLagIndex( lag_ );
    QON_TELL_HOOK( LagPacketDriver, getLagInfo, index, U32( sizeof buffer ) );
-   const int ret = creator_->in().packetDriver->getLagInfo( index, buffer, sizeof buffer );
-   VELTO_ASSERT( ret == 0 );
-   if ( creator_->writer().member( lag_, member ) == want ) {
+   const int ret = creator_->in_.packetDriver->getLagInfo( index, buffer, sizeof buffer );
+   VELTO_ASSERT( ret == 0 ); // fixed text
+   if ( creator_->writer_.member( lag_, member ) == want ) {
       return;
    }
-   QON_TRACE( facility, 3, " Adding lag: ", lag_, " member: ", member );
-   creator_->writer().memberIs( lag_, member, *want );
+   QON_TRACE( facility, 3, " Adding lag: ", lag_, " member: ", member ); // fixed text
+   creator_->writer_.memberIs( lag_, member, *want );
 }
 
 void
 LagMemberCreatorSm::removeLagConfigMember( IntfId member ) {
-   if ( creator_->writer().has( lag_, member ) ) {
-      QON_TRACE( facility, 3, " Removing lag: ", lag_, " member: ", member );
-      creator_->writer().memberDel( lag_, member );
+   if ( creator_->writer_.has( lag_, member ) ) {
+      QON_TRACE( facility, 3, " Removing lag: ", lag_, " member: ", member ); // fixed text
+      creator_->writer_.memberDel( lag_, member );
    }
 }
 
 void
 LagMemberCreatorSm::doCleanup() {
-   for ( IntfId member : creator_->writer().members( lag_ ) ) {
+   for ( IntfId member : creator_->writer_.members( lag_ ) ) {
       removeLagConfigMember( member );
    }
 }
@@ -105,7 +105,7 @@ QonLagCreatorSm::handleInitialized() {
                        [this]( IntfId lag ) { return in_.acsd->lagToPortHas( lag ); } );
    for ( IntfId lag : writer_.lags() ) {
       if ( !members_.has( lag ) ) {
-         QON_TRACE( facility, 3, " Cleaning up lag: ", lag );
+         QON_TRACE( facility, 3, " Cleaning up lag: ", lag ); // fixed text
          writer_.lagDel( lag );
       }
    }
@@ -124,7 +124,7 @@ QonLagCreatorSm::addLagMemberSm( const IntfId & lag, const bool & ) {
 
 void
 QonLagCreatorSm::removeLagMemberSm( const IntfId & lag, LagMemberCreatorSm * sm ) {
-   QON_TRACE( facility, 3, " Cleaning up lag: ", lag );
+   QON_TRACE( facility, 3, " Cleaning up lag: ", lag ); // fixed text
    sm->doCleanup();
 }
 

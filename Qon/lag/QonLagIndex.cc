@@ -13,9 +13,9 @@ hasLagIndex( Ulnet::IntfId lagName ) {
 
 U32
 getLagIndex( Ulnet::IntfId lagName ) {
-   VELTO_ASSERT( Ulnet::PortChannelIntfId::isPortChannelIntfId( lagName ) );
-   VELTO_ASSERT( !Ulnet::PortChannelIntfId::isRecirc( lagName ) );
-   VELTO_ASSERT( 1 == Ulnet::GenericIntfId::parts( lagName ) );
+   VELTO_ASSERT( Ulnet::PortChannelIntfId::isPortChannelIntfId( lagName ) ); // fixed text
+   VELTO_ASSERT( !Ulnet::PortChannelIntfId::isRecirc( lagName ) );           // fixed text
+   VELTO_ASSERT( 1 == Ulnet::GenericIntfId::parts( lagName ) );              // fixed text
    return Ulnet::PortChannelIntfId::portChannelNum( lagName );
 }
 

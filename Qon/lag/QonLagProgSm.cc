@@ -120,17 +120,16 @@ LagProgSm::checkConfig( const Hardware::Lag::LagConfig & group,
                         Kiv::DenseMap< IntfId, IntfId > & owner ) const {
    const String name = group.lagId().stringValue();
    if ( group.members() == 0 ) {
-      return name + " has a hardware group without members\n";
+      return name + " has a hardware group without members";
    }
    for ( auto && [port, member] : group.memberIteratorConst() ) {
       const Wanted * want = wanted( group.lagId(), port );
       const String what = name + ", member " + port.stringValue();
       if ( !want || !( memberOf( port, *want ) == member ) ) {
-         return what + " in hardware differs from what is wanted\n";
+         return what + " in hardware differs from what is wanted";
       }
       if ( !member.shared() && !owner.emplace( port, group.lagId() ).second ) {
-         return what + " is in the hardware group of " + owner.find( port )->stringValue() +
-                " too\n";
+         return what + " is in the hardware group of " + owner.find( port )->stringValue() + " too";
       }
    }
    return "";

@@ -9,7 +9,7 @@ namespace Qon {
 
 using Ulnet::IntfId;
 
-Flintlog::Facility lagSmTrace( "QonLagSm" );
+Flintlog::Facility lagFacility( "QonLagSm" );
 
 // The aggregate's own part
 
@@ -28,7 +28,7 @@ LagSm::NestedSm_Status::handleInitialized() {
    lagSm_->later( What::entry, lag() );
    doUpdatePortList();
    lagSm_->later( What::fallback, lag() );
-   lagSm_->later( What::sharing, lag() );
+   lagSm_->later( What::peerLinkOf, lag() );
    lagSm_->settle();
 }
 
@@ -74,7 +74,7 @@ LagSm::NestedSm_Status::handleDeviceName() {
 void
 LagSm::NestedSm_Status::handleDel() {
    if ( Kiv::agentRestarting() ) {
-      QON_TRACE( lagSmTrace, 2, "Disabling Qon cleanup in case of restart" );
+      QON_TRACE( lagFacility, 2, "Disabling Qon cleanup in case of restart" );
       return;
    }
    live_ = false;
@@ -83,7 +83,7 @@ LagSm::NestedSm_Status::handleDel() {
 
 void
 LagSm::NestedSm_Status::doCleanupLag() {
-   lagSm_->later( What::sharing, lag() );
+   lagSm_->later( What::peerLinkOf, lag() );
    for ( auto && entry : KeySet< IntfId >( claims_ ) ) {
       doUpdateMember( entry.key, false );
    }
@@ -137,7 +137,8 @@ LagSm::clearStaleDeviceNames() {
    }
    for ( auto && entry : keysOf< IntfId >( names->intfDeviceNameIteratorConst() ) ) {
       if ( !in_.ethLagIntfStatusDir->intfStatusHas( entry.key ) ) {
-         QON_TRACE( lagSmTrace, 4, " clearing stale lagInputIntfDeviceNameDir entry for ",
+         // fixed text
+         QON_TRACE( lagFacility, 4, " clearing stale lagInputIntfDeviceNameDir entry for ",
                     entry.key );
          names->intfDeviceNameDel( entry.key );
       }
@@ -211,10 +212,10 @@ LagSm::handleManagedIntf( const IntfId & intf ) {
       for ( auto && [port, lags] : claims_.all() ) {
          later( What::port, port );
       }
-      later( What::allSharing );
+      later( What::peerLinkOfAll );
    } else {
       later( What::entry, intf );
-      later( What::sharing, intf );
+      later( What::peerLinkOf, intf );
       later( What::port, intf );
       if ( auto sm = status( intf ) ) {
          for ( auto && entry : sm->claims() ) {
@@ -222,13 +223,13 @@ LagSm::handleManagedIntf( const IntfId & intf ) {
          }
       }
       if ( in_.mlagStatus && in_.mlagStatus->peerLinkIntf() == intf ) {
-         later( What::allSharing );
+         later( What::peerLinkOfAll );
       }
    }
    settle();
 }
 
-// One thing at a time
+// --- One thing at a time -------------------------------------------------------------------------
 
 void
 LagSm::settle() {
@@ -260,14 +261,14 @@ LagSm::review( const Work & work ) {
    case What::fallback:
       reviewFallback( work.intf );
       return;
-   case What::sharing:
-      reviewSharing( work.intf );
+   case What::peerLinkOf:
+      reviewPeerLinkOf( work.intf );
       return;
-   case What::allSharing:
-      reviewAllSharing();
+   case What::peerLinkOfAll:
+      reviewPeerLinkOfAll();
       return;
-   case What::sharers:
-      reviewSharers();
+   case What::borrowers:
+      reviewBorrowers();
       return;
    }
 }
@@ -311,10 +312,10 @@ LagSm::reviewDeviceName( IntfId lag ) {
    auto sm = status( lag );
    if ( sm && sm->live() ) {
       const String deviceName = sm->status()->deviceName();
-      QON_TRACE( lagSmTrace, 5, "Added deviceName ", deviceName, " input for ", lag );
+      QON_TRACE( lagFacility, 5, "Added deviceName ", deviceName, " input for ", lag );
       names->intfDeviceNameIs( lag, deviceName );
    } else if ( names->intfDeviceNameHas( lag ) && !Kiv::agentRestarting() ) {
-      QON_TRACE( lagSmTrace, 5, "Removing deviceName input for ", lag );
+      QON_TRACE( lagFacility, 5, "Removing deviceName input for ", lag );
       names->intfDeviceNameDel( lag );
    }
 }
@@ -334,11 +335,11 @@ LagSm::reviewFallback( IntfId lag ) {
       acsd()->lagInLacpFallbackIndividualModeIs( lag, true );
       return;
    default:
-      qonAssert( "Invalid LACP fallback type: " + std::to_string( type ) );
+      qonAssert( "Invalid LACP fallback type: " + std::to_string( type ) ); // fixed text
    }
 }
 
-// Members
+// --- Members -------------------------------------------------------------------------------------
 
 IntfId
 LagSm::ownerOf( IntfId port ) const {
@@ -364,7 +365,7 @@ LagSm::reviewPort( IntfId port ) {
 
 void
 LagSm::doScrubMember( IntfId port, IntfId lag ) {
-   QON_TRACE( lagSmTrace, 2, port, " duplicate lag found ", lag );
+   QON_TRACE( lagFacility, 2, port, " duplicate lag found ", lag );
    removeMember( lag, port );
 }
 
@@ -379,7 +380,7 @@ LagSm::addMember( IntfId lag, IntfId port ) {
    const QonLagPort before = list.port( port ), now( flags.collecting(), flags.distributing() );
    const bool fresh = acsd()->portToLag( port ) != lag;
    if ( fresh ) {
-      QON_TRACE( lagSmTrace, 4, lag, " adding ", port );
+      QON_TRACE( lagFacility, 4, lag, " adding ", port );
    }
    if ( fresh || !( before == now ) ) {
       list.portIs( port, now );
@@ -392,9 +393,10 @@ LagSm::addMember( IntfId lag, IntfId port ) {
 
 void
 LagSm::removeMember( IntfId lag, IntfId member ) {
+   // Named for the assertion's text.
    auto portToLag = [this]( IntfId port ) { return acsd()->portToLag( port ); };
-   VELTO_ASSERT( portToLag( member ) == lag );
-   QON_TRACE( lagSmTrace, 4, lag, " deleting ", member );
+   VELTO_ASSERT( portToLag( member ) == lag ); // fixed text
+   QON_TRACE( lagFacility, 4, lag, " deleting ", member );
    reviewHardware( lag, member, true );
    if ( acsd()->lagToPortHas( lag ) ) {
       QonLagPortList list = acsd()->lagToPort( lag );
@@ -409,7 +411,7 @@ void
 LagSm::membersChanged( IntfId lag ) {
    changed_ = true;
    if ( in_.mlagStatus && in_.mlagStatus->peerLinkIntf() == lag ) {
-      later( What::sharers );
+      later( What::borrowers );
    }
 }
 

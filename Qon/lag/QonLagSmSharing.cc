@@ -18,7 +18,7 @@ void
 LagSm::sharePeerLinkWithLagIs( IntfId lag, bool share ) {
    const bool changed = share ? share_.emplace( lag ).second : share_.erase( lag );
    if ( changed && initialized() ) {
-      later( What::sharing, lag );
+      later( What::peerLinkOf, lag );
       settle();
    }
 }
@@ -30,7 +30,7 @@ LagSm::sharePeerLinkWithLagDel( IntfId lag ) {
 
 IntfId
 LagSm::sharedPeerLink( IntfId lag ) const {
-   auto peerLink = sharing_.find( lag );
+   auto peerLink = borrowed_.find( lag );
    return peerLink ? *peerLink : IntfId();
 }
 
@@ -74,7 +74,7 @@ LagSm::lentFlags( IntfId lag, IntfId port ) const {
 }
 
 void
-LagSm::reviewSharing( IntfId lag ) {
+LagSm::reviewPeerLinkOf( IntfId lag ) {
    const QonLagPortList portList = localMember( lag );
    maybeSharePeerLinkWithLag( lag, portList );
 }
@@ -84,7 +84,7 @@ LagSm::maybeSharePeerLinkWithLag( IntfId lag, const QonLagPortList & portList ) 
    const IntfId peerLink = wantedPeerLink( lag );
    const IntfId shared = sharedPeerLink( lag );
    if ( share_.has( lag ) && !mlagEstablished() ) {
-      QON_TRACE( lagSmTrace, 5, lag, " ignore since MLAG state is invalid." );
+      QON_TRACE( lagFacility, 5, lag, " ignore since MLAG state is invalid." );
    }
    if ( shared && shared != peerLink ) {
       addOrRemovePeerLink( lag, IntfId(), portList, false );
@@ -101,20 +101,20 @@ LagSm::addOrRemovePeerLink( IntfId lag, IntfId peerLink, const QonLagPortList & 
                             bool forceUpdate ) {
    const IntfId shared = sharedPeerLink( lag );
    if ( shared == peerLink ) {
-      QON_TRACE( lagSmTrace, 5, lag, " already shares ", peerLink, " members." );
+      QON_TRACE( lagFacility, 5, lag, " already shares ", peerLink, " members." );
       if ( !forceUpdate ) {
          return;
       }
    } else if ( peerLink ) {
-      QON_TRACE( lagSmTrace, 4, lag, " updating LAG membership to add ", peerLink, " members." );
-      *sharing_.emplace( lag ).first = peerLink;
+      QON_TRACE( lagFacility, 4, lag, " updating LAG membership to add ", peerLink, " members." );
+      *borrowed_.emplace( lag ).first = peerLink;
    } else {
-      QON_TRACE( lagSmTrace, 4, "Stop sharing members of peer-link ", shared );
-      QON_TRACE( lagSmTrace, 4, lag, " doesn't share ", shared, " anymore.",
+      QON_TRACE( lagFacility, 4, "Stop sharing members of peer-link ", shared );
+      QON_TRACE( lagFacility, 4, lag, " doesn't share ", shared, " anymore.",
                  " since MLAG status is ",
                  Kiv::toText( in_.mlagStatus ? in_.mlagStatus->mlagState()
                                              : Mlag::MlagState::disabled ) );
-      sharing_.erase( lag );
+      borrowed_.erase( lag );
    }
    if ( !lagProgSm() ) {
       return;
@@ -131,31 +131,32 @@ LagSm::addOrRemovePeerLink( IntfId lag, IntfId peerLink, const QonLagPortList & 
 }
 
 void
-LagSm::reviewAllSharing() {
+LagSm::reviewPeerLinkOfAll() {
    for ( IntfId lag : status_.heldKeys() ) {
-      QON_TRACE( lagSmTrace, 5, "Check if we need to update the peer-link members for lag ", lag );
-      later( What::sharing, lag );
+      QON_TRACE( lagFacility, 5, "Check if we need to update the peer-link members for lag ", lag );
+      later( What::peerLinkOf, lag );
    }
 }
 
 /** The members of the peer link changed. */
 void
-LagSm::reviewSharers() {
-   for ( auto && [lag, peerLink] : sharing_ ) {
-      later( What::sharing, lag );
+LagSm::reviewBorrowers() {
+   for ( auto && [lag, peerLink] : borrowed_ ) {
+      later( What::peerLinkOf, lag );
    }
 }
 
 void
 LagSm::handleMlagStateOrPeerLinkIntf() {
-   later( What::allSharing );
+   later( What::peerLinkOfAll );
    settle();
 }
 
 void
 LagSm::handleMlagFastMacRedirection() {
-   QON_TRACE( lagSmTrace, 4, " fastMacRedirection ", in_.mlagStatus->fastMacRedirection() );
-   later( What::allSharing );
+   // fixed text
+   QON_TRACE( lagFacility, 4, " fastMacRedirection ", in_.mlagStatus->fastMacRedirection() );
+   later( What::peerLinkOfAll );
    settle();
 }
 

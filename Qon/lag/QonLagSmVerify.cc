@@ -142,32 +142,32 @@ String
 LagSm::checkInvariants() const {
    for ( auto && [lag, list] : acsd()->lagToPortIteratorConst() ) {
       if ( !wanted( lag ) ) {
-         return lag.stringValue() + " is in lagToPort without a status\n";
+         return lag.stringValue() + " is in lagToPort without a status";
       }
       for ( auto & [member, flags] : list ) {
          if ( acsd()->portToLag( member ) != lag ) {
-            return memberText( lag, member ) + " is in lagToPort but portToLag says otherwise\n";
+            return memberText( lag, member ) + " is in lagToPort but portToLag says otherwise";
          }
       }
    }
    for ( auto && [member, lag] : acsd()->portToLagIteratorConst() ) {
       if ( !acsd()->lagToPort( lag ).portHas( member ) || ownerOf( member ) != lag ) {
-         return memberText( lag, member ) + " is in portToLag but is no member\n";
+         return memberText( lag, member ) + " is in portToLag but is no member";
       }
    }
    for ( auto && [port, lags] : claims_.all() ) {
       if ( acsd()->portToLag( port ) != ownerOf( port ) ) {
-         return port.stringValue() + " is not in its aggregate\n";
+         return port.stringValue() + " is not in its aggregate";
       }
    }
    for ( auto && [lag, status] : in_.ethLagIntfStatusDir->intfStatusIteratorConst() ) {
       if ( isIntfManaged( lag ) && !acsd()->lagToPortHas( lag ) ) {
-         return lag.stringValue() + " has a status but no entry in lagToPort\n";
+         return lag.stringValue() + " has a status but no entry in lagToPort";
       }
    }
    for ( IntfId lag : status_.heldKeys() ) {
       if ( wantedPeerLink( lag ) != sharedPeerLink( lag ) ) {
-         return lag.stringValue() + " shares the wrong peer link\n";
+         return lag.stringValue() + " shares the wrong peer link";
       }
    }
    return lagProgSm() ? lagProgSm()->checkInvariants() : "";

@@ -169,20 +169,20 @@ LagStateAggregatorSm::handleHwLagStatus( const IntfId & lag ) {
          sm->handleSlices();
       }
    } else if ( merged_->lagHas( lag ) ) {
-      QON_TRACE( facility, 3, " Cleaning up lag: ", lag );
-      merged_->lagDel( lag ); // what an earlier incarnation left
+      QON_TRACE( facility, 3, " Cleaning up lag: ", lag ); // fixed text
+      merged_->lagDel( lag );                              // what an earlier incarnation left
    }
 }
 
 Velto::Ptr< LagMemberStateAggregatorSm >
 LagStateAggregatorSm::makeLagSm( const IntfId & lag, const bool & ) {
-   QON_TRACE( facility, 3, " Adding lag: ", lag );
+   QON_TRACE( facility, 3, " Adding lag: ", lag ); // fixed text
    return smIs< LagMemberStateAggregatorSm >( this, lag );
 }
 
 void
 LagStateAggregatorSm::cleanUpLagSm( const IntfId & lag, LagMemberStateAggregatorSm * sm ) {
-   QON_TRACE( facility, 3, " Cleaning up lag: ", lag );
+   QON_TRACE( facility, 3, " Cleaning up lag: ", lag ); // fixed text
    sm->doCleanup();
 }
 

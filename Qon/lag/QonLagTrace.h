@@ -1,10 +1,10 @@
 #pragma once
-// The trace facility of module QonLagSm, whose sources are several.
+// The trace facility of the module QonLagSm, whose sources are several.
 
 #include "platform/Flintlog/Trace.h"
 
 namespace Qon {
 
-extern Flintlog::Facility lagSmTrace;
+extern Flintlog::Facility lagFacility;
 
 } // namespace Qon

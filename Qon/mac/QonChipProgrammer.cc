@@ -43,9 +43,9 @@ QonMacProgrammer::handleInitialized() {
    updatePendingAddressClock_.attach( this, Velto::make< Kiv::Clock >( timerWheel_ ) );
    pollReqClock_.attach( this, Velto::make< Kiv::Clock >( timerWheel_ ) );
    updateOverflowAddressClock_.attach( this, Velto::make< Kiv::Clock >( timerWheel_ ) );
-   VELTO_ASSERT( updatePendingAddressClock_ );
-   VELTO_ASSERT( pollReqClock_ );
-   VELTO_ASSERT( updateOverflowAddressClock_ );
+   VELTO_ASSERT( updatePendingAddressClock_ );  // fixed text
+   VELTO_ASSERT( pollReqClock_ );               // fixed text
+   VELTO_ASSERT( updateOverflowAddressClock_ ); // fixed text
    if ( !pendingMacOp_.empty() ) {
       wakeIfIdle();
    }
@@ -54,21 +54,21 @@ QonMacProgrammer::handleInitialized() {
 
 MacProgramStatus
 QonMacProgrammer::writeToHw( const MacCmdPtr & ) {
-   qonAssert( unimplementedFunction( "writeToHw" ) );
+   qonAssert( unimplementedFunction( "writeToHw" ) ); // fixed text
    return MacProgramStatus::macProgramSuccess;
 }
 
 MacProgramStatus
 QonMacProgrammer::writeToHwShadow( const MacCmdPtr & ) {
-   qonAssert( unimplementedFunction( "writeToHwShadow" ) );
+   qonAssert( unimplementedFunction( "writeToHwShadow" ) ); // fixed text
    return MacProgramStatus::macProgramSuccess;
 }
 
-// Acceptance
+// --- Acceptance ----------------------------------------------------------------------------------
 
 void
 QonMacProgrammer::handleAddrOp( const MacCmdPtr & cmd ) {
-   VELTO_ASSERT( cmd->addrOp() );
+   VELTO_ASSERT( cmd->addrOp() ); // fixed text
    bool underWay = cmd->stage_ == Stage::pending || cmd->stage_ == Stage::inFlight;
    if ( cmd->invalid() || underWay ) {
       return;
@@ -122,7 +122,7 @@ QonMacProgrammer::enqueue( const MacCmdPtr & cmd ) {
 
 void
 QonMacProgrammer::handleFlushOp( const MacCmdPtr & cmd ) {
-   VELTO_ASSERT( !( cmd->addrOp() ) );
+   VELTO_ASSERT( !( cmd->addrOp() ) ); // fixed text
    if ( cmd->invalid() || cmd->stage_ != Stage::none ) {
       return;
    }
@@ -143,7 +143,7 @@ QonMacProgrammer::wakePending( Kiv::Seconds now ) {
    wakeUp( updatePendingAddressClock(), suspendPending() ? now + updateDelay() : now );
 }
 
-// The drain
+// --- The drain -----------------------------------------------------------------------------------
 
 void
 QonMacProgrammer::updatePendingAddresses() {
@@ -183,6 +183,7 @@ QonMacProgrammer::write( const MacCmdPtr & cmd, Kiv::Seconds now ) {
       QON_TELL_HOOK( QonMacProgrammer, writeToHw, hookText( *cmd ) );
       result = writeToHw( cmd );
    }
+   // fixed text
    QON_TRACE( facility, 7, *cmd, " write to hardware result : ", Kiv::toText( result ) );
 }
 
@@ -190,9 +191,9 @@ QonMacProgrammer::write( const MacCmdPtr & cmd, Kiv::Seconds now ) {
 void
 QonMacProgrammer::enterInFlight( const MacCmdPtr & cmd, Kiv::Seconds now ) {
    if ( cmd->addrOp() ) {
-      // The command's own stage says what a look-up of its key would.
+      // Named for the assertion's text; the command's own stage says what a look-up of its key would.
       auto pendingAddrOpHas = [&]( const MacEntryKey & ) { return cmd->stage_ == Stage::pending; };
-      VELTO_ASSERT( pendingAddrOpHas( cmd->key() ) );
+      VELTO_ASSERT( pendingAddrOpHas( cmd->key() ) ); // fixed text
       --pendingAddrOps_;
    } else {
       flushLeavesQueue();
@@ -227,7 +228,7 @@ QonMacProgrammer::drop( IndirectAccessMacCmd & cmd ) {
    cmd.stage_ = Stage::none;
 }
 
-// The poll
+// --- The poll ------------------------------------------------------------------------------------
 
 void
 QonMacProgrammer::handleCmdResponse( U64 transactionId, U32 tblIndex, MacProgramStatus status ) {
@@ -262,7 +263,7 @@ QonMacProgrammer::pollInProgressCmds() {
    }
    inProgMacOpBookmarkIs( bookmarkAt( walk ) );
    if ( walk ) {
-      QON_TRACE( facility, 7, " poll .. Time out" );
+      QON_TRACE( facility, 7, " poll .. Time out" ); // fixed text
       wakeUp( pollReqClock(), slice.now() );
       return;
    }
@@ -305,31 +306,32 @@ QonMacProgrammer::act( IndirectAccessMacCmd & cmd, Kiv::Seconds now ) {
       break;
    case macProgramInProgress:
       if ( now > cmd.execStartTime() + maxExecTime() ) {
-         QON_TRACE( facility, 3, " cmd ", cmd.transactionId(), " had stalled" );
+         QON_TRACE( facility, 3, " cmd ", cmd.transactionId(), " had stalled" ); // fixed text
       }
       break;
    default:
-      qonAssert( "unexpected mac program status" );
+      qonAssert( "unexpected mac program status" ); // fixed text
    }
 }
 
 /** A valid address command in flight owns its key. */
 void
 QonMacProgrammer::assertInFlight( const IndirectAccessMacCmd & cmd ) const {
-   // The command's own stage says what a look-up of its key would.
+   // Named for the assertion's text; the command's own stage says what a look-up of its key would.
    auto inProgAddrOpHas = [&]( const MacEntryKey & ) { return cmd.stage_ == Stage::inFlight; };
    const MacEntryKey & key = cmd.key();
-   VELTO_ASSERT( inProgAddrOpHas( key ) );
+   VELTO_ASSERT( inProgAddrOpHas( key ) ); // fixed text
 }
 
 /** The same for one that goes back or into overflow: no newer command may wait. */
 void
 QonMacProgrammer::assertNotSuperseded( const IndirectAccessMacCmd & cmd ) const {
+   // Named for the assertion's text; a command in flight cannot have a pending one of its key.
    auto pendingAddrOpHas = [&]( const MacEntryKey & key ) {
       return cmd.stage_ != Stage::inFlight && addrOpAt( key, Stage::pending );
    };
    const MacEntryKey & key = cmd.key();
-   VELTO_ASSERT( !pendingAddrOpHas( key ) );
+   VELTO_ASSERT( !pendingAddrOpHas( key ) ); // fixed text
    assertInFlight( cmd );
 }
 
@@ -372,7 +374,7 @@ QonMacProgrammer::overflow( MacCmdPtr cmd ) {
    }
    const MacEntryKey & key = cmd->key();
    assertNotSuperseded( *cmd );
-   VELTO_ASSERT( !overflowAddrOpHas( key ) );
+   VELTO_ASSERT( !overflowAddrOpHas( key ) ); // fixed text
    finish( *cmd );
    overflowAddrOp_.emplace( key, cmd );
    cmd->stage_ = Stage::overflowed;
@@ -399,7 +401,7 @@ QonMacProgrammer::noteEndOfOverflow() {
    }
 }
 
-// The retry of what did not fit
+// --- The retry of what did not fit ---------------------------------------------------------------
 
 void
 QonMacProgrammer::updateOverflowAddresses() {

@@ -4,6 +4,12 @@
 #include "Qon/topology/StpTrace.h"
 #include "platform/Kiv/Describe.h"
 
+KIV_DEFINE( Qon::MappedVlan )
+KIV_DEFINE( Qon::PendingStpStateTopo )
+KIV_DEFINE( Qon::IntfSet::IntfInfo )
+KIV_DEFINE( Qon::IntfSet )
+KIV_DEFINE( Qon::StpSm )
+
 namespace Qon {
 
 using Bridging::VlanId;
@@ -115,7 +121,7 @@ void
 StpSm::cleanUpTopoId( const String &, TopoIdSm * ) {}
 
 Velto::Ptr< TopoSm >
-StpSm::makeTopo( const String & name, const TopoSm::Input & input ) {
+StpSm::makeTopo( const String & name, const TopoInput & input ) {
    const auto mapped = topoToVlanMap( name );
    STP_TRACE( "handleTopoChange creating topo ", name, " with mapped vlan ",
               mapped ? mapped->vlans() : 0 );
@@ -126,6 +132,11 @@ void
 StpSm::cleanUpTopo( const String & name, TopoSm * topoSm ) {
    STP_TRACE( "handleTopoChange deleting topo ", name );
    topoSm->doCleanup();
+   if ( auto mapped = topoToVlanMap( name ) ) {
+      for ( auto && [vlan, present] : mapped->vlanIteratorConst() ) {
+         addedVlan_.erase( vlan );
+      }
+   }
 }
 
 void
@@ -135,7 +146,7 @@ StpSm::handleTopoChange( const String & name ) {
    }
    const TopoIdInput entities{ config()->topoConfig( name ), status()->topoStatus( name ) };
    topoIdSm_.review( name, entities );
-   TopoSm::Input input;
+   TopoInput input;
    if ( entities.config && entities.status &&
         entities.config->topoId() == entities.status->topoId() ) {
       input = { entities.config, status()->topoStatus( name ), entities.config->topoId() };
@@ -256,9 +267,7 @@ StpSm::takeOut( VlanId vlan, const String & topoName ) {
          topoToVlanMapDel( topoName );
       }
    }
-   if ( auto topo = topoSm( topoName ) ) {
-      topo->vlanAddedDel( vlan );
-   }
+   addedVlan_.erase( vlan );
    QON_HOOK( TopoHelper, topoHelper(), delVlanFromTopo, topoName, vlan );
 }
 
@@ -269,9 +278,8 @@ StpSm::putIn( VlanId vlan, const String & topoName ) {
       vlanToTopoSmMapIs( vlan, topoName );
       topoToVlanMapIs( topoName )->vlanIs( vlan, true );
    }
-   if ( auto topo = topoSm( topoName ) ) {
-      if ( !topo->vlanAdded( vlan ) ) {
-         topo->vlanAddedIs( vlan );
+   if ( topoSm( topoName ) ) {
+      if ( addedVlan_.emplace( U16( vlan ) ).second ) {
          QON_HOOK( TopoHelper, topoHelper(), addVlanToTopo, topoName, vlan );
       }
    } else if ( topoName == tapAggTopoName_ ) {
@@ -294,7 +302,7 @@ StpSm::handleOperationalMode() {
    }
    const HwOperationalMode mode = acsd_->operationalMode();
    if ( mode == currentHwOperationalMode() ) {
-      STP_TRACE( "handleOperationalMode nothing to do " );
+      STP_TRACE( "handleOperationalMode nothing to do " ); // fixed text
       return;
    }
    if ( mode == HwOperationalMode::tapAgg ) {
@@ -315,8 +323,8 @@ StpSm::handleOperationalMode() {
 void
 StpSm::enterTapAgg() {
    const Velto::Ptr< const TapAgg::HwConfig > tapAggHwConfig( acsd_->tapAggHwConfig() );
-   VELTO_ASSERT( tapAggHwConfig );
-   VELTO_ASSERT( tapAggHwConfig->tapAggTopoId() > 0 );
+   VELTO_ASSERT( tapAggHwConfig );                     // fixed text
+   VELTO_ASSERT( tapAggHwConfig->tapAggTopoId() > 0 ); // fixed text
    tapAggTopoName_ = tapAggHwConfig->tapAggTopoName();
    tapAggTopoId_ = tapAggHwConfig->tapAggTopoId();
    if ( !topoSm( tapAggTopoName_ ) ) {
@@ -346,7 +354,7 @@ StpSm::cleanupTapAgg() {
       }
    }
    tapAggIntfSm_->doCleanup();
-   VELTO_ASSERT( !tapAggIntf()->intfInfos() );
+   VELTO_ASSERT( !tapAggIntf()->intfInfos() ); // fixed text
    if ( !topoSm( name ) ) {
       QON_HOOK( TopoHelper, topoHelper(), freeTopo, name );
    }
@@ -391,7 +399,7 @@ StpSm::handleBpduTrapping() {
 void
 StpSm::configureBpduTrapping( bool, bool ) {
    // The report names the handler, as those who search for it expect.
-   qonAssert( unimplementedFunction( "StpSm::handleBpduTrapping" ) );
+   qonAssert( unimplementedFunction( "StpSm::handleBpduTrapping" ) ); // fixed text
 }
 
 // --- Verification, clean-up ----------------------------------------------------------------------
@@ -439,9 +447,3 @@ StpSmIs( Velto::Ptr< QonCommonSmData > acsd, Velto::Ptr< const Bridging::Topolog
 }
 
 } // namespace Qon
-
-KIV_DEFINE( Qon::MappedVlan )
-KIV_DEFINE( Qon::PendingStpStateTopo )
-KIV_DEFINE( Qon::IntfSet::IntfInfo )
-KIV_DEFINE( Qon::IntfSet )
-KIV_DEFINE( Qon::StpSm )

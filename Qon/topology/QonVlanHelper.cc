@@ -6,6 +6,8 @@
 #include "Qon/include/framework/TimeSlice.h"
 #include "platform/Kiv/Describe.h"
 
+KIV_DEFINE( Qon::VlanHelper )
+
 namespace Qon {
 
 namespace {
@@ -95,7 +97,7 @@ VlanHelper::requestPortVlanMembershipChange( PortVlanMembershipChangeKind kind, 
                                              VlanId vlan, bool tagged, bool ingress, bool egress ) {
    using Kind = PortVlanMembershipChangeKind;
    VELTO_ASSERT( kind == Kind::setOverride || kind == Kind::expand );
-   VELTO_ASSERT( !Ulnet::SubIntfId::isSubIntfId( port ) );
+   VELTO_ASSERT( !Ulnet::SubIntfId::isSubIntfId( port ) ); // fixed text
    Vlan & v = vlan_[vlan];
    const U32 number = portNumber( port );
    const U64 bit = bitOf( number );
@@ -104,6 +106,7 @@ VlanHelper::requestPortVlanMembershipChange( PortVlanMembershipChangeKind kind, 
    VlanMembership wanted{ tagged, ingress, egress };
    QON_TRACE( facility, 5, port, " vlan ", vlan, " ",
               kind == Kind::setOverride ? "overriding" : "expanding",
+              // fixed text
               held ? "" : " no existing port membership, ",
               held ? "" : "just going to set it to the provided parameters" );
    if ( kind == Kind::expand && held ) {
@@ -141,11 +144,12 @@ VlanHelper::applyMembership( Vlan & v, VlanId vlan, U32 port ) {
 
 void
 VlanHelper::doAddPortToVlan( IntfId port, VlanId vlan, bool tagged, bool ingress, bool egress ) {
-   VELTO_ASSERT( !Ulnet::SubIntfId::isSubIntfId( port ) );
+   VELTO_ASSERT( !Ulnet::SubIntfId::isSubIntfId( port ) ); // fixed text
    const U32 number = portNumber( port );
    const U64 bit = bitOf( number );
    Block & block = blockOf( vlan_[vlan], number );
    if ( !( block.forwarding & bit ) ) {
+      // fixed text
       QON_TRACE( facility, 5, port, " vlan ", vlan, " Not Adding because of port state" );
       return;
    }
@@ -157,6 +161,7 @@ VlanHelper::doAddPortToVlan( IntfId port, VlanId vlan, bool tagged, bool ingress
 void
 VlanHelper::doRemovePortFromVlan( IntfId port, VlanId vlan ) {
    if ( inRecirc( port ) ) {
+      // fixed text
       QON_TRACE( facility, 5, port, " configured for recirc feature. Skipping remove." );
       return;
    }
@@ -333,7 +338,7 @@ VlanHelper::updateVlanDone( VlanId vlan, VlanProgrammingStatus programmingStatus
    }
    if ( v.programming != v.requested ) {
       QON_TRACE( facility, 5, "Redo vlan update for vlan ", vlan,
-                 " . State changed while were were programming" );
+                 " . State changed while were were programming" ); // fixed text
       start( vlan );
    } else if ( failed ) {
       v.failed = true;
@@ -423,5 +428,3 @@ VlanHelper::checkInvariants() const {
 }
 
 } // namespace Qon
-
-KIV_DEFINE( Qon::VlanHelper )

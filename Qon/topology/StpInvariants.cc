@@ -29,7 +29,6 @@ portFault( const TopoPortSm & port ) {
 String
 topoFault( const TopoSm & topo ) {
    String fault;
-   const auto & stpSm = *topo.stpSm();
    if ( topo.config()->topoId() != topo.status()->topoId() ||
         topo.topoId() != topo.config()->topoId() ) {
       return "the ids differ";
@@ -42,13 +41,6 @@ topoFault( const TopoSm & topo ) {
          fault = intf.stringValue() + ": " + found;
       }
    } );
-   if ( auto mapped = stpSm.topoToVlanMap( topo.name() ); mapped && fault.empty() ) {
-      for ( auto && [vlan, present] : mapped->vlanIteratorConst() ) {
-         if ( !topo.vlanAdded( vlan ) ) {
-            fault = "VLAN " + vlan.stringValue() + " was not added in the hardware";
-         }
-      }
-   }
    return fault;
 }
 
@@ -68,6 +60,9 @@ StpSm::checkInvariants() const {
       for ( auto && [vlan, present] : vlans->vlanIteratorConst() ) {
          if ( vlanToTopoSmMap( vlan ) != name || wantedTopo( vlan ) != name ) {
             return "VLAN " + vlan.stringValue() + " is in the wrong topology, " + name;
+         }
+         if ( topoSm( name ) && !addedVlan_.has( U16( vlan ) ) ) {
+            return "VLAN " + vlan.stringValue() + " was not added in the hardware";
          }
       }
    }

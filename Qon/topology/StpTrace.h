@@ -1,5 +1,5 @@
 #pragma once
-// The trace facility of the topology module.
+// The trace facility of the module QonStpSm, whose sources are several.
 
 #include "Qon/include/framework/QonTraceHandles.h"
 

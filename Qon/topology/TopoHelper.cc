@@ -36,7 +36,7 @@ TopoHelper::delVlanFromTopo( const String &, U16 ) {
    unimplemented( "TopoHelper::delVlanFromTopo" );
 }
 
-// Both forms of the flush report under one name.
+// Both forms of the flush report under one name: a fixed text
 void
 TopoHelper::flushTopoPort( U32, Ulnet::IntfId ) {
    unimplemented( "TopoHelper::flushTopoMacAddr" );
@@ -50,14 +50,14 @@ TopoHelper::flushTopoPortVlan( const MappedVlan &, Ulnet::IntfId ) {
 void
 TopoHelper::setStpStateDoneTopoId( U32 topoId ) {
    auto stpSm = this->stpSm();
-   VELTO_ASSERT( stpSm );
+   VELTO_ASSERT( stpSm ); // fixed text
    stpSm->setStpStateDoneTopoId( topoId );
 }
 
 void
 TopoHelper::setStpStateDoneTopoName( const String & topoName ) {
    auto stpSm = this->stpSm();
-   VELTO_ASSERT( stpSm );
+   VELTO_ASSERT( stpSm ); // fixed text
    stpSm->setStpStateDoneTopoName( topoName );
 }
 

@@ -115,7 +115,7 @@ TopoPortSm::handleFdbFlush() {
       return;
    }
    if ( inTapOrTool() ) {
-      STP_TRACE( intf_, " is in tap/tool mode. skipping " );
+      STP_TRACE( intf_, " is in tap/tool mode. skipping " ); // fixed text
       return;
    }
    const U32 request = config_->fdbFlush();

@@ -5,7 +5,7 @@
 
 namespace Qon {
 
-TopoSm::TopoSm( const String & name, const Input & input, StpSm * stpSm )
+TopoSm::TopoSm( const String & name, const StpSm::TopoInput & input, StpSm * stpSm )
     : name_( name ), input_( input ), stpSm_( stpSm ), topoPortSm_( this ) {}
 
 TopoHelper *
@@ -39,15 +39,14 @@ TopoSm::kivDoZombieReactors() {
 }
 
 Velto::Ptr< TopoPortSm >
-TopoSm::makePort( const Ulnet::IntfId & intf,
-                  const Velto::Ptr< const TopoPortSm::Config > & config ) {
-   STP_TRACE( " Creating topoPortSm for ", intf );
+TopoSm::makePort( const Ulnet::IntfId & intf, const Velto::Ptr< const PortConfig > & config ) {
+   STP_TRACE( " Creating topoPortSm for ", intf ); // fixed text
    return smIs< TopoPortSm >( intf, config, this );
 }
 
 void
 TopoSm::cleanUpPort( const Ulnet::IntfId & intf, TopoPortSm * port ) {
-   STP_TRACE( " Deleting topoPortSm for ", intf );
+   STP_TRACE( " Deleting topoPortSm for ", intf ); // fixed text
    port->doCleanup();
 }
 
@@ -56,10 +55,10 @@ TopoSm::handleTopoPortChange( const Ulnet::IntfId & intf ) {
    if ( !works() ) {
       return;
    }
-   const Velto::Ptr< const TopoPortSm::Config > wanted( config()->topoPortConfig( intf ) );
+   const Velto::Ptr< const PortConfig > wanted( config()->topoPortConfig( intf ) );
    const auto held = topoPortSm( intf );
    if ( held ? held->config() == wanted : !wanted ) {
-      STP_TRACE( " Nothing to do " );
+      STP_TRACE( " Nothing to do " ); // fixed text
    }
    Velto::Ptr< TopoSm > keep( this );
    topoPortSm_.review( intf, wanted );
@@ -184,7 +183,7 @@ TopoSm::stateDone() {
       pending->pendingIntfStateDel( intf );
       auto port = topoPortSm( intf );
       if ( port && !port->inTapOrTool() ) {
-         STP_TRACE( " setting intf ", intf, " to state ", state );
+         STP_TRACE( " setting intf ", intf, " to state ", state ); // fixed text
          port->stateDone( state );
       }
    }

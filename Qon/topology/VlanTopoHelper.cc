@@ -7,6 +7,8 @@
 #include "Qon/topology/StpTrace.h"
 #include "platform/Kiv/Describe.h"
 
+KIV_DEFINE( Qon::TopoUpdate )
+
 namespace Qon {
 
 using Bridging::VlanId;
@@ -89,7 +91,7 @@ VlanTopoHelper::WalkTask::run() {
 void
 VlanTopoHelper::performVlanTopoOperations() {
    auto stpSm = this->stpSm();
-   VELTO_ASSERT( stpSm );
+   VELTO_ASSERT( stpSm ); // fixed text
    const Velto::Ptr< VlanTopoHelper > keep( this );
    portsTopo_.clear();
    reviewAll();
@@ -132,8 +134,8 @@ VlanTopoHelper::nextUpdate() {
    const Velto::Ptr< TopoUpdate > topoUpdate = topoUpdateQueue_.front();
    topoUpdateQueue_.deq();
    const String & topoName = topoUpdate->topoName();
-   VELTO_ASSERT( topoUpdate->stpStateChanges() > 0 );
-   VELTO_ASSERT( topoUpdateMapHas( topoName ) );
+   VELTO_ASSERT( topoUpdate->stpStateChanges() > 0 ); // fixed text
+   VELTO_ASSERT( topoUpdateMapHas( topoName ) );      // fixed text
    topoUpdateMap_.erase( topoName );
    currentTopoUpdate_ = topoUpdate;
    currentPorts_.clear();
@@ -148,7 +150,7 @@ VlanTopoHelper::nextUpdate() {
       STP_TRACE( "No Vlan helper" );
    }
    if ( auto mapped = stpSm()->topoToVlanMap( topoName ); !mapped ) {
-      STP_TRACE( " Mapped vlan NULL for topo ", topoName );
+      STP_TRACE( " Mapped vlan NULL for topo ", topoName ); // fixed text
    } else if ( vlanHelper_ ) {
       for ( auto && [vlan, present] : mapped->vlanIteratorConst() ) {
          topoUpdate->vlanToUpdateEnq( vlan );
@@ -396,5 +398,3 @@ VlanTopoHelper::checkInvariants() const {
 }
 
 } // namespace Qon
-
-KIV_DEFINE( Qon::TopoUpdate )

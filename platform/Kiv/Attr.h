@@ -6,13 +6,12 @@
 //       KIV_BODY( TopoConfig, Kiv::Entity )
 //       KIV_ATTR( U32, topoId, 0 )                                     topoId(), topoIdIs( v )
 //       KIV_PTR( TopoConfig, parent )                                  parent(), parentIs( p )
-//       KIV_OWNED( VerifyData, verify )                                verify(), verifyIs( name ),
-//       verifyDel() KIV_SET( Ulnet::IntfId, intf )                                 intfHas( k ),
-//       intfIs( k ), intfDel( k ), ... KIV_MAP( Ulnet::IntfId, U32, vlan ) vlan( k ), vlanIs( k, v
-//       ), vlanDel( k ), ... KIV_ORDERED_MAP( U64, Command, cmd ) likewise, in key order
-//       KIV_ENTITIES( Ulnet::IntfId, TopoPortConfig, topoPortConfig )  topoPortConfigIs( k ) finds
-//       or creates KIV_QUEUE( U8, freeId )                                        freeIdEnq( v ),
-//       freeIdDeq(), freeIdFront(), ...
+//       KIV_OWNED( VerifyData, verify )                                verify(), verifyIs( name ), verifyDel()
+//       KIV_SET( Ulnet::IntfId, intf )                                 intfHas( k ), intfIs( k ), intfDel( k ), ...
+//       KIV_MAP( Ulnet::IntfId, U32, vlan )                            vlan( k ), vlanIs( k, v ), vlanDel( k ), ...
+//       KIV_ORDERED_MAP( U64, Command, cmd )                           likewise, in key order
+//       KIV_ENTITIES( Ulnet::IntfId, TopoPortConfig, topoPortConfig )  topoPortConfigIs( k ) finds or creates
+//       KIV_QUEUE( U8, freeId )                                        freeIdEnq( v ), freeIdDeq(), freeIdFront(), ...
 //     public:
 //       explicit TopoConfig( const Velto::String & name );
 //    };

@@ -2,8 +2,7 @@
 // Every value has one text form, and one way back from it.
 //
 //    toText( v ) ----> built-in kinds: here        "True", "42", "0.2", "forwarding"
-//                 \--> v.stringValue()             "Ethernet3/1", "Value('Qon::QonLagPort', **
-//                 {...})"
+//                 \--> v.stringValue()             "Ethernet3/1", "Value('Qon::QonLagPort', ** {...})"
 //    fromText< T >( s ) -> built-in kinds: here
 //                       \-> explicit T( const Velto::String & )
 //    hashOf( v ) ----> Hash.h
@@ -27,9 +26,8 @@
 //
 // KIV_VALUE stands behind the data members and lists them, without the trailing underscore, in the
 // order of their declaration; the class is public from there on. It makes: default and full
-// constructor, x(), xIs( v ), ==,
-// <=> field by field, isEq(), hash(), stringValue() and the constructor from that text or from
-// its shorter form "{collecting: True}". A field that the text leaves out keeps its default.
+// constructor, x(), xIs( v ), ==, <=> field by field, isEq(), hash(), stringValue() and the
+// constructor from that text or from its shorter form "{collecting: True}". A field that the text leaves out keeps its default.
 
 #include <compare>
 #include <type_traits>

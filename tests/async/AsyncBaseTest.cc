@@ -148,20 +148,6 @@ TEST_F( AsyncBase, TheLastPriorityIsOne ) {
    EXPECT_DEATH( helper->nextPriority(), "Assertion 'priority\\(\\) > 0' failed" );
 }
 
-TEST_F( AsyncBase, AMissingResultHandlerIsFatalWithAndWithoutAnAgent ) {
-   auto base = Qon::QonAsyncBaseSmIs( world.acsd );
-   Env noop( "QON_NOOP_AGENT", "1" );
-   EXPECT_DEATH( base->handleAsyncOperationResult(),
-                 "QonAsyncCommon:28: .*handleAsyncOperationResult\\(\\): Assertion '0' failed" );
-   base->processTcamRequestQueue();
-   base->handlePendingOperationTimeout();
-   helper->qonAssert( "not heard" );
-   noop.unset( "QON_NOOP_AGENT" );
-   EXPECT_DEATH( helper->qonAssert( "lost" ),
-                 "^lost\nQonAsyncBaseHelper:12: void "
-                 "Qon::QonAsyncBaseHelper::qonAssert\\(const String&\\) const: Assertion '0'" );
-}
-
 TEST_F( AsyncBase, NewHooksStandBehindThoseOfTheBase ) {
    // A pointer to a virtual member function holds the slot's offset plus one.
    auto slot = []( auto member ) {

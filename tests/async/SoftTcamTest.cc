@@ -2,7 +2,7 @@
 
 #include <random>
 
-#include "agent/softchip/SoftTcam.h"
+#include "tests/async/SoftTcam.h"
 #include "tests/harness/World.h"
 
 namespace {

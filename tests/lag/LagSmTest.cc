@@ -204,12 +204,4 @@ TEST_F( LagSmFlow, FallbackTypes ) {
    }
 }
 
-TEST_F( LagSmFlow, AnInvalidFallbackTypeIsFatalUnlessThereIsNoHardware ) {
-   start();
-   EXPECT_DEATH( lag( 1 )->lacpFallbackEnabledIs( 3 ), "Invalid LACP fallback type: 3\n" );
-   Tests::Env noop( "QON_NOOP_AGENT", "" );
-   lag( 1 )->lacpFallbackEnabledIs( 3 );
-   EXPECT_EQ( acsd->lagInLacpFallbackIndividualModes(), 0u );
-}
-
 } // namespace

@@ -11,18 +11,6 @@ using namespace LagTests;
 using Hardware::Lag::MemberStatus;
 using Hardware::Lag::Result;
 
-TEST( LagIndex, IsThePortChannelNumberOfPlainPortChannels ) {
-   auto index = []( const char * name ) {
-      return Qon::QonLagCreatorSm::getLagIndex( intf( name ) );
-   };
-   EXPECT_EQ( index( "Port-Channel17" ), 17u );
-   EXPECT_DEATH( index( "Ethernet1" ),
-                 "'Ulnet::PortChannelIntfId::isPortChannelIntfId\\( lagName \\)'" );
-   EXPECT_DEATH( index( "Recirc-Channel1" ),
-                 "'!Ulnet::PortChannelIntfId::isRecirc\\( lagName \\)'" );
-   EXPECT_DEATH( index( "Port-Channel1/2" ), "'1 == Ulnet::GenericIntfId::parts\\( lagName \\)'" );
-}
-
 class FailingDriver : public Qon::LagPacketDriver {
  public:
    FailingDriver() : LagPacketDriver( "driver" ) {}

@@ -369,49 +369,6 @@ TEST_F( Mac, SuspendedProcessingHoldsAndComesBackByItself ) {
    EXPECT_TRUE( chip->atRest() );
 }
 
-// Refusals
-
-using MacDeath = Mac;
-
-TEST_F( MacDeath, BrokenBookkeepingIsFatal ) {
-   EXPECT_DEATH( chip->handleAddrOp( flushAll() ), "Assertion 'cmd->addrOp\\(\\)' failed" );
-   EXPECT_DEATH( chip->handleFlushOp( addHost( 1 ) ),
-                 "Assertion '!\\( cmd->addrOp\\(\\) \\)' failed" );
-   // Superseded commands that somebody calls valid again.
-   auto pending = addHost( 1 );
-   chip->handleAddrOp( pending );
-   chip->handleAddrOp( addHost( 1 ) );
-   EXPECT_DEATH( ( pending->validIs( true ), scheduler.settle() ),
-                 "'pendingAddrOpHas\\( cmd->key\\(\\) \\)'" );
-   scheduler.settle();
-   auto flying = inFlight( addHost( 2 ) );
-   chip->handleAddrOp( addHost( 2 ) );
-   auto pollWith = [&]( Status status ) {
-      flying->validIs( true );
-      chip->answer( flying, status );
-      chip->pollInProgressCmds();
-   };
-   EXPECT_DEATH( pollWith( macProgramFailed ), "'inProgAddrOpHas\\( key \\)'" );
-   EXPECT_DEATH( pollWith( macProgramBusy ), "'!pendingAddrOpHas\\( key \\)'" );
-   EXPECT_DEATH( pollWith( macProgramFull ), "'!pendingAddrOpHas\\( key \\)'" );
-}
-
-TEST_F( MacDeath, ReportsAreSilentUnderSimulationOnly ) {
-   Env env( "QON_NOOP_AGENT", "1" );
-   env.unset( "SIMULATION_VMID" );
-   auto bare = Qon::QonMacProgrammerIs( scheduler.timerWheel() );
-   auto cmd = inFlight( addHost( 1 ) );
-   chip->answer( cmd, macProgramFlushInProgress );
-   EXPECT_DEATH( bare->writeToHw( cmd ), "^Call to unimplemented function writeToHw\n" );
-   EXPECT_DEATH( bare->writeToHwShadow( cmd ),
-                 "^Call to unimplemented function writeToHwShadow\n" );
-   EXPECT_DEATH( chip->pollInProgressCmds(), "^unexpected mac program status\n" );
-   env.set( "SIMULATION_VMID", "" );
-   EXPECT_EQ( bare->writeToHw( cmd ), macProgramSuccess );
-   chip->pollInProgressCmds();
-   EXPECT_EQ( chip->inProgAddrOp( macKey( 1 ) ), cmd );
-}
-
 TEST( MacSlots, HooksStandBehindTheBase ) {
    auto slot = []( auto method ) {
       std::ptrdiff_t words[sizeof( method ) / sizeof( std::ptrdiff_t )];

@@ -407,42 +407,4 @@ TEST( TopologySlots, HooksStandInTheAgreedOrder ) {
    EXPECT_EQ( slotOf( &H::handleVlanUpdateCompletion ), slot++ );
 }
 
-using TopologyDeathTest = StpSmTest;
-
-TEST_F( TopologyDeathTest, HooksThatNobodyOverridesReport ) {
-   Env env;
-   env.unset( "SIMULATION_VMID" );
-   env.set( "QON_NOOP_AGENT", "1" ); // not what these hooks look at
-   auto bare = Velto::make< Qon::TopoHelper >();
-   const Qon::MappedVlan vlans( "mst0" );
-   const String text = "Call to unimplemented function TopoHelper::";
-   EXPECT_DEATH( bare->maxTopo(), text + "maxTopo" );
-   EXPECT_DEATH( bare->allocTopo( "mst0" ), text + "allocTopo" );
-   EXPECT_DEATH( bare->freeTopo( "mst0" ), text + "freeTopo" );
-   EXPECT_DEATH( bare->setStpState( 1, "mst0", intf( "Ethernet1" ), blocked ),
-                 text + "setStpState" );
-   EXPECT_DEATH( bare->addVlanToTopo( "mst0", 1 ), text + "addVlanToTopo" );
-   EXPECT_DEATH( bare->delVlanFromTopo( "mst0", 1 ), text + "delVlanFromTopo" );
-   EXPECT_DEATH( bare->flushTopoPort( 1, intf( "Ethernet1" ) ), text + "flushTopoMacAddr" );
-   EXPECT_DEATH( bare->flushTopoPortVlan( vlans, intf( "Ethernet1" ) ), text + "flushTopoMacAddr" );
-   env.set( "SIMULATION_VMID", "" );
-   EXPECT_FALSE( bare->allocTopo( "mst0" ) );
-   bare->verify();
-   bare->hwInit();
-}
-
-TEST_F( TopologyDeathTest, WhatTheProgramGuarantees ) {
-   Env env;
-   env.unset( "QON_NOOP_AGENT" );
-   EXPECT_DEATH( helper->setStpStateDoneTopoId( 1 ), "Assertion 'stpSm' failed" );
-   run();
-   auto bare = Qon::StpSmIs( acsd, stp.config, stp.status, helper );
-   EXPECT_DEATH( bare->configureBpduTrapping( true, true ),
-                 "Call to unimplemented function StpSm::handleBpduTrapping" );
-   EXPECT_DEATH( mode( HwOperationalMode::tapAgg ), "Assertion 'tapAggHwConfig' failed" );
-   tapAggTopo( "tapAgg", 0 );
-   EXPECT_DEATH( mode( HwOperationalMode::tapAgg ),
-                 "Assertion 'tapAggHwConfig->tapAggTopoId\\(\\) > 0' failed" );
-}
-
 } // namespace

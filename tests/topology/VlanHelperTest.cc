@@ -344,29 +344,4 @@ TEST_F( VlanTopoTest, TheTaskOutlivesTheStateMachine ) {
    EXPECT_EQ( vlanTopo->remainingWorkUnits(), 0u );
 }
 
-// --- Texts ---------------------------------------------------------------------------------------
-
-using VlanHelperDeathTest = VlanHelperTest;
-
-TEST_F( VlanHelperDeathTest, WhatIsRefused ) {
-   EXPECT_DEATH( set( "Ethernet1.100" ), "'!Ulnet::SubIntfId::isSubIntfId\\( port \\)' failed" );
-   EXPECT_DEATH( request( Kind( 2 ), "Ethernet1", true, true, true ), "Assertion" );
-   Env noop( "QON_NOOP_AGENT", "1" ); // nothing silences these
-   auto base = Velto::make< Qon::VlanHelperBase >( "base" );
-   const String text = "Call to unimplemented function VlanHelper";
-   EXPECT_DEATH( base->verify(), text + "Base::verify" );
-   EXPECT_DEATH( base->doUpdateVlan( v10 ), text + "::doUpdateVlan" );
-   EXPECT_DEATH( base->doCreateHwVlan( v10 ), text + "::doCreateHwVlan" );
-   EXPECT_DEATH( base->doUpdateVlanFid( v10, 1 ), text + "::doUpdateVlanFid" );
-   EXPECT_DEATH( base->doRemovePortFromVlan( intf( "Ethernet1" ), v10 ),
-                 text + "::doRemovePortFromVlan" );
-   EXPECT_DEATH( base->requestPortVlanMembershipChange( Kind::setOverride, intf( "Ethernet1" ), v10,
-                                                        true, true, true ),
-                 text + "::doAddPortToVlan" );
-   EXPECT_DEATH( base->requestPortVlanMembershipChange( Kind::expand, intf( "Ethernet1" ), v10,
-                                                        true, true, true ),
-                 "Call to non-overriden function VlanHelper::requestPortVlanMembershipChange whose "
-                 "base implementation only supports PortVlanMembershipChangeKind::setOverride_" );
-}
-
 } // namespace

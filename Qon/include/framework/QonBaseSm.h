@@ -59,6 +59,19 @@ class QonBaseHelper : public Kiv::Entity {
    QON_ASSERT_FAMILY( QonBaseHelper, "QonBaseHelper", Silence::noopAgent )
 };
 
+/** What can tell whether its invariants hold; the base of state machines and of helpers that keep
+    something. Not in their first bases, where it would move the hooks of all that derive from them
+    to other places in the virtual table. */
+class Checked {
+ public:
+   /** What does not hold of the invariants in the class's header: one sentence without a line end,
+       empty if all do. For moments between two events: not from within a hook or a watcher. */
+   virtual String checkInvariants() const = 0;
+
+ protected:
+   ~Checked() = default;
+};
+
 /** Constructs a state machine of the class (or a chip-specific one derived from it) and lets it
     hear. What every factory `<Class>Is( ... )` does. */
 template< class Sm, class... Args >

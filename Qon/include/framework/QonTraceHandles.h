@@ -1,8 +1,10 @@
 #pragma once
 // Traces of the library's modules, and the set-up of the trace handles of the routing ones.
 //
-//    static Flintlog::Facility facility( "QonAclSm" );
+//    Flintlog::Facility facility( "QonAclSm" );        // in the unnamed namespace of its source
 //    QON_TRACE( facility, 9, "handleInitialized ", name() );
+//
+// A module of several sources declares its facility in a header beside them, as Qon/lag/QonLagTrace.h.
 //
 // The environment is read at each use. "Set" means present, if only with an empty value.
 //

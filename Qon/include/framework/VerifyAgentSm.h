@@ -3,8 +3,7 @@
 //
 //    VerifyAgent::Config.cookie -> VerifyAgentSm -> one run -> VerifyAgent::Status
 //    VerifyAgent::RequestDir -> CliRequestDirSm ---.
-//    the agent's own server ------------------------+-> CliCallback::handleCommand( socket, command
-//    )
+//    the agent's own server ------------------------+-> CliCallback::handleCommand( socket, command )
 //          -> VerifySm: a run, at once; the whole answer is on the socket on return
 //
 // The answer, without a line end anywhere:

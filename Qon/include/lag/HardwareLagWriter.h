@@ -1,6 +1,12 @@
 #pragma once
 // Writes members of groups to Hardware::Lag::Config, for whichever state machine decides them.
 //
+// Hardware::Lag::Config has one writer in an agent, one of three:
+//    LagProgSm              LagSm hands it the members; the only one that knows what the peer link lends
+//    LagConfigMapCreatorSm  from the configuration, before anything is negotiated
+//    QonLagCreatorSm        from the maps of the shared data, where a packet driver of the kernel is asked
+// The first is right for most agents. Two of them would take each other's members out.
+//
 // Invariants
 // 1. A port is an own member (not shared) of one group at most, at any moment: it is taken out of
 //    the one, also of one that an earlier incarnation left, before it is put into another.

@@ -48,7 +48,7 @@ class EthPhyLagConfigSm : public QonBaseSm {
          modeWatch_;
 };
 
-class LagConfigAggregatorSm : public QonBaseSm {
+class LagConfigAggregatorSm : public QonBaseSm, public Checked {
  public:
    /** Interfaces in one slice of the scan, at most. */
    static constexpr U32 batch = 64;
@@ -64,19 +64,18 @@ class LagConfigAggregatorSm : public QonBaseSm {
 
    /** Whether the start is over: stale entries are gone, events have their effect at once. */
    bool scanDone() const { return phase_ == Phase::done; }
-   /** What does not hold; empty when all does. Only after the scan. */
-   String checkInvariants() const;
+   String checkInvariants() const override;
 
    void handleIntfConfig( const Ulnet::IntfId & phyIntf );
    /** Brings the output up to date with the interface, or marks it while the scan goes on. */
    void handleEvent( Ulnet::IntfId phyIntf );
 
+ private:
    Velto::Ptr< EthPhyLagConfigSm >
    makeIntfSm( const Ulnet::IntfId & phyIntf,
                const Velto::Ptr< const Interface::EthLagIntfConfig > & config );
    void cleanUpIntfSm( const Ulnet::IntfId & phyIntf, EthPhyLagConfigSm * sm );
 
- private:
    enum class Phase : U8 { idle, scan, replay, stale, done };
    /** The scan as a task of the scheduler. */
    class Scan : public Kiv::Task {

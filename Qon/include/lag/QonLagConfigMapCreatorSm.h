@@ -7,6 +7,9 @@
 //    EthPhyIntfStatusDir -----'   reviewPort( port ) -> Hardware::Lag::Config
 //    acsd.lagToPort ----------'
 //
+// One of three possible writers of Hardware::Lag::Config, of which an agent has one (HardwareLagWriter.h):
+// this one for agents whose groups follow the configuration, which LagConfigAggregatorSm collects.
+//
 // Invariants
 // 1. A member is in the configuration exactly while it is configured, and its member status, its
 //    hardware port, its interface status and its aggregate port all exist.
@@ -54,7 +57,7 @@ class LagConfigMemberCreatorSm : public QonBaseSm {
          memberWatch_;
 };
 
-class LagConfigMapCreatorSm : public QonBaseSm {
+class LagConfigMapCreatorSm : public QonBaseSm, public Checked {
  public:
    /** All must be there. */
    struct Inputs {
@@ -69,8 +72,7 @@ class LagConfigMapCreatorSm : public QonBaseSm {
    void handleInitialized() override;
    void kivDoZombieReactors() override;
 
-   /** What does not hold; empty when all does. */
-   String checkInvariants() const;
+   String checkInvariants() const override;
 
    void handleLagConfig( const Ulnet::IntfId & lag );
    /** Whether the aggregate port exists may have changed. */
@@ -78,12 +80,12 @@ class LagConfigMapCreatorSm : public QonBaseSm {
    /** Something about the port changed, wherever it is a member. */
    void reviewPort( const Ulnet::IntfId & port );
 
+ private:
    Velto::Ptr< LagConfigMemberCreatorSm >
    makeMemberSm( const Ulnet::IntfId & lag,
                  const Velto::Ptr< const LagConfigMemberCreatorSm::LagConfig > & config );
    void cleanUpMemberSm( const Ulnet::IntfId & lag, LagConfigMemberCreatorSm * sm );
 
- private:
    friend class LagConfigMemberCreatorSm;
    std::optional< Hardware::Lag::Member > wanted( Ulnet::IntfId lag, Ulnet::IntfId port ) const;
 

@@ -6,6 +6,9 @@
 //    FapIdPortDir ---------------'                        v
 //                                              Hardware::Lag::Config
 //
+// One of three possible writers of Hardware::Lag::Config, of which an agent has one (HardwareLagWriter.h):
+// this one for agents that keep groups in step with a packet driver of the kernel.
+//
 // Invariants
 // 1. A member is in the configuration exactly while both maps say that it is one, its interface has
 //    a status, and its hardware port is known.
@@ -80,8 +83,6 @@ class QonLagCreatorSm : public QonBaseSm {
    static U32 getLagIndex( Ulnet::IntfId lagName ) { return Qon::getLagIndex( lagName ); }
 
    LagMemberCreatorSm * lagMemberSm( Ulnet::IntfId lag ) const { return members_.sm( lag ); }
-   const Inputs & in() const { return in_; }
-   HardwareLagWriter & writer() { return writer_; }
 
    void handleLagToPort( const Ulnet::IntfId & lag );
    /** Something about the port changed: its aggregate, its interface status, its hardware port. */
@@ -91,6 +92,8 @@ class QonLagCreatorSm : public QonBaseSm {
    void removeLagMemberSm( const Ulnet::IntfId & lag, LagMemberCreatorSm * sm );
 
  private:
+   friend class LagMemberCreatorSm;
+
    const Inputs in_;
    HardwareLagWriter writer_;
    SmCollection< Ulnet::IntfId, bool, LagMemberCreatorSm, QonLagCreatorSm,

@@ -7,6 +7,9 @@
 //                                              Config.lag[ lag ].member[ port ] <-'
 //    chip -> Hardware::Lag::Status -> programmed( lag, port )
 //
+// One of three possible writers of Hardware::Lag::Config, of which an agent has one (HardwareLagWriter.h):
+// this one for agents that follow LagSm, which is most of them.
+//
 // Invariants
 // 1. A member is in Config exactly while it is wanted and its hardware port is known; a group
 //    exactly while it has a member.
@@ -23,7 +26,7 @@
 
 namespace Qon {
 
-class LagProgSm : public QonBaseSm {
+class LagProgSm : public QonBaseSm, public Checked {
  public:
    /** `fapIdPortDir` may be null: then every port is programmed, as hardware port 0 of chip 0. */
    LagProgSm( Velto::Ptr< Hardware::Lag::Config > config,
@@ -46,8 +49,7 @@ class LagProgSm : public QonBaseSm {
 
    void handleFapIdPort( const Ulnet::IntfId & port );
 
-   /** What does not hold; empty when all does. */
-   String checkInvariants() const;
+   String checkInvariants() const override;
 
  private:
    struct Wanted {

@@ -6,7 +6,7 @@
 //                                                               |
 //    acsd.intf (managed?) ------------------------> reviewPort( port ) -> acsd.lagToPort,
 //                                                               |         then acsd.portToLag
-//    Mlag::Status, sharePeerLinkWithLag -> reviewSharing( lag ) +-> LagProgSm -> hardware
+//    Mlag::Status, sharePeerLinkWithLag -> reviewPeerLinkOf( lag ) +-> LagProgSm -> hardware
 //
 // Invariants
 // 1. portToLag is the inverse of lagToPort whenever a change of portToLag is published; a list is
@@ -34,7 +34,7 @@
 
 namespace Qon {
 
-class LagSm : public QonBaseSm {
+class LagSm : public QonBaseSm, public Checked {
  public:
    /** Follows the status of one aggregate. */
    class NestedSm_Status : public QonBaseSm {
@@ -116,8 +116,7 @@ class LagSm : public QonBaseSm {
    void handleVerify();
    /** The same once more, without asking for a retry. */
    void handleRetryVerify();
-   /** What does not hold; empty when all does. */
-   String checkInvariants() const;
+   String checkInvariants() const override;
 
    QonCommonSmData * acsd() const { return in_.acsd.ptr(); }
    LagProgSm * lagProgSm() const { return in_.lagProgSm.ptr(); }
@@ -128,14 +127,21 @@ class LagSm : public QonBaseSm {
    void handleMlagStateOrPeerLinkIntf();
    void handleMlagFastMacRedirection();
 
+ private:
    Velto::Ptr< NestedSm_Status >
    makeStatusSm( const Ulnet::IntfId & lag,
                  const Velto::Ptr< const Interface::EthLagIntfStatus > & status );
    void cleanUpStatusSm( const Ulnet::IntfId & lag, NestedSm_Status * sm );
 
- private:
-   /** One thing to be made true. */
-   enum class What : U8 { entry, port, fallback, sharing, allSharing, sharers };
+   /** A question whose answer may have changed, and that is looked at when its turn comes. */
+   enum class What : U8 {
+      entry,         // is there an entry in lagToPort for this aggregate?
+      port,          // which aggregate has this port?
+      fallback,      // is this aggregate in individual mode?
+      peerLinkOf,    // does this aggregate take members from the peer link, and from which?
+      peerLinkOfAll, // the same for every aggregate that is set to
+      borrowers,     // what do the aggregates that took the peer link's members have of it now?
+   };
    struct Work {
       What what;
       Ulnet::IntfId intf;
@@ -169,9 +175,9 @@ class LagSm : public QonBaseSm {
    void maybeSharePeerLinkWithLag( Ulnet::IntfId lag, const QonLagPortList & portList );
    void addOrRemovePeerLink( Ulnet::IntfId lag, Ulnet::IntfId peerLink,
                              const QonLagPortList & portList, bool forceUpdate );
-   void reviewSharing( Ulnet::IntfId lag );
-   void reviewAllSharing();
-   void reviewSharers();
+   void reviewPeerLinkOf( Ulnet::IntfId lag );
+   void reviewPeerLinkOfAll();
+   void reviewBorrowers();
 
    /** Each reports what it finds. */
    void verifyLagToPort() const;
@@ -187,8 +193,9 @@ class LagSm : public QonBaseSm {
    bool changed_ = false; // the maps, since verification was last asked for
    bool allManaged_ = true;
    LagClaims claims_;
-   KeySet< Ulnet::IntfId > share_;                         // sharePeerLinkWithLag
-   Kiv::DenseMap< Ulnet::IntfId, Ulnet::IntfId > sharing_; // aggregate -> peer link
+   KeySet< Ulnet::IntfId > share_; // sharePeerLinkWithLag
+   Kiv::DenseMap< Ulnet::IntfId, Ulnet::IntfId >
+         borrowed_; // aggregate -> peer link whose members it has
    VerifyCheck check_;
    SmCollection< Ulnet::IntfId, Velto::Ptr< const Interface::EthLagIntfStatus >, NestedSm_Status,
                  LagSm, &LagSm::makeStatusSm, &LagSm::cleanUpStatusSm >

@@ -75,10 +75,10 @@ class LagStateAggregatorSm : public QonBaseSm {
    /** Whether a slice has the aggregate. */
    bool lagExists( Ulnet::IntfId lag ) const;
 
+ private:
    Velto::Ptr< LagMemberStateAggregatorSm > makeLagSm( const Ulnet::IntfId & lag, const bool & );
    void cleanUpLagSm( const Ulnet::IntfId & lag, LagMemberStateAggregatorSm * sm );
 
- private:
    using LagWatch = Kiv::Watch< Hardware::Lag::Status::lagAttr, LagStateAggregatorSm,
                                 &LagStateAggregatorSm::handleHwLagStatus >;
 

@@ -35,7 +35,7 @@
 
 namespace Qon {
 
-class QonMacProgrammer : public QonBaseSm {
+class QonMacProgrammer : public QonBaseSm, public Checked {
    KIV_BODY( QonMacProgrammer, QonBaseSm )
 
    using AddrOpMap = Kiv::DenseMap< U64, IndirectAccessMacCmd * >;
@@ -191,9 +191,8 @@ class QonMacProgrammer : public QonBaseSm {
    U32 overflowAddrOps() const { return overflowAddrOp_.size(); }
    /** @} */
 
-   /** What is wrong with the books, empty if nothing is. Not for the inside of a run. Takes time by
-       the number of commands. */
-   Velto::String checkInvariants() const;
+   /** Takes time by the number of commands. */
+   Velto::String checkInvariants() const override;
 
  private:
    /** The whole key in one number: 48 bits of address, 12 of VLAN, 4 of table. */

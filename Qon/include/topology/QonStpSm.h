@@ -27,187 +27,14 @@
 #include "Qon/include/framework/LagView.h"
 #include "Qon/include/framework/SmCollection.h"
 #include "Qon/include/topology/TopoHelper.h"
-#include "platform/types/Topology.h"
+#include "Qon/include/topology/TopoRecords.h"
 
 namespace Qon {
 
 class TopoSm;
-class StpSm;
+class TopoPortSm;
 
-/** The VLANs of one topology. */
-class MappedVlan : public Kiv::Entity {
-   KIV_BODY( MappedVlan, Kiv::Entity )
-   KIV_MAP( Bridging::VlanId, bool, vlan )
- public:
-   explicit MappedVlan( const String & topoName ) : Kiv::Entity( topoName ) {}
-};
-
-/** A state that was handed to the hardware. */
-class TopoPortState {
-   Bridging::Topology::PortState state_ = Bridging::Topology::PortState::disabled;
-   U64 request_ = 0; // tells a later request for the same port from this one
-   KIV_VALUE( Qon, TopoPortState, state, request )
-};
-
-/** What one topology's ports wait for. */
-class PendingStpStateTopo : public Kiv::Entity {
-   KIV_BODY( PendingStpStateTopo, Kiv::Entity )
-   KIV_MAP( Ulnet::IntfId, TopoPortState, pendingIntfState )
- public:
-   explicit PendingStpStateTopo( const String & topoName ) : Kiv::Entity( topoName ) {}
-};
-
-/** The interfaces in tap or tool mode; empty outside tap-aggregation mode. */
-class IntfSet : public Kiv::Entity {
- public:
-   class IntfInfo : public Kiv::Entity {
-      KIV_BODY( IntfInfo, Kiv::Entity )
-      KIV_ATTR( bool, isLag, false )
-    public:
-      explicit IntfInfo( const Ulnet::IntfId & intfId, bool isLag = false )
-          : isLag_( isLag ), intfId_( intfId ) {}
-      Ulnet::IntfId intfId() const { return intfId_; }
-
-    private:
-      const Ulnet::IntfId intfId_;
-   };
-
-   KIV_BODY( IntfSet, Kiv::Entity )
-   KIV_ENTITIES( Ulnet::IntfId, IntfInfo, intfInfo )
- public:
-   explicit IntfSet( const String & name ) : Kiv::Entity( name ) {}
-};
-
-/** One port of one topology. */
-class TopoPortSm : public QonBaseSm {
- public:
-   using PortState = Bridging::Topology::PortState;
-   using Config = Bridging::Topology::TopoPortConfig;
-   using Status = Bridging::Topology::TopoPortStatus;
-
-   TopoPortSm( Ulnet::IntfId intf, Velto::Ptr< const Config > config, TopoSm * topoSm );
-
-   Ulnet::IntfId intf() const { return intf_; }
-   const Config * config() const { return config_.ptr(); }
-   Status * status() const { return status_.ptr(); }
-   TopoSm * topoSm() const { return topoSm_; }
-   TopoHelper * topoHelper() const;
-   U32 topoId() const;
-   IntfSet * tapAggIntf() const;
-   bool isLag() const { return Ulnet::PortChannelIntfId::isPortChannelIntfId( intf_ ); }
-   bool inTapOrTool() const { return tapAggIntf()->intfInfoHas( intf_ ); }
-   /** What the hardware is to carry: the configured state, or forwarding in tap or tool mode. */
-   PortState wantedState() const {
-      return inTapOrTool() ? PortState::forwarding : config_->state();
-   }
-
-   void handleInitialized() override;
-   /** Requests the configured state. */
-   void handleState();
-   /** The change information alone: echoes it where it belongs to a state that is done. */
-   void handleChangeInfo();
-   void handleFdbFlush();
-   /** Hands the state over; false if there was nothing to hand over. */
-   bool doSetStpState( Ulnet::IntfId intf, PortState state );
-   /** Writes the status: this state is in the hardware. */
-   void stateDone( PortState state );
-   /** Forgets what is pending. */
-   void doCleanup();
-
- private:
-   bool works() const { return initialized() && !zombie(); }
-   static void handleConfig( void * self, const Kiv::Entity &, int attribute, const void * );
-
-   const Ulnet::IntfId intf_;
-   TopoSm * const topoSm_;
-   const Velto::Ptr< const Config > config_;
-   Velto::Ptr< Status > status_;
-   U32 writes_ = 0; // of the status: tells whether a watcher of it came in between
-   Kiv::EntityWatch configWatch_;
-};
-
-/** One topology. */
-class TopoSm : public QonBaseSm {
- public:
-   using PortState = Bridging::Topology::PortState;
-   using Config = Bridging::Topology::TopoConfig;
-   using Status = Bridging::Topology::Inst::TopoStatus;
-   /** What a TopoSm stands for; false where there is no topology. */
-   struct Input {
-      Velto::Ptr< const Config > config;
-      Velto::Ptr< Status > status;
-      U32 topoId = 0;
-      explicit operator bool() const { return bool( config ); }
-      bool operator==( const Input & ) const = default;
-   };
-
-   TopoSm( const String & name, const Input & input, StpSm * stpSm );
-
-   const String & name() const { return name_; }
-   U32 topoId() const { return input_.topoId; }
-   const Config * config() const { return input_.config.ptr(); }
-   Status * status() const { return input_.status.ptr(); }
-   TopoHelper * topoHelper() const;
-   StpSm * stpSm() const { return stpSm_; }
-
-   TopoPortSm * topoPortSm( Ulnet::IntfId intf ) const { return topoPortSm_.sm( intf ); }
-   U32 topoPortSms() const { return topoPortSm_.size(); }
-   template< class Act >
-   void forEachPort( Act && act ) const {
-      topoPortSm_.forEach( std::forward< Act >( act ) );
-   }
-
-   void handleInitialized() override;
-   void kivDoZombieReactors() override;
-   void handleTopoPortChange( const Ulnet::IntfId & intf );
-   void handleTopoPortChange();
-   /** The port joined a group, left `from`, or moved. */
-   void handlePortToLag( const Ulnet::IntfId & intf, Ulnet::IntfId from = {} );
-   /** The interface entered or left tap or tool mode. */
-   void handleTapAggIntf( const Ulnet::IntfId & intf );
-   /** Hands a port's state to the hardware: of an aggregate, for every member. False for a
-       member, for which nothing is handed over. */
-   bool doSetStpState( Ulnet::IntfId intf, bool isLag, Ulnet::IntfId lagIntf, PortState state );
-   /** The hardware has taken everything that was handed over. */
-   void stateDone();
-   /** Takes the ports down and gives the topology back to the hardware. */
-   void doCleanup();
-
-   /** @name What waits for the hardware */
-   /** @{ */
-   void pendingIs( Ulnet::IntfId intf, PortState state );
-   void pendingDel( Ulnet::IntfId intf );
-   bool pendingHas( Ulnet::IntfId intf ) const;
-   /** @} */
-
-   /** Whether the VLAN was added in the hardware on behalf of this topology. */
-   bool vlanAdded( U16 vlan ) const { return addedVlan_.has( vlan ); }
-   void vlanAddedIs( U16 vlan ) { addedVlan_.emplace( vlan ); }
-   void vlanAddedDel( U16 vlan ) { addedVlan_.erase( vlan ); }
-
- private:
-   bool works() const { return initialized() && !zombie(); }
-   Velto::Ptr< TopoPortSm > makePort( const Ulnet::IntfId & intf,
-                                      const Velto::Ptr< const TopoPortSm::Config > & config );
-   void cleanUpPort( const Ulnet::IntfId & intf, TopoPortSm * port );
-   void setStpState( Ulnet::IntfId intf, PortState state );
-   void setLagState( Ulnet::IntfId lag, Ulnet::IntfId port );
-
-   const String name_;
-   const Input input_;
-   StpSm * const stpSm_;
-   Velto::Ptr< PendingStpStateTopo > pending_; // the entry of stpSm's, null where there is none
-   Kiv::DenseMap< U16, Kiv::Nothing > addedVlan_;
-   U32 fanOut_ = 0;            // hook calls for the members of an aggregate under way
-   bool doneInFanOut_ = false; // the last of them reported done
-   SmCollection< Ulnet::IntfId, Velto::Ptr< const TopoPortSm::Config >, TopoPortSm, TopoSm,
-                 &TopoSm::makePort, &TopoSm::cleanUpPort >
-         topoPortSm_;
-   Kiv::Watch< Config::topoPortConfigAttr, TopoSm, &TopoSm::handleTopoPortChange > portWatch_;
-   Kiv::Watch< IntfSet::intfInfoAttr, TopoSm, &TopoSm::handleTapAggIntf > tapAggWatch_;
-};
-
-class StpSm : public QonBaseSm {
+class StpSm : public QonBaseSm, public Checked {
    KIV_BODY( StpSm, QonBaseSm )
    KIV_PTR( const Bridging::Topology::Config, config )
    KIV_PTR( Bridging::Topology::Inst::Status, status )
@@ -267,18 +94,19 @@ class StpSm : public QonBaseSm {
    void setStpStateDoneTopoName( const String & name );
    void setStpStateDoneTopoId( U32 topoId );
 
-   /** What does not hold of the invariants above; empty if all do. */
-   String checkInvariants() const;
-
-   /** @name For TopoSm */
-   /** @{ */
-   void topoIdIs( U32 topoId, TopoSm * topoSm );
-   void topoIdDel( U32 topoId, TopoSm * topoSm );
-   U64 nextRequest() { return ++request_; }
-   U64 lastRequest() const { return request_; }
-   /** @} */
+   String checkInvariants() const override;
 
  private:
+   friend class TopoSm;
+
+   /** What a TopoSm stands for; false where there is no topology. */
+   struct TopoInput {
+      Velto::Ptr< const Bridging::Topology::TopoConfig > config;
+      Velto::Ptr< Bridging::Topology::Inst::TopoStatus > status;
+      U32 topoId = 0;
+      explicit operator bool() const { return bool( config ); }
+      bool operator==( const TopoInput & ) const = default;
+   };
    /** Reviews a topology when one of its two ids changes. */
    class TopoIdSm;
    struct TopoIdInput {
@@ -288,10 +116,15 @@ class StpSm : public QonBaseSm {
       bool operator==( const TopoIdInput & ) const = default;
    };
 
-   Velto::Ptr< TopoSm > makeTopo( const String & name, const TopoSm::Input & input );
+   Velto::Ptr< TopoSm > makeTopo( const String & name, const TopoInput & input );
    void cleanUpTopo( const String & name, TopoSm * topoSm );
    Velto::Ptr< TopoIdSm > makeTopoId( const String & name, const TopoIdInput & input );
    void cleanUpTopoId( const String & name, TopoIdSm * sm );
+
+   void topoIdIs( U32 topoId, TopoSm * topoSm );
+   void topoIdDel( U32 topoId, TopoSm * topoSm );
+   U64 nextRequest() { return ++request_; }
+   U64 lastRequest() const { return request_; }
 
    void attach();
    void detach();
@@ -310,12 +143,12 @@ class StpSm : public QonBaseSm {
    U32 tapAggTopoId_ = 0;
    U64 request_ = 0;
    Kiv::DenseMap< U32, std::vector< TopoSm * > > topoById_;
+   KeySet< U16 > addedVlan_; // in the hardware, on behalf of the TopoSm that the VLAN is in
    VerifyCheck verifyCheck_;
    Velto::Ptr< TapAggIntfSm > tapAggIntfSm_;
    SmCollection< String, TopoIdInput, TopoIdSm, StpSm, &StpSm::makeTopoId, &StpSm::cleanUpTopoId >
          topoIdSm_;
-   SmCollection< String, TopoSm::Input, TopoSm, StpSm, &StpSm::makeTopo, &StpSm::cleanUpTopo >
-         topoSm_;
+   SmCollection< String, TopoInput, TopoSm, StpSm, &StpSm::makeTopo, &StpSm::cleanUpTopo > topoSm_;
 
    using BrConfig = Bridging::Topology::Config;
    Kiv::Watch< BrConfig::topoConfigAttr, StpSm, &StpSm::handleTopoChange > topoConfigWatch_;
@@ -334,6 +167,125 @@ class StpSm : public QonBaseSm {
    Kiv::Watch< TapAgg::HwConfig::tapAggTopoNameAttr, StpSm, &StpSm::handleTapAggConfig >
          tapAggNameWatch_;
    LagFollower< StpSm, &StpSm::handleLag > lagFollower_;
+};
+
+/** One topology. */
+class TopoSm : public QonBaseSm {
+ public:
+   using PortState = Bridging::Topology::PortState;
+   using Config = Bridging::Topology::TopoConfig;
+   using Status = Bridging::Topology::Inst::TopoStatus;
+   using PortConfig = Bridging::Topology::TopoPortConfig;
+
+   TopoSm( const String & name, const StpSm::TopoInput & input, StpSm * stpSm );
+
+   const String & name() const { return name_; }
+   U32 topoId() const { return input_.topoId; }
+   const Config * config() const { return input_.config.ptr(); }
+   Status * status() const { return input_.status.ptr(); }
+   TopoHelper * topoHelper() const;
+   StpSm * stpSm() const { return stpSm_; }
+
+   TopoPortSm * topoPortSm( Ulnet::IntfId intf ) const { return topoPortSm_.sm( intf ); }
+   U32 topoPortSms() const { return topoPortSm_.size(); }
+   template< class Act >
+   void forEachPort( Act && act ) const {
+      topoPortSm_.forEach( std::forward< Act >( act ) );
+   }
+
+   void handleInitialized() override;
+   void kivDoZombieReactors() override;
+   void handleTopoPortChange( const Ulnet::IntfId & intf );
+   void handleTopoPortChange();
+   /** The port joined a group, left `from`, or moved. */
+   void handlePortToLag( const Ulnet::IntfId & intf, Ulnet::IntfId from = {} );
+   /** The interface entered or left tap or tool mode. */
+   void handleTapAggIntf( const Ulnet::IntfId & intf );
+   /** Hands a port's state to the hardware: of an aggregate, for every member. False for a
+       member, for which nothing is handed over. */
+   bool doSetStpState( Ulnet::IntfId intf, bool isLag, Ulnet::IntfId lagIntf, PortState state );
+   /** Takes the ports down and gives the topology back to the hardware. */
+   void doCleanup();
+
+   /** Whether the port's state was handed over and is not done yet. */
+   bool pendingHas( Ulnet::IntfId intf ) const;
+
+ private:
+   friend class StpSm;
+   friend class TopoPortSm;
+
+   bool works() const { return initialized() && !zombie(); }
+   /** The hardware has taken everything that was handed over. */
+   void stateDone();
+   void pendingIs( Ulnet::IntfId intf, PortState state );
+   void pendingDel( Ulnet::IntfId intf );
+   Velto::Ptr< TopoPortSm > makePort( const Ulnet::IntfId & intf,
+                                      const Velto::Ptr< const PortConfig > & config );
+   void cleanUpPort( const Ulnet::IntfId & intf, TopoPortSm * port );
+   void setStpState( Ulnet::IntfId intf, PortState state );
+   void setLagState( Ulnet::IntfId lag, Ulnet::IntfId port );
+
+   const String name_;
+   const StpSm::TopoInput input_;
+   StpSm * const stpSm_;
+   Velto::Ptr< PendingStpStateTopo > pending_; // the entry of stpSm's, null where there is none
+   U32 fanOut_ = 0;            // hook calls for the members of an aggregate under way
+   bool doneInFanOut_ = false; // the last of them reported done
+   SmCollection< Ulnet::IntfId, Velto::Ptr< const PortConfig >, TopoPortSm, TopoSm,
+                 &TopoSm::makePort, &TopoSm::cleanUpPort >
+         topoPortSm_;
+   Kiv::Watch< Config::topoPortConfigAttr, TopoSm, &TopoSm::handleTopoPortChange > portWatch_;
+   Kiv::Watch< IntfSet::intfInfoAttr, TopoSm, &TopoSm::handleTapAggIntf > tapAggWatch_;
+};
+
+/** One port of one topology. */
+class TopoPortSm : public QonBaseSm {
+ public:
+   using PortState = Bridging::Topology::PortState;
+   using Config = Bridging::Topology::TopoPortConfig;
+   using Status = Bridging::Topology::TopoPortStatus;
+
+   TopoPortSm( Ulnet::IntfId intf, Velto::Ptr< const Config > config, TopoSm * topoSm );
+
+   Ulnet::IntfId intf() const { return intf_; }
+   const Config * config() const { return config_.ptr(); }
+   Status * status() const { return status_.ptr(); }
+   TopoSm * topoSm() const { return topoSm_; }
+   TopoHelper * topoHelper() const;
+   U32 topoId() const;
+   IntfSet * tapAggIntf() const;
+   bool isLag() const { return Ulnet::PortChannelIntfId::isPortChannelIntfId( intf_ ); }
+   bool inTapOrTool() const { return tapAggIntf()->intfInfoHas( intf_ ); }
+   /** What the hardware is to carry: the configured state, or forwarding in tap or tool mode. */
+   PortState wantedState() const {
+      return inTapOrTool() ? PortState::forwarding : config_->state();
+   }
+
+   void handleInitialized() override;
+   /** Requests the configured state. */
+   void handleState();
+   void handleFdbFlush();
+   /** Hands the state over; false if there was nothing to hand over. */
+   bool doSetStpState( Ulnet::IntfId intf, PortState state );
+   /** Forgets what is pending. */
+   void doCleanup();
+
+ private:
+   friend class TopoSm;
+
+   bool works() const { return initialized() && !zombie(); }
+   /** The change information alone: echoes it where it belongs to a state that is done. */
+   void handleChangeInfo();
+   /** Writes the status: this state is in the hardware. */
+   void stateDone( PortState state );
+   static void handleConfig( void * self, const Kiv::Entity &, int attribute, const void * );
+
+   const Ulnet::IntfId intf_;
+   TopoSm * const topoSm_;
+   const Velto::Ptr< const Config > config_;
+   Velto::Ptr< Status > status_;
+   U32 writes_ = 0; // of the status: tells whether a watcher of it came in between
+   Kiv::EntityWatch configWatch_;
 };
 
 /** Keeps the set of interfaces in tap or tool mode, and lets them forward in the tap-aggregation

@@ -30,24 +30,12 @@
 #include <vector>
 
 #include "Qon/include/framework/QonCommonSmData.h"
+#include "Qon/include/topology/VlanTypes.h"
 #include "platform/Kiv/Clock.h"
 
 namespace Qon {
 
-/** How the programming of a VLAN ended. */
-enum class VlanProgrammingStatus : U8 { success = 0, failed = 1 };
-KIV_ENUM( VlanProgrammingStatus, success, failed )
-
-/** How a port is in a VLAN; not at all when both directions are false. */
-struct VlanMembership {
-   bool tagged = false;
-   bool ingress = false;
-   bool egress = false;
-   explicit operator bool() const { return ingress || egress; }
-   bool operator==( const VlanMembership & ) const = default;
-};
-
-class VlanHelper : public VlanHelperBase {
+class VlanHelper : public VlanHelperBase, public Checked {
    KIV_BODY( VlanHelper, VlanHelperBase )
    KIV_MAP( Bridging::VlanId, U64, completedVlanUpdateStatus ) // last completed generation
  public:
@@ -121,8 +109,7 @@ class VlanHelper : public VlanHelperBase {
    void forEachMember( VlanId vlan, Act && act ) const {
       forEachPort( vlan, false, act );
    }
-   /** What does not hold of the invariants above; empty if all do. */
-   String checkInvariants() const;
+   String checkInvariants() const override;
    /** @} */
 
  private:

@@ -21,32 +21,10 @@
 
 namespace Qon {
 
-/** What waits to be walked for one topology. */
-class TopoUpdate : public Kiv::Entity {
-   KIV_BODY( TopoUpdate, Kiv::Entity )
-   KIV_MAP( Ulnet::IntfId, Bridging::Topology::PortState, stpStateChange )
-   KIV_QUEUE( Bridging::VlanId, vlanToUpdate )
- public:
-   explicit TopoUpdate( const String & topoName ) : Kiv::Entity( topoName ) {}
-   const String & topoName() const { return name(); }
-};
+class TopoUpdate;
+class TopoPendingVlans;
 
-/** The VLANs that a topology waits for. */
-class TopoPendingVlans : public Velto::Node {
- public:
-   struct VlanUpdateGenId {
-      U64 genId = 0;
-   };
-   explicit TopoPendingVlans( const String & topoName ) : topoName_( topoName ) {}
-   const String & topoName() const { return topoName_; }
-
-   Kiv::DenseMap< U16, VlanUpdateGenId > pendingVlanUpdateGenId;
-
- private:
-   const String topoName_;
-};
-
-class VlanTopoHelper : public TopoHelper {
+class VlanTopoHelper : public TopoHelper, public Checked {
  public:
    VlanTopoHelper( Velto::Ptr< VlanHelper > vlanHelper, Kiv::TaskScheduler * taskScheduler,
                    U32 taskPriority, const String & taskName );
@@ -82,8 +60,7 @@ class VlanTopoHelper : public TopoHelper {
    /** What the topology waits for; null for nothing. */
    const TopoPendingVlans * topoPendingVlans( const String & topoName ) const;
 
-   /** What does not hold of the invariants above; empty if all do. */
-   String checkInvariants() const;
+   String checkInvariants() const override;
 
  private:
    class WalkTask : public Kiv::Task {
@@ -128,6 +105,31 @@ class VlanTopoHelper : public TopoHelper {
    Kiv::Watch< VlanHelper::completedVlanUpdateStatusAttr, VlanTopoHelper,
                &VlanTopoHelper::handleCompletedVlanUpdateStatus >
          completedVlanUpdateStatus_;
+};
+
+/** What waits to be walked for one topology. */
+class TopoUpdate : public Kiv::Entity {
+   KIV_BODY( TopoUpdate, Kiv::Entity )
+   KIV_MAP( Ulnet::IntfId, Bridging::Topology::PortState, stpStateChange )
+   KIV_QUEUE( Bridging::VlanId, vlanToUpdate )
+ public:
+   explicit TopoUpdate( const String & topoName ) : Kiv::Entity( topoName ) {}
+   const String & topoName() const { return name(); }
+};
+
+/** The VLANs that a topology waits for. */
+class TopoPendingVlans : public Velto::Node {
+ public:
+   struct VlanUpdateGenId {
+      U64 genId = 0;
+   };
+   explicit TopoPendingVlans( const String & topoName ) : topoName_( topoName ) {}
+   const String & topoName() const { return topoName_; }
+
+   Kiv::DenseMap< U16, VlanUpdateGenId > pendingVlanUpdateGenId;
+
+ private:
+   const String topoName_;
 };
 
 Velto::Ptr< VlanTopoHelper > VlanTopoHelperIs( Velto::Ptr< VlanHelper > vlanHelper,

@@ -1,4 +1,4 @@
-#include "agent/softchip/SoftTcam.h"
+#include "tests/async/SoftTcam.h"
 
 #include <algorithm>
 #include <cmath>
