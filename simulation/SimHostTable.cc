@@ -21,8 +21,8 @@ constexpr Operation operationTable[] = {
 /** The chip's programmer, with a record of the calls. */
 class SimHostTable::Programmer : public SoftChip::SoftMacProgrammer {
  public:
-   Programmer( World & world, const SoftChip::HostTableShape & shape )
-       : SoftMacProgrammer( world.scheduler.timerWheel(), shape, world.faults ), world_( world ) {}
+   Programmer( World & world, const Velto::Ptr< SoftChip::HostTable > & table )
+       : SoftMacProgrammer( world.scheduler.timerWheel(), table ), world_( world ) {}
    Qon::MacProgramStatus writeToHw( const Qon::MacCmdPtr & cmd ) override {
       world_.transcript.add( "hostTable", cmd->type(), cmd->key(), cmd->intf(),
                              cmd->transactionId() );
@@ -49,7 +49,9 @@ SimHostTable::SimHostTable( World & world )
 
 void
 SimHostTable::start() {
-   programmer_ = Qon::smIs< Programmer >( world_, shape_ );
+   table_ =
+         Velto::make< SoftChip::HostTable >( world_.scheduler.timerWheel(), shape_, world_.faults );
+   programmer_ = Qon::smIs< Programmer >( world_, table_ );
    programmer_->initializedIs( true );
 }
 
