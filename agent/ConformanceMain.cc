@@ -33,7 +33,8 @@ shapeOf( const Settings & settings ) {
 std::map< Qon::MacEntryKey, IntfId >
 hosts( const SoftChip::Chip & chip ) {
    std::map< Qon::MacEntryKey, IntfId > held;
-   for ( auto & [key, host] : *chip.of< SoftChip::MacPart >().hosts() ) {
+   const auto hosts = chip.of< SoftChip::MacPart >().hosts();
+   for ( auto & [key, host] : *hosts ) {
       held[key] = host.intf;
    }
    return held;
@@ -42,7 +43,8 @@ hosts( const SoftChip::Chip & chip ) {
 std::map< String, HeldTopology >
 topologies( const SoftChip::Chip & chip ) {
    std::map< String, HeldTopology > held;
-   for ( auto & [name, topology] : *chip.of< SoftChip::TopologyPart >().topologies() ) {
+   const auto topologies = chip.of< SoftChip::TopologyPart >().topologies();
+   for ( auto & [name, topology] : *topologies ) {
       held[name] = { topology.vlans, topology.ports };
    }
    return held;
@@ -51,7 +53,8 @@ topologies( const SoftChip::Chip & chip ) {
 std::map< IntfId, std::set< IntfId > >
 lags( const SoftChip::Chip & chip ) {
    std::map< IntfId, std::set< IntfId > > held;
-   for ( auto & [lag, group] : *chip.of< SoftChip::LagPart >().groups() ) {
+   const auto groups = chip.of< SoftChip::LagPart >().groups();
+   for ( auto & [lag, group] : *groups ) {
       for ( auto & [port, member] : group ) {
          held[lag].insert( port );
       }

@@ -70,6 +70,21 @@ LagTable::hold( const LagPlace & place, U32 index, const Member & member ) {
    }
 }
 
+void
+LagTable::later( Kiv::Seconds after, const LagPlace & place, U32 index,
+                 const std::optional< Member > & want ) {
+   late_.latencyIs( after );
+   late_.add( [=, this] {
+      const Member * held = member( place.lag, place.port );
+      if ( held && ( !want || want->port() != held->port() ) ) {
+         drop( place );
+      }
+      if ( want ) {
+         write( place, index, *want );
+      }
+   } );
+}
+
 bool
 LagTable::drop( const LagPlace & place ) {
    Group * group = groups_.find( place.lag );

@@ -5,12 +5,14 @@
 // 1. The table never holds more than it has room for, nor a hardware port as the own member of two
 //    groups; what does not fit is refused, with the reason.
 // 2. A group is in the table while it has members.
+// 3. What a programmer left when it went is done at its time, or before the next one begins.
 //
 // Reads the fault plan: hook "lagMember" for each member that is written, tables "lagTable" and
 // "lagMembers".
 
 #include <optional>
 
+#include "agent/softchip/Completions.h"
 #include "agent/softchip/FaultPlan.h"
 #include "platform/types/HardwareLag.h"
 
@@ -56,6 +58,12 @@ class LagTable {
    /** Holds the member, or refuses it; one that is held as wanted is not written again, and one
        that is refused is not held any longer. */
    Written write( const LagPlace & place, U32 index, const Member & member );
+   /** Writes the member after so many seconds, or takes it out if none is wanted; nobody hears what
+       came of it. */
+   void later( Kiv::Seconds after, const LagPlace & place, U32 index,
+               const std::optional< Member > & want );
+   /** Does now what waits for its time. */
+   void finishAll() { late_.finishAll(); }
    /** Takes the member out; false if it is not held. */
    bool drop( const LagPlace & place );
 
@@ -77,6 +85,7 @@ class LagTable {
    FaultPlan & faults_;
    LagLimits limits_;
    Groups groups_;
+   Completions late_;
    Kiv::DenseMap< Qon::FapIdPort, LagPlace > owner_; // of hardware ports that are own members
 };
 
