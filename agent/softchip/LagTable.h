@@ -72,6 +72,8 @@ class LagTable {
    U32 members( Ulnet::IntfId lag ) const;
    /** Null if the chip does not hold it. */
    const Member * member( Ulnet::IntfId lag, Ulnet::IntfId port ) const;
+   /** The group that a port is an own member of; null for none. */
+   Ulnet::IntfId lagOf( Ulnet::IntfId port ) const;
    /** The group that a hardware port is the own member of; null for none. */
    const LagPlace * owner( const Qon::FapIdPort & port ) const { return owner_.find( port ); }
    /** One line a group: "5: Port-Channel5 Ethernet1(0/1 CD) Ethernet2(0/2 CDs)"; C may collect, D
@@ -85,6 +87,7 @@ class LagTable {
    FaultPlan & faults_;
    LagLimits limits_;
    Groups groups_;
+   Kiv::DenseMap< Ulnet::IntfId, Ulnet::IntfId > lagOf_; // of own members
    Completions late_;
    Kiv::DenseMap< Qon::FapIdPort, LagPlace > owner_; // of hardware ports that are own members
 };
