@@ -9,9 +9,9 @@
 #include <random>
 
 #include "agent/Agent.h"
-#include "agent/EventPlayer.h"
 #include "agent/features/FaultFeature.h"
 #include "agent/features/MacFeature.h"
+#include "agent/player/EventPlayer.h"
 #include "agent/server/Console.h"
 #include "agent/softchip/Chip.h"
 #include "tests/mac/FakeChip.h"
