@@ -18,6 +18,21 @@ constexpr Operation operationTable[] = {
 
 } // namespace
 
+/** The chip's programmer, with a record of the calls. */
+class SimHostTable::Programmer : public SoftChip::SoftMacProgrammer {
+ public:
+   Programmer( World & world, const Velto::Ptr< SoftChip::HostTable > & table )
+       : SoftMacProgrammer( world.scheduler.timerWheel(), table ), world_( world ) {}
+   Qon::MacProgramStatus writeToHw( const Qon::MacCmdPtr & cmd ) override {
+      world_.transcript.add( "hostTable", cmd->type(), cmd->key(), cmd->intf(),
+                             cmd->transactionId() );
+      return SoftMacProgrammer::writeToHw( cmd );
+   }
+
+ private:
+   World & world_;
+};
+
 std::span< const Operation >
 SimHostTable::operations() {
    return operationTable;
@@ -34,8 +49,9 @@ SimHostTable::SimHostTable( World & world )
 
 void
 SimHostTable::start() {
-   programmer_ =
-         SoftChip::SoftMacProgrammerIs( world_.scheduler.timerWheel(), shape_, world_.faults );
+   table_ =
+         Velto::make< SoftChip::HostTable >( world_.scheduler.timerWheel(), shape_, world_.faults );
+   programmer_ = Qon::smIs< Programmer >( world_, table_ );
    programmer_->initializedIs( true );
 }
 

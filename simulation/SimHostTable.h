@@ -44,6 +44,7 @@ class SimHostTable : public SimFeature {
 
    std::vector< Key > keys_;
    SoftChip::HostTableShape shape_;
+   Velto::Ptr< SoftChip::HostTable > table_;
    Velto::Ptr< SoftChip::SoftMacProgrammer > programmer_;
 };
 

@@ -62,7 +62,8 @@ SimLag::SimLag( World & world )
       mlag_( Velto::make< Mlag::Status >( "mlag" ) ),
       hardwarePorts_( Velto::make< Hardware::FapIdPortDir >( "ports" ) ),
       hardware_( Velto::make< Hardware::Lag::Config >( "config" ) ),
-      hardwareStatus_( Velto::make< Hardware::Lag::Status >( "status" ) ) {
+      hardwareStatus_( Velto::make< Hardware::Lag::Status >( "status" ) ),
+      table_( world.faults, SoftChip::LagLimits() ) {
    U32 known = world.chance( 20 ).percent( 50 ) ? world.size( Range::port ) : 0;
    for ( U32 i = 0; i < known; ++i ) {
       hardwarePorts_->fapIdPortIs( world.port( i ), Qon::FapIdPort( 1, i ) );
@@ -74,7 +75,7 @@ SimLag::start() {
    using GroupListener = Listener< Hardware::Lag::Config::lagAttr >;
    using PortListener = Listener< Qon::QonCommonSmData::portToLagAttr >;
    if ( !chip_ ) {
-      chip_ = SoftChip::LagTableIs( hardware_, hardwareStatus_, world_.faults );
+      chip_ = SoftChip::SoftLagProgrammerIs( hardware_, hardwareStatus_, table_ );
       chip_->initializedIs( true );
       groupListener_ = Velto::make< GroupListener >(
             hardware_.ptr(), [this]( const IntfId & lag ) { groupHeard( lag ); } );
@@ -479,7 +480,7 @@ String
 SimLag::checkChip( IntfId lag ) const {
    U32 held = 0;
    for ( auto & [port, member] : wantedGroup( lag ) ) {
-      if ( auto there = chip_->member( lag, port ) ) {
+      if ( auto there = table_.member( lag, port ) ) {
          ++held;
          if ( !( *there == member ) ) {
             return "member differs in the chip: " + shown( lag, port );
@@ -491,7 +492,7 @@ SimLag::checkChip( IntfId lag ) const {
          }
       }
    }
-   return chip_->members( lag ) == held ? "" : "member too many in the chip: " + lag.stringValue();
+   return table_.members( lag ) == held ? "" : "member too many in the chip: " + lag.stringValue();
 }
 
 String
@@ -517,7 +518,7 @@ SimLag::tearDown() {
 String
 SimLag::checkTornDown() const {
    auto & acsd = *world_.acsd;
-   return acsd.lagToPorts() || acsd.portToLags() || hardware_->lags() || chip_->lags() ||
+   return acsd.lagToPorts() || acsd.portToLags() || hardware_->lags() || table_.lags() ||
                       names_->intfDeviceNames()
                 ? "left over: a map is not empty without aggregates"
                 : "";

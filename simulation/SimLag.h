@@ -18,7 +18,7 @@
 #include <vector>
 
 #include "Qon/include/lag/QonLagSm.h"
-#include "agent/softchip/LagTable.h"
+#include "agent/softchip/SoftLagProgrammer.h"
 #include "simulation/Listener.h"
 #include "simulation/SimFeature.h"
 
@@ -90,7 +90,8 @@ class SimLag : public SimFeature {
    U32 nested_ = 0; ///< changes to make while portToLag is published
 
    U32 latency_ = 0; ///< how late the chip is, see latencyIs()
-   Velto::Ptr< SoftChip::LagTable > chip_;
+   SoftChip::LagTable table_;
+   Velto::Ptr< SoftChip::SoftLagProgrammer > chip_;
    Velto::Ptr< Qon::LagProgSm > progSm_;
    Velto::Ptr< Qon::LagSm > sm_;
    using MemberListener = Listener< Hardware::Lag::LagConfig::memberAttr >;

@@ -131,7 +131,11 @@ SimTopology::SimTopology( World & world )
    pvst_ = !world.perVlan() && rng.percent( 30 );
 }
 
-SimTopology::~SimTopology() = default;
+/** The tables go last. */
+SimTopology::~SimTopology() {
+   stpSm_ = nullptr;
+   table_ = nullptr;
+}
 
 void
 SimTopology::makeHelper() {
@@ -143,7 +147,9 @@ SimTopology::makeHelper() {
       perVlan_->hasNotificationActiveIs( true );
       helper = perVlan_;
    } else {
-      table_ = Velto::make< Recorder< SoftChip::SoftTopoHelper > >( this, maxTopo_, world_.faults );
+      table_ = nullptr;
+      chip_ = std::make_unique< SoftChip::TopoTable >( maxTopo_, world_.faults );
+      table_ = Velto::make< Recorder< SoftChip::SoftTopoHelper > >( this, *chip_ );
       helper = table_;
    }
    helper->pvstIs( pvst_ );
@@ -173,7 +179,7 @@ SimTopology::restart( bool sameMachine ) {
    left_.clear();
    if ( sameMachine ) {
       stpSm_->doCleanup();
-      if ( !allocated_.empty() || ( table_ && !table_->topologies().empty() ) ) {
+      if ( !allocated_.empty() || ( table_ && !chip_->topologies().empty() ) ) {
          world_.report( "topology", "clean-up: a topology is left in the chip" );
       }
       vlanTopo_.assign( 4095, "" );
@@ -327,8 +333,8 @@ SimTopology::vlanIs( Bridging::VlanId vlan, const String & topo ) {
 
 void
 SimTopology::answer( U32 which ) {
-   if ( table_ && table_->completions().waiting() ) {
-      table_->completions().finish( which % table_->completions().waiting() );
+   if ( table_ && chip_->completions().waiting() ) {
+      chip_->completions().finish( which % chip_->completions().waiting() );
    }
 }
 
@@ -347,9 +353,9 @@ void
 SimTopology::modeIs( U32 mode ) {
    mode_ = mode;
    if ( table_ ) {
-      table_->completions().latencyIs( mode < 2   ? 0
-                                       : mode < 6 ? ( 1u << 4 * ( mode - 2 ) ) * 1e-6
-                                                  : Kiv::never );
+      chip_->completions().latencyIs( mode < 2   ? 0
+                                      : mode < 6 ? ( 1u << 4 * ( mode - 2 ) ) * 1e-6
+                                                 : Kiv::never );
    }
 }
 
@@ -361,9 +367,9 @@ SimTopology::faultsIs( bool on ) {
    }
    nested_ = 0;
    if ( table_ ) {
-      table_->completions().latencyIs( 1e-4 );
-      while ( table_->completions().waiting() ) {
-         table_->completions().finish( 0 );
+      chip_->completions().latencyIs( 1e-4 );
+      while ( chip_->completions().waiting() ) {
+         chip_->completions().finish( 0 );
       }
    }
 }

@@ -18,7 +18,7 @@
 #include <set>
 
 #include "Qon/include/topology/VlanTopoHelper.h"
-#include "agent/softchip/TopoTable.h"
+#include "agent/softchip/SoftTopoHelper.h"
 #include "simulation/Listener.h"
 #include "simulation/SimFeature.h"
 #include "simulation/SimVlan.h"
@@ -99,6 +99,7 @@ class SimTopology : public SimFeature {
 
    Velto::Ptr< Bridging::Topology::Config > config_;
    Velto::Ptr< Bridging::Topology::Inst::Status > status_;
+   std::unique_ptr< SoftChip::TopoTable > chip_;
    Velto::Ptr< SoftChip::SoftTopoHelper > table_; ///< null on a chip without tables
    Velto::Ptr< Qon::VlanTopoHelper > perVlan_;    ///< null on a chip with tables
    Velto::Ptr< Stp > stpSm_;
