@@ -19,7 +19,6 @@ class SimHostTable : public SimFeature {
    static std::span< const Operation > operations();
 
    void start() override;
-   void apply( const Event & event ) override;
    String checkInvariants() const override;
    String checkAtRest() const override;
    bool mayStayArmed() const override;
@@ -38,9 +37,17 @@ class SimHostTable : public SimFeature {
       bool flushed = false; ///< a flush was on its way with the wish, or came after it
    };
 
+   /** @name Operations */
+   /** @{ */
+   void add( const Event & event );
+   void remove( const Event & event );
+   void burst( const Event & event );
+   void flush( const Event & event );
+   void quantumIs( const Event & event );
+   /** @} */
+
    Qon::MacEntryKey keyOf( U32 i ) const;
    void handIn( U32 i, Type type, U32 port );
-   void flush( Type type, U32 i, U32 port );
    String checkKey( U32 i ) const;
 
    std::vector< Key > keys_;

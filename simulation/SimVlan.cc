@@ -5,24 +5,17 @@
 
 namespace Sim {
 
-namespace {
-
-enum Operations : U8 { override, expand, goneOp, feature, finish, mode };
-
-constexpr Operation operationTable[] = {
-      { "override", 30, { Range::intf, Range::vlan, Range::few } },
-      { "expand", 10, { Range::intf, Range::vlan, Range::few } },
-      { "gone", 2, { Range::vlan } },
-      { "feature", 2, { Range::intf, Range::flag } },
-      { "finish", 20, { Range::few } },
-      { "mode", 3, { Range::few } },
-};
-
-} // namespace
-
 std::span< const Operation >
 SimVlan::operations() {
-   return operationTable;
+   static const Operation table[] = {
+         { "override", 30, { Range::intf, Range::vlan, Range::few }, &SimVlan::replace },
+         { "expand", 10, { Range::intf, Range::vlan, Range::few }, &SimVlan::expand },
+         { "gone", 2, { Range::vlan }, &SimVlan::remove },
+         { "feature", 2, { Range::intf, Range::flag }, &SimVlan::recirculate },
+         { "finish", 20, { Range::few }, &SimVlan::finish },
+         { "mode", 3, { Range::few }, &SimVlan::modeIs },
+   };
+   return table;
 }
 
 /** The chip's VLANs, with a record of the calls. */
@@ -65,47 +58,53 @@ SimVlan::stop() {
    helper_ = nullptr;
 }
 
+bool
+SimVlan::ready() {
+   return bool( helper_ );
+}
+
 void
-SimVlan::apply( const Event & event ) {
-   if ( !helper_ ) {
-      return;
-   }
+SimVlan::replace( const Event & event ) {
+   request( world_.intf( event[0] ), world_.vlan( event[1] ), event[2], false );
+}
+
+void
+SimVlan::expand( const Event & event ) {
+   request( world_.intf( event[0] ), world_.vlan( event[1] ), event[2], true );
+}
+
+void
+SimVlan::remove( const Event & event ) {
+   VlanId vlan = world_.vlan( event[0] );
+   std::erase_if( wanted_, [&]( auto & entry ) { return entry.first.first == vlan; } );
+   gone_.insert( vlan );
+   helper_->vlanDel( vlan );
+}
+
+void
+SimVlan::recirculate( const Event & event ) {
    IntfId intf = world_.intf( event[0] );
-   switch ( Operations( event.operation ) ) {
-   case override:
-      request( intf, world_.vlan( event[1] ), event[2], false );
-      break;
-   case expand:
-      request( intf, world_.vlan( event[1] ), event[2], true );
-      break;
-   case goneOp: {
-      VlanId vlan = world_.vlan( event[0] );
-      std::erase_if( wanted_, [&]( auto & entry ) { return entry.first.first == vlan; } );
-      gone_.insert( vlan );
-      helper_->vlanDel( vlan );
-      break;
+   recirc_ = true;
+   if ( event[1] ) {
+      world_.acsd->lagToFeatureSetIs( intf, Lag::Recirc::RecircFeatureSet( 1 ) );
+   } else {
+      world_.acsd->lagToFeatureSetDel( intf );
    }
-   case feature:
-      recirc_ = true;
-      if ( event[1] ) {
-         world_.acsd->lagToFeatureSetIs( intf, Lag::Recirc::RecircFeatureSet( 1 ) );
-      } else {
-         world_.acsd->lagToFeatureSetDel( intf );
-      }
-      break;
-   case finish:
-      if ( helper_->completions().waiting() ) {
-         helper_->completions().finish( event[0] % helper_->completions().waiting() );
-      }
-      break;
-   case mode:
-      mode_ = event[0];
-      helper_->completions().latencyIs( mode_ < 2 ? 0
-                                        : mode_ < 6
-                                              ? rng_.between( 1, 1u << 4 * ( mode_ - 2 ) ) * 1e-6
-                                              : Kiv::never );
-      break;
+}
+
+void
+SimVlan::finish( const Event & event ) {
+   if ( helper_->completions().waiting() ) {
+      helper_->completions().finish( event[0] % helper_->completions().waiting() );
    }
+}
+
+void
+SimVlan::modeIs( const Event & event ) {
+   mode_ = event[0];
+   helper_->completions().latencyIs( mode_ < 2   ? 0
+                                     : mode_ < 6 ? rng_.between( 1, 1u << 4 * ( mode_ - 2 ) ) * 1e-6
+                                                 : Kiv::never );
 }
 
 void

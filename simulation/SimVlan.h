@@ -23,7 +23,7 @@ class SimVlan : public SimFeature {
    static std::span< const Operation > operations();
 
    void start() override;
-   void apply( const Event & event ) override;
+   bool ready() override;
    String checkInvariants() const override;
    void faultsIs( bool on ) override;
    String checkAtRest() const override;
@@ -43,6 +43,16 @@ class SimVlan : public SimFeature {
 
  private:
    class Helper;
+
+   /** @name Operations */
+   /** @{ */
+   void replace( const Event & event );
+   void expand( const Event & event );
+   void remove( const Event & event );
+   void recirculate( const Event & event );
+   void finish( const Event & event );
+   void modeIs( const Event & event );
+   /** @} */
 
    void request( IntfId intf, VlanId vlan, U32 flags, bool expand );
    String checkVlan( VlanId vlan ) const;

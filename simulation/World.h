@@ -9,6 +9,7 @@
 #include "Qon/include/framework/QonCommonSmData.h"
 #include "agent/softchip/FaultPlan.h"
 #include "platform/Kiv/Log.h"
+#include "platform/Kiv/Rng.h"
 #include "platform/Kiv/TaskScheduler.h"
 #include "simulation/SimFeature.h"
 #include "simulation/Transcript.h"
@@ -76,7 +77,16 @@ class World : private Kiv::LogSink {
    Velto::Ptr< Qon::QonCommonSmData > acsd;
    SoftChip::FaultPlan faults;
 
-   static std::span< const Operation > operations();
+   /** @name Time */
+   /** @{ */
+   /** At most so many turns, all at the present moment. */
+   void turns( U32 count );
+   void runFor( Kiv::Seconds span );
+   /** Without faults, until nothing is due; then what must hold at rest is checked. */
+   void rest();
+   /** Takes everything away; from then on nothing happens. */
+   void end();
+   /** @} */
 
  private:
    struct Entry {
@@ -85,12 +95,8 @@ class World : private Kiv::LogSink {
    };
 
    void message( const Kiv::LogDescriptor & descriptor, const String & text ) override;
-   void turns( U32 count );
-   void runFor( Kiv::Seconds span );
    bool turnsAtOneTime();
    void faultsAre( bool on );
-   void rest();
-   void end();
    void check( String ( SimFeature::*what )() const );
 
    Plan plan_;
