@@ -18,6 +18,10 @@
 
 #include "platform/Velto/Types.h"
 
+namespace SoftChip {
+struct Shape;
+}
+
 namespace Sim {
 
 using Velto::String;
@@ -51,7 +55,7 @@ struct Operation {
    /** `act` is a member of the feature's own class. */
    template< class Feature >
    Operation( const char * n, U32 w, const Ranges & r,
-                        void ( Feature::*act )( const Event & event ) )
+              void ( Feature::*act )( const Event & event ) )
        : name( n ), weight( w ), ranges( r ), act( static_cast< Act >( act ) ) {}
 
    const char * name;
@@ -64,6 +68,9 @@ struct FeatureKind {
    const char * name;
    std::span< const Operation > operations;
    std::unique_ptr< SimFeature > ( *make )( World & world );
+   /** Draws the size of its tables in the world's chip, before anything is made; null: as they are
+       in any soft chip. */
+   void ( *shape )( const World & world, SoftChip::Shape & shape );
 };
 
 /** Everything that can be simulated, in the order of creation. The first is part of every plan. */

@@ -18,9 +18,15 @@ namespace {
 template< class Feature >
 FeatureKind
 kindOf( const char * name ) {
-   return { name, Feature::operations(), []( World & world ) -> std::unique_ptr< SimFeature > {
-              return std::make_unique< Feature >( world );
-           } };
+   FeatureKind kind{ name, Feature::operations(),
+                     []( World & world ) -> std::unique_ptr< SimFeature > {
+                        return std::make_unique< Feature >( world );
+                     },
+                     nullptr };
+   if constexpr ( requires { &Feature::shape; } ) {
+      kind.shape = &Feature::shape;
+   }
+   return kind;
 }
 
 } // namespace

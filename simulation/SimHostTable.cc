@@ -7,8 +7,10 @@ namespace Sim {
 /** The chip's programmer, with a record of the calls. */
 class SimHostTable::Programmer : public SoftChip::SoftMacProgrammer {
  public:
-   Programmer( World & world, const SoftChip::HostTableShape & shape )
-       : SoftMacProgrammer( world.scheduler.timerWheel(), shape, world.faults ), world_( world ) {}
+   explicit Programmer( World & world )
+       : SoftMacProgrammer( world.scheduler.timerWheel(),
+                            &world.chip->of< SoftChip::MacPart >().table() ),
+         world_( world ) {}
    Qon::MacProgramStatus writeToHw( const Qon::MacCmdPtr & cmd ) override {
       world_.transcript.add( "hostTable", cmd->type(), cmd->key(), cmd->intf(),
                              cmd->transactionId() );
@@ -32,17 +34,21 @@ SimHostTable::operations() {
 }
 
 SimHostTable::SimHostTable( World & world )
-    : SimFeature( world ), keys_( world.size( Range::key ) ) {
+    : SimFeature( world ), keys_( world.size( Range::key ) ) {}
+
+void
+SimHostTable::shape( const World & world, SoftChip::Shape & shape ) {
    Rng rng = world.chance( 60 );
-   shape_.buckets = rng.between( 1, 8 );
-   shape_.width = rng.between( 1, 4 );
-   shape_.depth = rng.between( 1, 16 );
-   shape_.latency = rng.between( 1, 1u << rng.between( 1, 14 ) ) * 1e-6;
+   auto & hosts = shape.hosts;
+   hosts.buckets = rng.between( 1, 8 );
+   hosts.width = rng.between( 1, 4 );
+   hosts.depth = rng.between( 1, 16 );
+   hosts.latency = rng.between( 1, 1u << rng.between( 1, 14 ) ) * 1e-6;
 }
 
 void
 SimHostTable::start() {
-   programmer_ = Qon::smIs< Programmer >( world_, shape_ );
+   programmer_ = Qon::smIs< Programmer >( world_ );
    programmer_->initializedIs( true );
 }
 

@@ -7,7 +7,7 @@
 
 #include <vector>
 
-#include "agent/softchip/SoftMacProgrammer.h"
+#include "agent/softchip/Chip.h"
 #include "simulation/SimFeature.h"
 
 namespace Sim {
@@ -17,6 +17,7 @@ class SimHostTable : public SimFeature {
    explicit SimHostTable( World & world );
 
    static std::span< const Operation > operations();
+   static void shape( const World & world, SoftChip::Shape & shape );
 
    void start() override;
    String checkInvariants() const override;
@@ -51,7 +52,6 @@ class SimHostTable : public SimFeature {
    String checkKey( U32 i ) const;
 
    std::vector< Key > keys_;
-   SoftChip::HostTableShape shape_;
    Velto::Ptr< SoftChip::SoftMacProgrammer > programmer_;
 };
 

@@ -44,7 +44,8 @@ SimLag::SimLag( World & world )
       mlag_( Velto::make< Mlag::Status >( "mlag" ) ),
       hardwarePorts_( Velto::make< Hardware::FapIdPortDir >( "ports" ) ),
       hardware_( Velto::make< Hardware::Lag::Config >( "config" ) ),
-      hardwareStatus_( Velto::make< Hardware::Lag::Status >( "status" ) ) {
+      hardwareStatus_( Velto::make< Hardware::Lag::Status >( "status" ) ),
+      chip_( world.chip->of< SoftChip::LagPart >() ) {
    U32 known = world.chance( 20 ).percent( 50 ) ? world.size( Range::port ) : 0;
    for ( U32 i = 0; i < known; ++i ) {
       hardwarePorts_->fapIdPortIs( world.port( i ), Qon::FapIdPort( 1, i ) );
@@ -53,9 +54,8 @@ SimLag::SimLag( World & world )
 
 void
 SimLag::start() {
-   if ( !chip_ ) {
-      chip_ = SoftChip::LagTableIs( hardware_, hardwareStatus_, world_.faults );
-      chip_->initializedIs( true );
+   if ( !programmer_ ) {
+      programmer_ = chip_.makeProgrammer( hardware_, hardwareStatus_ );
       groups_.attach( hardware_.ptr(), [this]( const IntfId & lag ) { groupHeard( lag ); } );
       ports_.attach( world_.acsd.ptr(), [this]( const IntfId & port ) { portToLagHeard( port ); } );
    }
@@ -75,15 +75,15 @@ SimLag::stop() {
 
 void
 SimLag::chipLatencyIs( U32 latency ) {
-   chip_->latencyIs( latency < 3   ? 0
-                     : latency < 7 ? ( 1u << 4 * ( latency - 3 ) ) * 1e-6
-                                   : Kiv::never );
+   chip_.latencyIs( latency < 3   ? 0
+                    : latency < 7 ? ( 1u << 4 * ( latency - 3 ) ) * 1e-6
+                                  : Kiv::never );
 }
 
 void
 SimLag::faultsIs( bool on ) {
    chipLatencyIs( on ? latency_ : 3 );
-   chip_->finishAll();
+   chip_.programmer()->finishAll();
    nested_ = on ? nested_ : 0;
 }
 
@@ -166,7 +166,7 @@ SimLag::latencyIs( const Event & event ) {
 
 void
 SimLag::finish( const Event & ) {
-   chip_->finishAll();
+   chip_.programmer()->finishAll();
 }
 
 void
@@ -474,7 +474,7 @@ String
 SimLag::checkChip( IntfId lag ) const {
    U32 held = 0;
    for ( auto & [port, member] : wantedGroup( lag ) ) {
-      if ( auto there = chip_->member( lag, port ) ) {
+      if ( auto there = chip_.table().member( lag, port ) ) {
          ++held;
          if ( !( *there == member ) ) {
             return "member differs in the chip: " + shown( lag, port );
@@ -486,7 +486,9 @@ SimLag::checkChip( IntfId lag ) const {
          }
       }
    }
-   return chip_->members( lag ) == held ? "" : "member too many in the chip: " + lag.stringValue();
+   return chip_.table().members( lag ) == held
+                ? ""
+                : "member too many in the chip: " + lag.stringValue();
 }
 
 String
@@ -496,7 +498,7 @@ SimLag::checkAtRest() const {
          return wrong;
       }
    }
-   String wrong = chip_->checkInvariants();
+   String wrong = chip_.programmer()->checkInvariants();
    return wrong.empty() ? checkMaps() : "chip: " + wrong;
 }
 
@@ -512,7 +514,7 @@ SimLag::tearDown() {
 String
 SimLag::checkTornDown() const {
    auto & acsd = *world_.acsd;
-   return acsd.lagToPorts() || acsd.portToLags() || hardware_->lags() || chip_->lags() ||
+   return acsd.lagToPorts() || acsd.portToLags() || hardware_->lags() || chip_.table().lags() ||
                       names_->intfDeviceNames()
                 ? "left over: a map is not empty without aggregates"
                 : "";

@@ -18,7 +18,7 @@
 #include <vector>
 
 #include "Qon/include/lag/QonLagSm.h"
-#include "agent/softchip/LagTable.h"
+#include "agent/softchip/Chip.h"
 #include "platform/Kiv/Listener.h"
 #include "simulation/SimFeature.h"
 
@@ -105,7 +105,8 @@ class SimLag : public SimFeature {
    U32 nested_ = 0; ///< changes to make while portToLag is published
 
    U32 latency_ = 0; ///< how late the chip is, see chipLatencyIs()
-   Velto::Ptr< SoftChip::LagTable > chip_;
+   SoftChip::LagPart & chip_;
+   Velto::Ptr< Velto::Node > programmer_;
    Velto::Ptr< Qon::LagProgSm > progSm_;
    Velto::Ptr< Qon::LagSm > sm_;
    std::map< IntfId, Kiv::Listener< Hardware::Lag::LagConfig::memberAttr > > members_;

@@ -84,24 +84,31 @@ SimTopology::SimTopology( World & world )
     : SimFeature( world ), config_( Velto::make< Bridging::Topology::Config >( "config" ) ),
       status_( Velto::make< Bridging::Topology::Inst::Status >( "status" ) ) {
    Rng rng = world.chance( 40 );
-   maxTopo_ = rng.percent( 80 ) ? 64 : 2;
+   rng.next(); // see shape()
    pvst_ = !world.perVlan() && rng.percent( 30 );
 }
 
 SimTopology::~SimTopology() = default;
 
 void
+SimTopology::shape( const World & world, SoftChip::Shape & shape ) {
+   shape.topologies = world.chance( 40 ).percent( 80 ) ? 64 : 2;
+}
+
+void
 SimTopology::makeHelper() {
+   auto & part = world_.chip->of< SoftChip::TopologyPart >();
    Velto::Ptr< Qon::TopoHelper > helper;
-   if ( world_.perVlan() ) {
+   if ( !part.tables() ) {
       auto vlan = world_.feature< SimVlan >();
       perVlan_ = Velto::make< Recorder< Qon::VlanTopoHelper > >(
             this, vlan ? vlan->helper() : nullptr, &world_.scheduler, 10u, "vlanTopo" );
       perVlan_->hasNotificationActiveIs( true );
       helper = perVlan_;
    } else {
-      table_ = Velto::make< Recorder< SoftChip::SoftTopoHelper > >( this, maxTopo_, world_.faults );
-      helper = table_;
+      part.reset();
+      table_ = &part.table();
+      helper = Velto::make< Recorder< SoftChip::SoftTopoHelper > >( this, *table_ );
    }
    helper->pvstIs( pvst_ );
    allocated_.clear();

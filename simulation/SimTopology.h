@@ -18,7 +18,7 @@
 #include <set>
 
 #include "Qon/include/topology/VlanTopoHelper.h"
-#include "agent/softchip/TopoTable.h"
+#include "agent/softchip/Chip.h"
 #include "platform/Kiv/Listener.h"
 #include "simulation/SimFeature.h"
 #include "simulation/SimVlan.h"
@@ -34,6 +34,7 @@ class SimTopology : public SimFeature {
    ~SimTopology() override;
 
    static std::span< const Operation > operations();
+   static void shape( const World & world, SoftChip::Shape & shape );
 
    void start() override;
    bool ready() override;
@@ -115,10 +116,9 @@ class SimTopology : public SimFeature {
 
    Velto::Ptr< Bridging::Topology::Config > config_;
    Velto::Ptr< Bridging::Topology::Inst::Status > status_;
-   Velto::Ptr< SoftChip::SoftTopoHelper > table_; ///< null on a chip without tables
-   Velto::Ptr< Qon::VlanTopoHelper > perVlan_;    ///< null on a chip with tables
+   SoftChip::TopoTable * table_ = nullptr;     ///< null on a chip without tables
+   Velto::Ptr< Qon::VlanTopoHelper > perVlan_; ///< null on a chip with tables
    Velto::Ptr< Stp > stpSm_;
-   U32 maxTopo_;
    bool pvst_;
    U32 mode_ = 0;
    U32 nested_ = 0; ///< changes to make while a status is written

@@ -21,8 +21,8 @@ SimVlan::operations() {
 /** The chip's VLANs, with a record of the calls. */
 class SimVlan::Helper : public SoftChip::SoftVlanHelper {
  public:
-   explicit Helper( World & world )
-       : SoftVlanHelper( "vlanHelper", world.acsd.ptr(), world.faults ), world_( world ) {}
+   Helper( World & world, SoftChip::VlanTable & table )
+       : SoftVlanHelper( "vlanHelper", world.acsd.ptr(), table ), world_( world ) {}
 
    void doCreateHwVlan( VlanId vlan ) override {
       world_.transcript.add( "doCreateHwVlan", vlan );
@@ -40,12 +40,18 @@ class SimVlan::Helper : public SoftChip::SoftVlanHelper {
    World & world_;
 };
 
-SimVlan::SimVlan( World & world ) : SimFeature( world ), rng_( world.chance( 50 ) ) {}
+SimVlan::SimVlan( World & world )
+    : SimFeature( world ), rng_( world.chance( 50 ) ),
+      table_( world.chip->of< SoftChip::VlanPart >().table() ) {}
+
+SimVlan::~SimVlan() {
+   world_.acsd->vlanHelperIs( nullptr );
+}
 
 void
 SimVlan::start() {
    if ( world_.perVlan() ) {
-      helper_ = Velto::make< Helper >( world_ );
+      helper_ = Velto::make< Helper >( world_, table_ );
       helper_->hasNotificationActiveIs( true );
       helper_->verifyDataIs( world_.acsd->verifyData() );
       world_.acsd->vlanHelperIs( helper_ );
@@ -94,17 +100,17 @@ SimVlan::recirculate( const Event & event ) {
 
 void
 SimVlan::finish( const Event & event ) {
-   if ( helper_->completions().waiting() ) {
-      helper_->completions().finish( event[0] % helper_->completions().waiting() );
+   if ( table_.completions().waiting() ) {
+      table_.completions().finish( event[0] % table_.completions().waiting() );
    }
 }
 
 void
 SimVlan::modeIs( const Event & event ) {
    mode_ = event[0];
-   helper_->completions().latencyIs( mode_ < 2   ? 0
-                                     : mode_ < 6 ? rng_.between( 1, 1u << 4 * ( mode_ - 2 ) ) * 1e-6
-                                                 : Kiv::never );
+   table_.completions().latencyIs( mode_ < 2   ? 0
+                                   : mode_ < 6 ? rng_.between( 1, 1u << 4 * ( mode_ - 2 ) ) * 1e-6
+                                               : Kiv::never );
 }
 
 void
@@ -125,9 +131,9 @@ SimVlan::request( IntfId intf, VlanId vlan, U32 flags, bool expand ) {
 void
 SimVlan::faultsIs( bool on ) {
    if ( helper_ && !on ) {
-      helper_->completions().latencyIs( 1e-4 );
-      while ( helper_->completions().waiting() ) {
-         helper_->completions().finish( 0 );
+      table_.completions().latencyIs( 1e-4 );
+      while ( table_.completions().waiting() ) {
+         table_.completions().finish( 0 );
       }
    }
 }
@@ -161,7 +167,7 @@ SimVlan::checkVlan( VlanId vlan ) const {
                                       : "port in the chip that should not be there: VLAN " ) +
                 name;
       }
-      for ( auto & held : helper_->ports( vlan ) ) {
+      for ( auto & held : table_.ports( vlan ) ) {
          if ( held.intf == port && !( held.how == entry->second ) ) {
             return "membership in the chip differs: VLAN " + name;
          }
@@ -199,7 +205,7 @@ SimVlan::tearDown() {
 String
 SimVlan::checkTornDown() const {
    for ( U32 i = 0; helper_ && i < world_.size( Range::vlan ); ++i ) {
-      if ( !helper_->ports( world_.vlan( i ) ).empty() ) {
+      if ( !table_.ports( world_.vlan( i ) ).empty() ) {
          return "ports left in the chip: VLAN " + world_.vlan( i ).stringValue();
       }
    }

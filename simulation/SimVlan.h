@@ -8,7 +8,7 @@
 #include <map>
 #include <set>
 
-#include "agent/softchip/VlanTable.h"
+#include "agent/softchip/Chip.h"
 #include "simulation/SimFeature.h"
 
 namespace Sim {
@@ -19,6 +19,7 @@ class SimVlan : public SimFeature {
    using VlanId = Bridging::VlanId;
 
    explicit SimVlan( World & world );
+   ~SimVlan() override;
 
    static std::span< const Operation > operations();
 
@@ -33,7 +34,7 @@ class SimVlan : public SimFeature {
 
    /** Null on a chip with topology tables. */
    SoftChip::SoftVlanHelper * helper() const { return helper_.ptr(); }
-   bool inChip( VlanId vlan, IntfId port ) const { return helper_->has( vlan, port ); }
+   bool inChip( VlanId vlan, IntfId port ) const { return table_.has( vlan, port ); }
    /** Whether the VLAN went since the last rest: nobody waits for it, the chip may be late. */
    bool gone( VlanId vlan ) const { return gone_.contains( vlan ); }
    /** Whether a port stays in its VLANs whatever its state. */
@@ -63,6 +64,7 @@ class SimVlan : public SimFeature {
    std::map< std::pair< U16, IntfId >, Qon::VlanMembership > wanted_;
    mutable std::set< U16 > gone_;
    mutable bool recirc_ = false;
+   SoftChip::VlanTable & table_;
    Velto::Ptr< SoftChip::SoftVlanHelper > helper_;
 };
 

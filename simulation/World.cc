@@ -65,7 +65,15 @@ World::World( const Plan & plan )
    topos_ = rng.between( 1, 4 );
    keys_ = rng.between( 2, 24 * scale );
    perVlan_ = rng.percent( 50 );
-   faults.seedIs( U32( rng.next() ) );
+   SoftChip::Shape shape;
+   shape.kind = perVlan_ ? SoftChip::ChipKind::vlan : SoftChip::ChipKind::topology;
+   for ( auto & kind : featureKinds() ) {
+      if ( kind.shape ) {
+         kind.shape( *this, shape );
+      }
+   }
+   chip = std::make_unique< SoftChip::Chip >( scheduler, shape );
+   chip->faults().seedIs( U32( rng.next() ) );
    faultLines_ = plan_.faults.empty() ? faultsOf( chance( 3 ) ) : plan_.faults;
    acsd = Qon::qonCommonSmDataFactory( "acsd" );
    acsd->initializedIs( true );
@@ -96,9 +104,9 @@ World::start() {
 
 void
 World::faultsAre( bool on ) {
-   faults.clear();
+   chip->faults().clear();
    for ( auto & line : on ? faultLines_ : std::vector< String >() ) {
-      addFault( faults, line );
+      addFault( chip->faults(), line );
    }
    for ( auto & entry : features_ ) {
       entry.feature->faultsIs( on );

@@ -7,7 +7,7 @@
 // 2. Time moves in events only. What never comes to an end at one moment is a failure, not a hang.
 
 #include "Qon/include/framework/QonCommonSmData.h"
-#include "agent/softchip/FaultPlan.h"
+#include "agent/softchip/Chip.h"
 #include "platform/Kiv/Log.h"
 #include "platform/Kiv/Rng.h"
 #include "platform/Kiv/TaskScheduler.h"
@@ -75,7 +75,8 @@ class World : private Kiv::LogSink {
    Kiv::VirtualScheduler scheduler;
    Transcript transcript;
    Velto::Ptr< Qon::QonCommonSmData > acsd;
-   SoftChip::FaultPlan faults;
+   /** With all its parts; whoever needs one of them takes it from here. */
+   std::unique_ptr< SoftChip::Chip > chip;
 
    /** @name Time */
    /** @{ */

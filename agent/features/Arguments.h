@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <utility>
 #include <vector>
 
@@ -11,11 +10,6 @@
 #include "agent/Json.h"
 
 namespace QonAgent {
-
-/** The one interface that a command's arguments name; none if there are no arguments. Raises
-    Velto::RangeError for more than one, or for a text that names no interface. */
-std::optional< Ulnet::IntfId > argumentIntf( const Agent & agent,
-                                             const std::vector< String > & arguments );
 
 /** The entities of a collection, by name of interface: Ethernet9 before Ethernet10. */
 template< class Iterator >
@@ -30,8 +24,14 @@ inOrder( Iterator i ) {
    return all;
 }
 
-/** The rows; Velto::RangeError "there is no <what> 'ARGUMENT'" if a given argument left none. */
-Json checkedRows( Json rows, const std::vector< String > & arguments, const char * what );
+/** A port or a port-channel that a command is given, if it likes. */
+Argument intfArgument( const String & name, const String & what,
+                       std::function< bool( Ulnet::IntfId intf ) > known );
+/** The same of a VLAN. */
+Argument vlanArgument( std::function< bool( Bridging::VlanId vlan ) > known );
+
+/** What there is to show of a part that the chip has not: Velto::RangeError. */
+[[noreturn]] void notServed( const Agent & agent, const char * what );
 
 /** A field of an event's line, of the type that JSON has for T. Raises Velto::RangeError. */
 template< class T >

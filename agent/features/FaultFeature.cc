@@ -24,9 +24,12 @@ faultOf( const Json & line ) {
 
 } // namespace
 
+FaultFeature::FaultFeature( Agent & agent )
+    : chip_( dynamic_cast< SoftChip::Chip * >( &agent.chip() ) ) {}
+
 std::function< void() >
-FaultFeature::parse( const Json & line ) const {
-   SoftChip::FaultPlan & plan = agent_->faults();
+FaultFeature::parseFault( const Json & line ) const {
+   SoftChip::FaultPlan & plan = chip_->faults();
    if ( line.contains( "hook" ) ) {
       return [&plan, fault = faultOf( line )] { plan.add( fault ); };
    }
@@ -47,10 +50,24 @@ FaultFeature::parse( const Json & line ) const {
    throw Velto::RangeError( "expected one of the fields hook, table, unit, seed, clear" );
 }
 
+std::function< void() >
+FaultFeature::parseLatency( const Json & line ) const {
+   const double seconds = fieldOf< double >( line, "seconds" );
+   if ( !( seconds >= 0 ) ) {
+      throw Velto::RangeError( "field 'seconds' cannot be negative" );
+   }
+   return [chip = chip_, seconds] { chip->latencyIs( seconds ); };
+}
+
 std::vector< EventKind >
 FaultFeature::eventKinds() {
+   if ( !chip_ ) {
+      return {};
+   }
    return { { "fault", R"({"time": 1, "event": "fault", "hook": "writeToHw", "trouble": "busy"})",
-              [this]( const Json & line ) { return parse( line ); } } };
+              [this]( const Json & line ) { return parseFault( line ); } },
+            { "chipLatency", R"({"time": 1, "event": "chipLatency", "seconds": 0.2})",
+              [this]( const Json & line ) { return parseLatency( line ); } } };
 }
 
 } // namespace QonAgent

@@ -1,21 +1,20 @@
 #include "agent/softchip/SoftMacProgrammer.h"
 
-#include "agent/record/Recorder.h"
 namespace SoftChip {
 
 using Qon::MacProgramStatus;
 
-SoftMacProgrammer::SoftMacProgrammer( Kiv::TimerWheel * wheel, const HostTableShape & shape,
-                                      FaultPlan & plan )
-    : QonMacProgrammer( wheel ),
-      table_( Velto::make< HostTable >( wheel, shape, plan,
-                                        [this]( U64 id, U32 index, MacProgramStatus status ) {
-                                           answer( id, index, status );
-                                        } ) ) {}
+SoftMacProgrammer::SoftMacProgrammer( Kiv::TimerWheel * wheel, Velto::Ptr< HostTable > table )
+    : QonMacProgrammer( wheel ), table_( std::move( table ) ) {
+   table_->hook.is( this );
+}
+
+SoftMacProgrammer::~SoftMacProgrammer() {
+   table_->hook.is( nullptr );
+}
 
 MacProgramStatus
 SoftMacProgrammer::writeToHw( const Qon::MacCmdPtr & cmd ) {
-   QonAgent::recordHook( "writeToHw", *cmd );
    table_->start(
          { cmd->transactionId(), cmd->type(), cmd->key(), cmd->intf(), cmd->entryType() } );
    suspendPendingIs( table_->queued() >= table_->shape().depth );
@@ -23,8 +22,14 @@ SoftMacProgrammer::writeToHw( const Qon::MacCmdPtr & cmd ) {
 }
 
 void
-SoftMacProgrammer::answer( U64 id, U32 index, MacProgramStatus status ) {
+SoftMacProgrammer::done( U64 id, U32 index, MacProgramStatus status ) {
+   const Velto::Ptr< SoftMacProgrammer > alive( this );
    handleCmdResponse( id, index, status );
+   queueMoved();
+}
+
+void
+SoftMacProgrammer::queueMoved() {
    if ( suspendPending() && table_->queued() <= table_->shape().depth / 2 ) {
       suspendPendingIs( false );
       Qon::wakeUp( updatePendingAddressClock(), Kiv::now() );
@@ -33,7 +38,6 @@ SoftMacProgrammer::answer( U64 id, U32 index, MacProgramStatus status ) {
 
 MacProgramStatus
 SoftMacProgrammer::writeToHwShadow( const Qon::MacCmdPtr & cmd ) {
-   QonAgent::recordHook( "writeToHwShadow", *cmd );
    if ( !cmd->addrOp() ) {
       shadow_.clear();
    } else if ( cmd->type() == Qon::IndirectAccessMacCmdType::removeHost ) {
@@ -43,11 +47,6 @@ SoftMacProgrammer::writeToHwShadow( const Qon::MacCmdPtr & cmd ) {
    }
    handleCmdResponse( cmd->transactionId(), 0, MacProgramStatus::macProgramSuccess );
    return MacProgramStatus::macProgramSuccess;
-}
-
-Velto::Ptr< SoftMacProgrammer >
-SoftMacProgrammerIs( Kiv::TimerWheel * wheel, const HostTableShape & shape, FaultPlan & plan ) {
-   return Qon::smIs< SoftMacProgrammer >( wheel, shape, plan );
 }
 
 } // namespace SoftChip

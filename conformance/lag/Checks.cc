@@ -187,6 +187,16 @@ class LagStage {
                    "it has " + shown( held ) );
       }
    }
+   /** The chip has the member while it works for a while. */
+   void staysWith( const Contract & contract, U32 n, U32 port ) {
+      for ( U32 round = 0; round < 10; ++round ) {
+         auto held = readBack();
+         if ( held && !( *held )[lag( n )].contains( t.port( port ) ) ) {
+            t.broken( contract, name( n, port ) + " all the time", "it left" );
+         }
+         t.run( Trial::step );
+      }
+   }
    void succeeded( const Contract & contract, U32 n, U32 port ) {
       auto held = status( lag( n ), t.port( port ) );
       if ( !held || held->result() != Result::success ) {
@@ -370,8 +380,8 @@ checkDestructor( Trial & t ) {
    t.judgeDestruction( destructor, [&] { stage.chip = nullptr; } );
 }
 
-/** While nobody follows the configuration, nothing happens, or a member goes that was on its way.
- */
+/** A second programmer at rest, and one in the middle of a change that is taken back while nobody
+    follows the configuration. */
 void
 checkSuccessor( Trial & t ) {
    LagStage stage( t );
@@ -379,30 +389,20 @@ checkSuccessor( Trial & t ) {
    stage.join( 1, 1 );
    t.did( "two groups of one port" );
    stage.rest();
-   for ( bool leaves : { false, true } ) {
-      U32 port = leaves ? 3 : 2;
-      stage.join( 0, port );
-      t.scheduler.settle();
-      t.did( "one more port, and destroyed the programmer in the middle of that" );
-      stage.chip = nullptr;
-      if ( leaves ) {
-         stage.leave( 0, port );
-         t.did( "the port left" );
-      }
-      t.judgeSuccessor( successor, [&] { stage.makeProgrammer(); } );
-      for ( U32 n = 0; n < 10; ++n ) {
-         if ( auto held = stage.readBack() ) {
-            for ( U32 member : { 0u, 1u } ) {
-               if ( !( *held )[stage.lag( member )].contains( t.port( member ) ) ) {
-                  t.broken( successor, stage.name( member, member ) + " all the time", "it left" );
-               }
-            }
-         }
-         t.run( Trial::step );
-      }
-      stage.rest();
-      stage.judge( successor, successor );
-   }
+   stage.chip = nullptr;
+   t.judgeSuccessor( successor, [&] { stage.makeProgrammer(); } );
+   stage.staysWith( successor, 0, 0 );
+   stage.join( 0, 2 );
+   t.scheduler.settle();
+   t.did( "one more port, and destroyed the programmer in the middle of that" );
+   stage.chip = nullptr;
+   stage.leave( 0, 2 );
+   t.did( "the port left" );
+   stage.makeProgrammer();
+   t.did( "made a third one" );
+   stage.staysWith( successor, 1, 1 );
+   stage.rest();
+   stage.judge( successor, successor );
 }
 
 void

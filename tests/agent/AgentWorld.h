@@ -5,6 +5,7 @@
 
 #include "agent/Agent.h"
 #include "agent/configdb/ConfigReader.h"
+#include "agent/softchip/Chip.h"
 #include "platform/Kiv/LogRecorder.h"
 
 namespace Tests {
@@ -24,7 +25,8 @@ class AgentWorld {
 
    Kiv::VirtualScheduler scheduler;
    Kiv::LogRecorder logs;
-   QonAgent::Agent agent{ scheduler };
+   SoftChip::Chip chip{ scheduler };
+   QonAgent::Agent agent{ scheduler, chip };
 };
 
 inline Ulnet::IntfId
