@@ -1,6 +1,6 @@
 #pragma once
-// Trouble and slowness of the chip in software, from an event stream. With another chip there are
-// no such events.
+// What only the chip in software has: trouble and slowness from an event stream, and the road of a
+// frame. With another chip there is nothing of it.
 //
 //    {"event": "fault", "hook": "writeToHw", "trouble": "busy", "times": 3, "call": 10}
 //    {"event": "fault", "hook": "writeToHw", "trouble": "parity", "times": 0, "inThousand": 50}
@@ -18,11 +18,15 @@ class FaultFeature : public AgentFeature {
  public:
    explicit FaultFeature( Agent & agent );
    std::vector< EventKind > eventKinds() override;
+   std::vector< ShowCommand > showCommands() override;
 
  private:
    std::function< void() > parseFault( const Json & line ) const;
    std::function< void() > parseLatency( const Json & line ) const;
 
+   void road( const Arguments & arguments, const RowSink & sink ) const;
+
+   Agent & agent_;
    SoftChip::Chip * const chip_; ///< null: it is another one
 };
 

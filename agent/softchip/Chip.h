@@ -5,6 +5,8 @@
 //          |-> faults()                                                              ^
 //          `-> of< MacPart >().table(): what only this chip can tell ----------------'
 //
+//    forward( frame ) -> the stages of Stages.h -> what became of it, and by which ports it leaves
+//
 // Parts.h lists its parts; each has a header and a source of its own, beside its table (HostTable,
 // VlanTable, TopoTable, LagTable) and its hook object (SoftMacProgrammer, SoftVlanHelper, ...).
 //
@@ -16,6 +18,7 @@
 // Ownership: owns the parts and the fault plan; the scheduler outlives it.
 
 #include "agent/softchip/Parts.h"
+#include "agent/softchip/Road.h"
 #include "chip/Chip.h"
 
 namespace SoftChip {
@@ -34,6 +37,9 @@ class Chip : public QonChip::Chip {
    /** How long what is accepted from now on takes, in seconds: VLANs, port states, groups. 0: it is
        done before the hook returns. */
    void latencyIs( Kiv::Seconds latency );
+
+   /** What becomes of a frame by what the tables hold now. */
+   Passage forward( const Frame & frame ) const;
 
    /** A part with its tables: of< MacPart >().table(). */
    template< class Part >

@@ -16,6 +16,12 @@ LagTable::members( IntfId lag ) const {
    return group ? group->members.size() : 0;
 }
 
+IntfId
+LagTable::lagOf( IntfId port ) const {
+   auto lag = lagOf_.find( port );
+   return lag ? *lag : IntfId();
+}
+
 LagTable::Result
 LagTable::admit( const LagPlace & place, const Member & member ) const {
    auto group = groups_.find( place.lag );
@@ -67,7 +73,23 @@ LagTable::hold( const LagPlace & place, U32 index, const Member & member ) {
    *group.members.emplace( place.port ).first = member;
    if ( !member.shared() ) {
       *owner_.emplace( member.port() ).first = place;
+      *lagOf_.emplace( place.port ).first = place.lag;
    }
+}
+
+void
+LagTable::later( Kiv::Seconds after, const LagPlace & place, U32 index,
+                 const std::optional< Member > & want ) {
+   late_.latencyIs( after );
+   late_.add( [=, this] {
+      const Member * held = member( place.lag, place.port );
+      if ( held && ( !want || want->port() != held->port() ) ) {
+         drop( place );
+      }
+      if ( want ) {
+         write( place, index, *want );
+      }
+   } );
 }
 
 bool
@@ -79,6 +101,7 @@ LagTable::drop( const LagPlace & place ) {
    }
    if ( !member->shared() ) {
       owner_.erase( member->port() );
+      lagOf_.erase( place.port );
    }
    if ( group->members.empty() ) {
       groups_.erase( place.lag );

@@ -22,10 +22,13 @@ SoftLagProgrammer::SoftLagProgrammer( Velto::Ptr< const Hardware::Lag::Config > 
     : config_( std::move( config ) ), status_( std::move( status ) ), table_( table ) {}
 
 SoftLagProgrammer::~SoftLagProgrammer() {
+   const Kiv::Seconds due = clock_ ? clock_->time() : Kiv::never;
    while ( !waiting_.empty() ) {
       const LagPlace place = waiting_.front();
       waiting_.deq();
-      program( place, wanted( place ) );
+      auto group = config_->lag( place.lag );
+      table_.later( due < Kiv::never ? due - Kiv::now() : Kiv::never, place,
+                    group ? group->index() : 0, wanted( place ) );
    }
 }
 
@@ -41,6 +44,7 @@ SoftLagProgrammer::handleInitialized() {
          status_->lagDel( entry.key );
       }
    }
+   table_.finishAll();
    for ( const LagPlace & place : leftOver() ) {
       changed( place.lag, place.port );
    }
@@ -168,7 +172,7 @@ SoftLagProgrammer::program( const LagPlace & place, const std::optional< Member 
       return Result::success;
    }
    const auto written = table_.write( place, config_->lag( place.lag )->index(), *want );
-   if ( written.askAgain && clock_ ) {
+   if ( written.askAgain ) {
       clock_->timeMin( Kiv::now() + busyInterval );
    }
    return written.result;

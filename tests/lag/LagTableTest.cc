@@ -108,7 +108,9 @@ TEST_F( LagTableFlow, TheTableOutlivesItsProgrammer ) {
    chip->latencyIs( 0.5 );
    leave( 2, 2 );
    join( 1, 3 );
-   chip = nullptr; // what waits is done, and the status hears nothing
+   chip = nullptr; // what waits is done at its time, and the status hears nothing
+   EXPECT_EQ( table.members( po( 1 ) ), 1u );
+   scheduler.runFor( 0.6 );
    EXPECT_EQ( table.text(), "1: Port-Channel1 Ethernet1(0/1 CD) Ethernet3(0/3 CD)\n" );
    EXPECT_EQ( result( 1, 3 ), Result::pending );
    faults.add( { "lagMember", SoftChip::Trouble::fail } );
