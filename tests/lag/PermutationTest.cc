@@ -69,8 +69,8 @@ class AllWorld : public LagWorld {
          Velto::make< Hardware::Lag::MemberStatusDir >( "memberStatus" );
    Ptr< Hardware::Lag::Config > creatorConfig = Velto::make< Hardware::Lag::Config >( "creator" );
    Ptr< Hardware::Lag::Config > mapConfig = Velto::make< Hardware::Lag::Config >( "map" );
-   Ptr< Guard > creatorGuard = Velto::make< Guard >( acsd.ptr(), creatorConfig.ptr() );
-   Ptr< Guard > mapGuard = Velto::make< Guard >( acsd.ptr(), mapConfig.ptr() );
+   Guard creatorGuard{ acsd.ptr(), creatorConfig.ptr() };
+   Guard mapGuard{ acsd.ptr(), mapConfig.ptr() };
    Ptr< Qon::QonLagCreatorSm > creator;
    Ptr< Qon::LagConfigMapCreatorSm > mapCreator;
    Ptr< Qon::LagConfigAggregatorSm > aggregator;
