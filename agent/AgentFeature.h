@@ -20,8 +20,8 @@
 #include <memory>
 #include <vector>
 
-#include "agent/Json.h"
 #include "agent/Show.h"
+#include "agent/base/Json.h"
 
 namespace QonAgent {
 
@@ -53,7 +53,7 @@ class AgentFeature {
    virtual std::vector< String > tables() const { return {}; }
    virtual ConfigStage configStage() const { return ConfigStage::others; }
    /** Checks the rows of its tables and queues, with reader.apply(), what makes entities of them.
-       See configdb/ConfigReader.h. */
+       See ConfigReader.h. */
    virtual void configure( ConfigReader & reader ) { (void)reader; }
 
    virtual std::vector< ShowCommand > showCommands() { return {}; }

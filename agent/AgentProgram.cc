@@ -9,7 +9,7 @@
 #include <optional>
 
 #include "agent/AgentRun.h"
-#include "agent/Json.h"
+#include "agent/base/Json.h"
 #include "agent/server/Console.h"
 #include "agent/server/SocketServer.h"
 #include "platform/Kiv/EventLoop.h"

@@ -4,9 +4,9 @@
 #include <sstream>
 
 #include "agent/Changes.h"
-#include "agent/ReadFile.h"
-#include "agent/StateFile.h"
-#include "agent/configdb/ConfigReader.h"
+#include "agent/ConfigReader.h"
+#include "agent/base/ReadFile.h"
+#include "agent/base/StateFile.h"
 #include "agent/record/Replay.h"
 
 extern char ** environ;

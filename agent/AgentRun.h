@@ -19,7 +19,7 @@
 
 #include "agent/Agent.h"
 #include "agent/AgentProgram.h"
-#include "agent/EventPlayer.h"
+#include "agent/player/EventPlayer.h"
 #include "agent/record/Recorder.h"
 
 namespace QonAgent {

@@ -7,7 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "agent/Agent.h"
-#include "agent/configdb/ConfigReader.h"
+#include "agent/ConfigReader.h"
 #include "agent/softchip/Chip.h"
 #include "platform/Kiv/TaskScheduler.h"
 

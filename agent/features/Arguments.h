@@ -2,12 +2,11 @@
 // What features do alike with the arguments of their commands and the fields of their events.
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 #include <utility>
 #include <vector>
 
 #include "agent/Agent.h"
-#include "agent/Json.h"
+#include "agent/base/Fields.h"
 
 namespace QonAgent {
 
@@ -32,20 +31,5 @@ Argument vlanArgument( std::function< bool( Bridging::VlanId vlan ) > known );
 
 /** What there is to show of a part that the chip has not: Velto::RangeError. */
 [[noreturn]] void notServed( const Agent & agent, const char * what );
-
-/** A field of an event's line, of the type that JSON has for T. Raises Velto::RangeError. */
-template< class T >
-T
-fieldOf( const Json & line, const char * field ) {
-   auto found = line.find( field );
-   if ( found == line.end() ) {
-      throw Velto::RangeError( String( "field '" ) + field + "' is missing" );
-   }
-   try {
-      return found->template get< T >();
-   } catch ( const nlohmann::json::exception & ) {
-      throw Velto::RangeError( String( "field '" ) + field + "' cannot be " + found->dump() );
-   }
-}
 
 } // namespace QonAgent

@@ -1,7 +1,7 @@
 #include "agent/features/LagFeature.h"
 
 #include "agent/Agent.h"
-#include "agent/configdb/ConfigReader.h"
+#include "agent/ConfigReader.h"
 #include "agent/features/Arguments.h"
 #include "platform/types/Paths.h"
 

@@ -1,6 +1,6 @@
 // MLAG's tables and the events of link aggregation.
 
-#include "agent/configdb/ConfigReader.h"
+#include "agent/ConfigReader.h"
 #include "agent/features/Arguments.h"
 #include "agent/features/LagFeature.h"
 

@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "agent/Agent.h"
-#include "agent/configdb/ConfigReader.h"
+#include "agent/ConfigReader.h"
 #include "agent/features/Arguments.h"
 #include "platform/types/Paths.h"
 

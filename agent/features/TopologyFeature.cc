@@ -1,7 +1,7 @@
 #include "agent/features/TopologyFeature.h"
 
 #include "Qon/include/topology/VlanTopoHelper.h"
-#include "agent/configdb/ConfigReader.h"
+#include "agent/ConfigReader.h"
 #include "agent/features/Arguments.h"
 #include "agent/features/VlanHooks.h"
 #include "platform/types/Paths.h"

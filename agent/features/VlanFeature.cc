@@ -1,6 +1,6 @@
 #include "agent/features/VlanFeature.h"
 
-#include "agent/configdb/ConfigReader.h"
+#include "agent/ConfigReader.h"
 #include "agent/features/Arguments.h"
 #include "agent/features/VlanHooks.h"
 #include "platform/types/Paths.h"

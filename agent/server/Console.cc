@@ -4,8 +4,8 @@
 #include <cstdio>
 
 #include "agent/Changes.h"
-#include "agent/StateFile.h"
-#include "agent/features/Arguments.h"
+#include "agent/base/Fields.h"
+#include "agent/base/StateFile.h"
 #include "agent/server/PathWatch.h"
 
 namespace QonAgent {

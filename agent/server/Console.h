@@ -17,7 +17,7 @@
 #include <functional>
 
 #include "agent/Agent.h"
-#include "agent/Json.h"
+#include "agent/base/Json.h"
 #include "agent/server/Connection.h"
 
 namespace QonAgent {

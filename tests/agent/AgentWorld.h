@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "agent/Agent.h"
-#include "agent/configdb/ConfigReader.h"
+#include "agent/ConfigReader.h"
 #include "agent/softchip/Chip.h"
 #include "platform/Kiv/LogRecorder.h"
 

@@ -6,7 +6,7 @@
 
 #include <cerrno>
 
-#include "agent/Json.h"
+#include "agent/base/Json.h"
 #include "agent/server/Console.h"
 #include "agent/server/SocketServer.h"
 #include "tests/agent/AgentWorld.h"

@@ -8,9 +8,9 @@
 #include <nlohmann/json.hpp>
 
 #include "agent/Agent.h"
-#include "agent/EventPlayer.h"
 #include "agent/features/FaultFeature.h"
 #include "agent/features/MacFeature.h"
+#include "agent/player/EventPlayer.h"
 #include "agent/server/Console.h"
 #include "agent/softchip/Chip.h"
 #include "platform/Kiv/Rng.h"

@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "agent/Agent.h"
-#include "agent/configdb/ConfigReader.h"
+#include "agent/ConfigReader.h"
 #include "agent/server/Console.h"
 #include "agent/softchip/Chip.h"
 #include "tests/harness/World.h"

@@ -1,9 +1,9 @@
-#include "agent/configdb/ConfigReader.h"
+#include "agent/ConfigReader.h"
 
 #include <algorithm>
 
 #include "agent/Agent.h"
-#include "agent/Json.h"
+#include "agent/base/Json.h"
 #include "platform/Kiv/Text.h"
 
 namespace QonAgent {
