@@ -188,7 +188,7 @@ AgentRun::makerOf( const String & chip ) const {
 
 void
 AgentRun::start( const String & description ) {
-   auto lines = linesOf( description );
+   auto lines = Kiv::split( description, '\n' );
    if ( lines[0] != featureNames() ) {
       refuse( "it was recorded with the features " + lines[0] + "; this agent has " +
               featureNames() );

@@ -11,19 +11,6 @@ using Velto::RangeError;
 
 namespace {
 
-std::vector< String >
-wordsOf( const String & name ) {
-   std::vector< String > words( 1 );
-   for ( char c : name ) {
-      if ( c == ' ' ) {
-         words.emplace_back();
-      } else {
-         words.back() += c;
-      }
-   }
-   return words;
-}
-
 ArgumentValue
 valueOf( const Agent & agent, const Argument & argument, const String & text ) {
    ArgumentValue value;
@@ -95,7 +82,7 @@ findShow( const std::vector< ShowCommand > & commands, const std::vector< String
    const ShowCommand * best = nullptr;
    std::size_t length = 0;
    for ( auto & command : commands ) {
-      auto name = wordsOf( command.name );
+      auto name = Kiv::split( command.name, ' ' );
       if ( name.size() > length && name.size() <= words.size() &&
            std::equal( name.begin(), name.end(), words.begin() ) ) {
          best = &command;
@@ -108,7 +95,7 @@ findShow( const std::vector< ShowCommand > & commands, const std::vector< String
 void
 runShow( const Agent & agent, const ShowCommand & command, const std::vector< String > & words,
          const RowSink & sink ) {
-   const auto length = long( wordsOf( command.name ).size() );
+   const auto length = long( Kiv::split( command.name, ' ' ).size() );
    command.rows( argumentsOf( agent, command, { words.begin() + length, words.end() } ), sink );
 }
 

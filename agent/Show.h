@@ -44,10 +44,7 @@ class Value {
    Held held_;
 };
 
-inline const char *
-yesNo( bool v ) {
-   return v ? "yes" : "no";
-}
+using Kiv::yesNo;
 
 /** Fields in the order in which they were set. */
 class Row {

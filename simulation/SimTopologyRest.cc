@@ -86,7 +86,7 @@ String
 SimTopology::checkChip( const String & topo, IntfId port, PortState state ) const {
    String name = topo + ", " + port.stringValue();
    if ( table_ ) {
-      return chip_->state( topo, port ) == state ? "" : name;
+      return table_->state( topo, port ) == state ? "" : name;
    }
    auto vlan = world_.feature< SimVlan >();
    if ( !vlan || state == PortState::forwarding || vlan->recircSinceRest() ) {
@@ -134,7 +134,7 @@ SimTopology::roomFor( const String & topo ) const {
    if ( !table_ ) {
       return true;
    }
-   auto held = chip_->topologies();
+   auto held = table_->topologies();
    return std::find( held.begin(), held.end(), topo ) != held.end();
 }
 
@@ -164,7 +164,7 @@ SimTopology::checkStates( const String & name ) const {
    for ( U32 i = 0; table_ && roomFor( name ) && i < world_.size( Range::intf ); ++i ) {
       IntfId intf = world_.intf( i );
       auto wanted = wantedInChip( name, intf );
-      if ( wanted && targets( intf )[0] == intf && chip_->state( name, intf ) != *wanted ) {
+      if ( wanted && targets( intf )[0] == intf && table_->state( name, intf ) != *wanted ) {
          return "state in the chip differs: " + name + ", " + intf.stringValue();
       }
    }
@@ -231,7 +231,7 @@ SimTopology::checkTables() const {
       String name = world_.acsd->tapAggHwConfig()->tapAggTopoName();
       for ( IntfId target : targets( intf ) ) {
          if ( roomFor( name ) && inTapOrTool( intf ) && !lagOf( intf ) &&
-              chip_->state( name, target ) != PortState::forwarding ) {
+              table_->state( name, target ) != PortState::forwarding ) {
             return "tap or tool port does not forward: " + target.stringValue();
          }
       }

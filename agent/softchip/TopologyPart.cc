@@ -4,7 +4,7 @@ namespace SoftChip {
 
 Velto::Ptr< Qon::TopoHelper >
 TopologyPart::makeTopoHelper() {
-   return tables_ ? Velto::make< SoftTopoHelper >( table_ ) : Velto::Ptr< SoftTopoHelper >();
+   return tables_ ? Velto::make< SoftTopoHelper >( *table_ ) : Velto::Ptr< SoftTopoHelper >();
 }
 
 std::optional< QonChip::HeldTopologies >
@@ -13,16 +13,16 @@ TopologyPart::topologies() const {
       return std::nullopt;
    }
    QonChip::HeldTopologies held;
-   for ( auto & name : table_.topologies() ) {
+   for ( auto & name : table_->topologies() ) {
       auto & topology = held[name];
-      table_.forEachPort( name, [&]( IntfId intf, TopoTable::PortState state ) {
+      table_->forEachPort( name, [&]( IntfId intf, TopoTable::PortState state ) {
          if ( state != TopoTable::PortState::disabled ) { // as a port that was never set
             topology.ports[intf] = state;
          }
       } );
    }
    for ( U16 vlan = 1; vlan <= TopoTable::lastVlan; ++vlan ) {
-      auto topology = held.find( table_.topoOf( vlan ) );
+      auto topology = held.find( table_->topoOf( vlan ) );
       if ( topology != held.end() ) {
          topology->second.vlans.insert( vlan );
       }

@@ -68,14 +68,7 @@ TEST( Console, ShowsInTheOrderOfInterfacesAndInTheFilesSpelling ) {
    // Every table that there is can be shown, with what its columns name.
    Json help = console.answer( { { "do", "help" } } );
    for ( auto & show : help["shows"] ) {
-      Lines words( 1 );
-      for ( char c : show["show"].get< String >() ) {
-         if ( c == ' ' ) {
-            words.emplace_back();
-         } else {
-            words.back() += c;
-         }
-      }
+      auto words = Kiv::split( show["show"].get< String >(), ' ' );
       const String arguments = show["arguments"];
       if ( arguments.empty() || arguments[0] == '[' ) { // none is needed
          Json answer = console.answer( { { "do", "show" }, { "words", words } } );

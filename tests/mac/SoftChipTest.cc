@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <fstream>
 #include <nlohmann/json.hpp>
-#include <random>
 
 #include "agent/Agent.h"
 #include "agent/features/FaultFeature.h"
@@ -14,6 +13,7 @@
 #include "agent/player/EventPlayer.h"
 #include "agent/server/Console.h"
 #include "agent/softchip/Chip.h"
+#include "platform/Kiv/Rng.h"
 #include "tests/mac/FakeChip.h"
 
 namespace {
@@ -209,7 +209,7 @@ TEST_F( SoftMac, ALineThatIsWrongIsRefusedBeforeAnythingHappens ) {
 }
 
 TEST_F( SoftMac, ALearningStormEndsWithWhatFits ) {
-   std::mt19937 random( 5 );
+   Kiv::Rng random( 5 );
    auto & plan = chip_.faults();
    plan.add( { "writeToHw", Trouble::busy, 0, 0, 100 } );
    plan.add( { "writeToHw", Trouble::parity, 0, 0, 50 } );
