@@ -92,11 +92,10 @@ findShow( const std::vector< ShowCommand > & commands, const std::vector< String
    return best;
 }
 
-void
-runShow( const Agent & agent, const ShowCommand & command, const std::vector< String > & words,
-         const RowSink & sink ) {
+Rows
+runShow( const Agent & agent, const ShowCommand & command, const std::vector< String > & words ) {
    const auto length = long( Kiv::split( command.name, ' ' ).size() );
-   command.rows( argumentsOf( agent, command, { words.begin() + length, words.end() } ), sink );
+   return command.rows( argumentsOf( agent, command, { words.begin() + length, words.end() } ) );
 }
 
 } // namespace QonAgent

@@ -1,64 +1,28 @@
 #pragma once
 // What a feature has to show: commands with typed arguments, and rows of plain values.
 //
-//    words of a client -> runShow() -> arguments checked -> ShowCommand::rows -> a row at a time
+//    words of a client -> runShow() -> arguments checked -> ShowCommand::rows -> Rows
 //
 // Invariants
 // 1. A command gets arguments that are whole, and that name what there is: runShow() alone says
 //    what is wrong with one.
-// 2. Rows go to the sink one by one; nobody keeps them all.
+// 2. Rows are taken one by one, see Rows.h.
 
 #include <functional>
 #include <optional>
-#include <utility>
-#include <variant>
 #include <vector>
 
+#include "agent/Rows.h"
+#include "platform/Kiv/Text.h"
 #include "platform/types/Bridging.h"
 #include "platform/types/Ulnet.h"
 
 namespace QonAgent {
 
+using Kiv::yesNo;
 using Velto::String;
 
 class Agent;
-
-/** What stands in one field of a row: a text, a number, a list of texts, or nothing. */
-class Value {
- public:
-   using List = std::vector< String >;
-   using Held = std::variant< std::monostate, String, U64, double, List >;
-
-   Value() = default;
-   Value( const char * text ) : held_( String( text ) ) {}
-   Value( String text ) : held_( std::move( text ) ) {}
-   Value( U64 number ) : held_( number ) {}
-   Value( U32 number ) : held_( U64( number ) ) {}
-   Value( double number ) : held_( number ) {}
-   Value( List list ) : held_( std::move( list ) ) {}
-   Value( bool ) = delete; // yesNo()
-
-   const Held & held() const { return held_; }
-
- private:
-   Held held_;
-};
-
-using Kiv::yesNo;
-
-/** Fields in the order in which they were set. */
-class Row {
- public:
-   using Field = std::pair< const char *, Value >;
-   Row( std::initializer_list< Field > fields ) : fields_( fields ) {}
-   void set( const char * field, Value value );
-   const std::vector< Field > & fields() const { return fields_; }
-
- private:
-   std::vector< Field > fields_;
-};
-
-using RowSink = std::function< void( const Row & row ) >;
 
 /** One column of a table. */
 struct Column {
@@ -108,8 +72,8 @@ struct ShowCommand {
    std::vector< Argument > arguments; ///< required ones first
    /** A field that `columns` does not name is in --json only. */
    std::vector< Column > columns;
-   /** Velto::RangeError: it cannot be shown, and why. */
-   std::function< void( const Arguments & arguments, const RowSink & sink ) > rows;
+   /** Velto::RangeError, with the first row at the latest: it cannot be shown, and why. */
+   std::function< Rows( const Arguments & arguments ) > rows;
 };
 
 /** "PORT [VLAN]"; empty for a command without. */
@@ -119,9 +83,9 @@ String argumentHelp( const ShowCommand & command );
 const ShowCommand * findShow( const std::vector< ShowCommand > & commands,
                               const std::vector< String > & words );
 
-/** Shows what the words say: the command's name, and its arguments. Raises Velto::RangeError before
-    the first row. */
-void runShow( const Agent & agent, const ShowCommand & command, const std::vector< String > & words,
-              const RowSink & sink );
+/** What the words say: the command's name, and its arguments. Raises Velto::RangeError for wrong
+    ones. */
+Rows runShow( const Agent & agent, const ShowCommand & command,
+              const std::vector< String > & words );
 
 } // namespace QonAgent

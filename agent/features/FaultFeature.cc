@@ -71,12 +71,13 @@ FaultFeature::eventKinds() {
 }
 
 /** The steps of the road, then the copies that leave. */
-void
-FaultFeature::road( const Arguments & arguments, const RowSink & sink ) const {
+Rows
+FaultFeature::road( Arguments arguments ) const {
    const auto passage = chip_->forward(
          { arguments.intf( 0 ), arguments.mac( 1 ), arguments.mac( 3 ), arguments.vlan( 2 ) } );
    for ( auto & step : passage.steps ) {
-      sink( { { "stage", step.stage }, { "what", step.what } } );
+      const Row made = { { "stage", step.stage }, { "what", step.what } };
+      co_yield made;
    }
    for ( auto & copy : passage.copies ) {
       Row row = { { "stage", "leaves" },
@@ -87,7 +88,7 @@ FaultFeature::road( const Arguments & arguments, const RowSink & sink ) const {
       if ( !copy.tag.isNone() ) {
          row.set( "tag", U32( copy.tag.value() ) );
       }
-      sink( row );
+      co_yield row;
    }
 }
 
@@ -104,7 +105,7 @@ FaultFeature::showCommands() {
                 { Kind::vlan, "VLAN", "VLAN", false, nullptr },
                 { Kind::mac, "SRC", "address", false, nullptr } },
               { { "stage", "Stage" }, { "what", "What" } },
-              [this]( auto & arguments, auto & sink ) { road( arguments, sink ); } } };
+              [this]( auto & arguments ) { return road( arguments ); } } };
 }
 
 } // namespace QonAgent

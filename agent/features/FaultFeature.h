@@ -24,7 +24,7 @@ class FaultFeature : public AgentFeature {
    std::function< void() > parseFault( const Json & line ) const;
    std::function< void() > parseLatency( const Json & line ) const;
 
-   void road( const Arguments & arguments, const RowSink & sink ) const;
+   Rows road( Arguments arguments ) const;
 
    Agent & agent_;
    SoftChip::Chip * const chip_; ///< null: it is another one

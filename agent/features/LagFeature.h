@@ -61,10 +61,10 @@ class LagFeature : public AgentFeature {
 
    void makeInterfacesWriter();
    void makeMembersWriter();
-   void portChannels( const Arguments & arguments, const RowSink & sink ) const;
-   void members( const Arguments & arguments, const RowSink & sink ) const;
-   void mlag( const RowSink & sink ) const;
-   void chip( const Arguments & arguments, const RowSink & sink ) const;
+   Rows portChannels( Arguments arguments ) const;
+   Rows members( Arguments arguments ) const;
+   Rows mlag() const;
+   Rows chip( Arguments arguments ) const;
    Row portChannelRow( Ulnet::IntfId lag, const Interface::EthLagIntfStatus & status ) const;
    /** The ports that the aggregate lists, has, or is lent. */
    std::vector< Ulnet::IntfId > portsOf( Ulnet::IntfId lag ) const;

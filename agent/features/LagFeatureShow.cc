@@ -92,14 +92,14 @@ LagFeature::memberRow( Ulnet::IntfId lag, Ulnet::IntfId port ) const {
             { "reason", why( lag, port ) } };
 }
 
-void
-LagFeature::members( const Arguments & arguments, const RowSink & sink ) const {
+Rows
+LagFeature::members( Arguments arguments ) const {
    for ( auto & [lag, status] : inOrder( status_->intfStatusIteratorConst() ) ) {
       if ( arguments.has( 0 ) && lag != arguments.intf( 0 ) ) {
          continue;
       }
       for ( Ulnet::IntfId port : portsOf( lag ) ) {
-         sink( memberRow( lag, port ) );
+         co_yield memberRow( lag, port );
       }
    }
 }
@@ -129,17 +129,17 @@ LagFeature::portChannelRow( Ulnet::IntfId lag, const Interface::EthLagIntfStatus
             { "intfId", lag.stringValue() } };
 }
 
-void
-LagFeature::portChannels( const Arguments & arguments, const RowSink & sink ) const {
+Rows
+LagFeature::portChannels( Arguments arguments ) const {
    for ( auto & [lag, status] : inOrder( status_->intfStatusIteratorConst() ) ) {
       if ( !arguments.has( 0 ) || lag == arguments.intf( 0 ) ) {
-         sink( portChannelRow( lag, *status ) );
+         co_yield portChannelRow( lag, *status );
       }
    }
 }
 
-void
-LagFeature::mlag( const RowSink & sink ) const {
+Rows
+LagFeature::mlag() const {
    auto & names = agent_.names();
    Value::List sharing;
    for ( auto & [lag, status] : inOrder( status_->intfStatusIteratorConst() ) ) {
@@ -149,17 +149,18 @@ LagFeature::mlag( const RowSink & sink ) const {
       }
    }
    if ( !domain_.empty() || mlag_->mlagState() != Mlag::MlagState::disabled ) {
-      sink( { { "domain", domain_ },
-              { "state", Kiv::toText( mlag_->mlagState() ) },
-              { "peerLink", names.spelling( mlag_->peerLinkIntf() ) },
-              { "redirection", yesNo( mlag_->fastMacRedirection() ) },
-              { "sharing", sharing } } );
+      const Row made = { { "domain", domain_ },
+                         { "state", Kiv::toText( mlag_->mlagState() ) },
+                         { "peerLink", names.spelling( mlag_->peerLinkIntf() ) },
+                         { "redirection", yesNo( mlag_->fastMacRedirection() ) },
+                         { "sharing", sharing } };
+      co_yield made;
    }
 }
 
 /** A row a group that the chip holds. */
-void
-LagFeature::chip( const Arguments & arguments, const RowSink & sink ) const {
+Rows
+LagFeature::chip( Arguments arguments ) const {
    const auto groups = part_ ? part_->groups() : std::nullopt;
    if ( !groups ) {
       notServed( agent_, "the reading of groups" );
@@ -177,7 +178,7 @@ LagFeature::chip( const Arguments & arguments, const RowSink & sink ) const {
       if ( auto config = hardware_->lag( lag ) ) {
          row.set( "index", config->index() );
       }
-      sink( row );
+      co_yield row;
    }
 }
 
@@ -195,7 +196,7 @@ LagFeature::showCommands() {
              { "members", "Members" },
              { "programmed", "Programmed" },
              { "shared", "Shared" } },
-           [this]( auto & arguments, auto & sink ) { portChannels( arguments, sink ); } },
+           [this]( auto & arguments ) { return portChannels( arguments ); } },
          { "port-channel members",
            "what each member may do, and why it is not programmed",
            { only },
@@ -207,7 +208,7 @@ LagFeature::showCommands() {
              { "programmed", "Prog" },
              { "shared", "Lent" },
              { "reason", "Reason" } },
-           [this]( auto & arguments, auto & sink ) { members( arguments, sink ); } },
+           [this]( auto & arguments ) { return members( arguments ); } },
          { "mlag",
            "MLAG: state, peer link, and the aggregates that share it",
            {},
@@ -216,12 +217,12 @@ LagFeature::showCommands() {
              { "peerLink", "Peer link" },
              { "redirection", "Redirection" },
              { "sharing", "Sharing" } },
-           [this]( auto &, auto & sink ) { mlag( sink ); } },
+           [this]( auto & ) { return mlag(); } },
          { "hw lag",
            "groups that the chip holds",
            { only },
            { { "index", "Index", true }, { "portChannel", "Port-channel" }, { "ports", "Ports" } },
-           [this]( auto & arguments, auto & sink ) { chip( arguments, sink ); } } };
+           [this]( auto & arguments ) { return chip( arguments ); } } };
 }
 
 } // namespace QonAgent

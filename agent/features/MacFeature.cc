@@ -115,27 +115,27 @@ MacFeature::row( const Qon::IndirectAccessMacCmd & cmd, const char * state ) con
 }
 
 /** What is on its way, stage by stage, and what the chip holds without a change on its way. */
-void
-MacFeature::requested( const RowSink & sink ) const {
+Rows
+MacFeature::requested() const {
    if ( !programmer_ ) {
       notServed( agent_, "MAC addresses" );
    }
    const Qon::QonMacProgrammer & programmer = *programmer_;
    for ( auto & cmd : programmer.pendingMacOp() ) {
       if ( cmd->valid() ) {
-         sink( row( *cmd, "pending" ) );
+         co_yield row( *cmd, "pending" );
       }
    }
    for ( auto walk = programmer.inProgMacOpIteratorConst(); walk; ++walk ) {
       if ( walk.value()->valid() ) {
-         sink( row( *walk.value(), "in flight" ) );
+         co_yield row( *walk.value(), "in flight" );
       }
    }
    for ( auto && [key, cmd] : programmer.overflowAddrOp() ) {
       Row waits = row( *cmd, "overflow" );
       const Kiv::Seconds left = programmer_->updateOverflowAddressClock()->time() - Kiv::now();
       waits.set( "nextRetry", std::round( left * 1000 ) / 1000 );
-      sink( waits );
+      co_yield waits;
    }
    const auto hosts = part_->hosts().value_or( QonChip::HeldHosts() );
    for ( auto & [key, host] : hosts ) {
@@ -145,7 +145,7 @@ MacFeature::requested( const RowSink & sink ) const {
       if ( !onItsWay ) {
          Row held = row( key, host );
          held.set( "state", "programmed" );
-         sink( held );
+         co_yield held;
       }
    }
 }
@@ -159,14 +159,14 @@ MacFeature::row( const MacEntryKey & key, const QonChip::HeldHost & host ) const
    return row;
 }
 
-void
-MacFeature::hardware( const RowSink & sink ) const {
+Rows
+MacFeature::hardware() const {
    const auto hosts = part_ ? part_->hosts() : std::nullopt;
    if ( !hosts ) {
       notServed( agent_, "the reading of MAC addresses" );
    }
    for ( auto & [key, host] : *hosts ) {
-      sink( row( key, host ) );
+      co_yield row( key, host );
    }
 }
 
@@ -184,12 +184,12 @@ MacFeature::showCommands() {
                 { "operation", "Operation" },
                 { "state", "State" },
                 { "nextRetry", "Retry in s", true } },
-              [this]( auto &, auto & sink ) { requested( sink ); } },
+              [this]( auto & ) { return requested(); } },
             { "hw mac",
               "MAC entries that the chip holds",
               {},
               { mac, vlan, intf, type },
-              [this]( auto &, auto & sink ) { hardware( sink ); } } };
+              [this]( auto & ) { return hardware(); } } };
 }
 
 std::vector< EventKind >

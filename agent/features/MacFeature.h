@@ -27,8 +27,8 @@ class MacFeature : public AgentFeature {
    static void hand( Qon::QonMacProgrammer & programmer, const Qon::MacCmdPtr & cmd );
    Row row( const Qon::IndirectAccessMacCmd & cmd, const char * state ) const;
    Row row( const Qon::MacEntryKey & key, const QonChip::HeldHost & host ) const;
-   void requested( const RowSink & sink ) const;
-   void hardware( const RowSink & sink ) const;
+   Rows requested() const;
+   Rows hardware() const;
 
    Agent & agent_;
    QonChip::MacPart * const part_; ///< null: the chip has none

@@ -49,18 +49,19 @@ PortsFeature::configure( ConfigReader & reader ) {
    } );
 }
 
-void
-PortsFeature::interfaces( const Arguments & arguments, const RowSink & sink ) const {
+Rows
+PortsFeature::interfaces( Arguments arguments ) const {
    for ( auto & [intf, port] : inOrder( status_->intfStatusIteratorConst() ) ) {
       if ( arguments.has( 0 ) && intf != arguments.intf( 0 ) ) {
          continue;
       }
       Ulnet::IntfId lag = agent_.acsd()->portToLag( intf );
-      sink( { { "interface", agent_.names().spelling( intf ) },
-              { "link", port->linkUp() ? "up" : "down" },
-              { "speed", port->speed() / megabit },
-              { "portChannel", agent_.names().spelling( lag ) },
-              { "intfId", intf.stringValue() } } );
+      const Row made = { { "interface", agent_.names().spelling( intf ) },
+                         { "link", port->linkUp() ? "up" : "down" },
+                         { "speed", port->speed() / megabit },
+                         { "portChannel", agent_.names().spelling( lag ) },
+                         { "intfId", intf.stringValue() } };
+      co_yield made;
    }
 }
 
@@ -75,7 +76,7 @@ PortsFeature::showCommands() {
                 { "link", "Link" },
                 { "speed", "Mb/s", true },
                 { "portChannel", "Port-channel" } },
-              [this]( auto & arguments, auto & sink ) { interfaces( arguments, sink ); } } };
+              [this]( auto & arguments ) { return interfaces( arguments ); } } };
 }
 
 std::vector< EventKind >

@@ -20,7 +20,7 @@ class PortsFeature : public AgentFeature {
    std::vector< EventKind > eventKinds() override;
 
  private:
-   void interfaces( const Arguments & arguments, const RowSink & sink ) const;
+   Rows interfaces( Arguments arguments ) const;
    Qon::FapIdPort hwPort( Ulnet::IntfId intf ) const;
 
    Agent & agent_;

@@ -245,22 +245,23 @@ TopologyFeature::eventKinds() {
 
 // --- What there is -------------------------------------------------------------------------------
 
-void
-TopologyFeature::topologies( const Arguments & arguments, const RowSink & sink ) const {
+Rows
+TopologyFeature::topologies( Arguments arguments ) const {
    if ( !stpSm_ ) {
       notServed( agent_, "topologies" );
    }
    for ( auto && [name, topo] : config_->topoConfigIteratorConst() ) {
       if ( !arguments.has( 0 ) || arguments.text( 0 ) == name ) {
-         topologyRows( name, *topo, sink );
+         for ( auto & row : topologyRows( name, *topo ) ) {
+            co_yield row;
+         }
       }
    }
 }
 
 /** A row a port; one without for a topology that has none. */
-void
-TopologyFeature::topologyRows( const String & name, const Topology::TopoConfig & topo,
-                               const RowSink & sink ) const {
+std::vector< Row >
+TopologyFeature::topologyRows( const String & name, const Topology::TopoConfig & topo ) const {
    const auto topoSm = stpSm_->topoSm( name );
    Value::List vlans;
    if ( auto mapped = stpSm_->topoToVlanMap( name ) ) {
@@ -272,9 +273,7 @@ TopologyFeature::topologyRows( const String & name, const Topology::TopoConfig &
                        { "id", topo.topoId() },
                        { "active", yesNo( topoSm ) },
                        { "vlans", vlans } };
-   if ( topo.topoPortConfigs() == 0 ) {
-      sink( whole );
-   }
+   std::vector< Row > rows;
    for ( auto && [intf, config] : topo.topoPortConfigIteratorConst() ) {
       Row row = whole;
       row.set( "interface", agent_.names().spelling( intf ) );
@@ -284,21 +283,26 @@ TopologyFeature::topologyRows( const String & name, const Topology::TopoConfig &
          row.set( "waiting", yesNo( topoSm->pendingHas( intf ) ) );
          row.set( "flushes", port->status()->fdbFlushReport() );
       }
-      sink( row );
+      rows.push_back( row );
    }
+   if ( rows.empty() ) {
+      rows.push_back( whole );
+   }
+   return rows;
 }
 
-void
-TopologyFeature::hardware( const RowSink & sink ) const {
+Rows
+TopologyFeature::hardware() const {
    const auto held = part_ ? part_->topologies() : std::nullopt;
    if ( !held ) {
       notServed( agent_, "the reading of topology tables" );
    }
    for ( auto & [name, topology] : *held ) {
       for ( auto & [intf, state] : topology.ports ) {
-         sink( { { "topology", name },
-                 { "interface", agent_.names().spelling( intf ) },
-                 { "state", Kiv::toText( state ) } } );
+         const Row made = { { "topology", name },
+                            { "interface", agent_.names().spelling( intf ) },
+                            { "state", Kiv::toText( state ) } };
+         co_yield made;
       }
    }
 }
@@ -320,12 +324,12 @@ TopologyFeature::showCommands() {
                 { "acknowledged", "Acknowledged" },
                 { "waiting", "Waiting" },
                 { "vlans", "VLANs" } },
-              [this]( auto & arguments, auto & sink ) { topologies( arguments, sink ); } },
+              [this]( auto & arguments ) { return topologies( arguments ); } },
             { "hw topology",
               "the topology tables of the chip",
               {},
               { topology, intf, { "state", "State" } },
-              [this]( auto &, auto & sink ) { hardware( sink ); } } };
+              [this]( auto & ) { return hardware(); } } };
 }
 
 } // namespace QonAgent

@@ -58,10 +58,10 @@ class TopologyFeature : public AgentFeature {
    Parsed parseVlan( const Json & line );
    Parsed parseMode( const Json & line );
    Parsed parseTapAgg( const Json & line );
-   void topologies( const Arguments & arguments, const RowSink & sink ) const;
-   void topologyRows( const String & name, const Bridging::Topology::TopoConfig & topo,
-                      const RowSink & sink ) const;
-   void hardware( const RowSink & sink ) const;
+   Rows topologies( Arguments arguments ) const;
+   std::vector< Row > topologyRows( const String & name,
+                                    const Bridging::Topology::TopoConfig & topo ) const;
+   Rows hardware() const;
 
    Velto::Ptr< Qon::TopoHelper > makeHelper();
    Velto::Ptr< Qon::StpSm > makeStpSm();

@@ -78,10 +78,10 @@ VlanFeature::row( VlanId vlan, IntfId port, Qon::VlanMembership how ) const {
 }
 
 /** A row a member; one without for a VLAN that has none. */
-void
-VlanFeature::vlanRows( VlanId vlan, const QonChip::HeldVlan & held, const RowSink & sink ) const {
+std::vector< Row >
+VlanFeature::vlanRows( VlanId vlan, const QonChip::HeldVlan & held ) const {
    const auto state = helper_->updateState( vlan );
-   bool any = false;
+   std::vector< Row > rows;
    helper_->forEachMember( vlan, [&]( IntfId port, Qon::VlanMembership how ) {
       Row r = row( vlan, port, how );
       r.set( "topology", topologies_->vidToTopoMap( vlan ) );
@@ -92,30 +92,32 @@ VlanFeature::vlanRows( VlanId vlan, const QonChip::HeldVlan & held, const RowSin
          r.set( "since", Kiv::now() - state.since );
          r.set( "state", state.failed ? "failed" : state.inProgress ? "in progress" : "waiting" );
       }
-      sink( r );
-      any = true;
+      rows.push_back( r );
    } );
-   if ( !any ) {
-      sink( { { "vlan", U32( vlan.value() ) },
-              { "topology", topologies_->vidToTopoMap( vlan ) } } );
+   if ( rows.empty() ) {
+      rows.push_back( { { "vlan", U32( vlan.value() ) },
+                        { "topology", topologies_->vidToTopoMap( vlan ) } } );
    }
+   return rows;
 }
 
-void
-VlanFeature::vlans( const Arguments & arguments, const RowSink & sink ) const {
+Rows
+VlanFeature::vlans( Arguments arguments ) const {
    if ( !helper_ ) {
       notServed( agent_, "VLANs" );
    }
    auto held = part_->vlans().value_or( QonChip::HeldVlans() );
    for ( auto && [vlan, config] : config_->vlanConfigIteratorConst() ) {
       if ( !arguments.has( 0 ) || vlan.value() == arguments.vlan( 0 ).value() ) {
-         vlanRows( vlan, held[vlan], sink );
+         for ( auto & row : vlanRows( vlan, held[vlan] ) ) {
+            co_yield row;
+         }
       }
    }
 }
 
-void
-VlanFeature::hardware( const Arguments & arguments, const RowSink & sink ) const {
+Rows
+VlanFeature::hardware( Arguments arguments ) const {
    const auto held = part_ ? part_->vlans() : std::nullopt;
    if ( !held ) {
       notServed( agent_, "the reading of VLANs" );
@@ -123,7 +125,7 @@ VlanFeature::hardware( const Arguments & arguments, const RowSink & sink ) const
    for ( auto & [vlan, ports] : *held ) {
       if ( !arguments.has( 0 ) || vlan == arguments.vlan( 0 ).value() ) {
          for ( auto & [port, how] : ports ) {
-            sink( row( VlanId( vlan ), port, how ) );
+            co_yield row( VlanId( vlan ), port, how );
          }
       }
    }
@@ -147,12 +149,12 @@ VlanFeature::showCommands() {
                 { "state", "State" },
                 { "generation", "Generation", true },
                 { "since", "Since s", true } },
-              [this]( auto & arguments, auto & sink ) { vlans( arguments, sink ); } },
+              [this]( auto & arguments ) { return vlans( arguments ); } },
             { "hw vlan",
               "the VLANs that have members in the chip",
               { only },
               { vlan, intf, tagging },
-              [this]( auto & arguments, auto & sink ) { hardware( arguments, sink ); } } };
+              [this]( auto & arguments ) { return hardware( arguments ); } } };
 }
 
 std::vector< EventKind >

@@ -29,10 +29,9 @@ class VlanFeature : public AgentFeature {
  private:
    Bridging::VlanId vlanOf( ConfigReader & reader, const String & name ) const;
    std::function< void() > parseMember( const Json & line );
-   void vlans( const Arguments & arguments, const RowSink & sink ) const;
-   void vlanRows( Bridging::VlanId vlan, const QonChip::HeldVlan & held,
-                  const RowSink & sink ) const;
-   void hardware( const Arguments & arguments, const RowSink & sink ) const;
+   Rows vlans( Arguments arguments ) const;
+   std::vector< Row > vlanRows( Bridging::VlanId vlan, const QonChip::HeldVlan & held ) const;
+   Rows hardware( Arguments arguments ) const;
    Row row( Bridging::VlanId vlan, Ulnet::IntfId port, Qon::VlanMembership how ) const;
 
    Agent & agent_;

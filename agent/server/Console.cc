@@ -150,7 +150,10 @@ Console::show( const Json & request ) {
                            { "numeric", column.numeric } } );
    }
    Json rows = Json::array();
-   runShow( agent_, *command, words, [&]( const Row & row ) { rows.push_back( jsonOf( row ) ); } );
+   Rows shown = runShow( agent_, *command, words );
+   while ( const Row * row = shown.next() ) {
+      rows.push_back( jsonOf( *row ) );
+   }
    Json reply = ok();
    reply["columns"] = std::move( columns );
    reply["rows"] = std::move( rows );
@@ -215,47 +218,52 @@ Console::run( const Json & request ) {
    return reply;
 }
 
-void
-Console::logRows( const RowSink & sink ) const {
+Rows
+Console::logRows() const {
    for ( auto & record : agent_.log().records() ) {
       char time[32];
       std::snprintf( time, sizeof( time ), "%.3f", record.time - agent_.began() );
-      sink( { { "time", time },
-              { "severity", record.severity },
-              { "message", record.name },
-              { "text", record.text } } );
+      const Row made = { { "time", time },
+                         { "severity", record.severity },
+                         { "message", record.name },
+                         { "text", record.text } };
+      co_yield made;
    }
 }
 
-void
-Console::messageRows( const RowSink & sink ) const {
+Rows
+Console::messageRows() const {
    for ( auto handle : Kiv::logHandles() ) {
       auto & descriptor = handle->descriptor();
-      sink( { { "message", descriptor.name },
-              { "severity", U32( descriptor.severity ) },
-              { "module", handle->module() },
-              { "format", descriptor.format } } );
+      const Row made = { { "message", descriptor.name },
+                         { "severity", U32( descriptor.severity ) },
+                         { "module", handle->module() },
+                         { "format", descriptor.format } };
+      co_yield made;
    }
 }
 
-void
-Console::entityRows( const String & path, const RowSink & sink ) const {
-   struct Context {
-      const RowSink & sink;
-      std::size_t prefix;
-   } context = { sink, path.size() + 1 };
-   agent_.entities().dump( path, &context, []( void * c, const Kiv::GenericIf::Line & line ) {
-      auto & [sink, prefix] = *static_cast< Context * >( c );
-      String below = line.path.size() > prefix ? line.path.substr( prefix ) : line.path;
-      sink( { { "path", below }, { "value", line.isEntity ? Value() : Value( line.value ) } } );
+Rows
+Console::entityRows( String path ) const {
+   std::vector< Kiv::GenericIf::Line > lines;
+   agent_.entities().dump( path, &lines, []( void * all, const Kiv::GenericIf::Line & line ) {
+      static_cast< std::vector< Kiv::GenericIf::Line > * >( all )->push_back( line );
    } );
+   const std::size_t prefix = path.size() + 1;
+   for ( auto & line : lines ) {
+      const String below = line.path.size() > prefix ? line.path.substr( prefix ) : line.path;
+      const Row made = { { "path", below },
+                         { "value", line.isEntity ? Value() : Value( line.value ) } };
+      co_yield made;
+   }
 }
 
-void
-Console::mountRows( const RowSink & sink ) const {
+Rows
+Console::mountRows() const {
    for ( auto & mount : agent_.entities().mounts() ) {
       auto type = mount.entity->typeData();
-      sink( { { "path", mount.path }, { "type", type ? type->name : "" } } );
+      const Row made = { { "path", mount.path }, { "type", type ? type->name : "" } };
+      co_yield made;
    }
 }
 
@@ -267,22 +275,22 @@ Console::ownShows() {
            "the last messages",
            {},
            { { "time", "Seconds", true }, { "message", "Message" }, { "text", "Text" } },
-           [this]( auto &, auto & sink ) { logRows( sink ); } },
+           [this]( auto & ) { return logRows(); } },
          { "messages",
            "what 'raise' can raise",
            {},
            { { "message", "Message" }, { "format", "Format" } },
-           [this]( auto &, auto & sink ) { messageRows( sink ); } },
+           [this]( auto & ) { return messageRows(); } },
          { "entity",
            "all that is below a path",
            { path },
            { { "path", "Path" }, { "value", "Value" } },
-           [this]( auto & arguments, auto & sink ) { entityRows( arguments.text( 0 ), sink ); } },
+           [this]( auto & arguments ) { return entityRows( arguments.text( 0 ) ); } },
          { "mounts",
            "where paths begin",
            {},
            { { "path", "Path" }, { "type", "Type" } },
-           [this]( auto &, auto & sink ) { mountRows( sink ); } },
+           [this]( auto & ) { return mountRows(); } },
    };
 }
 

@@ -57,10 +57,10 @@ class Console {
    Json raise( const Json & request );
    Json run( const Json & request );
 
-   void logRows( const RowSink & sink ) const;
-   void messageRows( const RowSink & sink ) const;
-   void entityRows( const String & path, const RowSink & sink ) const;
-   void mountRows( const RowSink & sink ) const;
+   Rows logRows() const;
+   Rows messageRows() const;
+   Rows entityRows( String path ) const;
+   Rows mountRows() const;
    std::vector< ShowCommand > ownShows();
 
    void watch( Connection & connection, const Json & request );
