@@ -1,5 +1,7 @@
 #include "agent/base/StateFile.h"
 
+#include <nlohmann/json.hpp>
+
 #include "agent/base/JsonText.h"
 #include "agent/base/ReadFile.h"
 

@@ -6,7 +6,6 @@
 //
 // What takeState() gives, parseState() takes. Texts, numbers and truth values are read alike.
 
-#include <nlohmann/json.hpp>
 #include <utility>
 #include <vector>
 

@@ -8,7 +8,7 @@ namespace {
 
 U32
 numberOr( const Json & line, const char * field, U32 otherwise ) {
-   return line.contains( field ) ? fieldOf< U32 >( line, field ) : otherwise;
+   return hasField( line, field ) ? fieldOf< U32 >( line, field ) : otherwise;
 }
 
 SoftChip::Fault
@@ -30,21 +30,21 @@ FaultFeature::FaultFeature( Agent & agent )
 std::function< void() >
 FaultFeature::parseFault( const Json & line ) const {
    SoftChip::FaultPlan & plan = chip_->faults();
-   if ( line.contains( "hook" ) ) {
+   if ( hasField( line, "hook" ) ) {
       return [&plan, fault = faultOf( line )] { plan.add( fault ); };
    }
-   if ( line.contains( "table" ) ) {
+   if ( hasField( line, "table" ) ) {
       return [&plan, table = fieldOf< String >( line, "table" ),
               limit = fieldOf< U32 >( line, "limit" )] { plan.limitIs( table, limit ); };
    }
-   if ( line.contains( "unit" ) ) {
+   if ( hasField( line, "unit" ) ) {
       return [&plan, unit = fieldOf< String >( line, "unit" ),
               lost = fieldOf< bool >( line, "lost" )] { plan.unitLostIs( unit, lost ); };
    }
-   if ( line.contains( "seed" ) ) {
+   if ( hasField( line, "seed" ) ) {
       return [&plan, seed = fieldOf< U32 >( line, "seed" )] { plan.seedIs( seed ); };
    }
-   if ( line.contains( "clear" ) ) {
+   if ( hasField( line, "clear" ) ) {
       return [&plan] { plan.clear(); };
    }
    throw Velto::RangeError( "expected one of the fields hook, table, unit, seed, clear" );

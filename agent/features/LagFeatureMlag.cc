@@ -41,7 +41,7 @@ LagFeature::memberEvent( const Json & line ) {
    const Ulnet::IntfId lag = agent_.names().typed( fieldOf< String >( line, "portChannel" ) );
    const Ulnet::IntfId port = agent_.names().typed( fieldOf< String >( line, "port" ) );
    auto flag = [&]( const char * field ) {
-      return !line.contains( field ) || fieldOf< bool >( line, field );
+      return !hasField( line, field ) || fieldOf< bool >( line, field );
    };
    const bool member = flag( "member" );
    const Interface::LagMember flags( flag( "collecting" ), flag( "distributing" ) );
@@ -64,7 +64,8 @@ LagFeature::memberEvent( const Json & line ) {
 std::function< void() >
 LagFeature::mlagEvent( const Json & line ) {
    const auto state = Kiv::fromText< Mlag::MlagState >( fieldOf< String >( line, "state" ) );
-   const bool redirects = !line.contains( "redirection" ) || fieldOf< bool >( line, "redirection" );
+   const bool redirects =
+         !hasField( line, "redirection" ) || fieldOf< bool >( line, "redirection" );
    return [=, this] {
       mlag_->fastMacRedirectionIs( redirects );
       mlag_->mlagStateIs( state );

@@ -47,8 +47,8 @@ operationOf( const String & name ) {
 template< class E >
 E
 enumOr( const Json & line, const char * field, E otherwise ) {
-   return line.contains( field ) ? Kiv::fromText< E >( fieldOf< String >( line, field ) )
-                                 : otherwise;
+   return hasField( line, field ) ? Kiv::fromText< E >( fieldOf< String >( line, field ) )
+                                  : otherwise;
 }
 
 Row

@@ -1,7 +1,5 @@
 #include "agent/features/PortsFeature.h"
 
-#include <nlohmann/json.hpp>
-
 #include "agent/Agent.h"
 #include "agent/ConfigReader.h"
 #include "agent/features/Arguments.h"

@@ -1,5 +1,7 @@
 #include "agent/player/EventPlayer.h"
 
+#include <nlohmann/json.hpp>
+
 #include "agent/Agent.h"
 #include "agent/base/Fields.h"
 #include "agent/base/ReadFile.h"
