@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <filesystem>
 #include <optional>
 
 #include "agent/AgentRun.h"
@@ -35,9 +36,11 @@ struct Options {
    bool once = false;
 };
 
+String program; // argv[0] without its folder, with which messages begin
+
 void
 say( const String & line ) {
-   std::fprintf( stderr, "qon-agent: %s\n", line.c_str() );
+   std::fprintf( stderr, "%s: %s\n", program.c_str(), line.c_str() );
 }
 
 /** Ends the loop on SIGTERM and SIGINT. */
@@ -232,14 +235,14 @@ describe( CLI::App & app, Options & options, const Chips & chips ) {
                ->check( CLI::IsMember( option.words ) );
       }
    }
+   const String agent = "\n  " + program;
    app.footer(
-         "Examples:\n"
-         "  qon-agent --config examples/leaf.json &     run a switch\n"
-         "  qonctl show port-channel                    ask it\n"
-         "  qon-agent --config my.json --once        check a file\n"
-         "  qon-agent -c my.json -e storm.jsonl --virtual-time --once\n\n"
-         "Exit codes: 0 ended as asked, 1 a replay that differs, 2 bad input or a busy socket,\n"
-         "one line says which." );
+         "Examples:" + agent + " --config examples/leaf.json &     run a switch" +
+         "\n  qonctl show port-channel                    ask it" + agent +
+         " --once --config my.json        check a file" + agent +
+         " -c my.json -e storm.jsonl --virtual-time --once\n\n"
+         "Exit codes: 0 ended as asked, 1 a replay that differs, 2 bad input, a busy socket or "
+         "no\nchip; one line says which." );
 }
 
 } // namespace
@@ -251,6 +254,7 @@ agentMain( int argc, char ** argv, const QonChip::MakeChip & make ) {
 
 int
 agentMain( int argc, char ** argv, const Chips & chips ) {
+   program = std::filesystem::path( argv[0] ).filename();
    Options options;
    CLI::App app( "Forwarding agent: runs the state machines of libQon on a switch "
                  "configuration." );

@@ -29,7 +29,8 @@ struct ChipChoice {
 using Chips = std::vector< ChipChoice >;
 
 /** Runs until SIGTERM, SIGINT, or, with --once, until there is nothing left to do. Returns the exit
-    code: 0 ended as asked, 1 a replay that differs, 2 bad input. */
+    code: 0 ended as asked, 1 a replay that differs, 2 bad input, or no chip. What it says begins with
+    the base name of argv[0]. */
 int agentMain( int argc, char ** argv, const QonChip::MakeChip & make );
 /** With an option --chip that chooses one of several. */
 int agentMain( int argc, char ** argv, const Chips & chips );

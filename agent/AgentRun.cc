@@ -196,6 +196,9 @@ AgentRun::start( const String & description ) {
    lines.resize( std::max< size_t >( lines.size(), 3 ) );
    try {
       auto chip = makerOf( lines[1] )( scheduler_ );
+      if ( !chip ) {
+         throw RangeError( "there is no chip '" + lines[1] + "': its maker returned none" );
+      }
       const Settings settings = settingsOf( lines[2] );
       lines.erase( lines.begin(), lines.begin() + 3 );
       environmentIs( lines );

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 
 #include "conformance/Conformance.h"
 #include "platform/Kiv/Text.h"
@@ -22,7 +23,7 @@ constexpr char usage[] =
       "  --seed N   of the random histories; 1 unless given\n"
       "  --steps N  of each random history; 2000 unless given\n"
       "  --json     the result as JSON\n"
-      "Exit codes: 0 no findings, 1 findings, 2 a wrong command line.\n";
+      "Exit codes: 0 no findings, 1 findings, 2 a wrong command line or no chip.\n";
 
 using Result = Outcome::Result;
 
@@ -185,7 +186,8 @@ conformanceMain( int argc, const char * const * argv, const MakeChip & make ) {
       }
       return findings.empty() ? 0 : exitFindings;
    } catch ( const Velto::RangeError & e ) {
-      std::fprintf( stderr, "%s: %s\n", argv[0], e.what() );
+      std::fprintf( stderr, "%s: %s\n", std::filesystem::path( argv[0] ).filename().c_str(),
+                    e.what() );
       return exitUsage;
    }
 }

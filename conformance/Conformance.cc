@@ -20,7 +20,7 @@ using Result = Outcome::Result;
 
 // What a child says, a line each: its kind, and texts between separators.
 constexpr char saysDone = '.', saysDid = 'd', saysNotLooked = 'n', saysSkipped = 's',
-               saysBroken = 'b';
+               saysBroken = 'b', saysNoChip = 'c';
 constexpr char separator = '\x1f';
 constexpr std::size_t wordsKept = 2; // lines of what a process that died wrote, and the last
 
@@ -70,6 +70,8 @@ child( const MakeChip & make, const Options & options, const Check & check, int 
       check.make( trial );
       bool looked = trial.whyNotLooked().empty();
       say( fd, looked ? saysDone : saysNotLooked, trial.whyNotLooked() );
+   } catch ( const NoChip & ) {
+      say( fd, saysNoChip, "" );
    } catch ( const Skipped & skipped ) {
       say( fd, saysSkipped, skipped.why );
    } catch ( const Broken & broken ) {
@@ -199,6 +201,9 @@ outcomeOf( const MakeChip & make, const Options & options, const Check & check )
    char verdict = last.empty() ? 0 : last[0];
    String what = last.empty() ? last : last.substr( 1 );
    Outcome outcome{ check.contract.id, Result::broken, "", {} };
+   if ( verdict == saysNoChip ) {
+      throw Velto::RangeError( "there is no chip: its maker returned none" );
+   }
    if ( verdict == saysBroken ) {
       auto parts = Kiv::split( what, separator );
       parts.resize( 5 );

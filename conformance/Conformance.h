@@ -67,7 +67,8 @@ struct Options {
    U32 secondsToHang = 60; ///< a check that takes longer in real time is a finding
 };
 
-/** Makes the checks. Velto::RangeError if `only` names nothing. `report` hears each outcome. */
+/** Makes the checks. Velto::RangeError if `only` names nothing, or if `make` returns null. `report`
+    hears each outcome. */
 std::vector< Outcome >
 runChecks( const MakeChip & make, const Options & options,
            const std::function< void( const Outcome & ) > & report = nullptr );
@@ -76,7 +77,8 @@ runChecks( const MakeChip & make, const Options & options,
 std::vector< Finding > findingsOf( const std::vector< Outcome > & outcomes );
 
 /** The program: --list, --only ID, --seed N, --steps N, --json, --help. Returns its exit status: 0
-    for no findings, 1 for some, 2 for a wrong command line. */
+    for no findings, 1 for some, 2 for a wrong command line or if there is no chip. Its messages
+    begin with the base name of argv[0]. */
 int conformanceMain( int argc, const char * const * argv, const MakeChip & make );
 
 } // namespace QonConformance

@@ -1,30 +1,29 @@
-// The features that the kit knows.
+// The features that the kit knows: a line each, its namespace, in which it defines `feature`.
+
+// clang-format off
+#define FEATURES( one ) \
+   one( Hook )          \
+   one( Mac )           \
+   one( Vlan )          \
+   one( Topology )      \
+   one( Lag )
+// clang-format on
 
 #include "conformance/Feature.h"
 
 namespace QonConformance {
 
-namespace Hook {
-extern const Feature feature;
-}
-namespace Mac {
-extern const Feature feature;
-}
-namespace Vlan {
-extern const Feature feature;
-}
-namespace Topology {
-extern const Feature feature;
-}
-namespace Lag {
-extern const Feature feature;
-}
+#define DECLARE( name )                                                                            \
+   namespace name {                                                                                \
+   extern const Feature feature;                                                                   \
+   }
+#define ENTRY( name ) &name::feature,
+
+FEATURES( DECLARE )
 
 std::span< const Feature * const >
 features() {
-   static constexpr const Feature * all[] = {
-         &Hook::feature, &Mac::feature, &Vlan::feature, &Topology::feature, &Lag::feature,
-   };
+   static constexpr const Feature * all[] = { FEATURES( ENTRY ) };
    return all;
 }
 

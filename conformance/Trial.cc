@@ -22,11 +22,20 @@ listed( const Contract & contract ) {
    return std::find( all.begin(), all.end(), &contract ) != all.end();
 }
 
+std::unique_ptr< QonChip::Chip >
+madeBy( const MakeChip & make, Kiv::TaskScheduler & scheduler ) {
+   auto chip = make( scheduler );
+   if ( !chip ) {
+      throw NoChip();
+   }
+   return chip;
+}
+
 } // namespace
 
 Trial::Trial( const MakeChip & make, const Options & o, Note note )
-    : chip( make( scheduler ) ), acsd( Qon::qonCommonSmDataFactory( "acsd" ) ), options( o ),
-      random( o.seed ), note_( std::move( note ) ), ports_( chip->ports() ) {
+    : chip( madeBy( make, scheduler ) ), acsd( Qon::qonCommonSmDataFactory( "acsd" ) ),
+      options( o ), random( o.seed ), note_( std::move( note ) ), ports_( chip->ports() ) {
    VELTO_ASSERT( !ports_.empty() );
    acsd->initializedIs( true );
    publishes( acsd );

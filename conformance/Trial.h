@@ -14,6 +14,8 @@ namespace QonConformance {
 struct Broken {
    Finding finding;
 };
+/** The chip's maker returned null. */
+struct NoChip {};
 struct Skipped {
    String why;
 };

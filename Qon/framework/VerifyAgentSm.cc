@@ -94,11 +94,12 @@ VerifyAgentSm::handleInitialized() {
       if ( requestDir_ ) {
          requestDirSm_ = CliRequestDirSmIs( requestDir_, cliCallback_ );
       }
+      // fixed text
       QON_TRACE( verifyFacility, startLevel, "Qon CliCommand callback has been initialized" );
    }
    cookieWatch_.attach( this, config_.ptr() );
    doneWatch_.attach( this, acsd_->verifyData() );
-   QON_TRACE( verifyFacility, startLevel, "VerifyAgentSm initialized" );
+   QON_TRACE( verifyFacility, startLevel, "VerifyAgentSm initialized" ); // fixed text
    if ( requestDirSm_ ) {
       requestDirSm_->initializedIs( true );
    }

@@ -57,11 +57,11 @@ VerifySm::handleInitialized() {
    }
    if ( envSet( "ENABLE_VERIFY" ) && !envSet( "USE_BCMSIM" ) ) {
       data_->verifyIs( true );
-      QON_TRACE( verifyFacility, startLevel, "Verify enabled" );
+      QON_TRACE( verifyFacility, startLevel, "Verify enabled" ); // fixed text
    }
    clock_.attach( this, Velto::make< Kiv::Clock >() );
    requestWatch_.attach( this, data_->verifyRequired() );
-   QON_TRACE( verifyFacility, startLevel, "Verify SM initialized" );
+   QON_TRACE( verifyFacility, startLevel, "Verify SM initialized" ); // fixed text
    initializedIs( true );
 }
 
@@ -100,9 +100,9 @@ VerifySm::startRun() {
    requested_ = false;
    repetitions_ = 0;
    data_->verifyIncIs( 0 );
-   QON_TRACE( verifyFacility, runLevel, "Starting Qon verification" );
+   QON_TRACE( verifyFacility, runLevel, "Starting Qon verification" ); // fixed text
    runVerification();
-   QON_TRACE( verifyFacility, runLevel, "Qon verification done" );
+   QON_TRACE( verifyFacility, runLevel, "Qon verification done" ); // fixed text
 }
 
 bool

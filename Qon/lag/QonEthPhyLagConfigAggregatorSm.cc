@@ -102,6 +102,7 @@ LagConfigAggregatorSm::nextPhase() {
       }
    } else {
       phase_ = Phase::done;
+      // fixed text
       QON_TRACE( facility, 1,
                  "Initial scan done for child SMs. Now scanning with events triggered." );
    }
@@ -166,6 +167,7 @@ LagConfigAggregatorSm::reviewIntf( IntfId phyIntf ) {
       memberDel( former, phyIntf );
    }
    if ( lagId ) {
+      // fixed text
       QON_TRACE( facility, 7, phyIntf,
                  " into( aggregatedLagConfigDir.lagToPort[ lagId ].member[ phyIntf ] ) of ",
                  lagId );

@@ -118,6 +118,7 @@ LagConfigMapCreatorSm::wanted( IntfId lag, IntfId port ) const {
    const bool fapPort = in_.fapIdPortDir->fapIdPortHas( port );
    const bool interfaceStatusExists = in_.ethPhyIntfStatusDir->intfStatusHas( port );
    const bool lagExists = in_.acsd->lagToPortHas( lag ) && hasLagIndex( lag );
+   // fixed text
    QON_TRACE( facility, 7, lag, " ", port, " memberStatus: ", memberStatus, " fapPort: ", fapPort,
               " interfaceStatusExists: ", interfaceStatusExists, " lagExists: ", lagExists,
               " resync: ", resync_ );

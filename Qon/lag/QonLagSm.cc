@@ -74,7 +74,7 @@ LagSm::NestedSm_Status::handleDeviceName() {
 void
 LagSm::NestedSm_Status::handleDel() {
    if ( Kiv::agentRestarting() ) {
-      QON_TRACE( lagFacility, 2, "Disabling Qon cleanup in case of restart" );
+      QON_TRACE( lagFacility, 2, "Disabling Qon cleanup in case of restart" ); // fixed text
       return;
    }
    live_ = false;
@@ -312,10 +312,11 @@ LagSm::reviewDeviceName( IntfId lag ) {
    auto sm = status( lag );
    if ( sm && sm->live() ) {
       const String deviceName = sm->status()->deviceName();
+      // fixed text
       QON_TRACE( lagFacility, 5, "Added deviceName ", deviceName, " input for ", lag );
       names->intfDeviceNameIs( lag, deviceName );
    } else if ( names->intfDeviceNameHas( lag ) && !Kiv::agentRestarting() ) {
-      QON_TRACE( lagFacility, 5, "Removing deviceName input for ", lag );
+      QON_TRACE( lagFacility, 5, "Removing deviceName input for ", lag ); // fixed text
       names->intfDeviceNameDel( lag );
    }
 }
@@ -365,7 +366,7 @@ LagSm::reviewPort( IntfId port ) {
 
 void
 LagSm::doScrubMember( IntfId port, IntfId lag ) {
-   QON_TRACE( lagFacility, 2, port, " duplicate lag found ", lag );
+   QON_TRACE( lagFacility, 2, port, " duplicate lag found ", lag ); // fixed text
    removeMember( lag, port );
 }
 
@@ -380,7 +381,7 @@ LagSm::addMember( IntfId lag, IntfId port ) {
    const QonLagPort before = list.port( port ), now( flags.collecting(), flags.distributing() );
    const bool fresh = acsd()->portToLag( port ) != lag;
    if ( fresh ) {
-      QON_TRACE( lagFacility, 4, lag, " adding ", port );
+      QON_TRACE( lagFacility, 4, lag, " adding ", port ); // fixed text
    }
    if ( fresh || !( before == now ) ) {
       list.portIs( port, now );
@@ -395,8 +396,8 @@ void
 LagSm::removeMember( IntfId lag, IntfId member ) {
    // Named for the assertion's text.
    auto portToLag = [this]( IntfId port ) { return acsd()->portToLag( port ); };
-   VELTO_ASSERT( portToLag( member ) == lag ); // fixed text
-   QON_TRACE( lagFacility, 4, lag, " deleting ", member );
+   VELTO_ASSERT( portToLag( member ) == lag );             // fixed text
+   QON_TRACE( lagFacility, 4, lag, " deleting ", member ); // fixed text
    reviewHardware( lag, member, true );
    if ( acsd()->lagToPortHas( lag ) ) {
       QonLagPortList list = acsd()->lagToPort( lag );

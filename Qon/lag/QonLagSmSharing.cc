@@ -84,7 +84,7 @@ LagSm::maybeSharePeerLinkWithLag( IntfId lag, const QonLagPortList & portList ) 
    const IntfId peerLink = wantedPeerLink( lag );
    const IntfId shared = sharedPeerLink( lag );
    if ( share_.has( lag ) && !mlagEstablished() ) {
-      QON_TRACE( lagFacility, 5, lag, " ignore since MLAG state is invalid." );
+      QON_TRACE( lagFacility, 5, lag, " ignore since MLAG state is invalid." ); // fixed text
    }
    if ( shared && shared != peerLink ) {
       addOrRemovePeerLink( lag, IntfId(), portList, false );
@@ -94,22 +94,22 @@ LagSm::maybeSharePeerLinkWithLag( IntfId lag, const QonLagPortList & portList ) 
    }
 }
 
-/** Makes `peerLink` the one that lends its members to `lag`; null is none. `portList` are the own
-    members, which stay. `forceUpdate` looks at the lent members even if the link is the same. */
 void
 LagSm::addOrRemovePeerLink( IntfId lag, IntfId peerLink, const QonLagPortList & portList,
                             bool forceUpdate ) {
    const IntfId shared = sharedPeerLink( lag );
    if ( shared == peerLink ) {
-      QON_TRACE( lagFacility, 5, lag, " already shares ", peerLink, " members." );
+      QON_TRACE( lagFacility, 5, lag, " already shares ", peerLink, " members." ); // fixed text
       if ( !forceUpdate ) {
          return;
       }
    } else if ( peerLink ) {
+      // fixed text
       QON_TRACE( lagFacility, 4, lag, " updating LAG membership to add ", peerLink, " members." );
       *borrowed_.emplace( lag ).first = peerLink;
    } else {
-      QON_TRACE( lagFacility, 4, "Stop sharing members of peer-link ", shared );
+      QON_TRACE( lagFacility, 4, "Stop sharing members of peer-link ", shared ); // fixed text
+      // fixed text
       QON_TRACE( lagFacility, 4, lag, " doesn't share ", shared, " anymore.",
                  " since MLAG status is ",
                  Kiv::toText( in_.mlagStatus ? in_.mlagStatus->mlagState()
@@ -133,6 +133,7 @@ LagSm::addOrRemovePeerLink( IntfId lag, IntfId peerLink, const QonLagPortList & 
 void
 LagSm::reviewPeerLinkOfAll() {
    for ( IntfId lag : status_.heldKeys() ) {
+      // fixed text
       QON_TRACE( lagFacility, 5, "Check if we need to update the peer-link members for lag ", lag );
       later( What::peerLinkOf, lag );
    }

@@ -1,4 +1,5 @@
 // Verification: the maps against the status directory, one line for each difference.
+// fixed text, all of the lines.
 
 #include "Qon/include/lag/QonLagSm.h"
 

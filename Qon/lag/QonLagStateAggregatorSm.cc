@@ -105,7 +105,7 @@ LagMemberStateAggregatorSm::handleMember( const IntfId & member ) {
    if ( exists && merged ) {
       merged->memberIs( member, MemberStatus( result, collecting, distributing, shared ) );
    } else if ( merged && merged->memberHas( member ) ) {
-      QON_TRACE( facility, 3, lag_, " Cleaning up member: ", member );
+      QON_TRACE( facility, 3, lag_, " Cleaning up member: ", member ); // fixed text
       merged->memberDel( member );
    }
 }
@@ -114,7 +114,7 @@ void
 LagMemberStateAggregatorSm::doCleanup() {
    if ( Velto::Ptr< LagStatus > merged = aggregator_->merged()->lag( lag_ ) ) {
       for ( auto && entry : keysOf< IntfId >( merged->memberIteratorConst() ) ) {
-         QON_TRACE( facility, 3, lag_, " Cleaning up member: ", entry.key );
+         QON_TRACE( facility, 3, lag_, " Cleaning up member: ", entry.key ); // fixed text
          merged->memberDel( entry.key );
       }
       aggregator_->merged()->lagDel( lag_ );

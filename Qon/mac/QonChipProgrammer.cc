@@ -88,6 +88,7 @@ QonMacProgrammer::handleAddrOp( const MacCmdPtr & cmd ) {
 void
 QonMacProgrammer::removeFromOverflow( const MacEntryKey & key ) {
    if ( auto old = overflowAddrOp_.take( key ) ) {
+      // fixed text
       QON_TRACE( facility, 5, "handleAddrOp:", " Found an entry ", **old,
                  " with same key in overflow queue, remove it" );
       ( *old )->stage_ = Stage::none;
@@ -98,6 +99,7 @@ QonMacProgrammer::removeFromOverflow( const MacEntryKey & key ) {
 void
 QonMacProgrammer::supersede( IndirectAccessMacCmd & old ) {
    if ( old.stage_ == Stage::inFlight ) {
+      // fixed text
       QON_TRACE( facility, 5, "handleAddrOp:", " Found an entry ", old,
                  " with same key in in-progress queue, mark it out-of-date" );
    } else {
@@ -161,13 +163,13 @@ QonMacProgrammer::updatePendingAddresses() {
       }
    }
    if ( !pendingMacOp_.empty() ) {
-      QON_TRACE( facility, 7, "Schedule review for pending items" );
+      QON_TRACE( facility, 7, "Schedule review for pending items" ); // fixed text
       wakeUp( updatePendingAddressClock(), slice.now() + updateDelay() );
    } else {
-      QON_TRACE( facility, 7, "Nothing is pending. Stop" );
+      QON_TRACE( facility, 7, "Nothing is pending. Stop" ); // fixed text
    }
    if ( !inProgMacOp_.empty() ) {
-      QON_TRACE( facility, 7, "In-progress cmd exists. Schedule review." );
+      QON_TRACE( facility, 7, "In-progress cmd exists. Schedule review." ); // fixed text
       wakeUp( pollReqClock(), slice.now() );
    }
 }
@@ -217,7 +219,7 @@ QonMacProgrammer::flushLeavesQueue() {
 /** A command that is not valid has left the queue. */
 void
 QonMacProgrammer::drop( IndirectAccessMacCmd & cmd ) {
-   QON_TRACE( facility, 7, cmd, " is out-of-date, skip it" );
+   QON_TRACE( facility, 7, cmd, " is out-of-date, skip it" ); // fixed text
    if ( !cmd.addrOp() ) {
       flushLeavesQueue();
    } else if ( cmd.stage_ == Stage::pending ) {
@@ -234,6 +236,7 @@ void
 QonMacProgrammer::handleCmdResponse( U64 transactionId, U32 tblIndex, MacProgramStatus status ) {
    auto found = inProgMacOp_.find( transactionId );
    if ( !found ) {
+      // fixed text
       QON_TRACE( facility, 0, "QonMacProgrammer::", __func__,
                  ": Can't find in progress command for transaction id: ", transactionId );
       return;
@@ -274,14 +277,15 @@ QonMacProgrammer::pollInProgressCmds() {
 void
 QonMacProgrammer::scheduleAfterPoll( Kiv::Seconds now ) {
    if ( !inProgMacOp_.empty() ) {
-      QON_TRACE( facility, 7, "In-progress cmd exists, schedule polling with delay" );
+      QON_TRACE( facility, 7, "In-progress cmd exists, schedule polling with delay" ); // fixed text
       wakeUp( pollReqClock(), now + pollReqFreq() );
    }
    if ( !pendingMacOp_.empty() ) {
-      QON_TRACE( facility, 7, "Pending cmd exists, schedule review" );
+      QON_TRACE( facility, 7, "Pending cmd exists, schedule review" ); // fixed text
       wakePending( now );
    }
    if ( !overflowAddrOp_.empty() ) {
+      // fixed text
       QON_TRACE( facility, 7, "Overflow address exists, schedule review with delay: ",
                  updateOverflowAddressDelay() );
       wakeUp( updateOverflowAddressClock(), now + updateOverflowAddressDelay() );
@@ -423,11 +427,11 @@ QonMacProgrammer::updateOverflowAddresses() {
    overflowAddrOpBookmarkIs( bookmarkAt( walk ) );
    noteEndOfOverflow();
    if ( !overflowAddrOp_.empty() ) {
-      QON_TRACE( facility, 7, "Overflow cmd exists, schedule Pending." );
+      QON_TRACE( facility, 7, "Overflow cmd exists, schedule Pending." ); // fixed text
       wakeUp( updateOverflowAddressClock(), slice.now() + updateOverflowAddressDelay() );
    }
    if ( !pendingMacOp_.empty() ) {
-      QON_TRACE( facility, 7, "Pending cmd exists, schedule Pending" );
+      QON_TRACE( facility, 7, "Pending cmd exists, schedule Pending" ); // fixed text
       wakePending( slice.now() );
    }
 }
@@ -438,9 +442,9 @@ QonMacProgrammer::retry( const MacCmdPtr & cmd ) {
    overflowAddrOp_.erase( cmd->key() );
    cmd->stage_ = Stage::none;
    if ( cmd->invalid() ) {
-      QON_TRACE( facility, 7, *cmd, " is out-of-date, skip it" );
+      QON_TRACE( facility, 7, *cmd, " is out-of-date, skip it" ); // fixed text
    } else if ( !addrOp_.emplace( packed( cmd->key() ), cmd.ptr() ).second ) {
-      QON_TRACE( facility, 7, "a command with the same key is in pending" );
+      QON_TRACE( facility, 7, "a command with the same key is in pending" ); // fixed text
    } else {
       cmd->transactionIdIs( 0 );
       enqueue( cmd );

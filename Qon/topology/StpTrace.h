@@ -9,4 +9,5 @@ extern Flintlog::Facility stpFacility;
 
 } // namespace Qon
 
+// fixed text, whatever is traced with it
 #define STP_TRACE( ... ) QON_TRACE( ::Qon::stpFacility, 5, __VA_ARGS__ )

@@ -171,7 +171,6 @@ VlanTopoHelper::stillThere( const String & topoName, IntfId intf ) const {
    return topo ? topo->topoPortSm( port ) != nullptr : topoName != stpSm()->tapAggTopoName();
 }
 
-/** Walks the VLANs that are left; true when there are none. */
 bool
 VlanTopoHelper::deferredSetStpState() {
    const Velto::Ptr< TopoUpdate > update( currentTopoUpdate_ );
@@ -191,7 +190,6 @@ VlanTopoHelper::deferredSetStpState() {
    return update->vlanToUpdates() == 0;
 }
 
-/** Blocks the VLAN everywhere, then lets it carry the states of its new topology. */
 void
 VlanTopoHelper::deferredAddVlanToTopo( const String & topoName, U16 vlan ) {
    const VlanId id( vlan );

@@ -41,7 +41,8 @@ pathKinds( Orvane::EntityManager & entities ) {
 } // namespace
 
 EventPlayer::EventPlayer( Agent & agent, const String & file, const String & text, Say say )
-    : agent_( agent ), file_( file ), text_( text ), say_( std::move( say ) ) {
+    : agent_( agent ), file_( file ), text_( text ), say_( std::move( say ) ),
+      alarm_( [this] { handleTimeout(); }, agent.timerWheel() ) {
    for ( auto & kind : pathKinds( agent.entities() ) ) {
       kinds_[kind.name] = kind;
    }
@@ -58,7 +59,6 @@ EventPlayer::load( Agent & agent, const String & file, Say say ) {
 Velto::Ptr< EventPlayer >
 EventPlayer::parse( Agent & agent, const String & file, const String & text, Say say ) {
    Velto::Ptr< EventPlayer > player( new EventPlayer( agent, file, text, std::move( say ) ) );
-   player->hasNotificationActiveIs( true );
    player->check();
    return player;
 }
@@ -118,9 +118,8 @@ EventPlayer::check() {
 void
 EventPlayer::start() {
    began_ = Kiv::now();
-   clock_.attach( this, Velto::make< Kiv::Clock >( agent_.timerWheel() ) );
    if ( !done() ) {
-      clock_->timeIs( began_ + lines_[next_].time );
+      alarm_.at( began_ + lines_[next_].time );
    }
 }
 
@@ -136,7 +135,7 @@ EventPlayer::handleTimeout() {
       }
    }
    if ( !done() ) {
-      clock_->timeIs( began_ + lines_[next_].time );
+      alarm_.at( began_ + lines_[next_].time );
    }
 }
 

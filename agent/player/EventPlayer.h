@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "agent/AgentFeature.h"
-#include "platform/Kiv/Clock.h"
+#include "platform/Kiv/Alarm.h"
 
 namespace QonAgent {
 
@@ -37,8 +37,6 @@ class EventPlayer : public Velto::Node {
    U32 played() const { return U32( next_ ); }
    U32 failed() const { return failed_; }
 
-   void handleTimeout();
-
  private:
    EventPlayer( Agent & agent, const String & file, const String & text, Say say );
 
@@ -51,6 +49,7 @@ class EventPlayer : public Velto::Node {
 
    std::function< void() > parse( const Line & line, Kiv::Seconds & time ) const;
    void check();
+   void handleTimeout();
    void play( const Line & line );
 
    Agent & agent_;
@@ -62,7 +61,7 @@ class EventPlayer : public Velto::Node {
    std::size_t next_ = 0;
    U32 failed_ = 0;
    Kiv::Seconds began_ = 0;
-   Kiv::ClockReactor< EventPlayer, &EventPlayer::handleTimeout > clock_;
+   Kiv::Alarm alarm_;
 };
 
 } // namespace QonAgent

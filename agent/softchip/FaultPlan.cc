@@ -8,7 +8,7 @@ bool
 FaultPlan::applies( Active & active ) {
    const Fault & fault = active.fault;
    return active.calls >= fault.call &&
-          ( fault.inThousand >= 1000 || random_() % 1000 < fault.inThousand );
+          ( fault.inThousand >= 1000 || random_.below( 1000 ) < fault.inThousand );
 }
 
 std::optional< Trouble >

@@ -12,10 +12,10 @@
 // 2. Of several faults for one call the one that was added first counts, and only it is used up.
 
 #include <optional>
-#include <random>
 #include <vector>
 
 #include "platform/Kiv/DenseMap.h"
+#include "platform/Kiv/Rng.h"
 #include "platform/Kiv/Text.h"
 
 namespace SoftChip {
@@ -44,7 +44,7 @@ struct Fault {
 class FaultPlan {
  public:
    /** What the sequence of chances starts with. */
-   void seedIs( U32 seed ) { random_.seed( seed ); }
+   void seedIs( U32 seed ) { random_ = Kiv::Rng( seed ); }
    void add( const Fault & fault ) { faults_.push_back( { fault, 0 } ); }
    /** Counts a call of a hook. */
    std::optional< Trouble > next( const char * hook );
@@ -69,7 +69,7 @@ class FaultPlan {
    std::vector< Active > faults_;
    Kiv::DenseMap< String, U32 > limits_;
    Kiv::DenseMap< String, Kiv::Nothing > lost_;
-   std::mt19937 random_{ 1 };
+   Kiv::Rng random_{ 1 };
 };
 
 } // namespace SoftChip

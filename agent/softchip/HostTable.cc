@@ -71,10 +71,9 @@ statusOf( Trouble trouble ) {
 } // namespace
 
 HostTable::HostTable( Kiv::TimerWheel * wheel, const HostTableShape & shape, FaultPlan & plan )
-    : shape_( shape ), plan_( plan ), taken_( shape.buckets ) {
+    : shape_( shape ), plan_( plan ), taken_( shape.buckets ),
+      alarm_( [this] { handleTimeout(); }, wheel ) {
    VELTO_ASSERT( shape.buckets > 0 && shape.width > 0 && shape.width <= 32 );
-   hasNotificationActiveIs( true );
-   clock_.attach( this, Velto::make< Kiv::Clock >( wheel ) );
 }
 
 void
@@ -86,7 +85,7 @@ HostTable::start( const HostCommand & command ) {
    }
    Kiv::Seconds after = queue_.empty() ? now : std::max( now, queue_.back().due );
    queue_.push_back( { command, after + shape_.latency, hook.ticket() } );
-   clock_->timeMin( queue_.front().due );
+   alarm_.at( queue_.front().due );
 }
 
 void
@@ -104,7 +103,7 @@ HostTable::handleTimeout() {
       hearer->queueMoved();
    }
    if ( !queue_.empty() ) {
-      clock_->timeMin( queue_.front().due );
+      alarm_.at( queue_.front().due );
    }
 }
 

@@ -24,7 +24,7 @@
 #include "Qon/include/mac/QonMacTypes.h"
 #include "agent/softchip/FaultPlan.h"
 #include "agent/softchip/Hearer.h"
-#include "platform/Kiv/Clock.h"
+#include "platform/Kiv/Alarm.h"
 #include "platform/types/Ulnet.h"
 
 namespace SoftChip {
@@ -108,7 +108,7 @@ class HostTable : public Velto::Node {
    Entries entries_;
    std::deque< Queued > queue_;
    std::vector< Refused > refused_; // to be answered as busy
-   Kiv::ClockReactor< HostTable, &HostTable::handleTimeout > clock_;
+   Kiv::Alarm alarm_;
 };
 
 } // namespace SoftChip

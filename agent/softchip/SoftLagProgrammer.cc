@@ -22,7 +22,7 @@ SoftLagProgrammer::SoftLagProgrammer( Velto::Ptr< const Hardware::Lag::Config > 
     : config_( std::move( config ) ), status_( std::move( status ) ), table_( table ) {}
 
 SoftLagProgrammer::~SoftLagProgrammer() {
-   const Kiv::Seconds due = clock_ ? clock_->time() : Kiv::never;
+   const Kiv::Seconds due = alarm_.time();
    while ( !waiting_.empty() ) {
       const LagPlace place = waiting_.front();
       waiting_.deq();
@@ -37,7 +37,6 @@ SoftLagProgrammer::handleInitialized() {
    if ( !initialized() ) {
       return;
    }
-   clock_.attach( this, Velto::make< Kiv::Clock >() );
    lagWatch_.attach( this, config_.ptr() );
    for ( auto && entry : Qon::keysOf< IntfId >( status_->lagIteratorConst() ) ) {
       if ( !config_->lagHas( entry.key ) ) {
@@ -114,7 +113,7 @@ SoftLagProgrammer::changed( IntfId lag, IntfId port ) {
    if ( latency_ <= 0 ) {
       work();
    } else if ( latency_ < Kiv::never ) {
-      clock_->timeMin( Kiv::now() + latency_ );
+      alarm_.in( latency_ );
    }
 }
 
@@ -173,7 +172,7 @@ SoftLagProgrammer::program( const LagPlace & place, const std::optional< Member 
    }
    const auto written = table_.write( place, config_->lag( place.lag )->index(), *want );
    if ( written.askAgain ) {
-      clock_->timeMin( Kiv::now() + busyInterval );
+      alarm_.in( busyInterval );
    }
    return written.result;
 }

@@ -17,7 +17,7 @@
 #include "Qon/include/framework/QonBaseSm.h"
 #include "Qon/include/framework/SmCollection.h"
 #include "agent/softchip/LagTable.h"
-#include "platform/Kiv/Clock.h"
+#include "platform/Kiv/Alarm.h"
 #include "platform/Kiv/Fifo.h"
 
 namespace SoftChip {
@@ -91,7 +91,7 @@ class SoftLagProgrammer : public Qon::QonBaseSm {
                       SoftLagProgrammer, &SoftLagProgrammer::makeGroupSm,
                       &SoftLagProgrammer::cleanUpGroupSm >
          configs_{ this };
-   Kiv::ClockReactor< SoftLagProgrammer, &SoftLagProgrammer::finishAll > clock_;
+   Kiv::Alarm alarm_{ [this] { finishAll(); } };
    Kiv::Watch< Hardware::Lag::Config::lagAttr, SoftLagProgrammer, &SoftLagProgrammer::handleLag >
          lagWatch_;
 };

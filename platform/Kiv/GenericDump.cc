@@ -1,6 +1,7 @@
 #include <vector>
 
 #include "platform/Kiv/Generic.h"
+#include "platform/Kiv/Text.h"
 #include "platform/Velto/Assert.h"
 
 namespace Kiv {
@@ -105,17 +106,14 @@ valueAt( const String & line ) {
 std::vector< GenericIf::Line >
 linesOf( const String & text ) {
    std::vector< GenericIf::Line > lines;
-   for ( size_t at = 0; at < text.size(); ) {
-      auto end = std::min( text.find( '\n', at ), text.size() );
-      String line = text.substr( at, end - at );
-      at = end + 1;
+   for ( auto & line : split( text, '\n' ) ) {
       if ( line.empty() ) {
          continue;
       }
-      auto split = valueAt( line );
-      bool isEntity = split == String::npos;
-      lines.push_back( { unescaped( line.substr( 0, split ) ),
-                         isEntity ? String() : unescaped( line.substr( split + 3 ) ), isEntity } );
+      auto at = valueAt( line );
+      bool isEntity = at == String::npos;
+      lines.push_back( { unescaped( line.substr( 0, at ) ),
+                         isEntity ? String() : unescaped( line.substr( at + 3 ) ), isEntity } );
    }
    return lines;
 }

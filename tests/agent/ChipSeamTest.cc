@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include "agent/AgentProgram.h"
 #include "agent/server/Console.h"
+#include "conformance/Conformance.h"
 #include "tests/agent/AgentWorld.h"
 
 namespace {
@@ -162,6 +164,17 @@ TEST( ChipSeam, AChipOfOnePartIsServedAndTheRestSaysSo ) {
    EXPECT_EQ( world.show( { "hw", "frame", "Ethernet0", "00:1c:73:00:00:01" } ),
               "there is nothing to show as 'hw'" );
    EXPECT_FALSE( world.event( R"({"event": "chipLatency", "seconds": 1})" ) );
+}
+
+TEST( ChipSeam, AMakerThatMakesNoneEndsTheProgramsWithAMessageInTheirName ) {
+   const QonChip::MakeChip none = []( Kiv::TaskScheduler & ) { return nullptr; };
+   char path[] = "/opt/bin/my-agent", once[] = "--once";
+   char * arguments[] = { path, once, nullptr };
+   EXPECT_EXIT( exit( QonAgent::agentMain( 2, arguments, none ) ), testing::ExitedWithCode( 2 ),
+                "^my-agent: error: there is no chip 'chip': its maker returned none\n$" );
+   EXPECT_EXIT( exit( QonConformance::conformanceMain( 1, arguments, none ) ),
+                testing::ExitedWithCode( 2 ),
+                "^my-agent: there is no chip: its maker returned none\n$" );
 }
 
 TEST( ChipSeam, ArgumentsThatAreWrongAreAnsweredAlikeByEveryCommand ) {

@@ -128,26 +128,6 @@ TEST_F( AsyncBase, PrioritiesAndSequencesFall ) {
    EXPECT_EQ( "65534", Kiv::GenericIf::get( *helper, "sequence[b]" ) );
 }
 
-TEST_F( AsyncBase, TheWholeRangeOfSequencesIsUsed ) {
-   U16 last = 0;
-   for ( U32 i = 0; i < 65535; ++i ) {
-      last = helper->getNextSequence( "a" );
-   }
-   EXPECT_EQ( 1, last );
-   EXPECT_DEATH( helper->getNextSequence( "a" ), "Assertion 'nextSequence > 0' failed" );
-   EXPECT_EQ( 1, helper->sequence( "a" ) );
-   helper->sequenceIs( "a", 0 ); // and nothing wraps from there
-   EXPECT_DEATH( helper->getNextSequence( "a" ), "Assertion 'nextSequence > 0' failed" );
-}
-
-TEST_F( AsyncBase, TheLastPriorityIsOne ) {
-   helper->priorityIs( 2 );
-   EXPECT_EQ( 1u, helper->nextPriority() );
-   EXPECT_DEATH( helper->nextPriority(), "Assertion 'priority\\(\\) > 0' failed" );
-   helper->priorityIs( 0 );
-   EXPECT_DEATH( helper->nextPriority(), "Assertion 'priority\\(\\) > 0' failed" );
-}
-
 TEST_F( AsyncBase, NewHooksStandBehindThoseOfTheBase ) {
    // A pointer to a virtual member function holds the slot's offset plus one.
    auto slot = []( auto member ) {

@@ -1,6 +1,7 @@
-// Texts of the MAC programmer that operators and tools search for: failed assertions and reports.
+// Texts of the MAC programmer that operators and tools search for: failed assertions, reports, traces.
 
 #include "tests/mac/FakeChip.h"
+#include "tests/texts/Traced.h"
 
 namespace {
 
@@ -55,6 +56,64 @@ TEST_F( MacTexts, ReportsAreSilentUnderSimulationOnly ) {
    EXPECT_EQ( bare->writeToHw( cmd ), macProgramSuccess );
    chip->pollInProgressCmds();
    EXPECT_EQ( chip->inProgAddrOp( macKey( 1 ) ), cmd );
+}
+
+TEST_F( MacTexts, TracesOfACommandsLife ) {
+   const String found = "handleAddrOp: Found an entry ";
+   std::vector< String > texts; // of commands as they are then
+   auto flow = [&] {
+      auto waiting = addHost( 1 ), first = addHost( 1 ), second = addHost( 1 );
+      chip->handleAddrOp( waiting );
+      inFlight( first );
+      texts = { waiting->stringValue() + " is out-of-date, skip it",
+                first->stringValue() + " write to hardware result : macProgramSuccess",
+                found + first->stringValue() +
+                      " with same key in in-progress queue, mark it out-of-date",
+                " cmd " + Kiv::toText( first->transactionId() ) + " had stalled",
+                "In-progress cmd exists, schedule polling with delay",
+                "QonMacProgrammer::handleCmdResponse: Can't find in progress command for "
+                "transaction id: 999" };
+      chip->handleCmdResponse( 999, 0, macProgramSuccess );
+      scheduler.runFor( 2 );
+      inFlight( second );
+      chip->answer( second, macProgramBusy );
+      chip->pollInProgressCmds();
+      texts.push_back( "Pending cmd exists, schedule review" );
+      scheduler.settle();
+      chip->answer( second, macProgramFull );
+      chip->pollInProgressCmds();
+      texts.push_back( found + second->stringValue() +
+                       " with same key in overflow queue, remove it" );
+      chip->handleAddrOp( addHost( 1 ) );
+   };
+   expectTraced( flow, texts );
+}
+
+TEST_F( MacTexts, TracesOfSlices ) {
+   auto flow = [&] {
+      chip->updateQuantumIs( 1 );
+      chip->pollReqQuantumIs( 1 );
+      chip->updateQuantumofTimesIs( 0 );
+      chip->pollReqQuantumofTimesIs( 0 );
+      acceptMany( 2 );
+      chip->updatePendingAddresses();
+      chip->updatePendingAddresses();
+      for ( auto & cmd : chip->written ) {
+         chip->answer( cmd, macProgramFull );
+      }
+      chip->pollInProgressCmds();
+      chip->pollInProgressCmds();
+      chip->updateOverflowAddresses();
+   };
+   expectTraced( flow, {
+                             "Schedule review for pending items",
+                             "Nothing is pending. Stop",
+                             "In-progress cmd exists. Schedule review.",
+                             " poll .. Time out",
+                             "Overflow address exists, schedule review with delay: 5",
+                             "Overflow cmd exists, schedule Pending.",
+                             "Pending cmd exists, schedule Pending",
+                       } );
 }
 
 } // namespace

@@ -1,7 +1,7 @@
 // Texts of topologies and VLANs that operators and tools search for: reports of missing hooks, failed
 // assertions, traces. They stay as they are, blanks and all.
 
-#include "platform/Flintlog/TraceRecorder.h"
+#include "tests/texts/Traced.h"
 #include "tests/topology/ChipWorld.h"
 
 namespace {
@@ -51,20 +51,8 @@ TEST_F( TopologyTexts, WhatTheProgramGuarantees ) {
                  "Assertion 'tapAggHwConfig->tapAggTopoId\\(\\) > 0' failed" );
 }
 
-/** Traces of one flow, each once. */
-std::set< String >
-tracesOf( const std::function< void() > & flow ) {
-   Flintlog::TraceRecorder recorder;
-   flow();
-   std::set< String > texts;
-   for ( auto & record : recorder.records() ) {
-      texts.insert( record.text );
-   }
-   return texts;
-}
-
 TEST_F( TopologyTexts, TracesOfTopologies ) {
-   const auto traced = tracesOf( [&] {
+   auto flow = [&] {
       stp.vlan( 10, "mst0" );
       stp.vlan( 20, "late" );
       stp.topo( "mst0", 7 );
@@ -86,33 +74,81 @@ TEST_F( TopologyTexts, TracesOfTopologies ) {
       stp.topoDel( "mst0" );
       stpSm->doCleanup();
       stpSm->handleOperationalMode();
-   } );
-   for ( const char * text : {
-               "handleTopoChange creating topo mst0 with mapped vlan 1",
-               "topoSm not yet present for topology late",
-               " Creating topoPortSm for Ethernet1",
-               " setting intf Ethernet1 to state 1",
-               " Nothing to do ",
-               "handleOperationalMode nothing to do ",
-               "Ethernet1 joining lag Port-Channel1, lag in this stg",
-               "Ethernet1 part of a LAG, not updating",
-               "Ethernet2 joining lag Port-Channel2, but lag is not in this stg",
-               "Ethernet1 leaving lag Port-Channel1",
-               " Deleting topoPortSm for Ethernet1",
-               "configure all vlan into TapAggTopo",
-               "4094 is not in a topo. Add to TapAggTopo",
-               "Port-Channel1 is in tap/tool mode so it's perma-forwarding",
-               "Port-Channel1 is in tap/tool mode. skipping ",
-               "vlan was in TapAggTopo. take it out first",
-               "cleanup tapagg stuff",
-               "Deleting from TapAggTopo",
-               "configure regular topo stuff",
-               "handleTopoChange deleting topo mst0",
-               "cleanup regular topo stuff",
-               "not initialized. return",
-         } ) {
-      EXPECT_TRUE( traced.contains( text ) ) << '"' << text << '"';
-   }
+   };
+   expectTraced( flow, {
+                             "handleTopoChange creating topo mst0 with mapped vlan 1",
+                             "topoSm not yet present for topology late",
+                             " Creating topoPortSm for Ethernet1",
+                             " setting intf Ethernet1 to state 1",
+                             " Nothing to do ",
+                             "handleOperationalMode nothing to do ",
+                             "Ethernet1 joining lag Port-Channel1, lag in this stg",
+                             "Ethernet1 part of a LAG, not updating",
+                             "Ethernet2 joining lag Port-Channel2, but lag is not in this stg",
+                             "Ethernet1 leaving lag Port-Channel1",
+                             " Deleting topoPortSm for Ethernet1",
+                             "configure all vlan into TapAggTopo",
+                             "4094 is not in a topo. Add to TapAggTopo",
+                             "Port-Channel1 is in tap/tool mode so it's perma-forwarding",
+                             "Port-Channel1 is in tap/tool mode. skipping ",
+                             "vlan was in TapAggTopo. take it out first",
+                             "cleanup tapagg stuff",
+                             "Deleting from TapAggTopo",
+                             "configure regular topo stuff",
+                             "handleTopoChange deleting topo mst0",
+                             "cleanup regular topo stuff",
+                             "not initialized. return",
+                       } );
+}
+
+TEST_F( TopologyTexts, TracesOfFlushesAndOfVlansThatLoseTheirTopology ) {
+   auto flow = [&] {
+      stp.topo( "mst0", 7 );
+      stp.vlan( 10, "mst0" );
+      stp.port( "mst0", "Ethernet1", PortState::forwarding );
+      tapAggTopo( "tap", 9 );
+      start( helper );
+      mode( HwOperationalMode::tapAgg );
+      stp.config->vidToTopoMapDel( VlanId( 10 ) );
+      stp.portConfig( "mst0", "Ethernet1" )->fdbFlushIs( 1 );
+      stpSm->topoSm( "mst0" )->topoPortSm( intf( "Ethernet1" ) )->handleFdbFlush();
+      helper->pvstIs( true );
+      stp.portConfig( "mst0", "Ethernet1" )->fdbFlushIs( 2 );
+   };
+   expectTraced( flow, {
+                             "in TapAgg mode, placing vlan without topo in TapAggTopo",
+                             "Ethernet1 skipping unchanged report",
+                             "mst0: no mappedVlan",
+                       } );
+}
+
+TEST( VlanTopoTexts, TracesOfTheWalk ) {
+   ChipWorld world( ChipKind::perVlan );
+   auto bare = Qon::VlanTopoHelperIs( nullptr, &world.scheduler );
+   auto flow = [&] {
+      world.stp.topo( "mst0", 7 );
+      world.stp.topo( "empty", 8 );
+      for ( U32 vlan : { 10, 20 } ) {
+         world.stp.vlan( vlan, "mst0" );
+         world.member( "Ethernet1", vlan );
+      }
+      world.latencyIs( 1 );
+      world.run();
+      world.stp.port( "mst0", "Ethernet1", PortState::discarding );
+      world.stp.port( "empty", "Ethernet2", PortState::discarding );
+      world.scheduler.runFor( 10 );
+      world.start( bare );
+      world.stp.port( "mst0", "Ethernet1", PortState::forwarding );
+      world.scheduler.settle();
+      world.stpSm = nullptr;
+   };
+   expectTraced( flow, {
+                             " Mapped vlan NULL for topo empty",
+                             "mst0 needs to wait for vlan 10 genId 3",
+                             "mst0 vlan 10 completed",
+                             "mst0 still waiting for 1 vlans",
+                             "No Vlan helper",
+                       } );
 }
 
 class VlanTexts : public testing::Test, public World {
@@ -154,7 +190,7 @@ TEST_F( VlanTexts, WhatIsRefused ) {
 }
 
 TEST_F( VlanTexts, TracesOfVlans ) {
-   const auto traced = tracesOf( [&] {
+   auto flow = [&] {
       set( "Ethernet1" );
       request( Kind::expand, "Ethernet1", true, true, false );
       scheduler.runFor( 1 );
@@ -163,17 +199,19 @@ TEST_F( VlanTexts, TracesOfVlans ) {
       request( Kind::setOverride, "Ethernet1", false, false, false );
       helper->updateVlanDone( v10, Qon::VlanProgrammingStatus::success );
       helper->updateVlanDone( v10, Qon::VlanProgrammingStatus::failed );
-   } );
-   for ( const char * text : {
-               "Ethernet1 vlan 10 overriding no existing port membership, "
-               "just going to set it to the provided parameters",
-               "Ethernet1 vlan 10 expanding",
-               "Ethernet2 vlan 10 Not Adding because of port state",
-               "Redo vlan update for vlan 10 . State changed while were were programming",
-               "10 failed to program in hardware",
-         } ) {
-      EXPECT_TRUE( traced.contains( text ) ) << '"' << text << '"';
-   }
+      acsd->lagToFeatureSetIs( intf( "Port-Channel1" ), Lag::Recirc::RecircFeatureSet( 1 ) );
+      helper->doRemovePortFromVlan( intf( "Port-Channel1" ), v10 );
+   };
+   expectTraced( flow,
+                 {
+                       "Ethernet1 vlan 10 overriding no existing port membership, "
+                       "just going to set it to the provided parameters",
+                       "Ethernet1 vlan 10 expanding",
+                       "Ethernet2 vlan 10 Not Adding because of port state",
+                       "Redo vlan update for vlan 10 . State changed while were were programming",
+                       "10 failed to program in hardware",
+                       "Port-Channel1 configured for recirc feature. Skipping remove.",
+                 } );
 }
 
 } // namespace

@@ -50,6 +50,16 @@ class LagSm : public QonBaseSm, public Checked {
       /** The aggregate goes: its members, its entries, its device name. */
       void handleDel();
 
+      /** @name Steps of the handlers above */
+      /** @{ */
+      /** Claims a member or drops it; who has the port is settled at the end of the handler. */
+      void doUpdateMember( Ulnet::IntfId member, bool isMember );
+      /** Claims what the status lists, and drops what it does not; settled likewise. */
+      void doUpdatePortList();
+      /** Drops every member and then the entries; done on return. */
+      void doCleanupLag();
+      /** @} */
+
       Ulnet::IntfId lag() const { return status_->intfId(); }
       const Status * status() const { return status_.ptr(); }
       /** Between its start and handleDel(). */
@@ -58,11 +68,6 @@ class LagSm : public QonBaseSm, public Checked {
       const KeySet< Ulnet::IntfId > & claims() const { return claims_; }
 
     private:
-      void doUpdateMember( Ulnet::IntfId member, bool isMember );
-      /** Claims what the status lists, and drops what it does not. */
-      void doUpdatePortList();
-      void doCleanupLag();
-
       LagSm * lagSm_;
       const Velto::Ptr< const Status > status_;
       KeySet< Ulnet::IntfId > claims_;
@@ -127,6 +132,16 @@ class LagSm : public QonBaseSm, public Checked {
    void handleMlagStateOrPeerLinkIntf();
    void handleMlagFastMacRedirection();
 
+   /** Takes the port out of `lag`, in which it is, before it enters another. */
+   void doScrubMember( Ulnet::IntfId port, Ulnet::IntfId lag );
+   /** Lends the aggregate the peer link's members, or takes them back, as MLAG is now. `portList`
+       are its own members. */
+   void maybeSharePeerLinkWithLag( Ulnet::IntfId lag, const QonLagPortList & portList );
+   /** Makes `peerLink` the one that lends its members to `lag`; null is none. `portList` are the own
+       members, which stay. `forceUpdate` looks at the lent members even if the link is the same. */
+   void addOrRemovePeerLink( Ulnet::IntfId lag, Ulnet::IntfId peerLink,
+                             const QonLagPortList & portList, bool forceUpdate );
+
  private:
    Velto::Ptr< NestedSm_Status >
    makeStatusSm( const Ulnet::IntfId & lag,
@@ -161,7 +176,6 @@ class LagSm : public QonBaseSm, public Checked {
    Ulnet::IntfId ownerOf( Ulnet::IntfId port ) const;
    void addMember( Ulnet::IntfId lag, Ulnet::IntfId port );
    void removeMember( Ulnet::IntfId lag, Ulnet::IntfId port );
-   void doScrubMember( Ulnet::IntfId port, Ulnet::IntfId lag );
    void membersChanged( Ulnet::IntfId lag );
    void entryDel( Ulnet::IntfId lag );
 
@@ -172,9 +186,6 @@ class LagSm : public QonBaseSm, public Checked {
    Ulnet::IntfId wantedPeerLink( Ulnet::IntfId lag ) const;
    std::vector< Ulnet::IntfId > peerLinkMembers( Ulnet::IntfId peerLink ) const;
    std::optional< QonLagPort > lentFlags( Ulnet::IntfId lag, Ulnet::IntfId port ) const;
-   void maybeSharePeerLinkWithLag( Ulnet::IntfId lag, const QonLagPortList & portList );
-   void addOrRemovePeerLink( Ulnet::IntfId lag, Ulnet::IntfId peerLink,
-                             const QonLagPortList & portList, bool forceUpdate );
    void reviewPeerLinkOf( Ulnet::IntfId lag );
    void reviewPeerLinkOfAll();
    void reviewBorrowers();

@@ -51,6 +51,17 @@ class VlanTopoHelper : public TopoHelper, public Checked {
    /** Works until nothing remains or the slice is used up. Raises Velto::RangeError for a VLAN
        outside 1..4094, of which nothing remains. */
    void performVlanTopoOperations();
+   /** @name Its units of work */
+   /** @{ */
+   /** Walks the VLANs that are left of the current update, which must be there, until the slice is
+       used up; true when there are none. */
+   bool deferredSetStpState();
+   /** Blocks the VLAN everywhere, then lets it carry the states of its new topology. Raises
+       Velto::RangeError for a VLAN outside 1..4094, as the next one. */
+   void deferredAddVlanToTopo( const String & topoName, U16 vlan );
+   /** Blocks the VLAN everywhere. */
+   void deferredDelVlanFromTopo( U16 vlan );
+   /** @} */
 
    bool topoUpdateMapHas( const String & topoName ) const { return topoUpdateMap_.has( topoName ); }
    const TopoUpdate * topoUpdate( const String & topoName ) const;
@@ -77,9 +88,6 @@ class VlanTopoHelper : public TopoHelper, public Checked {
 
    void handleCompletedVlanUpdateStatus( const Bridging::VlanId & vlan );
    void nextUpdate();
-   bool deferredSetStpState();
-   void deferredAddVlanToTopo( const String & topoName, U16 vlan );
-   void deferredDelVlanFromTopo( U16 vlan );
    const Ports & portsOf( const String & topoName );
    bool stillThere( const String & topoName, Ulnet::IntfId intf ) const;
    void waitForVlan( const String & topoName, Bridging::VlanId vlan );
