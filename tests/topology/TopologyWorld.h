@@ -2,6 +2,7 @@
 // A spanning-tree agent, a chip that records what it is told, and the state machines between.
 
 #include <deque>
+#include <set>
 #include <vector>
 
 #include "Qon/include/topology/QonStpSm.h"
@@ -112,7 +113,11 @@ class SpanningTree {
 class Lags {
  public:
    explicit Lags( Qon::QonCommonSmData * acsd ) : acsd_( acsd ) {}
+   /** Once had members; what it carries itself after the last one left is nobody's business until
+       a state is requested. */
+   bool hadMembers( IntfId lag ) const { return hadMembers_.contains( lag ); }
    void join( const String & member, const String & lag ) {
+      hadMembers_.insert( intf( lag ) );
       auto ports = acsd_->lagToPort( intf( lag ) );
       ports.portIs( intf( member ), Qon::QonLagPort( true, true ) );
       acsd_->lagToPortIs( intf( lag ), ports );
@@ -139,6 +144,7 @@ class Lags {
       acsd_->lagToPortIs( lag, ports );
    }
    Qon::QonCommonSmData * acsd_;
+   std::set< IntfId > hadMembers_;
 };
 
 class TopologyWorld : public World {
