@@ -89,6 +89,9 @@ StpSm::handleInitialized() {
 void
 StpSm::start() {
    QON_HOOK( TopoHelper, topoHelper(), hwInit );
+   if ( !initialized() ) {
+      return; // cleaned up from within
+   }
    started_ = true;
    tapAggIntfIs( "tapAggIntf" );
    tapAggIntfSm_ = smIs< TapAggIntfSm >( this );
@@ -311,7 +314,7 @@ StpSm::handleVidToTopoMap( const VlanId & vlan ) {
       takeOut( vlan, held );
    }
    const String wanted = wantedTopo( vlan );
-   if ( !wanted.empty() ) {
+   if ( initialized() && !wanted.empty() ) {
       putIn( vlan, wanted );
    }
    requestVerify();
@@ -563,11 +566,11 @@ StpSm::verify() {
 
 void
 StpSm::doCleanup() {
-   if ( !started_ ) {
+   const StpHold hold{ this, {}, {} };
+   if ( !std::exchange( started_, false ) ) {
+      initializedIs( false );
       return;
    }
-   const StpHold hold{ this, {}, {} };
-   started_ = false;
    detach();
    if ( tapAggTopo_ || tapAggIntfSm_->active() ) {
       cleanupTapAgg();

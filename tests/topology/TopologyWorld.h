@@ -2,6 +2,7 @@
 // A spanning-tree agent, a chip that records what it is told, and the state machines between.
 
 #include <deque>
+#include <functional>
 #include <set>
 #include <vector>
 
@@ -25,9 +26,9 @@ class RecordingTopoHelper : public Qon::TopoHelper {
    }
    void freeTopo( const String & name ) override { note( "free " + name ); }
    void setStpState( S32 id, const String & name, IntfId intf, PortState state ) override {
+      hardware[name][intf] = state;
       note( "set " + std::to_string( id ) + " " + name + " " + intf.stringValue() + " " +
             std::to_string( U32( state ) ) );
-      hardware[name][intf] = state;
       if ( completesInside ) {
          setStpStateDoneTopoId( U32( id ) );
       }
@@ -51,10 +52,17 @@ class RecordingTopoHelper : public Qon::TopoHelper {
    std::vector< String > calls() { return std::exchange( calls_, {} ); }
 
    bool completesInside = false;
+   /** Called in every hook, with what calls() will tell of it. */
+   std::function< void( const String & call ) > onCall;
    std::map< String, std::map< IntfId, PortState > > hardware;
 
  private:
-   void note( const String & call ) { calls_.push_back( call ); }
+   void note( const String & call ) {
+      calls_.push_back( call );
+      if ( auto heard = onCall ) { // which may be replaced from within
+         heard( call );
+      }
+   }
    std::vector< String > calls_;
 };
 
