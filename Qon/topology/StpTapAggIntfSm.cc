@@ -94,7 +94,11 @@ StpSm::TapAggIntfSm::settle() {
    while ( std::exchange( unsettled_, false ) && stpSm_->tapAggTopo_ ) {
       const auto change = differenceOf< IntfId >( told_, wantedTargets() );
       for ( auto i = change.gone.begin(); i != change.gone.end() && !unsettled_; ++i ) {
-         stateIs( *i, false );
+         if ( stpSm_->lagView().membersOf( *i ).empty() ) {
+            stateIs( *i, false );
+         } else {
+            told_.erase( *i ); // an aggregate that has members by now
+         }
       }
       for ( auto i = change.missing.begin(); i != change.missing.end() && !unsettled_; ++i ) {
          stateIs( *i, true );
