@@ -117,6 +117,11 @@ SimTopology::makeHelper() {
 
 void
 SimTopology::start() {
+   groups_.attach( world_.acsd.ptr(), [this]( const IntfId & lag ) {
+      if ( world_.acsd->lagToPort( lag ).ports() ) {
+         hadMembers_.insert( lag );
+      }
+   } );
    makeHelper();
    stpSm_->initializedIs( true );
 }

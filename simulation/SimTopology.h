@@ -102,6 +102,8 @@ class SimTopology : public SimFeature {
 
    IntfId lagOf( IntfId port ) const;
    std::vector< IntfId > targets( IntfId intf ) const;
+   /** An aggregate that lost its last member is not told of it: what it carries is nobody's. */
+   bool emptied( IntfId intf ) const;
    /** The state that a port shall have in the chip; nothing where nobody says so. */
    std::optional< PortState > wantedInChip( const String & topo, IntfId port ) const;
    String checkChip( const String & topo, IntfId port, PortState state ) const;
@@ -128,6 +130,8 @@ class SimTopology : public SimFeature {
    std::set< String > allocated_;
    std::vector< String > vlanTopo_; ///< by VLAN, as the chip was told; empty is none
    std::set< U16 > left_;           ///< VLANs that went from a live topology into none
+   std::set< IntfId > hadMembers_;
+   Kiv::Listener< Qon::QonCommonSmData::lagToPortAttr > groups_;
    using PortListener = Kiv::Listener< Bridging::Topology::Inst::TopoStatus::topoPortStatusAttr >;
    using StateListener = Kiv::Listener< Bridging::Topology::TopoPortStatus::stateAttr >;
    std::map< String, PortListener > topoListeners_;

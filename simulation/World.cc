@@ -231,21 +231,29 @@ World::turns( U32 count ) {
    }
 }
 
+/** Works off what is due, at most until `until`. A loop is one in which the time stands still: where
+    reading it costs time, work that takes longer than its period is overload, which ends with the
+    span. */
 bool
-World::turnsAtOneTime() {
-   turns( mostTurns );
-   if ( scheduler.nextTime() > scheduler.time() ) {
-      return true;
+World::turnsUntil( Kiv::Seconds until ) {
+   U32 still = 0;
+   while ( scheduler.nextTime() <= scheduler.time() && scheduler.time() <= until ) {
+      const Kiv::Seconds before = scheduler.time();
+      turns( 1 );
+      still = scheduler.time() > before ? 0 : still + 1;
+      if ( still == mostTurns ) {
+         report( "world", "no end: there is always something to do at one moment" );
+         return false;
+      }
    }
-   report( "world", "no end: there is always something to do at one moment" );
-   return false;
+   return true;
 }
 
 void
 World::runFor( Kiv::Seconds span ) {
    Kiv::Seconds until = scheduler.time() + span;
-   while ( turnsAtOneTime() && scheduler.nextTime() <= until ) {
-      scheduler.advance( scheduler.nextTime() - scheduler.time() );
+   while ( turnsUntil( until ) && scheduler.nextTime() <= until && scheduler.time() <= until ) {
+      scheduler.advance( std::max( 0.0, scheduler.nextTime() - scheduler.time() ) );
    }
    scheduler.advance( std::max( 0.0, until - scheduler.time() ) );
 }
@@ -263,7 +271,8 @@ World::rest() {
       return scheduler.time() > start + longestWait && any( &SimFeature::mayStayArmed ) &&
              !any( &SimFeature::working );
    };
-   while ( turnsAtOneTime() && scheduler.nextTime() <= start + longestWayToRest && !waits() ) {
+   const Kiv::Seconds until = start + longestWayToRest;
+   while ( turnsUntil( until ) && scheduler.nextTime() <= until && !waits() ) {
       scheduler.advance( scheduler.nextTime() - scheduler.time() );
    }
    if ( scheduler.nextTime() != Kiv::never && !waits() ) {

@@ -98,7 +98,7 @@ class World : private Kiv::LogSink, private Qon::HookListener {
 
    void message( const Kiv::LogDescriptor & descriptor, const String & text ) override;
    void hookCalled( const char * hook, const String & arguments ) override;
-   bool turnsAtOneTime();
+   bool turnsUntil( Kiv::Seconds until );
    void faultsAre( bool on );
    void check( String ( SimFeature::*what )() const );
 

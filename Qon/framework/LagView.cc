@@ -13,12 +13,20 @@ LagFollowerBase::attachTo( Velto::Node * owner, const QonCommonSmData * acsd ) {
    if ( !acsd ) {
       return;
    }
+   const Velto::Ptr< Velto::Node > keep( owner );
    auto ports = keysOf< Ulnet::IntfId >( lagOf_ );
    for ( auto && [port, lag] : acsd->portToLagIteratorConst() ) {
       ports.emplace( port );
    }
    for ( auto && entry : ports ) {
       handlePortToLag( entry.key );
+   }
+   auto lags = keysOf< Ulnet::IntfId >( portsOf_ );
+   for ( auto && [lag, list] : acsd->lagToPortIteratorConst() ) {
+      lags.emplace( lag );
+   }
+   for ( auto && entry : lags ) {
+      handleLagToPort( entry.key );
    }
 }
 
@@ -29,37 +37,43 @@ LagFollowerBase::handlePortToLag( const Ulnet::IntfId & port ) {
    }
    const Ulnet::IntfId now = LagView( acsd_ ).lagOf( port );
    const Ulnet::IntfId before = lagOf( port );
-   if ( now != before ) {
-      told( port, before, now );
-      tell_( owner_, port, before, now );
+   if ( now == before ) {
+      return;
    }
+   if ( now ) {
+      *lagOf_.emplace( port ).first = now;
+   } else {
+      lagOf_.erase( port );
+   }
+   tell_( owner_, port, before, now );
 }
 
 void
 LagFollowerBase::handleLagToPort( const Ulnet::IntfId & lag ) {
+   if ( !acsd_ || !tellList_ ) {
+      return;
+   }
    auto held = portsOf_.find( lag );
-   auto ports = held ? keysOf< Ulnet::IntfId >( *held ) : KeySet< Ulnet::IntfId >();
-   for ( auto & [port, flags] : acsd_->lagToPort( lag ) ) {
-      ports.emplace( port );
+   const auto change = differenceOf< Ulnet::IntfId >( held ? *held : QonPortList(),
+                                                      LagView( acsd_ ).membersOf( lag ) );
+   if ( change.empty() ) {
+      return;
    }
-   for ( auto && entry : ports ) {
-      handlePortToLag( entry.key );
+   auto & told = *portsOf_.emplace( lag ).first;
+   for ( Ulnet::IntfId port : change.gone ) {
+      told.portDel( port );
    }
-}
-
-void
-LagFollowerBase::told( Ulnet::IntfId port, Ulnet::IntfId from, Ulnet::IntfId to ) {
-   if ( auto ports = portsOf_.find( from ) ) {
-      ports->portDel( port );
-      if ( ports->ports() == 0 ) {
-         portsOf_.erase( from );
+   for ( Ulnet::IntfId port : change.missing ) {
+      told.portIs( port );
+   }
+   if ( told.ports() == 0 ) {
+      portsOf_.erase( lag );
+   }
+   const Velto::Ptr< Velto::Node > keep( owner_ );
+   for ( auto * ports : { &change.gone, &change.missing } ) {
+      for ( Ulnet::IntfId port : *ports ) {
+         tellList_( owner_, lag, port );
       }
-   }
-   if ( to ) {
-      *lagOf_.emplace( port ).first = to;
-      portsOf_.emplace( to ).first->portIs( port );
-   } else {
-      lagOf_.erase( port );
    }
 }
 

@@ -44,7 +44,8 @@ LagMemberCreatorSm::handleMemberList() {
 std::optional< Hardware::Lag::Member >
 LagMemberCreatorSm::wanted( IntfId member ) const {
    auto & in = creator_->in_;
-   if ( !hasLagIndex( lag_ ) || LagView( in.acsd.ptr() ).lagOf( member ) != lag_ ||
+   const LagView lags( in.acsd.ptr() );
+   if ( !hasLagIndex( lag_ ) || lags.lagOf( member ) != lag_ || !lags.lists( lag_, member ) ||
         !in.ethPhyIntfStatusDir->intfStatusHas( member ) ||
         !in.fapIdPortDir->fapIdPortHas( member ) ) {
       return std::nullopt;

@@ -160,7 +160,8 @@ LagSm::repairMaps() {
       acsd()->lagToPortIs( lag, list );
    }
    for ( auto && entry : keysOf< IntfId >( acsd()->portToLagIteratorConst() ) ) {
-      if ( !LagView( acsd() ).lagOf( entry.key ) ) {
+      const LagView lags( acsd() );
+      if ( !lags.lists( lags.lagOf( entry.key ), entry.key ) ) {
          acsd()->portToLagDel( entry.key );
       }
    }

@@ -1,6 +1,7 @@
 #include "Qon/include/topology/QonStpSm.h"
 
 #include "Qon/include/framework/HookTap.h"
+#include "Qon/topology/StpHold.h"
 #include "Qon/topology/StpTrace.h"
 #include "platform/Kiv/Describe.h"
 
@@ -62,10 +63,39 @@ StpSm::handleInitialized() {
    if ( !initialized() ) {
       return;
    }
+   const StpHold hold{ this, {}, {} };
    topoHelper()->stpSmIs( this );
+   const bool resumed = started_;
+   // Interfaces in tap or tool mode come first: for their ports nothing is handed over.
+   if ( resumed ) {
+      tapAggIntfSm_->handleTapAgg();
+   } else {
+      start();
+   }
+   handleTopoChange();
+   if ( resumed ) {
+      forEachTopo( []( const String &, TopoSm & topo ) { topo.refresh(); } );
+   }
+   handleVidToTopoMap();
+   handleOperationalMode();
+   handleBpduTrapping();
+   if ( !initialized() ) {
+      return;
+   }
+   verifyDataIs( acsd_->verifyData() );
+   verifyCheck_.attach< &StpSm::handleVerify >( verifyData(), "QonStpSm", this );
+}
+
+void
+StpSm::start() {
    QON_HOOK( TopoHelper, topoHelper(), hwInit );
+   if ( !initialized() ) {
+      return; // cleaned up from within
+   }
+   started_ = true;
    tapAggIntfIs( "tapAggIntf" );
    tapAggIntfSm_ = smIs< TapAggIntfSm >( this );
+   tapAggIntfSm_->initializedIs( true );
    for ( auto && [vlan, name] : config()->vidToTopoMapIteratorConst() ) {
       if ( !name.empty() ) {
          vlanToTopoSmMapIs( vlan, name );
@@ -73,13 +103,6 @@ StpSm::handleInitialized() {
       }
    }
    attach();
-   tapAggIntfSm_->initializedIs( true );
-   handleTopoChange();
-   handleVidToTopoMap();
-   handleOperationalMode();
-   handleBpduTrapping();
-   verifyDataIs( acsd_->verifyData() );
-   verifyCheck_.attach< &StpSm::handleVerify >( verifyData(), "QonStpSm", this );
 }
 
 void
@@ -91,7 +114,8 @@ StpSm::attach() {
    pvstBpduWatch_.attach( this, config() );
    reactAcsd_.attach( this, acsd() );
    tapAggConfigWatch_.attach( this, acsd() );
-   followTapAggConfig();
+   tapAggIdWatch_.attach( this, acsd_->tapAggHwConfig() );
+   tapAggNameWatch_.attach( this, acsd_->tapAggHwConfig() );
    lagFollower_.attach( this, acsd() );
 }
 
@@ -131,12 +155,45 @@ StpSm::makeTopo( const String & name, const TopoInput & input ) {
 void
 StpSm::cleanUpTopo( const String & name, TopoSm * topoSm ) {
    STP_TRACE( "handleTopoChange deleting topo ", name );
+   portsChanged();
    topoSm->doCleanup();
+}
+
+/** What holds of the name now: a report that finds another topology than its own is nobody's. */
+StpSm::TopoInput
+StpSm::topoInput( const String & name ) const {
+   const Velto::Ptr< const Bridging::Topology::TopoConfig > topoConfig(
+         config()->topoConfig( name ) );
+   const Velto::Ptr< Bridging::Topology::Inst::TopoStatus > topoStatus(
+         status()->topoStatus( name ) );
+   if ( !topoConfig || !topoStatus || topoConfig->topoId() != topoStatus->topoId() ) {
+      return {};
+   }
+   return { topoConfig, topoStatus, topoConfig->topoId() };
+}
+
+void
+StpSm::topoInUse( const String & name ) {
+   if ( ++*topoUsers_.emplace( name ).first > 1 ) {
+      return;
+   }
+   if ( !QON_HOOK( TopoHelper, topoHelper(), allocTopo, name ) ) {
+      STP_TRACE( "handleInitialized no room for topo ", name );
+   }
+}
+
+void
+StpSm::topoNotInUse( const String & name ) {
+   if ( U32 * users = topoUsers_.find( name ); !users || --*users ) {
+      return;
+   }
+   topoUsers_.erase( name );
    if ( auto mapped = topoToVlanMap( name ) ) {
       for ( auto && [vlan, present] : mapped->vlanIteratorConst() ) {
          addedVlan_.erase( vlan );
       }
    }
+   QON_HOOK( TopoHelper, topoHelper(), freeTopo, name );
 }
 
 void
@@ -144,19 +201,15 @@ StpSm::handleTopoChange( const String & name ) {
    if ( !initialized() ) {
       return;
    }
-   const TopoIdInput entities{ config()->topoConfig( name ), status()->topoStatus( name ) };
-   topoIdSm_.review( name, entities );
-   TopoInput input;
-   if ( entities.config && entities.status &&
-        entities.config->topoId() == entities.status->topoId() ) {
-      input = { entities.config, status()->topoStatus( name ), entities.config->topoId() };
-   }
-   topoSm_.review( name, input );
+   const StpHold hold{ this, {}, {} };
+   topoIdSm_.review( name, { config()->topoConfig( name ), status()->topoStatus( name ) } );
+   topoSm_.review( name, topoInput( name ) );
    requestVerify();
 }
 
 void
 StpSm::handleTopoChange() {
+   const StpHold hold{ this, {}, {} };
    auto names = keysOf< String >( config()->topoConfigIteratorConst() );
    for ( auto && [name, topoStatus] : status()->topoStatusIteratorConst() ) {
       names.emplace( name );
@@ -186,6 +239,7 @@ StpSm::topoIdDel( U32 topoId, TopoSm * topoSm ) {
 
 void
 StpSm::setStpStateDoneTopoName( const String & name ) {
+   const StpHold hold{ this, {}, {} };
    if ( auto topo = topoSm( name ) ) {
       topo->stateDone();
    }
@@ -193,6 +247,7 @@ StpSm::setStpStateDoneTopoName( const String & name ) {
 
 void
 StpSm::setStpStateDoneTopoId( U32 topoId ) {
+   const StpHold hold{ this, {}, {} };
    auto topos = topoById_.find( topoId );
    if ( !topos ) {
       return;
@@ -211,12 +266,29 @@ StpSm::setStpStateDoneTopoId( U32 topoId ) {
 }
 
 void
-StpSm::handleLag( Ulnet::IntfId port, Ulnet::IntfId from, Ulnet::IntfId to ) {
+StpSm::handleLag( Ulnet::IntfId port, Ulnet::IntfId from, Ulnet::IntfId ) {
    if ( !initialized() ) {
       return;
    }
+   const StpHold hold{ this, {}, {} };
+   portsChanged();
    forEachTopo( [&]( const String &, TopoSm & topo ) { topo.handlePortToLag( port, from ); } );
-   tapAggIntfSm_->handleLag( port, from, to );
+   if ( initialized() ) {
+      tapAggIntfSm_->settle();
+   }
+}
+
+void
+StpSm::handleLagList( Ulnet::IntfId lag, Ulnet::IntfId port ) {
+   if ( !initialized() ) {
+      return;
+   }
+   const StpHold hold{ this, {}, {} };
+   portsChanged();
+   forEachTopo( [&]( const String &, TopoSm & topo ) { topo.handleLagToPort( lag, port ); } );
+   if ( initialized() ) {
+      tapAggIntfSm_->settle();
+   }
 }
 
 // --- VLANs ---------------------------------------------------------------------------------------
@@ -225,7 +297,7 @@ StpSm::handleLag( Ulnet::IntfId port, Ulnet::IntfId from, Ulnet::IntfId to ) {
 String
 StpSm::wantedTopo( VlanId vlan ) const {
    const String & named = config()->vidToTopoMap( vlan );
-   return named.empty() ? tapAggTopoName_ : named;
+   return named.empty() ? tapAggTopoName() : named;
 }
 
 void
@@ -233,15 +305,16 @@ StpSm::handleVidToTopoMap( const VlanId & vlan ) {
    if ( !initialized() ) {
       return;
    }
+   const StpHold hold{ this, {}, {} };
    const String held = vlanToTopoSmMap( vlan );
    if ( !held.empty() && held != wantedTopo( vlan ) ) {
-      if ( held == tapAggTopoName_ ) {
+      if ( held == tapAggTopoName() ) {
          STP_TRACE( "vlan was in TapAggTopo. take it out first" );
       }
       takeOut( vlan, held );
    }
    const String wanted = wantedTopo( vlan );
-   if ( !wanted.empty() ) {
+   if ( initialized() && !wanted.empty() ) {
       putIn( vlan, wanted );
    }
    requestVerify();
@@ -249,6 +322,7 @@ StpSm::handleVidToTopoMap( const VlanId & vlan ) {
 
 void
 StpSm::handleVidToTopoMap() {
+   const StpHold hold{ this, {}, {} };
    auto vlans = keysOf< VlanId >( config()->vidToTopoMapIteratorConst() );
    for ( auto && [vlan, name] : vlanToTopoSmMapIteratorConst() ) {
       vlans.emplace( VlanId( vlan ) );
@@ -273,22 +347,19 @@ StpSm::takeOut( VlanId vlan, const String & topoName ) {
 
 void
 StpSm::putIn( VlanId vlan, const String & topoName ) {
-   const bool fresh = vlanToTopoSmMap( vlan ) != topoName;
-   if ( fresh ) {
+   if ( vlanToTopoSmMap( vlan ) != topoName ) {
       vlanToTopoSmMapIs( vlan, topoName );
       topoToVlanMapIs( topoName )->vlanIs( vlan, true );
    }
-   if ( topoSm( topoName ) ) {
-      if ( addedVlan_.emplace( U16( vlan ) ).second ) {
-         QON_HOOK( TopoHelper, topoHelper(), addVlanToTopo, topoName, vlan );
-      }
-   } else if ( topoName == tapAggTopoName_ ) {
-      if ( fresh ) {
-         STP_TRACE( "in TapAgg mode, placing vlan without topo in TapAggTopo" );
-         QON_HOOK( TopoHelper, topoHelper(), addVlanToTopo, topoName, vlan );
-      }
-   } else {
+   if ( !topoUsers_.has( topoName ) ) {
       STP_TRACE( "topoSm not yet present for topology ", topoName );
+      return;
+   }
+   if ( addedVlan_.emplace( U16( vlan ) ).second ) {
+      if ( topoName == tapAggTopoName() ) {
+         STP_TRACE( "in TapAgg mode, placing vlan without topo in TapAggTopo" );
+      }
+      QON_HOOK( TopoHelper, topoHelper(), addVlanToTopo, topoName, vlan );
    }
 }
 
@@ -300,64 +371,137 @@ StpSm::handleOperationalMode() {
       STP_TRACE( "not initialized. return" );
       return;
    }
-   const HwOperationalMode mode = acsd_->operationalMode();
-   if ( mode == currentHwOperationalMode() ) {
+   if ( acsd_->operationalMode() == currentHwOperationalMode() ) {
       STP_TRACE( "handleOperationalMode nothing to do " ); // fixed text
+   }
+   settleMode();
+}
+
+/** Carries out one change after the other until mode and tap-aggregation topology are those that
+    are wanted; what hooks change meanwhile waits for its turn. */
+void
+StpSm::settleMode() {
+   if ( settlingMode_ ) {
       return;
    }
+   const StpHold hold{ this, {}, {} };
+   const ScopeFlag settling( settlingMode_ );
+   while ( initialized() && stepMode() ) {
+   }
+}
+
+bool
+StpSm::stepMode() {
+   const HwOperationalMode mode = acsd_->operationalMode();
+   if ( mode != currentHwOperationalMode() ) {
+      modeIs( mode );
+      return true;
+   }
+   if ( mode != HwOperationalMode::tapAgg ) {
+      if ( !tapAggTopo_ && !tapAggIntfSm_->active() ) {
+         return false;
+      }
+      cleanupTapAgg(); // left behind by a change that was not carried out to its end
+      return true;
+   }
+   if ( tapAggIntfSm_->hwConfig() != acsd_->tapAggHwConfig() ) {
+      tapAggIntfSm_->handleTapAgg();
+      return true;
+   }
+   const TapAggTopo wanted = configuredTapAgg();
+   if ( wanted && wanted != tapAggTopo_ ) {
+      enterTapAgg( wanted );
+      return true;
+   }
+   return false;
+}
+
+void
+StpSm::modeIs( HwOperationalMode mode ) {
+   const bool leaves = currentHwOperationalMode() == HwOperationalMode::tapAgg;
    if ( mode == HwOperationalMode::tapAgg ) {
-      enterTapAgg();
-      currentHwOperationalModeIs( mode );
-   } else if ( currentHwOperationalMode() == HwOperationalMode::tapAgg ) {
+      const Velto::Ptr< const TapAgg::HwConfig > tapAggHwConfig( acsd_->tapAggHwConfig() );
+      VELTO_ASSERT( tapAggHwConfig );                     // fixed text
+      VELTO_ASSERT( tapAggHwConfig->tapAggTopoId() > 0 ); // fixed text
+      VELTO_ASSERT( !tapAggHwConfig->tapAggTopoName().empty() );
+      enterTapAgg( configuredTapAgg() );
+   } else if ( leaves ) {
       cleanupTapAgg();
-      currentHwOperationalModeIs( mode );
+   }
+   if ( !initialized() ) {
+      return;
+   }
+   currentHwOperationalModeIs( mode );
+   if ( leaves ) {
       STP_TRACE( "configure regular topo stuff" );
       handleTopoChange();
       handleVidToTopoMap();
-   } else {
-      currentHwOperationalModeIs( mode );
    }
    handleBpduTrapping();
 }
 
+/** Nothing where the settings are not complete. */
+StpSm::TapAggTopo
+StpSm::configuredTapAgg() const {
+   auto hwConfig = acsd_->tapAggHwConfig();
+   return hwConfig && hwConfig->tapAggTopoId()
+                ? TapAggTopo{ hwConfig->tapAggTopoName(), hwConfig->tapAggTopoId() }
+                : TapAggTopo();
+}
+
+/** From the tap-aggregation topology that was in use, if any, to this one. */
 void
-StpSm::enterTapAgg() {
-   const Velto::Ptr< const TapAgg::HwConfig > tapAggHwConfig( acsd_->tapAggHwConfig() );
-   VELTO_ASSERT( tapAggHwConfig );                     // fixed text
-   VELTO_ASSERT( tapAggHwConfig->tapAggTopoId() > 0 ); // fixed text
-   tapAggTopoName_ = tapAggHwConfig->tapAggTopoName();
-   tapAggTopoId_ = tapAggHwConfig->tapAggTopoId();
-   if ( !topoSm( tapAggTopoName_ ) ) {
-      QON_HOOK( TopoHelper, topoHelper(), allocTopo, tapAggTopoName_ );
-   }
-   STP_TRACE( "configure all vlan into TapAggTopo" );
-   for ( U32 vlan = 1; vlan <= 4094; ++vlan ) {
-      if ( !vlanToTopoSmMapHas( U16( vlan ) ) ) {
-         STP_TRACE( vlan, " is not in a topo. Add to TapAggTopo" );
-         putIn( VlanId( vlan ), tapAggTopoName_ );
+StpSm::enterTapAgg( const TapAggTopo & wanted ) {
+   const TapAggTopo former = std::exchange( tapAggTopo_, wanted );
+   portsChanged();
+   tapAggIntfSm_->toldDel();
+   if ( former.name != wanted.name ) {
+      topoInUse( wanted.name );
+      if ( former ) {
+         leaveTapAggTopo( former.name );
+         topoNotInUse( former.name );
       }
    }
-   tapAggIntfSm_->handleTapAgg();
+   STP_TRACE( "configure all vlan into TapAggTopo" );
+   for ( U32 vlan = 1; vlan <= 4094 && tapAggTopo_ == wanted; ++vlan ) {
+      if ( !vlanToTopoSmMapHas( U16( vlan ) ) ) {
+         STP_TRACE( vlan, " is not in a topo. Add to TapAggTopo" );
+         putIn( VlanId( vlan ), wanted.name );
+      } else if ( vlanToTopoSmMap( U16( vlan ) ) == wanted.name ) {
+         putIn( VlanId( vlan ), wanted.name );
+      }
+   }
+   if ( tapAggTopo_ == wanted ) {
+      tapAggIntfSm_->handleTapAgg();
+   }
+}
+
+/** Takes out the VLANs that are in the topology and belong there no more. */
+void
+StpSm::leaveTapAggTopo( const String & name ) {
+   auto mapped = topoToVlanMap( name );
+   if ( !mapped ) {
+      return;
+   }
+   for ( auto && entry : keysOf< VlanId >( mapped->vlanIteratorConst() ) ) {
+      if ( vlanToTopoSmMap( entry.key ) == name && wantedTopo( entry.key ) != name ) {
+         STP_TRACE( "Deleting from TapAggTopo" );
+         takeOut( entry.key, name );
+      }
+   }
 }
 
 void
 StpSm::cleanupTapAgg() {
    STP_TRACE( "cleanup tapagg stuff" );
-   const String name = std::exchange( tapAggTopoName_, String() );
-   tapAggTopoId_ = 0;
-   if ( auto mapped = topoToVlanMap( name ) ) {
-      for ( auto && entry : keysOf< VlanId >( mapped->vlanIteratorConst() ) ) {
-         if ( config()->vidToTopoMap( entry.key ) != name ) {
-            STP_TRACE( "Deleting from TapAggTopo" );
-            takeOut( entry.key, name );
-         }
-      }
+   const String name = std::exchange( tapAggTopo_, {} ).name;
+   portsChanged();
+   leaveTapAggTopo( name );
+   if ( const Velto::Ptr< TapAggIntfSm > tapAgg = tapAggIntfSm_ ) {
+      tapAgg->doCleanup();
+      VELTO_ASSERT( !tapAggIntf()->intfInfos() ); // fixed text
    }
-   tapAggIntfSm_->doCleanup();
-   VELTO_ASSERT( !tapAggIntf()->intfInfos() ); // fixed text
-   if ( !topoSm( name ) ) {
-      QON_HOOK( TopoHelper, topoHelper(), freeTopo, name );
-   }
+   topoNotInUse( name );
 }
 
 void
@@ -367,20 +511,17 @@ StpSm::followTapAggConfig() {
    handleTapAggConfig();
 }
 
-/** Moves to another tap-aggregation topology while one is in use. */
+/** Interfaces, name and id of the tap-aggregation topology, while one is in use. */
 void
 StpSm::handleTapAggConfig() {
-   const auto wanted = acsd_->tapAggHwConfig();
-   if ( !initialized() || currentHwOperationalMode() != HwOperationalMode::tapAgg || !wanted ||
-        wanted->tapAggTopoId() == 0 ) {
-      return;
+   if ( !initialized() || settlingMode_ ) {
+      return; // taken up by whoever settles
    }
-   if ( wanted->tapAggTopoId() == tapAggTopoId_ && wanted->tapAggTopoName() == tapAggTopoName_ ) {
+   if ( currentHwOperationalMode() == HwOperationalMode::tapAgg ) {
+      const StpHold hold{ this, {}, {} };
       tapAggIntfSm_->handleTapAgg();
-      return;
+      settleMode();
    }
-   cleanupTapAgg();
-   enterTapAgg();
 }
 
 void
@@ -388,6 +529,7 @@ StpSm::handleBpduTrapping() {
    if ( !initialized() ) {
       return;
    }
+   const StpHold hold{ this, {}, {} };
    if ( acsd_->operationalMode() == HwOperationalMode::tapAgg ) {
       QON_HOOK( StpSm, this, configureBpduTrapping, false, false );
    } else {
@@ -413,6 +555,7 @@ StpSm::requestVerify() {
 
 void
 StpSm::handleVerify() {
+   const StpHold hold{ this, {}, {} };
    QON_HOOK( StpSm, this, verify );
 }
 
@@ -423,8 +566,13 @@ StpSm::verify() {
 
 void
 StpSm::doCleanup() {
+   const StpHold hold{ this, {}, {} };
+   if ( !std::exchange( started_, false ) ) {
+      initializedIs( false );
+      return;
+   }
    detach();
-   if ( tapAggIntfSm_ && !tapAggTopoName_.empty() ) {
+   if ( tapAggTopo_ || tapAggIntfSm_->active() ) {
       cleanupTapAgg();
    }
    STP_TRACE( "cleanup regular topo stuff" );
@@ -433,6 +581,7 @@ StpSm::doCleanup() {
    vlanToTopoSmMapDelAll();
    topoToVlanMapDelAll();
    pendingStpStateTopoDelAll();
+   addedVlan_.clear();
    tapAggIntfSm_ = nullptr;
    currentHwOperationalModeIs( HwOperationalMode::switching );
    initializedIs( false );

@@ -215,37 +215,22 @@ VlanHelper::handlePortToLag( const IntfId & port ) {
 U64
 VlanHelper::doHandlePortState( IntfId intf, VlanId vlan, bool forwarding ) {
    Vlan & v = vlan_[vlan];
-   return handlePort( v, vlan, { portNumber( intf ), forwarding } ) || v.failed ? request( v, vlan )
-                                                                                : 0;
-}
-
-U64
-VlanHelper::doHandlePortStates( VlanId vlan, const std::vector< PortForwarding > & ports ) {
-   Vlan & v = vlan_[vlan];
-   U32 changed = 0;
-   for ( const PortForwarding & port : ports ) {
-      changed += handlePort( v, vlan, port );
-   }
-   return changed || v.failed ? request( v, vlan ) : 0;
-}
-
-/** True if the hardware's membership changed. */
-inline bool
-VlanHelper::handlePort( Vlan & v, VlanId vlan, PortForwarding state ) {
-   Block & block = blockOf( v, state.port );
-   const U64 bit = bitOf( state.port );
-   if ( ( ( block.forwarding & bit ) != 0 ) == state.forwarding ) {
-      return false;
+   const U32 port = portNumber( intf );
+   Block & block = blockOf( v, port );
+   const U64 bit = bitOf( port );
+   if ( ( ( block.forwarding & bit ) != 0 ) == forwarding ) {
+      return 0;
    }
    block.forwarding ^= bit;
-   return ( block.members() & bit ) && applyMembership( v, vlan, state.port );
+   const bool changed = ( block.members() & bit ) && applyMembership( v, vlan, port );
+   return changed ? request( v, vlan ) : 0;
 }
 
 U64
 VlanHelper::setPortsBlocked( VlanId vlan ) {
    Vlan & v = vlan_[vlan];
    v.othersForward = false;
-   bool changed = v.failed;
+   bool changed = false;
    for ( U32 i = 0; i < v.blocks.size(); ++i ) {
       v.blocks[i].forwarding = 0;
       for ( U64 rest = v.blocks[i].hwMembers(); rest; rest &= rest - 1 ) {

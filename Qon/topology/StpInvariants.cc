@@ -61,7 +61,7 @@ StpSm::checkInvariants() const {
          if ( vlanToTopoSmMap( vlan ) != name || wantedTopo( vlan ) != name ) {
             return "VLAN " + vlan.stringValue() + " is in the wrong topology, " + name;
          }
-         if ( topoSm( name ) && !addedVlan_.has( U16( vlan ) ) ) {
+         if ( topoUsers_.has( name ) && !addedVlan_.has( U16( vlan ) ) ) {
             return "VLAN " + vlan.stringValue() + " was not added in the hardware";
          }
       }

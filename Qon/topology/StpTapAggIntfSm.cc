@@ -1,6 +1,5 @@
-#include "Qon/include/topology/QonStpSm.h"
-
 #include "Qon/include/framework/HookTap.h"
+#include "Qon/topology/StpHold.h"
 
 namespace Qon {
 
@@ -16,12 +15,14 @@ StpSm::TapAggIntfSm::handleInitialized() {
 
 bool
 StpSm::TapAggIntfSm::wanted( IntfId intf ) const {
-   return !stpSm_->tapAggTopoName().empty() && hwConfig_ &&
-          ( hwConfig_->tapIntf( intf ) || hwConfig_->toolIntf( intf ) );
+   return active_ && hwConfig_ && ( hwConfig_->tapIntf( intf ) || hwConfig_->toolIntf( intf ) );
 }
 
 void
 StpSm::TapAggIntfSm::handleTapAgg() {
+   const StpHold hold{ stpSm_, {}, {} };
+   const Velto::Ptr< TapAggIntfSm > keep( this );
+   active_ = active_ || stpSm_->acsd()->operationalMode() == HwOperationalMode::tapAgg;
    hwConfig_ = stpSm_->acsd()->tapAggHwConfig();
    tapWatch_.attach( this, hwConfig_.ptr() );
    toolWatch_.attach( this, hwConfig_.ptr() );
@@ -37,56 +38,92 @@ StpSm::TapAggIntfSm::handleTapAgg() {
    for ( auto && entry : intfs ) {
       handleIntf( entry.key );
    }
+   settle();
 }
 
 void
 StpSm::TapAggIntfSm::handleIntf( const IntfId & intf ) {
    IntfSet * set = stpSm_->tapAggIntf();
-   const bool held = set->intfInfoHas( intf );
-   if ( wanted( intf ) == held ) {
+   if ( !stpSm_->initialized() || wanted( intf ) == set->intfInfoHas( intf ) ) {
       return;
    }
-   if ( held ) {
-      set->intfInfoDel( intf );
-   } else {
+   const StpHold hold{ stpSm_, {}, {} };
+   const Velto::Ptr< TapAggIntfSm > keep( this );
+   stpSm_->portsChanged();
+   if ( wanted( intf ) ) {
       set->intfInfoIs( intf, Ulnet::PortChannelIntfId::isPortChannelIntfId( intf ) );
+   } else {
+      set->intfInfoDel( intf );
    }
-   if ( !stpSm_->lagView().lagOf( intf ) ) { // a member carries its aggregate's state
-      setState( intf, held ? PortState::discarding : PortState::forwarding );
-   }
+   settle();
 }
 
-void
-StpSm::TapAggIntfSm::handleLag( IntfId port, IntfId from, IntfId to ) {
-   const IntfSet * set = stpSm_->tapAggIntf();
-   const bool forwarded = set->intfInfoHas( from ? from : port );
-   const bool forwards = set->intfInfoHas( to ? to : port );
-   if ( forwards != forwarded ) {
-      setState( port, forwards ? PortState::forwarding : PortState::discarding );
-   }
-   if ( from && stpSm_->lagView().membersOf( from ).empty() ) {
-      setState( from, set->intfInfoHas( from ) ? PortState::forwarding : PortState::discarding );
-   }
-}
-
-/** Sets the state of an interface in the tap-aggregation topology, of an aggregate through its
-    members. */
-void
-StpSm::TapAggIntfSm::setState( IntfId intf, PortState state ) {
-   stpSm_->lagView().forEachTarget( intf, EmptyAggregate::itself, [&]( IntfId target ) {
-      if ( !stpSm_->tapAggTopoName().empty() ) {
-         QON_HOOK( TopoHelper, stpSm_->topoHelper(), setStpState, S32( stpSm_->tapAggTopoId() ),
-                   stpSm_->tapAggTopoName(), target, state );
+/** The ports that are to forward. A member is represented by its aggregate; an aggregate that has
+    lost its last member carries nothing itself. */
+KeySet< IntfId >
+StpSm::TapAggIntfSm::wantedTargets() {
+   const LagView lags = stpSm_->lagView();
+   KeySet< IntfId > targets, expanded;
+   for ( auto && [intf, info] : stpSm_->tapAggIntf()->intfInfoIteratorConst() ) {
+      if ( lags.lagOf( intf ) ) {
+         continue;
       }
-   } );
+      const auto members = info->isLag() ? lags.membersOf( intf ) : std::vector< IntfId >();
+      for ( IntfId member : members ) {
+         targets.emplace( member );
+      }
+      if ( !members.empty() || expanded_.has( intf ) ) {
+         expanded.emplace( intf );
+      } else {
+         targets.emplace( intf );
+      }
+   }
+   expanded_ = std::move( expanded );
+   return targets;
+}
+
+void
+StpSm::TapAggIntfSm::settle() {
+   unsettled_ = true;
+   if ( settling_ || !stpSm_->tapAggTopo_ || !stpSm_->initialized() ) {
+      return;
+   }
+   const StpHold hold{ stpSm_, {}, {} };
+   const Velto::Ptr< TapAggIntfSm > keep( this );
+   const ScopeFlag settling( settling_ );
+   while ( std::exchange( unsettled_, false ) && stpSm_->tapAggTopo_ ) {
+      const auto change = differenceOf< IntfId >( told_, wantedTargets() );
+      for ( auto i = change.gone.begin(); i != change.gone.end() && !unsettled_; ++i ) {
+         if ( stpSm_->lagView().membersOf( *i ).empty() ) {
+            stateIs( *i, false );
+         } else {
+            told_.erase( *i ); // an aggregate that has members by now
+         }
+      }
+      for ( auto i = change.missing.begin(); i != change.missing.end() && !unsettled_; ++i ) {
+         stateIs( *i, true );
+      }
+   }
+}
+
+void
+StpSm::TapAggIntfSm::stateIs( IntfId intf, bool forwarding ) {
+   forwarding ? void( told_.emplace( intf ) ) : void( told_.erase( intf ) );
+   QON_HOOK( TopoHelper, stpSm_->topoHelper(), setStpState, S32( stpSm_->tapAggTopoId() ),
+             stpSm_->tapAggTopoName(), intf,
+             forwarding ? PortState::forwarding : PortState::discarding );
 }
 
 void
 StpSm::TapAggIntfSm::doCleanup() {
+   active_ = false;
    tapWatch_.detach();
    toolWatch_.detach();
+   told_.clear();
+   expanded_.clear();
    IntfSet * set = stpSm_->tapAggIntf();
    for ( auto && entry : keysOf< IntfId >( set->intfInfoIteratorConst() ) ) {
+      stpSm_->portsChanged();
       set->intfInfoDel( entry.key );
    }
 }

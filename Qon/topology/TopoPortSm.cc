@@ -1,7 +1,11 @@
 #include "Qon/include/topology/QonStpSm.h"
 
 #include "Qon/include/framework/HookTap.h"
+#include "Qon/topology/StpHold.h"
 #include "Qon/topology/StpTrace.h"
+#include "platform/Kiv/Describe.h"
+
+KIV_DEFINE( Qon::TopoPortSm )
 
 namespace Qon {
 
@@ -20,17 +24,9 @@ vlansText( const MappedVlan & vlans ) {
 } // namespace
 
 TopoPortSm::TopoPortSm( Ulnet::IntfId intf, Velto::Ptr< const Config > config, TopoSm * topoSm )
-    : intf_( intf ), topoSm_( topoSm ), config_( std::move( config ) ) {}
-
-TopoHelper *
-TopoPortSm::topoHelper() const {
-   return topoSm_->topoHelper();
-}
-
-U32
-TopoPortSm::topoId() const {
-   return topoSm_->topoId();
-}
+    : intf_( intf ), config_( std::move( config ) ),
+      topoHelper_( Velto::Ptr< TopoHelper >( topoSm->topoHelper() ) ), topoId_( topoSm->topoId() ),
+      isLag_( Ulnet::PortChannelIntfId::isPortChannelIntfId( intf ) ), topoSm_( topoSm ) {}
 
 IntfSet *
 TopoPortSm::tapAggIntf() const {
@@ -71,17 +67,38 @@ TopoPortSm::handleState() {
    if ( !works() ) {
       return;
    }
+   const StpHold hold{ topoSm_->stpSm(), topoSm_, this };
+   hold.stpSm->portsChanged();
    if ( inTapOrTool() ) {
       STP_TRACE( intf_, " is in tap/tool mode so it's perma-forwarding" );
-      topoSm_->pendingDel( intf_ );
-      stateDone( PortState::forwarding );
+      nothingPending();
       return;
    }
    const PortState state = config_->state();
-   topoSm_->pendingIs( intf_, state );
-   if ( !doSetStpState( intf_, state ) ) {
-      topoSm_->pendingDel( intf_ );
-      stateDone( state );
+   const U64 request = topoSm_->pendingIs( intf_, state );
+   if ( topoSm_->pendingRequest( intf_ ) != request ) {
+      return; // a watcher came in between
+   }
+   bool handedOver = false;
+   try {
+      handedOver = doSetStpState( intf_, state );
+   } catch ( ... ) {
+      if ( topoSm_->pendingRequest( intf_ ) == request ) {
+         topoSm_->pendingDel( intf_ ); // what was not handed over must not be taken for done
+      }
+      throw;
+   }
+   if ( !handedOver && topoSm_->pendingRequest( intf_ ) == request ) {
+      nothingPending();
+   }
+}
+
+/** Writes the state that counts as done without the hardware. */
+void
+TopoPortSm::nothingPending() {
+   topoSm_->pendingDel( intf_ );
+   if ( works() && !topoSm_->pendingHas( intf_ ) ) {
+      stateDone( wantedState() );
    }
 }
 
@@ -100,7 +117,7 @@ TopoPortSm::doSetStpState( Ulnet::IntfId intf, PortState state ) {
 
 void
 TopoPortSm::stateDone( PortState state ) {
-   const Velto::Ptr< TopoPortSm > keep( this );
+   const StpHold hold{ topoSm_->stpSm(), topoSm_, this };
    const auto info = config_->changeInfo();
    const U32 write = ++writes_;
    status_->stateIs( state );
@@ -123,8 +140,9 @@ TopoPortSm::handleFdbFlush() {
       STP_TRACE( intf_, " skipping unchanged report" );
       return;
    }
-   const Velto::Ptr< TopoPortSm > keep( this );
+   const StpHold hold{ topoSm_->stpSm(), topoSm_, this };
    TopoHelper * helper = topoHelper();
+   const U32 flush = ++flushes_;
    if ( !helper->pvst() ) {
       QON_HOOK( TopoHelper, helper, flushTopoPort, topoId(), intf_ );
    } else if ( Velto::Ptr< MappedVlan > vlans =
@@ -134,7 +152,9 @@ TopoPortSm::handleFdbFlush() {
    } else {
       STP_TRACE( topoSm_->name(), ": no mappedVlan" );
    }
-   status_->fdbFlushReportIs( request );
+   if ( works() && flushes_ == flush ) { // else a later flush was asked for inside, and reported
+      status_->fdbFlushReportIs( request );
+   }
 }
 
 void

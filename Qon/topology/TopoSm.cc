@@ -1,31 +1,31 @@
 #include "Qon/include/topology/QonStpSm.h"
 
 #include "Qon/include/framework/HookTap.h"
+#include "Qon/topology/StpHold.h"
 #include "Qon/topology/StpTrace.h"
+#include "platform/Kiv/Describe.h"
+
+KIV_DEFINE( Qon::TopoSm )
 
 namespace Qon {
 
 TopoSm::TopoSm( const String & name, const StpSm::TopoInput & input, StpSm * stpSm )
-    : name_( name ), input_( input ), stpSm_( stpSm ), topoPortSm_( this ) {}
-
-TopoHelper *
-TopoSm::topoHelper() const {
-   return stpSm_->topoHelper();
-}
+    : name_( name ), topoId_( input.topoId ), config_( input.config ), status_( input.status ),
+      topoHelper_( Velto::Ptr< TopoHelper >( stpSm->topoHelper() ) ), input_( input ),
+      stpSm_( stpSm ), topoPortSm_( this ) {}
 
 void
 TopoSm::handleInitialized() {
    if ( !initialized() ) {
       return;
    }
-   if ( !QON_HOOK( TopoHelper, topoHelper(), allocTopo, name_ ) ) {
-      STP_TRACE( "handleInitialized no room for topo ", name_ );
-   }
+   stpSm_->topoInUse( name() );
+   stpSm_->portsChanged();
    stpSm_->topoIdIs( topoId(), this );
    portWatch_.attach( this, config() );
    tapAggWatch_.attach( this, stpSm_->tapAggIntf() );
    handleTopoPortChange();
-   if ( auto mapped = stpSm_->topoToVlanMap( name_ ) ) {
+   if ( auto mapped = stpSm_->topoToVlanMap( name() ) ) {
       for ( auto && entry : keysOf< Bridging::VlanId >( mapped->vlanIteratorConst() ) ) {
          stpSm_->handleVidToTopoMap( entry.key );
       }
@@ -41,12 +41,14 @@ TopoSm::kivDoZombieReactors() {
 Velto::Ptr< TopoPortSm >
 TopoSm::makePort( const Ulnet::IntfId & intf, const Velto::Ptr< const PortConfig > & config ) {
    STP_TRACE( " Creating topoPortSm for ", intf ); // fixed text
+   stpSm_->portsChanged();
    return smIs< TopoPortSm >( intf, config, this );
 }
 
 void
 TopoSm::cleanUpPort( const Ulnet::IntfId & intf, TopoPortSm * port ) {
    STP_TRACE( " Deleting topoPortSm for ", intf ); // fixed text
+   stpSm_->portsChanged();
    port->doCleanup();
 }
 
@@ -60,7 +62,7 @@ TopoSm::handleTopoPortChange( const Ulnet::IntfId & intf ) {
    if ( held ? held->config() == wanted : !wanted ) {
       STP_TRACE( " Nothing to do " ); // fixed text
    }
-   Velto::Ptr< TopoSm > keep( this );
+   const StpHold hold{ stpSm_, this, {} };
    topoPortSm_.review( intf, wanted );
    if ( !config()->topoPortConfigHas( intf ) ) {
       status()->topoPortStatusDel( intf );
@@ -69,6 +71,7 @@ TopoSm::handleTopoPortChange( const Ulnet::IntfId & intf ) {
 
 void
 TopoSm::handleTopoPortChange() {
+   const StpHold hold{ stpSm_, this, {} };
    auto intfs = keysOf< Ulnet::IntfId >( config()->topoPortConfigIteratorConst() );
    for ( const auto & intf : topoPortSm_.heldKeys() ) {
       intfs.emplace( intf );
@@ -82,21 +85,29 @@ TopoSm::handleTopoPortChange() {
 }
 
 void
+TopoSm::refresh() {
+   const StpHold hold{ stpSm_, this, {} };
+   const auto held = topoPortSm_.heldKeys();
+   handleTopoPortChange();
+   for ( const Ulnet::IntfId & intf : held ) {
+      if ( const Velto::Ptr< TopoPortSm > port = topoPortSm( intf ) ) {
+         port->handleState();
+         port->handleFdbFlush();
+      }
+   }
+}
+
+void
 TopoSm::handlePortToLag( const Ulnet::IntfId & intf, Ulnet::IntfId from ) {
    if ( !works() ) {
       return;
    }
-   Velto::Ptr< TopoSm > keep( this );
+   const StpHold hold{ stpSm_, this, {} };
    // A member's own state is done at once, that of a port that left is requested.
    if ( auto port = topoPortSm( intf ) ) {
       port->handleState();
    }
-   const LagView lags = stpSm_->lagView();
-   if ( from && lags.membersOf( from ).empty() ) {
-      // An aggregate that has lost its last member carries its state itself.
-      setLagState( from, from );
-   }
-   const Ulnet::IntfId lag = lags.lagOf( intf );
+   const Ulnet::IntfId lag = stpSm_->lagView().lagOf( intf );
    if ( !lag ) {
       STP_TRACE( intf, " leaving lag ", from );
       return;
@@ -106,10 +117,30 @@ TopoSm::handlePortToLag( const Ulnet::IntfId & intf, Ulnet::IntfId from ) {
    setLagState( lag, intf );
 }
 
+/** The list decides to whom an aggregate's state is handed over: who came to be in it when it was a
+    member already may have missed one, who left it when it was none any more may have got one. */
+void
+TopoSm::handleLagToPort( const Ulnet::IntfId & lag, const Ulnet::IntfId & intf ) {
+   const LagView lags = stpSm_->lagView();
+   const bool listed = lags.lists( lag, intf ), member = lags.lagOf( intf ) == lag;
+   if ( !works() || listed != member ) {
+      return;
+   }
+   const StpHold hold{ stpSm_, this, {} };
+   if ( !member ) {
+      if ( auto port = topoPortSm( intf ) ) {
+         port->handleState();
+      }
+   }
+   if ( const Ulnet::IntfId now = stpSm_->lagView().lagOf( intf ) ) {
+      setLagState( now, intf );
+   }
+}
+
 /** Hands over the aggregate's state for one port of it, if the aggregate is in this topology. */
 void
 TopoSm::setLagState( Ulnet::IntfId lag, Ulnet::IntfId port ) {
-   auto aggregate = topoPortSm( lag );
+   auto aggregate = works() ? topoPortSm( lag ) : nullptr;
    if ( aggregate && !aggregate->inTapOrTool() ) {
       setStpState( port, aggregate->config()->state() );
    }
@@ -117,19 +148,35 @@ TopoSm::setLagState( Ulnet::IntfId lag, Ulnet::IntfId port ) {
 
 void
 TopoSm::handleTapAggIntf( const Ulnet::IntfId & intf ) {
-   if ( Velto::Ptr< TopoPortSm > port = topoPortSm( intf ) ) {
-      port->handleState();
-      port->handleFdbFlush();
+   const StpHold hold{ stpSm_, this, topoPortSm( intf ) };
+   if ( hold.port ) {
+      hold.port->handleState();
+      hold.port->handleFdbFlush();
    }
 }
 
 void
 TopoSm::setStpState( Ulnet::IntfId intf, PortState state ) {
-   QON_HOOK( TopoHelper, topoHelper(), setStpState, S32( topoId() ), name_, intf, state );
+   doneInFanOut_ = false;
+   QON_HOOK( TopoHelper, topoHelper(), setStpState, S32( topoId() ), name(), intf, state );
 }
+
+/** While a state is handed over to the members of an aggregate, one after the other, what the chip
+    reports as done waits: it has not been told of the others yet. */
+class TopoSm::FanOut {
+ public:
+   explicit FanOut( TopoSm * topo ) : topo_( topo ) { ++topo->fanOut_; }
+   ~FanOut() { --topo_->fanOut_; }
+   FanOut( const FanOut & ) = delete;
+   FanOut & operator=( const FanOut & ) = delete;
+
+ private:
+   TopoSm * const topo_;
+};
 
 bool
 TopoSm::doSetStpState( Ulnet::IntfId intf, bool isLag, Ulnet::IntfId lagIntf, PortState state ) {
+   const StpHold hold{ stpSm_, this, {} };
    const LagView lags = stpSm_->lagView();
    if ( !isLag ) {
       if ( lags.lagOf( intf ) ) {
@@ -144,18 +191,21 @@ TopoSm::doSetStpState( Ulnet::IntfId intf, bool isLag, Ulnet::IntfId lagIntf, Po
       setStpState( lagIntf, state );
       return true;
    }
-   // A chip that completes inside the first call has not been told of the other members yet: only
-   // what it reports from the last call on counts.
-   Velto::Ptr< TopoSm > keep( this );
-   ++fanOut_;
-   for ( Ulnet::IntfId member : members ) {
-      if ( zombie() ) {
-         break;
+   {
+      const FanOut fanOut( this );
+      // A hook may request another state, which has been handed over to all by then, or take a
+      // member out.
+      const U64 request = pendingRequest( lagIntf );
+      for ( Ulnet::IntfId member : members ) {
+         if ( zombie() || pendingRequest( lagIntf ) != request ) {
+            break;
+         }
+         if ( lags.lists( lagIntf, member ) ) {
+            setStpState( member, state );
+         }
       }
-      doneInFanOut_ = false;
-      setStpState( member, state );
    }
-   if ( --fanOut_ == 0 && doneInFanOut_ ) {
+   if ( fanOut_ == 0 && doneInFanOut_ ) {
       stateDone();
    }
    return true;
@@ -167,40 +217,45 @@ TopoSm::stateDone() {
       doneInFanOut_ = true;
       return;
    }
+   doneInFanOut_ = false;
    const Velto::Ptr< PendingStpStateTopo > pending( pending_ );
-   if ( !pending || pending->pendingIntfStates() == 0 ) {
+   if ( !pending || pending->pendingIntfStates() == 0 || !works() ||
+        !( stpSm_->topoInput( name() ) == input_ ) ) {
       return;
    }
-   Velto::Ptr< TopoSm > keep( this );
+   const StpHold hold{ stpSm_, this, {} };
    // Watchers of the status may request anew: what is requested from now on is not done.
    const U64 last = stpSm_->lastRequest();
-   for ( auto i = pending->pendingIntfStateIteratorConst(); i; ++i ) {
+   for ( auto i = pending->pendingIntfStateIteratorConst(); i && works(); ++i ) {
       if ( i.value().request() > last ) {
          continue;
       }
       const Ulnet::IntfId intf = i.key();
       const PortState state = i.value().state();
+      const Velto::Ptr< TopoPortSm > port( topoPortSm( intf ) );
+      const U32 writes = port ? port->writes_ : 0;
       pending->pendingIntfStateDel( intf );
-      auto port = topoPortSm( intf );
-      if ( port && !port->inTapOrTool() ) {
+      if ( port && port->works() && port->writes_ == writes && !port->inTapOrTool() ) {
          STP_TRACE( " setting intf ", intf, " to state ", state ); // fixed text
          port->stateDone( state );
       }
    }
 }
 
-void
+U64
 TopoSm::pendingIs( Ulnet::IntfId intf, PortState state ) {
    if ( !pending_ ) {
-      pending_ = stpSm_->pendingStpStateTopoIs( name_ );
+      pending_ = stpSm_->pendingStpStateTopoIs( name() );
    }
-   pending_->pendingIntfStateIs( intf, TopoPortState( state, stpSm_->nextRequest() ) );
+   const U64 request = stpSm_->nextRequest();
+   pending_->pendingIntfStateIs( intf, TopoPortState( state, request ) );
+   return request;
 }
 
 void
 TopoSm::pendingDel( Ulnet::IntfId intf ) {
-   if ( pending_ ) {
-      pending_->pendingIntfStateDel( intf );
+   if ( const Velto::Ptr< PendingStpStateTopo > pending = pending_ ) {
+      pending->pendingIntfStateDel( intf );
    }
 }
 
@@ -209,29 +264,31 @@ TopoSm::pendingHas( Ulnet::IntfId intf ) const {
    return pending_ && pending_->pendingIntfStateHas( intf );
 }
 
+U64
+TopoSm::pendingRequest( Ulnet::IntfId intf ) const {
+   return pending_ ? pending_->pendingIntfState( intf ).request() : 0;
+}
+
 void
 TopoSm::doCleanup() {
+   const StpHold hold{ stpSm_, this, {} };
    portWatch_.detach();
    tapAggWatch_.detach();
-   struct Former {
-      Ulnet::IntfId intf;
-      bool isLag;
-      PortState state;
-   };
-   std::vector< Former > former;
-   forEachPort( [&]( const Ulnet::IntfId & intf, TopoPortSm & port ) {
+   initializedIs( false );
+   std::vector< Velto::Ptr< TopoPortSm > > former;
+   forEachPort( [&]( const Ulnet::IntfId &, TopoPortSm & port ) {
       if ( !port.inTapOrTool() ) {
-         former.push_back( { intf, port.isLag(), port.config()->state() } );
+         former.push_back( &port );
       }
    } );
    topoPortSm_.removeAll();
-   for ( auto & [intf, isLag, state] : former ) {
-      doSetStpState( intf, isLag, intf, state );
+   for ( auto & port : former ) {
+      doSetStpState( port->intf(), port->isLag(), port->intf(), port->config()->state() );
    }
-   stpSm_->pendingStpStateTopoDel( name_ );
+   stpSm_->pendingStpStateTopoDel( name() );
    pending_ = nullptr;
    stpSm_->topoIdDel( topoId(), this );
-   QON_HOOK( TopoHelper, topoHelper(), freeTopo, name_ );
+   stpSm_->topoNotInUse( name() );
 }
 
 } // namespace Qon

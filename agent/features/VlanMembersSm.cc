@@ -75,6 +75,14 @@ VlanMembersSm::handleLag( IntfId port, IntfId from, IntfId to ) {
    }
 }
 
+/** An aggregate that leads to others is no member itself. */
+void
+VlanMembersSm::handleLagList( IntfId lag, IntfId ) {
+   for ( auto && [vlan, config] : config_->vlanConfigIteratorConst() ) {
+      review( vlan, config.ptr(), lag );
+   }
+}
+
 /** Requests what the configuration wants of one port. */
 void
 VlanMembersSm::review( VlanId vlan, const VlanConfig * config, IntfId port ) {

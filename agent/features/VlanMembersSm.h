@@ -29,6 +29,7 @@ class VlanMembersSm : public Qon::QonBaseSm {
    /** A member of the VLAN was configured, changed or taken away. */
    void handleMember( VlanId vlan, IntfId member );
    void handleLag( IntfId port, IntfId from, IntfId to );
+   void handleLagList( Ulnet::IntfId lag, Ulnet::IntfId port );
 
  private:
    /** Hears of the members of one VLAN. */
@@ -44,7 +45,8 @@ class VlanMembersSm : public Qon::QonBaseSm {
                       &VlanMembersSm::makeVlan, &VlanMembersSm::cleanUpVlan >
          vlanSm_;
    Kiv::Watch< Config::vlanConfigAttr, VlanMembersSm, &VlanMembersSm::handleVlan > vlanWatch_;
-   Qon::LagFollower< VlanMembersSm, &VlanMembersSm::handleLag > lagFollower_;
+   Qon::LagFollower< VlanMembersSm, &VlanMembersSm::handleLag, &VlanMembersSm::handleLagList >
+         lagFollower_;
 };
 
 } // namespace QonAgent

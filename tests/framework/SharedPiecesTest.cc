@@ -154,9 +154,12 @@ class FollowingSm : public Qon::QonBaseSm {
    void handleMember( IntfId port, IntfId from, IntfId to ) {
       lines.push_back( port.stringValue() + ": " + from.stringValue() + " > " + to.stringValue() );
    }
+   void handleList( IntfId lag, IntfId port ) {
+      lines.push_back( lag.stringValue() + " lists " + port.stringValue() ); // or no more
+   }
    Lines take() { return std::exchange( lines, {} ); }
    Lines lines;
-   Qon::LagFollower< FollowingSm, &FollowingSm::handleMember > follower;
+   Qon::LagFollower< FollowingSm, &FollowingSm::handleMember, &FollowingSm::handleList > follower;
 };
 
 class LagViewFlow : public ::testing::Test {
@@ -183,7 +186,7 @@ class LagViewFlow : public ::testing::Test {
    IntfId eth1 = intf( "Ethernet1" ), eth2 = intf( "Ethernet2" );
 };
 
-TEST_F( LagViewFlow, TargetsAreTheMembersByBothMaps ) {
+TEST_F( LagViewFlow, EachMapAnswersItsOwnQuestion ) {
    Qon::LagView view( acsd.ptr() );
    EXPECT_EQ( Qon::LagRole::plain, view.role( eth1 ) );
    EXPECT_EQ( Qon::LagRole::aggregate, view.role( po1 ) );
@@ -191,42 +194,38 @@ TEST_F( LagViewFlow, TargetsAreTheMembersByBothMaps ) {
    EXPECT_EQ( targets( po1, Qon::EmptyAggregate::nothing ), ( Ports{} ) );
    EXPECT_EQ( targets( po1, Qon::EmptyAggregate::itself ), ( Ports{ po1 } ) );
    acsd->lagToPortIs( po1, list( { eth2, eth1 } ) );
-   acsd->portToLagIs( eth2, po1 );
-   EXPECT_EQ( targets( po1, Qon::EmptyAggregate::nothing ), ( Ports{ eth2 } ) );
-   acsd->portToLagIs( eth1, po1 );
    EXPECT_EQ( targets( po1, Qon::EmptyAggregate::nothing ), ( Ports{ eth2, eth1 } ) );
+   EXPECT_EQ( Qon::LagRole::plain, view.role( eth1 ) );
+   acsd->lagToPortDel( po1 );
+   acsd->portToLagIs( eth1, po1 );
    EXPECT_EQ( Qon::LagRole::member, view.role( eth1 ) );
    EXPECT_EQ( targets( eth1, Qon::EmptyAggregate::nothing ), ( Ports{ eth1 } ) );
+   EXPECT_EQ( targets( po1, Qon::EmptyAggregate::nothing ), ( Ports{} ) );
 }
 
-TEST_F( LagViewFlow, FollowerTellsWhicheverMapComesLast ) {
+TEST_F( LagViewFlow, FollowerTellsOfEachMapOnItsOwn ) {
    acsd->lagToPortIs( po1, list( { eth1 } ) );
    acsd->portToLagIs( eth1, po1 );
    auto sm = Qon::smIs< FollowingSm >();
    sm->follower.attach( sm.ptr(), acsd.ptr() );
-   EXPECT_EQ( sm->take(), ( Lines{ "Ethernet1:  > Port-Channel1" } ) );
+   EXPECT_EQ( sm->take(),
+              ( Lines{ "Ethernet1:  > Port-Channel1", "Port-Channel1 lists Ethernet1" } ) );
 
-   acsd->lagToPortIs( po1, list( { eth1, eth2 } ) );
+   acsd->lagToPortIs( po1, list( { eth2, eth1 } ) );
+   EXPECT_EQ( sm->take(), Lines{ "Port-Channel1 lists Ethernet2" } );
+   auto flags = list( { eth2, eth1 } );
+   flags.portIs( eth1, Qon::QonLagPort( false, true ) );
+   acsd->lagToPortIs( po1, flags ); // the same ports
    EXPECT_EQ( sm->take(), Lines() );
    acsd->portToLagIs( eth2, po1 );
-   EXPECT_EQ( sm->take(), ( Lines{ "Ethernet2:  > Port-Channel1" } ) );
-
-   acsd->lagToPortIs( po2, list( { eth2 } ) ); // a move, both lists first
+   EXPECT_EQ( sm->take(), Lines{ "Ethernet2:  > Port-Channel1" } );
    acsd->portToLagIs( eth2, po2 );
-   acsd->lagToPortIs( po1, list( { eth1 } ) );
-   EXPECT_EQ( sm->take(), ( Lines{ "Ethernet2: Port-Channel1 > Port-Channel2" } ) );
-
-   acsd->portToLagDel( eth1 ); // the other order of leaving
+   EXPECT_EQ( sm->take(), Lines{ "Ethernet2: Port-Channel1 > Port-Channel2" } );
    acsd->lagToPortDel( po1 );
-   acsd->lagToPortDel( po2 );
-   acsd->portToLagDel( eth2 );
    EXPECT_EQ( sm->take(),
-              ( Lines{ "Ethernet1: Port-Channel1 > ", "Ethernet2: Port-Channel2 > " } ) );
-
-   acsd->portToLagIs( eth1, po1 ); // the port's map first
-   EXPECT_EQ( sm->take(), Lines() );
-   acsd->lagToPortIs( po1, list( { eth1 } ) );
-   EXPECT_EQ( sm->take(), ( Lines{ "Ethernet1:  > Port-Channel1" } ) );
+              ( Lines{ "Port-Channel1 lists Ethernet1", "Port-Channel1 lists Ethernet2" } ) );
+   acsd->portToLagDel( eth1 );
+   EXPECT_EQ( sm->take(), Lines{ "Ethernet1: Port-Channel1 > " } );
 }
 
 TEST_F( LagViewFlow, FollowerThatIsAttachedAgainTellsTheDifference ) {
@@ -242,7 +241,8 @@ TEST_F( LagViewFlow, FollowerThatIsAttachedAgainTellsTheDifference ) {
    EXPECT_EQ( sm->take(), Lines() );
    sm->follower.attach( sm.ptr(), acsd.ptr() );
    EXPECT_EQ( sm->take(),
-              ( Lines{ "Ethernet1: Port-Channel1 > ", "Ethernet2:  > Port-Channel1" } ) );
+              ( Lines{ "Ethernet1: Port-Channel1 > ", "Ethernet2:  > Port-Channel1",
+                       "Port-Channel1 lists Ethernet1", "Port-Channel1 lists Ethernet2" } ) );
 }
 
 TEST( Reconcile, RemovesFirstAndReadsBothBeforeItCalls ) {

@@ -96,6 +96,9 @@ ChipWorld::portNotAtRest( const Qon::TopoSm & topo, const Qon::TopoPortSm & port
       return where + "change information not echoed";
    }
    const Qon::LagView lags( acsd.ptr() );
+   if ( this->lags.hadMembers( port.intf() ) && lags.membersOf( port.intf() ).empty() ) {
+      return "";
+   }
    const bool member = bool( lags.lagOf( port.intf() ) );
    auto mapped = stpSm->topoToVlanMap( topo.name() );
    if ( !mapped || member || port.inTapOrTool() ) {
@@ -140,10 +143,8 @@ ChipWorld::tapAggNotAtRest() {
    for ( auto && [vlan, present] : mapped->vlanIteratorConst() ) {
       vlans->forEachMember( vlan, [&]( IntfId port, Qon::VlanMembership ) {
          const IntfId lag = lags.lagOf( port );
-         const bool aggregate = lags.role( port ) == Qon::LagRole::aggregate;
          const bool wanted = stpSm->tapAggIntf()->intfInfoHas( lag ? lag : port );
-         if ( !( aggregate && lags.membersOf( port ).size() ) &&
-              forwards( vlan, port ) != wanted ) {
+         if ( !this->lags.hadMembers( port ) && forwards( vlan, port ) != wanted ) {
             found = port.stringValue() + " is wrong in VLAN " + vlan.stringValue() + " of " +
                     mapped->name();
          }

@@ -2,6 +2,8 @@
 // A spanning-tree agent, a chip that records what it is told, and the state machines between.
 
 #include <deque>
+#include <functional>
+#include <set>
 #include <vector>
 
 #include "Qon/include/topology/QonStpSm.h"
@@ -24,9 +26,9 @@ class RecordingTopoHelper : public Qon::TopoHelper {
    }
    void freeTopo( const String & name ) override { note( "free " + name ); }
    void setStpState( S32 id, const String & name, IntfId intf, PortState state ) override {
+      hardware[name][intf] = state;
       note( "set " + std::to_string( id ) + " " + name + " " + intf.stringValue() + " " +
             std::to_string( U32( state ) ) );
-      hardware[name][intf] = state;
       if ( completesInside ) {
          setStpStateDoneTopoId( U32( id ) );
       }
@@ -50,10 +52,17 @@ class RecordingTopoHelper : public Qon::TopoHelper {
    std::vector< String > calls() { return std::exchange( calls_, {} ); }
 
    bool completesInside = false;
+   /** Called in every hook, with what calls() will tell of it. */
+   std::function< void( const String & call ) > onCall;
    std::map< String, std::map< IntfId, PortState > > hardware;
 
  private:
-   void note( const String & call ) { calls_.push_back( call ); }
+   void note( const String & call ) {
+      calls_.push_back( call );
+      if ( auto heard = onCall ) { // which may be replaced from within
+         heard( call );
+      }
+   }
    std::vector< String > calls_;
 };
 
@@ -112,7 +121,11 @@ class SpanningTree {
 class Lags {
  public:
    explicit Lags( Qon::QonCommonSmData * acsd ) : acsd_( acsd ) {}
+   /** Once had members; what it carries itself after the last one left is nobody's business until
+       a state is requested. */
+   bool hadMembers( IntfId lag ) const { return hadMembers_.contains( lag ); }
    void join( const String & member, const String & lag ) {
+      hadMembers_.insert( intf( lag ) );
       auto ports = acsd_->lagToPort( intf( lag ) );
       ports.portIs( intf( member ), Qon::QonLagPort( true, true ) );
       acsd_->lagToPortIs( intf( lag ), ports );
@@ -139,6 +152,7 @@ class Lags {
       acsd_->lagToPortIs( lag, ports );
    }
    Qon::QonCommonSmData * acsd_;
+   std::set< IntfId > hadMembers_;
 };
 
 class TopologyWorld : public World {

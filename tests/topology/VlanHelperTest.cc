@@ -1,5 +1,7 @@
 // Membership, port states and generations of VLANs, and the walks of topologies over them.
 
+#include <functional>
+
 #include "tests/topology/ChipWorld.h"
 
 namespace {
@@ -131,8 +133,10 @@ TEST_F( VlanHelperTest, AFailureIsNotCompletedAndTriedAgain ) {
    update( Qon::VlanProgrammingStatus::failed );
    EXPECT_EQ( completed(), 0u );
    EXPECT_TRUE( helper->updateState( v10 ).failed );
-   // With the next request, though it changes nothing...
-   const U64 again = helper->doHandlePortState( intf( "Ethernet1" ), v10, true );
+   // A state that changes nothing has nothing to wait for; the next change is tried...
+   EXPECT_EQ( helper->doHandlePortState( intf( "Ethernet1" ), v10, true ), 0u );
+   const U64 again =
+         helper->doHandlePortState( intf( "Ethernet2" ), v10, true ) + set( "Ethernet1" );
    EXPECT_GT( again, first );
    update( Qon::VlanProgrammingStatus::failed );
    // ... or after a while.
@@ -209,7 +213,7 @@ TEST_F( VlanTopoTest, ChangesThatWaitAreMergedIntoOneWalk ) {
    stp.port( "a", "Ethernet2", forwarding );
    stp.port( "a", "Ethernet1", forwarding );
    EXPECT_EQ( vlanTopo->remainingWorkUnits(), 2u );
-   auto update = vlanTopo->topoUpdate( "a" );
+   auto update = vlanTopo->topoUpdateMap( "a" );
    EXPECT_EQ( update->stpStateChanges(), 2u );
    EXPECT_EQ( update->stpStateChange( intf( "Ethernet1" ) ), forwarding );
    slow();
@@ -221,7 +225,7 @@ TEST_F( VlanTopoTest, ChangesThatWaitAreMergedIntoOneWalk ) {
    EXPECT_LE( slices, 8u + 2 );
    EXPECT_EQ( stp.acked( "b", "Ethernet1" ), 3 ); // no VLANs, nothing to wait for
    EXPECT_EQ( stp.acked( "a", "Ethernet1" ), 1 );
-   EXPECT_EQ( vlanTopo->topoPendingVlans( "a" )->pendingVlanUpdateGenId.size(), 8u );
+   EXPECT_EQ( vlanTopo->topoPendingVlans( "a" )->pendingVlanUpdateGenIds(), 8u );
    rest();
    EXPECT_EQ( stp.acked( "a", "Ethernet1" ), 3 );
    EXPECT_EQ( vlanTopo->topoPendingVlans( "a" ), nullptr );
@@ -240,26 +244,58 @@ TEST_F( VlanTopoTest, AnOlderGenerationAcknowledgesNothing ) {
    EXPECT_EQ( stp.acked( "a", "Ethernet1" ), 3 );
 }
 
-TEST_F( VlanTopoTest, WhatIsUnderWayFromBeforeIsWaitedForToo ) {
+TEST_F( VlanTopoTest, AnAcknowledgementWaitsForNothingThatOthersAskedFor ) {
    build( 1 );
    stp.port( "a", "Ethernet1", forwarding );
    rest();
    latencyIs( Kiv::never );
-   // The port leaves the VLAN, so its state changes nothing; but the chip has not done that yet.
-   vlans->requestPortVlanMembershipChange( Kind::setOverride, intf( "Ethernet1" ), VlanId( 1 ),
-                                           false, false, false );
+   // Another feature's change is under way in the VLAN, and fails for ever.
+   member( "Ethernet3", 1 );
+   scheduler.settle();
+   vlans->updateVlanDone( VlanId( 1 ), Qon::VlanProgrammingStatus::failed );
+   stp.port( "a", "Ethernet4", forwarding ); // no member of the VLAN
+   scheduler.settle();
+   EXPECT_EQ( stp.acked( "a", "Ethernet4" ), int( forwarding ) );
+   // What its own states changed is waited for.
    stp.port( "a", "Ethernet1", blocked );
    scheduler.settle();
-   EXPECT_TRUE( forwards( 1, "Ethernet1" ) );
-   EXPECT_EQ( stp.acked( "a", "Ethernet1" ), int( forwarding ) );
-   completions().finish( 0 );
+   stp.port( "a", "Ethernet4", blocked );
    scheduler.settle();
+   EXPECT_EQ( stp.acked( "a", "Ethernet4" ), int( forwarding ) );
+   rest();
    EXPECT_EQ( stp.acked( "a", "Ethernet1" ), int( blocked ) );
-   // A VLAN that was blocked on leaving one topology need not be blocked on entering another.
-   member( "Ethernet2", 1 );
+}
+
+TEST_F( VlanTopoTest, AnAcknowledgementWaitsForItsOwnVlansOnly ) {
+   build( 1 );
+   slow();
+   latencyIs( Kiv::never );
+   stp.port( "b", "Ethernet1", forwarding );
+   scheduler.turn(); // the update of "b", which has no VLANs, is about to end
+   stp.vlan( 2, "a" );
+   stp.vlan( 3, "a" );
+   EXPECT_EQ( vlanTopo->topoVlanOp( 2 ), "a" );
+   while ( vlanTopo->currentTopoUpdate() ) {
+      scheduler.turn();
+   }
+   EXPECT_NE( vlanTopo->remainingWorkUnits(), 0u );
+   EXPECT_EQ( stp.acked( "b", "Ethernet1" ), int( forwarding ) );
+   // A VLAN that is about to enter holds back, until it goes elsewhere.
+   stp.port( "a", "Ethernet4", forwarding );
+   stp.port( "b", "Ethernet4", forwarding );
+   stp.vlan( 4, "b" );
+   vlanTopo->handleVlanUpdateCompletion( 1, ~U64( 0 ) );
+   EXPECT_EQ( stp.acked( "b", "Ethernet4" ), int( PortState::disabled ) );
+   rest();
+   EXPECT_EQ( stp.acked( "b", "Ethernet4" ), int( forwarding ) );
+}
+
+TEST_F( VlanTopoTest, AVlanThatMovesCarriesAlongWhatItWasTold ) {
+   build( 1 );
    stp.port( "a", "Ethernet2", forwarding );
    rest();
    latencyIs( Kiv::never );
+   // Blocked on leaving one topology, the VLAN need not be blocked on entering another.
    stp.config->vidToTopoMapDel( VlanId( 1 ) );
    scheduler.settle();
    stp.port( "b", "Ethernet2", blocked );
@@ -269,6 +305,99 @@ TEST_F( VlanTopoTest, WhatIsUnderWayFromBeforeIsWaitedForToo ) {
    EXPECT_EQ( stp.acked( "b", "Ethernet2" ), int( PortState::disabled ) );
    rest();
    EXPECT_EQ( stp.acked( "b", "Ethernet2" ), int( blocked ) );
+}
+
+TEST_F( VlanTopoTest, ATopologyThatComesBackWaitsForNothingOfTheFormerOne ) {
+   build( 1 );
+   latencyIs( Kiv::never );
+   stp.port( "a", "Ethernet1", forwarding );
+   scheduler.settle();
+   ASSERT_NE( vlanTopo->topoPendingVlans( "a" ), nullptr );
+   stp.config->vidToTopoMapDelAll();
+   stp.topoDel( "a" );
+   stp.topo( "a", 1 );
+   stp.port( "a", "Ethernet1", forwarding );
+   scheduler.settle();
+   EXPECT_EQ( stp.acked( "a", "Ethernet1" ), int( forwarding ) );
+}
+
+/** Does something once, when the status of a port is written. */
+class Watcher : public Velto::Node {
+ public:
+   Watcher( const Bridging::Topology::TopoPortStatus * status, std::function< void() > act )
+       : act_( std::move( act ) ) {
+      hasNotificationActiveIs( true );
+      watch_.attach( this, status );
+   }
+   void handleState() {
+      watch_.detach();
+      act_();
+   }
+
+ private:
+   std::function< void() > act_;
+   Kiv::Watch< Bridging::Topology::TopoPortStatus::stateAttr, Watcher, &Watcher::handleState >
+         watch_;
+};
+
+TEST_F( VlanTopoTest, WhatWatchersOfAnAcknowledgementChangeHoldsForTheVlansThatFollow ) {
+   build( 1 );
+   stp.port( "b", "Ethernet1", forwarding );
+   stp.port( "b", "Ethernet2", forwarding );
+   rest();
+   for ( U32 vlan : { 11, 12 } ) {
+      member( "Ethernet1", vlan );
+      member( "Ethernet2", vlan );
+   }
+   // In one slice: a VLAN enters "b", "a" is acknowledged, another VLAN enters "b".
+   stp.vlan( 11, "b" );
+   stp.port( "a", "Ethernet3", forwarding );
+   auto watcher = Velto::make< Watcher >( stp.portStatus( "a", "Ethernet3" ), [&] {
+      stp.port( "b", "Ethernet1", blocked );
+      stp.config->topoConfig( "b" )->topoPortConfigDel( intf( "Ethernet2" ) );
+      stp.vlan( 12, "b" );
+   } );
+   rest();
+   EXPECT_EQ( notAtRest(), "" );
+   EXPECT_FALSE( forwards( 12, "Ethernet1" ) || forwards( 12, "Ethernet2" ) );
+}
+
+TEST_F( VlanTopoTest, APortThatGoesDuringItsUpdateForwardsInNoFurtherVlan ) {
+   build();
+   slow();
+   stp.port( "a", "Ethernet1", forwarding );
+   for ( U32 turn = 0; turn < 3; ++turn ) {
+      scheduler.turn();
+   }
+   ASSERT_NE( vlanTopo->currentTopoUpdate(), nullptr );
+   stp.config->topoConfig( "a" )->topoPortConfigDel( intf( "Ethernet1" ) );
+   rest();
+   EXPECT_FALSE( forwards( 8, "Ethernet1" ) );
+}
+
+TEST_F( VlanTopoTest, ACleanUpAndAnotherStateMachineLeaveNothingBehind ) {
+   build();
+   latencyIs( Kiv::never );
+   stp.port( "a", "Ethernet1", forwarding );
+   scheduler.settle();
+   stp.vlan( 9, "a" );
+   stpSm->doCleanup();
+   scheduler.settle();
+   EXPECT_EQ( vlanTopo->remainingWorkUnits() + vlanTopo->topoPendingVlanss(), 0u );
+
+   stpSm->initializedIs( true );
+   scheduler.settle();
+   ASSERT_NE( vlanTopo->topoPendingVlanss(), 0u );
+   stp.config->vidToTopoMapDelAll();
+   stp.vlan( 10, "a" );
+   stpSm = nullptr;
+   stp.config->vidToTopoMapDelAll();
+   start( helper ); // before the task has run
+   EXPECT_EQ( vlanTopo->topoPendingVlanss(), 0u );
+   EXPECT_FALSE( vlanTopo->topoVlanOpHas( 10 ) );
+   scheduler.settle();
+   EXPECT_EQ( broken(), "" );
+   EXPECT_EQ( stp.acked( "a", "Ethernet1" ), int( forwarding ) );
 }
 
 TEST_F( VlanTopoTest, AQueuedOrUnfinishedUpdateHoldsTheAcknowledgementBack ) {
@@ -320,6 +449,22 @@ TEST_F( VlanTopoTest, WithoutAVlanHelperEverythingIsDone ) {
    scheduler.settle();
    EXPECT_EQ( stp.acked( "a", "Ethernet1" ), 3 );
    EXPECT_EQ( stp.acked( "b", "Ethernet1" ), 3 );
+}
+
+TEST_F( VlanTopoTest, AnotherVlanHelperIsToldEverything ) {
+   build();
+   latencyIs( Kiv::never );
+   stp.port( "a", "Ethernet1", forwarding );
+   scheduler.settle(); // waits for the helper that goes
+   vlans = Velto::make< SoftChip::SoftVlanHelper >( "others", acsd.ptr(), faults );
+   vlanTopo->vlanHelperIs( vlans );
+   member( "Ethernet1", 8 );
+   member( "Ethernet2", 8 );
+   EXPECT_EQ( stp.acked( "a", "Ethernet1" ), int( blocked ) );
+   rest();
+   EXPECT_EQ( notAtRest(), "" );
+   EXPECT_TRUE( forwards( 8, "Ethernet1" ) && !forwards( 8, "Ethernet2" ) );
+   EXPECT_EQ( stp.acked( "a", "Ethernet1" ), int( forwarding ) );
 }
 
 TEST_F( VlanTopoTest, AVlanOutOfRangeIsRefusedAndForgotten ) {

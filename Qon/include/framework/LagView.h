@@ -5,13 +5,13 @@
 //    LagSm -> acsd.lagToPort, then acsd.portToLag
 //                 |               |
 //                 v               v
-//               LagFollower: review( port ) -> handler( port, from, to ) of the feature
+//     listHandler( lag, port )   handler( port, from, to )   of the feature: LagFollower
 //
-// The two maps are written one after the other. A port is a member of a group when both say so.
+// The two maps are written one after the other, and each answers one question: portToLag alone
+// whether a port is a member and of which group, lagToPort alone which ports a group leads to.
 //
 // Invariants of the follower
-// 1. Level-triggered: it compares what holds now with what it told last; the end is the same
-//    whichever of the maps is written first, and nothing is told twice.
+// 1. Level-triggered: it compares what holds now with what it told last, and tells nothing twice.
 // 2. A call costs as much as the group that changed is large, whatever the number of groups.
 // 3. It remembers before it calls: a handler that changes the maps again is told so, nested.
 //
@@ -39,20 +39,18 @@ class LagView {
                    ? LagRole::aggregate
                    : LagRole::plain;
    }
-   /** The group of which `port` is a member by both maps; null is none. */
-   Ulnet::IntfId lagOf( Ulnet::IntfId port ) const {
-      Ulnet::IntfId lag = acsd_->portToLag( port );
-      return lag && acsd_->lagToPort( lag ).portHas( port ) ? lag : Ulnet::IntfId();
-   }
-   /** The ports that are members of `lag` by both maps, in the order of the list. */
+   /** The group of which `port` is a member; null is none. */
+   Ulnet::IntfId lagOf( Ulnet::IntfId port ) const { return acsd_->portToLag( port ); }
+   /** The ports that `lag` leads to, in the order of the list. */
    std::vector< Ulnet::IntfId > membersOf( Ulnet::IntfId lag ) const {
       std::vector< Ulnet::IntfId > members;
       for ( auto & [port, flags] : acsd_->lagToPort( lag ) ) {
-         if ( acsd_->portToLag( port ) == lag ) {
-            members.push_back( port );
-         }
+         members.push_back( port );
       }
       return members;
+   }
+   bool lists( Ulnet::IntfId lag, Ulnet::IntfId port ) const {
+      return acsd_->lagToPort( lag ).portHas( port );
    }
    /** Calls `act( port )` for every port that `intf` leads to: the members of an aggregate, else
        the interface itself. `act` may change the membership; the ports are those of the call. */
@@ -90,7 +88,9 @@ class LagFollowerBase {
  protected:
    using Tell = void ( * )( Velto::Node * owner, Ulnet::IntfId port, Ulnet::IntfId from,
                             Ulnet::IntfId to );
-   explicit LagFollowerBase( Tell tell ) : portWatch_( this ), lagWatch_( this ), tell_( tell ) {}
+   using TellList = void ( * )( Velto::Node * owner, Ulnet::IntfId lag, Ulnet::IntfId port );
+   LagFollowerBase( Tell tell, TellList tellList )
+       : portWatch_( this ), lagWatch_( this ), tell_( tell ), tellList_( tellList ) {}
    ~LagFollowerBase() = default;
 
    void attachTo( Velto::Node * owner, const QonCommonSmData * acsd );
@@ -115,32 +115,45 @@ class LagFollowerBase {
       LagFollowerBase * follower_;
    };
 
-   void told( Ulnet::IntfId port, Ulnet::IntfId from, Ulnet::IntfId to );
-
    const QonCommonSmData * acsd_ = nullptr;
    Velto::Node * owner_ = nullptr;
    Kiv::DenseMap< Ulnet::IntfId, Ulnet::IntfId > lagOf_; // what was told last
-   Kiv::DenseMap< Ulnet::IntfId, QonPortList > portsOf_; // its inverse
+   Kiv::DenseMap< Ulnet::IntfId, QonPortList > portsOf_; // the lists as they were told last
    MapWatch< QonCommonSmData::portToLagAttr, &LagFollowerBase::handlePortToLag > portWatch_;
    MapWatch< QonCommonSmData::lagToPortAttr, &LagFollowerBase::handleLagToPort > lagWatch_;
    Tell tell_;
+   TellList tellList_; // null if nobody wants to know
 };
 
 /** Tells its owner, a state machine, who joins and leaves: `handler( port, from, to )`, where
     `from` is null for a port that joins, `to` is null for one that leaves, and neither for one
-    that moves. Declare it as one of the last members. */
+    that moves; and `listHandler( lag, port )` when a group begins or ceases to lead to a port.
+    Declare it as one of the last members. */
 template< class Owner,
-          void ( Owner::*handler )( Ulnet::IntfId port, Ulnet::IntfId from, Ulnet::IntfId to ) >
+          void ( Owner::*handler )( Ulnet::IntfId port, Ulnet::IntfId from, Ulnet::IntfId to ),
+          void ( Owner::*listHandler )( Ulnet::IntfId lag, Ulnet::IntfId port ) = nullptr >
 class LagFollower : public LagFollowerBase {
  public:
    LagFollower()
        : LagFollowerBase(
                []( Velto::Node * owner, Ulnet::IntfId port, Ulnet::IntfId from, Ulnet::IntfId to ) {
                   ( static_cast< Owner * >( owner )->*handler )( port, from, to );
-               } ) {}
+               },
+               tellList() ) {}
    /** Follows `acsd` from now on, and tells of the members that there are. Null ends it, silently;
        what was told is kept, and is the ground of comparison when it is attached again. */
    void attach( Owner * owner, const QonCommonSmData * acsd ) { attachTo( owner, acsd ); }
+
+ private:
+   static TellList tellList() {
+      if constexpr ( listHandler == nullptr ) {
+         return nullptr;
+      } else {
+         return []( Velto::Node * owner, Ulnet::IntfId lag, Ulnet::IntfId port ) {
+            ( static_cast< Owner * >( owner )->*listHandler )( lag, port );
+         };
+      }
+   }
 };
 
 } // namespace Qon

@@ -19,10 +19,16 @@
 //    written, so hooks that complete inside and watchers that ask anew are both right.
 // 4. vlanToTopoSmMap and topoToVlanMap are each other's inverse; no MappedVlan is empty.
 // 5. In tap-aggregation mode every VLAN that the configuration puts into no topology is in the
-//    tap-aggregation topology, which needs no TopoSm.
+//    tap-aggregation topology, which needs no TopoSm. A topology that is both that one and a
+//    configured one is one topology in the hardware: allocated once, freed with its last user.
+// 6. A change of the mode is carried out to its end before the next one: what a hook changes
+//    meanwhile is taken up then.
+// 7. While initialized() is false nothing is done and nothing acknowledged; afterwards everything
+//    is brought up to date. hwInit is called again only after doCleanup().
 //
 // Reads of the shared data: portToLag, lagToPort, operationalMode, tapAggHwConfig, verifyData.
-// Ownership: StpSm owns the TopoSms, they own the TopoPortSms; back pointers are not counted.
+// Ownership: StpSm owns the TopoSms, they own the TopoPortSms; back pointers are not counted. Who
+// releases the state machine from within a hook or a watcher ends it when the handler returns.
 
 #include "Qon/include/framework/LagView.h"
 #include "Qon/include/framework/SmCollection.h"
@@ -68,8 +74,12 @@ class StpSm : public QonBaseSm, public Checked {
    Ulnet::IntfId lagOf( Ulnet::IntfId port ) const { return lagFollower_.lagOf( port ); }
    TapAggIntfSm * tapAggIntfSm() const { return tapAggIntfSm_.ptr(); }
    /** The tap-aggregation topology that is in use; empty outside tap-aggregation mode. */
-   const String & tapAggTopoName() const { return tapAggTopoName_; }
-   U32 tapAggTopoId() const { return tapAggTopoId_; }
+   const String & tapAggTopoName() const { return tapAggTopo_.name; }
+   U32 tapAggTopoId() const { return tapAggTopo_.id; }
+   /** Between a start and doCleanup(). */
+   bool started() const { return started_; }
+   /** Grows with every change that the state of a port in a VLAN may depend on. */
+   U64 portChanges() const { return portChanges_; }
 
    TopoSm * topoSm( const String & name ) const { return topoSm_.sm( name ); }
    U32 topoSms() const { return topoSm_.size(); }
@@ -98,7 +108,14 @@ class StpSm : public QonBaseSm, public Checked {
 
  private:
    friend class TopoSm;
+   friend class TopoPortSm;
 
+   struct TapAggTopo {
+      String name;
+      U32 id = 0;
+      explicit operator bool() const { return !name.empty(); }
+      bool operator==( const TapAggTopo & ) const = default;
+   };
    /** What a TopoSm stands for; false where there is no topology. */
    struct TopoInput {
       Velto::Ptr< const Bridging::Topology::TopoConfig > config;
@@ -126,24 +143,40 @@ class StpSm : public QonBaseSm, public Checked {
    U64 nextRequest() { return ++request_; }
    U64 lastRequest() const { return request_; }
 
+   TopoInput topoInput( const String & name ) const;
+   /** The topology is used once more, or no more, in the hardware. */
+   void topoInUse( const String & name );
+   void topoNotInUse( const String & name );
+
+   void start();
    void attach();
    void detach();
+   void portsChanged() { ++portChanges_; }
    void handleLag( Ulnet::IntfId port, Ulnet::IntfId from, Ulnet::IntfId to );
+   void handleLagList( Ulnet::IntfId lag, Ulnet::IntfId port );
    String wantedTopo( Bridging::VlanId vlan ) const;
    void takeOut( Bridging::VlanId vlan, const String & topoName );
    void putIn( Bridging::VlanId vlan, const String & topoName );
+   TapAggTopo configuredTapAgg() const;
    void handleTapAggConfig();
    void followTapAggConfig();
-   void enterTapAgg();
+   void settleMode();
+   bool stepMode();
+   void modeIs( HwOperationalMode mode );
+   void enterTapAgg( const TapAggTopo & wanted );
+   void leaveTapAggTopo( const String & name );
    void cleanupTapAgg();
    void requestVerify();
 
    const Velto::Ptr< QonCommonSmData > acsd_;
-   String tapAggTopoName_;
-   U32 tapAggTopoId_ = 0;
+   TapAggTopo tapAggTopo_;
+   bool started_ = false;      // between hwInit and doCleanup()
+   bool settlingMode_ = false; // a change of the mode is being carried out
    U64 request_ = 0;
+   U64 portChanges_ = 0;
    Kiv::DenseMap< U32, std::vector< TopoSm * > > topoById_;
-   KeySet< U16 > addedVlan_; // in the hardware, on behalf of the TopoSm that the VLAN is in
+   Kiv::DenseMap< String, U32 > topoUsers_; // of topologies in the hardware
+   KeySet< U16 > addedVlan_;                // in the hardware, to the topology that it is in
    VerifyCheck verifyCheck_;
    Velto::Ptr< TapAggIntfSm > tapAggIntfSm_;
    SmCollection< String, TopoIdInput, TopoIdSm, StpSm, &StpSm::makeTopoId, &StpSm::cleanUpTopoId >
@@ -166,11 +199,17 @@ class StpSm : public QonBaseSm, public Checked {
          tapAggIdWatch_;
    Kiv::Watch< TapAgg::HwConfig::tapAggTopoNameAttr, StpSm, &StpSm::handleTapAggConfig >
          tapAggNameWatch_;
-   LagFollower< StpSm, &StpSm::handleLag > lagFollower_;
+   LagFollower< StpSm, &StpSm::handleLag, &StpSm::handleLagList > lagFollower_;
 };
 
 /** One topology. */
 class TopoSm : public QonBaseSm {
+   KIV_BODY( TopoSm, QonBaseSm )
+   KIV_ATTR( String, name )
+   KIV_ATTR( U32, topoId, 0 )
+   KIV_PTR( const Bridging::Topology::TopoConfig, config )
+   KIV_PTR( Bridging::Topology::Inst::TopoStatus, status )
+   KIV_PTR( TopoHelper, topoHelper )
  public:
    using PortState = Bridging::Topology::PortState;
    using Config = Bridging::Topology::TopoConfig;
@@ -179,11 +218,6 @@ class TopoSm : public QonBaseSm {
 
    TopoSm( const String & name, const StpSm::TopoInput & input, StpSm * stpSm );
 
-   const String & name() const { return name_; }
-   U32 topoId() const { return input_.topoId; }
-   const Config * config() const { return input_.config.ptr(); }
-   Status * status() const { return input_.status.ptr(); }
-   TopoHelper * topoHelper() const;
    StpSm * stpSm() const { return stpSm_; }
 
    TopoPortSm * topoPortSm( Ulnet::IntfId intf ) const { return topoPortSm_.sm( intf ); }
@@ -199,6 +233,8 @@ class TopoSm : public QonBaseSm {
    void handleTopoPortChange();
    /** The port joined a group, left `from`, or moved. */
    void handlePortToLag( const Ulnet::IntfId & intf, Ulnet::IntfId from = {} );
+   /** The group began or ceased to lead to the port. */
+   void handleLagToPort( const Ulnet::IntfId & lag, const Ulnet::IntfId & intf );
    /** The interface entered or left tap or tool mode. */
    void handleTapAggIntf( const Ulnet::IntfId & intf );
    /** Hands a port's state to the hardware: of an aggregate, for every member. False for a
@@ -214,23 +250,29 @@ class TopoSm : public QonBaseSm {
    friend class StpSm;
    friend class TopoPortSm;
 
-   bool works() const { return initialized() && !zombie(); }
+   class FanOut;
+
+   bool works() const { return initialized() && !zombie() && stpSm_->initialized(); }
+   /** Brings every port up to date, after a time in which nothing was heard. */
+   void refresh();
    /** The hardware has taken everything that was handed over. */
    void stateDone();
-   void pendingIs( Ulnet::IntfId intf, PortState state );
+   /** Returns the number of the request. */
+   U64 pendingIs( Ulnet::IntfId intf, PortState state );
    void pendingDel( Ulnet::IntfId intf );
+   /** The number of the request that is pending, 0 for none. */
+   U64 pendingRequest( Ulnet::IntfId intf ) const;
    Velto::Ptr< TopoPortSm > makePort( const Ulnet::IntfId & intf,
                                       const Velto::Ptr< const PortConfig > & config );
    void cleanUpPort( const Ulnet::IntfId & intf, TopoPortSm * port );
    void setStpState( Ulnet::IntfId intf, PortState state );
    void setLagState( Ulnet::IntfId lag, Ulnet::IntfId port );
 
-   const String name_;
    const StpSm::TopoInput input_;
    StpSm * const stpSm_;
    Velto::Ptr< PendingStpStateTopo > pending_; // the entry of stpSm's, null where there is none
    U32 fanOut_ = 0;            // hook calls for the members of an aggregate under way
-   bool doneInFanOut_ = false; // the last of them reported done
+   bool doneInFanOut_ = false; // reported done since the last hook call
    SmCollection< Ulnet::IntfId, Velto::Ptr< const PortConfig >, TopoPortSm, TopoSm,
                  &TopoSm::makePort, &TopoSm::cleanUpPort >
          topoPortSm_;
@@ -240,6 +282,13 @@ class TopoSm : public QonBaseSm {
 
 /** One port of one topology. */
 class TopoPortSm : public QonBaseSm {
+   KIV_BODY( TopoPortSm, QonBaseSm )
+   KIV_ATTR( Ulnet::IntfId, intf )
+   KIV_PTR( const Bridging::Topology::TopoPortConfig, config )
+   KIV_PTR( Bridging::Topology::TopoPortStatus, status )
+   KIV_PTR( TopoHelper, topoHelper )
+   KIV_ATTR( U32, topoId, 0 )
+   KIV_ATTR( bool, isLag, false )
  public:
    using PortState = Bridging::Topology::PortState;
    using Config = Bridging::Topology::TopoPortConfig;
@@ -247,14 +296,8 @@ class TopoPortSm : public QonBaseSm {
 
    TopoPortSm( Ulnet::IntfId intf, Velto::Ptr< const Config > config, TopoSm * topoSm );
 
-   Ulnet::IntfId intf() const { return intf_; }
-   const Config * config() const { return config_.ptr(); }
-   Status * status() const { return status_.ptr(); }
    TopoSm * topoSm() const { return topoSm_; }
-   TopoHelper * topoHelper() const;
-   U32 topoId() const;
    IntfSet * tapAggIntf() const;
-   bool isLag() const { return Ulnet::PortChannelIntfId::isPortChannelIntfId( intf_ ); }
    bool inTapOrTool() const { return tapAggIntf()->intfInfoHas( intf_ ); }
    /** What the hardware is to carry: the configured state, or forwarding in tap or tool mode. */
    PortState wantedState() const {
@@ -273,18 +316,17 @@ class TopoPortSm : public QonBaseSm {
  private:
    friend class TopoSm;
 
-   bool works() const { return initialized() && !zombie(); }
+   bool works() const { return initialized() && !zombie() && topoSm_->works(); }
+   void nothingPending();
    /** The change information alone: echoes it where it belongs to a state that is done. */
    void handleChangeInfo();
    /** Writes the status: this state is in the hardware. */
    void stateDone( PortState state );
    static void handleConfig( void * self, const Kiv::Entity &, int attribute, const void * );
 
-   const Ulnet::IntfId intf_;
    TopoSm * const topoSm_;
-   const Velto::Ptr< const Config > config_;
-   Velto::Ptr< Status > status_;
-   U32 writes_ = 0; // of the status: tells whether a watcher of it came in between
+   U32 writes_ = 0;  // of the status: tells whether a watcher of it came in between
+   U32 flushes_ = 0; // likewise of flush hooks
    Kiv::EntityWatch configWatch_;
 };
 
@@ -294,19 +336,34 @@ class StpSm::TapAggIntfSm : public QonBaseSm {
  public:
    explicit TapAggIntfSm( StpSm * stpSm ) : stpSm_( stpSm ) {}
 
+   /** Begins to fill the set if the mode is tap aggregation. */
    void handleInitialized() override;
    /** The mode, the topology or the settings changed as a whole. */
    void handleTapAgg();
    void handleIntf( const Ulnet::IntfId & intf );
-   void handleLag( Ulnet::IntfId port, Ulnet::IntfId from, Ulnet::IntfId to );
+   /** Brings the port states in the tap-aggregation topology, where there is one, to what the set
+       and the groups want. */
+   void settle();
+   /** Everything is to be told anew: to another topology, or under another id. */
+   void toldDel() { told_.clear(); }
+   /** The settings that are followed. */
+   const TapAgg::HwConfig * hwConfig() const { return hwConfig_.ptr(); }
+   /** Whether the set is kept. */
+   bool active() const { return active_; }
    /** Empties the set; the hardware's topology goes as a whole. */
    void doCleanup();
 
  private:
    bool wanted( Ulnet::IntfId intf ) const;
-   void setState( Ulnet::IntfId intf, Bridging::Topology::PortState state );
+   KeySet< Ulnet::IntfId > wantedTargets();
+   void stateIs( Ulnet::IntfId intf, bool forwarding );
 
    StpSm * const stpSm_;
+   bool active_ = false;
+   bool settling_ = false;
+   bool unsettled_ = false;           // something changed while settling
+   KeySet< Ulnet::IntfId > told_;     // forward in the tap-aggregation topology
+   KeySet< Ulnet::IntfId > expanded_; // aggregates of the set that had members
    Velto::Ptr< const TapAgg::HwConfig > hwConfig_;
    Kiv::Watch< TapAgg::HwConfig::tapIntfAttr, TapAggIntfSm, &TapAggIntfSm::handleIntf > tapWatch_;
    Kiv::Watch< TapAgg::HwConfig::toolIntfAttr, TapAggIntfSm, &TapAggIntfSm::handleIntf > toolWatch_;

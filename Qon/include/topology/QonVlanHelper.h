@@ -22,7 +22,7 @@
 //    has gone. A failed VLAN is tried again with its next change, at the latest after
 //    retryInterval.
 //
-// Layout: ports are numbered as they appear. A VLAN keeps one cache line for each 64 ports, which
+// Layout: ports are numbered as they appear, and keep their number. A VLAN keeps one cache line for each 64 ports, which
 // holds all that is known of them.
 //
 // Ownership: points to the shared data without counting it, which counts this.
@@ -62,19 +62,11 @@ class VlanHelper : public VlanHelperBase, public Checked {
 
    /** @name Port states */
    /** @{ */
-   /** A port by its number here; numbers stay. */
-   struct PortForwarding {
-      U32 port;
-      bool forwarding;
-   };
-   U32 portNumber( IntfId intf );
    /** Whether the port forwards in the VLAN. Returns the generation to wait for; 0 when nothing
-       had to be programmed. */
-   U64 doHandlePortState( IntfId intf, VlanId vlan, bool forwarding );
-   /** The same for several ports of one VLAN; the last generation of theirs. */
-   U64 doHandlePortStates( VlanId vlan, const std::vector< PortForwarding > & ports );
-   /** No port forwards in the VLAN until told otherwise. */
-   U64 setPortsBlocked( VlanId vlan );
+       had to be programmed. An override calls this one; it may report completions from within. */
+   virtual U64 doHandlePortState( IntfId intf, VlanId vlan, bool forwarding );
+   /** No port forwards in the VLAN until told otherwise. Returns as doHandlePortState(). */
+   virtual U64 setPortsBlocked( VlanId vlan );
    /** @} */
 
    /** The chip is done with the doUpdateVlan() that is under way; may be called from within it.
@@ -163,7 +155,7 @@ class VlanHelper : public VlanHelperBase, public Checked {
    }
    const Block * blockOf( IntfId port, VlanId vlan, U64 & bit ) const;
    void grow( Vlan & v, U32 port );
-   bool handlePort( Vlan & v, VlanId vlan, PortForwarding state );
+   U32 portNumber( IntfId intf );
    bool applyMembership( Vlan & v, VlanId vlan, U32 port );
    bool inRecirc( IntfId port ) const;
    String vlanFault( const Vlan & v ) const;
