@@ -456,7 +456,9 @@ TEST_F( VlanTopoTest, AnotherVlanHelperIsToldEverything ) {
    latencyIs( Kiv::never );
    stp.port( "a", "Ethernet1", forwarding );
    scheduler.settle(); // waits for the helper that goes
-   vlans = Velto::make< SoftChip::SoftVlanHelper >( "others", acsd.ptr(), faults );
+   vlanTopo->vlanHelperIs( nullptr );
+   vlans = nullptr; // the chip has one at a time
+   vlans = Velto::make< SoftChip::SoftVlanHelper >( "others", acsd.ptr(), vlanTable );
    vlanTopo->vlanHelperIs( vlans );
    member( "Ethernet1", 8 );
    member( "Ethernet2", 8 );
