@@ -42,8 +42,11 @@ VlanTopoHelper::vlanHelperIs( Velto::Ptr< VlanHelper > vlanHelper ) {
    vlanHelper_ = std::move( vlanHelper );
    completedVlanUpdateStatus_.attach( this, vlanHelper_.ptr() );
    told_.assign( told_.size(), 0 );
-   for ( U32 vlan = 0; vlan < waiting_.size(); ++vlan ) {
-      waitNoMore( U16( vlan ) );
+   for ( U16 vlan = 1; vlan < waiting_.size(); ++vlan ) {
+      waitNoMore( vlan );
+      if ( vlanHelper_ ) { // what it was told before, by a predecessor too, may still be under way
+         told_[vlan] = vlanHelper_->updateState( VlanId( vlan ) ).requested;
+      }
    }
    if ( !vlanHelper_ || !stpSm() ) {
       return;
