@@ -2,6 +2,7 @@
 
 #include "Qon/include/framework/HookTap.h"
 #include "Qon/include/lag/QonLagIndex.h"
+#include "platform/Velto/Scope.h"
 
 namespace Qon {
 
@@ -60,8 +61,10 @@ HardwareLagWriter::memberDel( IntfId lag, IntfId port ) {
    }
    if ( Velto::Ptr< Hardware::Lag::LagConfig > group = config_->lag( lag ) ) {
       QON_TELL_HOOK( Hardware::Lag, memberDel, lag, port );
-      group->memberDel( port );
-      dropIfEmpty( lag );
+      Velto::FirstError error;
+      error.run( [&] { group->memberDel( port ); } );
+      error.run( [&] { dropIfEmpty( lag ); } );
+      error.pass();
    }
 }
 

@@ -27,9 +27,9 @@
 
 #include "Qon/include/framework/QonCommonSmData.h"
 #include "Qon/include/framework/SmCollection.h"
+#include "Qon/include/framework/WorkQueue.h"
 #include "Qon/include/lag/LagClaims.h"
 #include "Qon/include/lag/QonLagProgSm.h"
-#include "platform/Kiv/Fifo.h"
 #include "platform/types/Mlag.h"
 
 namespace Qon {
@@ -62,6 +62,9 @@ class LagSm : public QonBaseSm, public Checked {
       /** Claims what the status lists, and drops what it does not. */
       void doUpdatePortList();
       void doCleanupLag();
+      /** Claims nothing any more; `act( port )` for what was claimed. */
+      template< class Act >
+      void claimsDel( Act && act );
 
       LagSm * lagSm_;
       const Velto::Ptr< const Status > status_;
@@ -147,7 +150,9 @@ class LagSm : public QonBaseSm, public Checked {
       Ulnet::IntfId intf;
    };
 
-   void later( What what, Ulnet::IntfId intf = Ulnet::IntfId() ) { work_.enq( { what, intf } ); }
+   /** Later, for every aggregate that is followed. */
+   void laterForAll( What what );
+   void later( What what, Ulnet::IntfId intf = Ulnet::IntfId() ) { work_.add( { what, intf } ); }
    void settle();
    void review( const Work & work );
 
@@ -167,6 +172,8 @@ class LagSm : public QonBaseSm, public Checked {
 
    void clearStaleDeviceNames();
    void repairMaps();
+   void reviewStatuses();
+   void removeStaleGroups();
 
    bool mlagEstablished() const;
    Ulnet::IntfId wantedPeerLink( Ulnet::IntfId lag ) const;
@@ -188,8 +195,7 @@ class LagSm : public QonBaseSm, public Checked {
    bool runVerify() const;
 
    const Inputs in_;
-   Kiv::Fifo< Work > work_;
-   bool settling_ = false;
+   WorkQueue< Work > work_;
    bool changed_ = false; // the maps, since verification was last asked for
    bool allManaged_ = true;
    LagClaims claims_;
