@@ -1,6 +1,7 @@
 #include "agent/Agent.h"
 
-#include "agent/Json.h"
+#include <algorithm>
+
 #include "platform/types/HwEpoch.h"
 #include "platform/types/Paths.h"
 
@@ -24,8 +25,10 @@ RecentLog::message( const Kiv::LogDescriptor & descriptor, const String & text )
    ( next_ ? *next_ : Kiv::logStandardError() ).message( descriptor, text );
 }
 
-Agent::Agent( Kiv::TaskScheduler & scheduler, Features features )
-    : scheduler_( scheduler ), began_( Kiv::now() ), features_( std::move( features ) ) {
+Agent::Agent( Kiv::TaskScheduler & scheduler, QonChip::Chip & chip, const Features & features,
+              const Settings & settings )
+    : scheduler_( scheduler ), chip_( chip ), began_( Kiv::now() ) {
+   settingsAre( features, settings );
    auto epoch = entities_.mount< HwEpoch::Status >( Paths::hwEpochStatus );
    acsd_ = Qon::qonCommonSmDataFactory( acsdPath );
    entities_.mountIs( acsdPath, acsd_ );
@@ -33,15 +36,37 @@ Agent::Agent( Kiv::TaskScheduler & scheduler, Features features )
    epochStatus_ = Qon::qonEpochStatusFactory( "epochStatus" );
    epochStatus_->hwEpochStatusIs( epoch.ptr() );
    epochStatus_->initializedIs( true );
-   for ( auto & feature : features_ ) {
-      feature->create( *this );
+   for ( auto & kind : features ) {
+      features_.push_back( kind.make( *this ) );
    }
 }
 
 Agent::~Agent() {
    while ( !features_.empty() ) {
-      features_.back()->destroy();
       features_.pop_back();
+   }
+   // They watch the shared data without counting it.
+   acsd_->vlanHelperDel();
+   shared_.clear();
+}
+
+/** The words that were chosen, and the first one of every other option. */
+void
+Agent::settingsAre( const Features & features, const Settings & settings ) {
+   for ( auto & kind : features ) {
+      for ( auto & option : kind.options ) {
+         auto chosen = settings.find( option.name );
+         const String & word = chosen == settings.end() ? option.words[0] : chosen->second;
+         if ( std::find( option.words.begin(), option.words.end(), word ) == option.words.end() ) {
+            throw Velto::RangeError( option.name + " cannot be '" + word + "'" );
+         }
+         settings_[option.name] = word;
+      }
+   }
+   for ( auto & [name, word] : settings ) {
+      if ( !settings_.contains( name ) ) {
+         throw Velto::RangeError( "no feature has the option " + name );
+      }
    }
 }
 

@@ -1,23 +1,27 @@
 #pragma once
 // The reference forwarding agent: the state database, the shared agent data, and the features.
 //
-//    program or test -> Agent( scheduler ) -> mounts, shared data, create() of each feature
+//    program or test -> Agent( scheduler, chip ) -> mounts, shared data, features
+//                                 chip's parts -> hook objects of the features
 //    ConfigDB, state file, events, server -> entities -> state machines
 //
 // Invariants
 // 1. Everything runs on the scheduler's one thread; the agent itself never waits.
-// 2. Features are created in order and destroyed in reverse; the shared data goes last.
+// 2. Features are made in order and end in reverse; then the hook objects that they shared; the
+//    shared data goes last.
 // 3. A message of the log is remembered (the last `logDepth`) and then passed on.
 //
-// Ownership: owns the entity manager, the shared data and the features; not the scheduler, which
-// must outlive it.
+// Ownership: owns the entity manager, the shared data and the features; not the scheduler and the
+// chip, which must outlive it.
 
 #include <deque>
+#include <map>
+#include <typeindex>
 
 #include "Qon/include/framework/QonCommonSmData.h"
 #include "agent/AgentFeature.h"
 #include "agent/configdb/IntfNames.h"
-#include "agent/softchip/FaultPlan.h"
+#include "chip/Chip.h"
 #include "platform/Kiv/Log.h"
 #include "platform/Kiv/TaskScheduler.h"
 #include "platform/Orvane/EntityManager.h"
@@ -55,9 +59,14 @@ struct Verification {
    std::function< void( int socket, const String & command ) > handle;
 };
 
+/** What was chosen of the features' options, by name. */
+using Settings = std::map< String, String >;
+
 class Agent {
  public:
-   explicit Agent( Kiv::TaskScheduler & scheduler, Features features = agentFeatures() );
+   /** Raises Velto::RangeError for a setting that no feature knows, having made nothing. */
+   Agent( Kiv::TaskScheduler & scheduler, QonChip::Chip & chip,
+          const Features & features = agentFeatures(), const Settings & settings = {} );
    ~Agent();
    Agent( const Agent & ) = delete;
    Agent & operator=( const Agent & ) = delete;
@@ -67,11 +76,23 @@ class Agent {
    Orvane::EntityManager & entities() { return entities_; }
    Qon::QonCommonSmData * acsd() const { return acsd_.ptr(); }
    Qon::QonEpochStatus * epochStatus() const { return epochStatus_.ptr(); }
-   const Features & features() const { return features_; }
+   const std::vector< std::unique_ptr< AgentFeature > > & features() const { return features_; }
    const RecentLog & log() const { return log_; }
 
-   /** What goes wrong in the chip. */
-   SoftChip::FaultPlan & faults() { return faults_; }
+   QonChip::Chip & chip() const { return chip_; }
+   /** The word that was chosen for a feature's option. */
+   const String & setting( const String & name ) const { return settings_.at( name ); }
+
+   /** A hook object that several features use, such as the one of VLANs: `make` makes it for the
+       first that asks. Null, if the chip has no part for it, for the others too. */
+   template< class Hook >
+   Velto::Ptr< Hook > shared( const std::function< Velto::Ptr< Hook >() > & make ) {
+      auto [entry, fresh] = shared_.try_emplace( typeid( Hook ) );
+      if ( fresh ) {
+         entry->second = make();
+      }
+      return static_cast< Hook * >( entry->second.ptr() );
+   }
 
    /** How interfaces are spelled in the configuration that was loaded. */
    IntfNames & names() { return names_; }
@@ -90,7 +111,11 @@ class Agent {
    Kiv::Seconds began() const { return began_; }
 
  private:
+   void settingsAre( const Features & features, const Settings & settings );
+
    Kiv::TaskScheduler & scheduler_;
+   QonChip::Chip & chip_;
+   Settings settings_;
    Kiv::Seconds began_;
    RecentLog log_;
    Orvane::EntityManager entities_;
@@ -98,8 +123,8 @@ class Agent {
    Velto::Ptr< Qon::QonEpochStatus > epochStatus_;
    IntfNames names_;
    Verification verification_;
-   SoftChip::FaultPlan faults_;
-   Features features_;
+   std::map< std::type_index, Velto::Ptr< Velto::Node > > shared_;
+   std::vector< std::unique_ptr< AgentFeature > > features_;
 };
 
 } // namespace QonAgent

@@ -1,23 +1,27 @@
 #pragma once
-// What one feature brings to the reference agent. One class a feature in agent/features/, one line
-// each in agent/Features.cc.
+// What one feature brings to the agent. One class a feature in agent/features/, one line each in
+// agent/Features.cc.
 //
-//    Agent -> create() ... in the order of Features.cc; destroy() ... in reverse
+//    Agent -> each feature is made, in the order of Features.cc, and ends in reverse
 //    ConfigDB file -> configure( reader ) of all features -> what they queued is applied
 //    qonctl show X -> ShowCommand X -> rows -> a table, or --json
 //    --events FILE -> EventKind -> a change at its time
 //
+// A feature's constructor takes the agent: it mounts the entities, makes the state machines and
+// sets them going. Its destructor takes them down, the language doing so where it can.
+//
 // Invariants
 // 1. configure() and EventKind::parse change nothing; what they return or queue does.
-// 2. A feature reaches another one only through Orvane and the shared agent data.
+// 2. A feature reaches another one only through Orvane, the shared agent data, and the hook objects
+//    that they share (Agent::shared()). Any order of features comes to the same end.
+// 3. A feature whose part the chip has not does without, and says so when it is asked.
 
 #include <functional>
 #include <memory>
 #include <vector>
 
-#include "agent/Json.h"
-#include "agent/softchip/ChipKind.h"
-#include "platform/Velto/Types.h"
+#include "agent/Show.h"
+#include "agent/base/Json.h"
 
 namespace QonAgent {
 
@@ -25,24 +29,6 @@ using Velto::String;
 
 class Agent;
 class ConfigReader;
-
-/** One column of a table. */
-struct Column {
-   const char * field;   ///< of a row's object
-   const char * heading; ///< what stands above it
-   bool numeric = false; ///< numbers stand to the right
-};
-
-/** `qonctl show NAME [ARGUMENT...]`. */
-struct ShowCommand {
-   String name;      ///< "port-channel"; a blank inside makes words of it, "hw mac"
-   String help;      ///< one line
-   String arguments; ///< as help shows them, "[NAME]"; empty: it takes none
-   std::vector< Column > columns;
-   /** An array of objects, a row each. A field that `columns` does not name is in --json only; an
-       array of texts is shown with commas. Bad arguments: Velto::RangeError. */
-   std::function< Json( const std::vector< String > & arguments ) > rows;
-};
 
 /** One kind of line of an event stream: {"time": 1.5, "event": NAME, ...}. */
 struct EventKind {
@@ -52,6 +38,10 @@ struct EventKind {
    std::function< std::function< void() >( const Json & line ) > parse;
 };
 
+/** Features check their tables in this order: what a stage finds in the file is known to those
+    behind it. */
+enum class ConfigStage : U8 { ports, aggregates, vlans, others };
+
 class AgentFeature {
  public:
    AgentFeature() = default;
@@ -59,27 +49,41 @@ class AgentFeature {
    AgentFeature & operator=( const AgentFeature & ) = delete;
    virtual ~AgentFeature() = default;
 
-   virtual const char * name() const = 0;
-
-   /** Mounts the entities, makes the state machines and sets them going. Called once, before any
-       configuration. */
-   virtual void create( Agent & agent ) = 0;
-   /** Takes down what create() made; the features after it are gone already. */
-   virtual void destroy() {}
-
    /** The tables of a ConfigDB file that configure() understands. */
    virtual std::vector< String > tables() const { return {}; }
+   virtual ConfigStage configStage() const { return ConfigStage::others; }
    /** Checks the rows of its tables and queues, with reader.apply(), what makes entities of them.
-       See configdb/ConfigReader.h. */
+       See ConfigReader.h. */
    virtual void configure( ConfigReader & reader ) { (void)reader; }
 
    virtual std::vector< ShowCommand > showCommands() { return {}; }
    virtual std::vector< EventKind > eventKinds() { return {}; }
 };
 
-using Features = std::vector< std::unique_ptr< AgentFeature > >;
+/** A choice that a feature leaves to whoever starts the agent: `--NAME WORD`. */
+struct FeatureOption {
+   String name;
+   std::vector< String > words; ///< the first is taken unless another is chosen
+   String help;
+};
 
-/** Every feature of the agent, in the order in which they are created. */
-Features agentFeatures( SoftChip::ChipKind chip = SoftChip::ChipKind::topology );
+/** How a feature is made; `name` is one word. */
+struct FeatureKind {
+   String name;
+   std::vector< FeatureOption > options;
+   std::function< std::unique_ptr< AgentFeature >( Agent & agent ) > make;
+};
+using Features = std::vector< FeatureKind >;
+
+/** The kind of a feature's class. */
+template< class Feature >
+FeatureKind
+feature( const String & name, std::vector< FeatureOption > options = {} ) {
+   return { name, std::move( options ),
+            []( Agent & agent ) { return std::make_unique< Feature >( agent ); } };
+}
+
+/** Every feature of the agent, in the order in which they are made. */
+Features agentFeatures();
 
 } // namespace QonAgent

@@ -1,11 +1,12 @@
 #include "agent/AgentRun.h"
 
 #include <cstdlib>
+#include <sstream>
 
 #include "agent/Changes.h"
-#include "agent/ReadFile.h"
-#include "agent/StateFile.h"
-#include "agent/configdb/ConfigReader.h"
+#include "agent/ConfigReader.h"
+#include "agent/base/ReadFile.h"
+#include "agent/base/StateFile.h"
 #include "agent/record/Replay.h"
 
 extern char ** environ;
@@ -54,19 +55,33 @@ environmentIs( const std::vector< String > & wanted ) {
    }
 }
 
+/** "a=x b=y" */
+Settings
+settingsOf( const String & text ) {
+   Settings settings;
+   std::istringstream words( text );
+   for ( String word; words >> word; ) {
+      auto end = word.find( '=' );
+      settings[word.substr( 0, end )] = end == String::npos ? "" : word.substr( end + 1 );
+   }
+   return settings;
+}
+
 String
 featureNames() {
    String names;
    for ( auto & feature : agentFeatures() ) {
-      names += ( names.empty() ? "" : " " ) + String( feature->name() );
+      names += ( names.empty() ? "" : " " ) + feature.name;
    }
    return names;
 }
 
 } // namespace
 
-AgentRun::AgentRun( Kiv::TaskScheduler & scheduler, FileRecorder * recorder, Say say )
-    : scheduler_( scheduler ), recorder_( recorder ), say_( std::move( say ) ) {
+AgentRun::AgentRun( Kiv::TaskScheduler & scheduler, FileRecorder * recorder, Say say, Chips chips )
+    : scheduler_( scheduler ), recorder_( recorder ), say_( std::move( say ) ),
+      chips_( std::move( chips ) ) {
+   VELTO_ASSERT( !chips_.empty() );
    giveKinds();
    if ( recorder_ ) {
       kindsTo( *recorder_ );
@@ -85,6 +100,8 @@ AgentRun::giveKinds() {
    kind( "stop", [this]( const String & ) {
       player_ = nullptr;
       agent_.reset();
+      chip_->takeDown();
+      chip_.reset();
    } );
    kind( "play", [this]( const String & ) {
       need();
@@ -137,34 +154,56 @@ AgentRun::input( const String & name, const String & text ) {
    }
 }
 
+// The description of a start: lines of the features' names, the chip's name, the settings as
+// "name=word" with blanks between, and then of the environment.
+
 void
-AgentRun::begin( SoftChip::ChipKind chip ) {
-   String description = featureNames() + "\n" + Kiv::toText( chip );
+AgentRun::begin( const String & chip, const Settings & settings ) {
+   String description = featureNames() + "\n" + ( chip.empty() ? chips_[0].name : chip ) + "\n";
+   for ( auto & [name, word] : settings ) {
+      description += ( description.back() == '\n' ? "" : " " ) + name + "=" + word;
+   }
    for ( auto & entry : environment() ) {
       description += "\n" + entry;
    }
    input( "start", description );
 }
 
+/** A recording, or its writer, cannot be followed. */
+void
+AgentRun::refuse( const String & why ) {
+   refusal_ = why;
+   throw RangeError( why );
+}
+
+const QonChip::MakeChip &
+AgentRun::makerOf( const String & chip ) const {
+   for ( auto & choice : chips_ ) {
+      if ( choice.name == chip ) {
+         return choice.make;
+      }
+   }
+   throw RangeError( "this agent has no chip '" + chip + "'" );
+}
+
 void
 AgentRun::start( const String & description ) {
-   auto lines = linesOf( description );
+   auto lines = Kiv::split( description, '\n' );
    if ( lines[0] != featureNames() ) {
-      refusal_ =
-            "it was recorded with the features " + lines[0] + "; this agent has " + featureNames();
-      throw RangeError( refusal_ );
+      refuse( "it was recorded with the features " + lines[0] + "; this agent has " +
+              featureNames() );
    }
-   lines.resize( std::max< size_t >( lines.size(), 2 ) );
-   SoftChip::ChipKind chip;
+   lines.resize( std::max< size_t >( lines.size(), 3 ) );
    try {
-      chip = Kiv::fromText< SoftChip::ChipKind >( lines[1] );
+      auto chip = makerOf( lines[1] )( scheduler_ );
+      const Settings settings = settingsOf( lines[2] );
+      lines.erase( lines.begin(), lines.begin() + 3 );
+      environmentIs( lines );
+      agent_.emplace( scheduler_, *chip, agentFeatures(), settings );
+      chip_ = std::move( chip );
    } catch ( const RangeError & e ) {
-      refusal_ = String( "the kind of chip: " ) + e.what();
-      throw;
+      refuse( e.what() );
    }
-   lines.erase( lines.begin(), lines.begin() + 2 );
-   environmentIs( lines );
-   agent_.emplace( scheduler_, agentFeatures( chip ) );
 }
 
 void
@@ -213,10 +252,11 @@ AgentRun::loadConfig( const String & file, const String & text ) {
 }
 
 int
-replayFile( const String & file, const EventPlayer::Say & say ) {
+replayFile( const String & file, const EventPlayer::Say & say, const Chips & chips ) {
    try {
       Replay replay( file, readFile( file ) );
-      AgentRun run( replay, nullptr, []( const String & ) {} );
+      AgentRun run(
+            replay, nullptr, []( const String & ) {}, chips );
       run.kindsTo( replay );
       ReplayResult result = replay.run();
       if ( !run.refusal().empty() ) {

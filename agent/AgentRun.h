@@ -9,14 +9,17 @@
 //
 // Invariants
 // 1. What changes the agent is an input or follows from one.
-// 2. A replay makes its agent with the features and the environment of the recorded one, or none.
+// 2. A replay makes its agent with the features, the settings, the chip and the environment of the
+//    recorded one, or none.
 //
-// Ownership: owns the agent and the player; not the scheduler and the recorder, which outlive it.
+// Ownership: owns the chip, the agent and the player; not the scheduler and the recorder, which
+// outlive it.
 
 #include <optional>
 
 #include "agent/Agent.h"
-#include "agent/EventPlayer.h"
+#include "agent/AgentProgram.h"
+#include "agent/player/EventPlayer.h"
 #include "agent/record/Recorder.h"
 
 namespace QonAgent {
@@ -26,12 +29,13 @@ class AgentRun {
    using Say = EventPlayer::Say;
 
    /** `recorder` may be null. `say` takes what the loading of files has to say. */
-   AgentRun( Kiv::TaskScheduler & scheduler, FileRecorder * recorder, Say say );
+   AgentRun( Kiv::TaskScheduler & scheduler, FileRecorder * recorder, Say say, Chips chips );
    /** Ends the agent, as an input. */
    ~AgentRun();
 
-   /** Makes the agent, over a chip of that kind. */
-   void begin( SoftChip::ChipKind chip = SoftChip::ChipKind::topology );
+   /** Makes the chip of that name, the first for none, and the agent over it. Velto::RangeError for
+       a setting that no feature knows. */
+   void begin( const String & chip = "", const Settings & settings = {} );
    /** Files; Velto::RangeError says what is wrong with one. */
    void state( const String & file );
    void config( const String & file );
@@ -42,6 +46,7 @@ class AgentRun {
    String change( const String & kind, const String & text );
 
    Agent & agent() { return *agent_; }
+   QonChip::Chip & chip() { return *chip_; }
    /** Null without events. */
    EventPlayer * player() { return player_.ptr(); }
 
@@ -56,20 +61,24 @@ class AgentRun {
    void input( const String & name, const String & text );
    void inputFile( const String & kind, const String & file );
    void start( const String & description );
+   const QonChip::MakeChip & makerOf( const String & chip ) const;
+   void refuse( const String & why );
    void loadConfig( const String & file, const String & text );
    void need() const;
 
    Kiv::TaskScheduler & scheduler_;
    FileRecorder * recorder_;
    Say say_;
+   const Chips chips_;
    String answer_; ///< to the last change
    String refusal_;
    std::map< String, InputKind > kinds_;
+   std::unique_ptr< QonChip::Chip > chip_;
    std::optional< Agent > agent_;
    Velto::Ptr< EventPlayer > player_;
 };
 
 /** Replays a file: 0 the same, 1 different, 2 unreadable; `say` hears which. */
-int replayFile( const String & file, const EventPlayer::Say & say );
+int replayFile( const String & file, const EventPlayer::Say & say, const Chips & chips );
 
 } // namespace QonAgent

@@ -52,19 +52,6 @@ changeKinds() {
    return all;
 }
 
-std::vector< String >
-linesOf( const String & text ) {
-   std::vector< String > lines( 1 );
-   for ( char c : text ) {
-      if ( c == '\n' ) {
-         lines.emplace_back();
-      } else {
-         lines.back() += c;
-      }
-   }
-   return lines;
-}
-
 String
 applyChange( Agent & agent, const String & kind, const String & text ) {
    auto end = text.find( '\n' );
@@ -77,7 +64,7 @@ applyChange( Agent & agent, const String & kind, const String & text ) {
    } else if ( kind == "delete" ) {
       agent.entities().del( text );
    } else if ( kind == "raise" ) {
-      auto arguments = linesOf( text );
+      auto arguments = Kiv::split( text, '\n' );
       arguments.erase( arguments.begin() );
       return Kiv::toText( Kiv::logByName( first, arguments ) );
    } else if ( kind == "verify" ) {

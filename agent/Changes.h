@@ -16,7 +16,4 @@ String applyChange( Agent & agent, const String & kind, const String & text );
 /** The kinds, in no particular order. */
 const std::vector< String > & changeKinds();
 
-/** The lines of a text; at least one. */
-std::vector< String > linesOf( const String & text );
-
 } // namespace QonAgent

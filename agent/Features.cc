@@ -1,5 +1,4 @@
-// The list of features. A feature stands behind those whose shared attributes it reads, though any
-// order must come to the same end.
+// The list of features: a line each. Any order comes to the same end.
 
 #include "agent/AgentFeature.h"
 #include "agent/features/FaultFeature.h"
@@ -13,16 +12,16 @@
 namespace QonAgent {
 
 Features
-agentFeatures( SoftChip::ChipKind chip ) {
-   Features all;
-   all.push_back( std::make_unique< FaultFeature >() );
-   all.push_back( std::make_unique< PortsFeature >() );
-   all.push_back( std::make_unique< LagFeature >() );
-   all.push_back( std::make_unique< VlanFeature >() );
-   all.push_back( std::make_unique< TopologyFeature >( chip ) );
-   all.push_back( std::make_unique< MacFeature >() );
-   all.push_back( std::make_unique< VerifyFeature >() );
-   return all;
+agentFeatures() {
+   return {
+         feature< FaultFeature >( "faults" ),
+         feature< PortsFeature >( "ports" ),
+         feature< LagFeature >( "lag", LagFeature::options() ),
+         feature< VlanFeature >( "vlan" ),
+         feature< TopologyFeature >( "topology" ),
+         feature< MacFeature >( "mac" ),
+         feature< VerifyFeature >( "verify" ),
+   };
 }
 
 } // namespace QonAgent

@@ -7,7 +7,8 @@
 #include <nlohmann/json.hpp>
 
 #include "agent/Agent.h"
-#include "agent/configdb/ConfigReader.h"
+#include "agent/ConfigReader.h"
+#include "agent/softchip/Chip.h"
 #include "platform/Kiv/TaskScheduler.h"
 
 namespace {
@@ -98,7 +99,8 @@ void
 loadIntoAgent( benchmark::State & state ) {
    for ( auto _ : state ) {
       Kiv::VirtualScheduler scheduler;
-      QonAgent::Agent agent( scheduler );
+      SoftChip::Chip chip( scheduler );
+      QonAgent::Agent agent( scheduler, chip );
       auto db = QonAgent::ConfigDb::parse( "bench", configuration() );
       auto report = QonAgent::ConfigReader( agent, db ).load();
       scheduler.settle();

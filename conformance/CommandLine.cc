@@ -1,9 +1,11 @@
 // The program around the checks.
 
+#include <algorithm>
+#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 #include "conformance/Conformance.h"
+#include "platform/Kiv/Text.h"
 
 namespace QonConformance {
 
@@ -22,24 +24,7 @@ constexpr char usage[] =
       "  --json     the result as JSON\n"
       "Exit codes: 0 no findings, 1 findings, 2 a wrong command line.\n";
 
-/** As a JSON string. */
-String
-quoted( const String & text ) {
-   String all = "\"";
-   for ( char c : text ) {
-      if ( c == '"' || c == '\\' ) {
-         all += '\\';
-      }
-      if ( U8( c ) < ' ' ) {
-         char code[8];
-         std::snprintf( code, sizeof( code ), "\\u%04x", U32( U8( c ) ) );
-         all += code;
-      } else {
-         all += c;
-      }
-   }
-   return all + "\"";
-}
+using Result = Outcome::Result;
 
 struct CommandLine {
    Options options;
@@ -89,12 +74,13 @@ int
 list( bool json ) {
    const char * between = "";
    std::printf( "%s", json ? "[" : "" );
-   for ( auto & contract : contracts() ) {
+   for ( auto contract : contracts() ) {
       if ( json ) {
-         std::printf( "%s\n {\"id\": %s, \"promise\": %s}", between, quoted( contract.id ).c_str(),
-                      quoted( contract.promise ).c_str() );
+         std::printf( "%s\n {\"id\": %s, \"promise\": %s}", between,
+                      Kiv::jsonQuoted( contract->id ).c_str(),
+                      Kiv::jsonQuoted( contract->promise ).c_str() );
       } else {
-         std::printf( "%-16s %s\n", contract.id, contract.promise );
+         std::printf( "%-16s %s\n", contract->id, contract->promise );
       }
       between = ",";
    }
@@ -102,20 +88,44 @@ list( bool json ) {
    return 0;
 }
 
+const char *
+nameOf( Result result ) {
+   switch ( result ) {
+   case Result::ok:
+      return "ok";
+   case Result::broken:
+      return "broken";
+   case Result::skipped:
+      return "skipped";
+   case Result::notLooked:
+      return "not looked at";
+   }
+   return "";
+}
+
 void
 printOutcome( const Outcome & outcome ) {
-   String result = !outcome.skipped.empty()   ? "skipped: " + outcome.skipped
-                   : outcome.findings.empty() ? String( "ok" )
-                                              : String();
-   for ( auto & finding : outcome.findings ) {
-      result += ( result.empty() ? "breaks " : ", " ) + finding.id;
+   String result = nameOf( outcome.result );
+   if ( outcome.result == Result::broken ) {
+      result = "breaks";
+      for ( auto & finding : outcome.findings ) {
+         result += " " + finding.id;
+      }
+   } else if ( !outcome.why.empty() ) {
+      result += ": " + outcome.why;
    }
    std::printf( "%-16s %s\n", outcome.check.c_str(), result.c_str() );
    std::fflush( stdout );
 }
 
+U32
+count( const std::vector< Outcome > & outcomes, Result result ) {
+   return U32( std::count_if( outcomes.begin(), outcomes.end(),
+                              [&]( auto & outcome ) { return outcome.result == result; } ) );
+}
+
 void
-printFindings( const std::vector< Finding > & findings ) {
+printSummary( const std::vector< Outcome > & outcomes, const std::vector< Finding > & findings ) {
    int n = 0;
    for ( auto & finding : findings ) {
       std::printf( "\n%d. %s: %s\n   done:     %s\n   expected: %s\n   found:    %s\n", ++n,
@@ -123,6 +133,11 @@ printFindings( const std::vector< Finding > & findings ) {
                    finding.expected.c_str(), finding.found.c_str() );
    }
    std::printf( "\n%d finding%s\n", n, n == 1 ? "" : "s" );
+   for ( Result result : { Result::notLooked, Result::skipped } ) {
+      if ( U32 checks = count( outcomes, result ) ) {
+         std::printf( "%u of %u checks: %s\n", checks, U32( outcomes.size() ), nameOf( result ) );
+      }
+   }
 }
 
 void
@@ -130,12 +145,9 @@ printJson( const std::vector< Outcome > & outcomes, const std::vector< Finding >
    std::printf( "{\n \"checks\": [" );
    const char * between = "";
    for ( auto & outcome : outcomes ) {
-      std::printf( "%s\n  {\"id\": %s, \"result\": %s, \"skipped\": %s}", between,
-                   quoted( outcome.check ).c_str(),
-                   !outcome.skipped.empty()   ? "\"skipped\""
-                   : outcome.findings.empty() ? "\"ok\""
-                                              : "\"broken\"",
-                   quoted( outcome.skipped ).c_str() );
+      std::printf( "%s\n  {\"id\": %s, \"result\": \"%s\", \"why\": %s}", between,
+                   Kiv::jsonQuoted( outcome.check ).c_str(), nameOf( outcome.result ),
+                   Kiv::jsonQuoted( outcome.why ).c_str() );
       between = ",";
    }
    std::printf( "\n ],\n \"findings\": [" );
@@ -143,9 +155,9 @@ printJson( const std::vector< Outcome > & outcomes, const std::vector< Finding >
    for ( auto & f : findings ) {
       std::printf( "%s\n  {\"id\": %s,\n   \"promise\": %s,\n   \"done\": %s,\n"
                    "   \"expected\": %s,\n   \"found\": %s}",
-                   between, quoted( f.id ).c_str(), quoted( f.promise ).c_str(),
-                   quoted( f.did ).c_str(), quoted( f.expected ).c_str(),
-                   quoted( f.found ).c_str() );
+                   between, Kiv::jsonQuoted( f.id ).c_str(), Kiv::jsonQuoted( f.promise ).c_str(),
+                   Kiv::jsonQuoted( f.did ).c_str(), Kiv::jsonQuoted( f.expected ).c_str(),
+                   Kiv::jsonQuoted( f.found ).c_str() );
       between = ",";
    }
    std::printf( "\n ]\n}\n" );
@@ -169,7 +181,7 @@ conformanceMain( int argc, const char * const * argv, const MakeChip & make ) {
       if ( line.json ) {
          printJson( outcomes, findings );
       } else {
-         printFindings( findings );
+         printSummary( outcomes, findings );
       }
       return findings.empty() ? 0 : exitFindings;
    } catch ( const Velto::RangeError & e ) {

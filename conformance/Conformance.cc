@@ -10,40 +10,19 @@
 #include <cstring>
 
 #include "conformance/Trial.h"
+#include "platform/Kiv/Text.h"
 
 namespace QonConformance {
 
 namespace {
 
+using Result = Outcome::Result;
+
 // What a child says, a line each: its kind, and texts between separators.
-constexpr char saysDone = '.', saysDid = 'd', saysSkipped = 's', saysBroken = 'b';
+constexpr char saysDone = '.', saysDid = 'd', saysNotLooked = 'n', saysSkipped = 's',
+               saysBroken = 'b';
 constexpr char separator = '\x1f';
 constexpr std::size_t wordsKept = 2; // lines of what a process that died wrote, and the last
-
-std::vector< Check >
-allChecks() {
-   std::vector< Check > all;
-   for ( auto checks : { &macChecks(), &vlanChecks(), &topoChecks(), &lagChecks() } ) {
-      all.insert( all.end(), checks->begin(), checks->end() );
-   }
-   return all;
-}
-
-/** "mac" of "mac.full". */
-String
-featureOf( const String & id ) {
-   return id.substr( 0, id.find( '.' ) );
-}
-
-Finding
-finding( const String & id, const String & did, const String & expected, const String & found ) {
-   for ( auto & contract : contracts() ) {
-      if ( id == contract.id ) {
-         return { id, contract.promise, did, expected, found };
-      }
-   }
-   return { id, "", did, expected, found };
-}
 
 class Pipe {
  public:
@@ -89,13 +68,15 @@ child( const MakeChip & make, const Options & options, const Check & check, int 
    try {
       Trial trial( make, options, [fd]( const String & what ) { say( fd, saysDid, what ); } );
       check.make( trial );
-      say( fd, saysDone, "" );
+      bool looked = trial.whyNotLooked().empty();
+      say( fd, looked ? saysDone : saysNotLooked, trial.whyNotLooked() );
    } catch ( const Skipped & skipped ) {
       say( fd, saysSkipped, skipped.why );
    } catch ( const Broken & broken ) {
       auto & f = broken.finding;
       say( fd, saysBroken,
-           f.id + separator + f.did + separator + f.expected + separator + f.found );
+           f.id + separator + f.promise + separator + f.did + separator + f.expected + separator +
+                 f.found );
    } catch ( const std::exception & e ) {
       // It would end the agent.
       std::fprintf( stderr, "an exception that nobody caught: %s\n", e.what() );
@@ -113,14 +94,7 @@ struct Remains {
 
 String
 gist( const String & text ) {
-   std::vector< String > lines( 1 );
-   for ( char c : text ) {
-      if ( c == '\n' ) {
-         lines.emplace_back();
-      } else {
-         lines.back() += c;
-      }
-   }
+   auto lines = Kiv::split( text, '\n' );
    std::erase( lines, "" );
    String last;
    for ( std::size_t n = 0; n < lines.size(); ++n ) {
@@ -162,9 +136,8 @@ runChild( const MakeChip & make, const Options & options, const Check & check ) 
    for ( ssize_t n; ( n = read( pipe.reader(), piece, sizeof( piece ) ) ) != 0; ) {
       said.append( piece, n > 0 ? std::size_t( n ) : 0 );
    }
-   for ( std::size_t at = 0, end; ( end = said.find( '\n', at ) ) != String::npos; at = end + 1 ) {
-      remains.lines.push_back( said.substr( at, end - at ) );
-   }
+   remains.lines = Kiv::split( said, '\n' );
+   remains.lines.pop_back(); // what follows the last end of a line: nothing, or half a line
    while ( waitpid( pid, &remains.status, 0 ) < 0 && errno == EINTR ) {
    }
    remains.words = gist( contentOf( errors ) );
@@ -172,10 +145,36 @@ runChild( const MakeChip & make, const Options & options, const Check & check ) 
    return remains;
 }
 
+/** What the last words of a process break. */
+const Contract &
+contractOf( const Check & check, const String & words ) {
+   for ( auto feature : features() ) {
+      for ( auto & last : feature->lastWords ) {
+         if ( words.find( last.words ) != String::npos ) {
+            return last.contract;
+         }
+      }
+   }
+   return check.contract;
+}
+
+String
+howItDied( const Options & options, const Remains & remains ) {
+   int status = remains.status;
+   String found;
+   if ( WIFSIGNALED( status ) && WTERMSIG( status ) == SIGALRM ) {
+      found = "it did not return within " + Kiv::toText( options.secondsToHang ) + " s";
+   } else if ( WIFSIGNALED( status ) ) {
+      found = String( "the process died: " ) + strsignal( WTERMSIG( status ) );
+   } else {
+      found = "the process ended with status " + Kiv::toText( WEXITSTATUS( status ) );
+   }
+   return remains.words.empty() ? found : found + "; it wrote: " + remains.words;
+}
+
 /** A process that died without a verdict. */
 Finding
 deathOf( const Check & check, const Options & options, const Remains & remains ) {
-   String did;
    constexpr std::size_t kept = 6;
    std::vector< String > history;
    for ( auto & line : remains.lines ) {
@@ -183,77 +182,81 @@ deathOf( const Check & check, const Options & options, const Remains & remains )
          history.push_back( line.substr( 1 ) );
       }
    }
+   String did;
    for ( std::size_t n = history.size() > kept ? history.size() - kept : 0; n < history.size();
          ++n ) {
       did += ( did.empty() ? "" : "; " ) + history[n];
    }
-   String id = check.id;
-   if ( remains.words.find( "Call to unimplemented function" ) != String::npos ) {
-      id = "hook.missing";
-   } else if ( remains.words.find( "unexpected mac program status" ) != String::npos ) {
-      id = "mac.status";
-   }
-   bool hung = WIFSIGNALED( remains.status ) && WTERMSIG( remains.status ) == SIGALRM;
-   String found =
-         hung ? "it did not return within " + Kiv::toText( options.secondsToHang ) + " s"
-         : WIFSIGNALED( remains.status )
-               ? String( "the process died: " ) + strsignal( WTERMSIG( remains.status ) )
-               : "the process ended with status " + Kiv::toText( WEXITSTATUS( remains.status ) );
-   if ( !remains.words.empty() ) {
-      found += "; it wrote: " + remains.words;
-   }
-   return finding( id, did, "an agent that goes on", found );
+   const Contract & contract = contractOf( check, remains.words );
+   return { contract.id, contract.promise, did, "an agent that goes on",
+            howItDied( options, remains ) };
 }
 
 Outcome
 outcomeOf( const MakeChip & make, const Options & options, const Check & check ) {
    Remains remains = runChild( make, options, check );
-   Outcome outcome{ check.id, "", {} };
    String last = remains.lines.empty() ? String() : remains.lines.back();
    char verdict = last.empty() ? 0 : last[0];
-   if ( verdict == saysSkipped ) {
-      outcome.skipped = last.substr( 1 );
-   } else if ( verdict == saysBroken ) {
-      std::vector< String > parts( 1 );
-      for ( char c : last.substr( 1 ) ) {
-         if ( c == separator ) {
-            parts.emplace_back();
-         } else {
-            parts.back() += c;
-         }
-      }
-      parts.resize( 4 );
-      outcome.findings.push_back( finding( parts[0], parts[1], parts[2], parts[3] ) );
-   } else if ( verdict != saysDone || remains.status != 0 ) {
-      outcome.findings.push_back( deathOf( check, options, remains ) );
+   String what = last.empty() ? last : last.substr( 1 );
+   Outcome outcome{ check.contract.id, Result::broken, "", {} };
+   if ( verdict == saysBroken ) {
+      auto parts = Kiv::split( what, separator );
+      parts.resize( 5 );
+      outcome.findings = { { parts[0], parts[1], parts[2], parts[3], parts[4] } };
+   } else if ( verdict == saysDid || verdict == 0 || remains.status != 0 ) {
+      outcome.findings = { deathOf( check, options, remains ) };
+   } else {
+      outcome.result = verdict == saysSkipped     ? Result::skipped
+                       : verdict == saysNotLooked ? Result::notLooked
+                                                  : Result::ok;
+      outcome.why = what;
    }
    return outcome;
+}
+
+/** "mac" of "mac.full". */
+String
+featureOf( const String & id ) {
+   return id.substr( 0, id.find( '.' ) );
 }
 
 /** Which checks tell something of `only`. */
 std::vector< Check >
 checksFor( const String & only ) {
-   bool known = only.empty();
-   bool own = false;
-   for ( auto & contract : contracts() ) {
-      known |= only == contract.id || only == featureOf( contract.id );
+   std::vector< Check > all, ofFeature, own;
+   bool everyFeature = only.empty(), known = only.empty();
+   for ( auto feature : features() ) {
+      bool meant = featureOf( only ) == feature->name;
+      everyFeature |= meant && feature->checks.empty();
+      for ( auto contract : feature->contracts ) {
+         known |= only == contract->id || only == feature->name;
+      }
+      for ( auto & check : feature->checks ) {
+         all.push_back( check );
+         if ( meant ) {
+            ofFeature.push_back( check );
+         }
+         if ( only == check.contract.id ) {
+            own.push_back( check );
+         }
+      }
    }
    if ( !known ) {
       throw Velto::RangeError( "there is no contract or feature '" + only + "'" );
    }
-   auto all = allChecks();
-   for ( auto & check : all ) {
-      own |= only == check.id;
-   }
-   std::erase_if( all, [&]( const Check & check ) {
-      return own ? only != check.id
-                 : !only.empty() && only != "hook.missing" && only != "hook" &&
-                         featureOf( only ) != featureOf( check.id );
-   } );
-   return all;
+   return everyFeature ? all : own.empty() ? ofFeature : own;
 }
 
 } // namespace
+
+std::vector< const Contract * >
+contracts() {
+   std::vector< const Contract * > all;
+   for ( auto feature : features() ) {
+      all.insert( all.end(), feature->contracts.begin(), feature->contracts.end() );
+   }
+   return all;
+}
 
 std::vector< Outcome >
 runChecks( const MakeChip & make, const Options & options,

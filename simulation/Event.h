@@ -1,8 +1,9 @@
 #pragma once
 // One thing that happens to the simulated agent, and how features say what can happen.
 //
-//    SimMac.cc: { "add", 30, { Range::key, Range::port } }   an operation: name, weight, arguments
-//    "mac add 7 3"                                           an event: one line of text
+//    SimMac.cc: { "add", 30, { Range::key, Range::port }, &SimMac::add }
+//                          an operation: name, weight, arguments, and what is done
+//    "mac add 7 3"         an event: one line of text
 //
 // Invariants
 // 1. An event says everything about itself in small numbers; it applies whatever happened before,
@@ -10,12 +11,16 @@
 // 2. The number of an argument is taken modulo the size of its range in the world at hand.
 
 #include <array>
-#include <initializer_list>
+#include <concepts>
 #include <memory>
 #include <span>
 #include <vector>
 
-#include "simulation/Rng.h"
+#include "platform/Velto/Types.h"
+
+namespace SoftChip {
+struct Shape;
+}
 
 namespace Sim {
 
@@ -41,19 +46,34 @@ enum class Range : U8 {
 
 constexpr U32 mostArguments = 5;
 
+struct Event;
+
 struct Operation {
+   using Ranges = std::array< Range, mostArguments >;
+   using Act = void ( SimFeature::* )( const Event & event );
+
+   /** `act` is a member of the feature's own class. */
+   template< class Feature >
+   Operation( const char * n, U32 w, const Ranges & r,
+              void ( Feature::*act )( const Event & event ) )
+       : name( n ), weight( w ), ranges( r ), act( static_cast< Act >( act ) ) {}
+
    const char * name;
    U32 weight; ///< how often, compared with the other operations of all features; 0 is never
-   std::array< Range, mostArguments > ranges{};
+   Ranges ranges;
+   Act act;
 };
 
 struct FeatureKind {
    const char * name;
    std::span< const Operation > operations;
    std::unique_ptr< SimFeature > ( *make )( World & world );
+   /** Draws the size of its tables in the world's chip, before anything is made; null: as they are
+       in any soft chip. */
+   void ( *shape )( const World & world, SoftChip::Shape & shape );
 };
 
-/** Everything that can be simulated, in the order of creation. The first is the world itself. */
+/** Everything that can be simulated, in the order of creation. The first is part of every plan. */
 std::span< const FeatureKind > featureKinds();
 /** Its place in featureKinds(); featureKinds().size() if there is none of that name. */
 U32 featureKind( std::string_view name );

@@ -4,27 +4,41 @@
 #include "simulation/SimHostTable.h"
 #include "simulation/SimLag.h"
 #include "simulation/SimMac.h"
+#include "simulation/SimMlag.h"
 #include "simulation/SimMode.h"
+#include "simulation/SimTime.h"
 #include "simulation/SimTopology.h"
 #include "simulation/SimVerify.h"
 #include "simulation/SimVlan.h"
-#include "simulation/World.h"
 
 namespace Sim {
+
+namespace {
+
+template< class Feature >
+FeatureKind
+kindOf( const char * name ) {
+   FeatureKind kind{ name, Feature::operations(),
+                     []( World & world ) -> std::unique_ptr< SimFeature > {
+                        return std::make_unique< Feature >( world );
+                     },
+                     nullptr };
+   if constexpr ( requires { &Feature::shape; } ) {
+      kind.shape = &Feature::shape;
+   }
+   return kind;
+}
+
+} // namespace
 
 std::span< const FeatureKind >
 featureKinds() {
    static const FeatureKind kinds[] = {
-         { "world", World::operations(), nullptr },
-         { "verify", SimVerify::operations(), makeFeature< SimVerify > },
-         { "lag", SimLag::operations(), makeFeature< SimLag > },
-         { "mlag", SimMlag::operations(), makeFeature< SimMlag > },
-         { "mac", SimMac::operations(), makeFeature< SimMac > },
-         { "hosts", SimHostTable::operations(), makeFeature< SimHostTable > },
-         { "vlan", SimVlan::operations(), makeFeature< SimVlan > },
-         { "mode", SimMode::operations(), makeFeature< SimMode > },
-         { "topology", SimTopology::operations(), makeFeature< SimTopology > },
-         { "damage", SimDamage::operations(), makeFeature< SimDamage > },
+         kindOf< SimTime >( "world" ),        kindOf< SimVerify >( "verify" ),
+         kindOf< SimLag >( "lag" ),           kindOf< SimMlag >( "mlag" ),
+         kindOf< SimMac >( "mac" ),           kindOf< SimHostTable >( "hosts" ),
+         kindOf< SimVlan >( "vlan" ),         kindOf< SimMode >( "mode" ),
+         kindOf< SimTopology >( "topology" ), kindOf< SimDamage >( "damage" ),
    };
    return kinds;
 }

@@ -83,7 +83,7 @@ confirmed( Once once ) {
 
 Event
 lastEvent() {
-   return { 0, U8( World::operations().size() - 1 ), {} };
+   return { 0, U8( featureKinds()[0].operations.size() - 1 ), {} };
 }
 
 } // namespace

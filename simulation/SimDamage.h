@@ -1,7 +1,7 @@
 #pragma once
 // What breaks on purpose, to see that it is noticed. Takes part only where it is asked for by name.
 
-#include "simulation/Alarm.h"
+#include "platform/Kiv/Alarm.h"
 #include "simulation/SimFeature.h"
 
 namespace Sim {
@@ -11,10 +11,15 @@ class SimDamage : public SimFeature {
    using SimFeature::SimFeature;
 
    static std::span< const Operation > operations();
-   void apply( const Event & event ) override;
 
  private:
-   Velto::Ptr< Alarm > alarm_;
+   void report( const Event & event );
+   void assertFalse( const Event & event );
+   void raise( const Event & event );
+   void leak( const Event & event );
+   void endless( const Event & event );
+
+   Kiv::Alarm alarm_{ [this] { alarm_.in( 0 ); } };
 };
 
 } // namespace Sim

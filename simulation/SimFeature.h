@@ -2,7 +2,7 @@
 // What one feature brings to the simulation: its state machines and its part of the chip, the
 // operations that change its configuration, and what must hold.
 //
-//    World -> start() -> apply( event )... -> checkInvariants() after every event and turn
+//    World -> start() -> operation( event )... -> checkInvariants() after every event and turn
 //          -> faultsIs( false ), time until nothing is due -> checkAtRest() -> faultsIs( true )
 //          -> tearDown(), rest again, checkTornDown() -> stop()
 //
@@ -10,9 +10,12 @@
 // through their public accessors and at the chip through what it holds. They return the empty
 // text, or "name of what is broken: details"; the name tells failures apart.
 
+#include "platform/Kiv/Rng.h"
 #include "simulation/Event.h"
 
 namespace Sim {
+
+using Kiv::Rng;
 
 class SimFeature {
  public:
@@ -23,7 +26,8 @@ class SimFeature {
 
    /** Creates the state machines. */
    virtual void start() {}
-   virtual void apply( const Event & event ) = 0;
+   /** Called before each of its operations; false: there is nothing that it could be done to. */
+   virtual bool ready() { return true; }
    virtual String checkInvariants() const { return {}; }
 
    /** Whether the chip's faults happen; without them whatever waits must come to an end. */
@@ -43,11 +47,5 @@ class SimFeature {
  protected:
    World & world_;
 };
-
-template< class Feature >
-std::unique_ptr< SimFeature >
-makeFeature( World & world ) {
-   return std::make_unique< Feature >( world );
-}
 
 } // namespace Sim

@@ -4,38 +4,35 @@
 
 namespace Sim {
 
-namespace {
-
-enum Operations : U8 { add, removeOp, burst, flushOp, quantum };
-
-constexpr Operation operationTable[] = {
-      { "add", 30, { Range::key, Range::port } },
-      { "remove", 20, { Range::key } },
-      { "burst", 3, { Range::key, Range::few, Range::port } },
-      { "flush", 2, { Range::few, Range::key, Range::port } },
-      { "quantum", 1, { Range::few } },
-};
-
-} // namespace
-
 std::span< const Operation >
 SimHostTable::operations() {
-   return operationTable;
+   static const Operation table[] = {
+         { "add", 30, { Range::key, Range::port }, &SimHostTable::add },
+         { "remove", 20, { Range::key }, &SimHostTable::remove },
+         { "burst", 3, { Range::key, Range::few, Range::port }, &SimHostTable::burst },
+         { "flush", 2, { Range::few, Range::key, Range::port }, &SimHostTable::flush },
+         { "quantum", 1, { Range::few }, &SimHostTable::quantumIs },
+   };
+   return table;
 }
 
 SimHostTable::SimHostTable( World & world )
-    : SimFeature( world ), keys_( world.size( Range::key ) ) {
+    : SimFeature( world ), keys_( world.size( Range::key ) ) {}
+
+void
+SimHostTable::shape( const World & world, SoftChip::Shape & shape ) {
    Rng rng = world.chance( 60 );
-   shape_.buckets = rng.between( 1, 8 );
-   shape_.width = rng.between( 1, 4 );
-   shape_.depth = rng.between( 1, 16 );
-   shape_.latency = rng.between( 1, 1u << rng.between( 1, 14 ) ) * 1e-6;
+   auto & hosts = shape.hosts;
+   hosts.buckets = rng.between( 1, 8 );
+   hosts.width = rng.between( 1, 4 );
+   hosts.depth = rng.between( 1, 16 );
+   hosts.latency = rng.between( 1, 1u << rng.between( 1, 14 ) ) * 1e-6;
 }
 
 void
 SimHostTable::start() {
-   programmer_ =
-         SoftChip::SoftMacProgrammerIs( world_.scheduler.timerWheel(), shape_, world_.faults );
+   programmer_ = Qon::smIs< SoftChip::SoftMacProgrammer >(
+         world_.scheduler.timerWheel(), &world_.chip->of< SoftChip::MacPart >().table() );
    programmer_->initializedIs( true );
 }
 
@@ -52,28 +49,36 @@ SimHostTable::keyOf( U32 i ) const {
 }
 
 void
-SimHostTable::apply( const Event & event ) {
-   U32 i = event[0];
-   switch ( Operations( event.operation ) ) {
-   case add:
-      handIn( i, Type::addHost, event[1] );
-      break;
-   case removeOp:
-      handIn( i, Type::removeHost, 0 );
-      break;
-   case burst:
-      for ( U32 n = 0; n < keys_.size() / 2; ++n ) {
-         handIn( i + n, ( event[1] + n ) % 3 ? Type::addHost : Type::removeHost, event[2] + n );
-      }
-      break;
-   case flushOp:
-      flush( Type( 3 + i % 8 ), event[1], event[2] );
-      break;
-   case quantum:
-      programmer_->updateQuantumIs( i == 0 ? 128 : i );
-      programmer_->pollReqQuantumIs( i == 0 ? 128 : i );
-      break;
+SimHostTable::add( const Event & event ) {
+   handIn( event[0], Type::addHost, event[1] );
+}
+
+void
+SimHostTable::remove( const Event & event ) {
+   handIn( event[0], Type::removeHost, 0 );
+}
+
+void
+SimHostTable::burst( const Event & event ) {
+   for ( U32 n = 0; n < keys_.size() / 2; ++n ) {
+      handIn( event[0] + n, ( event[1] + n ) % 3 ? Type::addHost : Type::removeHost, event[2] + n );
    }
+}
+
+void
+SimHostTable::flush( const Event & event ) {
+   for ( Key & key : keys_ ) {
+      key.flushed = true;
+   }
+   programmer_->handleFlushOp( Qon::indirectAccessMacCmdFactory(
+         Type( 3 + event[0] % 8 ), keyOf( event[1] % U32( keys_.size() ) ), world_.port( event[2] ),
+         Bridging::EntryType::learnedDynamic ) );
+}
+
+void
+SimHostTable::quantumIs( const Event & event ) {
+   programmer_->updateQuantumIs( event[0] == 0 ? 128 : event[0] );
+   programmer_->pollReqQuantumIs( event[0] == 0 ? 128 : event[0] );
 }
 
 void
@@ -86,16 +91,6 @@ SimHostTable::handIn( U32 i, Type type, U32 port ) {
    keys_[i] = { type == Type::addHost, world_.port( port ), flushOnItsWay };
    programmer_->handleAddrOp( Qon::indirectAccessMacCmdFactory(
          type, keyOf( i ), world_.port( port ), Bridging::EntryType::learnedDynamic ) );
-}
-
-void
-SimHostTable::flush( Type type, U32 i, U32 port ) {
-   for ( Key & key : keys_ ) {
-      key.flushed = true;
-   }
-   programmer_->handleFlushOp(
-         Qon::indirectAccessMacCmdFactory( type, keyOf( i % keys_.size() ), world_.port( port ),
-                                           Bridging::EntryType::learnedDynamic ) );
 }
 
 String

@@ -7,7 +7,7 @@
 
 #include <vector>
 
-#include "agent/softchip/SoftMacProgrammer.h"
+#include "agent/softchip/Chip.h"
 #include "simulation/SimFeature.h"
 
 namespace Sim {
@@ -17,9 +17,9 @@ class SimHostTable : public SimFeature {
    explicit SimHostTable( World & world );
 
    static std::span< const Operation > operations();
+   static void shape( const World & world, SoftChip::Shape & shape );
 
    void start() override;
-   void apply( const Event & event ) override;
    String checkInvariants() const override;
    String checkAtRest() const override;
    bool mayStayArmed() const override;
@@ -37,13 +37,20 @@ class SimHostTable : public SimFeature {
       bool flushed = false; ///< a flush was on its way with the wish, or came after it
    };
 
+   /** @name Operations */
+   /** @{ */
+   void add( const Event & event );
+   void remove( const Event & event );
+   void burst( const Event & event );
+   void flush( const Event & event );
+   void quantumIs( const Event & event );
+   /** @} */
+
    Qon::MacEntryKey keyOf( U32 i ) const;
    void handIn( U32 i, Type type, U32 port );
-   void flush( Type type, U32 i, U32 port );
    String checkKey( U32 i ) const;
 
    std::vector< Key > keys_;
-   SoftChip::HostTableShape shape_;
    Velto::Ptr< SoftChip::SoftMacProgrammer > programmer_;
 };
 

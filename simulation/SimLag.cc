@@ -10,40 +10,6 @@ using Ulnet::IntfId;
 
 namespace {
 
-enum Operations : U8 {
-   up,
-   down,
-   recreateOp,
-   join,
-   leave,
-   flags,
-   fallback,
-   device,
-   managedOp,
-   hardwarePort,
-   nested,
-   latency,
-   finish,
-   restartOp
-};
-
-constexpr Operation operationTable[] = {
-      { "up", 12, { Range::lag } },
-      { "down", 5, { Range::lag } },
-      { "recreate", 3, { Range::lag } },
-      { "join", 40, { Range::lag, Range::port, Range::few } },
-      { "leave", 25, { Range::lag, Range::port } },
-      { "flags", 6, { Range::lag, Range::port, Range::few } },
-      { "fallback", 4, { Range::lag, Range::few } },
-      { "device", 3, { Range::lag, Range::few } },
-      { "managed", 4, { Range::intf, Range::flag } },
-      { "port", 8, { Range::port, Range::few } },
-      { "nested", 2, { Range::few } },
-      { "latency", 1, { Range::few } },
-      { "finish", 4 },
-      { "restart", 1, { Range::few } },
-};
-
 String
 shown( IntfId a, IntfId b ) {
    return a.stringValue() + ", " + b.stringValue();
@@ -53,7 +19,23 @@ shown( IntfId a, IntfId b ) {
 
 std::span< const Operation >
 SimLag::operations() {
-   return operationTable;
+   static const Operation table[] = {
+         { "up", 12, { Range::lag }, &SimLag::up },
+         { "down", 5, { Range::lag }, &SimLag::down },
+         { "recreate", 3, { Range::lag }, &SimLag::recreate },
+         { "join", 40, { Range::lag, Range::port, Range::few }, &SimLag::join },
+         { "leave", 25, { Range::lag, Range::port }, &SimLag::leave },
+         { "flags", 6, { Range::lag, Range::port, Range::few }, &SimLag::flagsAre },
+         { "fallback", 4, { Range::lag, Range::few }, &SimLag::fallbackIs },
+         { "device", 3, { Range::lag, Range::few }, &SimLag::deviceIs },
+         { "managed", 4, { Range::intf, Range::flag }, &SimLag::managedIs },
+         { "port", 8, { Range::port, Range::few }, &SimLag::hardwarePortIs },
+         { "nested", 2, { Range::few }, &SimLag::nestedIs },
+         { "latency", 1, { Range::few }, &SimLag::latencyIs },
+         { "finish", 4, {}, &SimLag::finish },
+         { "restart", 1, { Range::few }, &SimLag::restart },
+   };
+   return table;
 }
 
 SimLag::SimLag( World & world )
@@ -62,7 +44,8 @@ SimLag::SimLag( World & world )
       mlag_( Velto::make< Mlag::Status >( "mlag" ) ),
       hardwarePorts_( Velto::make< Hardware::FapIdPortDir >( "ports" ) ),
       hardware_( Velto::make< Hardware::Lag::Config >( "config" ) ),
-      hardwareStatus_( Velto::make< Hardware::Lag::Status >( "status" ) ) {
+      hardwareStatus_( Velto::make< Hardware::Lag::Status >( "status" ) ),
+      chip_( world.chip->of< SoftChip::LagPart >() ) {
    U32 known = world.chance( 20 ).percent( 50 ) ? world.size( Range::port ) : 0;
    for ( U32 i = 0; i < known; ++i ) {
       hardwarePorts_->fapIdPortIs( world.port( i ), Qon::FapIdPort( 1, i ) );
@@ -71,15 +54,10 @@ SimLag::SimLag( World & world )
 
 void
 SimLag::start() {
-   using GroupListener = Listener< Hardware::Lag::Config::lagAttr >;
-   using PortListener = Listener< Qon::QonCommonSmData::portToLagAttr >;
-   if ( !chip_ ) {
-      chip_ = SoftChip::LagTableIs( hardware_, hardwareStatus_, world_.faults );
-      chip_->initializedIs( true );
-      groupListener_ = Velto::make< GroupListener >(
-            hardware_.ptr(), [this]( const IntfId & lag ) { groupHeard( lag ); } );
-      portListener_ = Velto::make< PortListener >(
-            world_.acsd.ptr(), [this]( const IntfId & port ) { portToLagHeard( port ); } );
+   if ( !programmer_ ) {
+      programmer_ = chip_.makeProgrammer( hardware_, hardwareStatus_ );
+      groups_.attach( hardware_.ptr(), [this]( const IntfId & lag ) { groupHeard( lag ); } );
+      ports_.attach( world_.acsd.ptr(), [this]( const IntfId & port ) { portToLagHeard( port ); } );
    }
    progSm_ = Qon::LagProgSmIs( hardware_, hardwareStatus_, hardwarePorts_ );
    sm_ = Qon::LagSmIs( world_.acsd, statuses_, names_, mlag_, world_.acsd->verifyData(), progSm_ );
@@ -96,78 +74,99 @@ SimLag::stop() {
 }
 
 void
-SimLag::latencyIs( U32 latency ) {
-   chip_->latencyIs( latency < 3   ? 0
-                     : latency < 7 ? ( 1u << 4 * ( latency - 3 ) ) * 1e-6
-                                   : Kiv::never );
+SimLag::chipLatencyIs( U32 latency ) {
+   chip_.latencyIs( latency < 3   ? 0
+                    : latency < 7 ? ( 1u << 4 * ( latency - 3 ) ) * 1e-6
+                                  : Kiv::never );
 }
 
 void
 SimLag::faultsIs( bool on ) {
-   latencyIs( on ? latency_ : 3 );
-   chip_->finishAll();
+   chipLatencyIs( on ? latency_ : 3 );
+   chip_.programmer()->finishAll();
    nested_ = on ? nested_ : 0;
 }
 
-void
-SimLag::apply( const Event & event ) {
+bool
+SimLag::ready() {
    dirty_ = true;
-   IntfId lag = world_.lag( event[0] ), port = world_.port( event[1] );
-   switch ( Operations( event.operation ) ) {
-   case up:
-      lagIs( lag, true );
-      break;
-   case down:
-      lagIs( lag, false );
-      break;
-   case recreateOp:
-      recreate( lag );
-      break;
-   case join:
-      memberIs( lag, port, event[2] );
-      break;
-   case leave:
-      memberDel( lag, port );
-      break;
-   case flags:
-      if ( statuses_->intfStatusHas( lag ) && statuses_->intfStatus( lag )->intfHas( port ) ) {
-         memberIs( lag, port, event[2] );
-      }
-      break;
-   case fallback:
-      if ( auto status = statuses_->intfStatus( lag ) ) {
-         status->lacpFallbackEnabledIs( U8( event[1] % 3 ) );
-      }
-      break;
-   case device:
-      if ( auto status = statuses_->intfStatus( lag ) ) {
-         status->deviceNameIs( "po" + std::to_string( event[1] ) );
-      }
-      break;
-   case managedOp:
-      managedIs( world_.intf( event[0] ), event[1] != 0 );
-      break;
-   case hardwarePort:
-      if ( event[1] < 6 ) {
-         hardwarePorts_->fapIdPortIs( world_.port( event[0] ),
-                                      Qon::FapIdPort( event[1] / 3, event[0] ) );
-      } else {
-         hardwarePorts_->fapIdPortDel( world_.port( event[0] ) );
-      }
-      break;
-   case nested:
-      nested_ = event[0];
-      break;
-   case latency:
-      latencyIs( latency_ = event[0] );
-      break;
-   case finish:
-      chip_->finishAll();
-      break;
-   case restartOp:
-      restart( event[0] );
-      break;
+   return true;
+}
+
+void
+SimLag::up( const Event & event ) {
+   lagIs( world_.lag( event[0] ), true );
+}
+
+void
+SimLag::down( const Event & event ) {
+   lagIs( world_.lag( event[0] ), false );
+}
+
+void
+SimLag::join( const Event & event ) {
+   memberIs( world_.lag( event[0] ), world_.port( event[1] ), event[2] );
+}
+
+void
+SimLag::leave( const Event & event ) {
+   memberDel( world_.lag( event[0] ), world_.port( event[1] ) );
+}
+
+void
+SimLag::flagsAre( const Event & event ) {
+   auto status = statuses_->intfStatus( world_.lag( event[0] ) );
+   if ( status && status->intfHas( world_.port( event[1] ) ) ) {
+      join( event );
    }
+}
+
+void
+SimLag::fallbackIs( const Event & event ) {
+   if ( auto status = statuses_->intfStatus( world_.lag( event[0] ) ) ) {
+      status->lacpFallbackEnabledIs( U8( event[1] % 3 ) );
+   }
+}
+
+void
+SimLag::deviceIs( const Event & event ) {
+   if ( auto status = statuses_->intfStatus( world_.lag( event[0] ) ) ) {
+      status->deviceNameIs( "po" + std::to_string( event[1] ) );
+   }
+}
+
+void
+SimLag::managedIs( const Event & event ) {
+   if ( event[1] ) {
+      world_.acsd->intfIs( world_.intf( event[0] ), true );
+   } else {
+      world_.acsd->intfDel( world_.intf( event[0] ) );
+   }
+}
+
+void
+SimLag::hardwarePortIs( const Event & event ) {
+   if ( event[1] < 6 ) {
+      hardwarePorts_->fapIdPortIs( world_.port( event[0] ),
+                                   Qon::FapIdPort( event[1] / 3, event[0] ) );
+   } else {
+      hardwarePorts_->fapIdPortDel( world_.port( event[0] ) );
+   }
+}
+
+void
+SimLag::nestedIs( const Event & event ) {
+   nested_ = event[0];
+}
+
+void
+SimLag::latencyIs( const Event & event ) {
+   chipLatencyIs( latency_ = event[0] );
+}
+
+void
+SimLag::finish( const Event & ) {
+   chip_.programmer()->finishAll();
 }
 
 void
@@ -197,7 +196,8 @@ SimLag::lagIs( IntfId lag, bool there ) {
 
 /** Gone and back, with the same members, before anything else happens. */
 void
-SimLag::recreate( IntfId lag ) {
+SimLag::recreate( const Event & event ) {
+   IntfId lag = world_.lag( event[0] );
    auto status = statuses_->intfStatus( lag );
    if ( !status ) {
       return;
@@ -231,15 +231,6 @@ SimLag::memberDel( IntfId lag, IntfId port ) {
 }
 
 void
-SimLag::managedIs( IntfId port, bool managed ) {
-   if ( managed ) {
-      world_.acsd->intfIs( port, true );
-   } else {
-      world_.acsd->intfDel( port );
-   }
-}
-
-void
 SimLag::shareIs( IntfId lag, bool share ) {
    share_[lag] = share;
    sm_->sharePeerLinkWithLagIs( lag, share );
@@ -247,7 +238,8 @@ SimLag::shareIs( IntfId lag, bool share ) {
 
 /** The agent comes up again on what it left, or on something worse. */
 void
-SimLag::restart( U32 how ) {
+SimLag::restart( const Event & event ) {
+   U32 how = event[0];
    stop();
    if ( how >= 4 ) {
       leaveStale( how );
@@ -312,11 +304,10 @@ SimLag::groupHeard( IntfId lag ) {
    auto group = hardware_->lag( lag );
    world_.transcript.add( "group", lag, group ? group->index() + 1 : 0 );
    if ( !group ) {
-      memberListeners_.erase( lag );
+      members_.erase( lag );
       return;
    }
-   memberListeners_[lag] = Velto::make< MemberListener >(
-         group, [this, lag]( const IntfId & port ) { memberHeard( lag, port ); } );
+   members_[lag].attach( group, [this, lag]( const IntfId & port ) { memberHeard( lag, port ); } );
 }
 
 void
@@ -479,7 +470,7 @@ String
 SimLag::checkChip( IntfId lag ) const {
    U32 held = 0;
    for ( auto & [port, member] : wantedGroup( lag ) ) {
-      if ( auto there = chip_->member( lag, port ) ) {
+      if ( auto there = chip_.table().member( lag, port ) ) {
          ++held;
          if ( !( *there == member ) ) {
             return "member differs in the chip: " + shown( lag, port );
@@ -491,7 +482,9 @@ SimLag::checkChip( IntfId lag ) const {
          }
       }
    }
-   return chip_->members( lag ) == held ? "" : "member too many in the chip: " + lag.stringValue();
+   return chip_.table().members( lag ) == held
+                ? ""
+                : "member too many in the chip: " + lag.stringValue();
 }
 
 String
@@ -501,7 +494,7 @@ SimLag::checkAtRest() const {
          return wrong;
       }
    }
-   String wrong = chip_->checkInvariants();
+   String wrong = chip_.programmer()->checkInvariants();
    return wrong.empty() ? checkMaps() : "chip: " + wrong;
 }
 
@@ -517,61 +510,10 @@ SimLag::tearDown() {
 String
 SimLag::checkTornDown() const {
    auto & acsd = *world_.acsd;
-   return acsd.lagToPorts() || acsd.portToLags() || hardware_->lags() || chip_->lags() ||
+   return acsd.lagToPorts() || acsd.portToLags() || hardware_->lags() || chip_.table().lags() ||
                       names_->intfDeviceNames()
                 ? "left over: a map is not empty without aggregates"
                 : "";
-}
-
-// MLAG
-
-namespace {
-
-enum MlagOperations : U8 { state, peerLink, redirect, share };
-
-constexpr Operation mlagTable[] = {
-      { "state", 4, { Range::few } },
-      { "peer", 6, { Range::intf, Range::few } },
-      { "redirect", 3, { Range::flag } },
-      { "share", 10, { Range::lag, Range::flag } },
-};
-
-} // namespace
-
-std::span< const Operation >
-SimMlag::operations() {
-   return mlagTable;
-}
-
-void
-SimMlag::apply( const Event & event ) {
-   auto lag = world_.feature< SimLag >();
-   if ( !lag ) {
-      return;
-   }
-   lag->touched();
-   switch ( MlagOperations( event.operation ) ) {
-   case state:
-      lag->mlag().mlagStateIs( Mlag::MlagState( event[0] < 5 ? event[0] : 3 ) );
-      break;
-   case peerLink:
-      lag->mlag().peerLinkIntfIs( event[1] == 0 ? IntfId() : world_.intf( event[0] ) );
-      break;
-   case redirect:
-      lag->mlag().fastMacRedirectionIs( event[0] != 0 );
-      break;
-   case share:
-      lag->shareIs( world_.lag( event[0] ), event[1] != 0 );
-      break;
-   }
-}
-
-void
-SimMlag::tearDown() {
-   if ( auto lag = world_.feature< SimLag >() ) {
-      lag->mlag().mlagStateIs( Mlag::MlagState::disabled );
-      lag->touched();
-   }
 }
 
 } // namespace Sim

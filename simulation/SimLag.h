@@ -18,8 +18,8 @@
 #include <vector>
 
 #include "Qon/include/lag/QonLagSm.h"
-#include "agent/softchip/LagTable.h"
-#include "simulation/Listener.h"
+#include "agent/softchip/Chip.h"
+#include "platform/Kiv/Listener.h"
 #include "simulation/SimFeature.h"
 
 namespace Sim {
@@ -31,7 +31,7 @@ class SimLag : public SimFeature {
    static std::span< const Operation > operations();
 
    void start() override;
-   void apply( const Event & event ) override;
+   bool ready() override;
    String checkInvariants() const override;
    void faultsIs( bool on ) override;
    String checkAtRest() const override;
@@ -53,16 +53,31 @@ class SimLag : public SimFeature {
    using Member = Hardware::Lag::Member;
    using Group = std::map< IntfId, Member >;
 
+   /** @name Operations */
+   /** @{ */
+   void up( const Event & event );
+   void down( const Event & event );
+   void recreate( const Event & event );
+   void join( const Event & event );
+   void leave( const Event & event );
+   void flagsAre( const Event & event );
+   void fallbackIs( const Event & event );
+   void deviceIs( const Event & event );
+   void managedIs( const Event & event );
+   void hardwarePortIs( const Event & event );
+   void nestedIs( const Event & event );
+   void latencyIs( const Event & event );
+   void finish( const Event & event );
+   void restart( const Event & event );
+   /** @} */
+
    void lagIs( IntfId lag, bool there );
-   void recreate( IntfId lag );
    void memberIs( IntfId lag, IntfId port, U32 flags );
    void memberDel( IntfId lag, IntfId port );
    void claim( IntfId port, IntfId lag );
    void unclaim( IntfId port, IntfId lag );
    void rebuildClaims();
-   void managedIs( IntfId port, bool managed );
-   void latencyIs( U32 latency );
-   void restart( U32 how );
+   void chipLatencyIs( U32 latency );
    void leaveStale( U32 how );
    void portToLagHeard( IntfId port );
    void groupHeard( IntfId lag );
@@ -89,25 +104,14 @@ class SimLag : public SimFeature {
    mutable U32 sinceCheck_ = 0;
    U32 nested_ = 0; ///< changes to make while portToLag is published
 
-   U32 latency_ = 0; ///< how late the chip is, see latencyIs()
-   Velto::Ptr< SoftChip::LagTable > chip_;
+   U32 latency_ = 0; ///< how late the chip is, see chipLatencyIs()
+   SoftChip::LagPart & chip_;
+   Velto::Ptr< Velto::Node > programmer_;
    Velto::Ptr< Qon::LagProgSm > progSm_;
    Velto::Ptr< Qon::LagSm > sm_;
-   using MemberListener = Listener< Hardware::Lag::LagConfig::memberAttr >;
-   std::map< IntfId, Velto::Ptr< MemberListener > > memberListeners_;
-   Velto::Ptr< Listener< Hardware::Lag::Config::lagAttr > > groupListener_;
-   Velto::Ptr< Listener< Qon::QonCommonSmData::portToLagAttr > > portListener_;
-};
-
-/** What the MLAG agent publishes: state, peer link, redirection, and which aggregates share. */
-class SimMlag : public SimFeature {
- public:
-   using SimFeature::SimFeature;
-
-   static std::span< const Operation > operations();
-
-   void apply( const Event & event ) override;
-   void tearDown() override;
+   std::map< IntfId, Kiv::Listener< Hardware::Lag::LagConfig::memberAttr > > members_;
+   Kiv::Listener< Hardware::Lag::Config::lagAttr > groups_;
+   Kiv::Listener< Qon::QonCommonSmData::portToLagAttr > ports_;
 };
 
 } // namespace Sim

@@ -8,38 +8,6 @@ namespace Sim {
 
 namespace {
 
-enum Operations : U8 {
-   add,
-   removeOp,
-   burst,
-   flushOp,
-   answerOp,
-   unknown,
-   again,
-   mode,
-   suspend,
-   nested,
-   quantum,
-   runNow,
-   restartOp
-};
-
-constexpr Operation operationTable[] = {
-      { "add", 60, { Range::key, Range::port, Range::few } },
-      { "remove", 40, { Range::key } },
-      { "burst", 3, { Range::key, Range::key, Range::port } },
-      { "flush", 6, { Range::few, Range::key, Range::port } },
-      { "answer", 20, { Range::few } },
-      { "unknown", 3, { Range::hundred, Range::few } },
-      { "again", 3 },
-      { "mode", 3, { Range::few } },
-      { "suspend", 2, { Range::flag, Range::flag } },
-      { "nested", 2, { Range::few } },
-      { "quantum", 2, { Range::few } },
-      { "run", 4, { Range::few } },
-      { "restart", 1 },
-};
-
 enum Mode : U32 { inHook, late, onEvent };
 
 using Type = Qon::IndirectAccessMacCmdType;
@@ -48,7 +16,22 @@ using Type = Qon::IndirectAccessMacCmdType;
 
 std::span< const Operation >
 SimMac::operations() {
-   return operationTable;
+   static const Operation table[] = {
+         { "add", 60, { Range::key, Range::port, Range::few }, &SimMac::add },
+         { "remove", 40, { Range::key }, &SimMac::remove },
+         { "burst", 3, { Range::key, Range::key, Range::port }, &SimMac::burst },
+         { "flush", 6, { Range::few, Range::key, Range::port }, &SimMac::flush },
+         { "answer", 20, { Range::few }, &SimMac::answerOne },
+         { "unknown", 3, { Range::hundred, Range::few }, &SimMac::answerUnknown },
+         { "again", 3, {}, &SimMac::answerAgain },
+         { "mode", 3, { Range::few }, &SimMac::modeIs },
+         { "suspend", 2, { Range::flag, Range::flag }, &SimMac::suspend },
+         { "nested", 2, { Range::few }, &SimMac::nestedIs },
+         { "quantum", 2, { Range::few }, &SimMac::quantumIs },
+         { "run", 4, { Range::few }, &SimMac::runNow },
+         { "restart", 1, {}, &SimMac::restartAll },
+   };
+   return table;
 }
 
 SimMac::SimMac( World & world )
@@ -58,7 +41,6 @@ SimMac::SimMac( World & world )
 
 void
 SimMac::start() {
-   alarm_ = Velto::make< Alarm >( [this] { answer( rng_.below( 4 ) ); } );
    programmer_ = Qon::smIs< Programmer >( this, world_.scheduler.timerWheel() );
    programmer_->initializedIs( true );
 }
@@ -66,7 +48,7 @@ SimMac::start() {
 void
 SimMac::stop() {
    programmer_ = nullptr;
-   alarm_ = nullptr;
+   alarm_.off();
 }
 
 Qon::MacEntryKey
@@ -82,61 +64,82 @@ SimMac::indexOf( const Qon::MacEntryKey & key ) const {
 }
 
 void
-SimMac::apply( const Event & event ) {
-   U32 i = event[0];
-   switch ( Operations( event.operation ) ) {
-   case add:
-      handIn( i, event[2] == 7 ? Type::addMcastHost : Type::addHost, event[1], event[2] == 6 );
-      break;
-   case removeOp:
-      handIn( i, Type::removeHost, 0, false );
-      break;
-   case burst:
-      for ( U32 n = 0; n < keys_.size() / 2; ++n ) {
-         handIn( i + n, ( event[1] + n ) % 3 ? Type::addHost : Type::removeHost, event[2] + n,
-                 false );
-      }
-      break;
-   case flushOp:
-      flush( Type( 3 + i % 8 ), event[1], event[2] );
-      break;
-   case answerOp:
-      answer( i );
-      break;
-   case unknown:
-      if ( !programmer_->inProgMacOpHas( i ) ) {
-         programmer_->handleCmdResponse( i, 0, Status( event[1] % 5 ) );
-      }
-      break;
-   case again:
-      if ( lastAnswer_.transaction ) {
-         programmer_->handleCmdResponse( lastAnswer_.transaction, 0, lastAnswer_.status );
-      }
-      break;
-   case mode:
-      mode_ = i % 3;
-      alarm_->in( 0 );
-      break;
-   case suspend:
-      programmer_->suspendPendingIs( i != 0 );
-      programmer_->suspendInProgressIs( event[1] != 0 );
-      break;
-   case nested:
-      nested_ = i;
-      break;
-   case quantum:
-      programmer_->updateQuantumIs( i == 0 ? 128 : i );
-      programmer_->pollReqQuantumIs( i == 0 ? 128 : i );
-      break;
-   case runNow:
-      i % 3 == 0   ? programmer_->updatePendingAddresses()
-      : i % 3 == 1 ? programmer_->pollInProgressCmds()
-                   : programmer_->updateOverflowAddresses();
-      break;
-   case restartOp:
-      restart();
-      break;
+SimMac::add( const Event & event ) {
+   handIn( event[0], event[2] == 7 ? Type::addMcastHost : Type::addHost, event[1], event[2] == 6 );
+}
+
+void
+SimMac::remove( const Event & event ) {
+   handIn( event[0], Type::removeHost, 0, false );
+}
+
+void
+SimMac::burst( const Event & event ) {
+   for ( U32 n = 0; n < keys_.size() / 2; ++n ) {
+      handIn( event[0] + n, ( event[1] + n ) % 3 ? Type::addHost : Type::removeHost, event[2] + n,
+              false );
    }
+}
+
+void
+SimMac::flush( const Event & event ) {
+   auto cmd = Qon::indirectAccessMacCmdFactory(
+         Type( 3 + event[0] % 8 ), keyOf( event[1] % U32( keys_.size() ) ), world_.port( event[2] ),
+         Bridging::EntryType::learnedDynamic, ++serial_ );
+   flushes_[serial_] = {};
+   programmer_->handleFlushOp( cmd );
+}
+
+void
+SimMac::answerOne( const Event & event ) {
+   answer( event[0] );
+}
+
+/** An answer to what nobody asked. */
+void
+SimMac::answerUnknown( const Event & event ) {
+   if ( !programmer_->inProgMacOpHas( event[0] ) ) {
+      programmer_->handleCmdResponse( event[0], 0, Status( event[1] % 5 ) );
+   }
+}
+
+/** The last answer once more. */
+void
+SimMac::answerAgain( const Event & ) {
+   if ( lastAnswer_.transaction ) {
+      programmer_->handleCmdResponse( lastAnswer_.transaction, 0, lastAnswer_.status );
+   }
+}
+
+void
+SimMac::modeIs( const Event & event ) {
+   mode_ = event[0] % 3;
+   alarm_.in( 0 );
+}
+
+void
+SimMac::suspend( const Event & event ) {
+   programmer_->suspendPendingIs( event[0] != 0 );
+   programmer_->suspendInProgressIs( event[1] != 0 );
+}
+
+void
+SimMac::nestedIs( const Event & event ) {
+   nested_ = event[0];
+}
+
+void
+SimMac::quantumIs( const Event & event ) {
+   programmer_->updateQuantumIs( event[0] == 0 ? 128 : event[0] );
+   programmer_->pollReqQuantumIs( event[0] == 0 ? 128 : event[0] );
+}
+
+void
+SimMac::runNow( const Event & event ) {
+   U32 which = event[0] % 3;
+   which == 0   ? programmer_->updatePendingAddresses()
+   : which == 1 ? programmer_->pollInProgressCmds()
+                : programmer_->updateOverflowAddresses();
 }
 
 void
@@ -150,18 +153,9 @@ SimMac::handIn( U32 i, Type type, U32 port, bool shadow ) {
    programmer_->handleAddrOp( cmd );
 }
 
-void
-SimMac::flush( Type type, U32 i, U32 port ) {
-   auto cmd =
-         Qon::indirectAccessMacCmdFactory( type, keyOf( i % keys_.size() ), world_.port( port ),
-                                           Bridging::EntryType::learnedDynamic, ++serial_ );
-   flushes_[serial_] = {};
-   programmer_->handleFlushOp( cmd );
-}
-
 /** The agent comes up again, with a chip that was reset, and hands in all that is wanted. */
 void
-SimMac::restart() {
+SimMac::restartAll( const Event & ) {
    stop();
    unanswered_.clear();
    flushes_.clear();
@@ -195,7 +189,7 @@ SimMac::write( const Cmd & cmd, bool shadow ) {
    if ( mode_ == inHook ) {
       answer( U32( unanswered_.size() ) - 1 );
    } else if ( mode_ == late ) {
-      alarm_->in( rng_.below( 1u << rng_.between( 0, 20 ) ) * 1e-6 );
+      alarm_.in( rng_.below( 1u << rng_.between( 0, 20 ) ) * 1e-6 );
    }
    return status;
 }
@@ -316,7 +310,7 @@ SimMac::answer( U32 place ) {
    unanswered_.erase( at );
    deliver( answer );
    if ( !unanswered_.empty() && mode_ != onEvent ) {
-      alarm_->in( rng_.below( 1000 ) * 1e-6 );
+      alarm_.in( rng_.below( 1000 ) * 1e-6 );
    }
 }
 
@@ -328,7 +322,7 @@ SimMac::faultsIs( bool on ) {
       mode_ = late;
       programmer_->suspendPendingIs( false );
       programmer_->suspendInProgressIs( false );
-      alarm_->in( 0 );
+      alarm_.in( 0 );
    }
 }
 

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "Qon/include/mac/QonChipProgrammer.h"
-#include "simulation/Alarm.h"
+#include "platform/Kiv/Alarm.h"
 #include "simulation/SimFeature.h"
 
 namespace Sim {
@@ -27,7 +27,6 @@ class SimMac : public SimFeature {
    static std::span< const Operation > operations();
 
    void start() override;
-   void apply( const Event & event ) override;
    String checkInvariants() const override;
    void faultsIs( bool on ) override;
    String checkAtRest() const override;
@@ -74,11 +73,26 @@ class SimMac : public SimFeature {
    };
    static constexpr U32 noKey = ~U32( 0 );
 
+   /** @name Operations */
+   /** @{ */
+   void add( const Event & event );
+   void remove( const Event & event );
+   void burst( const Event & event );
+   void flush( const Event & event );
+   void answerOne( const Event & event );
+   void answerUnknown( const Event & event );
+   void answerAgain( const Event & event );
+   void modeIs( const Event & event );
+   void suspend( const Event & event );
+   void nestedIs( const Event & event );
+   void quantumIs( const Event & event );
+   void runNow( const Event & event );
+   void restartAll( const Event & event );
+   /** @} */
+
    Qon::MacEntryKey keyOf( U32 i ) const;
    U32 indexOf( const Qon::MacEntryKey & key ) const;
    void handIn( U32 i, Qon::IndirectAccessMacCmdType type, U32 port, bool shadow );
-   void flush( Qon::IndirectAccessMacCmdType type, U32 i, U32 port );
-   void restart();
 
    Status write( const Cmd & cmd, bool shadow );
    void checkWrite( const Cmd & cmd, U32 i );
@@ -104,7 +118,7 @@ class SimMac : public SimFeature {
    std::vector< Answer > unanswered_;
    Answer lastAnswer_{};
    Velto::Ptr< Programmer > programmer_;
-   Velto::Ptr< Alarm > alarm_;
+   Kiv::Alarm alarm_{ [this] { answer( rng_.below( 4 ) ); } };
 };
 
 } // namespace Sim

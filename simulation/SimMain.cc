@@ -131,7 +131,7 @@ runSeeds( const Options & options ) {
       Outcome outcome = options.minimize ? judge( historyOf( plan, options.steps ) )
                                          : simulate( plan, options.steps, transcript );
       steps += outcome.steps;
-      together = mixed( together ^ outcome.transcript );
+      together = Kiv::scrambled( together ^ outcome.transcript );
       progress.seedIs( done + 1, options.seeds, steps );
       if ( outcome.finding ) {
          progress.end();

@@ -5,24 +5,17 @@
 
 namespace Sim {
 
-namespace {
-
-enum Operations : U8 { mode, tap, tool, rename, bpdu, forget };
-
-constexpr Operation operationTable[] = {
-      { "mode", 1, { Range::few } },
-      { "tap", 8, { Range::intf, Range::flag } },
-      { "tool", 5, { Range::intf, Range::flag } },
-      { "rename", 1, { Range::few } },
-      { "bpdu", 2, { Range::flag, Range::flag } },
-      { "forget", 1 },
-};
-
-} // namespace
-
 std::span< const Operation >
 SimMode::operations() {
-   return operationTable;
+   static const Operation table[] = {
+         { "mode", 1, { Range::few }, &SimMode::modeIs },
+         { "tap", 8, { Range::intf, Range::flag }, &SimMode::tapIs },
+         { "tool", 5, { Range::intf, Range::flag }, &SimMode::toolIs },
+         { "rename", 1, { Range::few }, &SimMode::rename },
+         { "bpdu", 2, { Range::flag, Range::flag }, &SimMode::bpduIs },
+         { "forget", 1, {}, &SimMode::forget },
+   };
+   return table;
 }
 
 SimMode::SimMode( World & world )
@@ -33,41 +26,44 @@ SimMode::SimMode( World & world )
 }
 
 void
-SimMode::apply( const Event & event ) {
-   auto topology = world_.feature< SimTopology >();
-   auto & acsd = *world_.acsd;
-   bool tapAgg = acsd.operationalMode() == Qon::HwOperationalMode::tapAgg;
-   switch ( Operations( event.operation ) ) {
-   case mode:
-      acsd.tapAggHwConfigIs( tapAgg_ );
-      acsd.operationalModeIs( Qon::HwOperationalMode( event[0] % 3 ) );
-      break;
-   case tap:
-      event[1] ? tapAgg_->tapIntfIs( world_.intf( event[0] ) )
-               : tapAgg_->tapIntfDel( world_.intf( event[0] ) );
-      break;
-   case tool:
-      event[1] ? tapAgg_->toolIntfIs( world_.intf( event[0] ) )
-               : tapAgg_->toolIntfDel( world_.intf( event[0] ) );
-      break;
-   case rename:
-      if ( event[0] % 2 ) {
-         tapAgg_->tapAggTopoIdIs( 900 + event[0] );
-      } else {
-         tapAgg_->tapAggTopoNameIs( "TapAgg" + std::to_string( event[0] ) );
-      }
-      break;
-   case bpdu:
-      if ( topology ) {
-         topology->config().bpduTrapEnabledIs( event[0] != 0 );
-         topology->config().pvstBpduTrapEnabledIs( event[1] != 0 );
-      }
-      break;
-   case forget:
-      if ( !tapAgg ) {
-         acsd.tapAggHwConfigIs( nullptr );
-      }
-      break;
+SimMode::modeIs( const Event & event ) {
+   world_.acsd->tapAggHwConfigIs( tapAgg_ );
+   world_.acsd->operationalModeIs( Qon::HwOperationalMode( event[0] % 3 ) );
+}
+
+void
+SimMode::tapIs( const Event & event ) {
+   event[1] ? tapAgg_->tapIntfIs( world_.intf( event[0] ) )
+            : tapAgg_->tapIntfDel( world_.intf( event[0] ) );
+}
+
+void
+SimMode::toolIs( const Event & event ) {
+   event[1] ? tapAgg_->toolIntfIs( world_.intf( event[0] ) )
+            : tapAgg_->toolIntfDel( world_.intf( event[0] ) );
+}
+
+void
+SimMode::rename( const Event & event ) {
+   if ( event[0] % 2 ) {
+      tapAgg_->tapAggTopoIdIs( 900 + event[0] );
+   } else {
+      tapAgg_->tapAggTopoNameIs( "TapAgg" + std::to_string( event[0] ) );
+   }
+}
+
+void
+SimMode::bpduIs( const Event & event ) {
+   if ( auto topology = world_.feature< SimTopology >() ) {
+      topology->config().bpduTrapEnabledIs( event[0] != 0 );
+      topology->config().pvstBpduTrapEnabledIs( event[1] != 0 );
+   }
+}
+
+void
+SimMode::forget( const Event & ) {
+   if ( world_.acsd->operationalMode() != Qon::HwOperationalMode::tapAgg ) {
+      world_.acsd->tapAggHwConfigIs( nullptr );
    }
 }
 

@@ -13,12 +13,21 @@ class SimMode : public SimFeature {
 
    static std::span< const Operation > operations();
 
-   void apply( const Event & event ) override;
    void tearDown() override;
 
    const TapAgg::HwConfig & tapAggHwConfig() const { return *tapAgg_; }
 
  private:
+   /** @name Operations */
+   /** @{ */
+   void modeIs( const Event & event );
+   void tapIs( const Event & event );
+   void toolIs( const Event & event );
+   void rename( const Event & event );
+   void bpduIs( const Event & event );
+   void forget( const Event & event );
+   /** @} */
+
    Velto::Ptr< TapAgg::HwConfig > tapAgg_;
 };
 

@@ -14,46 +14,6 @@ using Ulnet::IntfId;
 
 namespace {
 
-enum Operations : U8 {
-   configOp,
-   noConfig,
-   status,
-   noStatus,
-   recreateOp,
-   port,
-   noPort,
-   burstOp,
-   info,
-   flush,
-   map,
-   unmap,
-   finish,
-   mode,
-   spurious,
-   nested,
-   restartOp
-};
-
-constexpr Operation operationTable[] = {
-      { "config", 8, { Range::topo, Range::few } },
-      { "no-config", 2, { Range::topo } },
-      { "status", 8, { Range::topo, Range::few } },
-      { "no-status", 2, { Range::topo } },
-      { "recreate", 2, { Range::topo } },
-      { "port", 50, { Range::topo, Range::intf, Range::few } },
-      { "no-port", 10, { Range::topo, Range::intf } },
-      { "burst", 3, { Range::topo, Range::few } },
-      { "info", 5, { Range::topo, Range::intf } },
-      { "flush", 6, { Range::topo, Range::intf } },
-      { "map", 15, { Range::vlan, Range::topo } },
-      { "unmap", 6, { Range::vlan } },
-      { "finish", 20, { Range::few } },
-      { "mode", 3, { Range::few } },
-      { "spurious", 2, { Range::few } },
-      { "nested", 2, { Range::few } },
-      { "restart", 1, { Range::few } },
-};
-
 /** A helper of a chip that tells the simulation of every call. */
 template< class Chip >
 class Recorder : public Chip {
@@ -94,62 +54,64 @@ class Recorder : public Chip {
 
 } // namespace
 
-/** Hears what is written to the status of one port. */
-class SimTopology::StatusWatch : public Velto::Node {
- public:
-   using Status = Bridging::Topology::TopoPortStatus;
-
-   StatusWatch( SimTopology * sim, const String & topo, const Status * status )
-       : sim_( sim ), topo_( topo ), status_( status ) {
-      hasNotificationActiveIs( true );
-      watch_.attach( this, status, heard, this );
-   }
-
- private:
-   static void heard( void * context, const Kiv::Entity &, int attribute, const void * ) {
-      auto self = static_cast< StatusWatch * >( context );
-      if ( attribute == Status::stateAttr::index ) {
-         self->sim_->stateWritten( self->topo_, self->status_->intf(), self->status_->state() );
-      }
-   }
-   SimTopology * sim_;
-   String topo_;
-   const Status * status_;
-   Kiv::EntityWatch watch_;
-};
-
 std::span< const Operation >
 SimTopology::operations() {
-   return operationTable;
+   static const Operation table[] = {
+         { "config", 8, { Range::topo, Range::few }, &SimTopology::configIs },
+         { "no-config", 2, { Range::topo }, &SimTopology::configDel },
+         { "status", 8, { Range::topo, Range::few }, &SimTopology::statusIs },
+         { "no-status", 2, { Range::topo }, &SimTopology::statusDel },
+         { "recreate", 2, { Range::topo }, &SimTopology::recreate },
+         { "port", 50, { Range::topo, Range::intf, Range::few }, &SimTopology::portIs },
+         { "no-port", 10, { Range::topo, Range::intf }, &SimTopology::portDel },
+         { "burst", 3, { Range::topo, Range::few }, &SimTopology::burst },
+         { "info", 5, { Range::topo, Range::intf }, &SimTopology::infoIs },
+         { "flush", 6, { Range::topo, Range::intf }, &SimTopology::flush },
+         { "map", 15, { Range::vlan, Range::topo }, &SimTopology::map },
+         { "unmap", 6, { Range::vlan }, &SimTopology::unmap },
+         { "finish", 20, { Range::few }, &SimTopology::finish },
+         { "mode", 3, { Range::few }, &SimTopology::modeIs },
+         { "spurious", 2, { Range::few }, &SimTopology::answerUnasked },
+         { "nested", 2, { Range::few }, &SimTopology::nestedIs },
+         { "restart", 1, { Range::few }, &SimTopology::restart },
+   };
+   return table;
 }
 
 SimTopology::SimTopology( World & world )
     : SimFeature( world ), config_( Velto::make< Bridging::Topology::Config >( "config" ) ),
       status_( Velto::make< Bridging::Topology::Inst::Status >( "status" ) ) {
    Rng rng = world.chance( 40 );
-   maxTopo_ = rng.percent( 80 ) ? 64 : 2;
+   rng.next(); // see shape()
    pvst_ = !world.perVlan() && rng.percent( 30 );
 }
 
 SimTopology::~SimTopology() = default;
 
 void
+SimTopology::shape( const World & world, SoftChip::Shape & shape ) {
+   shape.topologies = world.chance( 40 ).percent( 80 ) ? 64 : 2;
+}
+
+void
 SimTopology::makeHelper() {
+   auto & part = world_.chip->of< SoftChip::TopologyPart >();
    Velto::Ptr< Qon::TopoHelper > helper;
-   if ( world_.perVlan() ) {
+   if ( !part.tables() ) {
       auto vlan = world_.feature< SimVlan >();
       perVlan_ = Velto::make< Recorder< Qon::VlanTopoHelper > >(
             this, vlan ? vlan->helper() : nullptr, &world_.scheduler, 10u, "vlanTopo" );
       perVlan_->hasNotificationActiveIs( true );
       helper = perVlan_;
    } else {
-      table_ = Velto::make< Recorder< SoftChip::SoftTopoHelper > >( this, maxTopo_, world_.faults );
-      helper = table_;
+      part.reset();
+      table_ = &part.table();
+      helper = Velto::make< Recorder< SoftChip::SoftTopoHelper > >( this, *table_ );
    }
    helper->pvstIs( pvst_ );
    allocated_.clear();
    vlanTopo_.assign( 4095, "" );
-   modeIs( mode_ );
+   latencyIs( mode_ );
    stpSm_ = Qon::smIs< Stp >( this, world_.acsd, helper );
 }
 
@@ -169,9 +131,9 @@ SimTopology::stop() {
 
 /** Down and up again: the same objects, or new ones with a chip that knows nothing. */
 void
-SimTopology::restart( bool sameMachine ) {
+SimTopology::restart( const Event & event ) {
    left_.clear();
-   if ( sameMachine ) {
+   if ( event[0] % 2 ) {
       stpSm_->doCleanup();
       if ( !allocated_.empty() || ( table_ && !table_->topologies().empty() ) ) {
          world_.report( "topology", "clean-up: a topology is left in the chip" );
@@ -184,98 +146,106 @@ SimTopology::restart( bool sameMachine ) {
    start();
 }
 
-void
-SimTopology::apply( const Event & event ) {
+bool
+SimTopology::ready() {
    dirty_ = true;
-   String topo = world_.topo( event[0] );
-   IntfId intf = world_.intf( event[1] );
-   auto entity = config_->topoConfig( topo );
-   auto portConfig = entity ? entity->topoPortConfig( intf ) : nullptr;
-   switch ( Operations( event.operation ) ) {
-   case configOp:
-      topoIs( topo, event[1] );
-      break;
-   case noConfig:
-      config_->topoConfigDel( topo );
-      break;
-   case status:
-      statusIs( topo, event[1] );
-      break;
-   case noStatus:
-      status_->topoStatusDel( topo );
-      break;
-   case recreateOp:
-      recreate( topo );
-      break;
-   case port:
-      portIs( topo, intf, event[2] );
-      break;
-   case noPort:
-      if ( entity ) {
-         entity->topoPortConfigDel( intf );
-      }
-      break;
-   case burstOp:
-      burst( topo, event[1] );
-      break;
-   case info:
-      if ( portConfig ) {
-         portConfig->changeInfoIs( Bridging::Topology::TopoPortChangeInfo( ++changes_, 1.0 ) );
-      }
-      break;
-   case flush:
-      if ( portConfig ) {
-         portConfig->fdbFlushIs( portConfig->fdbFlush() + 1 );
-      }
-      break;
-   case map:
-      vlanIs( world_.vlan( event[0] ), world_.topo( event[1] ) );
-      break;
-   case unmap:
-      vlanIs( world_.vlan( event[0] ), "" );
-      break;
-   case finish:
-      answer( event[0] );
-      break;
-   case mode:
-      modeIs( event[0] );
-      break;
-   case spurious:
-      answerUnasked( event[0] );
-      break;
-   case nested:
-      nested_ = event[0];
-      break;
-   case restartOp:
-      restart( event[0] % 2 );
-      break;
-   }
+   return true;
 }
 
 // Configuration
 
 void
-SimTopology::topoIs( const String & name, U32 id ) {
-   // Ids are a topology's own: two for each, so that they can differ and change.
-   U32 own = 10 + 2 * ( name.back() - '0' ) + ( id == 7 );
-   config_->topoConfigIs( name )->topoIdIs( own );
+SimTopology::configIs( const Event & event ) {
+   String name = world_.topo( event[0] );
+   config_->topoConfigIs( name )->topoIdIs( ownId( name, event[1] ) );
 }
 
 void
-SimTopology::statusIs( const String & name, U32 id ) {
-   U32 own = 10 + 2 * ( name.back() - '0' ) + ( id == 7 );
+SimTopology::configDel( const Event & event ) {
+   config_->topoConfigDel( world_.topo( event[0] ) );
+}
+
+void
+SimTopology::statusDel( const Event & event ) {
+   status_->topoStatusDel( world_.topo( event[0] ) );
+}
+
+void
+SimTopology::portIs( const Event & event ) {
+   setPort( world_.topo( event[0] ), world_.intf( event[1] ), event[2] );
+}
+
+void
+SimTopology::portDel( const Event & event ) {
+   if ( auto topo = config_->topoConfig( world_.topo( event[0] ) ) ) {
+      topo->topoPortConfigDel( world_.intf( event[1] ) );
+   }
+}
+
+void
+SimTopology::burst( const Event & event ) {
+   for ( U32 i = 0; i < world_.size( Range::intf ); ++i ) {
+      setPort( world_.topo( event[0] ), world_.intf( i ), event[1] + i % 2 );
+   }
+}
+
+void
+SimTopology::infoIs( const Event & event ) {
+   if ( auto port = portConfig( event ) ) {
+      port->changeInfoIs( Bridging::Topology::TopoPortChangeInfo( ++changes_, 1.0 ) );
+   }
+}
+
+void
+SimTopology::flush( const Event & event ) {
+   if ( auto port = portConfig( event ) ) {
+      port->fdbFlushIs( port->fdbFlush() + 1 );
+   }
+}
+
+void
+SimTopology::map( const Event & event ) {
+   vlanIs( world_.vlan( event[0] ), world_.topo( event[1] ) );
+}
+
+void
+SimTopology::unmap( const Event & event ) {
+   vlanIs( world_.vlan( event[0] ), "" );
+}
+
+void
+SimTopology::nestedIs( const Event & event ) {
+   nested_ = event[0];
+}
+
+/** Ids are a topology's own: two for each, so that they can differ and change. */
+U32
+SimTopology::ownId( const String & name, U32 id ) const {
+   return 10 + 2 * U32( name.back() - '0' ) + ( id == 7 );
+}
+
+TopoPortConfig *
+SimTopology::portConfig( const Event & event ) const {
+   auto topo = config_->topoConfig( world_.topo( event[0] ) );
+   return topo ? topo->topoPortConfig( world_.intf( event[1] ) ) : nullptr;
+}
+
+void
+SimTopology::statusIs( const Event & event ) {
+   String name = world_.topo( event[0] );
    if ( !status_->topoStatusHas( name ) ) {
       status_->topoStatusIs( name );
-      topoListeners_[name] = Velto::make< PortListener >(
+      topoListeners_[name].attach(
             status_->topoStatus( name ),
             [this, name]( const IntfId & intf ) { portStatusHeard( name, intf ); } );
    }
-   status_->topoStatus( name )->topoIdIs( own );
+   status_->topoStatus( name )->topoIdIs( ownId( name, event[1] ) );
 }
 
 /** Gone and back, with the same ports, before anything else happens. */
 void
-SimTopology::recreate( const String & name ) {
+SimTopology::recreate( const Event & event ) {
+   String name = world_.topo( event[0] );
    auto topo = config_->topoConfig( name );
    if ( !topo ) {
       return;
@@ -293,20 +263,13 @@ SimTopology::recreate( const String & name ) {
 }
 
 void
-SimTopology::portIs( const String & name, IntfId intf, U32 state ) {
+SimTopology::setPort( const String & name, IntfId intf, U32 state ) {
    if ( auto topo = config_->topoConfig( name ) ) {
       // Every other one forwards, so that what must not forward is worth looking at.
       auto wanted = PortState( state >= 5 ? 3 : state );
       auto port = topo->topoPortConfigIs( intf );
       port->changeInfoIs( Bridging::Topology::TopoPortChangeInfo( ++changes_, 2.0 ) );
       port->stateIs( wanted );
-   }
-}
-
-void
-SimTopology::burst( const String & name, U32 state ) {
-   for ( U32 i = 0; i < world_.size( Range::intf ); ++i ) {
-      portIs( name, world_.intf( i ), state + i % 2 );
    }
 }
 
@@ -326,15 +289,16 @@ SimTopology::vlanIs( Bridging::VlanId vlan, const String & topo ) {
 }
 
 void
-SimTopology::answer( U32 which ) {
+SimTopology::finish( const Event & event ) {
    if ( table_ && table_->completions().waiting() ) {
-      table_->completions().finish( which % table_->completions().waiting() );
+      table_->completions().finish( event[0] % table_->completions().waiting() );
    }
 }
 
 /** Completions of what nobody waits for. */
 void
-SimTopology::answerUnasked( U32 which ) {
+SimTopology::answerUnasked( const Event & event ) {
+   U32 which = event[0];
    stpSm_->setStpStateDoneTopoId( 700 + which );
    stpSm_->setStpStateDoneTopoName( "nobody" );
    if ( auto vlan = world_.feature< SimVlan >(); vlan && perVlan_ ) { // once more
@@ -344,7 +308,12 @@ SimTopology::answerUnasked( U32 which ) {
 }
 
 void
-SimTopology::modeIs( U32 mode ) {
+SimTopology::modeIs( const Event & event ) {
+   latencyIs( event[0] );
+}
+
+void
+SimTopology::latencyIs( U32 mode ) {
    mode_ = mode;
    if ( table_ ) {
       table_->completions().latencyIs( mode < 2   ? 0
@@ -356,7 +325,7 @@ SimTopology::modeIs( U32 mode ) {
 void
 SimTopology::faultsIs( bool on ) {
    if ( on ) {
-      modeIs( mode_ );
+      latencyIs( mode_ );
       return;
    }
    nested_ = 0;
@@ -431,7 +400,8 @@ SimTopology::portStatusHeard( const String & topo, IntfId intf ) {
    auto port = status_->topoStatus( topo )->topoPortStatus( intf );
    world_.transcript.add( "port status", topo, intf, port != nullptr );
    if ( port ) {
-      statusWatches_[{ topo, intf }] = Velto::make< StatusWatch >( this, topo, port );
+      statusWatches_[{ topo, intf }].attach(
+            port, [this, topo, intf, port] { stateWritten( topo, intf, port->state() ); } );
    }
 }
 
@@ -454,7 +424,7 @@ SimTopology::stateWritten( const String & topo, IntfId intf, PortState state ) {
    }
    if ( nested_ ) {
       --nested_;
-      portIs( topo, world_.intf( nested_ ), nested_ );
+      setPort( topo, world_.intf( nested_ ), nested_ );
    }
 }
 

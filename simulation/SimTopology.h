@@ -18,8 +18,8 @@
 #include <set>
 
 #include "Qon/include/topology/VlanTopoHelper.h"
-#include "agent/softchip/TopoTable.h"
-#include "simulation/Listener.h"
+#include "agent/softchip/Chip.h"
+#include "platform/Kiv/Listener.h"
 #include "simulation/SimFeature.h"
 #include "simulation/SimVlan.h"
 
@@ -34,9 +34,10 @@ class SimTopology : public SimFeature {
    ~SimTopology() override;
 
    static std::span< const Operation > operations();
+   static void shape( const World & world, SoftChip::Shape & shape );
 
    void start() override;
-   void apply( const Event & event ) override;
+   bool ready() override;
    String checkInvariants() const override;
    void faultsIs( bool on ) override;
    String checkAtRest() const override;
@@ -67,20 +68,35 @@ class SimTopology : public SimFeature {
    /** @} */
 
  private:
-   class StatusWatch;
    class Stp;
 
-   void topoIs( const String & name, U32 id );
-   void statusIs( const String & name, U32 id );
-   void recreate( const String & name );
-   void portIs( const String & name, IntfId intf, U32 state );
-   void burst( const String & name, U32 state );
+   /** @name Operations */
+   /** @{ */
+   void configIs( const Event & event );
+   void configDel( const Event & event );
+   void statusIs( const Event & event );
+   void statusDel( const Event & event );
+   void recreate( const Event & event );
+   void portIs( const Event & event );
+   void portDel( const Event & event );
+   void burst( const Event & event );
+   void infoIs( const Event & event );
+   void flush( const Event & event );
+   void map( const Event & event );
+   void unmap( const Event & event );
+   void finish( const Event & event );
+   void modeIs( const Event & event );
+   void answerUnasked( const Event & event );
+   void nestedIs( const Event & event );
+   void restart( const Event & event );
+   /** @} */
+
+   U32 ownId( const String & name, U32 id ) const;
+   Bridging::Topology::TopoPortConfig * portConfig( const Event & event ) const;
+   void setPort( const String & name, IntfId intf, U32 state );
    void vlanIs( Bridging::VlanId vlan, const String & topo );
-   void answer( U32 which );
-   void answerUnasked( U32 which );
-   void modeIs( U32 mode );
+   void latencyIs( U32 mode );
    void makeHelper();
-   void restart( bool sameMachine );
    void portStatusHeard( const String & topo, IntfId intf );
    void stateWritten( const String & topo, IntfId intf, PortState state );
 
@@ -99,10 +115,9 @@ class SimTopology : public SimFeature {
 
    Velto::Ptr< Bridging::Topology::Config > config_;
    Velto::Ptr< Bridging::Topology::Inst::Status > status_;
-   Velto::Ptr< SoftChip::SoftTopoHelper > table_; ///< null on a chip without tables
-   Velto::Ptr< Qon::VlanTopoHelper > perVlan_;    ///< null on a chip with tables
+   SoftChip::TopoTable * table_ = nullptr;     ///< null on a chip without tables
+   Velto::Ptr< Qon::VlanTopoHelper > perVlan_; ///< null on a chip with tables
    Velto::Ptr< Stp > stpSm_;
-   U32 maxTopo_;
    bool pvst_;
    U32 mode_ = 0;
    U32 nested_ = 0; ///< changes to make while a status is written
@@ -113,9 +128,10 @@ class SimTopology : public SimFeature {
    std::set< String > allocated_;
    std::vector< String > vlanTopo_; ///< by VLAN, as the chip was told; empty is none
    std::set< U16 > left_;           ///< VLANs that went from a live topology into none
-   using PortListener = Listener< Bridging::Topology::Inst::TopoStatus::topoPortStatusAttr >;
-   std::map< String, Velto::Ptr< PortListener > > topoListeners_;
-   std::map< std::pair< String, IntfId >, Velto::Ptr< StatusWatch > > statusWatches_;
+   using PortListener = Kiv::Listener< Bridging::Topology::Inst::TopoStatus::topoPortStatusAttr >;
+   using StateListener = Kiv::Listener< Bridging::Topology::TopoPortStatus::stateAttr >;
+   std::map< String, PortListener > topoListeners_;
+   std::map< std::pair< String, IntfId >, StateListener > statusWatches_;
 };
 
 class SimTopology::Stp : public Qon::StpSm {

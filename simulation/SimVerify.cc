@@ -4,21 +4,14 @@
 
 namespace Sim {
 
-namespace {
-
-enum Operations : U8 { request, console, enable };
-
-constexpr Operation operationTable[] = {
-      { "request", 10, { Range::few } },
-      { "console", 2 },
-      { "enable", 2, { Range::flag } },
-};
-
-} // namespace
-
 std::span< const Operation >
 SimVerify::operations() {
-   return operationTable;
+   static const Operation table[] = {
+         { "request", 10, { Range::few }, &SimVerify::request },
+         { "console", 2, {}, &SimVerify::runForConsole },
+         { "enable", 2, { Range::flag }, &SimVerify::enabledIs },
+   };
+   return table;
 }
 
 SimVerify::SimVerify( World & world )
@@ -35,25 +28,25 @@ SimVerify::start() {
 }
 
 void
-SimVerify::apply( const Event & event ) {
-   switch ( Operations( event.operation ) ) {
-   case request:
-      for ( U32 i = 0; i <= event[0]; ++i ) {
-         data_->doRequestVerify();
-         if ( data_->verify() ) {
-            ++requests_;
-            runsAtLast_ = counter_->runs;
-         }
+SimVerify::request( const Event & event ) {
+   for ( U32 i = 0; i <= event[0]; ++i ) {
+      data_->doRequestVerify();
+      if ( data_->verify() ) {
+         ++requests_;
+         runsAtLast_ = counter_->runs;
       }
-      break;
-   case console:
-      world_.acsd->verifySm()->handleCliVerificationRequest( 0 );
-      ++consoleRuns_;
-      break;
-   case enable:
-      data_->verifyIs( event[0] != 0 );
-      break;
    }
+}
+
+void
+SimVerify::runForConsole( const Event & ) {
+   world_.acsd->verifySm()->handleCliVerificationRequest( 0 );
+   ++consoleRuns_;
+}
+
+void
+SimVerify::enabledIs( const Event & event ) {
+   data_->verifyIs( event[0] != 0 );
 }
 
 String
@@ -71,9 +64,6 @@ SimVerify::checkAtRest() const {
    }
    return {};
 }
-
-void
-SimVerify::tearDown() {}
 
 void
 SimVerify::stop() {

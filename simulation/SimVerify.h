@@ -15,13 +15,18 @@ class SimVerify : public SimFeature {
    static std::span< const Operation > operations();
 
    void start() override;
-   void apply( const Event & event ) override;
    String checkInvariants() const override;
    String checkAtRest() const override;
-   void tearDown() override;
    void stop() override;
 
  private:
+   /** @name Operations */
+   /** @{ */
+   void request( const Event & event );
+   void runForConsole( const Event & event );
+   void enabledIs( const Event & event );
+   /** @} */
+
    /** A check that counts how often it runs. */
    class Counter : public Velto::Node {
     public:

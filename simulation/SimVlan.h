@@ -8,7 +8,7 @@
 #include <map>
 #include <set>
 
-#include "agent/softchip/VlanTable.h"
+#include "agent/softchip/Chip.h"
 #include "simulation/SimFeature.h"
 
 namespace Sim {
@@ -19,11 +19,12 @@ class SimVlan : public SimFeature {
    using VlanId = Bridging::VlanId;
 
    explicit SimVlan( World & world );
+   ~SimVlan() override;
 
    static std::span< const Operation > operations();
 
    void start() override;
-   void apply( const Event & event ) override;
+   bool ready() override;
    String checkInvariants() const override;
    void faultsIs( bool on ) override;
    String checkAtRest() const override;
@@ -33,7 +34,7 @@ class SimVlan : public SimFeature {
 
    /** Null on a chip with topology tables. */
    SoftChip::SoftVlanHelper * helper() const { return helper_.ptr(); }
-   bool inChip( VlanId vlan, IntfId port ) const { return helper_->has( vlan, port ); }
+   bool inChip( VlanId vlan, IntfId port ) const { return table_.has( vlan, port ); }
    /** Whether the VLAN went since the last rest: nobody waits for it, the chip may be late. */
    bool gone( VlanId vlan ) const { return gone_.contains( vlan ); }
    /** Whether a port stays in its VLANs whatever its state. */
@@ -42,6 +43,16 @@ class SimVlan : public SimFeature {
    bool recircSinceRest() const { return recirc_; }
 
  private:
+   /** @name Operations */
+   /** @{ */
+   void replace( const Event & event );
+   void expand( const Event & event );
+   void remove( const Event & event );
+   void recirculate( const Event & event );
+   void finish( const Event & event );
+   void modeIs( const Event & event );
+   /** @} */
+
    void request( IntfId intf, VlanId vlan, U32 flags, bool expand );
    String checkVlan( VlanId vlan ) const;
 
@@ -51,6 +62,7 @@ class SimVlan : public SimFeature {
    std::map< std::pair< U16, IntfId >, Qon::VlanMembership > wanted_;
    mutable std::set< U16 > gone_;
    mutable bool recirc_ = false;
+   SoftChip::VlanTable & table_;
    Velto::Ptr< SoftChip::SoftVlanHelper > helper_;
 };
 

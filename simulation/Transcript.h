@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "platform/Kiv/Time.h"
-#include "simulation/Rng.h"
+#include "platform/Velto/Types.h"
 
 namespace Sim {
 

@@ -9,18 +9,6 @@ namespace Sim {
 
 namespace {
 
-enum Operations : U8 { turn, next, run, cost, budget, restNow, endNow };
-
-constexpr Operation operationTable[] = {
-      { "turn", 120, { Range::few } },
-      { "next", 150 },
-      { "run", 60, { Range::micros } },
-      { "cost", 2, { Range::few } },
-      { "budget", 2, { Range::few } },
-      { "rest", 1 },
-      { "end", 0 },
-};
-
 // More turns than any work of a small world takes at one moment of time.
 constexpr U32 mostTurns = 20000;
 // Longer than the longest chain of retries and back-offs.
@@ -65,11 +53,6 @@ addFault( SoftChip::FaultPlan & plan, const String & line ) {
 
 } // namespace
 
-std::span< const Operation >
-World::operations() {
-   return operationTable;
-}
-
 World::World( const Plan & plan )
     : plan_( plan ), formerSink_( Kiv::logSinkIs( static_cast< Kiv::LogSink * >( this ) ) ) {
    Kiv::logWindowsReset();
@@ -82,14 +65,22 @@ World::World( const Plan & plan )
    topos_ = rng.between( 1, 4 );
    keys_ = rng.between( 2, 24 * scale );
    perVlan_ = rng.percent( 50 );
-   faults.seedIs( U32( rng.next() ) );
+   SoftChip::Shape shape;
+   shape.kind = perVlan_ ? SoftChip::ChipKind::vlan : SoftChip::ChipKind::topology;
+   for ( auto & kind : featureKinds() ) {
+      if ( kind.shape ) {
+         kind.shape( *this, shape );
+      }
+   }
+   chip = std::make_unique< SoftChip::Chip >( scheduler, shape );
+   chip->faults().seedIs( U32( rng.next() ) );
    faultLines_ = plan_.faults.empty() ? faultsOf( chance( 3 ) ) : plan_.faults;
    acsd = Qon::qonCommonSmDataFactory( "acsd" );
    acsd->initializedIs( true );
    auto kinds = featureKinds();
-   for ( U32 kind = 1; kind < kinds.size(); ++kind ) {
+   for ( U32 kind = 0; kind < kinds.size(); ++kind ) {
       auto & wanted = plan_.features;
-      if ( wanted.empty() ||
+      if ( kind == 0 || wanted.empty() ||
            std::find( wanted.begin(), wanted.end(), kinds[kind].name ) != wanted.end() ) {
          features_.push_back( { kind, kinds[kind].make( *this ) } );
       }
@@ -113,9 +104,9 @@ World::start() {
 
 void
 World::faultsAre( bool on ) {
-   faults.clear();
+   chip->faults().clear();
    for ( auto & line : on ? faultLines_ : std::vector< String >() ) {
-      addFault( faults, line );
+      addFault( chip->faults(), line );
    }
    for ( auto & entry : features_ ) {
       entry.feature->faultsIs( on );
@@ -124,8 +115,8 @@ World::faultsAre( bool on ) {
 
 bool
 World::has( U32 kind ) const {
-   return kind == 0 || std::any_of( features_.begin(), features_.end(),
-                                    [&]( auto & entry ) { return entry.kind == kind; } );
+   return std::any_of( features_.begin(), features_.end(),
+                       [&]( auto & entry ) { return entry.kind == kind; } );
 }
 
 U32
@@ -226,39 +217,10 @@ World::apply( const Event & event ) {
    if ( stopped_ ) {
       return;
    }
-   if ( event.feature != 0 ) {
-      for ( auto & entry : features_ ) {
-         if ( entry.kind == event.feature ) {
-            entry.feature->apply( event );
-         }
+   for ( auto & entry : features_ ) {
+      if ( entry.kind == event.feature && entry.feature->ready() ) {
+         ( entry.feature.get()->*event.kind().act )( event );
       }
-      return;
-   }
-   switch ( Operations( event.operation ) ) {
-   case turn:
-      turns( event[0] + 1 );
-      break;
-   case next:
-      if ( scheduler.nextTime() != Kiv::never && scheduler.nextTime() > scheduler.time() ) {
-         scheduler.advance( scheduler.nextTime() - scheduler.time() );
-      }
-      turns( 1 );
-      break;
-   case run:
-      runFor( event[0] * 1e-6 );
-      break;
-   case cost:
-      scheduler.readCostIs( event[0] % 4 * 0.001 );
-      break;
-   case budget:
-      scheduler.budgetIs( { 0.005, event[0] == 0 ? ~U32( 0 ) : event[0], 16 } );
-      break;
-   case restNow:
-      rest();
-      break;
-   case endNow:
-      end();
-      break;
    }
 }
 

@@ -8,8 +8,9 @@
 
 #include "Qon/include/framework/HookTap.h"
 #include "Qon/include/framework/QonCommonSmData.h"
-#include "agent/softchip/FaultPlan.h"
+#include "agent/softchip/Chip.h"
 #include "platform/Kiv/Log.h"
+#include "platform/Kiv/Rng.h"
 #include "platform/Kiv/TaskScheduler.h"
 #include "simulation/SimFeature.h"
 #include "simulation/Transcript.h"
@@ -75,9 +76,19 @@ class World : private Kiv::LogSink, private Qon::HookListener {
    Kiv::VirtualScheduler scheduler;
    Transcript transcript;
    Velto::Ptr< Qon::QonCommonSmData > acsd;
-   SoftChip::FaultPlan faults;
+   /** With all its parts; whoever needs one of them takes it from here. */
+   std::unique_ptr< SoftChip::Chip > chip;
 
-   static std::span< const Operation > operations();
+   /** @name Time */
+   /** @{ */
+   /** At most so many turns, all at the present moment. */
+   void turns( U32 count );
+   void runFor( Kiv::Seconds span );
+   /** Without faults, until nothing is due; then what must hold at rest is checked. */
+   void rest();
+   /** Takes everything away; from then on nothing happens. */
+   void end();
+   /** @} */
 
  private:
    struct Entry {
@@ -87,12 +98,8 @@ class World : private Kiv::LogSink, private Qon::HookListener {
 
    void message( const Kiv::LogDescriptor & descriptor, const String & text ) override;
    void hookCalled( const char * hook, const String & arguments ) override;
-   void turns( U32 count );
-   void runFor( Kiv::Seconds span );
    bool turnsAtOneTime();
    void faultsAre( bool on );
-   void rest();
-   void end();
    void check( String ( SimFeature::*what )() const );
 
    Plan plan_;

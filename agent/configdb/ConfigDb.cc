@@ -2,8 +2,8 @@
 
 #include <unordered_map>
 
-#include "agent/JsonText.h"
-#include "agent/ReadFile.h"
+#include "agent/base/JsonText.h"
+#include "agent/base/ReadFile.h"
 #include "platform/Kiv/Text.h"
 
 namespace QonAgent {

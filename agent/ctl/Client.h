@@ -1,7 +1,7 @@
 #pragma once
 // The console's end of the agent's socket.
 
-#include "agent/Json.h"
+#include "agent/base/Json.h"
 #include "platform/Velto/Assert.h"
 #include "platform/Velto/Types.h"
 

@@ -5,6 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/Kiv/Text.h"
+
 namespace QonAgent {
 
 using Velto::String;
@@ -30,7 +32,7 @@ cellText( const Json & value ) {
       return value.get< String >();
    }
    if ( value.is_boolean() ) {
-      return value.get< bool >() ? "yes" : "no";
+      return Kiv::yesNo( value.get< bool >() );
    }
    if ( !value.is_array() ) {
       return value.dump();

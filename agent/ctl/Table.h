@@ -10,7 +10,7 @@
 //    lines, broken at blanks, or behind slashes, where there are any.
 // 3. No line ends in a blank.
 
-#include "agent/Json.h"
+#include "agent/base/Json.h"
 #include "platform/Velto/Types.h"
 
 namespace QonAgent {

@@ -2,23 +2,24 @@
 
 namespace QonAgent {
 
-std::optional< Ulnet::IntfId >
-argumentIntf( const Agent & agent, const std::vector< String > & arguments ) {
-   if ( arguments.empty() ) {
-      return std::nullopt;
-   }
-   if ( arguments.size() > 1 ) {
-      throw Velto::RangeError( "one argument at most, not '" + arguments[1] + "'" );
-   }
-   return agent.names().typed( arguments[0] );
+Argument
+intfArgument( const String & name, const String & what,
+              std::function< bool( Ulnet::IntfId intf ) > known ) {
+   return { Argument::Kind::intf, name, what, false,
+            [=]( const ArgumentValue & value ) { return known( value.intf ); } };
 }
 
-Json
-checkedRows( Json rows, const std::vector< String > & arguments, const char * what ) {
-   if ( rows.empty() && !arguments.empty() ) {
-      throw Velto::RangeError( String( "there is no " ) + what + " '" + arguments[0] + "'" );
-   }
-   return rows;
+Argument
+vlanArgument( std::function< bool( Bridging::VlanId vlan ) > known ) {
+   return { Argument::Kind::vlan, "VLAN", "VLAN", false, [=]( const ArgumentValue & value ) {
+              return known( Bridging::VlanId( value.vlan.value() ) );
+           } };
+}
+
+void
+notServed( const Agent & agent, const char * what ) {
+   throw Velto::RangeError( String( "the chip '" ) + agent.chip().name() + "' does not serve " +
+                            what );
 }
 
 } // namespace QonAgent

@@ -24,9 +24,12 @@ faultOf( const Json & line ) {
 
 } // namespace
 
+FaultFeature::FaultFeature( Agent & agent )
+    : agent_( agent ), chip_( dynamic_cast< SoftChip::Chip * >( &agent.chip() ) ) {}
+
 std::function< void() >
-FaultFeature::parse( const Json & line ) const {
-   SoftChip::FaultPlan & plan = agent_->faults();
+FaultFeature::parseFault( const Json & line ) const {
+   SoftChip::FaultPlan & plan = chip_->faults();
    if ( line.contains( "hook" ) ) {
       return [&plan, fault = faultOf( line )] { plan.add( fault ); };
    }
@@ -47,10 +50,61 @@ FaultFeature::parse( const Json & line ) const {
    throw Velto::RangeError( "expected one of the fields hook, table, unit, seed, clear" );
 }
 
+std::function< void() >
+FaultFeature::parseLatency( const Json & line ) const {
+   const double seconds = fieldOf< double >( line, "seconds" );
+   if ( !( seconds >= 0 ) ) {
+      throw Velto::RangeError( "field 'seconds' cannot be negative" );
+   }
+   return [chip = chip_, seconds] { chip->latencyIs( seconds ); };
+}
+
 std::vector< EventKind >
 FaultFeature::eventKinds() {
+   if ( !chip_ ) {
+      return {};
+   }
    return { { "fault", R"({"time": 1, "event": "fault", "hook": "writeToHw", "trouble": "busy"})",
-              [this]( const Json & line ) { return parse( line ); } } };
+              [this]( const Json & line ) { return parseFault( line ); } },
+            { "chipLatency", R"({"time": 1, "event": "chipLatency", "seconds": 0.2})",
+              [this]( const Json & line ) { return parseLatency( line ); } } };
+}
+
+/** The steps of the road, then the copies that leave. */
+void
+FaultFeature::road( const Arguments & arguments, const RowSink & sink ) const {
+   const auto passage = chip_->forward(
+         { arguments.intf( 0 ), arguments.mac( 1 ), arguments.mac( 3 ), arguments.vlan( 2 ) } );
+   for ( auto & step : passage.steps ) {
+      sink( { { "stage", step.stage }, { "what", step.what } } );
+   }
+   for ( auto & copy : passage.copies ) {
+      Row row = { { "stage", "leaves" },
+                  { "what", agent_.names().spelling( copy.port ) +
+                                  ( copy.tag.isNone() ? " without a tag"
+                                                      : " with tag " + copy.tag.stringValue() ) },
+                  { "interface", agent_.names().spelling( copy.port ) } };
+      if ( !copy.tag.isNone() ) {
+         row.set( "tag", U32( copy.tag.value() ) );
+      }
+      sink( row );
+   }
+}
+
+std::vector< ShowCommand >
+FaultFeature::showCommands() {
+   if ( !chip_ ) {
+      return {};
+   }
+   using Kind = Argument::Kind;
+   return { { "hw frame",
+              "what the chip would do with a frame that arrives at a port",
+              { { Kind::intf, "PORT", "port", true, nullptr },
+                { Kind::mac, "DST", "address", true, nullptr },
+                { Kind::vlan, "VLAN", "VLAN", false, nullptr },
+                { Kind::mac, "SRC", "address", false, nullptr } },
+              { { "stage", "Stage" }, { "what", "What" } },
+              [this]( auto & arguments, auto & sink ) { road( arguments, sink ); } } };
 }
 
 } // namespace QonAgent

@@ -1,26 +1,33 @@
 #pragma once
-// Faults of the chip in software, from an event stream.
+// What only the chip in software has: trouble and slowness from an event stream, and the road of a
+// frame. With another chip there is nothing of it.
 //
 //    {"event": "fault", "hook": "writeToHw", "trouble": "busy", "times": 3, "call": 10}
 //    {"event": "fault", "hook": "writeToHw", "trouble": "parity", "times": 0, "inThousand": 50}
 //    {"event": "fault", "table": "hostTable", "limit": 100}
 //    {"event": "fault", "unit": "Linecard1", "lost": true}
 //    {"event": "fault", "seed": 7}         {"event": "fault", "clear": true}
+//    {"event": "chipLatency", "seconds": 0.2}     of port states, VLANs and groups
 
 #include "agent/AgentFeature.h"
+#include "agent/softchip/Chip.h"
 
 namespace QonAgent {
 
 class FaultFeature : public AgentFeature {
  public:
-   const char * name() const override { return "faults"; }
-   void create( Agent & agent ) override { agent_ = &agent; }
+   explicit FaultFeature( Agent & agent );
    std::vector< EventKind > eventKinds() override;
+   std::vector< ShowCommand > showCommands() override;
 
  private:
-   std::function< void() > parse( const Json & line ) const;
+   std::function< void() > parseFault( const Json & line ) const;
+   std::function< void() > parseLatency( const Json & line ) const;
 
-   Agent * agent_ = nullptr;
+   void road( const Arguments & arguments, const RowSink & sink ) const;
+
+   Agent & agent_;
+   SoftChip::Chip * const chip_; ///< null: it is another one
 };
 
 } // namespace QonAgent

@@ -1,9 +1,7 @@
 #include "agent/features/LagFeature.h"
 
-#include <nlohmann/json.hpp>
-
 #include "agent/Agent.h"
-#include "agent/configdb/ConfigReader.h"
+#include "agent/ConfigReader.h"
 #include "agent/features/Arguments.h"
 #include "platform/types/Paths.h"
 
@@ -15,81 +13,78 @@ constexpr U8 fallbackOff = 0;
 constexpr U8 fallbackStatic = 1;
 constexpr U8 fallbackIndividual = 2;
 
-/** Answers for a kernel that knows every aggregate. */
-class SoftLagDriver : public Qon::LagPacketDriver {
- public:
-   SoftLagDriver() : LagPacketDriver( "lagPacketDriver" ) {}
-   int getLagInfo( U32 lagIndex, char * buffer, U32 size ) override {
-      const String info = "aggregate " + Kiv::toText( lagIndex );
-      buffer[info.copy( buffer, size - 1 )] = 0;
-      return 0;
-   }
-};
+constexpr char writerOption[] = "lag-writer";
+constexpr char byStatus[] = "status";
+constexpr char byInterfaces[] = "interfaces";
+constexpr char byMembers[] = "members";
 
 } // namespace
 
-void
-LagFeature::create( Agent & agent ) {
-   agent_ = &agent;
-   auto & entities = agent.entities();
-   status_ = entities.mount< Interface::EthLagIntfStatusDir >( Paths::ethLagIntfStatus );
-   config_ = entities.mount< Interface::EthLagIntfConfigDir >( Paths::ethLagIntfConfig );
-   memberStatus_ = entities.mount< Hardware::Lag::MemberStatusDir >( Paths::lagMemberStatus );
-   fapIdPorts_ = entities.mount< Hardware::FapIdPortDir >( Paths::hardwareFapIdPort );
-   hardware_ = entities.mount< Hardware::Lag::Config >( Paths::hardwareLagConfig );
-   mlag_ = entities.mount< Mlag::Status >( Paths::mlagStatus );
-   auto held = entities.mount< Hardware::Lag::Status >( Paths::hardwareLagStatus );
-   chip_ = SoftChip::LagTableIs( hardware_, held, agent.faults() );
-   chip_->initializedIs( true );
-   progSm_ = Qon::LagProgSmIs( hardware_, held, fapIdPorts_ );
-   progSm_->initializedIs( true );
-   lagSm_ =
-         Qon::LagSmIs( agent.acsd(), status_,
-                       entities.mount< Lag::Input::IntfDeviceNameDir >( Paths::lagInputDeviceName ),
-                       mlag_, agent.acsd()->verifyData(), progSm_ );
-   lagSm_->initializedIs( true );
-   state_ = entities.mount< Hardware::Lag::Status >( Paths::hardwareLagState );
-   stateAggregator_ = Qon::LagStateAggregatorSmIs( { held }, state_ );
-   stateAggregator_->initializedIs( true );
-   createCreators();
+std::vector< FeatureOption >
+LagFeature::options() {
+   return { { writerOption,
+              { byStatus, byInterfaces, byMembers },
+              "what the groups of the chip are made of" } };
 }
 
-/** The groups by the maps and by the configuration of the interfaces, for comparison: the chip
-    follows LagSm's. */
+LagFeature::LagFeature( Agent & agent )
+    : agent_( agent ), part_( agent.chip().part< QonChip::LagPart >() ),
+      status_(
+            agent.entities().mount< Interface::EthLagIntfStatusDir >( Paths::ethLagIntfStatus ) ),
+      config_(
+            agent.entities().mount< Interface::EthLagIntfConfigDir >( Paths::ethLagIntfConfig ) ),
+      memberStatus_(
+            agent.entities().mount< Hardware::Lag::MemberStatusDir >( Paths::lagMemberStatus ) ),
+      fapIdPorts_( agent.entities().mount< Hardware::FapIdPortDir >( Paths::hardwareFapIdPort ) ),
+      hardware_( agent.entities().mount< Hardware::Lag::Config >( Paths::hardwareLagConfig ) ),
+      held_( agent.entities().mount< Hardware::Lag::Status >( Paths::hardwareLagStatus ) ),
+      state_( agent.entities().mount< Hardware::Lag::Status >( Paths::hardwareLagState ) ),
+      mlag_( agent.entities().mount< Mlag::Status >( Paths::mlagStatus ) ),
+      programmer_( part_ ? part_->makeProgrammer( hardware_, held_ ) : nullptr ) {
+   const String & writer = agent.setting( writerOption );
+   if ( writer == byStatus ) {
+      progSm_ = Qon::LagProgSmIs( hardware_, held_, fapIdPorts_ );
+      progSm_->initializedIs( true );
+   }
+   lagSm_ = Qon::LagSmIs(
+         agent.acsd(), status_,
+         agent.entities().mount< Lag::Input::IntfDeviceNameDir >( Paths::lagInputDeviceName ),
+         mlag_, agent.acsd()->verifyData(), progSm_ );
+   lagSm_->initializedIs( true );
+   stateAggregator_ = Qon::LagStateAggregatorSmIs( { held_ }, state_ );
+   stateAggregator_->initializedIs( true );
+   if ( writer == byInterfaces ) {
+      makeInterfacesWriter();
+   } else if ( writer == byMembers ) {
+      makeMembersWriter();
+   }
+}
+
 void
-LagFeature::createCreators() {
-   auto & entities = agent_->entities();
-   auto phy = entities.mount< Interface::EthPhyIntfStatusDir >( Paths::ethPhyIntfStatus );
+LagFeature::makeInterfacesWriter() {
+   auto & entities = agent_.entities();
    auto aggregated =
          entities.mount< Hardware::Lag::AggregatedLagConfigDir >( Paths::aggregatedLagConfig );
-   configAggregator_ = Qon::LagConfigAggregatorSmIs( config_, aggregated, &agent_->scheduler() );
+   configAggregator_ = Qon::LagConfigAggregatorSmIs( config_, aggregated, &agent_.scheduler() );
    configAggregator_->initializedIs( true );
    mapCreator_ = Qon::LagConfigMapCreatorSmIs(
-         { agent_->acsd(), aggregated, memberStatus_, phy, fapIdPorts_ },
-         entities.mount< Hardware::Lag::Config >( Paths::hardwareLagOfConfig ) );
+         { agent_.acsd(), aggregated, memberStatus_,
+           entities.mount< Interface::EthPhyIntfStatusDir >( Paths::ethPhyIntfStatus ),
+           fapIdPorts_ },
+         hardware_ );
    mapCreator_->initializedIs( true );
-   creator_ = Qon::QonLagCreatorSmIs(
-         { agent_->acsd(), phy, fapIdPorts_, Velto::make< SoftLagDriver >() },
-         entities.mount< Hardware::Lag::Config >( Paths::hardwareLagOfMembers ) );
-   creator_->initializedIs( true );
 }
 
 void
-LagFeature::destroy() {
-   creator_ = nullptr;
-   mapCreator_ = nullptr;
-   configAggregator_ = nullptr;
-   stateAggregator_ = nullptr;
-   lagSm_ = nullptr;
-   progSm_ = nullptr;
-   chip_ = nullptr;
-   mlag_ = nullptr;
-   state_ = nullptr;
-   hardware_ = nullptr;
-   fapIdPorts_ = nullptr;
-   memberStatus_ = nullptr;
-   config_ = nullptr;
-   status_ = nullptr;
+LagFeature::makeMembersWriter() {
+   creator_ = Qon::QonLagCreatorSmIs(
+         { agent_.acsd(),
+           agent_.entities().mount< Interface::EthPhyIntfStatusDir >( Paths::ethPhyIntfStatus ),
+           fapIdPorts_,
+           part_ ? part_->makePacketDriver()
+                 : Velto::Ptr< Qon::LagPacketDriver >( Velto::make< QonChip::EveryLagDriver >() ) },
+         hardware_ );
+   creator_->initializedIs( true );
 }
 
 void
@@ -124,7 +119,7 @@ LagFeature::channel( ConfigReader & reader, const ConfigRow & row ) {
    channels_[lag] = channel;
    reader.apply( [=, this] {
       auto status = status_->intfStatusIs( lag );
-      status->deviceNameIs( agent_->names().spelling( lag ) );
+      status->deviceNameIs( agent_.names().spelling( lag ) );
       status->lacpFallbackEnabledIs( fallback );
    } );
 }
@@ -134,7 +129,7 @@ LagFeature::member( ConfigReader & reader, Ulnet::IntfId lag, Ulnet::IntfId port
                     const String & field ) {
    Ulnet::IntfId former = reader.memberOf( port );
    if ( !former.isNull() ) {
-      auto & names = agent_->names();
+      auto & names = agent_.names();
       throw RowError( field, names.spelling( port ) + " is a member of " +
                                    names.spelling( former ) + " already" );
    }

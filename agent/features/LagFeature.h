@@ -3,9 +3,16 @@
 // a switch would publish, MCLAG_DOMAIN and MCLAG_INTERFACE what its MLAG agent would; Qon::LagSm
 // makes of it what all features read and what the chip is to hold.
 //
-//    ConfigDB, events -> status, configuration, MLAG -> Qon::LagSm, LagProgSm -> SoftChip::LagTable
-//                                          `-> LagConfigAggregatorSm -> LagConfigMapCreatorSm
-//    LagTable -> Hardware::Lag::Status -> LagStateAggregatorSm -> show commands
+//    ConfigDB, events -> status, configuration, MLAG -> Qon::LagSm -> shared data
+//    a writer -> Hardware::Lag::Config -> the chip's programmer -> Hardware::Lag::Status
+//                                            LagStateAggregatorSm -> show commands <-'
+//
+// One of three writes the groups that the chip follows, by option lag-writer; the others are not
+// made:
+//    status      LagProgSm, from what the aggregation agent publishes; the only one that shares
+//                peer links
+//    interfaces  LagConfigMapCreatorSm, from the configuration of the interfaces
+//    members     QonLagCreatorSm, from the members in the shared data
 //
 // Sources: LagFeature.cc (configuration), LagFeatureMlag.cc, LagFeatureShow.cc.
 
@@ -17,7 +24,7 @@
 #include "Qon/include/lag/QonLagSm.h"
 #include "Qon/include/lag/QonLagStateAggregatorSm.h"
 #include "agent/AgentFeature.h"
-#include "agent/softchip/LagTable.h"
+#include "chip/LagPart.h"
 
 namespace QonAgent {
 
@@ -25,12 +32,13 @@ class ConfigRow;
 
 class LagFeature : public AgentFeature {
  public:
-   const char * name() const override { return "lag"; }
-   void create( Agent & agent ) override;
-   void destroy() override;
+   explicit LagFeature( Agent & agent );
+   static std::vector< FeatureOption > options();
+
    std::vector< String > tables() const override {
       return { "PORTCHANNEL", "PORTCHANNEL_MEMBER", "MCLAG_DOMAIN", "MCLAG_INTERFACE" };
    }
+   ConfigStage configStage() const override { return ConfigStage::aggregates; }
    void configure( ConfigReader & reader ) override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
@@ -51,29 +59,35 @@ class LagFeature : public AgentFeature {
    std::function< void() > memberEvent( const Json & line );
    std::function< void() > mlagEvent( const Json & line );
 
-   void createCreators();
-   Json portChannels( const std::vector< String > & arguments ) const;
-   Json members( const std::vector< String > & arguments ) const;
-   Json mlag( const std::vector< String > & arguments ) const;
-   Json chip( const std::vector< String > & arguments ) const;
+   void makeInterfacesWriter();
+   void makeMembersWriter();
+   void portChannels( const Arguments & arguments, const RowSink & sink ) const;
+   void members( const Arguments & arguments, const RowSink & sink ) const;
+   void mlag( const RowSink & sink ) const;
+   void chip( const Arguments & arguments, const RowSink & sink ) const;
+   Row portChannelRow( Ulnet::IntfId lag, const Interface::EthLagIntfStatus & status ) const;
    /** The ports that the aggregate lists, has, or is lent. */
    std::vector< Ulnet::IntfId > portsOf( Ulnet::IntfId lag ) const;
-   Json memberRow( Ulnet::IntfId lag, Ulnet::IntfId port ) const;
+   Row memberRow( Ulnet::IntfId lag, Ulnet::IntfId port ) const;
    Hardware::Lag::MemberStatus held( Ulnet::IntfId lag, Ulnet::IntfId port ) const;
    /** Why a port that the aggregate lists is not what it should be; empty if it is. */
    String why( Ulnet::IntfId lag, Ulnet::IntfId port ) const;
+   /** Whether a writer wants the port in the group. */
+   bool wanted( Ulnet::IntfId lag, Ulnet::IntfId port ) const;
 
-   Agent * agent_ = nullptr;
-   Velto::Ptr< Interface::EthLagIntfStatusDir > status_;
-   Velto::Ptr< Interface::EthLagIntfConfigDir > config_;
-   Velto::Ptr< Hardware::Lag::MemberStatusDir > memberStatus_;
-   Velto::Ptr< Hardware::FapIdPortDir > fapIdPorts_;
-   Velto::Ptr< Hardware::Lag::Config > hardware_;
-   Velto::Ptr< Hardware::Lag::Status > state_; // merged
-   Velto::Ptr< Mlag::Status > mlag_;
+   Agent & agent_;
+   QonChip::LagPart * const part_; ///< null: the chip has none
+   const Velto::Ptr< Interface::EthLagIntfStatusDir > status_;
+   const Velto::Ptr< Interface::EthLagIntfConfigDir > config_;
+   const Velto::Ptr< Hardware::Lag::MemberStatusDir > memberStatus_;
+   const Velto::Ptr< Hardware::FapIdPortDir > fapIdPorts_;
+   const Velto::Ptr< Hardware::Lag::Config > hardware_;
+   const Velto::Ptr< Hardware::Lag::Status > held_;
+   const Velto::Ptr< Hardware::Lag::Status > state_; // merged
+   const Velto::Ptr< Mlag::Status > mlag_;
+   const Velto::Ptr< Velto::Node > programmer_; // the chip's; null if it has none
    Velto::Ptr< Qon::LagProgSm > progSm_;
    Velto::Ptr< Qon::LagSm > lagSm_;
-   Velto::Ptr< SoftChip::LagTable > chip_;
    Velto::Ptr< Qon::LagConfigAggregatorSm > configAggregator_;
    Velto::Ptr< Qon::LagConfigMapCreatorSm > mapCreator_;
    Velto::Ptr< Qon::QonLagCreatorSm > creator_;

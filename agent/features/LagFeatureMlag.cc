@@ -1,6 +1,6 @@
 // MLAG's tables and the events of link aggregation.
 
-#include "agent/configdb/ConfigReader.h"
+#include "agent/ConfigReader.h"
 #include "agent/features/Arguments.h"
 #include "agent/features/LagFeature.h"
 
@@ -38,8 +38,8 @@ LagFeature::mlagInterface( ConfigReader & reader, const ConfigRow & row ) {
 /** A member as LACP would report it: it comes, changes what it may do, or goes. */
 std::function< void() >
 LagFeature::memberEvent( const Json & line ) {
-   const Ulnet::IntfId lag = agent_->names().typed( fieldOf< String >( line, "portChannel" ) );
-   const Ulnet::IntfId port = agent_->names().typed( fieldOf< String >( line, "port" ) );
+   const Ulnet::IntfId lag = agent_.names().typed( fieldOf< String >( line, "portChannel" ) );
+   const Ulnet::IntfId port = agent_.names().typed( fieldOf< String >( line, "port" ) );
    auto flag = [&]( const char * field ) {
       return !line.contains( field ) || fieldOf< bool >( line, field );
    };
@@ -48,7 +48,7 @@ LagFeature::memberEvent( const Json & line ) {
    return [=, this] {
       auto status = status_->intfStatus( lag );
       if ( !status ) {
-         throw Velto::RangeError( "there is no port-channel '" + agent_->names().spelling( lag ) +
+         throw Velto::RangeError( "there is no port-channel '" + agent_.names().spelling( lag ) +
                                   "'" );
       }
       if ( member ) {

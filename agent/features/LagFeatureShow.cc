@@ -9,11 +9,6 @@ namespace QonAgent {
 namespace {
 
 const char *
-yes( bool v ) {
-   return v ? "yes" : "no";
-}
-
-const char *
 text( Hardware::Lag::Result result ) {
    switch ( result ) {
    case Hardware::Lag::Result::pending:
@@ -43,8 +38,10 @@ LagFeature::held( Ulnet::IntfId lag, Ulnet::IntfId port ) const {
 std::vector< Ulnet::IntfId >
 LagFeature::portsOf( Ulnet::IntfId lag ) const {
    auto ports = Qon::keysOf< Ulnet::IntfId >( status_->intfStatus( lag )->intfIteratorConst() );
-   for ( Ulnet::IntfId port : progSm_->membersOf( lag ) ) {
-      ports.emplace( port );
+   if ( auto group = hardware_->lag( lag ) ) {
+      for ( auto && [port, member] : group->memberIteratorConst() ) {
+         ports.emplace( port );
+      }
    }
    std::vector< Ulnet::IntfId > sorted;
    for ( auto && entry : ports ) {
@@ -54,144 +51,154 @@ LagFeature::portsOf( Ulnet::IntfId lag ) const {
    return sorted;
 }
 
+bool
+LagFeature::wanted( Ulnet::IntfId lag, Ulnet::IntfId port ) const {
+   if ( progSm_ ) { // it knows of those too whose hardware port is not known
+      const auto ports = progSm_->membersOf( lag );
+      return std::find( ports.begin(), ports.end(), port ) != ports.end();
+   }
+   return agent_.acsd()->lagToPort( lag ).portHas( port );
+}
+
 String
 LagFeature::why( Ulnet::IntfId lag, Ulnet::IntfId port ) const {
-   const auto ports = progSm_->membersOf( lag );
-   if ( std::find( ports.begin(), ports.end(), port ) == ports.end() ) {
-      const Ulnet::IntfId other = agent_->acsd()->portToLag( port );
-      return other ? "in " + agent_->names().spelling( other ) : "not managed";
+   if ( !wanted( lag, port ) ) {
+      const Ulnet::IntfId other = agent_.acsd()->portToLag( port );
+      return other ? "in " + agent_.names().spelling( other ) : "not managed";
+   }
+   if ( !part_ ) {
+      return "no groups in the chip";
    }
    return fapIdPorts_->fapIdPortHas( port ) ? text( held( lag, port ).result() )
                                             : "no hardware port";
 }
 
-Json
+Row
 LagFeature::memberRow( Ulnet::IntfId lag, Ulnet::IntfId port ) const {
-   auto & names = agent_->names();
+   auto & names = agent_.names();
    auto config = config_->intfConfig( port );
-   const bool own = agent_->acsd()->lagToPort( lag ).portHas( port );
+   const bool own = agent_.acsd()->lagToPort( lag ).portHas( port );
    const bool listed = status_->intfStatus( lag )->intfHas( port );
    const auto flags = status_->intfStatus( lag )->intf( port );
    const auto chip = held( lag, port );
    return { { "portChannel", names.spelling( lag ) },
             { "port", names.spelling( port ) },
-            { "configured", yes( config && config->lag() == lag ) },
-            { "collecting", yes( listed ? flags.collecting() : chip.collecting() ) },
-            { "distributing", yes( listed ? flags.distributing() : chip.distributing() ) },
-            { "member", yes( own ) },
-            { "programmed", yes( chip.result() == Hardware::Lag::Result::success ) },
-            { "shared", yes( chip.shared() ) },
+            { "configured", yesNo( config && config->lag() == lag ) },
+            { "collecting", yesNo( listed ? flags.collecting() : chip.collecting() ) },
+            { "distributing", yesNo( listed ? flags.distributing() : chip.distributing() ) },
+            { "member", yesNo( own ) },
+            { "programmed", yesNo( chip.result() == Hardware::Lag::Result::success ) },
+            { "shared", yesNo( chip.shared() ) },
             { "reason", why( lag, port ) } };
 }
 
-Json
-LagFeature::members( const std::vector< String > & arguments ) const {
-   auto only = argumentIntf( *agent_, arguments );
-   Json rows = Json::array();
+void
+LagFeature::members( const Arguments & arguments, const RowSink & sink ) const {
    for ( auto & [lag, status] : inOrder( status_->intfStatusIteratorConst() ) ) {
-      if ( only && lag != *only ) {
+      if ( arguments.has( 0 ) && lag != arguments.intf( 0 ) ) {
          continue;
       }
       for ( Ulnet::IntfId port : portsOf( lag ) ) {
-         rows.push_back( memberRow( lag, port ) );
+         sink( memberRow( lag, port ) );
       }
    }
-   return rows;
 }
 
-Json
-LagFeature::portChannels( const std::vector< String > & arguments ) const {
-   auto only = argumentIntf( *agent_, arguments );
-   auto & names = agent_->names();
-   Json rows = Json::array();
+Row
+LagFeature::portChannelRow( Ulnet::IntfId lag, const Interface::EthLagIntfStatus & status ) const {
+   auto & names = agent_.names();
+   Value::List members, programmed, shared;
+   bool up = false;
+   const auto own = agent_.acsd()->lagToPort( lag );
+   for ( Ulnet::IntfId port : portsOf( lag ) ) {
+      const auto chip = held( lag, port );
+      if ( own.portHas( port ) ) {
+         members.push_back( names.spelling( port ) );
+         up = up || own.port( port ).distributing();
+      }
+      if ( chip.result() == Hardware::Lag::Result::success ) {
+         ( chip.shared() ? shared : programmed ).push_back( names.spelling( port ) );
+      }
+   }
+   return { { "portChannel", names.spelling( lag ) },
+            { "state", up ? "up" : "down" },
+            { "members", members },
+            { "programmed", programmed },
+            { "shared", shared },
+            { "fallback", U32( status.lacpFallbackEnabled() ) },
+            { "intfId", lag.stringValue() } };
+}
+
+void
+LagFeature::portChannels( const Arguments & arguments, const RowSink & sink ) const {
    for ( auto & [lag, status] : inOrder( status_->intfStatusIteratorConst() ) ) {
-      if ( only && lag != *only ) {
-         continue;
+      if ( !arguments.has( 0 ) || lag == arguments.intf( 0 ) ) {
+         sink( portChannelRow( lag, *status ) );
       }
-      Json members = Json::array(), programmed = Json::array(), shared = Json::array();
-      bool up = false;
-      const auto own = agent_->acsd()->lagToPort( lag );
-      for ( Ulnet::IntfId port : portsOf( lag ) ) {
-         const auto chip = held( lag, port );
-         if ( own.portHas( port ) ) {
-            members.push_back( names.spelling( port ) );
-            up = up || own.port( port ).distributing();
-         }
-         if ( chip.result() == Hardware::Lag::Result::success ) {
-            ( chip.shared() ? shared : programmed ).push_back( names.spelling( port ) );
-         }
-      }
-      rows.push_back( { { "portChannel", names.spelling( lag ) },
-                        { "state", up ? "up" : "down" },
-                        { "members", members },
-                        { "programmed", programmed },
-                        { "shared", shared },
-                        { "fallback", status->lacpFallbackEnabled() },
-                        { "intfId", lag.stringValue() } } );
    }
-   return checkedRows( std::move( rows ), arguments, "port-channel" );
 }
 
-Json
-LagFeature::mlag( const std::vector< String > & ) const {
-   auto & names = agent_->names();
-   Json sharing = Json::array();
+void
+LagFeature::mlag( const RowSink & sink ) const {
+   auto & names = agent_.names();
+   Value::List sharing;
    for ( auto & [lag, status] : inOrder( status_->intfStatusIteratorConst() ) ) {
       if ( lagSm_->sharePeerLinkWithLag( lag ) ) {
          sharing.push_back( names.spelling( lag ) +
                             ( lagSm_->sharedPeerLink( lag ) ? "" : " (not now)" ) );
       }
    }
-   Json rows = Json::array();
    if ( !domain_.empty() || mlag_->mlagState() != Mlag::MlagState::disabled ) {
-      rows.push_back( { { "domain", domain_ },
-                        { "state", Kiv::toText( mlag_->mlagState() ) },
-                        { "peerLink", names.spelling( mlag_->peerLinkIntf() ) },
-                        { "redirection", yes( mlag_->fastMacRedirection() ) },
-                        { "sharing", sharing } } );
+      sink( { { "domain", domain_ },
+              { "state", Kiv::toText( mlag_->mlagState() ) },
+              { "peerLink", names.spelling( mlag_->peerLinkIntf() ) },
+              { "redirection", yesNo( mlag_->fastMacRedirection() ) },
+              { "sharing", sharing } } );
    }
-   return rows;
 }
 
-/** A row a group of the chip's table. */
-Json
-LagFeature::chip( const std::vector< String > & arguments ) const {
-   auto only = argumentIntf( *agent_, arguments );
-   auto & names = agent_->names();
-   Json rows = Json::array();
-   for ( auto & [lag, group] : inOrder( hardware_->lagIteratorConst() ) ) {
-      if ( chip_->members( lag ) == 0 || ( only && lag != *only ) ) {
+/** A row a group that the chip holds. */
+void
+LagFeature::chip( const Arguments & arguments, const RowSink & sink ) const {
+   const auto groups = part_ ? part_->groups() : std::nullopt;
+   if ( !groups ) {
+      notServed( agent_, "the reading of groups" );
+   }
+   for ( auto & [lag, group] : *groups ) {
+      if ( arguments.has( 0 ) && lag != arguments.intf( 0 ) ) {
          continue;
       }
-      Json ports = Json::array();
-      for ( auto && [port, wanted] : group->memberIteratorConst() ) {
-         if ( auto member = chip_->member( lag, port ) ) {
-            ports.push_back( Kiv::toText( member->port().fapId() ) + "/" +
-                             Kiv::toText( member->port().port() ) );
-         }
+      Value::List ports;
+      for ( auto & [port, member] : group ) {
+         ports.push_back( Kiv::toText( member.port().fapId() ) + "/" +
+                          Kiv::toText( member.port().port() ) );
       }
-      rows.push_back( { { "index", group->index() },
-                        { "portChannel", names.spelling( lag ) },
-                        { "ports", ports } } );
+      Row row = { { "portChannel", agent_.names().spelling( lag ) }, { "ports", ports } };
+      if ( auto config = hardware_->lag( lag ) ) {
+         row.set( "index", config->index() );
+      }
+      sink( row );
    }
-   return rows;
 }
 
 std::vector< ShowCommand >
 LagFeature::showCommands() {
+   const Argument only = intfArgument( "PORT-CHANNEL", "port-channel", [this]( Ulnet::IntfId lag ) {
+      return status_->intfStatusHas( lag );
+   } );
    return {
          { "port-channel",
            "aggregates, their members, and what the chip holds",
-           "[PORT-CHANNEL]",
+           { only },
            { { "portChannel", "Port-channel" },
              { "state", "State" },
              { "members", "Members" },
              { "programmed", "Programmed" },
              { "shared", "Shared" } },
-           [this]( const auto & arguments ) { return portChannels( arguments ); } },
+           [this]( auto & arguments, auto & sink ) { portChannels( arguments, sink ); } },
          { "port-channel members",
            "what each member may do, and why it is not programmed",
-           "[PORT-CHANNEL]",
+           { only },
            { { "portChannel", "Port-channel" },
              { "port", "Port" },
              { "configured", "Conf" },
@@ -200,21 +207,21 @@ LagFeature::showCommands() {
              { "programmed", "Prog" },
              { "shared", "Lent" },
              { "reason", "Reason" } },
-           [this]( const auto & arguments ) { return members( arguments ); } },
+           [this]( auto & arguments, auto & sink ) { members( arguments, sink ); } },
          { "mlag",
            "MLAG: state, peer link, and the aggregates that share it",
-           "",
+           {},
            { { "domain", "Domain" },
              { "state", "State" },
              { "peerLink", "Peer link" },
              { "redirection", "Redirection" },
              { "sharing", "Sharing" } },
-           [this]( const auto & arguments ) { return mlag( arguments ); } },
+           [this]( auto &, auto & sink ) { mlag( sink ); } },
          { "hw lag",
            "groups that the chip holds",
-           "[PORT-CHANNEL]",
+           { only },
            { { "index", "Index", true }, { "portChannel", "Port-channel" }, { "ports", "Ports" } },
-           [this]( const auto & arguments ) { return chip( arguments ); } } };
+           [this]( auto & arguments, auto & sink ) { chip( arguments, sink ); } } };
 }
 
 } // namespace QonAgent

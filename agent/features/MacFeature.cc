@@ -51,25 +51,21 @@ enumOr( const Json & line, const char * field, E otherwise ) {
                                  : otherwise;
 }
 
-Json
+Row
 keyFields( const MacEntryKey & key ) {
    return { { "mac", key.key().mac().stringValue() },
-            { "vlan", key.key().vlan().value() },
+            { "vlan", U32( key.key().vlan().value() ) },
             { "table", Kiv::toText( key.macHwType() ) } };
 }
 
 } // namespace
 
-void
-MacFeature::create( Agent & agent ) {
-   agent_ = &agent;
-   programmer_ = SoftChip::SoftMacProgrammerIs( agent.timerWheel(), shape_, agent.faults() );
-   programmer_->initializedIs( true );
-}
-
-void
-MacFeature::destroy() {
-   programmer_ = nullptr;
+MacFeature::MacFeature( Agent & agent )
+    : agent_( agent ), part_( agent.chip().part< QonChip::MacPart >() ),
+      programmer_( part_ ? part_->makeProgrammer() : nullptr ) {
+   if ( programmer_ ) {
+      programmer_->initializedIs( true );
+   }
 }
 
 std::function< void() >
@@ -85,98 +81,102 @@ MacFeature::parse( const Json & line ) const {
       vlan = Bridging::VlanId( fieldOf< U32 >( line, "vlan" ) );
    }
    if ( op.intf ) {
-      intf = agent_->names().typed( fieldOf< String >( line, "intf" ) );
+      intf = agent_.names().typed( fieldOf< String >( line, "intf" ) );
    }
    auto entryType = enumOr( line, "type", Bridging::EntryType::learnedDynamic );
    auto table = enumOr( line, "table", Qon::MacHwType::macHwKeyBridge );
-   return [=, type = op.type, self = const_cast< MacFeature * >( this )] {
-      self->hand( Qon::indirectAccessMacCmdFactory( type, MacEntryKey( { mac, vlan }, table ), intf,
-                                                    entryType ) );
+   const auto key = MacEntryKey( { mac, vlan }, table );
+   return [this, type = op.type, key, intf, entryType] {
+      if ( !programmer_ ) {
+         notServed( agent_, "MAC addresses" );
+      }
+      hand( *programmer_, Qon::indirectAccessMacCmdFactory( type, key, intf, entryType ) );
    };
 }
 
 void
-MacFeature::hand( const MacCmdPtr & cmd ) {
-   cmd->addrOp() ? programmer_->handleAddrOp( cmd ) : programmer_->handleFlushOp( cmd );
+MacFeature::hand( Qon::QonMacProgrammer & programmer, const MacCmdPtr & cmd ) {
+   cmd->addrOp() ? programmer.handleAddrOp( cmd ) : programmer.handleFlushOp( cmd );
 }
 
 /** A command on its way. */
-Json
+Row
 MacFeature::row( const Qon::IndirectAccessMacCmd & cmd, const char * state ) const {
-   Json row = cmd.addrOp() ? keyFields( cmd.key() ) : Json::object();
+   Row row = cmd.addrOp() ? keyFields( cmd.key() ) : Row( {} );
    if ( !cmd.addrOp() && !cmd.key().key().vlan().isNone() ) {
-      row["vlan"] = cmd.key().key().vlan().value();
+      row.set( "vlan", U32( cmd.key().key().vlan().value() ) );
    }
-   row["interface"] = agent_->names().spelling( cmd.intf() );
-   row["type"] = Kiv::toText( cmd.entryType() );
-   row["operation"] = Kiv::toText( cmd.type() );
-   row["state"] = state;
-   row["transactionId"] = cmd.transactionId();
+   row.set( "interface", agent_.names().spelling( cmd.intf() ) );
+   row.set( "type", Kiv::toText( cmd.entryType() ) );
+   row.set( "operation", Kiv::toText( cmd.type() ) );
+   row.set( "state", state );
+   row.set( "transactionId", cmd.transactionId() );
    return row;
 }
 
 /** What is on its way, stage by stage, and what the chip holds without a change on its way. */
-Json
-MacFeature::requested() const {
-   Json rows = Json::array();
-   for ( auto & cmd : programmer_->pendingMacOp() ) {
+void
+MacFeature::requested( const RowSink & sink ) const {
+   if ( !programmer_ ) {
+      notServed( agent_, "MAC addresses" );
+   }
+   const Qon::QonMacProgrammer & programmer = *programmer_;
+   for ( auto & cmd : programmer.pendingMacOp() ) {
       if ( cmd->valid() ) {
-         rows.push_back( row( *cmd, "pending" ) );
+         sink( row( *cmd, "pending" ) );
       }
    }
-   for ( auto walk = programmer_->inProgMacOpIteratorConst(); walk; ++walk ) {
+   for ( auto walk = programmer.inProgMacOpIteratorConst(); walk; ++walk ) {
       if ( walk.value()->valid() ) {
-         rows.push_back( row( *walk.value(), "in flight" ) );
+         sink( row( *walk.value(), "in flight" ) );
       }
    }
-   for ( auto && [key, cmd] : programmer_->overflowAddrOp() ) {
-      rows.push_back( row( *cmd, "overflow" ) );
-      Kiv::Seconds left = programmer_->updateOverflowAddressClock()->time() - Kiv::now();
-      rows.back()["nextRetry"] = std::round( left * 1000 ) / 1000;
+   for ( auto && [key, cmd] : programmer.overflowAddrOp() ) {
+      Row waits = row( *cmd, "overflow" );
+      const Kiv::Seconds left = programmer_->updateOverflowAddressClock()->time() - Kiv::now();
+      waits.set( "nextRetry", std::round( left * 1000 ) / 1000 );
+      sink( waits );
    }
-   for ( auto && [key, entry] : programmer_->table().entries() ) {
-      bool onItsWay = programmer_->pendingAddrOpHas( key ) || programmer_->inProgAddrOpHas( key ) ||
-                      programmer_->overflowAddrOpHas( key );
+   const auto hosts = part_->hosts().value_or( QonChip::HeldHosts() );
+   for ( auto & [key, host] : hosts ) {
+      const bool onItsWay = programmer.pendingAddrOpHas( key ) ||
+                            programmer.inProgAddrOpHas( key ) ||
+                            programmer.overflowAddrOpHas( key );
       if ( !onItsWay ) {
-         rows.push_back( hardwareRow( key, entry ) );
-         rows.back()["state"] = "programmed";
+         Row held = row( key, host );
+         held.set( "state", "programmed" );
+         sink( held );
       }
    }
-   return rows;
 }
 
-Json
-MacFeature::hardwareRow( const MacEntryKey & key, const SoftChip::HostEntry & entry ) const {
-   Json row = keyFields( key );
-   row["interface"] = agent_->names().spelling( entry.intf );
-   row["type"] = Kiv::toText( entry.entryType );
-   row["operation"] = Kiv::toText( entry.multicast ? Type::addMcastHost : Type::addHost );
-   row["bucket"] = programmer_->table().bucketOf( key );
-   row["index"] = entry.index;
+/** An entry that the chip holds. */
+Row
+MacFeature::row( const MacEntryKey & key, const QonChip::HeldHost & host ) const {
+   Row row = keyFields( key );
+   row.set( "interface", agent_.names().spelling( host.intf ) );
+   row.set( "type", Kiv::toText( host.entryType ) );
    return row;
 }
 
-Json
-MacFeature::hardware() const {
-   Json rows = Json::array();
-   for ( auto && [key, entry] : programmer_->table().entries() ) {
-      rows.push_back( hardwareRow( key, entry ) );
+void
+MacFeature::hardware( const RowSink & sink ) const {
+   const auto hosts = part_ ? part_->hosts() : std::nullopt;
+   if ( !hosts ) {
+      notServed( agent_, "the reading of MAC addresses" );
    }
-   return rows;
+   for ( auto & [key, host] : *hosts ) {
+      sink( row( key, host ) );
+   }
 }
 
 std::vector< ShowCommand >
 MacFeature::showCommands() {
-   auto none = []( const std::vector< String > & arguments ) {
-      if ( !arguments.empty() ) {
-         throw Velto::RangeError( "no arguments, not '" + arguments[0] + "'" );
-      }
-   };
    Column mac = { "mac", "MAC address" }, vlan = { "vlan", "VLAN", true },
           intf = { "interface", "Interface" }, type = { "type", "Type" };
    return { { "mac",
               "MAC entries: what was asked for, and how far it is",
-              "",
+              {},
               { mac,
                 vlan,
                 intf,
@@ -184,18 +184,12 @@ MacFeature::showCommands() {
                 { "operation", "Operation" },
                 { "state", "State" },
                 { "nextRetry", "Retry in s", true } },
-              [=, this]( const auto & arguments ) {
-                 none( arguments );
-                 return requested();
-              } },
+              [this]( auto &, auto & sink ) { requested( sink ); } },
             { "hw mac",
               "MAC entries that the chip holds",
-              "",
-              { mac, vlan, intf, type, { "bucket", "Bucket", true }, { "index", "Index", true } },
-              [=, this]( const auto & arguments ) {
-                 none( arguments );
-                 return hardware();
-              } } };
+              {},
+              { mac, vlan, intf, type },
+              [this]( auto &, auto & sink ) { hardware( sink ); } } };
 }
 
 std::vector< EventKind >

@@ -1,6 +1,5 @@
 #pragma once
-// MAC entries: a stream of learn, age and flush events goes to the MAC programmer, whose chip is
-// the one in software.
+// MAC entries: a stream of learn, age and flush events goes to the chip's MAC programmer.
 //
 //    {"event": "mac", "op": "add", "mac": "00:1c:73:00:00:01", "vlan": 10, "intf": "Ethernet0"}
 //    {"event": "mac", "op": "remove", "mac": "00:1c:73:00:00:01", "vlan": 10}
@@ -10,33 +9,30 @@
 // tell. Not needed: `type` (learnedDynamic), `table` (macHwKeyBridge).
 
 #include "agent/AgentFeature.h"
-#include "agent/softchip/SoftMacProgrammer.h"
+#include "chip/MacPart.h"
 
 namespace QonAgent {
 
 class MacFeature : public AgentFeature {
  public:
-   explicit MacFeature( const SoftChip::HostTableShape & shape = {} ) : shape_( shape ) {}
-
-   const char * name() const override { return "mac"; }
-   void create( Agent & agent ) override;
-   void destroy() override;
+   explicit MacFeature( Agent & agent );
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
 
-   SoftChip::SoftMacProgrammer * programmer() const { return programmer_.ptr(); }
+   /** Null if the chip has none. */
+   Qon::QonMacProgrammer * programmer() const { return programmer_.ptr(); }
 
  private:
    std::function< void() > parse( const Json & line ) const;
-   void hand( const Qon::MacCmdPtr & cmd );
-   Json row( const Qon::IndirectAccessMacCmd & cmd, const char * state ) const;
-   Json requested() const;
-   Json hardware() const;
-   Json hardwareRow( const Qon::MacEntryKey & key, const SoftChip::HostEntry & entry ) const;
+   static void hand( Qon::QonMacProgrammer & programmer, const Qon::MacCmdPtr & cmd );
+   Row row( const Qon::IndirectAccessMacCmd & cmd, const char * state ) const;
+   Row row( const Qon::MacEntryKey & key, const QonChip::HeldHost & host ) const;
+   void requested( const RowSink & sink ) const;
+   void hardware( const RowSink & sink ) const;
 
-   Agent * agent_ = nullptr;
-   SoftChip::HostTableShape shape_;
-   Velto::Ptr< SoftChip::SoftMacProgrammer > programmer_;
+   Agent & agent_;
+   QonChip::MacPart * const part_; ///< null: the chip has none
+   const Velto::Ptr< Qon::QonMacProgrammer > programmer_;
 };
 
 } // namespace QonAgent

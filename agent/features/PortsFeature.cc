@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "agent/Agent.h"
-#include "agent/configdb/ConfigReader.h"
+#include "agent/ConfigReader.h"
 #include "agent/features/Arguments.h"
 #include "platform/types/Paths.h"
 
@@ -16,18 +16,15 @@ constexpr U64 megabit = 1'000'000;
 
 } // namespace
 
-void
-PortsFeature::create( Agent & agent ) {
-   agent_ = &agent;
-   auto & entities = agent.entities();
-   status_ = entities.mount< Interface::EthPhyIntfStatusDir >( Paths::ethPhyIntfStatus );
-   hwPorts_ = entities.mount< Hardware::FapIdPortDir >( Paths::hardwareFapIdPort );
-}
+PortsFeature::PortsFeature( Agent & agent )
+    : agent_( agent ), status_( agent.entities().mount< Interface::EthPhyIntfStatusDir >(
+                             Paths::ethPhyIntfStatus ) ),
+      hwPorts_( agent.entities().mount< Hardware::FapIdPortDir >( Paths::hardwareFapIdPort ) ) {}
 
-void
-PortsFeature::destroy() {
-   status_ = nullptr;
-   hwPorts_ = nullptr;
+Qon::FapIdPort
+PortsFeature::hwPort( Ulnet::IntfId intf ) const {
+   const auto port = agent_.chip().fapIdPort( intf );
+   return port ? *port : Qon::FapIdPort( 0, hwPorts_->fapIdPorts() + 1 );
 }
 
 void
@@ -45,40 +42,40 @@ PortsFeature::configure( ConfigReader & reader ) {
          port->speedIs( speed );
          port->linkUpIs( up );
          if ( !hwPorts_->fapIdPortHas( intf ) ) {
-            hwPorts_->fapIdPortIs( intf, Qon::FapIdPort( 0, hwPorts_->fapIdPorts() + 1 ) );
+            hwPorts_->fapIdPortIs( intf, hwPort( intf ) );
          }
-         agent_->acsd()->intfIs( intf, true );
+         agent_.acsd()->intfIs( intf, true );
       } );
    } );
 }
 
-Json
-PortsFeature::interfaces( const std::vector< String > & arguments ) const {
-   auto only = argumentIntf( *agent_, arguments );
-   Json rows = Json::array();
+void
+PortsFeature::interfaces( const Arguments & arguments, const RowSink & sink ) const {
    for ( auto & [intf, port] : inOrder( status_->intfStatusIteratorConst() ) ) {
-      if ( !only || intf == *only ) {
-         Ulnet::IntfId lag = agent_->acsd()->portToLag( intf );
-         rows.push_back( { { "interface", agent_->names().spelling( intf ) },
-                           { "link", port->linkUp() ? "up" : "down" },
-                           { "speed", port->speed() / megabit },
-                           { "portChannel", agent_->names().spelling( lag ) },
-                           { "intfId", intf.stringValue() } } );
+      if ( arguments.has( 0 ) && intf != arguments.intf( 0 ) ) {
+         continue;
       }
+      Ulnet::IntfId lag = agent_.acsd()->portToLag( intf );
+      sink( { { "interface", agent_.names().spelling( intf ) },
+              { "link", port->linkUp() ? "up" : "down" },
+              { "speed", port->speed() / megabit },
+              { "portChannel", agent_.names().spelling( lag ) },
+              { "intfId", intf.stringValue() } } );
    }
-   return checkedRows( std::move( rows ), arguments, "port" );
 }
 
 std::vector< ShowCommand >
 PortsFeature::showCommands() {
    return { { "interfaces",
               "ports: link, speed, aggregate",
-              "[PORT]",
+              { intfArgument(
+                    "PORT", "port",
+                    [this]( Ulnet::IntfId intf ) { return status_->intfStatusHas( intf ); } ) },
               { { "interface", "Interface" },
                 { "link", "Link" },
                 { "speed", "Mb/s", true },
                 { "portChannel", "Port-channel" } },
-              [this]( const auto & arguments ) { return interfaces( arguments ); } } };
+              [this]( auto & arguments, auto & sink ) { interfaces( arguments, sink ); } } };
 }
 
 std::vector< EventKind >
@@ -87,7 +84,7 @@ PortsFeature::eventKinds() {
               [this]( const Json & line ) -> std::function< void() > {
                  String name = fieldOf< String >( line, "port" );
                  bool up = fieldOf< bool >( line, "up" );
-                 Ulnet::IntfId intf = agent_->names().typed( name );
+                 Ulnet::IntfId intf = agent_.names().typed( name );
                  return [=, this] {
                     auto port = status_->intfStatus( intf );
                     if ( !port ) {

@@ -1,7 +1,8 @@
 #pragma once
 // Physical ports: table PORT becomes interface status entities and the shared set of interfaces.
 // It stands in for the interface agent of a switch: a port whose admin_status is up has link. The
-// ports of a file have the hardware ports 1, 2, ... of chip 0, in its order.
+// chip says which hardware port a port is; if it does not, the ports of a file have 1, 2, ... of
+// chip 0, in its order.
 
 #include "agent/AgentFeature.h"
 #include "platform/types/HardwareLag.h"
@@ -11,20 +12,20 @@ namespace QonAgent {
 
 class PortsFeature : public AgentFeature {
  public:
-   const char * name() const override { return "ports"; }
-   void create( Agent & agent ) override;
-   void destroy() override;
+   explicit PortsFeature( Agent & agent );
    std::vector< String > tables() const override { return { "PORT" }; }
+   ConfigStage configStage() const override { return ConfigStage::ports; }
    void configure( ConfigReader & reader ) override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
 
  private:
-   Json interfaces( const std::vector< String > & arguments ) const;
+   void interfaces( const Arguments & arguments, const RowSink & sink ) const;
+   Qon::FapIdPort hwPort( Ulnet::IntfId intf ) const;
 
-   Agent * agent_ = nullptr;
-   Velto::Ptr< Interface::EthPhyIntfStatusDir > status_;
-   Velto::Ptr< Hardware::FapIdPortDir > hwPorts_;
+   Agent & agent_;
+   const Velto::Ptr< Interface::EthPhyIntfStatusDir > status_;
+   const Velto::Ptr< Hardware::FapIdPortDir > hwPorts_;
 };
 
 } // namespace QonAgent

@@ -1,8 +1,9 @@
 #include "agent/features/TopologyFeature.h"
 
 #include "Qon/include/topology/VlanTopoHelper.h"
-#include "agent/configdb/ConfigReader.h"
+#include "agent/ConfigReader.h"
 #include "agent/features/Arguments.h"
+#include "agent/features/VlanHooks.h"
 #include "platform/types/Paths.h"
 
 namespace QonAgent {
@@ -14,7 +15,6 @@ namespace Topology = Bridging::Topology;
 namespace {
 
 constexpr char oneForAll[] = "Mst0";
-constexpr U32 maxTopologies = 4096;
 
 /** The chip's trapping of BPDUs is two bits that nothing else looks at. */
 class AgentStpSm : public Qon::StpSm {
@@ -30,37 +30,43 @@ intfOf( const Agent & agent, const Json & line ) {
 
 } // namespace
 
-void
-TopologyFeature::create( Agent & agent ) {
-   agent_ = &agent;
-   auto & entities = agent.entities();
-   vlans_ = entities.mount< Bridging::Vlan::Config >( Paths::vlanConfig );
-   config_ = entities.mount< Topology::Config >( Paths::topologyConfig );
-   status_ = entities.mount< Topology::Inst::Status >( Paths::topologyStatus );
-   tapAgg_ = entities.mount< TapAgg::HwConfig >( Paths::tapAggHwConfig );
+TopologyFeature::TopologyFeature( Agent & agent )
+    : agent_( agent ), part_( agent.chip().part< QonChip::TopologyPart >() ),
+      vlans_( agent.entities().mount< Bridging::Vlan::Config >( Paths::vlanConfig ) ),
+      config_( agent.entities().mount< Topology::Config >( Paths::topologyConfig ) ),
+      status_( agent.entities().mount< Topology::Inst::Status >( Paths::topologyStatus ) ),
+      tapAgg_( agent.entities().mount< TapAgg::HwConfig >( Paths::tapAggHwConfig ) ),
+      stpSm_( makeStpSm() ) {
    agent.acsd()->tapAggHwConfigIs( tapAgg_ );
-   vlanHelper_ = dynamic_cast< SoftChip::SoftVlanHelper * >( agent.acsd()->vlanHelper() );
-   Velto::Ptr< Qon::TopoHelper > helper;
-   if ( kind_ == SoftChip::ChipKind::topology ) {
-      topoTable_ = Velto::make< SoftChip::SoftTopoHelper >( maxTopologies, agent.faults() );
-      helper = topoTable_;
-   } else {
-      helper = Qon::VlanTopoHelperIs( vlanHelper_, &agent.scheduler() );
+   if ( stpSm_ ) {
+      stpSm_->initializedIs( true );
    }
-   stpSm_ = Qon::smIs< AgentStpSm >( agent.acsd(), config_, status_, helper );
-   stpSm_->initializedIs( true );
 }
 
-void
-TopologyFeature::destroy() {
-   stpSm_ = nullptr;
-   topoTable_ = nullptr;
-   vlanHelper_ = nullptr;
-   agent_->acsd()->tapAggHwConfigDel();
-   tapAgg_ = nullptr;
-   status_ = nullptr;
-   config_ = nullptr;
-   vlans_ = nullptr;
+TopologyFeature::~TopologyFeature() {
+   agent_.acsd()->tapAggHwConfigDel();
+}
+
+/** The chip's topology tables, or its VLANs if it keeps forwarding there. */
+Velto::Ptr< Qon::TopoHelper >
+TopologyFeature::makeHelper() {
+   Velto::Ptr< Qon::TopoHelper > helper = part_ ? part_->makeTopoHelper() : nullptr;
+   auto vlans = vlanHelperOf( agent_ );
+   if ( !helper && vlans ) {
+      helper = Qon::VlanTopoHelperIs( vlans, &agent_.scheduler() );
+   }
+   return helper;
+}
+
+Velto::Ptr< Qon::StpSm >
+TopologyFeature::makeStpSm() {
+   const auto helper = makeHelper();
+   if ( !helper ) {
+      return nullptr;
+   }
+   Velto::Ptr< Qon::StpSm > sm =
+         part_ ? part_->makeStpSm( agent_.acsd(), config_, status_, helper ) : nullptr;
+   return sm ? sm : Qon::smIs< AgentStpSm >( agent_.acsd(), config_, status_, helper );
 }
 
 // --- Configuration -------------------------------------------------------------------------------
@@ -127,13 +133,13 @@ TopologyFeature::topologyIs( const String & name, U32 id ) {
 
 TopologyFeature::Parsed
 TopologyFeature::parsePortState( const Json & line ) {
-   const IntfId port = intfOf( *agent_, line );
+   const IntfId port = intfOf( agent_, line );
    const auto state = Kiv::fromText< PortState >( fieldOf< String >( line, "state" ) );
    const String name = fieldOf< String >( line, "topology" );
    return [=, this] {
       if ( auto topo = config_->topoConfig( name ) ) {
          auto config = topo->topoPortConfigIs( port, state );
-         config->changeInfoIs( Topology::TopoPortChangeInfo( ++changes_, agent_->uptime() ) );
+         config->changeInfoIs( Topology::TopoPortChangeInfo( ++changes_, agent_.uptime() ) );
          config->stateIs( state );
       }
    };
@@ -141,7 +147,7 @@ TopologyFeature::parsePortState( const Json & line ) {
 
 TopologyFeature::Parsed
 TopologyFeature::parsePortDel( const Json & line ) {
-   return [=, this, port = intfOf( *agent_, line ), name = fieldOf< String >( line, "topology" )] {
+   return [=, this, port = intfOf( agent_, line ), name = fieldOf< String >( line, "topology" )] {
       if ( auto topo = config_->topoConfig( name ) ) {
          topo->topoPortConfigDel( port );
       }
@@ -150,7 +156,7 @@ TopologyFeature::parsePortDel( const Json & line ) {
 
 TopologyFeature::Parsed
 TopologyFeature::parseFlush( const Json & line ) {
-   return [=, this, port = intfOf( *agent_, line ), name = fieldOf< String >( line, "topology" )] {
+   return [=, this, port = intfOf( agent_, line ), name = fieldOf< String >( line, "topology" )] {
       auto topo = config_->topoConfig( name );
       if ( auto config = topo ? topo->topoPortConfig( port ) : nullptr ) {
          config->fdbFlushIs( config->fdbFlush() + 1 );
@@ -187,7 +193,7 @@ TopologyFeature::parseMode( const Json & line ) {
          tapAgg_->tapAggTopoNameIs( "TapAgg" );
          tapAgg_->tapAggTopoIdIs( 4095 );
       }
-      agent_->acsd()->operationalModeIs( mode );
+      agent_.acsd()->operationalModeIs( mode );
    };
 }
 
@@ -201,7 +207,7 @@ TopologyFeature::parseTapAgg( const Json & line ) {
    auto ports = [&]( const char * field ) {
       std::set< IntfId > all;
       for ( auto & text : fieldOf< std::vector< String > >( line, field ) ) {
-         all.insert( agent_->names().typed( text ) );
+         all.insert( agent_.names().typed( text ) );
       }
       return all;
    };
@@ -214,20 +220,6 @@ TopologyFeature::parseTapAgg( const Json & line ) {
       Qon::reconcile< IntfId >(
             tapAgg_->toolIntfIteratorConst(), tools, [&]( IntfId i ) { tapAgg_->toolIntfDel( i ); },
             [&]( IntfId i ) { tapAgg_->toolIntfIs( i ); } );
-   };
-}
-
-TopologyFeature::Parsed
-TopologyFeature::parseLatency( const Json & line ) {
-   const double seconds = fieldOf< double >( line, "seconds" );
-   if ( !( seconds >= 0 ) ) {
-      throw Velto::RangeError( "field 'seconds' cannot be negative" );
-   }
-   return [=, this] {
-      vlanHelper_->completions().latencyIs( seconds );
-      if ( topoTable_ ) {
-         topoTable_->completions().latencyIs( seconds );
-      }
    };
 }
 
@@ -248,76 +240,78 @@ TopologyFeature::eventKinds() {
             kind( "vlanTopology", R"("vlan": 10, "topology": "Mst1")", &F::parseVlan ),
             kind( "operationalMode", R"("mode": "tapAgg")", &F::parseMode ),
             kind( "tapAgg", R"("topology": "TapAgg", "id": 4095, "tap": ["Ethernet0"], "tool": [])",
-                  &F::parseTapAgg ),
-            kind( "chipLatency", R"("seconds": 0.2)", &F::parseLatency ) };
+                  &F::parseTapAgg ) };
 }
 
 // --- What there is -------------------------------------------------------------------------------
 
-Json
-TopologyFeature::topologies( const std::vector< String > & arguments ) const {
-   if ( arguments.size() > 1 ) {
-      throw Velto::RangeError( "one topology at most" );
+void
+TopologyFeature::topologies( const Arguments & arguments, const RowSink & sink ) const {
+   if ( !stpSm_ ) {
+      notServed( agent_, "topologies" );
    }
-   Json rows = Json::array();
    for ( auto && [name, topo] : config_->topoConfigIteratorConst() ) {
-      if ( !arguments.empty() && arguments[0] != name ) {
-         continue;
-      }
-      const auto topoSm = stpSm_->topoSm( name );
-      Json vlans = Json::array();
-      if ( auto mapped = stpSm_->topoToVlanMap( name ) ) {
-         for ( auto && [vlan, present] : mapped->vlanIteratorConst() ) {
-            vlans.push_back( vlan.stringValue() );
-         }
-      }
-      Json whole = { { "topology", name },
-                     { "id", topo->topoId() },
-                     { "active", topoSm ? "yes" : "no" },
-                     { "vlans", vlans } };
-      if ( topo->topoPortConfigs() == 0 ) {
-         rows.push_back( whole );
-      }
-      for ( auto && [intf, config] : topo->topoPortConfigIteratorConst() ) {
-         Json row = whole;
-         row["interface"] = agent_->names().spelling( intf );
-         row["wanted"] = Kiv::toText( config->state() );
-         if ( auto port = topoSm ? topoSm->topoPortSm( intf ) : nullptr ) {
-            row["acknowledged"] = Kiv::toText( port->status()->state() );
-            row["waiting"] = topoSm->pendingHas( intf ) ? "yes" : "no";
-            row["flushes"] = port->status()->fdbFlushReport();
-         }
-         rows.push_back( std::move( row ) );
+      if ( !arguments.has( 0 ) || arguments.text( 0 ) == name ) {
+         topologyRows( name, *topo, sink );
       }
    }
-   return checkedRows( std::move( rows ), arguments, "topology" );
 }
 
-Json
-TopologyFeature::hardware( const std::vector< String > & arguments ) const {
-   if ( !arguments.empty() ) {
-      throw Velto::RangeError( "no arguments, not '" + arguments[0] + "'" );
+/** A row a port; one without for a topology that has none. */
+void
+TopologyFeature::topologyRows( const String & name, const Topology::TopoConfig & topo,
+                               const RowSink & sink ) const {
+   const auto topoSm = stpSm_->topoSm( name );
+   Value::List vlans;
+   if ( auto mapped = stpSm_->topoToVlanMap( name ) ) {
+      for ( auto && [vlan, present] : mapped->vlanIteratorConst() ) {
+         vlans.push_back( vlan.stringValue() );
+      }
    }
-   Json rows = Json::array();
-   if ( !topoTable_ ) {
-      return rows;
+   const Row whole = { { "topology", name },
+                       { "id", topo.topoId() },
+                       { "active", yesNo( topoSm ) },
+                       { "vlans", vlans } };
+   if ( topo.topoPortConfigs() == 0 ) {
+      sink( whole );
    }
-   for ( const String & name : topoTable_->topologies() ) {
-      topoTable_->forEachPort( name, [&]( IntfId intf, PortState state ) {
-         rows.push_back( { { "topology", name },
-                           { "interface", agent_->names().spelling( intf ) },
-                           { "state", Kiv::toText( state ) } } );
-      } );
+   for ( auto && [intf, config] : topo.topoPortConfigIteratorConst() ) {
+      Row row = whole;
+      row.set( "interface", agent_.names().spelling( intf ) );
+      row.set( "wanted", Kiv::toText( config->state() ) );
+      if ( auto port = topoSm ? topoSm->topoPortSm( intf ) : nullptr ) {
+         row.set( "acknowledged", Kiv::toText( port->status()->state() ) );
+         row.set( "waiting", yesNo( topoSm->pendingHas( intf ) ) );
+         row.set( "flushes", port->status()->fdbFlushReport() );
+      }
+      sink( row );
    }
-   return rows;
+}
+
+void
+TopologyFeature::hardware( const RowSink & sink ) const {
+   const auto held = part_ ? part_->topologies() : std::nullopt;
+   if ( !held ) {
+      notServed( agent_, "the reading of topology tables" );
+   }
+   for ( auto & [name, topology] : *held ) {
+      for ( auto & [intf, state] : topology.ports ) {
+         sink( { { "topology", name },
+                 { "interface", agent_.names().spelling( intf ) },
+                 { "state", Kiv::toText( state ) } } );
+      }
+   }
 }
 
 std::vector< ShowCommand >
 TopologyFeature::showCommands() {
    const Column topology = { "topology", "Topology" }, intf = { "interface", "Interface" };
+   const Argument only = {
+         Argument::Kind::text, "TOPOLOGY", "topology", false,
+         [this]( const ArgumentValue & value ) { return config_->topoConfigHas( value.text ); } };
    return { { "topology",
               "spanning-tree topologies: the states that are wanted and acknowledged",
-              "[TOPOLOGY]",
+              { only },
               { topology,
                 { "id", "Id", true },
                 { "active", "Active" },
@@ -326,12 +320,12 @@ TopologyFeature::showCommands() {
                 { "acknowledged", "Acknowledged" },
                 { "waiting", "Waiting" },
                 { "vlans", "VLANs" } },
-              [this]( const auto & arguments ) { return topologies( arguments ); } },
+              [this]( auto & arguments, auto & sink ) { topologies( arguments, sink ); } },
             { "hw topology",
-              "the topology tables of the chip; empty for a chip without",
-              "",
+              "the topology tables of the chip",
+              {},
               { topology, intf, { "state", "State" } },
-              [this]( const auto & arguments ) { return hardware( arguments ); } } };
+              [this]( auto &, auto & sink ) { hardware( sink ); } } };
 }
 
 } // namespace QonAgent

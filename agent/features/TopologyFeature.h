@@ -10,7 +10,6 @@
 //    {"event": "vlanTopology", "vlan": 10, "topology": "Mst1"}     empty: the VLAN is in none
 //    {"event": "operationalMode", "mode": "tapAgg"}
 //    {"event": "tapAgg", "topology": "TapAgg", "id": 4095, "tap": ["Ethernet0"], "tool": []}
-//    {"event": "chipLatency", "seconds": 0.2}                      of port states and VLANs
 //
 // Ports without spanning tree forward; others begin discarding, edge ports (portfast) forwarding.
 
@@ -19,28 +18,23 @@
 
 #include "Qon/include/topology/QonStpSm.h"
 #include "agent/AgentFeature.h"
-#include "agent/softchip/ChipKind.h"
-#include "agent/softchip/TopoTable.h"
-#include "agent/softchip/VlanTable.h"
+#include "chip/TopologyPart.h"
 #include "platform/types/Vlan.h"
 
 namespace QonAgent {
 
 class TopologyFeature : public AgentFeature {
  public:
-   explicit TopologyFeature( SoftChip::ChipKind kind ) : kind_( kind ) {}
+   explicit TopologyFeature( Agent & agent );
+   ~TopologyFeature() override;
 
-   const char * name() const override { return "topology"; }
-   void create( Agent & agent ) override;
-   void destroy() override;
    std::vector< String > tables() const override { return { "STP", "STP_VLAN", "STP_PORT" }; }
    void configure( ConfigReader & reader ) override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
 
+   /** Null if the chip has neither topology tables nor VLANs. */
    Qon::StpSm * stpSm() const { return stpSm_.ptr(); }
-   /** The topology tables; null for a chip without. */
-   SoftChip::SoftTopoHelper * topoTable() const { return topoTable_.ptr(); }
 
  private:
    using PortState = Bridging::Topology::PortState;
@@ -64,20 +58,22 @@ class TopologyFeature : public AgentFeature {
    Parsed parseVlan( const Json & line );
    Parsed parseMode( const Json & line );
    Parsed parseTapAgg( const Json & line );
-   Parsed parseLatency( const Json & line );
-   Json topologies( const std::vector< String > & arguments ) const;
-   Json hardware( const std::vector< String > & arguments ) const;
+   void topologies( const Arguments & arguments, const RowSink & sink ) const;
+   void topologyRows( const String & name, const Bridging::Topology::TopoConfig & topo,
+                      const RowSink & sink ) const;
+   void hardware( const RowSink & sink ) const;
 
-   Agent * agent_ = nullptr;
-   const SoftChip::ChipKind kind_;
+   Velto::Ptr< Qon::TopoHelper > makeHelper();
+   Velto::Ptr< Qon::StpSm > makeStpSm();
+
+   Agent & agent_;
+   QonChip::TopologyPart * const part_; ///< null: the chip has none
    U64 changes_ = 0;
-   Velto::Ptr< Bridging::Vlan::Config > vlans_;
-   Velto::Ptr< Bridging::Topology::Config > config_;
-   Velto::Ptr< Bridging::Topology::Inst::Status > status_;
-   Velto::Ptr< TapAgg::HwConfig > tapAgg_;
-   Velto::Ptr< SoftChip::SoftVlanHelper > vlanHelper_;
-   Velto::Ptr< SoftChip::SoftTopoHelper > topoTable_;
-   Velto::Ptr< Qon::StpSm > stpSm_;
+   const Velto::Ptr< Bridging::Vlan::Config > vlans_;
+   const Velto::Ptr< Bridging::Topology::Config > config_;
+   const Velto::Ptr< Bridging::Topology::Inst::Status > status_;
+   const Velto::Ptr< TapAgg::HwConfig > tapAgg_;
+   const Velto::Ptr< Qon::StpSm > stpSm_;
 };
 
 } // namespace QonAgent

@@ -8,13 +8,12 @@ namespace QonAgent {
 
 class VerifyFeature : public AgentFeature {
  public:
-   const char * name() const override { return "verify"; }
-   void create( Agent & agent ) override;
-   void destroy() override;
+   explicit VerifyFeature( Agent & agent );
+   ~VerifyFeature() override;
 
  private:
-   Agent * agent_ = nullptr;
-   Velto::Ptr< Qon::VerifyAgentSm > sm_;
+   Agent & agent_;
+   const Velto::Ptr< Qon::VerifyAgentSm > sm_;
 };
 
 } // namespace QonAgent

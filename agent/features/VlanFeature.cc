@@ -1,7 +1,8 @@
 #include "agent/features/VlanFeature.h"
 
-#include "agent/configdb/ConfigReader.h"
+#include "agent/ConfigReader.h"
 #include "agent/features/Arguments.h"
+#include "agent/features/VlanHooks.h"
 #include "platform/types/Paths.h"
 
 namespace QonAgent {
@@ -9,43 +10,15 @@ namespace QonAgent {
 using Bridging::VlanId;
 using Ulnet::IntfId;
 
-namespace {
-
-const char *
-yesNo( bool v ) {
-   return v ? "yes" : "no";
-}
-
-/** The one VLAN that the arguments name. */
-std::optional< VlanId >
-argumentVlan( const std::vector< String > & arguments ) {
-   if ( arguments.size() > 1 ) {
-      throw Velto::RangeError( "one VLAN at most" );
+VlanFeature::VlanFeature( Agent & agent )
+    : agent_( agent ), part_( agent.chip().part< QonChip::VlanPart >() ),
+      config_( agent.entities().mount< Bridging::Vlan::Config >( Paths::vlanConfig ) ),
+      topologies_( agent.entities().mount< Bridging::Topology::Config >( Paths::topologyConfig ) ),
+      helper_( vlanHelperOf( agent ) ) {
+   if ( helper_ ) {
+      membersSm_ = Qon::smIs< VlanMembersSm >( agent.acsd(), config_, helper_ );
+      membersSm_->initializedIs( true );
    }
-   return arguments.empty() ? std::nullopt : std::optional( VlanId( arguments[0] ) );
-}
-
-} // namespace
-
-void
-VlanFeature::create( Agent & agent ) {
-   agent_ = &agent;
-   config_ = agent.entities().mount< Bridging::Vlan::Config >( Paths::vlanConfig );
-   topologies_ = agent.entities().mount< Bridging::Topology::Config >( Paths::topologyConfig );
-   helper_ = Velto::make< SoftChip::SoftVlanHelper >( "vlanHelper", agent.acsd(), agent.faults() );
-   helper_->verifyDataIs( agent.acsd()->verifyData() );
-   agent.acsd()->vlanHelperIs( helper_ );
-   membersSm_ = Qon::smIs< VlanMembersSm >( agent.acsd(), config_, helper_ );
-   membersSm_->initializedIs( true );
-}
-
-void
-VlanFeature::destroy() {
-   membersSm_ = nullptr;
-   agent_->acsd()->vlanHelperDel();
-   helper_ = nullptr;
-   topologies_ = nullptr;
-   config_ = nullptr;
 }
 
 VlanId
@@ -84,7 +57,7 @@ VlanFeature::configure( ConfigReader & reader ) {
 std::function< void() >
 VlanFeature::parseMember( const Json & line ) {
    const VlanId vlan( fieldOf< U32 >( line, "vlan" ) );
-   const IntfId port = agent_->names().typed( fieldOf< String >( line, "intf" ) );
+   const IntfId port = agent_.names().typed( fieldOf< String >( line, "intf" ) );
    const String mode = fieldOf< String >( line, "mode" );
    if ( mode != "tagged" && mode != "untagged" && mode != "none" ) {
       throw Velto::RangeError( "mode is tagged, untagged or none, not '" + mode + "'" );
@@ -95,70 +68,76 @@ VlanFeature::parseMember( const Json & line ) {
    };
 }
 
-Json
+Row
 VlanFeature::row( VlanId vlan, IntfId port, Qon::VlanMembership how ) const {
-   return { { "vlan", vlan.value() },
-            { "interface", agent_->names().spelling( port ) },
+   return { { "vlan", U32( vlan.value() ) },
+            { "interface", agent_.names().spelling( port ) },
             { "tagging", how.tagged ? "tagged" : "untagged" },
-            { "ingress", how.ingress },
-            { "egress", how.egress } };
+            { "ingress", yesNo( how.ingress ) },
+            { "egress", yesNo( how.egress ) } };
 }
 
-Json
-VlanFeature::vlans( const std::vector< String > & arguments ) const {
-   const auto only = argumentVlan( arguments );
-   Json rows = Json::array();
+/** A row a member; one without for a VLAN that has none. */
+void
+VlanFeature::vlanRows( VlanId vlan, const QonChip::HeldVlan & held, const RowSink & sink ) const {
+   const auto state = helper_->updateState( vlan );
+   bool any = false;
+   helper_->forEachMember( vlan, [&]( IntfId port, Qon::VlanMembership how ) {
+      Row r = row( vlan, port, how );
+      r.set( "topology", topologies_->vidToTopoMap( vlan ) );
+      r.set( "forwarding", yesNo( helper_->forwards( port, vlan ) ) );
+      r.set( "hardware", yesNo( held.contains( port ) ) );
+      if ( state.requested != state.completed ) {
+         r.set( "generation", state.requested );
+         r.set( "since", Kiv::now() - state.since );
+         r.set( "state", state.failed ? "failed" : state.inProgress ? "in progress" : "waiting" );
+      }
+      sink( r );
+      any = true;
+   } );
+   if ( !any ) {
+      sink( { { "vlan", U32( vlan.value() ) },
+              { "topology", topologies_->vidToTopoMap( vlan ) } } );
+   }
+}
+
+void
+VlanFeature::vlans( const Arguments & arguments, const RowSink & sink ) const {
+   if ( !helper_ ) {
+      notServed( agent_, "VLANs" );
+   }
+   auto held = part_->vlans().value_or( QonChip::HeldVlans() );
    for ( auto && [vlan, config] : config_->vlanConfigIteratorConst() ) {
-      if ( only && vlan != *only ) {
-         continue;
-      }
-      const auto state = helper_->updateState( vlan );
-      const auto before = rows.size();
-      helper_->forEachMember( vlan, [&]( IntfId port, Qon::VlanMembership how ) {
-         Json r = row( vlan, port, how );
-         r["topology"] = topologies_->vidToTopoMap( vlan );
-         r["forwarding"] = yesNo( helper_->forwards( port, vlan ) );
-         r["hardware"] = yesNo( helper_->has( vlan, port ) );
-         if ( state.requested != state.completed ) {
-            r["generation"] = state.requested;
-            r["since"] = Kiv::now() - state.since;
-            r["state"] = state.failed ? "failed" : state.inProgress ? "in progress" : "waiting";
-         }
-         rows.push_back( std::move( r ) );
-      } );
-      if ( rows.size() == before ) {
-         rows.push_back(
-               { { "vlan", vlan.value() }, { "topology", topologies_->vidToTopoMap( vlan ) } } );
+      if ( !arguments.has( 0 ) || vlan.value() == arguments.vlan( 0 ).value() ) {
+         vlanRows( vlan, held[vlan], sink );
       }
    }
-   return checkedRows( std::move( rows ), arguments, "VLAN" );
 }
 
-Json
-VlanFeature::hardware( const std::vector< String > & arguments ) const {
-   const auto only = argumentVlan( arguments );
-   Json rows = Json::array();
-   for ( VlanId vlan : helper_->vlans() ) {
-      if ( only && vlan != *only ) {
-         continue;
-      }
-      for ( auto & port : helper_->ports( vlan ) ) {
-         rows.push_back( row( vlan, port.intf, port.how ) );
-      }
-      if ( helper_->ports( vlan ).empty() ) {
-         rows.push_back( { { "vlan", vlan.value() } } );
+void
+VlanFeature::hardware( const Arguments & arguments, const RowSink & sink ) const {
+   const auto held = part_ ? part_->vlans() : std::nullopt;
+   if ( !held ) {
+      notServed( agent_, "the reading of VLANs" );
+   }
+   for ( auto & [vlan, ports] : *held ) {
+      if ( !arguments.has( 0 ) || vlan == arguments.vlan( 0 ).value() ) {
+         for ( auto & [port, how] : ports ) {
+            sink( row( VlanId( vlan ), port, how ) );
+         }
       }
    }
-   return checkedRows( std::move( rows ), arguments, "VLAN" );
 }
 
 std::vector< ShowCommand >
 VlanFeature::showCommands() {
    const Column vlan = { "vlan", "VLAN", true }, intf = { "interface", "Interface" },
                 tagging = { "tagging", "Tagging" };
+   const Argument only =
+         vlanArgument( [this]( VlanId number ) { return config_->vlanConfigHas( number ); } );
    return { { "vlan",
               "members of VLANs as requested, and what the hardware has of it",
-              "[VLAN]",
+              { only },
               { vlan,
                 { "topology", "Topology" },
                 intf,
@@ -168,12 +147,12 @@ VlanFeature::showCommands() {
                 { "state", "State" },
                 { "generation", "Generation", true },
                 { "since", "Since s", true } },
-              [this]( const auto & arguments ) { return vlans( arguments ); } },
+              [this]( auto & arguments, auto & sink ) { vlans( arguments, sink ); } },
             { "hw vlan",
-              "the VLAN table of the chip",
-              "[VLAN]",
+              "the VLANs that have members in the chip",
+              { only },
               { vlan, intf, tagging },
-              [this]( const auto & arguments ) { return hardware( arguments ); } } };
+              [this]( auto & arguments, auto & sink ) { hardware( arguments, sink ); } } };
 }
 
 std::vector< EventKind >

@@ -7,7 +7,7 @@
 
 #include "agent/AgentFeature.h"
 #include "agent/features/VlanMembersSm.h"
-#include "agent/softchip/VlanTable.h"
+#include "chip/VlanPart.h"
 #include "platform/types/Topology.h"
 
 namespace QonAgent {
@@ -16,27 +16,30 @@ class ConfigRow;
 
 class VlanFeature : public AgentFeature {
  public:
-   const char * name() const override { return "vlan"; }
-   void create( Agent & agent ) override;
-   void destroy() override;
+   explicit VlanFeature( Agent & agent );
    std::vector< String > tables() const override { return { "VLAN", "VLAN_MEMBER" }; }
+   ConfigStage configStage() const override { return ConfigStage::vlans; }
    void configure( ConfigReader & reader ) override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
 
-   SoftChip::SoftVlanHelper * helper() const { return helper_.ptr(); }
+   /** Null if the chip has none. */
+   Qon::VlanHelper * helper() const { return helper_.ptr(); }
 
  private:
    Bridging::VlanId vlanOf( ConfigReader & reader, const String & name ) const;
    std::function< void() > parseMember( const Json & line );
-   Json vlans( const std::vector< String > & arguments ) const;
-   Json hardware( const std::vector< String > & arguments ) const;
-   Json row( Bridging::VlanId vlan, Ulnet::IntfId port, Qon::VlanMembership how ) const;
+   void vlans( const Arguments & arguments, const RowSink & sink ) const;
+   void vlanRows( Bridging::VlanId vlan, const QonChip::HeldVlan & held,
+                  const RowSink & sink ) const;
+   void hardware( const Arguments & arguments, const RowSink & sink ) const;
+   Row row( Bridging::VlanId vlan, Ulnet::IntfId port, Qon::VlanMembership how ) const;
 
-   Agent * agent_ = nullptr;
-   Velto::Ptr< Bridging::Vlan::Config > config_;
-   Velto::Ptr< const Bridging::Topology::Config > topologies_;
-   Velto::Ptr< SoftChip::SoftVlanHelper > helper_;
+   Agent & agent_;
+   QonChip::VlanPart * const part_; ///< null: the chip has none
+   const Velto::Ptr< Bridging::Vlan::Config > config_;
+   const Velto::Ptr< const Bridging::Topology::Config > topologies_;
+   const Velto::Ptr< Qon::VlanHelper > helper_;
    Velto::Ptr< VlanMembersSm > membersSm_;
 };
 

@@ -4,8 +4,8 @@
 #include <cstdio>
 
 #include "agent/Changes.h"
-#include "agent/StateFile.h"
-#include "agent/features/Arguments.h"
+#include "agent/base/Fields.h"
+#include "agent/base/StateFile.h"
 #include "agent/server/PathWatch.h"
 
 namespace QonAgent {
@@ -38,20 +38,25 @@ path( const Json & request ) {
    return fieldOf< String >( request, "path" );
 }
 
-std::vector< String >
-wordsOf( const String & name ) {
-   std::vector< String > words( 1 );
-   for ( char c : name ) {
-      if ( c == ' ' ) {
-         words.emplace_back();
-      } else {
-         words.back() += c;
-      }
+/** A value as JSON. */
+struct ToJson {
+   Json operator()( std::monostate ) const { return Json(); }
+   template< class Held >
+   Json operator()( const Held & held ) const {
+      return held;
    }
-   return words;
-}
+};
 
 } // namespace
+
+Json
+jsonOf( const Row & row ) {
+   Json json = Json::object();
+   for ( auto & [field, value] : row.fields() ) {
+      json[field] = std::visit( ToJson(), value.held() );
+   }
+   return json;
+}
 
 Console::Console( Agent & agent ) : agent_( agent ), shows_( agent.showCommands() ) {
    for ( auto & command : ownShows() ) {
@@ -121,7 +126,7 @@ Console::help( const Json & ) {
    Json all = Json::array();
    for ( auto & command : shows_ ) {
       all.push_back( { { "show", command.name },
-                       { "arguments", command.arguments },
+                       { "arguments", argumentHelp( command ) },
                        { "help", command.help } } );
    }
    Json reply = ok();
@@ -133,33 +138,22 @@ Console::help( const Json & ) {
 Json
 Console::show( const Json & request ) {
    auto words = fieldOf< std::vector< String > >( request, "words" );
-   const ShowCommand * best = nullptr;
-   std::size_t length = 0;
-   for ( auto & command : shows_ ) {
-      auto name = wordsOf( command.name );
-      if ( name.size() > length && name.size() <= words.size() &&
-           std::equal( name.begin(), name.end(), words.begin() ) ) {
-         best = &command;
-         length = name.size();
-      }
-   }
-   if ( !best ) {
+   const ShowCommand * command = findShow( shows_, words );
+   if ( !command ) {
       throw RangeError( words.empty() ? "show what?"
                                       : "there is nothing to show as '" + words[0] + "'" );
    }
-   std::vector< String > arguments( words.begin() + long( length ), words.end() );
-   if ( best->arguments.empty() && !arguments.empty() ) {
-      throw RangeError( "'show " + best->name + "' takes no argument" );
-   }
    Json columns = Json::array();
-   for ( auto & column : best->columns ) {
+   for ( auto & column : command->columns ) {
       columns.push_back( { { "field", column.field },
                            { "heading", column.heading },
                            { "numeric", column.numeric } } );
    }
+   Json rows = Json::array();
+   runShow( agent_, *command, words, [&]( const Row & row ) { rows.push_back( jsonOf( row ) ); } );
    Json reply = ok();
-   reply["columns"] = columns;
-   reply["rows"] = best->rows( arguments );
+   reply["columns"] = std::move( columns );
+   reply["rows"] = std::move( rows );
    return reply;
 }
 
@@ -221,84 +215,74 @@ Console::run( const Json & request ) {
    return reply;
 }
 
-Json
-Console::logRows() const {
-   Json rows = Json::array();
+void
+Console::logRows( const RowSink & sink ) const {
    for ( auto & record : agent_.log().records() ) {
       char time[32];
       std::snprintf( time, sizeof( time ), "%.3f", record.time - agent_.began() );
-      rows.push_back( { { "time", time },
-                        { "severity", record.severity },
-                        { "message", record.name },
-                        { "text", record.text } } );
+      sink( { { "time", time },
+              { "severity", record.severity },
+              { "message", record.name },
+              { "text", record.text } } );
    }
-   return rows;
 }
 
-Json
-Console::messageRows() const {
-   Json rows = Json::array();
+void
+Console::messageRows( const RowSink & sink ) const {
    for ( auto handle : Kiv::logHandles() ) {
       auto & descriptor = handle->descriptor();
-      rows.push_back( { { "message", descriptor.name },
-                        { "severity", descriptor.severity },
-                        { "module", handle->module() },
-                        { "format", descriptor.format } } );
+      sink( { { "message", descriptor.name },
+              { "severity", U32( descriptor.severity ) },
+              { "module", handle->module() },
+              { "format", descriptor.format } } );
    }
-   return rows;
 }
 
-Json
-Console::entityRows( const std::vector< String > & arguments ) const {
-   if ( arguments.size() != 1 ) {
-      throw RangeError( "expected one path" );
-   }
-   Json rows = Json::array();
+void
+Console::entityRows( const String & path, const RowSink & sink ) const {
    struct Context {
-      Json & rows;
+      const RowSink & sink;
       std::size_t prefix;
-   } context = { rows, arguments[0].size() + 1 };
-   agent_.entities().dump(
-         arguments[0], &context, []( void * c, const Kiv::GenericIf::Line & line ) {
-            auto & [rows, prefix] = *static_cast< Context * >( c );
-            String below = line.path.size() > prefix ? line.path.substr( prefix ) : line.path;
-            rows.push_back(
-                  { { "path", below }, { "value", line.isEntity ? Json() : Json( line.value ) } } );
-         } );
-   return rows;
+   } context = { sink, path.size() + 1 };
+   agent_.entities().dump( path, &context, []( void * c, const Kiv::GenericIf::Line & line ) {
+      auto & [sink, prefix] = *static_cast< Context * >( c );
+      String below = line.path.size() > prefix ? line.path.substr( prefix ) : line.path;
+      sink( { { "path", below }, { "value", line.isEntity ? Value() : Value( line.value ) } } );
+   } );
+}
+
+void
+Console::mountRows( const RowSink & sink ) const {
+   for ( auto & mount : agent_.entities().mounts() ) {
+      auto type = mount.entity->typeData();
+      sink( { { "path", mount.path }, { "type", type ? type->name : "" } } );
+   }
 }
 
 std::vector< ShowCommand >
 Console::ownShows() {
-   using Arguments = std::vector< String >;
+   const Argument path = { Argument::Kind::text, "PATH", "path", true, nullptr };
    return {
          { "log",
            "the last messages",
-           "",
+           {},
            { { "time", "Seconds", true }, { "message", "Message" }, { "text", "Text" } },
-           [this]( const Arguments & ) { return logRows(); } },
+           [this]( auto &, auto & sink ) { logRows( sink ); } },
          { "messages",
            "what 'raise' can raise",
-           "",
+           {},
            { { "message", "Message" }, { "format", "Format" } },
-           [this]( const Arguments & ) { return messageRows(); } },
+           [this]( auto &, auto & sink ) { messageRows( sink ); } },
          { "entity",
            "all that is below a path",
-           "PATH",
+           { path },
            { { "path", "Path" }, { "value", "Value" } },
-           [this]( const Arguments & arguments ) { return entityRows( arguments ); } },
+           [this]( auto & arguments, auto & sink ) { entityRows( arguments.text( 0 ), sink ); } },
          { "mounts",
            "where paths begin",
-           "",
+           {},
            { { "path", "Path" }, { "type", "Type" } },
-           [this]( const Arguments & ) {
-              Json rows = Json::array();
-              for ( auto & mount : agent_.entities().mounts() ) {
-                 auto type = mount.entity->typeData();
-                 rows.push_back( { { "path", mount.path }, { "type", type ? type->name : "" } } );
-              }
-              return rows;
-           } },
+           [this]( auto &, auto & sink ) { mountRows( sink ); } },
    };
 }
 

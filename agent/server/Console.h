@@ -17,7 +17,7 @@
 #include <functional>
 
 #include "agent/Agent.h"
-#include "agent/Json.h"
+#include "agent/base/Json.h"
 #include "agent/server/Connection.h"
 
 namespace QonAgent {
@@ -57,9 +57,10 @@ class Console {
    Json raise( const Json & request );
    Json run( const Json & request );
 
-   Json logRows() const;
-   Json messageRows() const;
-   Json entityRows( const std::vector< String > & arguments ) const;
+   void logRows( const RowSink & sink ) const;
+   void messageRows( const RowSink & sink ) const;
+   void entityRows( const String & path, const RowSink & sink ) const;
+   void mountRows( const RowSink & sink ) const;
    std::vector< ShowCommand > ownShows();
 
    void watch( Connection & connection, const Json & request );
@@ -71,5 +72,8 @@ class Console {
    Change change_;
    std::vector< ShowCommand > shows_;
 };
+
+/** A row as an object: numbers as numbers, lists as arrays. */
+Json jsonOf( const Row & row );
 
 } // namespace QonAgent

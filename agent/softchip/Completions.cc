@@ -2,21 +2,6 @@
 
 namespace SoftChip {
 
-class Completions::Reactor : public Velto::Node {
- public:
-   explicit Reactor( Completions * owner ) : owner_( owner ) {
-      hasNotificationActiveIs( true );
-      clock.attach( this, Velto::make< Kiv::Clock >() );
-   }
-   void handleClock() { owner_->finishDue(); }
-   Completions * const owner_;
-   Kiv::ClockReactor< Reactor, &Reactor::handleClock > clock;
-};
-
-Completions::Completions() : reactor_( Velto::make< Reactor >( this ) ) {}
-
-Completions::~Completions() = default;
-
 void
 Completions::add( std::function< void() > complete ) {
    if ( latency_ == 0 && waiting_.empty() ) {
@@ -25,7 +10,7 @@ Completions::add( std::function< void() > complete ) {
    }
    const Kiv::Seconds due = latency_ == Kiv::never ? Kiv::never : Kiv::now() + latency_;
    waiting_.push_back( { due, std::move( complete ) } );
-   reactor_->clock->timeMin( due );
+   due_.at( due );
 }
 
 void
@@ -54,7 +39,7 @@ Completions::finishDue() {
       w.complete();
    }
    for ( auto & w : waiting_ ) {
-      reactor_->clock->timeMin( w.due );
+      due_.at( w.due );
    }
 }
 

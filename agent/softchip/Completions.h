@@ -5,17 +5,16 @@
 #include <functional>
 #include <vector>
 
-#include "platform/Kiv/Clock.h"
+#include "platform/Kiv/Alarm.h"
 
 namespace SoftChip {
 
 /** A member of the object that owns it, which the functions may change at will. */
 class Completions {
  public:
-   Completions();
+   Completions() = default;
    Completions( const Completions & ) = delete;
    Completions & operator=( const Completions & ) = delete;
-   ~Completions();
 
    /** How long everything takes that is accepted from now on, in seconds. 0: it is done before
        add() returns. Kiv::never: until finish() is called. */
@@ -28,7 +27,6 @@ class Completions {
    void finishAll();
 
  private:
-   class Reactor;
    struct Waiting {
       Kiv::Seconds due;
       std::function< void() > complete;
@@ -37,7 +35,7 @@ class Completions {
 
    Kiv::Seconds latency_ = 0;
    std::vector< Waiting > waiting_;
-   Velto::Ptr< Reactor > reactor_;
+   Kiv::Alarm due_{ [this] { finishDue(); } };
 };
 
 } // namespace SoftChip

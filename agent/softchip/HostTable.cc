@@ -70,9 +70,8 @@ statusOf( Trouble trouble ) {
 
 } // namespace
 
-HostTable::HostTable( Kiv::TimerWheel * wheel, const HostTableShape & shape, FaultPlan & plan,
-                      Done done )
-    : shape_( shape ), plan_( plan ), done_( std::move( done ) ), taken_( shape.buckets ) {
+HostTable::HostTable( Kiv::TimerWheel * wheel, const HostTableShape & shape, FaultPlan & plan )
+    : shape_( shape ), plan_( plan ), taken_( shape.buckets ) {
    VELTO_ASSERT( shape.buckets > 0 && shape.width > 0 && shape.width <= 32 );
    hasNotificationActiveIs( true );
    clock_.attach( this, Velto::make< Kiv::Clock >( wheel ) );
@@ -82,11 +81,11 @@ void
 HostTable::start( const HostCommand & command ) {
    Kiv::Seconds now = Kiv::now();
    if ( queue_.size() >= shape_.depth ) {
-      refused_.push_back( command.id );
+      refused_.push_back( { command.id, hook.ticket() } );
       return;
    }
    Kiv::Seconds after = queue_.empty() ? now : std::max( now, queue_.back().due );
-   queue_.push_back( { command, after + shape_.latency } );
+   queue_.push_back( { command, after + shape_.latency, hook.ticket() } );
    clock_->timeMin( queue_.front().due );
 }
 
@@ -94,12 +93,15 @@ void
 HostTable::handleTimeout() {
    Kiv::Seconds now = Kiv::now();
    while ( !queue_.empty() && queue_.front().due <= now ) {
-      HostCommand command = queue_.front().command;
+      const Queued queued = queue_.front();
       queue_.pop_front();
-      work( command );
+      work( queued );
    }
-   for ( U64 id : std::exchange( refused_, {} ) ) {
-      done_( id, 0, macProgramBusy );
+   for ( auto & refused : std::exchange( refused_, {} ) ) {
+      answer( refused.ticket, refused.id, 0, macProgramBusy );
+   }
+   if ( auto hearer = hook.now() ) {
+      hearer->queueMoved();
    }
    if ( !queue_.empty() ) {
       clock_->timeMin( queue_.front().due );
@@ -107,14 +109,21 @@ HostTable::handleTimeout() {
 }
 
 void
-HostTable::work( const HostCommand & command ) {
+HostTable::work( const Queued & queued ) {
    U32 index = 0;
    auto trouble = plan_.next( "writeToHw" );
    if ( trouble == Trouble::lose ) {
       return;
    }
-   Status status = trouble ? statusOf( *trouble ) : execute( command, index );
-   done_( command.id, index, status );
+   Status status = trouble ? statusOf( *trouble ) : execute( queued.command, index );
+   answer( queued.ticket, queued.command.id, index, status );
+}
+
+void
+HostTable::answer( Ticket ticket, U64 id, U32 index, Status status ) {
+   if ( auto hearer = hook.of( ticket ) ) {
+      hearer->done( id, index, status );
+   }
 }
 
 HostTable::Status

@@ -2,7 +2,7 @@
 // The host (MAC) table of the chip in software, behind an indirect-access command interface.
 //
 //    start( command ) -> queue, `depth` commands -> one every `latency` seconds -> the table
-//                                                       `-> done( transaction id, index, status )
+//                                   Hook::done( transaction id, index, status ) <-'
 //
 // Invariants
 // 1. The table consists of buckets of `width` places; a key's hash says which bucket. An entry that
@@ -14,13 +14,16 @@
 // 4. A write of a key that is there replaces the entry in its place. A flush takes entries that
 //    were learned or configured as dynamic; one by type takes exactly that type.
 //
+// 5. A command is answered to the hook object that handed it over, or to nobody; it is done in any
+//    case.
+//
 // Reads the fault plan: hook "writeToHw" for each command that is done, table "hostTable".
 
 #include <deque>
-#include <functional>
 
 #include "Qon/include/mac/QonMacTypes.h"
 #include "agent/softchip/FaultPlan.h"
+#include "agent/softchip/Hearer.h"
 #include "platform/Kiv/Clock.h"
 #include "platform/types/Ulnet.h"
 
@@ -52,12 +55,22 @@ struct HostEntry {
 class HostTable : public Velto::Node {
  public:
    using Status = Qon::MacProgramStatus;
-   using Done = std::function< void( U64 id, U32 index, Status status ) >;
+   /** Hears of its own commands; either function may end the hook object. */
+   class Hook {
+    public:
+      virtual void done( U64 id, U32 index, Status status ) = 0;
+      /** The queue has become shorter, whosever commands were done. */
+      virtual void queueMoved() {}
+
+    protected:
+      ~Hook() = default;
+   };
    using Entries = Kiv::DenseMap< Qon::MacEntryKey, HostEntry >;
 
    /** `plan` outlives the table. */
-   HostTable( Kiv::TimerWheel * wheel, const HostTableShape & shape, FaultPlan & plan, Done done );
+   HostTable( Kiv::TimerWheel * wheel, const HostTableShape & shape, FaultPlan & plan );
 
+   Hearer< Hook > hook;
    void start( const HostCommand & command );
 
    const HostTableShape & shape() const { return shape_; }
@@ -69,13 +82,20 @@ class HostTable : public Velto::Node {
    U32 queued() const { return U32( queue_.size() ); }
 
  private:
+   using Ticket = Hearer< Hook >::Ticket;
    struct Queued {
       HostCommand command;
       Kiv::Seconds due;
+      Ticket ticket;
+   };
+   struct Refused {
+      U64 id;
+      Ticket ticket;
    };
 
    void handleTimeout();
-   void work( const HostCommand & command );
+   void work( const Queued & queued );
+   void answer( Ticket ticket, U64 id, U32 index, Status status );
    Status execute( const HostCommand & command, U32 & index );
    Status add( const HostCommand & command, U32 & index );
    void remove( const Qon::MacEntryKey & key );
@@ -84,11 +104,10 @@ class HostTable : public Velto::Node {
 
    const HostTableShape shape_;
    FaultPlan & plan_;
-   Done done_;
    std::vector< U32 > taken_; // a bit for each place of a bucket
    Entries entries_;
    std::deque< Queued > queue_;
-   std::vector< U64 > refused_; // to be answered as busy
+   std::vector< Refused > refused_; // to be answered as busy
    Kiv::ClockReactor< HostTable, &HostTable::handleTimeout > clock_;
 };
 

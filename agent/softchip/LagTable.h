@@ -1,141 +1,95 @@
 #pragma once
-// The groups of a chip in software: a finite number of groups, and of members in each, done at
-// once or after a while.
-//
-//    Hardware::Lag::Config -> a change of ( group, port ) waits for its turn -> apply -> table
-//                                                             (latency)           |
-//                              Hardware::Lag::Status <----------------------------'
+// The groups that the chip in software holds: a finite number of groups, and of members in each.
 //
 // Invariants
 // 1. The table never holds more than it has room for, nor a hardware port as the own member of two
-//    groups; what does not fit is refused, with the reason in the status.
-// 2. What was refused for want of room is tried again, in the order of refusal, whenever room is
-//    made.
-// 3. A busy chip is asked again after `busyInterval` seconds. Faults: hook "lagMember", tables
-//    "lagTable" and "lagMembers".
-// 4. At rest the table holds exactly what is configured and was not refused.
+//    groups; what does not fit is refused, with the reason.
+// 2. A group is in the table while it has members.
+// 3. What a programmer left when it went is done at its time, or before the next one begins.
 //
-// Ownership: counts the configuration and the status, which it alone writes; the fault plan
-// outlives it.
+// Reads the fault plan: hook "lagMember" for each member that is written, tables "lagTable" and
+// "lagMembers".
 
 #include <optional>
 
-#include "Qon/include/framework/QonBaseSm.h"
-#include "Qon/include/framework/SmCollection.h"
+#include "agent/softchip/Completions.h"
 #include "agent/softchip/FaultPlan.h"
-#include "platform/Kiv/Clock.h"
-#include "platform/Kiv/Fifo.h"
 #include "platform/types/HardwareLag.h"
 
 namespace SoftChip {
 
-using Velto::String;
-
-class LagTable;
-
-/** Follows the members that one group is configured to have. */
-class LagTableGroupSm : public Qon::QonBaseSm {
- public:
-   LagTableGroupSm( LagTable * table, Velto::Ptr< const Hardware::Lag::LagConfig > config )
-       : table_( table ), config_( std::move( config ) ) {}
-   void handleInitialized() override;
-   void handleMember( const Ulnet::IntfId & port );
-
- private:
-   LagTable * table_;
-   const Velto::Ptr< const Hardware::Lag::LagConfig > config_;
-   Kiv::Watch< Hardware::Lag::LagConfig::memberAttr, LagTableGroupSm,
-               &LagTableGroupSm::handleMember >
-         memberWatch_;
+/** How much there is room for. */
+struct LagLimits {
+   U32 lags = 2048;
+   U32 members = 64; ///< of one group
 };
 
-class LagTable : public Qon::QonBaseSm {
+/** A member's place: the port in the group. */
+struct LagPlace {
+   Ulnet::IntfId lag;
+   Ulnet::IntfId port;
+   bool operator==( const LagPlace & ) const = default;
+   U64 hash() const { return Kiv::hashJoin( lag.hash(), port.hash() ); }
+};
+
+class LagTable {
  public:
-   /** How much there is room for. */
-   struct Limits {
-      U32 lags = 2048;
-      U32 members = 64; ///< of one group
+   using Member = Hardware::Lag::Member;
+   using Result = Hardware::Lag::Result;
+   using Members = Kiv::DenseMap< Ulnet::IntfId, Member >;
+   struct Group {
+      U32 index = 0;
+      Members members;
    };
-   LagTable( Velto::Ptr< const Hardware::Lag::Config > config,
-             Velto::Ptr< Hardware::Lag::Status > status, FaultPlan & faults,
-             const Limits & limits );
-   static constexpr Kiv::Seconds busyInterval = 1.0;
+   using Groups = Kiv::DenseMap< Ulnet::IntfId, Group >;
 
-   void handleInitialized() override;
-   void kivDoZombieReactors() override;
+   /** `faults` outlives the table. */
+   LagTable( FaultPlan & faults, const LagLimits & limits )
+       : faults_( faults ), limits_( limits ) {}
 
-   /** How long a change takes that is configured from now on, in seconds. 0: it is done before the
-       writer of the configuration goes on. Kiv::never: until finishAll() is called. */
-   void latencyIs( Kiv::Seconds latency ) { latency_ = latency; }
    /** Changes the room there is; what is held already stays. */
-   void limitsIs( const Limits & limits );
-   /** Does everything that waits. */
-   void finishAll();
-   U32 waiting() const { return waiting_.size(); }
+   void limitsIs( const LagLimits & limits ) { limits_ = limits; }
 
-   /** What the chip holds. */
+   /** What writing a member came to. */
+   struct Written {
+      Result result;
+      bool askAgain = false; ///< the chip was busy
+   };
+   /** Holds the member, or refuses it; one that is held as wanted is not written again, and one
+       that is refused is not held any longer. */
+   Written write( const LagPlace & place, U32 index, const Member & member );
+   /** Writes the member after so many seconds, or takes it out if none is wanted; nobody hears what
+       came of it. */
+   void later( Kiv::Seconds after, const LagPlace & place, U32 index,
+               const std::optional< Member > & want );
+   /** Does now what waits for its time. */
+   void finishAll() { late_.finishAll(); }
+   /** Takes the member out; false if it is not held. */
+   bool drop( const LagPlace & place );
+
+   const Groups & groups() const { return groups_; }
    U32 lags() const { return groups_.size(); }
    U32 members( Ulnet::IntfId lag ) const;
    /** Null if the chip does not hold it. */
-   const Hardware::Lag::Member * member( Ulnet::IntfId lag, Ulnet::IntfId port ) const;
+   const Member * member( Ulnet::IntfId lag, Ulnet::IntfId port ) const;
+   /** The group that a port is an own member of; null for none. */
+   Ulnet::IntfId lagOf( Ulnet::IntfId port ) const;
+   /** The group that a hardware port is the own member of; null for none. */
+   const LagPlace * owner( const Qon::FapIdPort & port ) const { return owner_.find( port ); }
    /** One line a group: "5: Port-Channel5 Ethernet1(0/1 CD) Ethernet2(0/2 CDs)"; C may collect, D
        distribute, s is lent by the peer link. */
    String text() const;
 
-   /** What does not hold; empty when all does. Only while nothing waits. */
-   String checkInvariants() const;
-
-   void handleLag( const Ulnet::IntfId & lag );
-   Velto::Ptr< LagTableGroupSm >
-   makeGroupSm( const Ulnet::IntfId & lag,
-                const Velto::Ptr< const Hardware::Lag::LagConfig > & config );
-   void cleanUpGroupSm( const Ulnet::IntfId & lag, LagTableGroupSm * sm );
-   /** The member's configuration changed. */
-   void changed( Ulnet::IntfId lag, Ulnet::IntfId port );
-
  private:
-   using Member = Hardware::Lag::Member;
-   using Result = Hardware::Lag::Result;
-   struct Group {
-      U32 index = 0;
-      Kiv::DenseMap< Ulnet::IntfId, Member > members;
-   };
-   struct Place {
-      Ulnet::IntfId lag;
-      Ulnet::IntfId port;
-      bool operator==( const Place & ) const = default;
-      U64 hash() const { return Kiv::hashJoin( lag.hash(), port.hash() ); }
-   };
+   Result admit( const LagPlace & place, const Member & member ) const;
+   void hold( const LagPlace & place, U32 index, const Member & member );
 
-   void work();
-   void apply( const Place & place );
-   std::optional< Member > wanted( const Place & place ) const;
-   Result admit( const Place & place, const Member & member ) const;
-   Result attempt( const Place & place, const Member & member );
-   void hold( const Place & place, const Member & member );
-   void drop( const Place & place );
-   void publish( const Place & place, const std::optional< Member > & want, Result result );
-   void retryRefused();
-
-   const Velto::Ptr< const Hardware::Lag::Config > config_;
-   const Velto::Ptr< Hardware::Lag::Status > status_;
    FaultPlan & faults_;
-   Limits limits_;
-   Kiv::Seconds latency_ = 0;
-   bool working_ = false;
-   Kiv::DenseMap< Ulnet::IntfId, Group > groups_;
-   Kiv::DenseMap< Qon::FapIdPort, Place > owner_; // of hardware ports that are own members
-   Kiv::DenseMap< Place, Kiv::Nothing > refused_;
-   Kiv::Fifo< Place > waiting_;
-   Qon::SmCollection< Ulnet::IntfId, Velto::Ptr< const Hardware::Lag::LagConfig >, LagTableGroupSm,
-                      LagTable, &LagTable::makeGroupSm, &LagTable::cleanUpGroupSm >
-         configs_{ this };
-   Kiv::ClockReactor< LagTable, &LagTable::finishAll > clock_;
-   Kiv::Watch< Hardware::Lag::Config::lagAttr, LagTable, &LagTable::handleLag > lagWatch_;
+   LagLimits limits_;
+   Groups groups_;
+   Kiv::DenseMap< Ulnet::IntfId, Ulnet::IntfId > lagOf_; // of own members
+   Completions late_;
+   Kiv::DenseMap< Qon::FapIdPort, LagPlace > owner_; // of hardware ports that are own members
 };
-
-Velto::Ptr< LagTable > LagTableIs( Velto::Ptr< const Hardware::Lag::Config > config,
-                                   Velto::Ptr< Hardware::Lag::Status > status, FaultPlan & faults,
-                                   const LagTable::Limits & limits = LagTable::Limits() );
 
 } // namespace SoftChip

@@ -4,13 +4,14 @@ namespace SoftChip {
 
 using Qon::MacProgramStatus;
 
-SoftMacProgrammer::SoftMacProgrammer( Kiv::TimerWheel * wheel, const HostTableShape & shape,
-                                      FaultPlan & plan )
-    : QonMacProgrammer( wheel ),
-      table_( Velto::make< HostTable >( wheel, shape, plan,
-                                        [this]( U64 id, U32 index, MacProgramStatus status ) {
-                                           answer( id, index, status );
-                                        } ) ) {}
+SoftMacProgrammer::SoftMacProgrammer( Kiv::TimerWheel * wheel, Velto::Ptr< HostTable > table )
+    : QonMacProgrammer( wheel ), table_( std::move( table ) ) {
+   table_->hook.is( this );
+}
+
+SoftMacProgrammer::~SoftMacProgrammer() {
+   table_->hook.is( nullptr );
+}
 
 MacProgramStatus
 SoftMacProgrammer::writeToHw( const Qon::MacCmdPtr & cmd ) {
@@ -21,8 +22,14 @@ SoftMacProgrammer::writeToHw( const Qon::MacCmdPtr & cmd ) {
 }
 
 void
-SoftMacProgrammer::answer( U64 id, U32 index, MacProgramStatus status ) {
+SoftMacProgrammer::done( U64 id, U32 index, MacProgramStatus status ) {
+   const Velto::Ptr< SoftMacProgrammer > alive( this );
    handleCmdResponse( id, index, status );
+   queueMoved();
+}
+
+void
+SoftMacProgrammer::queueMoved() {
    if ( suspendPending() && table_->queued() <= table_->shape().depth / 2 ) {
       suspendPendingIs( false );
       Qon::wakeUp( updatePendingAddressClock(), Kiv::now() );
@@ -40,11 +47,6 @@ SoftMacProgrammer::writeToHwShadow( const Qon::MacCmdPtr & cmd ) {
    }
    handleCmdResponse( cmd->transactionId(), 0, MacProgramStatus::macProgramSuccess );
    return MacProgramStatus::macProgramSuccess;
-}
-
-Velto::Ptr< SoftMacProgrammer >
-SoftMacProgrammerIs( Kiv::TimerWheel * wheel, const HostTableShape & shape, FaultPlan & plan ) {
-   return Qon::smIs< SoftMacProgrammer >( wheel, shape, plan );
 }
 
 } // namespace SoftChip

@@ -6,15 +6,18 @@
 //    writeToHwShadow( cmd ) -> the software's own table, at once
 //
 // suspendPending is this class's: it holds the drain while the chip's queue is full.
+//
+// Ownership: counts the table, which outlives it by the chip that owns it.
 
 #include "Qon/include/mac/QonChipProgrammer.h"
 #include "agent/softchip/HostTable.h"
 
 namespace SoftChip {
 
-class SoftMacProgrammer : public Qon::QonMacProgrammer {
+class SoftMacProgrammer : public Qon::QonMacProgrammer, private HostTable::Hook {
  public:
-   SoftMacProgrammer( Kiv::TimerWheel * wheel, const HostTableShape & shape, FaultPlan & plan );
+   SoftMacProgrammer( Kiv::TimerWheel * wheel, Velto::Ptr< HostTable > table );
+   ~SoftMacProgrammer() override;
 
    Qon::MacProgramStatus writeToHw( const Qon::MacCmdPtr & cmd ) override;
    Qon::MacProgramStatus writeToHwShadow( const Qon::MacCmdPtr & cmd ) override;
@@ -24,13 +27,11 @@ class SoftMacProgrammer : public Qon::QonMacProgrammer {
    const Kiv::DenseMap< Qon::MacEntryKey, Ulnet::IntfId > & shadow() const { return shadow_; }
 
  private:
-   void answer( U64 id, U32 index, Qon::MacProgramStatus status );
+   void done( U64 id, U32 index, Qon::MacProgramStatus status ) override;
+   void queueMoved() override;
 
-   Velto::Ptr< HostTable > table_;
+   const Velto::Ptr< HostTable > table_;
    Kiv::DenseMap< Qon::MacEntryKey, Ulnet::IntfId > shadow_;
 };
-
-Velto::Ptr< SoftMacProgrammer >
-SoftMacProgrammerIs( Kiv::TimerWheel * wheel, const HostTableShape & shape, FaultPlan & plan );
 
 } // namespace SoftChip

@@ -3,18 +3,18 @@
 namespace SoftChip {
 
 bool
-SoftTopoHelper::allocTopo( const String & topoName ) {
+TopoTable::alloc( const String & topoName ) {
    auto [topo, fresh] = topo_.emplace( topoName );
-   topo->incarnation = ++incarnations_;
-   if ( fresh && installed_ < maxTopo() ) {
-      topo->installed = true;
-      ++installed_;
+   if ( fresh ) {
+      topo->incarnation = ++incarnations_;
+      topo->installed = installed_ < maxTopo();
+      installed_ += topo->installed;
    }
    return topo->installed;
 }
 
 void
-SoftTopoHelper::freeTopo( const String & topoName ) {
+TopoTable::free( const String & topoName ) {
    auto gone = topo_.take( topoName );
    if ( !gone || !gone->installed ) {
       return;
@@ -30,7 +30,7 @@ SoftTopoHelper::freeTopo( const String & topoName ) {
 
 /** Room has come for a topology that was kept aside. */
 void
-SoftTopoHelper::install( const String & topoName, Topo & topo ) {
+TopoTable::install( const String & topoName, Topo & topo ) {
    topo.installed = true;
    ++installed_;
    const U64 incarnation = topo.incarnation;
@@ -45,12 +45,13 @@ SoftTopoHelper::install( const String & topoName, Topo & topo ) {
 }
 
 void
-SoftTopoHelper::setStpState( S32 topoId, const String & topoName, IntfId intf, PortState state ) {
+TopoTable::stateIs( U32 topoId, const String & topoName, IntfId intf, PortState state ) {
    Topo * topo = topo_.find( topoName );
    if ( !topo ) {
       return; // was never allocated, or has gone: there is no place for it
    }
-   topo->topoId = U32( topoId );
+   topo->topoId = topoId;
+   topo->ticket = hook.ticket();
    Port & port = *topo->ports.emplace( intf ).first;
    port.wanted = state;
    if ( port.onItsWay ) {
@@ -66,7 +67,7 @@ SoftTopoHelper::setStpState( S32 topoId, const String & topoName, IntfId intf, P
 }
 
 void
-SoftTopoHelper::write( const String & topoName, U64 incarnation, IntfId intf ) {
+TopoTable::write( const String & topoName, U64 incarnation, IntfId intf ) {
    Topo * topo = topo_.find( topoName );
    if ( !topo || topo->incarnation != incarnation ) {
       return; // accepted for a topology that has gone since
@@ -75,39 +76,14 @@ SoftTopoHelper::write( const String & topoName, U64 incarnation, IntfId intf ) {
    port.held = port.wanted;
    port.onItsWay = false;
    if ( --topo->onTheirWay == 0 ) {
-      done( topo->topoId );
+      if ( auto hearer = hook.of( topo->ticket ) ) {
+         hearer->stpStateDone( topo->topoId );
+      }
    }
-}
-
-void
-SoftTopoHelper::done( U32 topoId ) {
-   if ( stpSm() ) {
-      setStpStateDoneTopoId( topoId );
-   }
-}
-
-void
-SoftTopoHelper::addVlanToTopo( const String & topoName, U16 vlan ) {
-   vlan_.at( vlan ) = { topoName, false };
-}
-
-void
-SoftTopoHelper::delVlanFromTopo( const String &, U16 vlan ) {
-   vlan_.at( vlan ) = { "", true };
-}
-
-void
-SoftTopoHelper::flushTopoPort( U32, IntfId ) {
-   ++flushes_;
-}
-
-void
-SoftTopoHelper::flushTopoPortVlan( const Qon::MappedVlan &, IntfId ) {
-   ++flushes_;
 }
 
 std::vector< String >
-SoftTopoHelper::topologies() const {
+TopoTable::topologies() const {
    std::vector< String > names;
    for ( auto && [name, topo] : topo_ ) {
       if ( topo.installed ) {
@@ -117,15 +93,15 @@ SoftTopoHelper::topologies() const {
    return names;
 }
 
-SoftTopoHelper::PortState
-SoftTopoHelper::state( const String & topoName, IntfId intf ) const {
+TopoTable::PortState
+TopoTable::state( const String & topoName, IntfId intf ) const {
    auto topo = topo_.find( topoName );
    auto port = topo && topo->installed ? topo->ports.find( intf ) : nullptr;
    return port ? port->held : PortState::disabled;
 }
 
 bool
-SoftTopoHelper::forwards( U16 vlan, IntfId intf ) const {
+TopoTable::forwards( U16 vlan, IntfId intf ) const {
    const Vlan & v = vlan_.at( vlan );
    return v.topo.empty() ? !v.blocked : state( v.topo, intf ) == PortState::forwarding;
 }

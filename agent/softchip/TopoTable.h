@@ -2,41 +2,61 @@
 // The topology tables of the chip in software: a limited number of topologies with the state of
 // each port, and the topology of each VLAN.
 //
-//    StpSm -> hooks -> wanted -> at once or later: the table -> setStpStateDoneTopoId()
+//    hook object -> wanted -> at once or later: the table -> Hook::stpStateDone()
 //
 // Invariants
 // 1. Not more topologies are in the table than it has room for (in the fault plan the limit of
 //    "topoTable"). One without room is kept aside and installed when another goes; until then
 //    nothing of it is reported done.
-// 2. Done is reported when everything handed over for the topology is in the table.
+// 2. Done is reported when everything handed over for the topology is in the table, to the hook
+//    object that handed over the latest of it.
 // 3. A VLAN whose topology is not in the table forwards nowhere; one that was never in a topology
 //    forwards everywhere.
+// 4. A topology that is allocated while it is in the table stays as it is there.
 
-#include "Qon/include/topology/QonStpSm.h"
+#include <vector>
+
 #include "agent/softchip/Completions.h"
 #include "agent/softchip/FaultPlan.h"
+#include "agent/softchip/Hearer.h"
+#include "platform/types/Topology.h"
 
 namespace SoftChip {
 
 using Ulnet::IntfId;
 using Velto::String;
 
-class SoftTopoHelper : public Qon::TopoHelper {
+class TopoTable {
  public:
-   SoftTopoHelper( U32 maxTopo, FaultPlan & plan )
-       : maxTopo_( maxTopo ), plan_( plan ), vlan_( 4095 ) {}
+   using PortState = Bridging::Topology::PortState;
+   static constexpr U16 lastVlan = 4094;
+
+   class Hook {
+    public:
+      /** Nothing of the topology is on its way any more. */
+      virtual void stpStateDone( U32 topoId ) = 0;
+
+    protected:
+      ~Hook() = default;
+   };
+
+   /** `plan` outlives the table. */
+   TopoTable( U32 maxTopo, FaultPlan & plan )
+       : maxTopo_( maxTopo ), plan_( plan ), vlan_( lastVlan + 1 ) {}
+
+   Hearer< Hook > hook;
 
    /** When port states are done. */
    Completions & completions() { return completions_; }
 
-   U32 maxTopo() override { return plan_.limit( "topoTable", maxTopo_ ); }
-   bool allocTopo( const String & topoName ) override;
-   void freeTopo( const String & topoName ) override;
-   void setStpState( S32 topoId, const String & topoName, IntfId intf, PortState state ) override;
-   void addVlanToTopo( const String & topoName, U16 vlan ) override;
-   void delVlanFromTopo( const String & topoName, U16 vlan ) override;
-   void flushTopoPort( U32 topoId, IntfId intf ) override;
-   void flushTopoPortVlan( const Qon::MappedVlan & vlans, IntfId intf ) override;
+   U32 maxTopo() const { return plan_.limit( "topoTable", maxTopo_ ); }
+   /** False: there is no room for it now. */
+   bool alloc( const String & topoName );
+   void free( const String & topoName );
+   void stateIs( U32 topoId, const String & topoName, IntfId intf, PortState state );
+   void vlanIs( const String & topoName, U16 vlan ) { vlan_.at( vlan ) = { topoName, false }; }
+   void vlanDel( U16 vlan ) { vlan_.at( vlan ) = { "", true }; }
+   void flush() { ++flushes_; }
 
    /** The topologies that were allocated and are in the table, in the order in which they came. */
    std::vector< String > topologies() const;
@@ -67,6 +87,7 @@ class SoftTopoHelper : public Qon::TopoHelper {
    };
    struct Topo {
       U32 topoId = 0;
+      Hearer< Hook >::Ticket ticket = 0; // of the latest state
       U64 incarnation = 0;
       bool installed = false;
       U32 onTheirWay = 0;
@@ -79,7 +100,6 @@ class SoftTopoHelper : public Qon::TopoHelper {
 
    void install( const String & topoName, Topo & topo );
    void write( const String & topoName, U64 incarnation, IntfId intf );
-   void done( U32 topoId );
 
    const U32 maxTopo_;
    FaultPlan & plan_;

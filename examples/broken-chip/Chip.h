@@ -1,19 +1,24 @@
 #pragma once
-// The chip: finite tables, and the hook classes between them and the library.
+// The chip: finite tables, the hook classes between them and the library, and the parts that make
+// these.
 //
 //    library -> ChipMac, ChipTopo, ChipVlan, ChipLag -> (a little later) -> Tables
 //                                                                        -> done, to the library
+//    SmallChip: Tables, and a part for each feature, which reads them back
 //
-// Each class can be told to have one fault, as a developer might make it.
+// Each hook class can be told to have one fault, as a developer might make it. The tables stand in
+// the chip, which outlives the hook objects: they point to it without owning it.
 
 #include <memory>
 
 #include "Later.h"
-#include "conformance/Conformance.h"
+#include "chip/LagPart.h"
+#include "chip/MacPart.h"
+#include "chip/TopologyPart.h"
+#include "chip/VlanPart.h"
 
 namespace Chip {
 
-using QonConformance::HeldTopology;
 using Ulnet::IntfId;
 using Velto::Ptr;
 using Velto::String;
@@ -31,12 +36,11 @@ struct Faults {
 struct Tables {
    static constexpr std::size_t hostRoom = 1024, topoRoom = 16, lagRoom = 16, memberRoom = 8;
 
-   std::map< Qon::MacEntryKey, IntfId > hosts;
-   std::map< String, HeldTopology > topologies;
-   std::map< U16, std::map< IntfId, Qon::VlanMembership > > vlans;
-   std::map< IntfId, std::map< IntfId, Hardware::Lag::Member > > lags;
+   QonChip::HeldHosts hosts;
+   QonChip::HeldTopologies topologies;
+   QonChip::HeldVlans vlans;
+   QonChip::HeldGroups lags;
 };
-using TablesPtr = std::shared_ptr< Tables >;
 
 /** Hosts: answers every command by its transaction id. */
 class ChipMac : public Qon::QonMacProgrammer {
@@ -44,13 +48,13 @@ class ChipMac : public Qon::QonMacProgrammer {
    using Status = Qon::MacProgramStatus;
    using Type = Qon::IndirectAccessMacCmdType;
 
-   ChipMac( TablesPtr tables, Faults faults, Kiv::TimerWheel * wheel )
+   ChipMac( Tables & tables, Faults faults, Kiv::TimerWheel * wheel )
        : QonMacProgrammer( wheel ), tables_( tables ), faults_( faults ), later_( wheel ) {}
 
    Status writeToHw( const Qon::MacCmdPtr & cmd ) override {
       later_.add( [this, cmd, id = cmd->transactionId()] {
          if ( faults_.lostAnswer && cmd->type() == Type::removeHost &&
-              !tables_->hosts.contains( cmd->key() ) ) {
+              !tables_.hosts.contains( cmd->key() ) ) {
             return;
          }
          handleCmdResponse( id, 0, cmd->addrOp() ? host( *cmd ) : flush( *cmd ) );
@@ -61,11 +65,11 @@ class ChipMac : public Qon::QonMacProgrammer {
 
  private:
    Status host( const Qon::IndirectAccessMacCmd & cmd ) {
-      auto & hosts = tables_->hosts;
+      auto & hosts = tables_.hosts;
       if ( cmd.type() == Type::removeHost ) {
          hosts.erase( cmd.key() );
       } else if ( hosts.contains( cmd.key() ) || hosts.size() < Tables::hostRoom ) {
-         hosts[cmd.key()] = cmd.intf();
+         hosts[cmd.key()] = { cmd.intf(), cmd.entryType() };
       } else {
          VELTO_ASSERT( !faults_.fullAborts );
          return Status::macProgramFull;
@@ -76,14 +80,14 @@ class ChipMac : public Qon::QonMacProgrammer {
       bool byPort = cmd.type() == Type::flushPort || cmd.type() == Type::flushLag ||
                     cmd.type() == Type::flushVlanPort || cmd.type() == Type::flushVlanLag;
       bool byVlan = cmd.type() >= Type::flushVlan;
-      std::erase_if( tables_->hosts, [&]( auto & host ) {
-         return ( !byPort || host.second == cmd.intf() ) &&
+      std::erase_if( tables_.hosts, [&]( auto & host ) {
+         return ( !byPort || host.second.intf == cmd.intf() ) &&
                 ( !byVlan || host.first.key().vlan() == cmd.key().key().vlan() );
       } );
       return Status::macProgramSuccess;
    }
 
-   TablesPtr tables_;
+   Tables & tables_;
    Faults faults_;
    Later later_;
 };
@@ -91,22 +95,23 @@ class ChipMac : public Qon::QonMacProgrammer {
 /** Topologies: reports done when nothing that was handed over for the topology is on its way. */
 class ChipTopo : public Qon::TopoHelper {
  public:
-   ChipTopo( TablesPtr tables, Faults faults, Kiv::TimerWheel * wheel )
+   ChipTopo( Tables & tables, Faults faults, Kiv::TimerWheel * wheel )
        : tables_( tables ), faults_( faults ), later_( wheel ) {}
 
    U32 maxTopo() override { return Tables::topoRoom; }
    bool allocTopo( const String & name ) override {
-      bool room = tables_->topologies.size() < Tables::topoRoom;
+      bool room =
+            tables_.topologies.contains( name ) || tables_.topologies.size() < Tables::topoRoom;
       if ( room ) {
-         tables_->topologies[name];
+         tables_.topologies[name];
       }
       return room;
    }
-   void freeTopo( const String & name ) override { tables_->topologies.erase( name ); }
+   void freeTopo( const String & name ) override { tables_.topologies.erase( name ); }
    void setStpState( S32, const String & name, IntfId intf, PortState state ) override {
       ++onTheirWay_[name];
       later_.add( [=, this] {
-         if ( auto topo = tables_->topologies.find( name ); topo != tables_->topologies.end() ) {
+         if ( auto topo = tables_.topologies.find( name ); topo != tables_.topologies.end() ) {
             topo->second.ports[intf] = state;
          }
          if ( --onTheirWay_[name] == 0 ) {
@@ -118,19 +123,19 @@ class ChipTopo : public Qon::TopoHelper {
       }
    }
    void addVlanToTopo( const String & name, U16 vlan ) override {
-      if ( auto topo = tables_->topologies.find( name ); topo != tables_->topologies.end() ) {
+      if ( auto topo = tables_.topologies.find( name ); topo != tables_.topologies.end() ) {
          topo->second.vlans.insert( vlan );
       }
    }
    void delVlanFromTopo( const String & name, U16 vlan ) override {
-      if ( auto topo = tables_->topologies.find( name ); topo != tables_->topologies.end() ) {
+      if ( auto topo = tables_.topologies.find( name ); topo != tables_.topologies.end() ) {
          topo->second.vlans.erase( vlan );
       }
    }
    void flushTopoPort( U32, IntfId ) override {}
 
  private:
-   TablesPtr tables_;
+   Tables & tables_;
    Faults faults_;
    std::map< String, U32 > onTheirWay_;
    Later later_;
@@ -139,28 +144,29 @@ class ChipTopo : public Qon::TopoHelper {
 /** VLANs: takes over the members of the moment, and reports the update done. */
 class ChipVlan : public Qon::VlanHelper {
  public:
-   ChipVlan( TablesPtr tables, Faults faults, const Qon::QonCommonSmData * acsd,
+   ChipVlan( Tables & tables, Faults faults, const Qon::QonCommonSmData * acsd,
              Kiv::TimerWheel * wheel )
        : VlanHelper( "chip", acsd ), tables_( tables ), faults_( faults ), later_( wheel ) {}
    ~ChipVlan() override {
       if ( faults_.tidyDestructor ) {
-         tables_->vlans.clear();
+         tables_.vlans.clear();
       }
    }
 
-   void doCreateHwVlan( Bridging::VlanId vlan ) override { tables_->vlans[vlan]; }
+   void doCreateHwVlan( Bridging::VlanId ) override {} // the table has room for all of them
    void doUpdateVlan( Bridging::VlanId vlan ) override {
-      std::map< IntfId, Qon::VlanMembership > members;
+      QonChip::HeldVlan members;
       forEachHwPort( vlan, [&]( IntfId intf, Qon::VlanMembership how ) { members[intf] = how; } );
       later_.add( [=, this] {
-         tables_->vlans[vlan] = members;
+         members.empty() ? void( tables_.vlans.erase( vlan ) )
+                         : void( tables_.vlans[vlan] = members );
          updateVlanDone( vlan, Qon::VlanProgrammingStatus::success );
       } );
    }
    void verify() override {}
 
  private:
-   TablesPtr tables_;
+   Tables & tables_;
    Faults faults_;
    Later later_;
 };
@@ -171,9 +177,10 @@ class ChipLag : public Velto::Node {
    using Config = Hardware::Lag::Config;
    using Result = Hardware::Lag::Result;
 
-   ChipLag( TablesPtr tables, Faults faults, const QonConformance::Bench & bench )
-       : tables_( tables ), faults_( faults ), config_( bench.lagConfig ),
-         status_( bench.lagStatus ), later_( bench.scheduler.timerWheel() ) {
+   ChipLag( Tables & tables, Faults faults, Ptr< const Config > config,
+            Ptr< Hardware::Lag::Status > status, Kiv::TimerWheel * wheel )
+       : tables_( tables ), faults_( faults ), config_( config ), status_( status ),
+         later_( wheel ) {
       hasNotificationActiveIs( true );
       configWatch_.attach( this, config_.ptr() );
       for ( auto && [lag, group] : config_->lagIteratorConst() ) {
@@ -205,19 +212,19 @@ class ChipLag : public Velto::Node {
       removeUnwanted();
       for ( auto && [lag, group] : config_->lagIteratorConst() ) {
          auto status = status_->lagIs( lag );
-         bool room = tables_->lags.contains( lag ) || tables_->lags.size() < Tables::lagRoom;
+         bool room = tables_.lags.contains( lag ) || tables_.lags.size() < Tables::lagRoom;
          for ( auto && [port, member] : group->memberIteratorConst() ) {
-            Result result = room ? enter( tables_->lags[lag], port, member ) : Result::noLag;
-            auto held = tables_->lags[lag].find( port );
+            Result result = room ? enter( tables_.lags[lag], port, member ) : Result::noLag;
+            auto held = tables_.lags[lag].find( port );
             status->memberIs(
-                  port, held == tables_->lags[lag].end()
+                  port, held == tables_.lags[lag].end()
                               ? Hardware::Lag::MemberStatus( result, false, false, false )
                               : Hardware::Lag::MemberStatus( result, held->second.collecting(),
                                                              held->second.distributing(),
                                                              held->second.shared() ) );
          }
-         if ( tables_->lags[lag].empty() ) {
-            tables_->lags.erase( lag );
+         if ( tables_.lags[lag].empty() ) {
+            tables_.lags.erase( lag );
          }
       }
    }
@@ -226,10 +233,10 @@ class ChipLag : public Velto::Node {
          auto group = config_->lag( lag );
          return group && group->memberHas( port );
       };
-      for ( auto & [lag, members] : tables_->lags ) {
+      for ( auto & [lag, members] : tables_.lags ) {
          std::erase_if( members, [&]( auto & member ) { return !wanted( lag, member.first ); } );
       }
-      std::erase_if( tables_->lags, []( auto & group ) { return group.second.empty(); } );
+      std::erase_if( tables_.lags, []( auto & group ) { return group.second.empty(); } );
       std::vector< std::pair< IntfId, IntfId > > gone;
       for ( auto && [lag, status] : status_->lagIteratorConst() ) {
          for ( auto && [port, member] : status->memberIteratorConst() ) {
@@ -245,8 +252,7 @@ class ChipLag : public Velto::Node {
          }
       }
    }
-   Result enter( std::map< IntfId, Hardware::Lag::Member > & members, IntfId port,
-                 const Hardware::Lag::Member & member ) {
+   Result enter( QonChip::HeldGroup & members, IntfId port, const Hardware::Lag::Member & member ) {
       bool known = members.contains( port );
       if ( !known && members.size() == Tables::memberRoom ) {
          return Result::noMember;
@@ -257,7 +263,7 @@ class ChipLag : public Velto::Node {
       return Result::success;
    }
 
-   TablesPtr tables_;
+   Tables & tables_;
    Faults faults_;
    Ptr< const Config > config_;
    Ptr< Hardware::Lag::Status > status_;
@@ -265,6 +271,53 @@ class ChipLag : public Velto::Node {
    Later later_;
    std::map< IntfId, std::unique_ptr< MemberWatch > > memberWatch_;
    Kiv::Watch< Config::lagAttr, ChipLag, &ChipLag::handleLag > configWatch_;
+};
+
+/** The chip as an agent and the kit see it; made of these hook classes or of others. */
+template< class Mac = ChipMac, class Topo = ChipTopo, class Vlan = ChipVlan, class Lag = ChipLag >
+class SmallChip : public QonChip::Chip,
+                  QonChip::MacPart,
+                  QonChip::TopologyPart,
+                  QonChip::VlanPart,
+                  QonChip::LagPart {
+ public:
+   explicit SmallChip( Kiv::TaskScheduler & scheduler, Faults faults = {} )
+       : faults_( faults ), wheel_( scheduler.timerWheel() ) {
+      add< QonChip::MacPart >( *this );
+      add< QonChip::TopologyPart >( *this );
+      add< QonChip::VlanPart >( *this );
+      add< QonChip::LagPart >( *this );
+   }
+   String name() const override { return "small"; }
+
+ private:
+   Ptr< Qon::QonMacProgrammer > makeProgrammer() override {
+      return Velto::make< Mac >( tables_, faults_, wheel_ );
+   }
+   std::optional< QonChip::HeldHosts > hosts() const override { return tables_.hosts; }
+   U32 hostsToFill() const override { return 2 * Tables::hostRoom; }
+
+   Ptr< Qon::TopoHelper > makeTopoHelper() override {
+      return Velto::make< Topo >( tables_, faults_, wheel_ );
+   }
+   std::optional< QonChip::HeldTopologies > topologies() const override {
+      return tables_.topologies;
+   }
+
+   Ptr< Qon::VlanHelper > makeVlanHelper( const Ptr< Qon::QonCommonSmData > & acsd ) override {
+      return Velto::make< Vlan >( tables_, faults_, acsd.ptr(), wheel_ );
+   }
+   std::optional< QonChip::HeldVlans > vlans() const override { return tables_.vlans; }
+
+   Ptr< Velto::Node > makeProgrammer( const Ptr< const Hardware::Lag::Config > & config,
+                                      const Ptr< Hardware::Lag::Status > & status ) override {
+      return Velto::make< Lag >( tables_, faults_, config, status, wheel_ );
+   }
+   std::optional< QonChip::HeldGroups > groups() const override { return tables_.lags; }
+
+   Faults faults_;
+   Kiv::TimerWheel * wheel_;
+   Tables tables_;
 };
 
 } // namespace Chip

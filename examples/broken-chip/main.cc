@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "Chip.h"
+#include "conformance/Conformance.h"
 
 namespace {
 
@@ -19,37 +20,6 @@ constexpr NamedFault named[] = {
       { "early-done", &Faults::earlyDone },           { "stale-flags", &Faults::staleFlags },
       { "tidy-destructor", &Faults::tidyDestructor },
 };
-
-QonConformance::ChipAdapter
-adapter( const QonConformance::Bench & bench, const Faults & faults ) {
-   auto tables = std::make_shared< Tables >();
-   auto wheel = bench.scheduler.timerWheel();
-   QonConformance::ChipAdapter chip;
-   chip.makeMacProgrammer = [=] { return Velto::make< ChipMac >( tables, faults, wheel ); };
-   chip.makeTopoHelper = [=] { return Velto::make< ChipTopo >( tables, faults, wheel ); };
-   chip.makeVlanHelper = [=, acsd = bench.acsd] {
-      return Velto::make< ChipVlan >( tables, faults, acsd.ptr(), wheel );
-   };
-   chip.makeLagProgrammer = [=] { return Velto::make< ChipLag >( tables, faults, bench ); };
-   chip.hosts = [=] { return tables->hosts; };
-   chip.topologies = [=] { return tables->topologies; };
-   chip.vlans = [=] {
-      auto vlans = tables->vlans;
-      std::erase_if( vlans, []( auto & vlan ) { return vlan.second.empty(); } );
-      return vlans;
-   };
-   chip.lags = [=] {
-      std::map< IntfId, std::set< IntfId > > lags;
-      for ( auto & [lag, members] : tables->lags ) {
-         for ( auto & [port, member] : members ) {
-            lags[lag].insert( port );
-         }
-      }
-      return lags;
-   };
-   chip.hostsToFill = 2 * Tables::hostRoom;
-   return chip;
-}
 
 /** Takes --fault NAME and --healthy out of the arguments. False for an unknown name. */
 bool
@@ -89,6 +59,7 @@ main( int argc, char ** argv ) {
       return 2;
    }
    return QonConformance::conformanceMain(
-         int( arguments.size() ), arguments.data(),
-         [=]( const QonConformance::Bench & bench ) { return adapter( bench, faults ); } );
+         int( arguments.size() ), arguments.data(), [=]( Kiv::TaskScheduler & scheduler ) {
+            return std::make_unique< SmallChip<> >( scheduler, faults );
+         } );
 }

@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <system_error>
 
@@ -117,6 +118,36 @@ enumOf( const EnumNames & names, const Velto::String & text, S64 min, S64 max ) 
 }
 
 } // namespace Detail
+
+// For people and tools
+
+std::vector< Velto::String >
+split( const Velto::String & text, char separator ) {
+   std::vector< Velto::String > parts( 1 );
+   for ( char c : text ) {
+      if ( c == separator ) {
+         parts.emplace_back();
+      } else {
+         parts.back() += c;
+      }
+   }
+   return parts;
+}
+
+Velto::String
+jsonQuoted( const Velto::String & text ) {
+   Velto::String all = "\"";
+   for ( char c : text ) {
+      if ( U8( c ) < ' ' ) {
+         char code[8];
+         std::snprintf( code, sizeof( code ), "\\u%04x", U32( U8( c ) ) );
+         all += code;
+      } else {
+         all += c == '"' || c == '\\' ? Velto::String( "\\" ) + c : Velto::String( 1, c );
+      }
+   }
+   return all + "\"";
+}
 
 // Writing
 

@@ -138,6 +138,18 @@ fromText( const Velto::String & text ) {
    }
 }
 
+/** @name Texts for people and tools */
+/** @{ */
+/** The parts between separators: one more than there are separators, some perhaps empty. */
+std::vector< Velto::String > split( const Velto::String & text, char separator );
+/** As a JSON string, with its quotes. */
+Velto::String jsonQuoted( const Velto::String & text );
+inline const char *
+yesNo( bool v ) {
+   return v ? "yes" : "no";
+}
+/** @} */
+
 /** Puts the text of a record or a collection together. */
 class ValueWriter {
  public:

@@ -4,7 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "agent/Agent.h"
-#include "agent/configdb/ConfigReader.h"
+#include "agent/ConfigReader.h"
+#include "agent/softchip/Chip.h"
 #include "platform/Kiv/LogRecorder.h"
 
 namespace Tests {
@@ -24,7 +25,8 @@ class AgentWorld {
 
    Kiv::VirtualScheduler scheduler;
    Kiv::LogRecorder logs;
-   QonAgent::Agent agent{ scheduler };
+   SoftChip::Chip chip{ scheduler };
+   QonAgent::Agent agent{ scheduler, chip };
 };
 
 inline Ulnet::IntfId

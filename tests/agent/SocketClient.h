@@ -6,7 +6,7 @@
 
 #include <cerrno>
 
-#include "agent/Json.h"
+#include "agent/base/Json.h"
 #include "agent/server/Console.h"
 #include "agent/server/SocketServer.h"
 #include "tests/agent/AgentWorld.h"
@@ -102,7 +102,8 @@ class ServerWorld {
    String path = "/tmp/qon-agent-test." + std::to_string( getpid() );
    Kiv::EventLoop loop;
    Kiv::LogRecorder logs;
-   QonAgent::Agent agent{ loop };
+   SoftChip::Chip chip{ loop };
+   QonAgent::Agent agent{ loop, chip };
    QonAgent::Console console{ agent };
    std::optional< QonAgent::SocketServer > server;
 };

@@ -1,8 +1,8 @@
 // The worked example: a TCAM that answers late, twice, out of order, never.
 
-#include <random>
-
 #include "tests/async/SoftTcam.h"
+#include "platform/Kiv/Listener.h"
+#include "platform/Kiv/Rng.h"
 #include "tests/harness/World.h"
 
 namespace {
@@ -28,27 +28,23 @@ version( U32 n, U64 id, bool remove = false ) {
 }
 
 /** Writes acknowledgements down: "1" was handed over, "1!" failed, "(1)" was skipped. */
-class AckEar : public Velto::Node {
+class AckEar {
  public:
-   explicit AckEar( Qon::Ack::QonRouteAckSmConfig * acks ) : acks_( acks ) {
-      hasNotificationActiveIs( true );
-      passed.attach( this, acks );
-      skipped.attach( this, acks );
-   }
-   void handlePassed() {
-      auto & route = acks_->nextRouteToPassToPd();
-      heard.push_back( route.qonVersionId().stringValue() + ( route.nack() ? "!" : "" ) );
-   }
-   void handleSkipped() {
-      heard.push_back( "(" + acks_->skippedPdRoute().qonVersionId().stringValue() + ")" );
+   explicit AckEar( Qon::Ack::QonRouteAckSmConfig * acks ) {
+      passed_.attach( acks, [=, this] {
+         auto & route = acks->nextRouteToPassToPd();
+         heard.push_back( route.qonVersionId().stringValue() + ( route.nack() ? "!" : "" ) );
+      } );
+      skipped_.attach( acks, [=, this] {
+         heard.push_back( "(" + acks->skippedPdRoute().qonVersionId().stringValue() + ")" );
+      } );
    }
    std::vector< String > heard;
 
  private:
    using Acks = Qon::Ack::QonRouteAckSmConfig;
-   Acks * acks_;
-   Kiv::Watch< Acks::nextRouteToPassToPdAttr, AckEar, &AckEar::handlePassed > passed;
-   Kiv::Watch< Acks::skippedPdRouteAttr, AckEar, &AckEar::handleSkipped > skipped;
+   Kiv::Listener< Acks::nextRouteToPassToPdAttr > passed_;
+   Kiv::Listener< Acks::skippedPdRouteAttr > skipped_;
 };
 
 class Tcam : public ::testing::Test {
@@ -67,7 +63,7 @@ class Tcam : public ::testing::Test {
    Velto::Ptr< SoftTcam > tcam = SoftChip::SoftTcamIs( helper, 100 );
    Velto::Ptr< Qon::Ack::QonRouteAckSmConfig > acks =
          Velto::make< Qon::Ack::QonRouteAckSmConfig >( 0, Ulnet::AddressFamily::ipv4 );
-   Velto::Ptr< AckEar > ear = Velto::make< AckEar >( acks.ptr() );
+   AckEar ear{ acks.ptr() };
    Velto::Ptr< SoftTcamSm > sm = SoftChip::SoftTcamSmIs( world.acsd, tcam, helper, acks );
 };
 
@@ -88,7 +84,7 @@ TEST_F( Tcam, OneAtATimeByPriorityAndPacedByTheClock ) {
       ASSERT_EQ( prefix( n ), tcam->pending()[0].route.prefix() );
       tcam->finish( 0 );
    }
-   EXPECT_EQ( ear->heard, ( Heard{ "1", "2", "3" } ) );
+   EXPECT_EQ( ear.heard, ( Heard{ "1", "2", "3" } ) );
    EXPECT_EQ( 0u, helper->sequences() );
 }
 
@@ -97,13 +93,13 @@ TEST_F( Tcam, CompletionInsideTheCallAndAfterALatency ) {
    EXPECT_FALSE( helper->asyncTcamOperationsSupported() );
    sm->routeIs( version( 1, 1 ) );
    world.scheduler.settle();
-   EXPECT_EQ( ear->heard, Heard{ "1" } );
+   EXPECT_EQ( ear.heard, Heard{ "1" } );
    tcam->latencyIs( 0.5 );
    for ( U32 n : { 2, 3, 4 } ) {
       sm->routeIs( version( n, n ) );
    }
    world.scheduler.runFor( 1.5 + 0.02 );
-   EXPECT_EQ( ear->heard, ( Heard{ "1", "2", "3", "4" } ) );
+   EXPECT_EQ( ear.heard, ( Heard{ "1", "2", "3", "4" } ) );
    EXPECT_EQ( 4u, tcam->entries() );
 }
 
@@ -118,11 +114,11 @@ TEST_F( Tcam, AWaitingVersionIsReplacedAndReportedAsSkipped ) {
    tcam->finish( 0 );
    pace();
    tcam->finish( 0 );
-   EXPECT_EQ( ear->heard, ( Heard{ "1", "(2)", "(3)", "(3)", "4" } ) );
+   EXPECT_EQ( ear.heard, ( Heard{ "1", "(2)", "(3)", "(3)", "4" } ) );
    EXPECT_EQ( Qon::QonPdVersionId( 4 ), tcam->version( prefix( 1 ) ) );
    pace();
    tcam->finish( 0 );
-   EXPECT_EQ( "9", ear->heard.back() );
+   EXPECT_EQ( "9", ear.heard.back() );
 }
 
 TEST_F( Tcam, AFailureIsANackAndTheNextGoesOn ) {
@@ -132,7 +128,7 @@ TEST_F( Tcam, AFailureIsANackAndTheNextGoesOn ) {
    tcam->finish( 0, "parity" );
    pace();
    tcam->finish( 0 );
-   EXPECT_EQ( ear->heard, ( Heard{ "1!", "2" } ) );
+   EXPECT_EQ( ear.heard, ( Heard{ "1!", "2" } ) );
    EXPECT_FALSE( tcam->has( prefix( 1 ) ) );
 }
 
@@ -147,7 +143,7 @@ TEST_F( Tcam, AFullTableRefusesUntilARouteGoes ) {
    other->routeIs( version( 1, 4, true ) );
    other->routeIs( version( 2, 5 ) );
    world.scheduler.runFor( 1 );
-   EXPECT_EQ( ear->heard, ( Heard{ "(1)", "3", "2!", "4", "5" } ) );
+   EXPECT_EQ( ear.heard, ( Heard{ "(1)", "3", "2!", "4", "5" } ) );
    EXPECT_EQ( 1u, small->entries() );
    other->checkInvariants();
 }
@@ -162,10 +158,10 @@ TEST_F( Tcam, NoAnswerIsTriedAgainAndGivenUpAtLast ) {
    ASSERT_EQ( 2u, tcam->pending().size() ); // tried again, with numbers of its own
    EXPECT_LT( tcam->pending()[1].priority, firstPriority );
    EXPECT_EQ( 65534, tcam->pending()[1].sequence );
-   EXPECT_TRUE( ear->heard.empty() );
+   EXPECT_TRUE( ear.heard.empty() );
    world.scheduler.runFor( 200 );
    EXPECT_EQ( 3u, tcam->pending().size() );
-   EXPECT_EQ( ear->heard, Heard{ "1!" } );
+   EXPECT_EQ( ear.heard, Heard{ "1!" } );
    EXPECT_EQ( Qon::AsyncOperationState::asyncNone, sm->asyncState() );
 }
 
@@ -176,20 +172,20 @@ TEST_F( Tcam, ResultsThatComeLateOrTwiceOrInAnotherOrderCountOnce ) {
    ASSERT_EQ( 2u, tcam->pending().size() );
    auto first = tcam->pending()[0], second = tcam->pending()[1];
    tcam->finish( 0 ); // late, while the second try is in flight
-   EXPECT_TRUE( ear->heard.empty() );
+   EXPECT_TRUE( ear.heard.empty() );
    EXPECT_EQ( Qon::AsyncOperationState::asyncWaiting, sm->asyncState() );
    tcam->finish( 0 );
-   EXPECT_EQ( ear->heard, Heard{ "1" } );
+   EXPECT_EQ( ear.heard, Heard{ "1" } );
 
    sm->routeIs( version( 1, 2 ) ); // the key starts its numbers again
    pace();
    ASSERT_EQ( first.sequence, tcam->pending()[0].sequence );
    helper->report( first, "late" ); // same key and number, another operation
    helper->report( second, "" );
-   EXPECT_EQ( ear->heard, Heard{ "1" } );
+   EXPECT_EQ( ear.heard, Heard{ "1" } );
    tcam->finish( 0 );
    helper->report( second, "" ); // with nothing in flight
-   EXPECT_EQ( ear->heard, ( Heard{ "1", "2" } ) );
+   EXPECT_EQ( ear.heard, ( Heard{ "1", "2" } ) );
 }
 
 TEST_F( Tcam, AnOldOperationThatTheChipAppliesLateChangesNothing ) {
@@ -199,10 +195,10 @@ TEST_F( Tcam, AnOldOperationThatTheChipAppliesLateChangesNothing ) {
    world.scheduler.runFor( 60.5 ); // version 1 timed out; the removal took its place
    ASSERT_EQ( 2u, tcam->pending().size() );
    tcam->finish( 1 );
-   EXPECT_EQ( ear->heard, ( Heard{ "(1)", "2" } ) );
+   EXPECT_EQ( ear.heard, ( Heard{ "(1)", "2" } ) );
    tcam->finish( 0 );
    EXPECT_FALSE( tcam->has( prefix( 1 ) ) );
-   EXPECT_EQ( ear->heard, ( Heard{ "(1)", "2" } ) );
+   EXPECT_EQ( ear.heard, ( Heard{ "(1)", "2" } ) );
 }
 
 TEST_F( Tcam, ResultsOfOneMomentAreAllHeard ) {
@@ -212,11 +208,11 @@ TEST_F( Tcam, ResultsOfOneMomentAreAllHeard ) {
       sm->routeIs( version( n, n ) );
    }
    world.scheduler.settle();
-   EXPECT_EQ( 50u, ear->heard.size() );
+   EXPECT_EQ( 50u, ear.heard.size() );
 }
 
 TEST_F( Tcam, UnderRandomFaultsEveryVersionIsAcknowledgedOnceInOrder ) {
-   std::mt19937 random( 7 );
+   Kiv::Rng random( 7 );
    auto below = [&]( U32 n ) { return U32( random() ) % n; };
    std::map< U32, U64 > asked;
    U64 id = 0;
@@ -242,9 +238,9 @@ TEST_F( Tcam, UnderRandomFaultsEveryVersionIsAcknowledgedOnceInOrder ) {
          tcam->finish( 0 );
       }
    }
-   EXPECT_EQ( id, ear->heard.size() );
+   EXPECT_EQ( id, ear.heard.size() );
    std::map< String, int > times;
-   for ( String text : ear->heard ) {
+   for ( String text : ear.heard ) {
       std::erase_if( text, []( char c ) { return c < '0' || c > '9'; } );
       EXPECT_EQ( 1, ++times[text] );
    }

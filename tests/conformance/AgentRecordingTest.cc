@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "agent/AgentRun.h"
+#include "agent/SoftChips.h"
 #include "agent/record/Replay.h"
 #include "platform/Kiv/EventLoop.h"
 #include "tests/conformance/Programs.h"
@@ -98,7 +99,8 @@ TEST_F( AgentRecording, WhatClientsDoIsReplayed ) {
    {
       Kiv::EventLoop loop;
       FileRecorder recorder( loop, base + ".rec" );
-      AgentRun run( loop, &recorder, []( const String & ) {} );
+      AgentRun run(
+            loop, &recorder, []( const String & ) {}, softChips() );
       run.begin();
       run.config( "examples/leaf.json" );
       run.events( base + ".jsonl" );
@@ -119,7 +121,9 @@ TEST_F( AgentRecording, WhatClientsDoIsReplayed ) {
                     std::to_string( n ) );
       }
    }
-   EXPECT_EQ( replayFile( base + ".rec", [this]( const String & line ) { text = line; } ), 0 )
+   EXPECT_EQ( replayFile(
+                    base + ".rec", [this]( const String & line ) { text = line; }, softChips() ),
+              0 )
          << text;
 }
 

@@ -148,40 +148,26 @@ TEST_F( LagSmFlow, AggregatesWithoutAnIndexHaveNoHardwareGroup ) {
    checkAll();
 }
 
-/** Changes the status while a change of the maps is being published. */
-class Meddler : public Velto::Node {
- public:
-   explicit Meddler( LagWorld * world ) : world_( world ) {
-      hasNotificationActiveIs( true );
-      watch_.attach( this, world->acsd.ptr() );
-   }
-   void handlePortToLag( const IntfId & ) {
-      if ( auto once = std::exchange( act, nullptr ) ) {
-         once( *world_ );
-      }
-   }
-   std::function< void( LagWorld & ) > act;
-
- private:
-   LagWorld * world_;
-   Kiv::Watch< Qon::QonCommonSmData::portToLagAttr, Meddler, &Meddler::handlePortToLag > watch_;
-};
-
 TEST_F( LagSmFlow, ChangesMadeWhileAChangeIsPublishedAreTakenUp ) {
    hardwarePorts( 1, 3 );
    start();
-   auto meddler = Velto::make< Meddler >( this );
-   meddler->act = []( LagWorld & w ) { w.leave( 1, 1 ); };
+   std::function< void() > meddle;
+   Kiv::Listener< Qon::QonCommonSmData::portToLagAttr > meddler( acsd.ptr(), [&]( auto & ) {
+      if ( auto once = std::exchange( meddle, nullptr ) ) {
+         once();
+      }
+   } );
+   meddle = [&] { leave( 1, 1 ); };
    join( 1, 1 );
    EXPECT_EQ( members( 1 ), Ports{} );
    checkAll();
-   meddler->act = []( LagWorld & w ) { w.join( 2, 1 ); };
+   meddle = [&] { join( 2, 1 ); };
    join( 1, 1 );
    EXPECT_EQ( members( 2 ), Ports{ eth( 1 ) } );
    checkAll();
-   meddler->act = []( LagWorld & w ) {
-      w.dir->intfStatusDel( po( 2 ) ); // the whole aggregate, and back with another member
-      w.join( 2, 3 );
+   meddle = [&] {
+      dir->intfStatusDel( po( 2 ) ); // the whole aggregate, and back with another member
+      join( 2, 3 );
    };
    join( 2, 2 );
    EXPECT_EQ( members( 2 ), Ports{ eth( 3 ) } );

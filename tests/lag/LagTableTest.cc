@@ -1,6 +1,6 @@
 // The chip in software: finite, immediate or slow, and never two groups for one hardware port.
 
-#include "agent/softchip/LagTable.h"
+#include "agent/softchip/SoftLagProgrammer.h"
 #include "tests/lag/LagWorld.h"
 
 namespace {
@@ -13,7 +13,7 @@ class LagTableFlow : public ::testing::Test, public LagWorld {
    LagTableFlow() {
       hardwarePorts( 1, 32 );
       start();
-      chip = SoftChip::LagTableIs( config, status, faults, { 2, 2 } ); // groups, members
+      chip = SoftChip::SoftLagProgrammerIs( config, status, table ); // groups, members
       chip->initializedIs( true );
    }
    void TearDown() override {
@@ -26,7 +26,8 @@ class LagTableFlow : public ::testing::Test, public LagWorld {
       return prog->programmed( po( lag ), eth( port ) ).result();
    }
    SoftChip::FaultPlan faults;
-   Ptr< SoftChip::LagTable > chip;
+   SoftChip::LagTable table{ faults, { 2, 2 } };
+   Ptr< SoftChip::SoftLagProgrammer > chip;
 };
 
 TEST_F( LagTableFlow, WhatDoesNotFitIsRefusedAndTriedAgainWhenThereIsRoom ) {
@@ -35,7 +36,7 @@ TEST_F( LagTableFlow, WhatDoesNotFitIsRefusedAndTriedAgainWhenThereIsRoom ) {
    join( 1, 3 );
    join( 2, 4 );
    join( 3, 5 );
-   EXPECT_EQ( chip->text(), "1: Port-Channel1 Ethernet1(0/1 CD) Ethernet2(0/2 C)\n"
+   EXPECT_EQ( table.text(), "1: Port-Channel1 Ethernet1(0/1 CD) Ethernet2(0/2 C)\n"
                             "2: Port-Channel2 Ethernet4(0/4 CD)\n" );
    EXPECT_EQ( result( 1, 3 ), Result::noMember );
    EXPECT_EQ( result( 3, 5 ), Result::noLag );
@@ -47,7 +48,8 @@ TEST_F( LagTableFlow, WhatDoesNotFitIsRefusedAndTriedAgainWhenThereIsRoom ) {
    EXPECT_EQ( result( 3, 5 ), Result::success );
    EXPECT_FALSE( status->lagHas( po( 2 ) ) );
    join( 4, 6 );
-   chip->limitsIs( { 3, 2 } );
+   table.limitsIs( { 3, 2 } );
+   chip->finishAll();
    EXPECT_EQ( result( 4, 6 ), Result::success );
 }
 
@@ -64,7 +66,7 @@ TEST_F( LagTableFlow, CompletionMayTakeAWhile ) {
    chip->latencyIs( 0.5 );
    join( 1, 1 );
    EXPECT_EQ( result( 1, 1 ), Result::pending );
-   EXPECT_EQ( chip->lags(), 0u );
+   EXPECT_EQ( table.lags(), 0u );
    scheduler.runFor( 1.0 );
    EXPECT_EQ( result( 1, 1 ), Result::success );
    join( 2, 1 ); // moves, and back, before the chip is done
@@ -72,7 +74,7 @@ TEST_F( LagTableFlow, CompletionMayTakeAWhile ) {
    dir->intfStatusDel( po( 1 ) );
    join( 1, 1, false, false );
    scheduler.runFor( 1.0 );
-   EXPECT_EQ( chip->text(), "1: Port-Channel1 Ethernet1(0/1 )\n" );
+   EXPECT_EQ( table.text(), "1: Port-Channel1 Ethernet1(0/1 )\n" );
    EXPECT_FALSE( status->lagHas( po( 2 ) ) );
 }
 
@@ -94,10 +96,31 @@ TEST_F( LagTableFlow, LentMembersStayWhereTheyAre ) {
    join( 1, 1 );
    lagSm->sharePeerLinkWithLagIs( po( 1 ), true );
    mlagUp( po( 10 ) );
-   EXPECT_EQ( chip->text(), "10: Port-Channel10 Ethernet20(0/20 CD)\n"
+   EXPECT_EQ( table.text(), "10: Port-Channel10 Ethernet20(0/20 CD)\n"
                             "1: Port-Channel1 Ethernet1(0/1 CD) Ethernet20(0/20 CDs)\n" );
    mlag->mlagStateIs( Mlag::MlagState::inactive );
-   EXPECT_EQ( chip->members( po( 1 ) ), 1u );
+   EXPECT_EQ( table.members( po( 1 ) ), 1u );
+}
+
+TEST_F( LagTableFlow, TheTableOutlivesItsProgrammer ) {
+   join( 1, 1 );
+   join( 2, 2 );
+   chip->latencyIs( 0.5 );
+   leave( 2, 2 );
+   join( 1, 3 );
+   chip = nullptr; // what waits is done at its time, and the status hears nothing
+   EXPECT_EQ( table.members( po( 1 ) ), 1u );
+   scheduler.runFor( 0.6 );
+   EXPECT_EQ( table.text(), "1: Port-Channel1 Ethernet1(0/1 CD) Ethernet3(0/3 CD)\n" );
+   EXPECT_EQ( result( 1, 3 ), Result::pending );
+   faults.add( { "lagMember", SoftChip::Trouble::fail } );
+   dir->intfStatusDel( po( 1 ) );
+   join( 4, 1 );
+   chip = SoftChip::SoftLagProgrammerIs( config, status, table );
+   chip->initializedIs( true );
+   EXPECT_EQ( result( 4, 1 ), Result::failed ); // its group is new to the chip
+   chip->finishAll();
+   EXPECT_EQ( table.text(), "4: Port-Channel4 Ethernet1(0/1 CD)\n" );
 }
 
 } // namespace

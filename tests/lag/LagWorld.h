@@ -2,10 +2,11 @@
 // A switch with aggregates: what its other agents publish, LagSm with its hardware programming,
 // and a watcher of what must hold at every moment.
 
-#include <memory>
+#include <optional>
 #include <set>
 
 #include "Qon/include/lag/QonLagSm.h"
+#include "platform/Kiv/Listener.h"
 #include "platform/Kiv/Restart.h"
 #include "tests/harness/World.h"
 
@@ -27,13 +28,12 @@ eth( U32 n ) {
 }
 
 /** Checks at every published change of the maps and of the hardware configuration. */
-class Guard : public Velto::Node {
+class Guard {
  public:
    Guard( const Qon::QonCommonSmData * acsd, const Hardware::Lag::Config * config )
        : acsd_( acsd ), config_( config ) {
-      hasNotificationActiveIs( true );
-      portToLagWatch_.attach( this, acsd );
-      lagWatch_.attach( this, config );
+      portToLag_.attach( acsd, [this]( const IntfId & port ) { handlePortToLag( port ); } );
+      lags_.attach( config, [this]( const IntfId & lag ) { handleLag( lag ); } );
       for ( auto && [lag, group] : config->lagIteratorConst() ) {
          handleLag( lag );
       }
@@ -51,11 +51,10 @@ class Guard : public Velto::Node {
    }
    void handleLag( const IntfId & lag ) {
       auto group = config_->lag( lag );
-      auto & watch = memberWatches_[lag];
-      watch = nullptr;
       if ( group ) {
-         watch = std::make_unique< MemberWatch >();
-         watch->attach( this, group );
+         members_[lag].attach( group, [this]( const IntfId & port ) { handleMember( port ); } );
+      } else {
+         members_.erase( lag );
       }
    }
    void handleMember( const IntfId & port ) {
@@ -70,20 +69,15 @@ class Guard : public Velto::Node {
    U32 hardwareChanges = 0;
 
  private:
-   using MemberWatch =
-         Kiv::Watch< Hardware::Lag::LagConfig::memberAttr, Guard, &Guard::handleMember >;
    const Qon::QonCommonSmData * acsd_;
    const Hardware::Lag::Config * config_;
-   std::map< IntfId, std::unique_ptr< MemberWatch > > memberWatches_;
-   Kiv::Watch< Qon::QonCommonSmData::portToLagAttr, Guard, &Guard::handlePortToLag >
-         portToLagWatch_;
-   Kiv::Watch< Hardware::Lag::Config::lagAttr, Guard, &Guard::handleLag > lagWatch_;
+   std::map< IntfId, Kiv::Listener< Hardware::Lag::LagConfig::memberAttr > > members_;
+   Kiv::Listener< Qon::QonCommonSmData::portToLagAttr > portToLag_;
+   Kiv::Listener< Hardware::Lag::Config::lagAttr > lags_;
 };
 
 class LagWorld : public Tests::World {
  public:
-   LagWorld() { guard = Velto::make< Guard >( acsd.ptr(), config.ptr() ); }
-
    void start() {
       prog = Qon::LagProgSmIs( config, status, fapIdPorts );
       lagSm = Qon::LagSmIs( acsd, dir, deviceNames, mlag, acsd->verifyData(), prog );
@@ -142,7 +136,7 @@ class LagWorld : public Tests::World {
    Ptr< Hardware::Lag::Status > status = Velto::make< Hardware::Lag::Status >( "hwstatus" );
    Ptr< Qon::LagProgSm > prog;
    Ptr< Qon::LagSm > lagSm;
-   Ptr< Guard > guard;
+   std::optional< Guard > guard{ std::in_place, acsd.ptr(), config.ptr() };
 };
 
 } // namespace LagTests

@@ -2,11 +2,11 @@
 // and at no moment a port in two groups. The guard of LagWorld watches every change.
 
 #include <algorithm>
-#include <random>
 
 #include "Qon/include/lag/QonEthPhyLagConfigAggregatorSm.h"
 #include "Qon/include/lag/QonLagConfigMapCreatorSm.h"
 #include "Qon/include/lag/QonLagCreatorSm.h"
+#include "platform/Kiv/Rng.h"
 #include "tests/lag/LagWorld.h"
 
 namespace {
@@ -69,8 +69,8 @@ class AllWorld : public LagWorld {
          Velto::make< Hardware::Lag::MemberStatusDir >( "memberStatus" );
    Ptr< Hardware::Lag::Config > creatorConfig = Velto::make< Hardware::Lag::Config >( "creator" );
    Ptr< Hardware::Lag::Config > mapConfig = Velto::make< Hardware::Lag::Config >( "map" );
-   Ptr< Guard > creatorGuard = Velto::make< Guard >( acsd.ptr(), creatorConfig.ptr() );
-   Ptr< Guard > mapGuard = Velto::make< Guard >( acsd.ptr(), mapConfig.ptr() );
+   Guard creatorGuard{ acsd.ptr(), creatorConfig.ptr() };
+   Guard mapGuard{ acsd.ptr(), mapConfig.ptr() };
    Ptr< Qon::QonLagCreatorSm > creator;
    Ptr< Qon::LagConfigMapCreatorSm > mapCreator;
    Ptr< Qon::LagConfigAggregatorSm > aggregator;
@@ -122,7 +122,7 @@ disturbances() {
 }
 
 TEST( LagPermutations, TheSameHardwareAtTheEnd ) {
-   std::mt19937 random( 4711 );
+   Kiv::Rng random( 4711 );
    String expected;
    for ( U32 round = 0; round < 1000 && !::testing::Test::HasFailure(); ++round ) {
       AllWorld world;

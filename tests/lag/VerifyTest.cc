@@ -72,7 +72,7 @@ TEST_F( LagVerifyFlow, EachInconsistencyHasItsLine ) {
            [&] { acsd->lagToPortIs( po( 1 ), list( { 1 } ) ); },
            "Lag Port-Channel1, member Ethernet1 is missing in lagToPort collection\n" },
    };
-   guard = nullptr; // the maps are broken on purpose
+   guard.reset(); // the maps are broken on purpose
    EXPECT_EQ( findings(), std::vector< String >() );
    EXPECT_FALSE( acsd->verifyData()->retryVerify() );
    for ( auto & row : rows ) {
@@ -86,7 +86,7 @@ TEST_F( LagVerifyFlow, EachInconsistencyHasItsLine ) {
 }
 
 TEST_F( LagVerifyFlow, LinesThatComeTogether ) {
-   guard = nullptr;
+   guard.reset();
    acsd->portToLagIs( eth( 1 ), po( 2 ) );
    EXPECT_EQ( findings(),
               ( std::vector< String >{
@@ -111,7 +111,7 @@ TEST_F( LagVerifyFlow, AMemberThatTwoListMayBeInEither ) {
 }
 
 TEST_F( LagVerifyFlow, ARetryRepeatsTheCheckWithoutAskingAgain ) {
-   guard = nullptr;
+   guard.reset();
    auto data = acsd->verifyData();
    acsd->lagToPortIs( po( 7 ), list( {} ) );
    findings();
@@ -131,7 +131,7 @@ class PickySm : public Qon::LagSm {
 };
 
 TEST_F( LagVerifyFlow, UnmanagedAggregates ) {
-   guard = nullptr;
+   guard.reset();
    stop();
    join( 2, 2 );
    lagSm = Qon::smIs< PickySm >(

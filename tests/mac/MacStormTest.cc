@@ -6,9 +6,9 @@
 
 #include <deque>
 #include <optional>
-#include <random>
 #include <set>
 
+#include "platform/Kiv/Rng.h"
 #include "tests/mac/FakeChip.h"
 
 namespace {
@@ -217,7 +217,7 @@ class Storm : public MacWorld {
       return hw_.entry( key ) == ( wanted ? cmd : nullptr ) ? "" : "not what the chip holds";
    }
 
-   std::mt19937 random_;
+   Kiv::Rng random_;
    U32 calm_;
    StormChip hw_;
    std::map< MacEntryKey, MacCmdPtr > newest_;

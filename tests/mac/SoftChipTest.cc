@@ -6,32 +6,38 @@
 #include <cstdio>
 #include <fstream>
 #include <nlohmann/json.hpp>
-#include <random>
 
 #include "agent/Agent.h"
-#include "agent/EventPlayer.h"
 #include "agent/features/FaultFeature.h"
 #include "agent/features/MacFeature.h"
+#include "agent/player/EventPlayer.h"
+#include "agent/server/Console.h"
+#include "agent/softchip/Chip.h"
+#include "platform/Kiv/Rng.h"
 #include "tests/mac/FakeChip.h"
 
 namespace {
 
 using namespace Tests;
 using SoftChip::Trouble;
+using Words = std::vector< String >;
 
 /** An agent with a small chip; streams come from files. */
 class SoftMac : public ::testing::Test {
  protected:
-   explicit SoftMac( const SoftChip::HostTableShape & shape = { 4, 2, 8, 0.001 } ) {
-      QonAgent::Features features;
-      features.push_back( std::make_unique< QonAgent::FaultFeature >() );
-      auto mac = std::make_unique< QonAgent::MacFeature >( shape );
-      mac_ = mac.get();
-      features.push_back( std::move( mac ) );
-      agent_.emplace( scheduler_, std::move( features ) );
+   explicit SoftMac( const SoftChip::HostTableShape & shape = { 4, 2, 8, 0.001 } )
+       : chip_( scheduler_, { .hosts = shape } ) {
+      start();
    }
-   SoftChip::SoftMacProgrammer & programmer() { return *mac_->programmer(); }
-   const SoftChip::HostTable & table() { return programmer().table(); }
+   void start() {
+      const QonAgent::Features features = { QonAgent::feature< QonAgent::FaultFeature >( "faults" ),
+                                            QonAgent::feature< QonAgent::MacFeature >( "mac" ) };
+      agent_.emplace( scheduler_, chip_, features );
+   }
+   Qon::QonMacProgrammer & programmer() {
+      return *static_cast< QonAgent::MacFeature & >( *agent_->features()[1] ).programmer();
+   }
+   const SoftChip::HostTable & table() { return chip_.of< SoftChip::MacPart >().table(); }
 
    /** Plays lines, without their common parts: an event a line. */
    void play( const std::vector< String > & lines ) {
@@ -60,12 +66,11 @@ class SoftMac : public ::testing::Test {
       return mac( "add", n, R"(, "intf": ")" + intf + "\"" + more );
    }
    QonAgent::Json show( const String & name ) {
-      for ( auto & command : agent_->showCommands() ) {
-         if ( command.name == name ) {
-            return command.rows( {} );
-         }
-      }
-      return nullptr;
+      return QonAgent::Console( *agent_ )
+            .answer( { { "do", "show" },
+                       { "words", QonAgent::Json( name == "mac" ? Words{ "mac" }
+                                                                : Words{ "hw", "mac" } ) } } )
+            .at( "rows" );
    }
    std::map< String, U32 > states() {
       std::map< String, U32 > count;
@@ -77,7 +82,7 @@ class SoftMac : public ::testing::Test {
 
    Kiv::VirtualScheduler scheduler_;
    Kiv::LogRecorder logs_;
-   QonAgent::MacFeature * mac_;
+   SoftChip::Chip chip_;
    std::optional< QonAgent::Agent > agent_;
 };
 
@@ -204,8 +209,8 @@ TEST_F( SoftMac, ALineThatIsWrongIsRefusedBeforeAnythingHappens ) {
 }
 
 TEST_F( SoftMac, ALearningStormEndsWithWhatFits ) {
-   std::mt19937 random( 5 );
-   auto & plan = agent_->faults();
+   Kiv::Rng random( 5 );
+   auto & plan = chip_.faults();
    plan.add( { "writeToHw", Trouble::busy, 0, 0, 100 } );
    plan.add( { "writeToHw", Trouble::parity, 0, 0, 50 } );
    std::map< MacEntryKey, MacCmdPtr > newest;
@@ -238,12 +243,14 @@ TEST_F( SoftMac, ALearningStormEndsWithWhatFits ) {
 TEST( HostTable, AFullQueueAnswersBusyLater ) {
    Kiv::VirtualScheduler scheduler;
    SoftChip::FaultPlan plan;
-   std::vector< std::pair< U64, Status > > answers;
-   auto table = Velto::make< SoftChip::HostTable >( scheduler.timerWheel(),
-                                                    SoftChip::HostTableShape{ 4, 2, 2, 0.5 }, plan,
-                                                    [&]( U64 id, U32, Status status ) {
-                                                       answers.push_back( { id, status } );
-                                                    } );
+   struct : SoftChip::HostTable::Hook {
+      void done( U64 id, U32, Status status ) override { answers.push_back( { id, status } ); }
+      std::vector< std::pair< U64, Status > > answers;
+   } hook;
+   auto & answers = hook.answers;
+   auto table = Velto::make< SoftChip::HostTable >(
+         scheduler.timerWheel(), SoftChip::HostTableShape{ 4, 2, 2, 0.5 }, plan );
+   table->hook.is( &hook );
    for ( U64 id : { 1, 2, 3 } ) {
       table->start( { id, CmdType::addHost, macKey( id ), {}, {} } );
    }
@@ -252,6 +259,26 @@ TEST( HostTable, AFullQueueAnswersBusyLater ) {
    std::pair< U64, Status > first( 1, Status::macProgramSuccess ),
          refused( 3, Status::macProgramBusy ), second( 2, Status::macProgramSuccess );
    EXPECT_EQ( answers, ( std::vector{ first, refused, second } ) );
+}
+
+// The chip goes on with what an agent handed over that has gone, and the next agent is no wiser.
+TEST_F( SoftMac, AnAgentThatComesUpOverTheSameChipFindsItAsItWas ) {
+   std::vector< String > lines;
+   for ( U32 n = 0; n < 8; ++n ) {
+      lines.push_back( add( n ) ); // as many as the queue takes
+   }
+   play( lines );
+   programmer().handleAddrOp( macCmd( CmdType::addHost, macKey( 100 ) ) );
+   scheduler_.runFor( 0.0001 );
+   ASSERT_GT( table().queued(), 0u );
+   agent_.reset();
+   start();
+   programmer().handleAddrOp( macCmd( CmdType::addHost, macKey( 101 ) ) );
+   scheduler_.runFor( 1 );
+   EXPECT_TRUE( table().entry( macKey( 100 ) ) || !table().hasRoom( macKey( 100 ) ) );
+   EXPECT_TRUE( table().entry( macKey( 101 ) ) || !table().hasRoom( macKey( 101 ) ) );
+   EXPECT_EQ( programmer().inProgAddrOps(), 0u );
+   EXPECT_EQ( programmer().checkInvariants(), "" );
 }
 
 TEST( FaultPlan, CountsCallsOfEachHookAndRepeatsItself ) {

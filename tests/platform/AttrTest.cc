@@ -7,6 +7,7 @@
 
 #include "platform/Kiv/Describe.h"
 #include "platform/Kiv/Generic.h"
+#include "platform/Kiv/Listener.h"
 #include "platform/types/Ulnet.h"
 
 namespace {
@@ -322,6 +323,26 @@ TEST_F( Attributes, AToolHearsEveryAttribute ) {
    tree->vlanDel( eth2 );
    EXPECT_EQ( "vlan=None", all.last );
    EXPECT_EQ( 3, all.calls );
+}
+
+TEST_F( Attributes, AListenerHearsKeysAndMayEndItself ) {
+   Kiv::Listener< Tree::vlanAttr > vlans( tree.ptr(), [&]( const IntfId & key ) {
+      heard.push_back( key.stringValue() );
+      if ( key == eth2 ) {
+         vlans.detach();
+         heard.push_back( key.stringValue() ); // the function and its key are still there
+      }
+   } );
+   Kiv::Listener< Base::countAttr > count( tree.ptr(), [&] { heard.push_back( "count" ); } );
+   auto other = Velto::make< Tree >( "other" );
+   tree->vlanIs( eth1, 1 );
+   tree->countIs( 5 );
+   tree->vlanIs( eth2, 1 );
+   tree->vlanIs( eth3, 1 );
+   count.attach( other.ptr(), [&] { heard.push_back( "other" ); } );
+   tree->countIs( 6 );
+   other->countIs( 6 );
+   EXPECT_EQ( heard, ( Heard{ "Ethernet1", "count", "Ethernet2", "Ethernet2", "other" } ) );
 }
 
 } // namespace

@@ -7,6 +7,7 @@
 #include <limits>
 #include <vector>
 
+#include "platform/Kiv/Alarm.h"
 #include "platform/Kiv/EventLoop.h"
 
 namespace {
@@ -287,6 +288,38 @@ TEST( Time, TheSourceIsReplaceableAndReadsAreCounted ) {
       EXPECT_EQ( before + 2, Kiv::timeReads() );
    }
    EXPECT_EQ( 5, Kiv::now() );
+}
+
+TEST( Alarms, RingOnceAtTheEarliestTimeAndMayEndThemselves ) {
+   Kiv::VirtualScheduler scheduler;
+   U32 rings = 0;
+   Kiv::Alarm again( [&] { ++rings < 3 ? again.in( 1 ) : void(); } );
+   again.in( 5 );
+   again.in( 2 );
+   again.in( 9 );
+   scheduler.runFor( 2.5 );
+   EXPECT_EQ( rings, 1u );
+   scheduler.runFor( 100 );
+   EXPECT_EQ( rings, 3u );
+   again.in( 1 );
+   again.off();
+   EXPECT_EQ( again.time(), Kiv::never );
+
+   auto what = std::make_unique< String >( "still there" );
+   std::unique_ptr< Kiv::Alarm > owner;
+   owner = std::make_unique< Kiv::Alarm >( [&heard = what, &owner, kept = String( *what )] {
+      owner = nullptr;
+      *heard = kept; // what the function holds outlives the alarm
+   } );
+   owner->in( 1 );
+   what->clear();
+   Kiv::Alarm never( [&] { rings = 100; } );
+   never.in( 2 );
+   { Kiv::Alarm moved( std::move( never ) ); }
+   scheduler.runFor( 10 );
+   EXPECT_FALSE( owner );
+   EXPECT_EQ( *what, "still there" );
+   EXPECT_EQ( rings, 3u );
 }
 
 } // namespace

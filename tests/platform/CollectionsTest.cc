@@ -5,13 +5,13 @@
 
 #include <algorithm>
 #include <memory>
-#include <random>
 #include <set>
 #include <vector>
 
 #include "platform/Kiv/DenseMap.h"
 #include "platform/Kiv/Fifo.h"
 #include "platform/Kiv/OrderedMap.h"
+#include "platform/Kiv/Rng.h"
 
 namespace {
 
@@ -195,7 +195,7 @@ class Driver {
       }
    }
 
-   std::mt19937 random_;
+   Kiv::Rng random_;
    U32 keys_;
    U32 bias_ = 600;
    Model model_;
@@ -230,7 +230,7 @@ TEST( DenseMap, growsAndShrinksAcrossSegments ) {
       ASSERT_EQ( *map.find( U64( i / 2 ) << 32 ), i / 2 );
       ASSERT_FALSE( map.has( U64( i + 1 ) << 32 ) );
    }
-   std::mt19937 random( 1 );
+   Kiv::Rng random( 1 );
    std::vector< U32 > order( n );
    for ( U32 i = 0; i < n; ++i ) {
       order[i] = i;
@@ -472,7 +472,7 @@ TEST( Fifo, keepsOrderAndDuplicates ) {
 
 TEST( Fifo, modelWithWalksOpen ) {
    for ( U32 seed = 0; seed < 10; ++seed ) {
-      std::mt19937 random( seed );
+      Kiv::Rng random( seed );
       Fifo< U32 > queue;
       std::vector< U32 > model; // all that ever came: each is its own number
       U32 gone = 0;

@@ -153,4 +153,11 @@ TEST( Text, HashesTellNeighboursApartAndEqualsNot ) {
    EXPECT_EQ( Limits( 5, 5, Limits::Scope::chassis ).hash(), 8016376101106740819u );
 }
 
+TEST( Text, PartsAndQuotes ) {
+   using Parts = std::vector< Velto::String >;
+   EXPECT_EQ( Kiv::split( "a b  c ", ' ' ), ( Parts{ "a", "b", "", "c", "" } ) );
+   EXPECT_EQ( Kiv::split( "", ' ' ), Parts{ "" } );
+   EXPECT_EQ( Kiv::jsonQuoted( "a\"b\\c\n\x1f\xc3\xa9" ), "\"a\\\"b\\\\c\\u000a\\u001f\xc3\xa9\"" );
+}
+
 } // namespace Test

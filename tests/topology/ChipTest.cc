@@ -199,18 +199,19 @@ TEST( TopoTableTest, ATopologyWithoutRoomWaitsForAnotherToGo ) {
    TopologyWorld world;
    SoftChip::FaultPlan faults;
    faults.limitIs( "topoTable", 1 );
-   auto chip = Velto::make< SoftChip::SoftTopoHelper >( 64, faults );
+   SoftChip::TopoTable chip( 64, faults );
    world.stp.topo( "a", 1 );
    world.stp.topo( "b", 2 );
    world.stp.vlan( 10, "b" );
    world.stp.port( "b", "Ethernet1", forwarding );
-   world.start( chip );
-   EXPECT_EQ( chip->topologies(), std::vector< String >{ "a" } );
+   world.start( Velto::make< SoftChip::SoftTopoHelper >( chip ) );
+   EXPECT_EQ( chip.topologies(), std::vector< String >{ "a" } );
    EXPECT_EQ( world.stp.acked( "b", "Ethernet1" ), 0 );
-   EXPECT_FALSE( chip->forwards( 10, intf( "Ethernet1" ) ) );
+   EXPECT_FALSE( chip.forwards( 10, intf( "Ethernet1" ) ) );
    world.stp.topoDel( "a" );
    EXPECT_EQ( world.stp.acked( "b", "Ethernet1" ), 3 );
-   EXPECT_TRUE( chip->forwards( 10, intf( "Ethernet1" ) ) );
+   EXPECT_TRUE( chip.forwards( 10, intf( "Ethernet1" ) ) );
+   world.stpSm = nullptr; // before the chip
 }
 
 } // namespace

@@ -2,8 +2,8 @@
 // The world of topologies over either kind of chip, and what must hold when it is at rest.
 
 #include "Qon/include/topology/VlanTopoHelper.h"
-#include "agent/softchip/TopoTable.h"
-#include "agent/softchip/VlanTable.h"
+#include "agent/softchip/SoftTopoHelper.h"
+#include "agent/softchip/SoftVlanHelper.h"
 #include "tests/topology/TopologyWorld.h"
 
 namespace Tests {
@@ -13,20 +13,21 @@ enum class ChipKind { topoTable, perVlan };
 class ChipWorld : public TopologyWorld {
  public:
    explicit ChipWorld( ChipKind kind ) : kind( kind ) {
-      vlans = Velto::make< SoftChip::SoftVlanHelper >( "vlans", acsd.ptr(), faults );
+      vlans = Velto::make< SoftChip::SoftVlanHelper >( "vlans", acsd.ptr(), vlanTable );
       if ( kind == ChipKind::topoTable ) {
-         topoTable = Velto::make< SoftChip::SoftTopoHelper >( 64, faults );
+         topoTable = Velto::make< SoftChip::SoftTopoHelper >( topologies );
          helper = topoTable;
       } else {
          vlanTopo = Qon::VlanTopoHelperIs( vlans, &scheduler );
          helper = vlanTopo;
       }
    }
+   ~ChipWorld() { stpSm = nullptr; } // which counts the helper, which points to the tables
    void run() { start( helper ); }
 
    /** Where the chip keeps what waits for its completion. */
    SoftChip::Completions & completions() {
-      return kind == ChipKind::topoTable ? topoTable->completions() : vlans->completions();
+      return kind == ChipKind::topoTable ? topologies.completions() : vlanTable.completions();
    }
    void latencyIs( Kiv::Seconds latency ) { completions().latencyIs( latency ); }
 
@@ -36,8 +37,8 @@ class ChipWorld : public TopologyWorld {
    }
    /** Whether frames of the VLAN pass the port, by what the chip holds. */
    bool forwards( U32 vlan, IntfId port ) {
-      return vlans->has( VlanId( vlan ), port ) &&
-             ( !topoTable || topoTable->forwards( U16( vlan ), port ) );
+      return vlanTable.has( VlanId( vlan ), port ) &&
+             ( !topoTable || topologies.forwards( U16( vlan ), port ) );
    }
    bool forwards( U32 vlan, const String & port ) { return forwards( vlan, intf( port ) ); }
 
@@ -46,7 +47,7 @@ class ChipWorld : public TopologyWorld {
       latencyIs( 0 );
       for ( U32 round = 0; round < 100; ++round ) {
          scheduler.settle();
-         if ( completions().waiting() == 0 && vlans->completions().waiting() == 0 ) {
+         if ( completions().waiting() == 0 && vlanTable.completions().waiting() == 0 ) {
             if ( scheduler.nextTime() == Kiv::never ) {
                return;
             }
@@ -54,7 +55,7 @@ class ChipWorld : public TopologyWorld {
             continue;
          }
          completions().finishAll();
-         vlans->completions().finishAll();
+         vlanTable.completions().finishAll();
       }
       ADD_FAILURE() << "it does not come to rest";
    }
@@ -73,6 +74,8 @@ class ChipWorld : public TopologyWorld {
 
    const ChipKind kind;
    SoftChip::FaultPlan faults;
+   SoftChip::VlanTable vlanTable{ faults };
+   SoftChip::TopoTable topologies{ 64, faults };
    Velto::Ptr< SoftChip::SoftVlanHelper > vlans;
    Velto::Ptr< SoftChip::SoftTopoHelper > topoTable; // or:
    Velto::Ptr< Qon::VlanTopoHelper > vlanTopo;

@@ -1,8 +1,7 @@
 // Random histories: whatever happens in whatever order, the invariants hold after every step, and
 // at rest the chip has what the configuration wants and everything is acknowledged.
 
-#include <random>
-
+#include "platform/Kiv/Rng.h"
 #include "tests/topology/ChipWorld.h"
 
 namespace {
@@ -158,7 +157,7 @@ class HistoryTest : public testing::TestWithParam< std::tuple< ChipKind, U32 > >
    }
 
  private:
-   std::mt19937 random_;
+   Kiv::Rng random_;
 };
 
 TEST_P( HistoryTest, EndsWhereTheConfigurationWants ) {

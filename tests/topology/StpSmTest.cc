@@ -1,5 +1,6 @@
 // Topologies, their ports and VLANs, and when a port state counts as done.
 
+#include "platform/Kiv/Listener.h"
 #include "tests/topology/TopologyWorld.h"
 
 namespace {
@@ -7,6 +8,7 @@ namespace {
 using namespace Tests;
 using Qon::HwOperationalMode;
 using Calls = std::vector< String >;
+using StateListener = Kiv::Listener< Bridging::Topology::TopoPortStatus::stateAttr >;
 
 constexpr PortState blocked = PortState::discarding, learning = PortState::learning,
                     forwarding = PortState::forwarding;
@@ -117,25 +119,6 @@ TEST_F( StpSmTest, CompletionInsideTheHookAndForStrangers ) {
    EXPECT_EQ( stp.acked( "mst0", "Ethernet1" ), int( forwarding ) );
 }
 
-/** Requests another state as soon as one is acknowledged. */
-class Impatient : public Velto::Node {
- public:
-   Impatient( SpanningTree & stp, const String & port ) : stp_( stp ), port_( port ) {
-      hasNotificationActiveIs( true );
-      watch_.attach( this, stp.portStatus( "mst0", "Ethernet1" ) );
-   }
-   void handleState() {
-      watch_.detach();
-      stp_.port( "mst0", port_, learning );
-   }
-
- private:
-   SpanningTree & stp_;
-   const String port_;
-   Kiv::Watch< Bridging::Topology::TopoPortStatus::stateAttr, Impatient, &Impatient::handleState >
-         watch_;
-};
-
 TEST_F( StpSmTest, WhatIsRequestedDuringTheAcknowledgementIsNotAcknowledgedByIt ) {
    for ( String again : { "Ethernet1", "Ethernet2" } ) {
       stpSm = nullptr;
@@ -145,7 +128,11 @@ TEST_F( StpSmTest, WhatIsRequestedDuringTheAcknowledgementIsNotAcknowledgedByIt 
       helper->setStpStateDoneTopoId( 7 );
       stp.port( "mst0", "Ethernet1", forwarding );
       stp.port( "mst0", "Ethernet2", forwarding );
-      auto impatient = Velto::make< Impatient >( stp, again );
+      StateListener impatient;
+      impatient.attach( stp.portStatus( "mst0", "Ethernet1" ), [&] {
+         impatient.detach();
+         stp.port( "mst0", again, learning );
+      } );
       helper->setStpStateDoneTopoId( 7 );
       EXPECT_EQ( stp.acked( "mst0", "Ethernet1" ), int( forwarding ) );
       EXPECT_EQ( stp.acked( "mst0", "Ethernet2" ),
@@ -155,26 +142,11 @@ TEST_F( StpSmTest, WhatIsRequestedDuringTheAcknowledgementIsNotAcknowledgedByIt 
    }
 }
 
-/** Gives the port another change information as soon as its state is acknowledged. */
-class Annotator : public Velto::Node {
- public:
-   explicit Annotator( SpanningTree & stp ) : stp_( stp ) {
-      hasNotificationActiveIs( true );
-      watch_.attach( this, stp.portStatus( "mst0", "Ethernet1" ) );
-   }
-   void handleState() {
-      stp_.portConfig( "mst0", "Ethernet1" )->changeInfoIs( TopoPortChangeInfo( 99, 0.5 ) );
-   }
-
- private:
-   SpanningTree & stp_;
-   Kiv::Watch< Bridging::Topology::TopoPortStatus::stateAttr, Annotator, &Annotator::handleState >
-         watch_;
-};
-
 TEST_F( StpSmTest, ChangeInformationThatComesDuringTheAcknowledgementStays ) {
    runWithPort();
-   auto annotator = Velto::make< Annotator >( stp );
+   StateListener annotator( stp.portStatus( "mst0", "Ethernet1" ), [&] {
+      stp.portConfig( "mst0", "Ethernet1" )->changeInfoIs( TopoPortChangeInfo( 99, 0.5 ) );
+   } );
    stp.port( "mst0", "Ethernet1", learning );
    helper->setStpStateDoneTopoId( 7 );
    EXPECT_EQ( stp.acked( "mst0", "Ethernet1" ), int( learning ) );
@@ -246,20 +218,11 @@ TEST_F( StpSmTest, AnAggregateIsDoneWhenItsLastMemberIs ) {
    helper->completesInside = true;
    run();
    // The acknowledgement comes after both members were handed over.
-   class Watcher : public Velto::Node {
-    public:
-      void handleState() { seen = helper->calls(); }
-      RecordingTopoHelper * helper = nullptr;
-      Calls seen;
-      Kiv::Watch< Bridging::Topology::TopoPortStatus::stateAttr, Watcher, &Watcher::handleState >
-            watch;
-   };
-   auto watcher = Velto::make< Watcher >();
-   watcher->hasNotificationActiveIs( true );
-   watcher->helper = helper.ptr();
-   watcher->watch.attach( watcher.ptr(), stp.portStatus( "mst0", "Port-Channel1" ) );
+   Calls seen;
+   StateListener watcher( stp.portStatus( "mst0", "Port-Channel1" ),
+                          [&] { seen = helper->calls(); } );
    stp.port( "mst0", "Port-Channel1", forwarding );
-   EXPECT_EQ( watcher->seen, ( Calls{ "set 7 mst0 Ethernet1 3", "set 7 mst0 Ethernet2 3" } ) );
+   EXPECT_EQ( seen, ( Calls{ "set 7 mst0 Ethernet1 3", "set 7 mst0 Ethernet2 3" } ) );
 }
 
 TEST_F( StpSmTest, FlushesAreReportedInBothForms ) {

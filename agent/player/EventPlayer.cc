@@ -1,9 +1,9 @@
-#include "agent/EventPlayer.h"
+#include "agent/player/EventPlayer.h"
 
 #include "agent/Agent.h"
-#include "agent/ReadFile.h"
-#include "agent/StateFile.h"
-#include "agent/features/Arguments.h"
+#include "agent/base/Fields.h"
+#include "agent/base/ReadFile.h"
+#include "agent/base/StateFile.h"
 
 namespace QonAgent {
 

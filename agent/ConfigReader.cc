@@ -1,9 +1,9 @@
-#include "agent/configdb/ConfigReader.h"
+#include "agent/ConfigReader.h"
 
 #include <algorithm>
 
 #include "agent/Agent.h"
-#include "agent/Json.h"
+#include "agent/base/Json.h"
 #include "platform/Kiv/Text.h"
 
 namespace QonAgent {
@@ -28,8 +28,13 @@ ConfigReader::load() {
       }
    }
    agent_.names().define( names );
-   for ( auto & feature : agent_.features() ) {
-      feature->configure( *this );
+   for ( ConfigStage stage : { ConfigStage::ports, ConfigStage::aggregates, ConfigStage::vlans,
+                               ConfigStage::others } ) {
+      for ( auto & feature : agent_.features() ) {
+         if ( feature->configStage() == stage ) {
+            feature->configure( *this );
+         }
+      }
    }
    nameTables();
    for ( auto & change : changes_ ) {

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "agent/Json.h"
+#include "agent/base/Json.h"
 #include "platform/Orvane/EntityManager.h"
 
 namespace QonAgent {

@@ -1,51 +1,39 @@
 // Checks of the VLAN helper: the library keeps membership, forwarding and generations, and calls
 // the chip's doCreateHwVlan() and doUpdateVlan().
 
-#include "conformance/Trial.h"
+#include <set>
 
-namespace QonConformance {
+#include "chip/VlanPart.h"
+#include "conformance/Trial.h"
+#include "conformance/vlan/Contracts.h"
+#include "platform/Kiv/Listener.h"
+
+namespace QonConformance::Vlan {
 
 namespace {
 
 using Bridging::VlanId;
 using Kind = Qon::PortVlanMembershipChangeKind;
-using Ports = ChipAdapter::Ports;
+using Ports = QonChip::HeldVlan;
 
-/** Sees that completed generations rise. */
-class Generations : public Velto::Node {
- public:
-   explicit Generations( const Qon::VlanHelper * helper ) : helper_( helper ) {
-      hasNotificationActiveIs( true );
-      watch_.attach( this, helper );
-   }
-   void handleCompleted( const VlanId & vlan ) {
-      U64 now = helper_->completedVlanUpdateStatus( vlan );
-      if ( helper_->completedVlanUpdateStatusHas( vlan ) && now < last_[vlan] ) {
-         wentBack = "VLAN " + vlan.stringValue() + " from " + Kiv::toText( last_[vlan] ) + " to " +
-                    Kiv::toText( now );
-      }
-      last_[vlan] = now;
-   }
-   String wentBack;
-
- private:
-   const Qon::VlanHelper * helper_;
-   std::map< VlanId, U64 > last_;
-   Kiv::Watch< Qon::VlanHelper::completedVlanUpdateStatusAttr, Generations,
-               &Generations::handleCompleted >
-         watch_;
-};
+String
+shown( const Ports & ports ) {
+   return joined( ports, []( auto & port ) {
+      auto & [intf, member] = port;
+      return intf.stringValue() + ( member.tagged ? " tagged" : " untagged" ) +
+             ( member.ingress ? " in" : "" ) + ( member.egress ? " out" : "" );
+   } );
+}
 
 class VlanStage {
  public:
-   explicit VlanStage( Trial & trial ) : t( trial ) {
-      if ( !t.chip.makeVlanHelper ) {
-         Trial::skip( "the adapter has no makeVlanHelper" );
-      }
-      helper = t.chip.makeVlanHelper();
+   explicit VlanStage( Trial & trial )
+       : t( trial ), part( trial.part< QonChip::VlanPart >( "VlanPart" ) ) {
+      helper = part.makeVlanHelper( t.acsd );
       t.acsd->vlanHelperIs( helper );
-      generations = Velto::make< Generations >( helper.ptr() );
+      completed.attach( helper.ptr(), [this]( const VlanId & vlan ) { completedHeard( vlan ); } );
    }
+   ~VlanStage() { t.acsd->vlanHelperIs( nullptr ); }
 
    void member( U32 vlan, U32 port, bool tagged, bool ingress = true, bool egress = true ) {
       vlans.insert( U16( vlan ) );
@@ -74,14 +62,17 @@ class VlanStage {
       }
       return "";
    }
-   void rest() {
+   void rest( const Contract & contract = newest ) {
       bool rests = t.await( [&] { return waiting().empty(); } );
-      if ( !generations->wentBack.empty() ) {
-         t.broken( "vlan.generation", "generations that rise", generations->wentBack );
+      if ( !wentBack.empty() ) {
+         t.broken( generation, "generations that rise", wentBack );
+      }
+      if ( !early.empty() ) {
+         t.broken( contract, "VLANs that hold what is wanted when they are reported done", early );
       }
       if ( !rests ) {
-         t.broken( "vlan.done",
-                   "updateVlanDone() with success within " + Kiv::toText( t.chip.answersWithin ) +
+         t.broken( done,
+                   "updateVlanDone() with success within " + Kiv::toText( t.answersWithin() ) +
                          " s",
                    waiting() );
       }
@@ -93,24 +84,44 @@ class VlanStage {
       } );
       return ports;
    }
-   void judge( const char * contract ) {
-      if ( !t.chip.vlans ) {
-         return;
-      }
-      auto held = t.chip.vlans();
-      for ( U16 vlan : vlans ) {
+   void judge( const Contract & contract ) {
+      auto held = readBack();
+      for ( U16 vlan : held ? vlans : std::set< U16 >() ) {
          auto ports = wanted( vlan );
-         if ( held[vlan] != ports ) {
+         if ( ( *held )[vlan] != ports ) {
             t.broken( contract, "VLAN " + Kiv::toText( vlan ) + ": " + shown( ports ),
-                      shown( held[vlan] ) );
+                      shown( ( *held )[vlan] ) );
          }
       }
    }
+   std::optional< QonChip::HeldVlans > readBack() {
+      return t.readBack( part.vlans(), "the chip's VLANs" );
+   }
 
    Trial & t;
+   QonChip::VlanPart & part;
    Ptr< Qon::VlanHelper > helper;
-   Ptr< Generations > generations;
-   std::set< U16 > vlans; ///< that were touched
+   std::set< U16 > vlans;  ///< that were touched
+   String wentBack, early; ///< what was published and should not have been
+
+ private:
+   void completedHeard( VlanId vlan ) {
+      U64 now = helper->completedVlanUpdateStatus( vlan );
+      String name = "VLAN " + vlan.stringValue();
+      if ( helper->completedVlanUpdateStatusHas( vlan ) && now < last[vlan] ) {
+         wentBack = name + " from " + Kiv::toText( last[vlan] ) + " to " + Kiv::toText( now );
+      }
+      last[vlan] = now;
+      // A VLAN that goes is reported at once; the chip may still be at it.
+      auto ports = wanted( vlan );
+      auto held = ports.empty() ? std::nullopt : part.vlans();
+      if ( held && ( *held )[vlan] != ports ) {
+         early = name + ": " + shown( ( *held )[vlan] ) + ", not " + shown( ports );
+      }
+   }
+
+   std::map< VlanId, U64 > last;
+   Kiv::Listener< Qon::VlanHelper::completedVlanUpdateStatusAttr > completed;
 };
 
 void
@@ -124,20 +135,20 @@ addFew( VlanStage & stage ) {
 }
 
 void
-done( Trial & t ) {
+checkDone( Trial & t ) {
    VlanStage stage( t );
    addFew( stage );
-   stage.judge( "vlan.newest" );
+   stage.judge( newest );
    for ( U32 vlan = 100; vlan < 400; ++vlan ) {
       stage.member( vlan, vlan, true );
    }
    t.did( "one member in each of 300 VLANs" );
    stage.rest();
-   stage.judge( "vlan.newest" );
+   stage.judge( newest );
 }
 
 void
-newest( Trial & t ) {
+checkNewest( Trial & t ) {
    VlanStage stage( t );
    addFew( stage );
    for ( U32 round = 0; round < 20; ++round ) {
@@ -148,13 +159,13 @@ newest( Trial & t ) {
       t.did( "changed VLAN 20 while it was being programmed" );
       if ( round % 4 == 3 ) {
          stage.rest();
-         stage.judge( "vlan.newest" );
+         stage.judge( newest );
       }
    }
 }
 
 void
-readd( Trial & t ) {
+checkReadd( Trial & t ) {
    VlanStage stage( t );
    for ( U32 round = 0; round < 5; ++round ) {
       addFew( stage );
@@ -165,18 +176,18 @@ readd( Trial & t ) {
       }
    }
    addFew( stage );
-   stage.judge( "vlan.readd" );
+   stage.judge( readd );
 }
 
 void
-verify( Trial & t ) {
+checkVerify( Trial & t ) {
    VlanStage stage( t );
    addFew( stage );
-   t.judgeVerify( "vlan.verify", [&] { stage.helper->verify(); } );
+   t.judgeVerify( verify, [&] { stage.helper->verify(); } );
 }
 
 void
-cleanup( Trial & t ) {
+checkCleanup( Trial & t ) {
    VlanStage stage( t );
    addFew( stage );
    for ( U16 vlan : stage.vlans ) {
@@ -187,30 +198,54 @@ cleanup( Trial & t ) {
    t.did( "all members left" );
    stage.rest();
    // A VLAN is reported gone at once; the chip may still be at it.
-   t.await( [&] { return !t.chip.vlans || t.chip.vlans().empty(); } );
-   if ( t.chip.vlans && !t.chip.vlans().empty() ) {
-      auto held = *t.chip.vlans().begin();
-      t.broken( "vlan.cleanup", "no members",
-                "VLAN " + Kiv::toText( held.first ) + ": " + shown( held.second ) );
+   auto left = stage.readBack();
+   t.await( [&] {
+      left = stage.part.vlans();
+      return !left || left->empty();
+   } );
+   if ( left && !left->empty() ) {
+      t.broken( cleanup, "no members",
+                "VLAN " + Kiv::toText( left->begin()->first ) + ": " +
+                      shown( left->begin()->second ) );
    }
 }
 
 void
-destructor( Trial & t ) {
+checkDestructor( Trial & t ) {
    VlanStage stage( t );
    addFew( stage );
    stage.member( 30, 1, true );
    t.scheduler.settle();
    t.did( "a member in VLAN 30, not done yet" );
    t.acsd->vlanHelperIs( nullptr );
-   t.judgeDestruction( "vlan.destructor", [&] {
-      stage.generations = nullptr;
-      stage.helper = nullptr;
-   } );
+   stage.readBack();
+   t.judgeDestruction( destructor, [&] { stage.helper = nullptr; } );
+}
+
+/** The second wants something else of the VLAN that the first had in hand. */
+void
+checkSuccessor( Trial & t ) {
+   std::optional< VlanStage > first( std::in_place, t ), second;
+   addFew( *first );
+   first->member( 30, 1, true );
+   t.scheduler.settle();
+   t.did( "a member in VLAN 30, and destroyed the helper in the middle of that" );
+   first.reset();
+   t.judgeSuccessor( successor, [&] { second.emplace( t ); } );
+   second->member( 30, 2, false );
+   t.did( "another member in VLAN 30" );
+   second->rest( successor );
+   second->judge( successor );
+   t.run( t.answersWithin() );
+   second->judge( successor );
+   auto before = second->helper->completedVlanUpdateStatuss();
+   if ( before != 1 ) {
+      t.broken( successor, "VLAN 30 reported done", Kiv::toText( before ) + " VLANs are" );
+   }
 }
 
 void
-random( Trial & t ) {
+checkRandom( Trial & t ) {
    VlanStage stage( t );
    for ( U32 step = 0; step < t.options.steps; ++step ) {
       U32 vlan = 10 + t.random.below( 6 ), port = t.random.below( 10 ),
@@ -235,25 +270,33 @@ random( Trial & t ) {
          t.run( 0.001 * t.random.below( 50 ) );
       } else {
          stage.rest();
-         t.run( t.chip.answersWithin );
-         stage.judge( "vlan.random" );
+         t.run( t.answersWithin() );
+         stage.judge( random );
       }
    }
    stage.rest();
-   t.run( t.chip.answersWithin );
-   stage.judge( "vlan.random" );
+   t.run( t.answersWithin() );
+   stage.judge( random );
+}
+
+constexpr Check checks[] = { { done, checkDone },           { newest, checkNewest },
+                             { readd, checkReadd },         { verify, checkVerify },
+                             { cleanup, checkCleanup },     { destructor, checkDestructor },
+                             { successor, checkSuccessor }, { random, checkRandom } };
+
+String
+heldBy( const QonChip::Chip & chip ) {
+   auto part = chip.part< QonChip::VlanPart >();
+   auto vlans = part ? part->vlans() : std::nullopt;
+   String text;
+   for ( auto & [vlan, ports] : vlans.value_or( QonChip::HeldVlans() ) ) {
+      text += "VLAN " + Kiv::toText( vlan ) + ": " + shown( ports ) + "\n";
+   }
+   return text;
 }
 
 } // namespace
 
-const std::vector< Check > &
-vlanChecks() {
-   static const std::vector< Check > all = {
-         { "vlan.done", done },     { "vlan.newest", newest },   { "vlan.readd", readd },
-         { "vlan.verify", verify }, { "vlan.cleanup", cleanup }, { "vlan.destructor", destructor },
-         { "vlan.random", random },
-   };
-   return all;
-}
+extern const Feature feature{ "vlan", contracts, checks, {}, heldBy };
 
-} // namespace QonConformance
+} // namespace QonConformance::Vlan

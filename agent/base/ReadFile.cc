@@ -1,4 +1,4 @@
-#include "agent/ReadFile.h"
+#include "agent/base/ReadFile.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -2,9 +2,11 @@
 // adapter follows it and reports in Hardware::Lag::Status.
 
 #include "Qon/include/lag/QonLagSm.h"
+#include "chip/LagPart.h"
 #include "conformance/Trial.h"
+#include "conformance/lag/Contracts.h"
 
-namespace QonConformance {
+namespace QonConformance::Lag {
 
 namespace {
 
@@ -12,22 +14,32 @@ using Hardware::Lag::Result;
 using Interface::LagMember;
 using Ulnet::IntfId;
 
+String
+shown( const QonChip::HeldGroup & group ) {
+   return joined( group, []( auto & member ) {
+      return member.first.stringValue() + ( member.second.collecting() ? " in" : "" ) +
+             ( member.second.distributing() ? " out" : "" ) +
+             ( member.second.shared() ? " shared" : "" );
+   } );
+}
+
 class LagStage {
  public:
-   explicit LagStage( Trial & trial ) : t( trial ) {
-      if ( !t.chip.makeLagProgrammer ) {
-         Trial::skip( "the adapter has no makeLagProgrammer" );
-      }
+   explicit LagStage( Trial & trial )
+       : t( trial ), part( trial.part< QonChip::LagPart >( "LagPart" ) ) {
       for ( U32 n = 0; n < t.ports(); ++n ) {
          auto port = t.port( n );
-         fapIdPorts->fapIdPortIs( port, t.chip.fapIdPort ? t.chip.fapIdPort( port )
-                                                         : Qon::FapIdPort( 0, n ) );
+         fapIdPorts->fapIdPortIs(
+               port, t.chip->fapIdPort( port ).value_or( Qon::FapIdPort( 0, n + 1 ) ) );
       }
-      chip = t.chip.makeLagProgrammer();
-      prog = Qon::LagProgSmIs( t.lagConfig, t.lagStatus, fapIdPorts );
+      t.publishes( lagStatus );
+      makeProgrammer();
+      prog = Qon::LagProgSmIs( lagConfig, lagStatus, fapIdPorts );
       lagSm = Qon::LagSmIs( t.acsd, dir, names, nullptr, nullptr, prog );
       lagSm->initializedIs( true );
    }
+
+   void makeProgrammer() { chip = part.makeProgrammer( lagConfig, lagStatus ); }
 
    static IntfId lag( U32 n ) { return Ulnet::PortChannelIntfId::intfId( n + 1 ); }
    void join( U32 n, U32 port, bool collecting = true, bool distributing = true ) {
@@ -50,30 +62,30 @@ class LagStage {
 
    /** A port that the chip has in two groups as their own. */
    void look() {
-      if ( t.chip.lags ) {
-         std::map< IntfId, IntfId > owner;
-         for ( auto & [lag, ports] : t.chip.lags() ) {
-            for ( auto & port : ports ) {
-               auto [first, fresh] = owner.emplace( port, lag );
-               if ( !fresh ) {
-                  t.broken( "lag.single", port.stringValue() + " in one group",
-                            "it is in " + first->second.stringValue() + " and in " +
-                                  lag.stringValue() );
-               }
+      std::map< IntfId, IntfId > owner;
+      for ( auto & [lag, group] : part.groups().value_or( QonChip::HeldGroups() ) ) {
+         for ( auto & [port, member] : group ) {
+            auto [first, fresh] = owner.emplace( port, member.shared() ? IntfId() : lag );
+            if ( !fresh && !member.shared() && std::exchange( first->second, lag ) ) {
+               t.broken( single, port.stringValue() + " in one group",
+                         "it is in " + lag.stringValue() + " and in another" );
             }
          }
       }
    }
+   std::optional< QonChip::HeldGroups > readBack() {
+      return t.readBack( part.groups(), "the chip's groups" );
+   }
 
    const Hardware::Lag::MemberStatus * status( IntfId lag, IntfId port ) const {
-      auto group = t.lagStatus->lag( lag );
+      auto group = lagStatus->lag( lag );
       found = group && group->memberHas( port ) ? group->member( port )
                                                 : Hardware::Lag::MemberStatus();
       return group && group->memberHas( port ) ? &found : nullptr;
    }
    /** A member without a result; empty if all have one. */
    String withoutResult() const {
-      for ( auto && [lag, group] : t.lagConfig->lagIteratorConst() ) {
+      for ( auto && [lag, group] : lagConfig->lagIteratorConst() ) {
          for ( auto && [port, member] : group->memberIteratorConst() ) {
             auto held = status( lag, port );
             if ( !held || held->result() == Result::pending ) {
@@ -86,8 +98,8 @@ class LagStage {
    }
    /** A status without configuration; empty if there is none. */
    String leftOver() const {
-      for ( auto && [lag, group] : t.lagStatus->lagIteratorConst() ) {
-         auto wanted = t.lagConfig->lag( lag );
+      for ( auto && [lag, group] : lagStatus->lagIteratorConst() ) {
+         auto wanted = lagConfig->lag( lag );
          if ( !wanted ) {
             return lag.stringValue() + " still has a status";
          }
@@ -101,7 +113,7 @@ class LagStage {
    }
    /** A member whose flags are not those that were asked for. */
    String wrongFlags() const {
-      for ( auto && [lag, group] : t.lagConfig->lagIteratorConst() ) {
+      for ( auto && [lag, group] : lagConfig->lagIteratorConst() ) {
          for ( auto && [port, member] : group->memberIteratorConst() ) {
             auto held = status( lag, port );
             if ( held && held->result() == Result::success &&
@@ -120,47 +132,72 @@ class LagStage {
               look();
               return withoutResult().empty();
            } ) ) {
-         t.broken( "lag.result", "a result within " + Kiv::toText( t.chip.answersWithin ) + " s",
+         t.broken( result, "a result within " + Kiv::toText( t.answersWithin() ) + " s",
                    withoutResult() );
       }
       if ( !t.await( [&] { return leftOver().empty(); } ) ) {
-         t.broken( "lag.removed", "no status of what is not configured", leftOver() );
+         t.broken( removed, "no status of what is not configured", leftOver() );
       }
       if ( !t.await( [&] { return wrongFlags().empty(); } ) ) {
-         t.broken( "lag.flags", "the flags that were asked for", wrongFlags() );
+         t.broken( flags, "the flags that were asked for", wrongFlags() );
       }
    }
-   /** At rest the chip holds what is configured and what its status says. */
-   void judge( const char * contract, const char * tooMuch = "lag.removed" ) {
-      if ( !t.chip.lags ) {
-         return;
-      }
-      std::map< IntfId, std::set< IntfId > > wanted;
-      for ( auto && [lag, group] : t.lagConfig->lagIteratorConst() ) {
+   /** What has success by its status. */
+   QonChip::HeldGroups wanted() const {
+      QonChip::HeldGroups groups;
+      for ( auto && [lag, group] : lagConfig->lagIteratorConst() ) {
          for ( auto && [port, member] : group->memberIteratorConst() ) {
             auto held = status( lag, port );
             if ( held && held->result() == Result::success ) {
-               wanted[lag].insert( port );
+               groups[lag][port] = member;
             }
          }
       }
-      auto held = t.chip.lags();
-      for ( auto & [lag, ports] : wanted ) {
-         if ( !std::includes( held[lag].begin(), held[lag].end(), ports.begin(), ports.end() ) ) {
-            t.broken( contract, lag.stringValue() + " with " + shown( ports ),
-                      "it has " + shown( held[lag] ) );
+      return groups;
+   }
+   /** At rest the chip holds what is configured and what its status says. */
+   void judge( const Contract & contract, const Contract & tooMuch = removed ) {
+      auto held = readBack();
+      if ( !held ) {
+         return;
+      }
+      auto groups = wanted();
+      for ( auto & [lag, group] : groups ) {
+         for ( auto & [port, member] : group ) {
+            judgeMember( contract, lag, port, member, ( *held )[lag] );
          }
       }
-      for ( auto & [lag, ports] : held ) {
-         for ( auto & port : ports ) {
-            if ( !wanted[lag].contains( port ) ) {
+      for ( auto & [lag, group] : *held ) {
+         for ( auto & [port, member] : group ) {
+            if ( !groups[lag].contains( port ) ) {
                t.broken( tooMuch, "no " + port.stringValue() + " in " + lag.stringValue(),
                          "it is there" );
             }
          }
       }
    }
-   void succeeded( const char * contract, U32 n, U32 port ) {
+   void judgeMember( const Contract & contract, IntfId lag, IntfId port,
+                     const Hardware::Lag::Member & wanted, const QonChip::HeldGroup & held ) {
+      auto found = held.find( port );
+      bool same = found != held.end() && found->second.collecting() == wanted.collecting() &&
+                  found->second.distributing() == wanted.distributing();
+      if ( !same ) {
+         t.broken( found == held.end() ? contract : flags,
+                   lag.stringValue() + " with " + shown( { { port, wanted } } ),
+                   "it has " + shown( held ) );
+      }
+   }
+   /** The chip has the member while it works for a while. */
+   void staysWith( const Contract & contract, U32 n, U32 port ) {
+      for ( U32 round = 0; round < 10; ++round ) {
+         auto held = readBack();
+         if ( held && !( *held )[lag( n )].contains( t.port( port ) ) ) {
+            t.broken( contract, name( n, port ) + " all the time", "it left" );
+         }
+         t.run( Trial::step );
+      }
+   }
+   void succeeded( const Contract & contract, U32 n, U32 port ) {
       auto held = status( lag( n ), t.port( port ) );
       if ( !held || held->result() != Result::success ) {
          t.broken( contract, name( n, port ) + " with success",
@@ -169,10 +206,15 @@ class LagStage {
    }
 
    Trial & t;
+   QonChip::LagPart & part;
+   Ptr< Hardware::Lag::Config > lagConfig =
+         Velto::make< Hardware::Lag::Config >( "hardware/lag/config" );
+   Ptr< Hardware::Lag::Status > lagStatus =
+         Velto::make< Hardware::Lag::Status >( "hardware/lag/status" );
    Ptr< Interface::EthLagIntfStatusDir > dir =
          Velto::make< Interface::EthLagIntfStatusDir >( "status" );
-   Ptr< Lag::Input::IntfDeviceNameDir > names =
-         Velto::make< Lag::Input::IntfDeviceNameDir >( "names" );
+   Ptr< ::Lag::Input::IntfDeviceNameDir > names =
+         Velto::make< ::Lag::Input::IntfDeviceNameDir >( "names" );
    Ptr< Hardware::FapIdPortDir > fapIdPorts = Velto::make< Hardware::FapIdPortDir >( "ports" );
    Ptr< Velto::Node > chip;
    Ptr< Qon::LagProgSm > prog;
@@ -183,7 +225,7 @@ class LagStage {
 };
 
 void
-result( Trial & t ) {
+checkResult( Trial & t ) {
    LagStage stage( t );
    for ( U32 port = 0; port < 4; ++port ) {
       stage.join( port / 2, port );
@@ -191,13 +233,13 @@ result( Trial & t ) {
    t.did( "two groups of two ports" );
    stage.rest();
    for ( U32 port = 0; port < 4; ++port ) {
-      stage.succeeded( "lag.result", port / 2, port );
+      stage.succeeded( result, port / 2, port );
    }
-   stage.judge( "lag.result" );
+   stage.judge( result );
 }
 
 void
-flags( Trial & t ) {
+checkFlags( Trial & t ) {
    LagStage stage( t );
    stage.join( 0, 0, false, false );
    stage.join( 0, 1, true, false );
@@ -207,11 +249,11 @@ flags( Trial & t ) {
    stage.join( 0, 1, false, false );
    t.did( "the first collects and distributes, the second neither" );
    stage.rest();
-   stage.judge( "lag.flags" );
+   stage.judge( flags );
 }
 
 void
-removed( Trial & t ) {
+checkRemoved( Trial & t ) {
    LagStage stage( t );
    for ( U32 port = 0; port < 6; ++port ) {
       stage.join( port / 3, port );
@@ -222,15 +264,15 @@ removed( Trial & t ) {
    stage.del( 1 );
    t.did( "one port left the first group, and the second group went" );
    stage.rest();
-   stage.judge( "lag.result" );
+   stage.judge( result );
    stage.join( 1, 0 );
    t.did( "a port of the first group is claimed by the second" );
    stage.rest();
-   stage.judge( "lag.result" );
+   stage.judge( result );
 }
 
 void
-readd( Trial & t ) {
+checkReadd( Trial & t ) {
    LagStage stage( t );
    for ( U32 round = 0; round < 5; ++round ) {
       stage.join( 0, 0 );
@@ -239,8 +281,8 @@ readd( Trial & t ) {
       stage.join( 0, 1 );
       t.did( "a group of two, deleted and made again with one of them, in one go" );
       stage.rest();
-      stage.succeeded( "lag.readd", 0, 1 );
-      stage.judge( "lag.readd" );
+      stage.succeeded( readd, 0, 1 );
+      stage.judge( readd );
       stage.del( 0 );
       t.did( "deleted" );
       stage.rest();
@@ -263,15 +305,15 @@ overfill( LagStage & stage, Result refusal, bool groups ) {
       Result result = held ? held->result() : Result::pending;
       refused |= result == refusal;
       if ( result != refusal && result != Result::success ) {
-         t.broken( "lag.full", "success or " + Kiv::toText( refusal ), Kiv::toText( result ) );
+         t.broken( full, "success or " + Kiv::toText( refusal ), Kiv::toText( result ) );
       }
    }
-   stage.judge( "lag.full" );
+   stage.judge( full );
    return refused;
 }
 
 void
-full( Trial & t ) {
+checkFull( Trial & t ) {
    LagStage stage( t );
    const U32 last = t.ports() - 1;
    auto lastSucceeds = [&]( U32 n ) {
@@ -285,7 +327,7 @@ full( Trial & t ) {
       t.did( "deleted all groups but the last" );
       t.await( [&] { return lastSucceeds( last ); } );
       stage.rest();
-      stage.succeeded( "lag.full", last, last );
+      stage.succeeded( full, last, last );
    }
    for ( U32 n = 0; n < t.ports(); ++n ) {
       stage.del( n );
@@ -299,13 +341,13 @@ full( Trial & t ) {
       t.did( "all ports but the last one left" );
       t.await( [&] { return lastSucceeds( 0 ); } );
       stage.rest();
-      stage.succeeded( "lag.full", 0, last );
+      stage.succeeded( full, 0, last );
    }
-   stage.judge( "lag.full" );
+   stage.judge( full );
 }
 
 void
-cleanup( Trial & t ) {
+checkCleanup( Trial & t ) {
    LagStage stage( t );
    for ( U32 port = 0; port < 8; ++port ) {
       stage.join( port % 3, port );
@@ -317,14 +359,15 @@ cleanup( Trial & t ) {
    }
    t.did( "deleted all groups" );
    stage.rest();
-   stage.judge( "lag.cleanup", "lag.cleanup" );
-   if ( t.chip.lags && !t.chip.lags().empty() ) {
-      t.broken( "lag.cleanup", "no groups", t.chip.lags().begin()->first.stringValue() );
+   stage.judge( cleanup, cleanup );
+   auto held = stage.readBack();
+   if ( held && !held->empty() ) {
+      t.broken( cleanup, "no groups", held->begin()->first.stringValue() );
    }
 }
 
 void
-destructor( Trial & t ) {
+checkDestructor( Trial & t ) {
    LagStage stage( t );
    stage.join( 0, 0 );
    stage.join( 1, 1 );
@@ -333,11 +376,37 @@ destructor( Trial & t ) {
    stage.join( 0, 2 );
    t.scheduler.settle();
    t.did( "one more port in the first" );
-   t.judgeDestruction( "lag.destructor", [&] { stage.chip = nullptr; } );
+   stage.readBack();
+   t.judgeDestruction( destructor, [&] { stage.chip = nullptr; } );
+}
+
+/** A second programmer at rest, and one in the middle of a change that is taken back while nobody
+    follows the configuration. */
+void
+checkSuccessor( Trial & t ) {
+   LagStage stage( t );
+   stage.join( 0, 0 );
+   stage.join( 1, 1 );
+   t.did( "two groups of one port" );
+   stage.rest();
+   stage.chip = nullptr;
+   t.judgeSuccessor( successor, [&] { stage.makeProgrammer(); } );
+   stage.staysWith( successor, 0, 0 );
+   stage.join( 0, 2 );
+   t.scheduler.settle();
+   t.did( "one more port, and destroyed the programmer in the middle of that" );
+   stage.chip = nullptr;
+   stage.leave( 0, 2 );
+   t.did( "the port left" );
+   stage.makeProgrammer();
+   t.did( "made a third one" );
+   stage.staysWith( successor, 1, 1 );
+   stage.rest();
+   stage.judge( successor, successor );
 }
 
 void
-random( Trial & t ) {
+checkRandom( Trial & t ) {
    LagStage stage( t );
    for ( U32 step = 0; step < t.options.steps; ++step ) {
       U32 n = t.random.below( 5 ), port = t.random.below( 12 ), what = t.random.below( 100 );
@@ -356,23 +425,31 @@ random( Trial & t ) {
          stage.look();
       } else {
          stage.rest();
-         stage.judge( "lag.random" );
+         stage.judge( random );
       }
    }
    stage.rest();
-   stage.judge( "lag.random" );
+   stage.judge( random );
+}
+
+constexpr Check checks[] = {
+      { result, checkResult },         { flags, checkFlags },         { removed, checkRemoved },
+      { readd, checkReadd },           { full, checkFull },           { cleanup, checkCleanup },
+      { destructor, checkDestructor }, { successor, checkSuccessor }, { random, checkRandom } };
+
+String
+heldBy( const QonChip::Chip & chip ) {
+   auto part = chip.part< QonChip::LagPart >();
+   auto groups = part ? part->groups() : std::nullopt;
+   String text;
+   for ( auto & [lag, group] : groups.value_or( QonChip::HeldGroups() ) ) {
+      text += lag.stringValue() + ": " + shown( group ) + "\n";
+   }
+   return text;
 }
 
 } // namespace
 
-const std::vector< Check > &
-lagChecks() {
-   static const std::vector< Check > all = {
-         { "lag.result", result },         { "lag.flags", flags },   { "lag.removed", removed },
-         { "lag.readd", readd },           { "lag.full", full },     { "lag.cleanup", cleanup },
-         { "lag.destructor", destructor }, { "lag.random", random },
-   };
-   return all;
-}
+extern const Feature feature{ "lag", contracts, checks, {}, heldBy };
 
-} // namespace QonConformance
+} // namespace QonConformance::Lag

@@ -1,7 +1,7 @@
-#include "agent/StateFile.h"
+#include "agent/base/StateFile.h"
 
-#include "agent/JsonText.h"
-#include "agent/ReadFile.h"
+#include "agent/base/JsonText.h"
+#include "agent/base/ReadFile.h"
 
 namespace QonAgent {
 

@@ -1,9 +1,11 @@
 // Checks of the MAC programmer: its own queues, clocks and retries drive the chip's writeToHw().
 
+#include "chip/MacPart.h"
 #include "conformance/Trial.h"
+#include "conformance/mac/Contracts.h"
 #include "platform/Flintlog/Trace.h"
 
-namespace QonConformance {
+namespace QonConformance::Mac {
 
 namespace {
 
@@ -11,6 +13,13 @@ using Qon::MacCmdPtr;
 using Qon::MacEntryKey;
 using Type = Qon::IndirectAccessMacCmdType;
 using Hosts = std::map< MacEntryKey, Ulnet::IntfId >;
+
+String
+shown( const MacEntryKey & host, Ulnet::IntfId intf ) {
+   auto & pair = host.key();
+   return pair.mac().stringValue() + " in VLAN " + pair.vlan().stringValue() + " at " +
+          intf.stringValue();
+}
 
 /** Hears the programmer's trace of answers that nobody waits for. */
 class UnaskedAnswers : public Flintlog::Sink {
@@ -30,11 +39,9 @@ class UnaskedAnswers : public Flintlog::Sink {
 
 class MacStage {
  public:
-   explicit MacStage( Trial & trial ) : t( trial ) {
-      if ( !t.chip.makeMacProgrammer ) {
-         Trial::skip( "the adapter has no makeMacProgrammer" );
-      }
-      mac = t.chip.makeMacProgrammer();
+   explicit MacStage( Trial & trial )
+       : t( trial ), part( trial.part< QonChip::MacPart >( "MacPart" ) ) {
+      mac = part.makeProgrammer();
       mac->hasNotificationActiveIs( true );
       mac->initializedIs( true );
    }
@@ -46,7 +53,7 @@ class MacStage {
    static Bridging::VlanIdOrNone vlanOf( U32 host ) {
       return Bridging::VlanIdOrNone( 10 + host % 4 );
    }
-   String name( U32 host ) const { return shown( Hosts{ { key( host ), wished.at( host ) } } ); }
+   String name( U32 host ) const { return shown( key( host ), wished.at( host ) ); }
 
    MacCmdPtr add( U32 host, U32 port ) {
       wished[host] = t.port( port );
@@ -84,21 +91,22 @@ class MacStage {
       t.await( idle );
       t.run( 10 * Trial::step );
       bool rests = t.await( idle );
-      if ( !unasked.last.empty() ) {
-         t.broken( "mac.unasked", "one answer for each write",
-                   "an answer for transaction " + unasked.last + ", which is not in flight" );
+      if ( !answers.last.empty() ) {
+         t.broken( unasked, "one answer for each write",
+                   "an answer for transaction " + answers.last + ", which is not in flight" );
       }
       if ( !rests ) {
          auto walk = mac->inProgMacOpIteratorConst();
-         t.broken( "mac.answer", "an answer within " + Kiv::toText( t.chip.answersWithin ) + " s",
+         t.broken( answer, "an answer within " + Kiv::toText( t.answersWithin() ) + " s",
                    Kiv::toText( mac->inProgMacOps() ) + " without one" +
                          ( walk ? ", the oldest " + walk.value()->stringValue() : String() ) );
       }
    }
 
    /** At rest the chip holds the wishes, but for those that wait in overflow. */
-   void judge( const char * contract ) {
-      if ( !t.chip.hosts ) {
+   void judge( const Contract & contract ) {
+      auto held = hosts();
+      if ( !held ) {
          return;
       }
       Hosts wanted;
@@ -107,31 +115,37 @@ class MacStage {
             wanted[key( host )] = intf;
          }
       }
-      Hosts held = t.chip.hosts();
-      for ( auto & [host, intf] : wanted ) {
-         auto found = held.find( host );
-         if ( found == held.end() || found->second != intf ) {
-            t.broken( contract, shown( Hosts{ { host, intf } } ),
-                      found == held.end() ? "no such host in the chip"
-                                          : shown( Hosts{ { host, found->second } } ) );
-         }
-      }
-      for ( auto & [host, intf] : held ) {
+      contains( contract, *held, wanted );
+      for ( auto & [host, there] : *held ) {
          if ( !wanted.contains( host ) ) {
-            t.broken( contract, "no host " + shown( Hosts{ { host, intf } } ),
-                      "it is in the chip" );
+            t.broken( contract, "no host " + shown( host, there.intf ), "it is in the chip" );
          }
       }
    }
+   void contains( const Contract & contract, const QonChip::HeldHosts & held,
+                  const Hosts & wanted ) const {
+      for ( auto & [host, intf] : wanted ) {
+         auto found = held.find( host );
+         if ( found == held.end() || found->second.intf != intf ) {
+            t.broken( contract, shown( host, intf ),
+                      found == held.end() ? "no such host in the chip"
+                                          : shown( host, found->second.intf ) );
+         }
+      }
+   }
+   std::optional< QonChip::HeldHosts > hosts() {
+      return t.readBack( part.hosts(), "the chip's hosts" );
+   }
    /** A command that was answered, with success. */
-   void succeeded( const char * contract, const MacCmdPtr & cmd ) {
+   void succeeded( const Contract & contract, const MacCmdPtr & cmd ) {
       if ( cmd->status() != Qon::MacProgramStatus::macProgramSuccess ) {
          t.broken( contract, "an answer of macProgramSuccess", Kiv::toText( cmd->status() ) );
       }
    }
 
    Trial & t;
-   UnaskedAnswers unasked;
+   QonChip::MacPart & part;
+   UnaskedAnswers answers;
    Ptr< Qon::QonMacProgrammer > mac;
    std::map< U32, Ulnet::IntfId > wished; ///< by host
 
@@ -156,7 +170,7 @@ addFew( MacStage & stage ) {
 }
 
 void
-answer( Trial & t ) {
+checkAnswer( Trial & t ) {
    MacStage stage( t );
    addFew( stage );
    for ( U32 host = few; host < 20 * few; ++host ) {
@@ -168,7 +182,7 @@ answer( Trial & t ) {
 }
 
 void
-held( Trial & t ) {
+checkHeld( Trial & t ) {
    MacStage stage( t );
    std::vector< MacCmdPtr > cmds;
    for ( U32 host = 0; host < few; ++host ) {
@@ -178,14 +192,14 @@ held( Trial & t ) {
    stage.rest();
    for ( auto & cmd : cmds ) {
       if ( !stage.mac->overflowAddrOpHas( cmd->key() ) ) {
-         stage.succeeded( "mac.held", cmd );
+         stage.succeeded( held, cmd );
       }
    }
-   stage.judge( "mac.held" );
+   stage.judge( held );
 }
 
 void
-newest( Trial & t ) {
+checkNewest( Trial & t ) {
    MacStage stage( t );
    for ( U32 host = 0; host < few; ++host ) {
       stage.add( host, 1 );
@@ -201,11 +215,11 @@ newest( Trial & t ) {
    }
    t.did( "removed them in the middle of that, and added every second one at a third port" );
    stage.rest();
-   stage.judge( "mac.newest" );
+   stage.judge( newest );
 }
 
 void
-readd( Trial & t ) {
+checkReadd( Trial & t ) {
    MacStage stage( t );
    addFew( stage );
    std::vector< MacCmdPtr > again;
@@ -216,20 +230,20 @@ readd( Trial & t ) {
    stage.rest();
    for ( auto & cmd : again ) {
       if ( !stage.mac->overflowAddrOpHas( cmd->key() ) ) {
-         stage.succeeded( "mac.readd", cmd );
+         stage.succeeded( readd, cmd );
       }
    }
-   stage.judge( "mac.readd" );
+   stage.judge( readd );
    for ( U32 host = 0; host < few; ++host ) {
       stage.remove( host );
    }
    t.did( "removed each once" );
    stage.rest();
-   stage.judge( "mac.readd" );
+   stage.judge( readd );
 }
 
 void
-absent( Trial & t ) {
+checkAbsent( Trial & t ) {
    MacStage stage( t );
    addFew( stage );
    for ( U32 host = few; host < 2 * few; ++host ) {
@@ -237,15 +251,19 @@ absent( Trial & t ) {
    }
    t.did( "removed 16 others, which were never added" );
    stage.rest();
-   stage.judge( "mac.absent" );
+   stage.judge( absent );
 }
 
 void
-full( Trial & t ) {
+checkFull( Trial & t ) {
    MacStage stage( t );
    constexpr U32 batch = 64, enough = 8;
+   const U32 room = stage.part.hostsToFill();
+   if ( room == 0 ) {
+      Trial::skip( "the chip says that its table cannot be filled" );
+   }
    U32 hosts = 0;
-   while ( stage.mac->overflowAddrOps() < enough && hosts < t.chip.hostsToFill ) {
+   while ( stage.mac->overflowAddrOps() < enough && hosts < room ) {
       for ( U32 n = 0; n < batch; ++n ) {
          stage.add( hosts, hosts );
          ++hosts;
@@ -253,14 +271,11 @@ full( Trial & t ) {
       t.did( "added hosts up to number " + Kiv::toText( hosts ) );
       stage.rest();
    }
-   if ( t.chip.hostsToFill == 0 ) {
-      Trial::skip( "the adapter says that the table cannot be filled" );
-   }
    if ( !stage.mac->overflowAddrOps() ) {
-      t.broken( "mac.full", "an answer of macProgramFull",
+      t.broken( full, "an answer of macProgramFull",
                 "none for " + Kiv::toText( hosts ) + " hosts (is hostsToFill right?)" );
    }
-   stage.judge( "mac.full" );
+   stage.judge( full );
    auto wished = stage.wished;
    for ( auto & [host, intf] : wished ) {
       if ( !stage.mac->overflowAddrOpHas( stage.key( host ) ) ) {
@@ -270,19 +285,19 @@ full( Trial & t ) {
    t.did( "removed all hosts that the table held" );
    stage.rest();
    constexpr Kiv::Seconds retries = 120;
-   bool all = t.await( t.chip.answersWithin + retries, [&] {
+   bool all = t.await( t.answersWithin() + retries, [&] {
       return !stage.mac->overflowAddrOps() && !stage.mac->pendingMacOps() &&
              !stage.mac->inProgMacOps();
    } );
    if ( !all ) {
-      t.broken( "mac.full", "room for the hosts that did not fit before",
+      t.broken( full, "room for the hosts that did not fit before",
                 Kiv::toText( stage.mac->overflowAddrOps() ) + " of them still do not" );
    }
-   stage.judge( "mac.full" );
+   stage.judge( full );
 }
 
 void
-flush( Trial & t ) {
+checkFlush( Trial & t ) {
    MacStage stage( t );
    for ( Type type :
          { Type::flushPort, Type::flushVlan, Type::flushVlanPort, Type::flushAll, Type::flushLag,
@@ -296,7 +311,7 @@ flush( Trial & t ) {
       t.did( Kiv::toText( type ) + " of port " + t.port( 1 ).stringValue() + ", VLAN 11" );
       stage.rest();
       if ( judged ) {
-         stage.judge( "mac.flush" );
+         stage.judge( flush );
       }
       stage.flush( Type::flushAll );
       t.did( "flushAll" );
@@ -305,7 +320,7 @@ flush( Trial & t ) {
 }
 
 void
-shadow( Trial & t ) {
+checkShadow( Trial & t ) {
    MacStage stage( t );
    for ( Type type : { Type::addHost, Type::removeHost } ) {
       for ( U32 host = 0; host < few; ++host ) {
@@ -320,7 +335,7 @@ shadow( Trial & t ) {
 }
 
 void
-cleanup( Trial & t ) {
+checkCleanup( Trial & t ) {
    MacStage stage( t );
    addFew( stage );
    for ( U32 host = 0; host < few; ++host ) {
@@ -328,11 +343,11 @@ cleanup( Trial & t ) {
    }
    t.did( "removed all of them" );
    stage.rest();
-   stage.judge( "mac.cleanup" );
+   stage.judge( cleanup );
 }
 
 void
-destructor( Trial & t ) {
+checkDestructor( Trial & t ) {
    MacStage stage( t );
    addFew( stage );
    for ( U32 host = few; host < 2 * few; ++host ) {
@@ -340,15 +355,55 @@ destructor( Trial & t ) {
    }
    t.scheduler.settle(); // written, some not answered yet
    t.did( "added 16 more" );
-   t.judgeDestruction( "mac.destructor", [&] { stage.mac = nullptr; } );
-   if ( !stage.unasked.last.empty() ) {
-      t.broken( "mac.destructor", "no call of the library from a destructor",
-                "an answer for transaction " + stage.unasked.last );
+   stage.hosts();
+   t.judgeDestruction( destructor, [&] { stage.mac = nullptr; } );
+   if ( !stage.answers.last.empty() ) {
+      t.broken( destructor, "no call of the library from a destructor",
+                "an answer for transaction " + stage.answers.last );
+   }
+}
+
+/** In the middle of the first one's work; what the second is told are answers to its own. */
+void
+checkSuccessor( Trial & t ) {
+   std::optional< MacStage > first( std::in_place, t ), second;
+   addFew( *first );
+   Hosts settled;
+   for ( auto & [host, intf] : first->wished ) {
+      if ( !first->mac->overflowAddrOpHas( MacStage::key( host ) ) ) {
+         settled[MacStage::key( host )] = intf;
+      }
+   }
+   for ( U32 host = few; host < 2 * few; ++host ) {
+      first->add( host, host );
+   }
+   t.scheduler.settle();
+   t.did( "added 16 more, and destroyed the programmer in the middle of that" );
+   first.reset();
+   t.judgeSuccessor( successor, [&] { second.emplace( t ); } );
+   for ( U32 host = 100; host < 100 + 3 * few; ++host ) {
+      second->add( host, host ); // some get the numbers of what the first has on its way
+      t.run( 0.0005 );
+   }
+   t.did( "added 48 others, one by one" );
+   t.run( t.answersWithin() );
+   if ( !second->answers.last.empty() ) {
+      t.broken( successor, "answers to the second programmer's commands only",
+                "an answer for transaction " + second->answers.last );
+   }
+   second->rest();
+   if ( auto held = second->hosts() ) {
+      for ( auto & [host, intf] : second->wished ) {
+         if ( !second->mac->overflowAddrOpHas( MacStage::key( host ) ) ) {
+            settled[MacStage::key( host )] = intf;
+         }
+      }
+      second->contains( successor, *held, settled );
    }
 }
 
 void
-random( Trial & t ) {
+checkRandom( Trial & t ) {
    MacStage stage( t );
    constexpr U32 hosts = 48;
    for ( U32 step = 0; step < t.options.steps; ++step ) {
@@ -370,24 +425,33 @@ random( Trial & t ) {
          t.run( 0.001 * t.random.below( 200 ) );
       } else {
          stage.rest();
-         stage.judge( "mac.random" );
+         stage.judge( random );
       }
    }
    stage.rest();
-   stage.judge( "mac.random" );
+   stage.judge( random );
+}
+
+constexpr Check checks[] = {
+      { answer, checkAnswer },         { held, checkHeld },           { newest, checkNewest },
+      { readd, checkReadd },           { absent, checkAbsent },       { full, checkFull },
+      { flush, checkFlush },           { shadow, checkShadow },       { cleanup, checkCleanup },
+      { destructor, checkDestructor }, { successor, checkSuccessor }, { random, checkRandom } };
+constexpr LastWords lastWords[] = { { "unexpected mac program status", status } };
+
+String
+heldBy( const QonChip::Chip & chip ) {
+   auto part = chip.part< QonChip::MacPart >();
+   auto hosts = part ? part->hosts() : std::nullopt;
+   String text;
+   for ( auto & [host, there] : hosts.value_or( QonChip::HeldHosts() ) ) {
+      text += shown( host, there.intf ) + "\n";
+   }
+   return text;
 }
 
 } // namespace
 
-const std::vector< Check > &
-macChecks() {
-   static const std::vector< Check > all = {
-         { "mac.answer", answer },         { "mac.held", held },     { "mac.newest", newest },
-         { "mac.readd", readd },           { "mac.absent", absent }, { "mac.full", full },
-         { "mac.flush", flush },           { "mac.shadow", shadow }, { "mac.cleanup", cleanup },
-         { "mac.destructor", destructor }, { "mac.random", random },
-   };
-   return all;
-}
+extern const Feature feature{ "mac", contracts, checks, lastWords, heldBy };
 
-} // namespace QonConformance
+} // namespace QonConformance::Mac

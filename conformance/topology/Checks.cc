@@ -2,18 +2,29 @@
 // one is driven through the library's VlanTopoHelper, over its VLAN helper.
 
 #include "Qon/include/topology/VlanTopoHelper.h"
+#include "chip/TopologyPart.h"
+#include "chip/VlanPart.h"
 #include "conformance/Trial.h"
-#include "platform/Kiv/Generic.h"
+#include "conformance/topology/Contracts.h"
 
-namespace QonConformance {
+namespace QonConformance::Topology {
 
 namespace {
 
 using Bridging::VlanId;
 using Bridging::Topology::PortState;
 using Bridging::Topology::TopoPortChangeInfo;
+using QonChip::HeldTopology;
 using TopoConfigs = Bridging::Topology::Config;
 using TopoStatuses = Bridging::Topology::Inst::Status;
+
+String
+shown( const HeldTopology & topology ) {
+   return "VLANs " + joined( topology.vlans, []( U16 vlan ) { return Kiv::toText( vlan ); } ) +
+          "; ports " + joined( topology.ports, []( auto & port ) {
+             return port.first.stringValue() + " " + Kiv::toText( port.second );
+          } );
+}
 
 /** Takes every setting of BPDU trapping. */
 class PlainStpSm : public Qon::StpSm {
@@ -24,20 +35,30 @@ class PlainStpSm : public Qon::StpSm {
 
 class TopoStage {
  public:
-   explicit TopoStage( Trial & trial ) : t( trial ) {
-      if ( t.chip.makeTopoHelper ) {
-         helper = t.chip.makeTopoHelper();
-      } else if ( t.chip.makeVlanHelper ) {
-         vlanHelper = t.chip.makeVlanHelper();
+   explicit TopoStage( Trial & trial )
+       : t( trial ), part( trial.chip->part< QonChip::TopologyPart >() ) {
+      helper = part ? part->makeTopoHelper() : nullptr;
+      if ( !helper ) {
+         vlanPart = &t.part< QonChip::VlanPart >( "TopologyPart with a helper, and no VlanPart" );
+         vlanHelper = vlanPart->makeVlanHelper( t.acsd );
          t.acsd->vlanHelperIs( vlanHelper );
          helper = Qon::VlanTopoHelperIs( vlanHelper, &t.scheduler );
-      } else {
-         Trial::skip( "the adapter has neither makeTopoHelper nor makeVlanHelper" );
       }
-      stpSm = t.chip.makeStpSm ? t.chip.makeStpSm( t.acsd, config, status, helper )
-                               : Velto::make< PlainStpSm >( t.acsd, config, status, helper );
+      stpSm = part ? part->makeStpSm( t.acsd, config, status, helper ) : nullptr;
+      if ( !stpSm ) {
+         stpSm = Velto::make< PlainStpSm >( t.acsd, config, status, helper );
+      }
+      t.publishes( status );
       stpSm->hasNotificationActiveIs( true );
       stpSm->initializedIs( true );
+   }
+   ~TopoStage() { end(); }
+   /** Destroys the hook objects. */
+   void end() {
+      stpSm = nullptr;
+      helper = nullptr;
+      t.acsd->vlanHelperIs( nullptr );
+      vlanHelper = nullptr;
    }
 
    static String name( U32 n ) { return "Topo" + Kiv::toText( n ); }
@@ -93,24 +114,40 @@ class TopoStage {
       }
       return "";
    }
+   /** The chip's tables, if it has any. */
+   std::optional< QonChip::HeldTopologies > tables() const {
+      return vlanHelper ? std::nullopt : part->topologies();
+   }
+   /** The same; without them the check has not looked. */
+   std::optional< QonChip::HeldTopologies > readBack() {
+      if ( vlanHelper ) {
+         t.notLooked( "the chip keeps forwarding per VLAN and has no topologies" );
+         return std::nullopt;
+      }
+      return t.readBack( tables(), "the chip's topologies" );
+   }
+   /** Notes if there is nothing to be seen of the chip. */
+   void lookAround() {
+      vlanPart ? void( t.readBack( vlanPart->vlans(), "the chip's VLANs" ) ) : void( readBack() );
+   }
    /** What is reported must be in the chip. */
    void look() {
-      if ( !t.chip.topologies || vlanHelper ) {
+      auto held = tables();
+      if ( !held ) {
          return;
       }
-      auto held = t.chip.topologies();
       for ( auto && [topoName, topo] : config->topoConfigIteratorConst() ) {
          auto topoStatus = status->topoStatus( topoName );
          for ( auto && [intf, port] : topo->topoPortConfigIteratorConst() ) {
             auto report = topoStatus ? topoStatus->topoPortStatus( intf ) : nullptr;
-            if ( !report || !reported( *port, report ) || !held.contains( topoName ) ) {
+            if ( !report || !reported( *port, report ) || !held->contains( topoName ) ) {
                continue;
             }
-            auto & ports = held[topoName].ports;
+            auto & ports = ( *held )[topoName].ports;
             auto found = ports.find( intf );
             if ( found == ports.end() ? port->state() != PortState::disabled
                                       : found->second != port->state() ) {
-               t.broken( "topo.early",
+               t.broken( early,
                          intf.stringValue() + " in " + topoName + " " +
                                Kiv::toText( port->state() ) + " in the chip, as reported",
                          found == ports.end() ? "the chip has no state for it"
@@ -125,30 +162,25 @@ class TopoStage {
          return unreported().empty();
       } );
       if ( !rests ) {
-         t.broken( "topo.done",
+         t.broken( done,
                    "setStpStateDoneTopoName() or ...Id() within " +
-                         Kiv::toText( t.chip.answersWithin ) + " s",
+                         Kiv::toText( t.answersWithin() ) + " s",
                    unreported() );
       }
       t.run( Trial::step );
    }
    /** At rest the chip holds the configuration; `states` judges port states, `vlans` VLANs. */
-   void judge( const char * states, const char * vlans ) {
-      if ( !t.chip.topologies || vlanHelper ) {
+   void judge( const Contract & states, const Contract & vlans ) {
+      if ( vlanHelper ) {
+         judgeVlans( states );
          return;
       }
-      auto held = t.chip.topologies();
+      auto held = readBack();
+      if ( !held ) {
+         return;
+      }
       for ( auto && [topoName, topo] : config->topoConfigIteratorConst() ) {
-         HeldTopology wanted;
-         for ( auto && [intf, port] : topo->topoPortConfigIteratorConst() ) {
-            wanted.ports[intf] = port->state();
-         }
-         for ( auto && [vlan, other] : config->vidToTopoMapIteratorConst() ) {
-            if ( other == topoName ) {
-               wanted.vlans.insert( vlan );
-            }
-         }
-         auto & found = held[topoName];
+         HeldTopology wanted = wantedOf( topoName, *topo ), &found = ( *held )[topoName];
          for ( auto & [intf, state] : wanted.ports ) {
             if ( found.ports[intf] != state ) {
                t.broken( states, topoName + ": " + shown( wanted ), shown( found ) );
@@ -159,14 +191,17 @@ class TopoStage {
          }
       }
    }
-   void nothingLeft( const char * contract ) {
-      if ( t.chip.topologies && !vlanHelper && !t.chip.topologies().empty() ) {
-         auto held = *t.chip.topologies().begin();
-         t.broken( contract, "no topologies", held.first + ": " + shown( held.second ) );
+   void nothingLeft( const Contract & contract ) {
+      auto held = readBack();
+      if ( held && !held->empty() ) {
+         t.broken( contract, "no topologies",
+                   held->begin()->first + ": " + shown( held->begin()->second ) );
       }
    }
 
    Trial & t;
+   QonChip::TopologyPart * part;
+   QonChip::VlanPart * vlanPart = nullptr; // of a chip that keeps forwarding per VLAN
    Ptr< TopoConfigs > config = Velto::make< TopoConfigs >( "config" );
    Ptr< TopoStatuses > status = Velto::make< TopoStatuses >( "status" );
    Ptr< Qon::VlanHelper > vlanHelper;
@@ -178,14 +213,57 @@ class TopoStage {
                          const Bridging::Topology::TopoPortStatus * held ) {
       return held && held->state() == wanted.state() && held->changeInfo() == wanted.changeInfo();
    }
+   HeldTopology wantedOf( const String & topoName,
+                          const Bridging::Topology::TopoConfig & topo ) const {
+      HeldTopology wanted;
+      for ( auto && [intf, port] : topo.topoPortConfigIteratorConst() ) {
+         wanted.ports[intf] = port->state();
+      }
+      for ( auto && [vlan, other] : config->vidToTopoMapIteratorConst() ) {
+         if ( other == topoName ) {
+            wanted.vlans.insert( vlan );
+         }
+      }
+      return wanted;
+   }
    /** Without topology tables what can be seen is the membership of VLANs. */
    void allVlansOf( U32 port ) {
       for ( auto && [vlan, topo] : config->vidToTopoMapIteratorConst() ) {
          vlanHelper->requestPortVlanMembershipChange(
                Qon::PortVlanMembershipChangeKind::setOverride, t.port( port ), vlan, true, true,
                true );
+         members.insert( { vlan, t.port( port ) } );
       }
    }
+   /** A member that is in the chip though its state forbids it, or the other way round; empty if
+       there is none. */
+   String wrongMember( const QonChip::HeldVlans & held ) const {
+      for ( auto & [vlan, intf] : members ) {
+         auto topo = config->topoConfig( config->vidToTopoMap( VlanId( vlan ) ) );
+         auto port = topo ? topo->topoPortConfig( intf ) : nullptr;
+         auto found = held.find( vlan );
+         bool there = found != held.end() && found->second.contains( intf );
+         if ( port && there != ( port->state() == PortState::forwarding ) ) {
+            return intf.stringValue() + ", " + Kiv::toText( port->state() ) + " in " +
+                   topo->name() + ", is " + ( there ? "" : "not " ) + "in VLAN " +
+                   Kiv::toText( vlan );
+         }
+      }
+      return "";
+   }
+   void judgeVlans( const Contract & contract ) {
+      auto held = t.readBack( vlanPart->vlans(), "the chip's VLANs" );
+      if ( !held ) {
+         return;
+      }
+      String wrong;
+      t.await( [&] { return ( wrong = wrongMember( *vlanPart->vlans() ) ).empty(); } );
+      if ( !wrong.empty() ) {
+         t.broken( contract, "ports that forward, and no others, in the VLANs of their topology",
+                   wrong );
+      }
+   }
+   std::set< std::pair< U16, Ulnet::IntfId > > members; // of VLANs, requested
    U64 changes = 0;
 };
 
@@ -206,7 +284,7 @@ twoTopologies( TopoStage & stage ) {
 }
 
 void
-done( Trial & t ) {
+checkDone( Trial & t ) {
    TopoStage stage( t );
    twoTopologies( stage );
    for ( PortState state : { PortState::discarding, PortState::learning, PortState::forwarding } ) {
@@ -216,11 +294,11 @@ done( Trial & t ) {
       }
       stage.rest();
    }
-   stage.judge( "topo.done", "topo.vlan" );
+   stage.judge( done, vlan );
 }
 
 void
-newest( Trial & t ) {
+checkNewest( Trial & t ) {
    TopoStage stage( t );
    twoTopologies( stage );
    for ( U32 round = 0; round < 10; ++round ) {
@@ -231,27 +309,27 @@ newest( Trial & t ) {
       t.did( "a port discarding, then learning and forwarding in the middle of that" );
    }
    stage.rest();
-   stage.judge( "topo.newest", "topo.vlan" );
+   stage.judge( newest, vlan );
 }
 
 void
-vlans( Trial & t ) {
+checkVlan( Trial & t ) {
    TopoStage stage( t );
    twoTopologies( stage );
    stage.vlan( 10, 1 );
    t.did( "VLAN 10 moves to the second" );
    stage.rest();
-   stage.judge( "topo.newest", "topo.vlan" );
+   stage.judge( newest, vlan );
    stage.vlanDel( 10 );
    stage.vlan( 20, 0 );
    stage.vlan( 20, 1 );
    t.did( "VLAN 10 leaves, VLAN 20 moves to the first and back" );
    stage.rest();
-   stage.judge( "topo.newest", "topo.vlan" );
+   stage.judge( newest, vlan );
 }
 
 void
-absent( Trial & t ) {
+checkAbsent( Trial & t ) {
    TopoStage stage( t );
    twoTopologies( stage );
    stage.topoDel( 1 );
@@ -262,11 +340,11 @@ absent( Trial & t ) {
    stage.topoDel( 1 );
    t.did( "it came back and went, with neither VLANs nor ports" );
    stage.rest();
-   stage.judge( "topo.absent", "topo.absent" );
+   stage.judge( absent, absent );
 }
 
 void
-full( Trial & t ) {
+checkFull( Trial & t ) {
    TopoStage stage( t );
    constexpr U32 most = 256;
    U32 room = stage.helper->maxTopo();
@@ -280,9 +358,10 @@ full( Trial & t ) {
       }
       t.did( Kiv::toText( room + 2 ) + " topologies, two more than maxTopo()" );
       t.run( Trial::step );
-      if ( t.chip.topologies && t.chip.topologies().size() != room ) {
-         t.broken( "topo.full", Kiv::toText( room ) + " topologies in the chip, as maxTopo() says",
-                   Kiv::toText( U32( t.chip.topologies().size() ) ) );
+      auto held = stage.readBack();
+      if ( held && held->size() != room ) {
+         t.broken( full, Kiv::toText( room ) + " topologies in the chip, as maxTopo() says",
+                   Kiv::toText( U32( held->size() ) ) );
       }
       for ( U32 n = 0; n < room + 2; ++n ) {
          stage.vlanDel( 10 + n );
@@ -290,12 +369,12 @@ full( Trial & t ) {
       }
       t.did( "all of them went" );
       t.run( Trial::step );
-      stage.nothingLeft( "topo.full" );
+      stage.nothingLeft( full );
    }
 }
 
 void
-flush( Trial & t ) {
+checkFlush( Trial & t ) {
    TopoStage stage( t );
    twoTopologies( stage );
    auto port = stage.config->topoConfig( stage.name( 0 ) )->topoPortConfig( t.port( 1 ) );
@@ -308,20 +387,20 @@ flush( Trial & t ) {
                       ->topoPortStatus( t.port( 1 ) )
                       ->fdbFlushReport();
    if ( report != 3 ) {
-      t.broken( "topo.flush", "three flushes reported", Kiv::toText( report ) );
+      t.broken( flush, "three flushes reported", Kiv::toText( report ) );
    }
    stage.rest();
 }
 
 void
-verify( Trial & t ) {
+checkVerify( Trial & t ) {
    TopoStage stage( t );
    twoTopologies( stage );
-   t.judgeVerify( "topo.verify", [&] { stage.stpSm->verify(); } );
+   t.judgeVerify( verify, [&] { stage.stpSm->verify(); } );
 }
 
 void
-tapAgg( Trial & t ) {
+checkTapagg( Trial & t ) {
    TopoStage stage( t );
    const String topoName = "TapAgg";
    constexpr U32 vlans = 4094, mapped = 6, topoId = 100;
@@ -334,13 +413,13 @@ tapAgg( Trial & t ) {
    for ( U32 round = 0; round < 2; ++round ) {
       t.acsd->operationalModeIs( Qon::HwOperationalMode::tapAgg );
       t.did( "tap-aggregation mode, with a tap port" );
-      t.run( t.chip.answersWithin );
-      if ( t.chip.topologies && !stage.vlanHelper ) {
-         auto held = t.chip.topologies()[topoName];
+      t.run( t.answersWithin() );
+      if ( auto tables = stage.readBack() ) {
+         auto & held = ( *tables )[topoName];
          auto port = held.ports.find( t.port( 10 ) );
          if ( held.vlans.size() != vlans - mapped || port == held.ports.end() ||
               port->second != PortState::forwarding ) {
-            t.broken( "topo.tapagg",
+            t.broken( tapagg,
                       Kiv::toText( vlans - mapped ) + " VLANs in " + topoName + ", and " +
                             t.port( 10 ).stringValue() + " forwarding",
                       Kiv::toText( U32( held.vlans.size() ) ) + " VLANs, " +
@@ -351,47 +430,59 @@ tapAgg( Trial & t ) {
       t.acsd->operationalModeIs( Qon::HwOperationalMode::switching );
       t.did( "switching mode" );
       stage.rest();
-      t.run( t.chip.answersWithin );
-      if ( t.chip.topologies && !stage.vlanHelper && t.chip.topologies().contains( topoName ) ) {
-         t.broken( "topo.tapagg", "no topology " + topoName, "it is in the chip" );
+      t.run( t.answersWithin() );
+      if ( auto tables = stage.readBack(); tables && tables->contains( topoName ) ) {
+         t.broken( tapagg, "no topology " + topoName, "it is in the chip" );
       }
-      stage.judge( "topo.tapagg", "topo.tapagg" );
+      stage.judge( tapagg, tapagg );
    }
 }
 
 void
-cleanup( Trial & t ) {
+checkCleanup( Trial & t ) {
    TopoStage stage( t );
    twoTopologies( stage );
    stage.port( 0, 1, PortState::discarding );
    stage.stpSm->doCleanup();
    t.did( "doCleanup()" );
-   t.run( t.chip.answersWithin );
-   stage.nothingLeft( "topo.cleanup" );
+   t.run( t.answersWithin() );
+   stage.nothingLeft( cleanup );
 }
 
 void
-destructor( Trial & t ) {
+checkDestructor( Trial & t ) {
    TopoStage stage( t );
    twoTopologies( stage );
    stage.port( 0, 1, PortState::discarding );
    t.scheduler.settle();
    t.did( "a port state, not done yet" );
-   t.acsd->vlanHelperIs( nullptr );
-   auto published = Kiv::GenericIf::dump( *stage.status );
-   t.judgeDestruction( "topo.destructor", [&] {
-      stage.stpSm = nullptr;
-      stage.helper = nullptr;
-      stage.vlanHelper = nullptr;
-   } );
-   if ( published != Kiv::GenericIf::dump( *stage.status ) ) {
-      t.broken( "topo.destructor", "nothing reported from a destructor",
-                "the status of a port changed" );
-   }
+   stage.lookAround();
+   t.judgeDestruction( destructor, [&] { stage.end(); } );
+}
+
+/** The second is told of the same topologies, with other states of their ports. */
+void
+checkSuccessor( Trial & t ) {
+   std::optional< TopoStage > first( std::in_place, t ), second;
+   twoTopologies( *first );
+   first->port( 0, 1, PortState::discarding );
+   t.scheduler.settle();
+   t.did( "a port state, and destroyed the helper in the middle of that" );
+   first.reset();
+   t.judgeSuccessor( successor, [&] { second.emplace( t ); } );
+   second->lookAround();
+   twoTopologies( *second );
+   second->port( 0, 1, PortState::learning );
+   t.did( "the same topologies, and one port learning" );
+   second->rest();
+   second->judge( successor, successor );
+   t.run( t.answersWithin() );
+   second->look();
+   second->judge( successor, successor );
 }
 
 void
-random( Trial & t ) {
+checkRandom( Trial & t ) {
    TopoStage stage( t );
    static const PortState states[] = { PortState::discarding, PortState::learning,
                                        PortState::forwarding, PortState::forwarding };
@@ -425,26 +516,33 @@ random( Trial & t ) {
          stage.look();
       } else {
          stage.rest();
-         stage.judge( "topo.random", "topo.random" );
+         stage.judge( random, random );
       }
    }
    stage.rest();
-   stage.judge( "topo.random", "topo.random" );
+   stage.judge( random, random );
+}
+
+constexpr Check checks[] = { { done, checkDone },           { newest, checkNewest },
+                             { vlan, checkVlan },           { absent, checkAbsent },
+                             { full, checkFull },           { flush, checkFlush },
+                             { verify, checkVerify },       { tapagg, checkTapagg },
+                             { cleanup, checkCleanup },     { destructor, checkDestructor },
+                             { successor, checkSuccessor }, { random, checkRandom } };
+
+String
+heldBy( const QonChip::Chip & chip ) {
+   auto part = chip.part< QonChip::TopologyPart >();
+   auto topologies = part ? part->topologies() : std::nullopt;
+   String text;
+   for ( auto & [name, topology] : topologies.value_or( QonChip::HeldTopologies() ) ) {
+      text += "topology " + name + ": " + shown( topology ) + "\n";
+   }
+   return text;
 }
 
 } // namespace
 
-const std::vector< Check > &
-topoChecks() {
-   static const std::vector< Check > all = {
-         { "topo.done", done },       { "topo.newest", newest },
-         { "topo.vlan", vlans },      { "topo.absent", absent },
-         { "topo.full", full },       { "topo.flush", flush },
-         { "topo.verify", verify },   { "topo.tapagg", tapAgg },
-         { "topo.cleanup", cleanup }, { "topo.destructor", destructor },
-         { "topo.random", random },
-   };
-   return all;
-}
+extern const Feature feature{ "topo", contracts, checks, {}, heldBy };
 
-} // namespace QonConformance
+} // namespace QonConformance::Topology

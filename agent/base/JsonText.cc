@@ -1,4 +1,4 @@
-#include "agent/JsonText.h"
+#include "agent/base/JsonText.h"
 
 #include "platform/Kiv/Text.h"
 

@@ -1,0 +1,284 @@
+#include "agent/AgentProgram.h"
+
+#include <signal.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <optional>
+
+#include "agent/AgentRun.h"
+#include "agent/base/Json.h"
+#include "agent/server/Console.h"
+#include "agent/server/SocketServer.h"
+#include "platform/Kiv/EventLoop.h"
+
+namespace QonAgent {
+
+namespace {
+
+constexpr int exitBadInput = 2;
+constexpr Kiv::Seconds restLimit = 3600; // how long --once waits for the agent to come to rest
+
+struct Options {
+   String config;
+   String state;
+   String events;
+   String socket; // empty: none
+   String log = "stderr";
+   String chip; // empty: the first
+   Settings settings;
+   String record;
+   String replay;
+   bool virtualTime = false;
+   bool once = false;
+};
+
+void
+say( const String & line ) {
+   std::fprintf( stderr, "qon-agent: %s\n", line.c_str() );
+}
+
+/** Ends the loop on SIGTERM and SIGINT. */
+class SignalWatch : private Kiv::FdWatch {
+ public:
+   SignalWatch( Kiv::EventLoop & loop, bool & stopped )
+       : FdWatch( &loop, descriptor() ), stopped_( stopped ) {
+      wanted( true, false );
+   }
+   ~SignalWatch() override { close( fd() ); }
+
+ private:
+   static int descriptor() {
+      sigset_t set;
+      sigemptyset( &set );
+      sigaddset( &set, SIGTERM );
+      sigaddset( &set, SIGINT );
+      VELTO_ASSERT( sigprocmask( SIG_BLOCK, &set, nullptr ) == 0 );
+      int fd = signalfd( -1, &set, SFD_CLOEXEC | SFD_NONBLOCK );
+      VELTO_ASSERT( fd >= 0 );
+      return fd;
+   }
+   void ready( bool, bool ) override {
+      signalfd_siginfo info;
+      stopped_ = read( fd(), &info, sizeof( info ) ) == ssize_t( sizeof( info ) ) || stopped_;
+   }
+
+   bool & stopped_;
+};
+
+/** Descriptors are served in real time; the agent's clocks run on it, or on a time of their own. */
+class Program {
+ public:
+   Program( const Options & options, const Chips & chips );
+
+   /** Reads the files. Raises Velto::RangeError. */
+   void load();
+   /** Until a signal ends it, or until everything is done with --once. */
+   void run();
+
+ private:
+   Kiv::TaskScheduler & scheduler();
+   bool playing() { return run_->player() && !run_->player()->done(); }
+   void advance( Kiv::Seconds by );
+   void playVirtual();
+   void oneRound( bool wait );
+
+   Options options_;
+   Kiv::EventLoop loop_;
+   bool stopped_ = false;
+   SignalWatch signals_{ loop_, stopped_ };
+   std::optional< Kiv::VirtualScheduler > virtual_;
+   std::optional< SocketServer > server_;
+   std::optional< FileRecorder > recorder_;
+   std::optional< AgentRun > run_;
+   std::optional< Console > console_;
+};
+
+Program::Program( const Options & options, const Chips & chips ) : options_( options ) {
+   if ( options.virtualTime ) {
+      virtual_.emplace();
+   }
+   // Before the agent: a busy socket is known before anything else is done.
+   if ( !options.socket.empty() ) {
+      server_.emplace( loop_, options.socket, [this]( Connection & c, const String & line ) {
+         console_->line( c, line );
+      } );
+   }
+   if ( !options.record.empty() ) {
+      recorder_.emplace( scheduler(), options.record );
+   }
+   run_.emplace( scheduler(), recorder_ ? &*recorder_ : nullptr, say, chips );
+   run_->begin( options.chip, options.settings );
+   console_.emplace( run_->agent() );
+   console_->changeIs( [this]( const String & kind, const String & text ) {
+      return run_->change( kind, text );
+   } );
+   if ( virtual_ ) {
+      console_->advanceIs( [this]( Kiv::Seconds by ) { advance( by ); } );
+   }
+}
+
+Kiv::TaskScheduler &
+Program::scheduler() {
+   return virtual_ ? static_cast< Kiv::TaskScheduler & >( *virtual_ ) : loop_;
+}
+
+void
+Program::load() {
+   if ( !options_.state.empty() ) {
+      run_->state( options_.state );
+   }
+   if ( !options_.config.empty() ) {
+      run_->config( options_.config );
+   }
+   if ( !options_.events.empty() ) {
+      run_->events( options_.events );
+   }
+}
+
+void
+Program::advance( Kiv::Seconds by ) {
+   run_->chip().pump( by );
+   virtual_->runFor( by );
+}
+
+void
+Program::oneRound( bool wait ) {
+   loop_.runOnce( wait ? Kiv::never : 0 );
+   if ( virtual_ ) {
+      virtual_->settle();
+   }
+}
+
+/** From one firing to the next, with a look at the clients between them. */
+void
+Program::playVirtual() {
+   while ( playing() && !stopped_ ) {
+      const Kiv::Seconds next = std::max( virtual_->time(), virtual_->nextTime() );
+      run_->chip().pump( next - virtual_->time() );
+      virtual_->runUntil( next );
+      oneRound( false );
+   }
+}
+
+void
+Program::run() {
+   if ( server_ ) {
+      say( "ready, serving " + options_.socket );
+   }
+   if ( run_->player() ) {
+      run_->play();
+   }
+   if ( virtual_ ) {
+      virtual_->settle();
+      playVirtual();
+      if ( options_.once ) {
+         run_->chip().pump( run_->chip().answersWithin() );
+         virtual_->runToRest( virtual_->time() + restLimit );
+      }
+   }
+   auto finished = [this] {
+      return options_.once && !playing() && scheduler().nextTime() > Kiv::now();
+   };
+   while ( !stopped_ && !finished() ) {
+      oneRound( true );
+   }
+   if ( recorder_ && !recorder_->good() ) {
+      say( "warning: " + options_.record + ": not everything could be written" );
+   }
+}
+
+void
+describe( CLI::App & app, Options & options, const Chips & chips ) {
+   app.add_option( "-c,--config", options.config, "switch configuration, a ConfigDB JSON file" )
+         ->type_name( "FILE" );
+   app.add_option( "--state", options.state, "snapshot: a JSON object of paths and values" )
+         ->type_name( "FILE" );
+   app.add_option( "-e,--events", options.events, "timed changes, a JSON object a line" )
+         ->type_name( "FILE" );
+   app.add_option( "-s,--socket", options.socket,
+                   "socket for qonctl; unless given, " + defaultSocket() + ", or none with --once" )
+         ->type_name( "PATH" )
+         ->envname( "QON_SOCKET" );
+   app.add_option( "--log", options.log, "where messages go" )
+         ->check( CLI::IsMember( { "stderr", "syslog" } ) )
+         ->capture_default_str();
+   app.add_flag( "--virtual-time", options.virtualTime,
+                 "time moves with events and with 'qonctl run' only" );
+   app.add_flag( "--once", options.once, "load, play the events, come to rest, and end" );
+   app.add_option( "--record", options.record, "write everything that comes in to a recording" )
+         ->type_name( "FILE" );
+   app.add_option( "--replay", options.replay,
+                   "run a recording again and compare what the chip is told; nothing else is done" )
+         ->type_name( "FILE" );
+   if ( chips.size() > 1 ) {
+      std::vector< String > names;
+      for ( auto & choice : chips ) {
+         names.push_back( choice.name );
+      }
+      app.add_option( "--chip", options.chip, "which chip; unless given, " + names[0] )
+            ->check( CLI::IsMember( names ) );
+   }
+   for ( auto & feature : agentFeatures() ) {
+      for ( auto & option : feature.options ) {
+         app.add_option_function< String >(
+                  "--" + option.name,
+                  [&options, name = option.name]( const String & word ) {
+                     options.settings[name] = word;
+                  },
+                  option.help + "; unless given, " + option.words[0] )
+               ->check( CLI::IsMember( option.words ) );
+      }
+   }
+   app.footer(
+         "Examples:\n"
+         "  qon-agent --config examples/leaf.json &     run a switch\n"
+         "  qonctl show port-channel                    ask it\n"
+         "  qon-agent --config my.json --once        check a file\n"
+         "  qon-agent -c my.json -e storm.jsonl --virtual-time --once\n\n"
+         "Exit codes: 0 ended as asked, 1 a replay that differs, 2 bad input or a busy socket,\n"
+         "one line says which." );
+}
+
+} // namespace
+
+int
+agentMain( int argc, char ** argv, const QonChip::MakeChip & make ) {
+   return agentMain( argc, argv, Chips{ { "chip", make } } );
+}
+
+int
+agentMain( int argc, char ** argv, const Chips & chips ) {
+   Options options;
+   CLI::App app( "Forwarding agent: runs the state machines of libQon on a switch "
+                 "configuration." );
+   describe( app, options, chips );
+   try {
+      app.parse( argc, argv );
+   } catch ( const CLI::ParseError & e ) {
+      return app.exit( e ) ? exitBadInput : 0;
+   }
+   if ( !options.replay.empty() ) {
+      return replayFile( options.replay, say, chips );
+   }
+   if ( options.socket.empty() && !options.once ) {
+      options.socket = defaultSocket();
+   }
+   signal( SIGPIPE, SIG_IGN );
+   if ( options.log == "syslog" ) {
+      Kiv::logSinkIs( &Kiv::logSyslog() );
+   }
+   try {
+      Program program( options, chips );
+      program.load();
+      program.run();
+   } catch ( const Velto::RangeError & e ) {
+      say( String( "error: " ) + e.what() );
+      return exitBadInput;
+   }
+   return 0;
+}
+
+} // namespace QonAgent

@@ -1,0 +1,68 @@
+#pragma once
+// A chip in software: finite tables, answers at once or late, and trouble by plan.
+//
+//    SoftChip::Chip( scheduler, shape ) -> part< QonChip::MacPart >() -> hook object -> table
+//          |-> faults()                                                              ^
+//          `-> of< MacPart >().table(): what only this chip can tell ----------------'
+//
+//    forward( frame ) -> the stages of Stages.h -> what became of it, and by which ports it leaves
+//
+// Parts.h lists its parts; each has a header and a source of its own, beside its table (HostTable,
+// VlanTable, TopoTable, LagTable) and its hook object (SoftMacProgrammer, SoftVlanHelper, ...).
+//
+// Invariants
+// 1. The tables outlive the hook objects. What was handed over by one that goes is done all the
+//    same, and reported to nobody.
+// 2. It never accepts what it could not hold.
+//
+// Ownership: owns the parts and the fault plan; the scheduler outlives it.
+
+#include "agent/softchip/Parts.h"
+#include "agent/softchip/Road.h"
+#include "chip/Chip.h"
+
+namespace SoftChip {
+
+class Chip : public QonChip::Chip {
+ public:
+   explicit Chip( Kiv::TaskScheduler & scheduler, const Shape & shape = {} );
+   ~Chip() override;
+
+   String name() const override { return "soft-" + Kiv::toText( shape().kind ); }
+   Kiv::Seconds answersWithin() const override;
+
+   const Shape & shape() const { return board_.shape; }
+   /** What goes wrong. */
+   FaultPlan & faults() { return faults_; }
+   /** How long what is accepted from now on takes, in seconds: VLANs, port states, groups. 0: it is
+       done before the hook returns. */
+   void latencyIs( Kiv::Seconds latency );
+
+   /** What becomes of a frame by what the tables hold now. */
+   Passage forward( const Frame & frame ) const;
+
+   /** A part with its tables: of< MacPart >().table(). */
+   template< class Part >
+   Part & of() const {
+      return *part< Part >();
+   }
+
+ private:
+   /** The parts, of whatever class. */
+   class Holder;
+   template< class Part >
+   class HolderOf;
+
+   template< class... Part >
+   void make( PartList< Part... > );
+
+   FaultPlan faults_;
+   Board board_;
+   Kiv::Seconds latency_ = 0;
+   std::vector< std::unique_ptr< Holder > > parts_;
+};
+
+/** Makes a soft chip of that shape; for whoever takes a QonChip::MakeChip. */
+QonChip::MakeChip makeChip( const Shape & shape = {} );
+
+} // namespace SoftChip

@@ -1,0 +1,23 @@
+#include "agent/softchip/MacPart.h"
+
+namespace SoftChip {
+
+MacPart::MacPart( const Board & board )
+    : wheel_( board.scheduler.timerWheel() ),
+      table_( Velto::make< HostTable >( wheel_, board.shape.hosts, board.faults ) ) {}
+
+Velto::Ptr< Qon::QonMacProgrammer >
+MacPart::makeProgrammer() {
+   return Qon::smIs< SoftMacProgrammer >( wheel_, table_ );
+}
+
+std::optional< QonChip::HeldHosts >
+MacPart::hosts() const {
+   QonChip::HeldHosts held;
+   for ( auto && [key, entry] : table_->entries() ) {
+      held[key] = { entry.intf, entry.entryType };
+   }
+   return held;
+}
+
+} // namespace SoftChip

@@ -1,0 +1,45 @@
+#include "agent/softchip/Road.h"
+
+#include "agent/softchip/Chip.h"
+#include "agent/softchip/Stages.h"
+
+namespace SoftChip {
+
+namespace {
+
+/** The way of the copy to one target; it leaves if nothing is in the way. */
+void
+goTo( const Chip & chip, const Travel & travel, IntfId target, Passage & passage ) {
+   Way way = { target, { target, {} } };
+   for ( auto & stage : portStages ) {
+      const Verdict verdict = stage.pass( chip, travel, way );
+      if ( !verdict.what.empty() ) {
+         passage.steps.push_back( { stage.name, target.stringValue() + ": " + verdict.what } );
+      }
+      if ( !verdict.goesOn ) {
+         return;
+      }
+   }
+   passage.copies.push_back( way.copy );
+}
+
+} // namespace
+
+Passage
+Chip::forward( const Frame & frame ) const {
+   Passage passage;
+   Travel travel = { frame, frame.port, frame.vlan, false, {} };
+   for ( auto & stage : stages ) {
+      const Verdict verdict = stage.pass( *this, travel );
+      passage.steps.push_back( { stage.name, verdict.what } );
+      if ( !verdict.goesOn ) {
+         return passage;
+      }
+   }
+   for ( IntfId target : travel.targets ) {
+      goTo( *this, travel, target, passage );
+   }
+   return passage;
+}
+
+} // namespace SoftChip

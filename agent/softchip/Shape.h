@@ -1,0 +1,18 @@
+#pragma once
+// What kind of chip the chip in software is, and how large: the sizes of all its tables.
+
+#include "agent/softchip/ChipKind.h"
+#include "agent/softchip/HostTable.h"
+#include "agent/softchip/LagTable.h"
+
+namespace SoftChip {
+
+struct Shape {
+   ChipKind kind = ChipKind::topology;
+   HostTableShape hosts = {};
+   U32 topologies = 4096; ///< without any on a chip that keeps forwarding per VLAN
+   LagLimits lags = {};
+   Kiv::Seconds latency = 0; ///< see Chip::latencyIs()
+};
+
+} // namespace SoftChip

@@ -1,0 +1,42 @@
+#pragma once
+// The stages of a frame's road, in their order: a line each, and a source a feature.
+
+#include "agent/softchip/Road.h"
+
+namespace SoftChip {
+
+struct Stage {
+   const char * name;
+   Verdict ( *pass )( const Chip & chip, Travel & travel );
+};
+struct PortStage {
+   const char * name;
+   Verdict ( *pass )( const Chip & chip, const Travel & travel, Way & way );
+};
+
+Verdict passArrival( const Chip & chip, Travel & travel );
+Verdict passVlan( const Chip & chip, Travel & travel );
+Verdict passSpanningTree( const Chip & chip, Travel & travel );
+Verdict passDestination( const Chip & chip, Travel & travel );
+
+Verdict passNotBack( const Chip & chip, const Travel & travel, Way & way );
+Verdict passMember( const Chip & chip, const Travel & travel, Way & way );
+Verdict passVlanOut( const Chip & chip, const Travel & travel, Way & way );
+Verdict passSpanningTreeOut( const Chip & chip, const Travel & travel, Way & way );
+
+inline constexpr Stage stages[] = {
+      { "arrival", passArrival },
+      { "VLAN", passVlan },
+      { "spanning tree", passSpanningTree },
+      { "destination", passDestination },
+};
+
+/** Of each target. */
+inline constexpr PortStage portStages[] = {
+      { "not back", passNotBack },
+      { "member", passMember },
+      { "VLAN", passVlanOut },
+      { "spanning tree", passSpanningTreeOut },
+};
+
+} // namespace SoftChip

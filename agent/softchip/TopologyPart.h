@@ -1,0 +1,40 @@
+#pragma once
+// Topologies in the chip in software; without tables if the chip keeps forwarding per VLAN.
+
+#include <memory>
+
+#include "agent/softchip/Part.h"
+#include "agent/softchip/SoftTopoHelper.h"
+#include "chip/TopologyPart.h"
+
+namespace SoftChip {
+
+class TopologyPart : public QonChip::TopologyPart {
+ public:
+   using Seam = QonChip::TopologyPart;
+   explicit TopologyPart( const Board & board )
+       : tables_( board.shape.kind == ChipKind::topology ), board_( board ) {
+      reset();
+   }
+
+   Velto::Ptr< Qon::TopoHelper > makeTopoHelper() override;
+   std::optional< QonChip::HeldTopologies > topologies() const override;
+
+   /** Whether the chip has topology tables. */
+   bool tables() const { return tables_; }
+   TopoTable & table() { return *table_; }
+   const TopoTable & table() const { return *table_; }
+   void latencyIs( Kiv::Seconds latency ) { table_->completions().latencyIs( latency ); }
+   /** The tables as after a reset of the chip: empty, and nothing on its way. While no hook object
+       lives. */
+   void reset() {
+      table_ = std::make_unique< TopoTable >( board_.shape.topologies, board_.faults );
+   }
+
+ private:
+   const bool tables_;
+   const Board & board_;
+   std::unique_ptr< TopoTable > table_;
+};
+
+} // namespace SoftChip

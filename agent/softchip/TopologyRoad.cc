@@ -1,0 +1,41 @@
+// Spanning tree on the road of a frame.
+
+#include "agent/softchip/Chip.h"
+#include "agent/softchip/Stages.h"
+
+namespace SoftChip {
+
+namespace {
+
+/** A chip without topology tables has only ports in its VLANs that forward. */
+Verdict
+verdictOn( const Chip & chip, const Travel & travel, IntfId port ) {
+   const auto & part = chip.of< TopologyPart >();
+   if ( !part.tables() ) {
+      return { true, "kept in the VLANs" };
+   }
+   const U16 vlan = U16( travel.vlan.value() );
+   const String & topology = part.table().topoOf( vlan );
+   const String where = topology.empty() ? "no topology" : topology;
+   const bool forwards = part.table().forwards( vlan, port );
+   return { forwards,
+            where + ( forwards ? ": forwards" : ": " + port.stringValue() + " blocks: dropped" ) };
+}
+
+} // namespace
+
+Verdict
+passSpanningTree( const Chip & chip, Travel & travel ) {
+   return verdictOn( chip, travel, travel.frame.port );
+}
+
+Verdict
+passSpanningTreeOut( const Chip & chip, const Travel & travel, Way & way ) {
+   Verdict verdict = verdictOn( chip, travel, way.copy.port );
+   if ( verdict.goesOn ) {
+      verdict.what.clear(); // only what stops it is worth a word
+   }
+   return verdict;
+}
+
+} // namespace SoftChip
