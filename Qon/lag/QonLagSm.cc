@@ -3,7 +3,10 @@
 #include "Qon/include/framework/LagView.h"
 #include "Qon/include/framework/QonTraceHandles.h"
 #include "Qon/lag/QonLagTrace.h"
+#include "platform/Kiv/Describe.h"
 #include "platform/Kiv/Restart.h"
+
+KIV_DEFINE( Qon::LagSm )
 
 namespace Qon {
 

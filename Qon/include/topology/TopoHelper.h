@@ -15,8 +15,7 @@
 //
 // Ownership: the state machine counts the helper; the helper points back without counting.
 
-#include "Qon/include/framework/QonAssert.h"
-#include "platform/Velto/Node.h"
+#include "Qon/include/framework/QonBaseSm.h"
 #include "platform/types/Bridging.h"
 #include "platform/types/Ulnet.h"
 
@@ -25,9 +24,11 @@ namespace Qon {
 class MappedVlan;
 class StpSm;
 
-class TopoHelper : public Velto::Node {
+class TopoHelper : public QonBaseHelper {
  public:
    using PortState = Bridging::Topology::PortState;
+
+   explicit TopoHelper( const String & name = "topo" ) : QonBaseHelper( name ) {}
 
    /** How many topologies the hardware can hold; a question for others, nothing here asks. */
    virtual U32 maxTopo();
