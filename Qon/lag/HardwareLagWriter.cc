@@ -51,7 +51,11 @@ HardwareLagWriter::memberIs( IntfId lag, IntfId port, const Member & member ) {
       owner_.erase( port );
    }
    QON_TELL_HOOK( Hardware::Lag, memberIs, lag, port, member );
-   config_->lagIs( lag, getLagIndex( lag ) )->memberIs( port, member );
+   const auto config = config_;
+   Velto::FirstError error;
+   error.run( [&] { config->lagIs( lag, getLagIndex( lag ) ); } );
+   error.run( [&] { config->lagIs( lag, getLagIndex( lag ) )->memberIs( port, member ); } );
+   error.pass();
 }
 
 void

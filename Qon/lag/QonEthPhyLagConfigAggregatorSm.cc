@@ -187,9 +187,12 @@ LagConfigAggregatorSm::reviewIntf( IntfId phyIntf ) {
                     lagId );
       }
       *placed_.emplace( phyIntf ).first = lagId;
+      error.run( [&] { aggregatedLagConfigDir_->lagToPortIs( lagId ); } );
       error.run( [&] {
-         aggregatedLagConfigDir_->lagToPortIs( lagId )->memberIs(
-               phyIntf, ethLagIntfConfigDir_->intfConfig( phyIntf )->mode() );
+         if ( wantedLag( phyIntf ) == lagId ) {
+            aggregatedLagConfigDir_->lagToPortIs( lagId )->memberIs(
+                  phyIntf, ethLagIntfConfigDir_->intfConfig( phyIntf )->mode() );
+         }
       } );
    }
    error.pass();

@@ -83,8 +83,10 @@ LagMemberStateAggregatorSm::handleState() {
       }
    }
    if ( aggregator_->lagExists( lag_ ) ) {
-      auto merged = aggregator_->merged()->lagIs( lag_ );
+      const Velto::Ptr< Hardware::Lag::Status > all( aggregator_->merged() );
       Velto::FirstError error;
+      error.run( [&] { all->lagIs( lag_ ); } );
+      auto merged = all->lagIs( lag_ );
       error.run( [&] { merged->indexIs( index ); } );
       error.run( [&] { merged->resultIs( result ); } );
       error.pass();
