@@ -70,6 +70,13 @@ Agent::settingsAre( const Features & features, const Settings & settings ) {
    }
 }
 
+void
+Agent::inputsRead() {
+   for ( auto & feature : features_ ) {
+      feature->inputsRead();
+   }
+}
+
 std::vector< ShowCommand >
 Agent::showCommands() const {
    std::vector< ShowCommand > all;

@@ -102,6 +102,9 @@ class Agent {
    void verificationIs( Verification verification ) { verification_ = std::move( verification ); }
    const Verification & verification() const { return verification_; }
 
+   /** Tells the features that what the agent starts with has been read, once. */
+   void inputsRead();
+
    /** What all features offer, in their order. */
    std::vector< ShowCommand > showCommands() const;
    std::vector< EventKind > eventKinds() const;

@@ -56,6 +56,9 @@ class AgentFeature {
        See ConfigReader.h. */
    virtual void configure( ConfigReader & reader ) { (void)reader; }
 
+   /** The state and the configuration that the agent starts with have been read. */
+   virtual void inputsRead() {}
+
    virtual std::vector< ShowCommand > showCommands() { return {}; }
    virtual std::vector< EventKind > eventKinds() { return {}; }
 };

@@ -136,6 +136,7 @@ Program::load() {
    if ( !options_.config.empty() ) {
       run_->config( options_.config );
    }
+   run_->inputsRead();
    if ( !options_.events.empty() ) {
       run_->events( options_.events );
    }

@@ -103,6 +103,10 @@ AgentRun::giveKinds() {
       chip_->takeDown();
       chip_.reset();
    } );
+   kind( "inputsRead", [this]( const String & ) {
+      need();
+      agent_->inputsRead();
+   } );
    kind( "play", [this]( const String & ) {
       need();
       player_->start();
@@ -227,6 +231,11 @@ AgentRun::config( const String & file ) {
 void
 AgentRun::events( const String & file ) {
    inputFile( "events", file );
+}
+
+void
+AgentRun::inputsRead() {
+   input( "inputsRead", "" );
 }
 
 void

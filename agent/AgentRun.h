@@ -40,6 +40,8 @@ class AgentRun {
    void state( const String & file );
    void config( const String & file );
    void events( const String & file );
+   /** State and configuration have been given, or there are none. */
+   void inputsRead();
    /** Begins to play the events. */
    void play();
    /** A change that a client asks for, see Changes.h. */

@@ -65,6 +65,7 @@ SimLag::start() {
       sm_->sharePeerLinkWithLagIs( lag, share );
    }
    sm_->initializedIs( true );
+   progSm_->inputsReadIs( true );
 }
 
 void

@@ -73,9 +73,10 @@ U32
 QonAsyncBaseHelper::nextPriority() {
    // fixed text
    VELTO_ASSERT( priority() > 0 ); // not past zero, wherever it came from
-   U32 next = priority() - 1;
-   priorityIs( next );
-   VELTO_ASSERT( priority() > 0 ); // fixed text
+   const U32 next = this->priority() - 1;
+   priorityIs( next );                      // a watcher may end the helper
+   auto priority = [next] { return next; }; // named for the assertion's text
+   VELTO_ASSERT( priority() > 0 );          // fixed text
    return next;
 }
 

@@ -49,10 +49,13 @@ QonCommonSmData::initializedIs( bool v ) {
 void
 QonCommonSmData::handleInitialized() {
    QON_TRACE( facility, entryLevel, "QonCommonSmData::handleInitialized" );
+   const Velto::Hold alive( this );
    if ( setUp_ == SetUp::none ) {
+      SetUp reached = SetUp::none; // a set-up that a watcher's exception ended is made again
+      const Velto::AtEnd done( [&] { setUp_ = reached; } );
       setUp_ = SetUp::underWay;
       setUp();
-      setUp_ = SetUp::done;
+      reached = SetUp::done;
    }
    // A watcher of what the set-up makes may come here before all of it is made.
    if ( setUp_ == SetUp::done && !initialized_ ) {
@@ -64,9 +67,9 @@ QonCommonSmData::handleInitialized() {
 void
 QonCommonSmData::setUp() {
    verifyDataIs( "verify" )->verifyRequiredIs( "vr" );
-   auto sm = VerifySmIs( this );
+   const Velto::Ptr< VerifySm > sm = verifySm() ? Velto::Ptr( verifySm() ) : VerifySmIs( this );
    verifySmIs( sm );
-   sm->initializedIs( true );
+   sm->handleInitialized(); // sets initialized, also when that was as far as it came
    lowMemoryModeIs( envSet( "QON_LOW_MEMORY_MODE" ) );
 }
 

@@ -20,19 +20,23 @@ VerifyAgentSmCliCallback::accepts( const String & command ) const {
 
 void
 VerifyAgentSmCliCallback::handleCommand( U32 socket, const String & command ) {
+   const Velto::Hold alive( this );
    Velto::Ptr< VerifySm > verifySm = sm_ ? sm_->acsd()->verifySm() : nullptr;
    Velto::Ptr< VerifyData > data = sm_ ? sm_->acsd()->verifyData() : nullptr;
-   bool listens = writeToClient( socket, "{ \"" + name() + "\" : [ " );
+   const Kiv::Seconds patience = data ? data->clientPatience() : 1.0;
+   Velto::FirstError error;
+   bool listens = writeToClient( socket, "{ \"" + name() + "\" : [ ", patience );
    if ( listens && verifySm && verifySm->initialized() && accepts( command ) ) {
-      verifySm->handleCliVerificationRequest( socket );
+      error.run( [&] { verifySm->handleCliVerificationRequest( socket ); } );
       listens = data->socket() == socket; // else it went, or was too slow
    }
    if ( listens ) {
-      writeToClient( socket, " { \"" + name() + "\": \"END_OF_VERIFICATION\" } ] }" );
+      writeToClient( socket, " { \"" + name() + "\": \"END_OF_VERIFICATION\" } ] }", patience );
    }
    if ( data ) {
-      data->resetVerifyData();
+      error.run( [&] { data->resetVerifyData(); } );
    }
+   error.pass();
 }
 
 CliRequestDirSm::CliRequestDirSm( Velto::Ptr< VerifyAgent::RequestDir > requestDir,
@@ -45,9 +49,11 @@ CliRequestDirSm::handleInitialized() {
       return;
    }
    requestWatch_.attach( this, requestDir_.ptr() );
+   Velto::FirstError error;
    for ( auto i = requestDir_->requestIteratorConst(); i; ++i ) {
-      handleRequest( String( i.key() ) );
+      error.run( [&] { handleRequest( String( i.key() ) ); } );
    }
+   error.pass();
 }
 
 void
@@ -56,10 +62,12 @@ CliRequestDirSm::handleRequest( const String & id ) {
    if ( !initialized() || !request || request->done() ) {
       return;
    }
+   Velto::FirstError error;
    if ( request->socket() ) {
-      callback_->handleCommand( request->socket(), request->command() );
+      error.run( [&] { callback_->handleCommand( request->socket(), request->command() ); } );
    }
-   request->doneIs( true );
+   error.run( [&] { request->doneIs( true ); } );
+   error.pass();
 }
 
 Velto::Ptr< CliRequestDirSm >
@@ -98,12 +106,21 @@ VerifyAgentSm::handleInitialized() {
       QON_TRACE( verifyFacility, startLevel, "Qon CliCommand callback has been initialized" );
    }
    cookieWatch_.attach( this, config_.ptr() );
+   dataWatch_.attach( this, acsd_.ptr() );
    doneWatch_.attach( this, acsd_->verifyData() );
    QON_TRACE( verifyFacility, startLevel, "VerifyAgentSm initialized" ); // fixed text
+   Velto::FirstError error;
    if ( requestDirSm_ ) {
-      requestDirSm_->initializedIs( true );
+      error.run( [&] { requestDirSm_->initializedIs( true ); } );
    }
-   handleVerifyStatus();
+   error.run( [&] { handleVerifyStatus(); } );
+   error.run( [&] { handleVerifyAgent(); } );
+   error.pass();
+}
+
+void
+VerifyAgentSm::handleVerifyData() {
+   doneWatch_.attach( this, acsd_->verifyData() );
    handleVerifyAgent();
 }
 
@@ -112,14 +129,20 @@ VerifyAgentSm::handleVerifyAgent() {
    auto data = acsd_->verifyData();
    auto required = data ? data->verifyRequired() : nullptr;
    U32 cookie = config_->cookie();
-   if ( !initialized() || !required || cookie == cookie_ || cookie == status_->cookie() ) {
+   if ( !initialized() || !acsd_->initialized() || !required || cookie == cookie_ ) {
       return;
    }
+   const Velto::Hold alive( this ), dataAlive( data ), requiredAlive( required );
+   Velto::FirstError error;
    cookie_ = cookie;
-   status_->doneIs( false );
-   status_->resultIs( VerifyResult::inProgress );
-   data->resetVerifyData();
-   required->verifyRequiredIs( required->verifyRequired() + 1 );
+   wanted_ = true;
+   error.run( [&] { status_->doneIs( false ); } );
+   error.run( [&] { status_->resultIs( VerifyResult::inProgress ); } );
+   if ( !data->socket() ) { // else a client's run is under way, which resets when it ends
+      error.run( [&] { data->resetVerifyData(); } );
+   }
+   error.run( [&] { required->verifyRequiredIs( required->verifyRequired() + 1 ); } );
+   error.pass();
 }
 
 void
@@ -127,13 +150,19 @@ VerifyAgentSm::handleVerifyStatus() {
    auto data = acsd_->verifyData();
    auto verifySm = acsd_->verifySm();
    bool finished = data && data->verifyDone() && verifySm && !verifySm->runPending();
-   if ( !initialized() || !finished || cookie_ == status_->cookie() ) {
+   if ( !initialized() || !finished || !wanted_ ) {
       return;
    }
-   status_->resultIs( data->verifyResult() );
-   status_->findingsIs( data->verifyInc() );
-   status_->cookieIs( cookie_ );
-   status_->doneIs( true );
+   const Velto::Hold alive( this );
+   const VerifyResult result = data->verifyResult();
+   const U32 findings = data->verifyInc(), cookie = cookie_;
+   Velto::FirstError error;
+   wanted_ = false;
+   error.run( [&] { status_->resultIs( result ); } );
+   error.run( [&] { status_->findingsIs( findings ); } );
+   error.run( [&] { status_->cookieIs( cookie ); } );
+   error.run( [&] { status_->doneIs( !wanted_ ); } );
+   error.pass();
 }
 
 Velto::Ptr< VerifyAgentSm >

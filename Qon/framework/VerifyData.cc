@@ -1,6 +1,9 @@
 #include "Qon/include/framework/VerifyData.h"
 
+#include <limits.h>
 #include <poll.h>
+#include <pthread.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -16,9 +19,9 @@ namespace Qon {
 
 namespace {
 
-// How long a client may take nothing.
 constexpr int patienceSlice = 10; // milliseconds
-constexpr int patience = 100;     // slices
+/** What a pipe that has room takes without waiting. */
+constexpr std::size_t pipeful = PIPE_BUF;
 
 /** The inside of a JSON text. Bytes beyond ASCII count as the characters of their number, so that
     the result is sound whatever the text holds. */
@@ -47,12 +50,13 @@ withoutLineEnd( const String & text ) {
 
 /** Waits until the descriptor can be written to. */
 bool
-waitForRoom( int fd ) {
-   for ( int i = 0; i < patience; ++i ) { // slices, so that signals do not begin it again
+waitForRoom( int fd, Kiv::Seconds patience ) {
+   const auto slices = S64( patience * 1000 / patienceSlice );
+   for ( S64 i = 0; i <= slices; ++i ) { // slices, so that signals do not begin it again
       pollfd wanted = { fd, POLLOUT, 0 };
       int ready = poll( &wanted, 1, patienceSlice );
       if ( ready > 0 ) {
-         return wanted.revents & POLLOUT;
+         return ( wanted.revents & ( POLLOUT | POLLERR ) ) == POLLOUT;
       }
       if ( ready < 0 && errno != EINTR ) {
          return false;
@@ -61,28 +65,56 @@ waitForRoom( int fd ) {
    return false;
 }
 
-/** One attempt, which does not wait if the descriptor is a socket. */
+/** write(), for which a closed pipe is an error like others: the signal that comes with it is
+    taken back, unless it was waiting before. */
 ssize_t
-writeSome( int fd, const char * bytes, std::size_t count ) {
-   ssize_t written = send( fd, bytes, count, MSG_NOSIGNAL | MSG_DONTWAIT );
-   return written < 0 && errno == ENOTSOCK ? write( fd, bytes, count ) : written;
+writeQuietly( int fd, const char * bytes, std::size_t count ) {
+   sigset_t pipeSignal, former, pending;
+   sigemptyset( &pipeSignal );
+   sigaddset( &pipeSignal, SIGPIPE );
+   sigpending( &pending );
+   pthread_sigmask( SIG_BLOCK, &pipeSignal, &former );
+   const ssize_t written = write( fd, bytes, count );
+   const int error = errno;
+   if ( written < 0 && error == EPIPE && !sigismember( &pending, SIGPIPE ) ) {
+      const timespec atOnce = {};
+      sigtimedwait( &pipeSignal, nullptr, &atOnce );
+   }
+   pthread_sigmask( SIG_SETMASK, &former, nullptr );
+   errno = error;
+   return written;
+}
+
+/** One attempt, which does not wait longer than `patience`. */
+ssize_t
+writeSome( int fd, const char * bytes, std::size_t count, Kiv::Seconds patience ) {
+   const ssize_t written = send( fd, bytes, count, MSG_NOSIGNAL | MSG_DONTWAIT );
+   if ( written >= 0 || errno != ENOTSOCK ) {
+      return written;
+   }
+   if ( !waitForRoom( fd, patience ) ) {
+      errno = EPIPE;
+      return -1;
+   }
+   return writeQuietly( fd, bytes, std::min( count, pipeful ) );
 }
 
 } // namespace
 
 bool
-writeToClient( U32 socket, const String & text ) {
+writeToClient( U32 socket, const String & text, Kiv::Seconds patience ) {
    if ( socket == 0 ) {
       return false;
    }
    for ( std::size_t done = 0; done < text.size(); ) {
-      ssize_t written = writeSome( int( socket ), text.data() + done, text.size() - done );
+      ssize_t written =
+            writeSome( int( socket ), text.data() + done, text.size() - done, patience );
       if ( written > 0 ) {
          done += std::size_t( written );
          continue;
       }
       bool full = written == 0 || errno == EAGAIN || errno == EWOULDBLOCK;
-      bool again = full ? waitForRoom( int( socket ) ) : errno == EINTR;
+      bool again = full ? waitForRoom( int( socket ), patience ) : errno == EINTR;
       if ( !again ) {
          return false;
       }
@@ -118,28 +150,35 @@ VerifyData::doRequestVerify() {
 
 void
 VerifyData::resetVerifyData() {
-   socketIs( 0 );
-   cliVerifyOutputDelAll();
-   verifyOutputIs( VerifyOutput() );
-   verifyIncIs( 0 );
+   const Velto::Hold alive( this );
+   Velto::FirstError error;
+   error.run( [&] { socketIs( 0 ); } );
+   error.run( [&] { cliVerifyOutputDelAll(); } );
+   error.run( [&] { verifyOutputIs( VerifyOutput() ); } );
+   error.run( [&] { verifyIncIs( 0 ); } );
+   error.pass();
 }
 
 void
 VerifyData::initVerifyData( U32 socket ) {
+   const Velto::Hold alive( this );
    resetVerifyData();
    socketIs( socket );
 }
 
 void
 VerifyData::updateCliVerifyOutput( const String & key, const String & value ) {
+   const Velto::Hold alive( this );
    cliVerifyOutputIs( key, value );
-   if ( socket() && !writeToClient( socket(), "{ \"" + key + "\" : \"" + value + "\" }," ) ) {
+   const String element = "{ \"" + key + "\" : \"" + value + "\" },";
+   if ( socket() && !writeToClient( socket(), element, clientPatience() ) ) {
       socketIs( 0 );
    }
 }
 
 void
 VerifyData::reportFinding( const VerifyOutput & output ) {
+   const Velto::Hold alive( this );
    verifyOutputIs( output );
    verifyIncIs( verifyInc() + 1 );
    auto key = output.filename() + ":" + std::to_string( output.lineNum() ) + "#" +
@@ -150,31 +189,38 @@ VerifyData::reportFinding( const VerifyOutput & output ) {
 
 void
 VerifyData::runChecks() {
+   const Velto::Hold alive( this );
+   Velto::FirstError error;
    firmFindings_ = 0;
    lastFirmFinding_ = VerifyOutput();
    for ( auto check : std::vector< VerifyCheck * >( checks_ ) ) {
       bool there = std::find( checks_.begin(), checks_.end(), check ) != checks_.end();
       if ( there && check->owner_->kivHears() ) {
-         runCheck( check );
+         error.run( [&] { runCheck( check ); } );
       }
    }
+   error.pass();
 }
 
 void
 VerifyData::runCheck( VerifyCheck * check ) {
-   U32 before = verifyInc();
-   bool retryWanted = retryVerify();
-   retryVerifyIs( false );
-   check->run_( check->owner_ );
+   const Velto::Hold ownerAlive( check->owner_ );
+   const U32 before = verifyInc();
+   const bool retryWanted = retryVerify();
+   Velto::FirstError error;
+   error.run( [&] { retryVerifyIs( false ); } );
+   error.run( [&] { check->run_( check->owner_ ); } );
    if ( !retryVerify() && verifyInc() > before ) {
       firmFindings_ += verifyInc() - before;
       lastFirmFinding_ = verifyOutput();
    }
-   retryVerifyIs( retryVerify() || retryWanted );
+   error.run( [&] { retryVerifyIs( retryVerify() || retryWanted ); } );
+   error.pass();
 }
 
 void
 VerifyData::dropTentativeFindings() {
+   const Velto::Hold alive( this );
    verifyIncIs( firmFindings_ );
    verifyOutputIs( lastFirmFinding_ );
 }

@@ -52,24 +52,42 @@ VerifySm::VerifySm( QonCommonSmData * acsd ) : data_( acsd->verifyData() ) {}
 
 void
 VerifySm::handleInitialized() {
-   if ( clock_ ) {
-      return; // the set-up is made once
+   const Velto::Hold alive( this );
+   if ( clock_ ) { // the set-up is made once
+      takeUp();
+      return;
    }
    if ( envSet( "ENABLE_VERIFY" ) && !envSet( "USE_BCMSIM" ) ) {
       data_->verifyIs( true );
       QON_TRACE( verifyFacility, startLevel, "Verify enabled" ); // fixed text
    }
    clock_.attach( this, Velto::make< Kiv::Clock >() );
+   heard_ = data_->verifyRequired()->verifyRequired();
    requestWatch_.attach( this, data_->verifyRequired() );
    QON_TRACE( verifyFacility, startLevel, "Verify SM initialized" ); // fixed text
    initializedIs( true );
 }
 
+/** What was asked for while nothing was heard. */
+void
+VerifySm::takeUp() {
+   if ( !initialized() ) {
+      return;
+   }
+   if ( heard_ != data_->verifyRequired()->verifyRequired() ) {
+      handleVerifyRequest();
+   } else if ( requested_ || data_->retryVerify() ) {
+      clock_->timeMin( Kiv::now() );
+   }
+}
+
 void
 VerifySm::handleVerifyRequest() {
+   const Velto::Hold alive( this );
+   heard_ = data_->verifyRequired()->verifyRequired();
    requested_ = true;
-   data_->verifyDoneIs( false );
    clock_->timeMin( Kiv::now() );
+   data_->verifyDoneIs( false );
 }
 
 void
@@ -77,19 +95,30 @@ VerifySm::handleTimeout() {
    if ( !initialized() ) {
       return;
    }
-   data_->verifyDoneIs( false ); // a client's run may have finished since the request
-   data_->cliVerifyOutputDelAll();
-   bool repetition = data_->retryVerify();
-   if ( repetition ) {
-      data_->dropTentativeFindings();
-      data_->retryVerifyIs( false );
-      data_->reverifyIs( data_->reverify() + 1 );
-   } else {
-      startRun();
-   }
+   const Velto::Hold alive( this );
+   Velto::FirstError error;
+   const bool repetition = data_->retryVerify();
+   error.run( [&] { data_->verifyDoneIs( false ); } ); // a client's run may have finished since
+   error.run( [&] { data_->cliVerifyOutputDelAll(); } );
+   error.run( [&] { repetition ? startRepetition() : startRun(); } );
+   error.run( [&] { endRun( repetition ); } );
+   error.pass();
+}
+
+void
+VerifySm::startRepetition() {
+   Velto::FirstError error;
+   error.run( [&] { data_->dropTentativeFindings(); } );
+   error.run( [&] { data_->retryVerifyIs( false ); } );
+   error.run( [&] { data_->reverifyIs( data_->reverify() + 1 ); } );
+   error.pass();
+}
+
+void
+VerifySm::endRun( bool repetition ) {
    if ( repetition && requested_ ) {
-      data_->retryVerifyIs( false ); // the run that follows looks at everything
       clock_->timeMin( Kiv::now() );
+      data_->retryVerifyIs( false ); // the run that follows looks at everything
    } else if ( !repeatRun() ) {
       finishRun();
    }
@@ -99,10 +128,13 @@ void
 VerifySm::startRun() {
    requested_ = false;
    repetitions_ = 0;
-   data_->verifyIncIs( 0 );
+   Velto::FirstError error;
+   error.run( [&] { data_->verifyIncIs( 0 ); } );
+   error.run( [&] { data_->verifyOutputIs( VerifyOutput() ); } );
    QON_TRACE( verifyFacility, runLevel, "Starting Qon verification" ); // fixed text
-   runVerification();
+   error.run( [&] { runVerification(); } );
    QON_TRACE( verifyFacility, runLevel, "Qon verification done" ); // fixed text
+   error.pass();
 }
 
 bool
@@ -127,8 +159,10 @@ VerifySm::finishRun() {
    if ( data_->verifyInc() && !underSimulation() ) {
       raise( failed, *data_ );
    }
-   data_->verifyResultIs( VerifyResult::done );
-   data_->verifyDoneIs( true );
+   Velto::FirstError error;
+   error.run( [&] { data_->verifyResultIs( VerifyResult::done ); } );
+   error.run( [&] { data_->verifyDoneIs( true ); } );
+   error.pass();
 }
 
 void
@@ -136,11 +170,14 @@ VerifySm::handleCliVerificationRequest( U32 socket ) {
    if ( !initialized() ) {
       return;
    }
-   bool retryWanted = data_->retryVerify();
-   data_->initVerifyData( socket );
-   runVerification();
-   data_->retryVerifyIs( retryWanted );
-   data_->verifyDoneIs( true );
+   const Velto::Hold alive( this );
+   const bool retryWanted = data_->retryVerify();
+   Velto::FirstError error;
+   error.run( [&] { data_->initVerifyData( socket ); } );
+   error.run( [&] { runVerification(); } );
+   error.run( [&] { data_->retryVerifyIs( retryWanted ); } );
+   error.run( [&] { data_->verifyDoneIs( true ); } );
+   error.pass();
 }
 
 void

@@ -2,6 +2,7 @@
 
 #include "Qon/include/framework/HookTap.h"
 #include "Qon/include/lag/QonLagIndex.h"
+#include "platform/Velto/Scope.h"
 
 namespace Qon {
 
@@ -50,7 +51,11 @@ HardwareLagWriter::memberIs( IntfId lag, IntfId port, const Member & member ) {
       owner_.erase( port );
    }
    QON_TELL_HOOK( Hardware::Lag, memberIs, lag, port, member );
-   config_->lagIs( lag, getLagIndex( lag ) )->memberIs( port, member );
+   const auto config = config_;
+   Velto::FirstError error;
+   error.run( [&] { config->lagIs( lag, getLagIndex( lag ) ); } );
+   error.run( [&] { config->lagIs( lag, getLagIndex( lag ) )->memberIs( port, member ); } );
+   error.pass();
 }
 
 void
@@ -60,8 +65,10 @@ HardwareLagWriter::memberDel( IntfId lag, IntfId port ) {
    }
    if ( Velto::Ptr< Hardware::Lag::LagConfig > group = config_->lag( lag ) ) {
       QON_TELL_HOOK( Hardware::Lag, memberDel, lag, port );
-      group->memberDel( port );
-      dropIfEmpty( lag );
+      Velto::FirstError error;
+      error.run( [&] { group->memberDel( port ); } );
+      error.run( [&] { dropIfEmpty( lag ); } );
+      error.pass();
    }
 }
 

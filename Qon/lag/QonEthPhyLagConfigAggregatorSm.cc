@@ -37,13 +37,20 @@ LagConfigAggregatorSm::LagConfigAggregatorSm(
 
 void
 LagConfigAggregatorSm::handleInitialized() {
-   if ( !initialized() || phase_ != Phase::idle ) {
+   if ( !initialized() ) {
+      intfs_.rest();
+      phase_ = Phase::idle;
       return;
    }
    intfConfigWatch_.attach( this, ethLagIntfConfigDir_.ptr() );
+   todo_ = intfs_.heldKeys(); // of before a rest
    for ( auto && [phyIntf, config] : ethLagIntfConfigDir_->intfConfigIteratorConst() ) {
-      todo_.push_back( phyIntf );
+      if ( !intfs_.has( phyIntf ) ) {
+         todo_.push_back( phyIntf );
+      }
    }
+   next_ = 0;
+   tidied_ = false;
    phase_ = Phase::scan;
    scan_.wake();
 }
@@ -56,6 +63,7 @@ LagConfigAggregatorSm::kivDoZombieReactors() {
 
 bool
 LagConfigAggregatorSm::Scan::run() {
+   const Velto::Hold alive( sm_ );
    for ( U32 n = 0; n < batch; ++n ) {
       if ( !sm_->scanOne() ) {
          return false;
@@ -69,6 +77,9 @@ LagConfigAggregatorSm::Scan::run() {
 
 bool
 LagConfigAggregatorSm::scanOne() {
+   if ( phase_ == Phase::idle ) {
+      return false; // rests
+   }
    if ( next_ == todo_.size() ) {
       nextPhase();
       return phase_ != Phase::done;
@@ -116,11 +127,13 @@ LagConfigAggregatorSm::removeStale( IntfId lagId ) {
       return;
    }
    auto members = keysOf< IntfId >( lag->memberIteratorConst() );
+   Velto::FirstError error;
    for ( auto && entry : members ) {
       if ( wantedLag( entry.key ) != lagId ) {
-         memberDel( lagId, entry.key );
+         error.run( [&] { memberDel( lagId, entry.key ); } );
       }
    }
+   error.pass();
    if ( members.empty() ) {
       aggregatedLagConfigDir_->lagToPortDel( lagId );
    }
@@ -147,6 +160,7 @@ LagConfigAggregatorSm::handleEvent( IntfId phyIntf ) {
       dirty_.emplace( phyIntf );
       return;
    }
+   const Velto::Hold alive( this );
    intfs_.review( phyIntf, ethLagIntfConfigDir_->intfConfig( phyIntf ) );
    reviewIntf( phyIntf );
 }
@@ -162,19 +176,28 @@ LagConfigAggregatorSm::reviewIntf( IntfId phyIntf ) {
    const IntfId lagId = wantedLag( phyIntf );
    auto placed = placed_.find( phyIntf );
    const IntfId former = placed ? *placed : IntfId();
+   Velto::FirstError error;
    if ( former && former != lagId ) {
       placed_.erase( phyIntf );
-      memberDel( former, phyIntf );
+      error.run( [&] { memberDel( former, phyIntf ); } );
    }
-   if ( lagId ) {
-      // fixed text
-      QON_TRACE( facility, 7, phyIntf,
-                 " into( aggregatedLagConfigDir.lagToPort[ lagId ].member[ phyIntf ] ) of ",
-                 lagId );
+   if ( lagId && wantedLag( phyIntf ) == lagId ) {
+      if ( former != lagId ) {
+         // fixed text
+         QON_TRACE( facility, 7, phyIntf,
+                    " into( aggregatedLagConfigDir.lagToPort[ lagId ].member[ phyIntf ] ) of ",
+                    lagId );
+      }
       *placed_.emplace( phyIntf ).first = lagId;
-      aggregatedLagConfigDir_->lagToPortIs( lagId )->memberIs(
-            phyIntf, ethLagIntfConfigDir_->intfConfig( phyIntf )->mode() );
+      error.run( [&] { aggregatedLagConfigDir_->lagToPortIs( lagId ); } );
+      error.run( [&] {
+         if ( wantedLag( phyIntf ) == lagId ) {
+            aggregatedLagConfigDir_->lagToPortIs( lagId )->memberIs(
+                  phyIntf, ethLagIntfConfigDir_->intfConfig( phyIntf )->mode() );
+         }
+      } );
    }
+   error.pass();
 }
 
 void
@@ -184,10 +207,13 @@ LagConfigAggregatorSm::memberDel( IntfId lagId, IntfId phyIntf ) {
    if ( !lag ) {
       return;
    }
-   lag->memberDel( phyIntf );
-   if ( lag->members() == 0 && aggregatedLagConfigDir_->lagToPort( lagId ) == lag.ptr() ) {
-      aggregatedLagConfigDir_->lagToPortDel( lagId );
+   const auto dir = aggregatedLagConfigDir_;
+   Velto::FirstError error;
+   error.run( [&] { lag->memberDel( phyIntf ); } );
+   if ( lag->members() == 0 && dir->lagToPort( lagId ) == lag.ptr() ) {
+      error.run( [&] { dir->lagToPortDel( lagId ); } );
    }
+   error.pass();
 }
 
 String

@@ -20,11 +20,18 @@ LagConfigMemberCreatorSm::handleInitialized() {
    if ( !initialized() ) {
       return;
    }
+   const Velto::Hold creatorAlive( creator_ );
    memberWatch_.attach( this, config_.ptr() );
    creator_->handleLagToPort( lag() );
-   for ( auto && entry : keysOf< IntfId >( config_->memberIteratorConst() ) ) {
-      handleMember( entry.key );
+   auto ports = claims_; // of before a rest
+   for ( auto && [port, mode] : config_->memberIteratorConst() ) {
+      ports.emplace( port );
    }
+   Velto::FirstError error;
+   for ( auto && entry : ports ) {
+      error.run( [&] { handleMember( entry.key ); } );
+   }
+   error.pass();
 }
 
 void
@@ -43,10 +50,12 @@ void
 LagConfigMemberCreatorSm::doCleanup() {
    memberWatch_.detach();
    const auto ports = std::exchange( claims_, {} );
+   Velto::FirstError error;
    for ( auto && entry : ports ) {
       creator_->claims_.unclaim( entry.key, lag() );
-      creator_->reviewPort( entry.key );
+      error.run( [&] { creator_->reviewPort( entry.key ); } );
    }
+   error.pass();
 }
 
 LagConfigMapCreatorSm::LagConfigMapCreatorSm( Inputs inputs,
@@ -56,6 +65,7 @@ LagConfigMapCreatorSm::LagConfigMapCreatorSm( Inputs inputs,
 void
 LagConfigMapCreatorSm::handleInitialized() {
    if ( !initialized() ) {
+      members_.rest();
       return;
    }
    lagConfigWatch_.attach( this, in_.aggregatedLagConfigDir.ptr() );
@@ -64,15 +74,21 @@ LagConfigMapCreatorSm::handleInitialized() {
    intfStatusWatch_.attach( this, in_.ethPhyIntfStatusDir.ptr() );
    fapIdPortWatch_.attach( this, in_.fapIdPortDir.ptr() );
    writer_.findOwners();
-   resync_ = true;
    const auto & dir = in_.aggregatedLagConfigDir;
-   members_.reviewAll( dir->lagToPortIteratorConst(), [&]( IntfId lag ) {
-      return Velto::Ptr< const Hardware::Lag::AggregatedLagConfig >( dir->lagToPort( lag ) );
+   Velto::FirstError error;
+   resync_ = true;
+   error.run( [&] {
+      members_.reviewAll( dir->lagToPortIteratorConst(), [&]( IntfId lag ) {
+         return Velto::Ptr< const Hardware::Lag::AggregatedLagConfig >( dir->lagToPort( lag ) );
+      } );
    } );
    resync_ = false;
-   writer_.removeUnless( [this]( IntfId lag, IntfId port ) {
-      return claims_.owner( port ) == lag && wanted( lag, port );
+   error.run( [&] {
+      writer_.removeUnless( [this]( IntfId lag, IntfId port ) {
+         return claims_.owner( port ) == lag && wanted( lag, port );
+      } );
    } );
+   error.pass();
 }
 
 void
@@ -105,10 +121,13 @@ LagConfigMapCreatorSm::handleLagToPort( const IntfId & lag ) {
    if ( !sm || in_.acsd->lagToPortHas( lag ) == sm->lagExists() ) {
       return;
    }
+   const Velto::Hold alive( this );
    sm->lagExistsIs( in_.acsd->lagToPortHas( lag ) );
+   Velto::FirstError error;
    for ( auto && entry : KeySet< IntfId >( sm->claims() ) ) {
-      reviewPort( entry.key );
+      error.run( [&] { reviewPort( entry.key ); } );
    }
+   error.pass();
 }
 
 /** The member as it shall be programmed; nothing while something that it takes is missing. */
@@ -132,16 +151,19 @@ LagConfigMapCreatorSm::wanted( IntfId lag, IntfId port ) const {
 
 void
 LagConfigMapCreatorSm::reviewPort( const IntfId & port ) {
+   const Velto::Hold alive( this );
    const IntfId lag = claims_.owner( port ), former = writer_.owner( port );
    const auto want = lag ? wanted( lag, port ) : std::nullopt;
+   Velto::FirstError error;
    if ( former && !resync_ && ( former != lag || !want ) ) {
       QON_TRACE( facility, 3, " Removing lag: ", former, " member: ", port ); // fixed text
-      writer_.memberDel( former, port );
+      error.run( [&] { writer_.memberDel( former, port ); } );
    }
-   if ( want ) {
+   if ( want && writer_.member( lag, port ) != want ) {
       QON_TRACE( facility, 5, " Adding lag: ", lag, " member: ", port ); // fixed text
-      writer_.memberIs( lag, port, *want );
+      error.run( [&] { writer_.memberIs( lag, port, *want ); } );
    }
+   error.pass();
 }
 
 String

@@ -30,14 +30,17 @@ LagMemberCreatorSm::handleInitialized() {
 
 void
 LagMemberCreatorSm::handleMemberList() {
+   const Velto::Hold alive( this ), creatorAlive( creator_ );
    auto ports = keysOf< IntfId >( creator_->writer_.members( lag_ ) );
    const QonLagPortList list = creator_->in_.acsd->lagToPort( lag_ );
    for ( auto & [port, flags] : list ) {
       ports.emplace( port );
    }
+   Velto::FirstError error;
    for ( auto && entry : ports ) {
-      maybeAddLagConfigMember( entry.key );
+      error.run( [&] { maybeAddLagConfigMember( entry.key ); } );
    }
+   error.pass();
 }
 
 /** The member as it shall be programmed; nothing while something that it takes is missing. */
@@ -57,6 +60,7 @@ LagMemberCreatorSm::wanted( IntfId member ) const {
 
 void
 LagMemberCreatorSm::maybeAddLagConfigMember( IntfId member ) {
+   const Velto::Hold alive( this ), creatorAlive( creator_ );
    const auto want = wanted( member );
    if ( !want ) {
       removeLagConfigMember( member );
@@ -84,9 +88,11 @@ LagMemberCreatorSm::removeLagConfigMember( IntfId member ) {
 
 void
 LagMemberCreatorSm::doCleanup() {
+   Velto::FirstError error;
    for ( IntfId member : creator_->writer_.members( lag_ ) ) {
-      removeLagConfigMember( member );
+      error.run( [&] { removeLagConfigMember( member ); } );
    }
+   error.pass();
 }
 
 QonLagCreatorSm::QonLagCreatorSm( Inputs inputs, Velto::Ptr< Hardware::Lag::Config > hwLagConfig )
@@ -95,6 +101,7 @@ QonLagCreatorSm::QonLagCreatorSm( Inputs inputs, Velto::Ptr< Hardware::Lag::Conf
 void
 QonLagCreatorSm::handleInitialized() {
    if ( !initialized() ) {
+      members_.rest();
       return;
    }
    lagToPortWatch_.attach( this, in_.acsd.ptr() );
@@ -102,14 +109,18 @@ QonLagCreatorSm::handleInitialized() {
    intfStatusWatch_.attach( this, in_.ethPhyIntfStatusDir.ptr() );
    fapIdPortWatch_.attach( this, in_.fapIdPortDir.ptr() );
    writer_.findOwners();
-   members_.reviewAll( in_.acsd->lagToPortIteratorConst(),
-                       [this]( IntfId lag ) { return in_.acsd->lagToPortHas( lag ); } );
+   Velto::FirstError error;
+   error.run( [&] {
+      members_.reviewAll( in_.acsd->lagToPortIteratorConst(),
+                          [this]( IntfId lag ) { return in_.acsd->lagToPortHas( lag ); } );
+   } );
    for ( IntfId lag : writer_.lags() ) {
       if ( !members_.has( lag ) ) {
          QON_TRACE( facility, 3, " Cleaning up lag: ", lag ); // fixed text
-         writer_.lagDel( lag );
+         error.run( [&] { writer_.lagDel( lag ); } );
       }
    }
+   error.pass();
 }
 
 void
@@ -131,6 +142,7 @@ QonLagCreatorSm::removeLagMemberSm( const IntfId & lag, LagMemberCreatorSm * sm 
 
 void
 QonLagCreatorSm::handleLagToPort( const IntfId & lag ) {
+   const Velto::Hold alive( this );
    const bool followed = members_.has( lag );
    members_.review( lag, in_.acsd->lagToPortHas( lag ) );
    auto sm = members_.sm( lag );
@@ -142,14 +154,17 @@ QonLagCreatorSm::handleLagToPort( const IntfId & lag ) {
 /** Looks at the port in the group where it is programmed, and in the one where it belongs. */
 void
 QonLagCreatorSm::handlePort( const IntfId & port ) {
+   const Velto::Hold alive( this );
    const IntfId former = writer_.owner( port ), now = in_.acsd->portToLag( port );
-   auto formerSm = members_.sm( former ), sm = members_.sm( now );
-   if ( formerSm ) {
-      formerSm->maybeAddLagConfigMember( port );
+   Velto::FirstError error;
+   if ( auto sm = members_.sm( former ) ) {
+      error.run( [&] { sm->maybeAddLagConfigMember( port ); } );
    }
-   if ( sm && sm != formerSm ) {
-      sm->maybeAddLagConfigMember( port );
+   auto sm = members_.sm( now );
+   if ( sm && now != former ) {
+      error.run( [&] { sm->maybeAddLagConfigMember( port ); } );
    }
+   error.pass();
 }
 
 Velto::Ptr< QonLagCreatorSm >

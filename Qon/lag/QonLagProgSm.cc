@@ -10,7 +10,7 @@ using Ulnet::IntfId;
 LagProgSm::LagProgSm( Velto::Ptr< Hardware::Lag::Config > config,
                       Velto::Ptr< const Hardware::Lag::Status > status,
                       Velto::Ptr< const Hardware::FapIdPortDir > fapIdPortDir )
-    : writer_( std::move( config ) ), status_( std::move( status ) ),
+    : writer_( std::move( config ) ), inputsRead_( !fapIdPortDir ), status_( std::move( status ) ),
       fapIdPortDir_( std::move( fapIdPortDir ) ) {}
 
 void
@@ -20,8 +20,26 @@ LagProgSm::handleInitialized() {
    }
    fapIdPortWatch_.attach( this, fapIdPortDir_.ptr() );
    writer_.findOwners();
+   reviewAll();
+}
+
+/** Everything that is wanted, and what is left of what is not. */
+void
+LagProgSm::reviewAll() {
+   Velto::FirstError error;
    for ( auto && entry : keysOf< IntfId >( lagsOf_ ) ) {
-      handleFapIdPort( entry.key );
+      error.run( [&] { handleFapIdPort( entry.key ); } );
+   }
+   error.run( [&] { removeIfRead(); } );
+   error.pass();
+}
+
+void
+LagProgSm::inputsReadIs( bool v ) {
+   if ( inputsRead_ != v ) {
+      const Velto::Hold alive( this );
+      inputsRead_ = v;
+      reviewAll();
    }
 }
 
@@ -31,6 +49,7 @@ LagProgSm::handleFapIdPort( const IntfId & port ) {
    if ( !lags ) {
       return;
    }
+   const Velto::Hold alive( this );
    const QonPortList now = *lags;
    for ( IntfId lag : now ) {
       review( lag, port );
@@ -97,16 +116,28 @@ LagProgSm::holdable( IntfId lag, IntfId port ) const {
 
 void
 LagProgSm::review( IntfId lag, IntfId port ) {
+   if ( !initialized() ) {
+      return; // the start looks at all
+   }
    if ( holdable( lag, port ) ) {
       writer_.memberIs( lag, port, memberOf( port, *wanted( lag, port ) ) );
-   } else {
+   } else if ( inputsRead_ || !wanted( lag, port ) ) {
       writer_.memberDel( lag, port );
    }
 }
 
 void
 LagProgSm::removeStale() {
-   writer_.removeUnless( [this]( IntfId lag, IntfId port ) { return holdable( lag, port ); } );
+   allWanted_ = true;
+   removeIfRead();
+}
+
+void
+LagProgSm::removeIfRead() {
+   if ( initialized() && inputsRead_ && allWanted_ ) {
+      const Velto::Hold alive( this );
+      writer_.removeUnless( [this]( IntfId lag, IntfId port ) { return holdable( lag, port ); } );
+   }
 }
 
 Hardware::Lag::MemberStatus
@@ -125,7 +156,9 @@ LagProgSm::checkConfig( const Hardware::Lag::LagConfig & group,
    for ( auto && [port, member] : group.memberIteratorConst() ) {
       const Wanted * want = wanted( group.lagId(), port );
       const String what = name + ", member " + port.stringValue();
-      if ( !want || !( memberOf( port, *want ) == member ) ) {
+      const bool kept =
+            !inputsRead_ && ( !want || !portKnown( port ) ); // of an earlier incarnation
+      if ( !kept && ( !want || !( memberOf( port, *want ) == member ) ) ) {
          return what + " in hardware differs from what is wanted";
       }
       if ( !member.shared() && !owner.emplace( port, group.lagId() ).second ) {
@@ -147,7 +180,7 @@ LagProgSm::checkInvariants() const {
    for ( auto && [lag, ports] : wanted_ ) {
       for ( auto && [port, want] : ports ) {
          const bool written = writer_.has( lag, port );
-         if ( written != holdable( lag, port ) ) {
+         if ( written != holdable( lag, port ) && ( inputsRead_ || !written ) ) {
             return lag.stringValue() + ", member " + port.stringValue() +
                    ( written ? " is in hardware without a hardware port\n"
                              : " is missing in hardware\n" );

@@ -3,7 +3,10 @@
 #include "Qon/include/framework/LagView.h"
 #include "Qon/include/framework/QonTraceHandles.h"
 #include "Qon/lag/QonLagTrace.h"
+#include "platform/Kiv/Describe.h"
 #include "platform/Kiv/Restart.h"
+
+KIV_DEFINE( Qon::LagSm )
 
 namespace Qon {
 
@@ -73,20 +76,28 @@ LagSm::NestedSm_Status::handleDeviceName() {
 
 void
 LagSm::NestedSm_Status::handleDel() {
+   live_ = false;
    if ( Kiv::agentRestarting() ) {
       QON_TRACE( lagFacility, 2, "Disabling Qon cleanup in case of restart" ); // fixed text
+      claimsDel( []( IntfId ) {} ); // what is published stays, claims begin anew
       return;
    }
-   live_ = false;
    doCleanupLag();
+}
+
+template< class Act >
+void
+LagSm::NestedSm_Status::claimsDel( Act && act ) {
+   for ( auto && entry : std::exchange( claims_, {} ) ) {
+      lagSm_->claims_.unclaim( entry.key, lag() );
+      act( entry.key );
+   }
 }
 
 void
 LagSm::NestedSm_Status::doCleanupLag() {
    lagSm_->later( What::peerLinkOf, lag() );
-   for ( auto && entry : KeySet< IntfId >( claims_ ) ) {
-      doUpdateMember( entry.key, false );
-   }
+   claimsDel( [this]( IntfId port ) { lagSm_->later( What::port, port ); } );
    lagSm_->later( What::entry, lag() );
    lagSm_->settle();
 }
@@ -98,6 +109,7 @@ LagSm::LagSm( Inputs inputs ) : in_( std::move( inputs ) ) {}
 void
 LagSm::handleInitialized() {
    if ( !initialized() ) {
+      status_.rest();
       return;
    }
    statusWatch_.attach( this, in_.ethLagIntfStatusDir.ptr() );
@@ -111,13 +123,29 @@ LagSm::handleInitialized() {
       lagProgSm()->initializedIs( true );
    }
    allManaged_ = acsd()->intfs() == 0;
-   clearStaleDeviceNames();
-   repairMaps();
+   // Each compares what is there with what shall be: one that raised is asked once more.
+   Velto::FirstError error;
+   for ( auto step : { &LagSm::clearStaleDeviceNames, &LagSm::repairMaps, &LagSm::reviewStatuses,
+                       &LagSm::settle, &LagSm::removeStaleGroups } ) {
+      auto run = [&] { ( this->*step )(); };
+      error.run( run ) || error.run( run );
+   }
+   error.pass();
+}
+
+void
+LagSm::reviewStatuses() {
+   for ( auto && [port, lags] : claims_.all() ) {
+      later( What::port, port );
+   }
    const auto & statuses = in_.ethLagIntfStatusDir;
    status_.reviewAll( statuses->intfStatusIteratorConst(), [&]( IntfId lag ) {
       return Velto::Ptr< const Interface::EthLagIntfStatus >( statuses->intfStatus( lag ) );
    } );
-   settle();
+}
+
+void
+LagSm::removeStaleGroups() {
    if ( lagProgSm() ) {
       lagProgSm()->removeStale();
    }
@@ -207,15 +235,15 @@ LagSm::handleManagedIntf( const IntfId & intf ) {
    const bool all = acsd()->intfs() == 0;
    if ( all != allManaged_ ) {
       allManaged_ = all;
-      for ( IntfId lag : status_.heldKeys() ) {
-         later( What::entry, lag );
-      }
+      laterForAll( What::entry );
+      laterForAll( What::fallback );
       for ( auto && [port, lags] : claims_.all() ) {
          later( What::port, port );
       }
       later( What::peerLinkOfAll );
    } else {
       later( What::entry, intf );
+      later( What::fallback, intf );
       later( What::peerLinkOf, intf );
       later( What::port, intf );
       if ( auto sm = status( intf ) ) {
@@ -232,21 +260,26 @@ LagSm::handleManagedIntf( const IntfId & intf ) {
 
 // --- One thing at a time -------------------------------------------------------------------------
 
+/** Nothing is looked at before the start and while the state machine rests; the start looks at
+    everything. */
 void
 LagSm::settle() {
-   if ( settling_ ) {
+   if ( !initialized() || work_.draining() ) {
       return;
    }
-   Velto::Ptr< LagSm > alive( this );
-   settling_ = true;
-   while ( !work_.empty() ) {
-      const Work work = work_.front();
-      work_.deq();
-      review( work );
-   }
-   settling_ = false;
+   const Velto::Hold alive( this );
+   Velto::FirstError error;
+   error.run( [&] { work_.drain( this, [this]( const Work & work ) { review( work ); } ); } );
    if ( std::exchange( changed_, false ) && verifyData() ) {
-      verifyData()->doRequestVerify();
+      error.run( [&] { verifyData()->doRequestVerify(); } );
+   }
+   error.pass();
+}
+
+void
+LagSm::laterForAll( What what ) {
+   for ( IntfId lag : status_.heldKeys() ) {
+      later( what, lag );
    }
 }
 
@@ -313,6 +346,9 @@ LagSm::reviewDeviceName( IntfId lag ) {
    auto sm = status( lag );
    if ( sm && sm->live() ) {
       const String deviceName = sm->status()->deviceName();
+      if ( names->intfDeviceNameHas( lag ) && names->intfDeviceName( lag ) == deviceName ) {
+         return;
+      }
       // fixed text
       QON_TRACE( lagFacility, 5, "Added deviceName ", deviceName, " input for ", lag );
       names->intfDeviceNameIs( lag, deviceName );
@@ -357,7 +393,7 @@ LagSm::reviewPort( IntfId port ) {
    const IntfId have = acsd()->portToLag( port );
    if ( have && want && have != want ) {
       doScrubMember( port, have );
-   } else if ( have && !want ) {
+   } else if ( have && !want && ( wanted( have ) || !Kiv::agentRestarting() ) ) {
       removeMember( have, port );
    }
    if ( want ) {
@@ -385,10 +421,10 @@ LagSm::addMember( IntfId lag, IntfId port ) {
       QON_TRACE( lagFacility, 4, lag, " adding ", port ); // fixed text
    }
    if ( fresh || !( before == now ) ) {
+      membersChanged( lag );
       list.portIs( port, now );
       acsd()->lagToPortIs( lag, list );
       acsd()->portToLagIs( port, lag );
-      membersChanged( lag );
    }
    reviewHardware( lag, port, false );
 }
@@ -399,6 +435,7 @@ LagSm::removeMember( IntfId lag, IntfId member ) {
    auto portToLag = [this]( IntfId port ) { return acsd()->portToLag( port ); };
    VELTO_ASSERT( portToLag( member ) == lag );             // fixed text
    QON_TRACE( lagFacility, 4, lag, " deleting ", member ); // fixed text
+   membersChanged( lag );
    reviewHardware( lag, member, true );
    if ( acsd()->lagToPortHas( lag ) ) {
       QonLagPortList list = acsd()->lagToPort( lag );
@@ -406,9 +443,9 @@ LagSm::removeMember( IntfId lag, IntfId member ) {
       acsd()->lagToPortIs( lag, list );
    }
    acsd()->portToLagDel( member );
-   membersChanged( lag );
 }
 
+/** Before the first write: what it asks for is looked at when this step is done. */
 void
 LagSm::membersChanged( IntfId lag ) {
    changed_ = true;

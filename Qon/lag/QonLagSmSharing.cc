@@ -11,21 +11,34 @@ using Ulnet::IntfId;
 
 bool
 LagSm::sharePeerLinkWithLag( IntfId lag ) const {
-   return share_.has( lag );
+   auto share = share_.find( lag );
+   return share && *share;
 }
 
 void
-LagSm::sharePeerLinkWithLagIs( IntfId lag, bool share ) {
-   const bool changed = share ? share_.emplace( lag ).second : share_.erase( lag );
-   if ( changed && initialized() ) {
+LagSm::sharePeerLinkWithLagIs( const IntfId & lag, bool share ) {
+   const bool changed = sharePeerLinkWithLag( lag ) != share;
+   *share_.emplace( lag ).first = share;
+   if ( changed ) {
       later( What::peerLinkOf, lag );
       settle();
    }
 }
 
 void
-LagSm::sharePeerLinkWithLagDel( IntfId lag ) {
-   sharePeerLinkWithLagIs( lag, false );
+LagSm::sharePeerLinkWithLagDel( const IntfId & lag ) {
+   const auto share = share_.take( lag );
+   if ( share && *share ) {
+      later( What::peerLinkOf, lag );
+      settle();
+   }
+}
+
+void
+LagSm::sharePeerLinkWithLagDelAll() {
+   share_ = {};
+   later( What::peerLinkOfAll );
+   settle();
 }
 
 IntfId
@@ -43,7 +56,8 @@ LagSm::mlagEstablished() const {
 IntfId
 LagSm::wantedPeerLink( IntfId lag ) const {
    const bool shares = mlagEstablished() && in_.mlagStatus->fastMacRedirection() &&
-                       share_.has( lag ) && wanted( lag ) && in_.mlagStatus->peerLinkIntf() != lag;
+                       sharePeerLinkWithLag( lag ) && wanted( lag ) &&
+                       in_.mlagStatus->peerLinkIntf() != lag;
    return shares ? in_.mlagStatus->peerLinkIntf() : IntfId();
 }
 
@@ -83,7 +97,7 @@ void
 LagSm::maybeSharePeerLinkWithLag( IntfId lag, const QonLagPortList & portList ) {
    const IntfId peerLink = wantedPeerLink( lag );
    const IntfId shared = sharedPeerLink( lag );
-   if ( share_.has( lag ) && !mlagEstablished() ) {
+   if ( sharePeerLinkWithLag( lag ) && !mlagEstablished() ) {
       QON_TRACE( lagFacility, 5, lag, " ignore since MLAG state is invalid." ); // fixed text
    }
    if ( shared && shared != peerLink ) {

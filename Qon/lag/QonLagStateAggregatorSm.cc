@@ -37,6 +37,7 @@ LagMemberStateAggregatorSm::handleInitialized() {
 
 void
 LagMemberStateAggregatorSm::handleSlices() {
+   const Velto::Hold alive( this ), aggregatorAlive( aggregator_ );
    for ( U32 n = 0; n < slices_.size(); ++n ) {
       const LagStatus * now = aggregator_->slices()[n]->lag( lag_ );
       if ( slices_[n]->member.entity() != now ) {
@@ -45,10 +46,12 @@ LagMemberStateAggregatorSm::handleSlices() {
          slices_[n]->index.attach( this, now );
       }
    }
-   handleState();
+   Velto::FirstError error;
+   error.run( [&] { handleState(); } );
    for ( auto && entry : knownMembers() ) {
-      handleMember( entry.key );
+      error.run( [&] { handleMember( entry.key ); } );
    }
+   error.pass();
 }
 
 /** The members in any slice and in the merged state. */
@@ -80,9 +83,13 @@ LagMemberStateAggregatorSm::handleState() {
       }
    }
    if ( aggregator_->lagExists( lag_ ) ) {
-      auto merged = aggregator_->merged()->lagIs( lag_ );
-      merged->indexIs( index );
-      merged->resultIs( result );
+      const Velto::Ptr< Hardware::Lag::Status > all( aggregator_->merged() );
+      Velto::FirstError error;
+      error.run( [&] { all->lagIs( lag_ ); } );
+      auto merged = all->lagIs( lag_ );
+      error.run( [&] { merged->indexIs( index ); } );
+      error.run( [&] { merged->resultIs( result ); } );
+      error.pass();
    }
 }
 
@@ -112,12 +119,15 @@ LagMemberStateAggregatorSm::handleMember( const IntfId & member ) {
 
 void
 LagMemberStateAggregatorSm::doCleanup() {
-   if ( Velto::Ptr< LagStatus > merged = aggregator_->merged()->lag( lag_ ) ) {
+   const Velto::Ptr< Hardware::Lag::Status > all( aggregator_->merged() );
+   if ( Velto::Ptr< LagStatus > merged = all->lag( lag_ ) ) {
+      Velto::FirstError error;
       for ( auto && entry : keysOf< IntfId >( merged->memberIteratorConst() ) ) {
          QON_TRACE( facility, 3, lag_, " Cleaning up member: ", entry.key ); // fixed text
-         merged->memberDel( entry.key );
+         error.run( [&] { merged->memberDel( entry.key ); } );
       }
-      aggregator_->merged()->lagDel( lag_ );
+      error.run( [&] { all->lagDel( lag_ ); } );
+      error.pass();
    }
 }
 
@@ -128,6 +138,7 @@ LagStateAggregatorSm::LagStateAggregatorSm( Slices slices,
 void
 LagStateAggregatorSm::handleInitialized() {
    if ( !initialized() ) {
+      lags_.rest();
       return;
    }
    watches_.clear();
@@ -139,9 +150,11 @@ LagStateAggregatorSm::handleInitialized() {
          lags.emplace( lag );
       }
    }
+   Velto::FirstError error;
    for ( auto && entry : lags ) {
-      handleHwLagStatus( entry.key );
+      error.run( [&] { handleHwLagStatus( entry.key ); } );
    }
+   error.pass();
 }
 
 void
@@ -162,6 +175,7 @@ LagStateAggregatorSm::lagExists( IntfId lag ) const {
 
 void
 LagStateAggregatorSm::handleHwLagStatus( const IntfId & lag ) {
+   const Velto::Hold alive( this );
    const bool followed = lags_.has( lag );
    lags_.review( lag, lagExists( lag ) );
    if ( auto sm = lags_.sm( lag ) ) {

@@ -33,11 +33,31 @@ QonMacProgrammerIs( Kiv::TimerWheel * timerWheel ) {
    return smIs< QonMacProgrammer >( timerWheel );
 }
 
-QonMacProgrammer::~QonMacProgrammer() = default;
+/** Commands outlive the programmer with their owners, who may hand them to a successor. */
+QonMacProgrammer::~QonMacProgrammer() {
+   for ( const MacCmdPtr & cmd : pendingMacOp_ ) {
+      letGo( *cmd );
+   }
+   for ( auto walk = inProgMacOp_.begin(); walk; ++walk ) {
+      letGo( *walk.value() );
+   }
+   for ( auto && [key, cmd] : overflowAddrOp_ ) {
+      letGo( *cmd );
+   }
+}
+
+/** The command is none of this programmer's any more, and no answer to it is: a further attempt is
+    another transaction. */
+void
+QonMacProgrammer::letGo( IndirectAccessMacCmd & cmd ) {
+   cmd.stage_ = Stage::none;
+   cmd.transactionIdIs( 0 );
+}
 
 void
 QonMacProgrammer::handleInitialized() {
    if ( updatePendingAddressClock_ ) {
+      resumeRuns();
       return;
    }
    updatePendingAddressClock_.attach( this, Velto::make< Kiv::Clock >( timerWheel_ ) );
@@ -50,6 +70,23 @@ QonMacProgrammer::handleInitialized() {
       wakeIfIdle();
    }
    initializedIs( true );
+}
+
+/** Arms the clocks that work waits for: their firings were lost while nothing was heard. */
+void
+QonMacProgrammer::resumeRuns() {
+   if ( !initialized() ) {
+      return;
+   }
+   if ( !pendingMacOp_.empty() ) {
+      wakeIfIdle();
+   }
+   if ( !inProgMacOp_.empty() ) {
+      wakeUp( pollReqClock(), Kiv::now() );
+   }
+   if ( !overflowAddrOp_.empty() ) {
+      wakeUp( updateOverflowAddressClock(), Kiv::now() + updateOverflowAddressDelay() );
+   }
 }
 
 MacProgramStatus
@@ -350,8 +387,9 @@ QonMacProgrammer::finish( IndirectAccessMacCmd & cmd ) {
          addrOp_.erase( packed( cmd.key() ) );
       }
    }
-   cmd.stage_ = Stage::none;
-   inProgMacOp_.erase( cmd.transactionId() );
+   const U64 transactionId = cmd.transactionId();
+   letGo( cmd );
+   inProgMacOp_.erase( transactionId );
 }
 
 /** The chip could not do it now: back to pending, unless it is out-of-date. */
@@ -388,14 +426,12 @@ QonMacProgrammer::overflow( MacCmdPtr cmd ) {
 /** Once an episode. */
 void
 QonMacProgrammer::reportOverflow( const IndirectAccessMacCmd & cmd ) {
-   if ( overflowLogged() ) {
-      return;
+   if ( overflowLogged() || !bankFull.okToLog() ) {
+      return; // what comes too soon after another episode's is reported by a later attempt
    }
    overflowLoggedIs( true );
-   if ( bankFull.okToLog() ) {
-      const Bridging::MacVlanPair entry = cmd.key().key();
-      Kiv::log( bankFull, Kiv::toText( cmd.entryType() ), entry.mac(), entry.vlan() );
-   }
+   const Bridging::MacVlanPair entry = cmd.key().key();
+   Kiv::log( bankFull, Kiv::toText( cmd.entryType() ), entry.mac(), entry.vlan() );
 }
 
 void

@@ -61,6 +61,13 @@ LagFeature::LagFeature( Agent & agent )
 }
 
 void
+LagFeature::inputsRead() {
+   if ( progSm_ ) {
+      progSm_->inputsReadIs( true );
+   }
+}
+
+void
 LagFeature::makeInterfacesWriter() {
    auto & entities = agent_.entities();
    auto aggregated =

@@ -39,6 +39,7 @@ class LagFeature : public AgentFeature {
       return { "PORTCHANNEL", "PORTCHANNEL_MEMBER", "MCLAG_DOMAIN", "MCLAG_INTERFACE" };
    }
    ConfigStage configStage() const override { return ConfigStage::aggregates; }
+   void inputsRead() override;
    void configure( ConfigReader & reader ) override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;

@@ -37,6 +37,7 @@ class LagStage {
       prog = Qon::LagProgSmIs( lagConfig, lagStatus, fapIdPorts );
       lagSm = Qon::LagSmIs( t.acsd, dir, names, nullptr, nullptr, prog );
       lagSm->initializedIs( true );
+      prog->inputsReadIs( true );
    }
 
    void makeProgrammer() { chip = part.makeProgrammer( lagConfig, lagStatus ); }

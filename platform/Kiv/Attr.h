@@ -26,7 +26,8 @@
 // 2. The value of an absent key is a value-initialised one (null for entities). References that
 //    accessors return hold until the attribute changes.
 // 3. A removed entry is out of the collection before watchers hear its key, and ends after.
-// 4. xDelAll() empties the collection first, then publishes each key.
+// 4. xDelAll() empties the collection first, then publishes each key; a handler that raises costs
+//    no other key its publication.
 // 5. Walks stay valid while handlers insert and erase; what is inserted meanwhile is visited.
 //    The current entry's key and value hold until that entry is erased.
 
@@ -37,6 +38,7 @@
 #include "platform/Kiv/Fifo.h"
 #include "platform/Kiv/OrderedMap.h"
 #include "platform/Kiv/TypeData.h"
+#include "platform/Velto/Scope.h"
 
 namespace Kiv {
 
@@ -197,9 +199,11 @@ class Iterator {
    void x##DelAll() {                                                                              \
       Map gone( std::move( x##_ ) );                                                               \
       ::Kiv::DeathNotice notice( this->kivSelfEntity() );                                          \
+      ::Velto::FirstError error;                                                                   \
       for ( ::Kiv::Iterator< Map > i( gone ); i && notice.alive() && this->kivWatched(); ++i ) {   \
-         this->kivDeliver( x##Attr::index, &i.key() );                                             \
+         error.run( [&] { this->kivDeliver( x##Attr::index, &i.key() ); } );                       \
       }                                                                                            \
+      error.pass();                                                                                \
    }                                                                                               \
    U32 x##s() const {                                                                              \
       return x##_.size();                                                                          \

@@ -1,5 +1,7 @@
 #include "platform/Kiv/Clock.h"
 
+#include "platform/Velto/Scope.h"
+
 namespace Kiv {
 
 TimerWheel * TimerWheel::current_ = nullptr;
@@ -12,9 +14,9 @@ TimerWheel::~TimerWheel() {
    for ( Slot & slot : heap_ ) {
       slot.clock->wheel_ = nullptr;
    }
-   for ( Clock * clock : due_ ) {
-      if ( clock ) {
-         clock->wheel_ = nullptr;
+   for ( Slot & slot : due_ ) {
+      if ( slot.clock ) {
+         slot.clock->wheel_ = nullptr;
       }
    }
    if ( current_ == this ) {
@@ -35,22 +37,32 @@ TimerWheel::nextTime() const {
 bool
 TimerWheel::fireDue( Seconds now ) {
    VELTO_ASSERT( due_.empty() ); // a handler must not run the loop
+   const Velto::AtEnd done( [this] { putBack(); } );
    while ( !heap_.empty() && heap_[0].time <= now ) {
-      Clock * clock = heap_[0].clock;
+      const Slot slot = heap_[0];
       removeAt( 0 );
-      clock->due_ = U32( due_.size() );
-      due_.push_back( clock );
+      slot.clock->due_ = U32( due_.size() );
+      due_.push_back( slot );
    }
-   bool any = !due_.empty();
    for ( U32 i = 0; i < due_.size(); ++i ) {
-      if ( Clock * clock = due_[i] ) {
-         due_[i] = nullptr;
+      if ( Clock * clock = std::exchange( due_[i].clock, nullptr ) ) {
          clock->due_ = Clock::nowhere;
          clock->fire();
       }
    }
+   return !due_.empty();
+}
+
+/** Ends a turn: what is due and was not fired goes back to its place. */
+void
+TimerWheel::putBack() {
+   for ( const Slot & slot : due_ ) {
+      if ( slot.clock ) {
+         slot.clock->due_ = Clock::nowhere;
+         enter( slot );
+      }
+   }
    due_.clear();
-   return any;
 }
 
 void
@@ -108,6 +120,11 @@ TimerWheel::arm( Clock * clock, Seconds time ) {
       put( down( up( clock->place_, slot ), slot ), slot );
       return;
    }
+   enter( slot );
+}
+
+void
+TimerWheel::enter( const Slot & slot ) {
    heap_.push_back( slot );
    put( up( U32( heap_.size() ) - 1, slot ), slot );
 }
@@ -118,7 +135,7 @@ TimerWheel::disarm( Clock * clock ) {
       removeAt( clock->place_ );
    }
    if ( clock->due_ != Clock::nowhere ) {
-      due_[clock->due_] = nullptr;
+      due_[clock->due_].clock = nullptr;
       clock->due_ = Clock::nowhere;
    }
 }

@@ -9,6 +9,8 @@
 // 2. Clearing a clock, moving it, ending it, or detaching its watcher cancels a firing that is
 //    due and not yet delivered.
 // 3. A clock that is armed inside a handler, for now or earlier, fires in a later turn.
+// 4. When a handler raises, the clocks that were due with its own stay armed as they were: they
+//    fire in the next turn, in the order in which they would have.
 
 #include <vector>
 
@@ -31,7 +33,8 @@ class TimerWheel {
 
    /** When the next clock is due, in seconds of Kiv::now(); never if all are idle. */
    Seconds nextTime() const;
-   /** Fires the clocks that are due at `now`; true if there were any. */
+   /** Fires the clocks that are due at `now`; true if there were any. Not to be called by a
+       handler. */
    bool fireDue( Seconds now );
    U32 armed() const { return U32( heap_.size() ); }
 
@@ -54,8 +57,11 @@ class TimerWheel {
    U32 down( U32 place, const Slot & slot );
    void put( U32 place, const Slot & slot );
 
+   void enter( const Slot & slot );
+   void putBack();
+
    std::vector< Slot > heap_; // four children a place
-   std::vector< Clock * > due_;
+   std::vector< Slot > due_;  // those of cancelled firings have no clock
    U64 order_ = 0;
    TimerWheel * former_;
    static TimerWheel * current_;

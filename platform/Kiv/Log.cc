@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "platform/Velto/Assert.h"
+#include "platform/Velto/Scope.h"
 
 namespace Kiv {
 
@@ -26,6 +27,7 @@ registry() {
 }
 
 LogSink * installed = nullptr;
+bool sinkBusy = false;
 
 const char *
 kindName( LogArg::Kind kind ) {
@@ -216,7 +218,8 @@ LogHandle::~LogHandle() {
 
 bool
 LogHandle::okToLog() const {
-   return interval_ <= 0 || now() - lastEmitted_ >= interval_;
+   return interval_ <= 0 ||
+          now() >= lastEmitted_ + interval_; // a sum, as whoever waits for it makes
 }
 
 bool
@@ -225,11 +228,20 @@ logArgs( LogHandle & handle, std::span< const LogArg > args ) {
    if ( !handle.okToLog() ) {
       return false;
    }
+   const String text = expand( handle.descriptor_, args );
+   const Seconds former = handle.lastEmitted_;
    if ( handle.interval_ > 0 ) {
       handle.lastEmitted_ = now();
    }
-   LogSink & sink = installed ? *installed : logStandardError();
-   sink.message( handle.descriptor_, expand( handle.descriptor_, args ) );
+   const bool nested = std::exchange( sinkBusy, true );
+   const Velto::AtEnd done( [nested] { sinkBusy = nested; } );
+   LogSink & sink = installed && !nested ? *installed : logStandardError();
+   try {
+      sink.message( handle.descriptor_, text );
+   } catch ( ... ) {
+      handle.lastEmitted_ = former; // it was not emitted
+      throw;
+   }
    return true;
 }
 

@@ -16,6 +16,8 @@
 //    make no difference, and another module's handle of the same message is not affected.
 // 3. okToLog() only asks; Kiv::log() stamps.
 // 4. What is found by name does not depend on the order in which handles were constructed.
+// 5. A message that a sink raises while it is given one goes to standard error. An exception of a
+//    sink passes to whoever raised the message, which then counts as not emitted.
 //
 // Ownership: a descriptor outlives its handles; handles are static objects of the modules that
 // raise; an installed sink stays its owner's.

@@ -1,5 +1,7 @@
 #include "platform/Kiv/TaskScheduler.h"
 
+#include "platform/Velto/Scope.h"
+
 namespace Kiv {
 
 Task::Task( TaskScheduler * scheduler, U32 priority, const String & name )
@@ -73,12 +75,15 @@ TaskScheduler::runSlice() {
    task->awake_ = false; // a wake-up during the slice brings it back
    running_ = task;
    units_ = 0;
+   bool more = true; // also when it raises
+   const Velto::AtEnd slice( [&] {
+      if ( running_ && more ) {
+         task->wake();
+      }
+      running_ = nullptr;
+   } );
    deadline_ = Kiv::now() + budget_.seconds;
-   bool more = task->run();
-   if ( running_ && more ) {
-      task->wake();
-   }
-   running_ = nullptr;
+   more = task->run();
    return true;
 }
 
@@ -87,12 +92,15 @@ TaskScheduler::turn() {
    if ( turnWatch_ ) [[unlikely]] {
       turnWatch_->turnBegins();
    }
+   bool worked = true; // also when it raises
+   const Velto::AtEnd turn( [&] {
+      if ( turnWatch_ ) [[unlikely]] {
+         turnWatch_->turnEnds( worked );
+      }
+   } );
    // A watched turn reads the time in any case, whoever else has armed a clock.
    bool fired = ( turnWatch_ || wheel_.nextTime() != never ) && wheel_.fireDue( Kiv::now() );
-   bool worked = runSlice() || fired;
-   if ( turnWatch_ ) [[unlikely]] {
-      turnWatch_->turnEnds( worked );
-   }
+   worked = runSlice() || fired;
    return worked;
 }
 

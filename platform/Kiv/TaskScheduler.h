@@ -10,6 +10,9 @@
 // 1. A turn fires the clocks that were due when it began, then runs one slice of one task.
 // 2. Among tasks that have work, the smallest priority number runs; equals take turns.
 // 3. Nothing else in the process reads a clock or waits.
+// 4. An exception that leaves a clock's handler or a task ends the turn, and passes to whoever asked
+//    for it. The clocks and tasks that had not come to their turn do so in the next one; a task that
+//    raised has work left.
 
 #include "platform/Kiv/Clock.h"
 #include "platform/Kiv/Time.h"
@@ -33,7 +36,8 @@ class Task {
    void wake();
    bool awake() const { return awake_; }
 
-   /** Does work until it is all done (false) or shouldYield() (true: work is left). */
+   /** Does work until it is all done (false) or shouldYield() (true: work is left). It is called
+       again after an exception, and must have left behind what it raised for. */
    virtual bool run() = 0;
    /** Counts one unit of work; true when the slice is used up. */
    bool shouldYield();

@@ -47,7 +47,12 @@ class Node {
    }
    bool zombie() const { return flags_ & zombieFlag; }
    /** Whether a change may be delivered to this object's handlers now. */
-   bool kivHears() const { return ( flags_ & ( activeFlag | zombieFlag ) ) == activeFlag; }
+   bool kivHears() const {
+      return ( flags_ & ( activeFlag | zombieFlag | pausedFlag ) ) == activeFlag;
+   }
+   /** Between true and false nothing is delivered, whatever else holds; for base classes that have
+       a state in which their handlers must not run. What happens meanwhile is not made up for. */
+   void kivPausedIs( bool v ) { flags_ = v ? flags_ | pausedFlag : flags_ & U8( ~pausedFlag ); }
 
    U32 useCount() const { return __atomic_load_n( &count_, __ATOMIC_RELAXED ); }
    void kivRef() const {
@@ -73,6 +78,7 @@ class Node {
  private:
    static constexpr U8 activeFlag = 1;
    static constexpr U8 zombieFlag = 2;
+   static constexpr U8 pausedFlag = 4;
 
    void kivDie();
 

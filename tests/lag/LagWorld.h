@@ -81,7 +81,9 @@ class LagWorld : public Tests::World {
    void start() {
       prog = Qon::LagProgSmIs( config, status, fapIdPorts );
       lagSm = Qon::LagSmIs( acsd, dir, deviceNames, mlag, acsd->verifyData(), prog );
+      const auto progSm = prog; // LagSm may have ended meanwhile
       lagSm->initializedIs( true );
+      progSm->inputsReadIs( inputsRead );
    }
    /** Ends LagSm and its programming; what they published stays. */
    void stop() {
@@ -134,6 +136,7 @@ class LagWorld : public Tests::World {
    Ptr< Hardware::FapIdPortDir > fapIdPorts = Velto::make< Hardware::FapIdPortDir >( "ports" );
    Ptr< Hardware::Lag::Config > config = Velto::make< Hardware::Lag::Config >( "config" );
    Ptr< Hardware::Lag::Status > status = Velto::make< Hardware::Lag::Status >( "hwstatus" );
+   bool inputsRead = true; // what LagProgSm is told at the start
    Ptr< Qon::LagProgSm > prog;
    Ptr< Qon::LagSm > lagSm;
    std::optional< Guard > guard{ std::in_place, acsd.ptr(), config.ptr() };

@@ -95,6 +95,43 @@ TEST_F( LogTest, IntervalCountsFromTheLastEmittedMessage ) {
    EXPECT_TRUE( Kiv::log( handle ) );
 }
 
+TEST_F( LogTest, AnIntervalEndsOnTheDotWhateverTheTimeOfDay ) {
+   LogHandle handle( plain, 60, 1.0, 0, 0 );
+   for ( int i = 0; i < 1000; ++i ) {
+      Kiv::logWindowsReset();
+      const Kiv::Seconds start = time.at = 1000 + i * 0.1;
+      EXPECT_TRUE( Kiv::log( handle ) );
+      time.at = start + 60;
+      EXPECT_TRUE( Kiv::log( handle ) ) << start;
+   }
+}
+
+TEST_F( LogTest, ASinkMayRaiseMessagesAndExceptions ) {
+   struct Chatty : Kiv::LogSink {
+      explicit Chatty( LogHandle & h ) : handle( h ) {}
+      void message( const LogDescriptor &, const Velto::String & ) override {
+         ++messages;
+         Kiv::log( handle );
+         if ( messages == 1 ) {
+            throw Velto::RangeError( "sink" );
+         }
+      }
+      LogHandle & handle;
+      int messages = 0;
+   };
+   LogHandle unlimited( plain, 0, 1.0, 0, 0 ), limited( plain, 60, 1.0, 0, 0 );
+   Chatty chatty( unlimited );
+   Kiv::LogSink * before = Kiv::logSinkIs( &chatty );
+   testing::internal::CaptureStderr();
+   EXPECT_THROW( Kiv::log( limited ), Velto::RangeError );
+   EXPECT_TRUE( limited.okToLog() ); // nobody got it
+   EXPECT_TRUE( Kiv::log( limited ) );
+   Kiv::logSinkIs( before );
+   EXPECT_EQ( testing::internal::GetCapturedStderr(),
+              "T_PLAIN(3): Nothing to add\nT_PLAIN(3): Nothing to add\n" );
+   EXPECT_EQ( 2, chatty.messages );
+}
+
 TEST_F( LogTest, WithoutIntervalEveryMessageIsEmitted ) {
    LogHandle handle( plain, 0, 1.0, 0, 0 );
    for ( U32 i = 0; i < 3; ++i ) {

@@ -369,6 +369,75 @@ TEST_F( Mac, SuspendedProcessingHoldsAndComesBackByItself ) {
    EXPECT_TRUE( chip->atRest() );
 }
 
+TEST_F( Mac, ACommandMayBeHandedToASuccessor ) {
+   auto pending = addHost( 1 ), flush = flushAll(), inFlight = addHost( 2 ), full = addHost( 3 );
+   chip->handleAddrOp( full );
+   writeAndAnswer( Status::macProgramFull );
+   chip->pollInProgressCmds();
+   chip->handleAddrOp( inFlight );
+   chip->updatePendingAddresses();
+   chip->handleAddrOp( pending );
+   chip->handleFlushOp( flush );
+   chip = Qon::smIs< FakeChip >( scheduler.timerWheel() );
+   chip->initializedIs( true );
+   for ( auto & cmd : { pending, inFlight, full } ) {
+      chip->handleAddrOp( cmd );
+   }
+   chip->handleFlushOp( flush );
+   chip->updatePendingAddresses();
+   EXPECT_EQ( chip->written, ( std::vector< MacCmdPtr >{ pending, inFlight, full, flush } ) );
+}
+
+TEST_F( Mac, ACommandThatIsHandedInAgainIsAnotherTransaction ) {
+   auto cmd = addHost( 1 );
+   chip->handleAddrOp( cmd );
+   chip->updatePendingAddresses();
+   const U64 first = cmd->transactionId();
+   chip->answer( cmd, Status::macProgramFailed );
+   chip->pollInProgressCmds();
+   chip->handleAddrOp( cmd );
+   chip->updatePendingAddresses();
+   EXPECT_NE( first, cmd->transactionId() );
+   chip->handleCmdResponse( first, 0, Status::macProgramSuccess ); // late
+   EXPECT_EQ( cmd->status(), Status::macProgramInProgress );
+}
+
+TEST_F( Mac, AnEpisodeOfOverflowThatBeganTooSoonIsReportedLater ) {
+   auto fill = [&]( U64 mac ) {
+      chip->handleAddrOp( addHost( mac ) );
+      writeAndAnswer( Status::macProgramFull );
+      chip->pollInProgressCmds();
+   };
+   fill( 1 );
+   EXPECT_EQ( 1u, logs.records().size() );
+   chip->updateOverflowAddresses();
+   writeAndAnswer( Status::macProgramSuccess );
+   chip->pollInProgressCmds();
+   EXPECT_FALSE( chip->overflowLogged() );
+   fill( 2 );
+   EXPECT_EQ( 1u, logs.records().size() );
+   scheduler.advance( 60 );
+   chip->updateOverflowAddresses();
+   writeAndAnswer( Status::macProgramFull );
+   chip->pollInProgressCmds();
+   EXPECT_EQ( 2u, logs.records().size() );
+}
+
+TEST_F( Mac, WorkGoesOnAfterARest ) {
+   chip->handleAddrOp( addHost( 1 ) );
+   chip->updatePendingAddresses();
+   chip->initializedIs( false );
+   chip->handleAddrOp( addHost( 2 ) );
+   scheduler.runFor( 10 );
+   EXPECT_EQ( 1u, chip->written.size() );
+   chip->onWrite = [&]( const MacCmdPtr & cmd ) { chip->answer( cmd, Status::macProgramSuccess ); };
+   chip->answer( chip->written[0], Status::macProgramSuccess );
+   chip->initializedIs( true );
+   scheduler.runFor( 10 );
+   EXPECT_EQ( 2u, chip->written.size() );
+   EXPECT_TRUE( chip->atRest() );
+}
+
 TEST( MacSlots, HooksStandBehindTheBase ) {
    auto slot = []( auto method ) {
       std::ptrdiff_t words[sizeof( method ) / sizeof( std::ptrdiff_t )];

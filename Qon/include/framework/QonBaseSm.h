@@ -9,11 +9,15 @@
 // Invariants
 // 1. handleInitialized runs once for each change of `initialized`, to true and back to false; a
 //    handler that cares asks initialized().
-// 2. A dying state machine hears nothing from the release of its last pointer on.
-// 3. Destruction never calls a hook; undoing hardware is doCleanup()'s, where a class has it.
+// 2. From false on no handler of a change or a clock is called, until `initialized` is true again.
+//    Nothing is torn down, and nothing that happened meanwhile is told: handleInitialized compares
+//    all inputs with what was done of them, of entities that did not change too.
+// 3. A dying state machine hears nothing from the release of its last pointer on.
+// 4. Destruction never calls a hook; undoing hardware is doCleanup()'s, where a class has it.
 
 #include "Qon/include/framework/QonAssert.h"
 #include "platform/Kiv/Attr.h"
+#include "platform/Velto/Scope.h"
 
 namespace Qon {
 
@@ -24,12 +28,15 @@ class QonBaseSm : public Velto::Node {
    bool initialized() const { return initialized_; }
    void initializedIs( bool v ) {
       if ( initialized_ != v ) {
+         const Velto::Hold alive( this );
          initialized_ = v;
+         kivPausedIs( !v );
          handleInitialized();
       }
    }
    /** A derived class attaches its reactors here and programs the initial state. Must be
-       idempotent: it runs again when `initialized` goes to false and back to true. */
+       idempotent: it runs again when `initialized` goes to false and back to true, which also
+       repeats a start that raised. */
    virtual void handleInitialized() {}
 
    QON_ASSERT_FAMILY( QonBaseSm, "QonBaseSm", Silence::noopAgent )

@@ -3,7 +3,7 @@
 //
 //    owner's handler( key ) -> review( key, what is wanted now )
 //       not held, wanted            make( key, input ), then initializedIs( true ) of the child
-//       held, same input            nothing
+//       held, same input            nothing, or initializedIs( true ) after rest()
 //       held, another input         clean-up of the child, then make
 //       held, not wanted            clean-up of the child, then it is erased
 //
@@ -20,14 +20,19 @@
 // 3. make and the clean-up may call review(), of the same key too: what was asked for last holds
 //    when the outermost call returns.
 // 4. Order is that of the first making; a child that is replaced keeps its place.
+// 5. The owner may end inside a callback: it lives until the call that it is in returns, and what
+//    was asked for is done.
+// 6. An exception of a callback passes to the caller. The child is there if it was made, and gone if
+//    its clean-up was called; the key can be reviewed again. reviewAll() and removeAll() go on with
+//    the other keys first.
 //
 // Ownership: the collection counts children and inputs. Its destruction cleans nothing up: it makes
-// the children zombies and releases them. The callbacks do not end the owner.
+// the children zombies and releases them.
 
 #include <vector>
 
 #include "Qon/include/framework/Reconcile.h"
-#include "platform/Velto/Node.h"
+#include "platform/Velto/Scope.h"
 
 namespace Qon {
 
@@ -69,6 +74,7 @@ class SmCollection {
          }
          child = children_.emplace( key ).first;
       } else if ( child->input == wanted && !child->busy ) {
+         wake( *child );
          return;
       }
       child->wanted = wanted;
@@ -87,16 +93,23 @@ class SmCollection {
             all.push_back( keyOfElement( element ) );
          }
       }
+      const Velto::Hold alive( owner_ );
+      Velto::FirstError error;
       for ( const K & key : all ) {
-         review( key, wanted( key ) );
+         error.run( [&] { review( key, wanted( key ) ); } );
       }
+      error.pass();
+   }
+
+   /** For an owner whose `initialized` went to false: so does that of the children. Each begins
+       again when it is reviewed. */
+   void rest() {
+      forEach( []( const K &, Sm & sm ) { sm.initializedIs( false ); } );
    }
 
    /** Cleans up every child, in order. */
    void removeAll() {
-      for ( const K & key : heldKeys() ) {
-         review( key, Input() );
-      }
+      reviewAll( KeySet< K >(), []( const K & ) { return Input(); } );
    }
 
    std::vector< K > heldKeys() const {
@@ -111,6 +124,7 @@ class SmCollection {
    /** Calls `act( key, Sm & )` for each child, which may change the collection. */
    template< class Act >
    void forEach( Act && act ) const {
+      const Velto::Hold alive( owner_ );
       for ( auto && [key, child] : children_ ) {
          if ( Velto::Ptr< Sm > held = child.sm ) {
             act( key, *held );
@@ -131,15 +145,25 @@ class SmCollection {
    /** Entries move when others are erased, so each step looks its own up again. */
    Child & at( const K & key ) { return *children_.find( key ); }
 
+   static void wake( const Child & child ) {
+      if ( Velto::Ptr< Sm > sm = child.sm ) {
+         sm->initializedIs( true );
+      }
+   }
    void settle( const K & key ) {
+      const Velto::Hold alive( owner_ );
       at( key ).busy = true;
+      const Velto::AtEnd done( [&] {
+         at( key ).busy = false;
+         if ( !at( key ).sm ) {
+            children_.erase( key );
+         }
+      } );
+      Velto::FirstError error;
       while ( !( at( key ).input == at( key ).wanted ) ) {
-         at( key ).sm ? end( key ) : begin( key );
+         error.run( [&] { at( key ).sm ? end( key ) : begin( key ); } );
       }
-      at( key ).busy = false;
-      if ( !at( key ).sm ) {
-         children_.erase( key );
-      }
+      error.pass();
    }
    void begin( const K & key ) {
       at( key ).input = at( key ).wanted;
@@ -149,10 +173,12 @@ class SmCollection {
    }
    void end( const K & key ) {
       Velto::Ptr< Sm > old = at( key ).sm;
+      const Velto::AtEnd done( [&] {
+         old->kivDoZombieReactors();
+         at( key ).sm = nullptr;
+         at( key ).input = Input();
+      } );
       ( owner_->*cleanUp )( key, old.ptr() );
-      old->kivDoZombieReactors();
-      at( key ).sm = nullptr;
-      at( key ).input = Input();
    }
 
    Owner * owner_;

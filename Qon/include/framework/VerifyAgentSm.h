@@ -11,20 +11,23 @@
 //
 // Invariants
 // 1. A command without the prefix "VTS#NAME#" gets an empty answer in the callback's own name.
-// 2. A cookie that the status holds already asks for nothing: a restarted agent does not verify
-//    again what was answered.
-// 3. Operators' requests are run whether or not verification is enabled.
+// 2. A cookie that the status holds at the start asks for nothing: a restarted agent does not verify
+//    again what was answered. From then on every change of the cookie asks for a run, whatever it
+//    changes to.
+// 3. Operators' requests are run whether or not verification is enabled, and before the shared data
+//    is initialized they wait for that.
+// 4. What comes while a client's command is run leaves the client's answer alone.
 //
 // Ownership: the state machine owns the callback and the request directory's state machine; the
 // callback points back without counting, and knows when the state machine has gone.
 
 #include "Qon/include/framework/QonBaseSm.h"
+#include "Qon/include/framework/QonCommonSmData.h"
 #include "Qon/include/framework/VerifyData.h"
 #include "platform/types/VerifyAgent.h"
 
 namespace Qon {
 
-class QonCommonSmData;
 class VerifyAgentSm;
 
 /** What answers the commands of one name. */
@@ -92,6 +95,8 @@ class VerifyAgentSm : public QonBaseSm {
    void handleInitialized() override;
    /** The requester's cookie changed. */
    void handleVerifyAgent();
+   /** The shared data has its verification data. */
+   void handleVerifyData();
    /** A run finished or became due. */
    void handleVerifyStatus();
 
@@ -105,11 +110,14 @@ class VerifyAgentSm : public QonBaseSm {
    const Velto::Ptr< VerifyAgent::Status > status_;
    const Velto::Ptr< VerifyAgent::RequestDir > requestDir_;
    const String agentName_;
-   U32 cookie_ = 0; // of the run that is wanted or under way; status_'s if there is none
+   U32 cookie_ = 0;      // the last one that was looked at
+   bool wanted_ = false; // a run for it is wanted or under way
    Velto::Ptr< VerifyAgentSmCliCallback > cliCallback_;
    Velto::Ptr< CliRequestDirSm > requestDirSm_;
    Kiv::Watch< VerifyAgent::Config::cookieAttr, VerifyAgentSm, &VerifyAgentSm::handleVerifyAgent >
          cookieWatch_;
+   Kiv::Watch< QonCommonSmData::initializedAttr, VerifyAgentSm, &VerifyAgentSm::handleVerifyData >
+         dataWatch_;
    Kiv::Watch< VerifyData::verifyDoneAttr, VerifyAgentSm, &VerifyAgentSm::handleVerifyStatus >
          doneWatch_;
 };

@@ -12,8 +12,12 @@
 // 2. Checks run in the order of their registration; a check of an object that died is gone.
 // 3. resetVerifyData() forgets findings and the client, never a pending request, a check or an
 //    outcome.
-// 4. A client that has gone, or takes nothing for a second, costs its connection: it is no client
-//    any more, and the run goes on. Descriptors are never closed here.
+// 4. A client that has gone, or takes nothing for `clientPatience` seconds, costs its connection: it
+//    is no client any more, and the run goes on. Descriptors are never closed here.
+// 5. A check that raises costs no other check its turn, and leaves client, counts and wishes for a
+//    repetition as they shall be; then the first exception passes to whoever started the run.
+// 6. A check, or a watcher of what it finds, may end any of these objects: each lives until its
+//    part of the run is over.
 //
 // Ownership: owned by the shared agent data; checks belong to what they check.
 
@@ -21,6 +25,7 @@
 
 #include "Qon/include/framework/QonBaseSm.h"
 #include "platform/Kiv/Text.h"
+#include "platform/Kiv/Time.h"
 #include "platform/types/VerifyAgent.h"
 
 namespace Qon {
@@ -90,6 +95,8 @@ class VerifyData : public Kiv::Entity {
    KIV_ATTR( bool, verifyDone, false )
    KIV_ATTR( bool, retryVerify, false )
    KIV_ATTR( U32, reverify, 0 )
+   KIV_ATTR( Kiv::Seconds, clientPatience,
+             1.0 ) // with a client that takes nothing; it holds up all
  public:
    explicit VerifyData( const String & name ) : Kiv::Entity( name ) {}
 
@@ -124,9 +131,9 @@ class VerifyData : public Kiv::Entity {
 };
 
 /** Writes to a client, which may be slow or gone; false if it did not take all of it, or if there
-    is none (0). Waits at most a second for a client that takes nothing. Meant for sockets; into
-    any other descriptor the bytes are written with all that entails. */
-bool writeToClient( U32 socket, const String & text );
+    is none (0). Waits at most `patience` seconds, in steps of 10 ms of real time, for a client that
+    takes nothing. For sockets, pipes and files: a closed pipe is a client that has gone. */
+bool writeToClient( U32 socket, const String & text, Kiv::Seconds patience );
 
 } // namespace Qon
 

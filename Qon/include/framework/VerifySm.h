@@ -18,6 +18,7 @@
 // 3. HARDWARE_VERIFY_AGENT_RETRY_NEEDED is raised by the first repetition of a run that the clock
 //    started, HARDWARE_VERIFY_AGENT_FAILED by the end of one that had findings. The run of a
 //    client raises neither and is never repeated.
+// 4. While it is not initialized requests are only counted; they are run afterwards.
 //
 // Ownership: owned by the shared agent data; counts the verification data, its neighbour there.
 
@@ -44,7 +45,10 @@ class VerifySm : public QonBaseSm {
    bool runPending() const { return clock_ && !clock_->idle(); }
 
  private:
+   void takeUp();
    void startRun();
+   void startRepetition();
+   void endRun( bool repetition );
    /** True if the run goes on with a repetition. */
    bool repeatRun();
    void finishRun();
@@ -52,6 +56,7 @@ class VerifySm : public QonBaseSm {
    const Velto::Ptr< VerifyData > data_;
    bool requested_ = false; // since the last run began
    U32 repetitions_ = 0;    // of the present run
+   U32 heard_ = 0;          // requests, by their counter
    Kiv::ClockReactor< VerifySm, &VerifySm::handleTimeout > clock_;
    Kiv::Watch< VerifyRequired::verifyRequiredAttr, VerifySm, &VerifySm::handleVerifyRequest >
          requestWatch_;

@@ -10,9 +10,14 @@
 // One of three possible writers of Hardware::Lag::Config, of which an agent has one (HardwareLagWriter.h):
 // this one for agents that follow LagSm, which is most of them.
 //
+// Who owns the mounts says inputsReadIs( true ) once the directory of hardware ports has been read
+// for the first time (at once where there is none). Until then a hardware port that is missing
+// is one that was not read yet: what an earlier incarnation programmed goes on to forward.
+//
 // Invariants
-// 1. A member is in Config exactly while it is wanted and its hardware port is known; a group
-//    exactly while it has a member.
+// 1. From then on a member is in Config exactly while it is wanted and its hardware port is known; a
+//    group exactly while it has a member. Before that, members are written, but none is removed for
+//    the want of its hardware port, and nothing as stale.
 // 2. A call writes at most one member and costs the same with one group and with a thousand.
 // 3. Aggregates without an index (recirculation channels, names with two numbers) have no
 //    hardware group.
@@ -40,8 +45,14 @@ class LagProgSm : public QonBaseSm, public Checked {
    void memberDel( Ulnet::IntfId lag, Ulnet::IntfId port );
    /** The ports that shall be members, own and shared. */
    std::vector< Ulnet::IntfId > membersOf( Ulnet::IntfId lag ) const;
-   /** Removes from Config what is not wanted: what another incarnation left there. */
+   /** Everything that is wanted has been said: removes from Config what is not, as another
+       incarnation left it there; as soon as the inputs have been read. */
    void removeStale();
+
+   /** Whether the directory of hardware ports holds what its writer has. Set by the hosting agent,
+       once; true from the beginning without a directory. */
+   bool inputsRead() const { return inputsRead_; }
+   void inputsReadIs( bool v );
 
    /** What the chip says of a member; `pending` where it says nothing. */
    Hardware::Lag::MemberStatus programmed( Ulnet::IntfId lag, Ulnet::IntfId port ) const;
@@ -66,7 +77,12 @@ class LagProgSm : public QonBaseSm, public Checked {
    String checkConfig( const Hardware::Lag::LagConfig & group,
                        Kiv::DenseMap< Ulnet::IntfId, Ulnet::IntfId > & owner ) const;
 
+   void reviewAll();
+   void removeIfRead();
+
    HardwareLagWriter writer_;
+   bool inputsRead_;
+   bool allWanted_ = false; // removeStale() was called
    const Velto::Ptr< const Hardware::Lag::Status > status_;
    const Velto::Ptr< const Hardware::FapIdPortDir > fapIdPortDir_;
    Kiv::DenseMap< Ulnet::IntfId, WantedPorts > wanted_;

@@ -27,14 +27,15 @@
 
 #include "Qon/include/framework/QonCommonSmData.h"
 #include "Qon/include/framework/SmCollection.h"
+#include "Qon/include/framework/WorkQueue.h"
 #include "Qon/include/lag/LagClaims.h"
 #include "Qon/include/lag/QonLagProgSm.h"
-#include "platform/Kiv/Fifo.h"
 #include "platform/types/Mlag.h"
 
 namespace Qon {
 
 class LagSm : public QonBaseSm, public Checked {
+   KIV_BODY( LagSm, QonBaseSm )
  public:
    /** Follows the status of one aggregate. */
    class NestedSm_Status : public QonBaseSm {
@@ -68,6 +69,10 @@ class LagSm : public QonBaseSm, public Checked {
       const KeySet< Ulnet::IntfId > & claims() const { return claims_; }
 
     private:
+      /** Claims nothing any more; `act( port )` for what was claimed. */
+      template< class Act >
+      void claimsDel( Act && act );
+
       LagSm * lagSm_;
       const Velto::Ptr< const Status > status_;
       KeySet< Ulnet::IntfId > claims_;
@@ -108,11 +113,19 @@ class LagSm : public QonBaseSm, public Checked {
    }
    bool localMemberHas( Ulnet::IntfId lag ) const { return acsd()->lagToPortHas( lag ); }
 
+   using ShareMap = Kiv::DenseMap< Ulnet::IntfId, bool >;
    /** Whether the aggregate takes the members of the MLAG peer link into its hardware group while
        MLAG is established and redirects MAC addresses. Kept across the aggregate's deletion. */
    bool sharePeerLinkWithLag( Ulnet::IntfId lag ) const;
-   void sharePeerLinkWithLagIs( Ulnet::IntfId lag, bool share );
-   void sharePeerLinkWithLagDel( Ulnet::IntfId lag );
+   void sharePeerLinkWithLagIs( const Ulnet::IntfId & lag, bool share );
+   void sharePeerLinkWithLagDel( const Ulnet::IntfId & lag );
+   void sharePeerLinkWithLagDelAll();
+   /** Whether it was ever said; false is a setting, too. */
+   bool sharePeerLinkWithLagHas( Ulnet::IntfId lag ) const { return share_.has( lag ); }
+   Kiv::Iterator< ShareMap > sharePeerLinkWithLagIteratorConst() const {
+      return Kiv::Iterator< ShareMap >( share_ );
+   }
+   U32 sharePeerLinkWithLags() const { return share_.size(); }
    /** The peer link whose members the aggregate has now; null is none. */
    Ulnet::IntfId sharedPeerLink( Ulnet::IntfId lag ) const;
 
@@ -124,8 +137,29 @@ class LagSm : public QonBaseSm, public Checked {
    String checkInvariants() const override;
 
    QonCommonSmData * acsd() const { return in_.acsd.ptr(); }
+   const Interface::EthLagIntfStatusDir * ethLagIntfStatusDir() const {
+      return in_.ethLagIntfStatusDir.ptr();
+   }
+   Lag::Input::IntfDeviceNameDir * lagInputIntfDeviceNameDir() const {
+      return in_.lagInputIntfDeviceNameDir.ptr();
+   }
+   const Mlag::Status * mlagStatus() const { return in_.mlagStatus.ptr(); }
    LagProgSm * lagProgSm() const { return in_.lagProgSm.ptr(); }
    VerifyData * verifyData() const { return in_.verifyData.ptr(); }
+
+   // What can be read by name; sharePeerLinkWithLag can be set, too.
+   KIV_DECLARE( acsd, void, QonCommonSmData,
+                template pointer< KivT, QonCommonSmData, &KivT::acsd >( "acsd" ) )
+   KIV_DECLARE( verifyData, void, VerifyData,
+                template pointer< KivT, VerifyData, &KivT::verifyData >( "verifyData" ) )
+   KIV_DECLARE( lagProgSm, void, LagProgSm,
+                template pointer< KivT, LagProgSm, &KivT::lagProgSm >( "lagProgSm" ) )
+   KIV_DECLARE( mlagStatus, void, const Mlag::Status,
+                template pointer< KivT, const Mlag::Status, &KivT::mlagStatus >( "mlagStatus" ) )
+   KIV_DECLARE( sharePeerLinkWithLag, Ulnet::IntfId, bool,
+                template map< KivT, Kiv::AttrKind::map, Ulnet::IntfId, bool, &KivT::share_,
+                              &KivT::sharePeerLinkWithLagIs, &KivT::sharePeerLinkWithLagDel,
+                              &KivT::sharePeerLinkWithLagDelAll >( "sharePeerLinkWithLag" ) )
 
    void handleIntfStatus( const Ulnet::IntfId & lag );
    void handleManagedIntf( const Ulnet::IntfId & intf );
@@ -162,7 +196,9 @@ class LagSm : public QonBaseSm, public Checked {
       Ulnet::IntfId intf;
    };
 
-   void later( What what, Ulnet::IntfId intf = Ulnet::IntfId() ) { work_.enq( { what, intf } ); }
+   /** Later, for every aggregate that is followed. */
+   void laterForAll( What what );
+   void later( What what, Ulnet::IntfId intf = Ulnet::IntfId() ) { work_.add( { what, intf } ); }
    void settle();
    void review( const Work & work );
 
@@ -181,6 +217,8 @@ class LagSm : public QonBaseSm, public Checked {
 
    void clearStaleDeviceNames();
    void repairMaps();
+   void reviewStatuses();
+   void removeStaleGroups();
 
    bool mlagEstablished() const;
    Ulnet::IntfId wantedPeerLink( Ulnet::IntfId lag ) const;
@@ -199,12 +237,11 @@ class LagSm : public QonBaseSm, public Checked {
    bool runVerify() const;
 
    const Inputs in_;
-   Kiv::Fifo< Work > work_;
-   bool settling_ = false;
+   WorkQueue< Work > work_;
    bool changed_ = false; // the maps, since verification was last asked for
    bool allManaged_ = true;
    LagClaims claims_;
-   KeySet< Ulnet::IntfId > share_; // sharePeerLinkWithLag
+   ShareMap share_; // sharePeerLinkWithLag
    Kiv::DenseMap< Ulnet::IntfId, Ulnet::IntfId >
          borrowed_; // aggregate -> peer link whose members it has
    VerifyCheck check_;

@@ -25,7 +25,8 @@
 // 5. Before a hook is called the books are right for the command to be in flight: the hook may
 //    answer at once or hand in newer commands.
 //
-// Ownership: counts references to the commands it holds; a finished command is released. The timer
+// Ownership: counts references to the commands it holds; a finished command is released, and may be
+// handed in again, here or to another programmer, as may those that it held when it ended. The timer
 // wheel outlives the programmer. Reads and writes no shared attributes.
 
 #include "Qon/include/framework/QonBaseSm.h"
@@ -206,6 +207,8 @@ class QonMacProgrammer : public QonBaseSm, public Checked {
    void removeFromOverflow( const MacEntryKey & key );
    void supersede( IndirectAccessMacCmd & old );
    void enqueue( const MacCmdPtr & cmd );
+   void resumeRuns();
+   static void letGo( IndirectAccessMacCmd & cmd );
    void wakeIfIdle();
    void wakePending( Kiv::Seconds now );
 

@@ -1,0 +1,62 @@
+#pragma once
+// Questions that are looked at one after the other, by whoever comes first.
+//
+//    handler -> queue.add( question ); queue.drain( this, act )
+//                                          | act( question ) -> hooks, publishes
+//                                          |    `-> watchers -> handlers -> add(), drain(): returns at once
+//                                          `-> the next question, until none is left
+//
+// Invariants
+// 1. One question is being looked at at a time. What is added meanwhile is looked at inside the
+//    outermost drain(), after what was there before.
+// 2. The owner lives until drain() returns, or to the moment after: drain() is the last thing that
+//    a handler does with it, or the handler holds the owner itself.
+// 3. A question that raises is put once more, behind the others: who asks for what holds now, and
+//    compares it with what was done, finds done what was done. All others are looked at as if nothing
+//    had happened. Then the first exception passes to the caller of the outermost drain().
+//
+// Ownership: a member of the one that asks. `Question` is a value.
+
+#include "platform/Kiv/Fifo.h"
+#include "platform/Velto/Scope.h"
+
+namespace Qon {
+
+template< class Question >
+class WorkQueue {
+   struct Entry {
+      Question question;
+      bool again = false; // it raised before
+   };
+
+ public:
+   void add( Question question ) { waiting_.enq( { std::move( question ) } ); }
+   bool draining() const { return draining_; }
+
+   /** Calls `act( const Question & )` for everything that waits, unless a caller further out does so
+       already. `owner` is the object of which the queue is a member. */
+   template< class Act >
+   void drain( const Velto::Node * owner, Act && act ) {
+      if ( draining_ ) {
+         return;
+      }
+      const Velto::Hold alive( owner );
+      draining_ = true;
+      const Velto::AtEnd done( [this] { draining_ = false; } );
+      Velto::FirstError error;
+      while ( !waiting_.empty() ) {
+         const Entry entry = waiting_.front();
+         waiting_.deq();
+         if ( !error.run( [&] { act( entry.question ); } ) && !entry.again ) {
+            waiting_.enq( { entry.question, true } );
+         }
+      }
+      error.pass();
+   }
+
+ private:
+   Kiv::Fifo< Entry > waiting_;
+   bool draining_ = false;
+};
+
+} // namespace Qon
