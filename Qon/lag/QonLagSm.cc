@@ -29,20 +29,23 @@ LagSm::NestedSm_Status::handleInitialized() {
    fallbackWatch_.attach( this, status_.ptr() );
    deviceNameWatch_.attach( this, status_.ptr() );
    lagSm_->later( What::entry, lag() );
-   doUpdatePortList();
+   QonPortList portList;
+   for ( auto && [port, member] : status_->intfIteratorConst() ) {
+      portList.portIs( port );
+   }
+   doUpdatePortList( portList );
    lagSm_->later( What::fallback, lag() );
    lagSm_->later( What::peerLinkOf, lag() );
    lagSm_->settle();
 }
 
 void
-LagSm::NestedSm_Status::doUpdatePortList() {
+LagSm::NestedSm_Status::doUpdatePortList( const QonPortList & portList ) {
    for ( auto & [port, flags] : lagSm_->localMember( lag() ) ) {
       lagSm_->later( What::port, port ); // what an earlier incarnation published
    }
    reconcile< IntfId >(
-         claims_, status_->intfIteratorConst(),
-         [&]( IntfId port ) { doUpdateMember( port, false ); },
+         claims_, portList, [&]( IntfId port ) { doUpdateMember( port, false ); },
          [&]( IntfId port ) { doUpdateMember( port, true ); } );
 }
 

@@ -55,8 +55,8 @@ class LagSm : public QonBaseSm, public Checked {
       /** @{ */
       /** Claims a member or drops it; who has the port is settled at the end of the handler. */
       void doUpdateMember( Ulnet::IntfId member, bool isMember );
-      /** Claims what the status lists, and drops what it does not; settled likewise. */
-      void doUpdatePortList();
+      /** Claims the ports of the list, and drops all others; settled likewise. */
+      void doUpdatePortList( const QonPortList & portList );
       /** Drops every member and then the entries; done on return. */
       void doCleanupLag();
       /** @} */
