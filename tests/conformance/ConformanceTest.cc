@@ -160,7 +160,7 @@ struct ReportsToSuccessor : ChipVlan {
    void doUpdateVlan( Bridging::VlanId vlan ) override {
       QonChip::HeldVlan members;
       forEachHwPort( vlan, [&]( auto intf, auto how ) { members[intf] = how; } );
-      chip->add( [=, this] {
+      chip->add( [=, &held = held] { // the chip's, which outlives this
          held.vlans[vlan] = members;
          present->updateVlanDone( vlan, Qon::VlanProgrammingStatus::success );
       } );
