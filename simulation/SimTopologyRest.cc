@@ -102,7 +102,8 @@ SimTopology::checkChip( const String & topo, IntfId port, PortState state ) cons
    }
    for ( U32 i = 0; i < world_.size( Range::vlan ); ++i ) {
       Bridging::VlanId id = world_.vlan( i );
-      if ( vlanTopo_[id] == topo && !vlan->gone( id ) && vlan->inChip( id, port ) ) {
+      if ( vlanTopo_[id] == topo && !vlan->gone( id ) && !vlan->takenOut( id, port ) &&
+           vlan->inChip( id, port ) ) {
          return name + " forwards in VLAN " + id.stringValue();
       }
    }

@@ -101,6 +101,9 @@ SimVlan::request( IntfId intf, VlanId vlan, U32 flags, bool expand ) {
    } else {
       wanted = { tagged, ingress, egress };
    }
+   if ( !wanted ) {
+      takenOut_.insert( { vlan, intf } );
+   }
    using Kind = Qon::PortVlanMembershipChangeKind;
    helper_->requestPortVlanMembershipChange( expand ? Kind::expand : Kind::setOverride, intf, vlan,
                                              tagged, ingress, egress );
@@ -157,6 +160,7 @@ SimVlan::checkVlan( VlanId vlan ) const {
 String
 SimVlan::checkAtRest() const {
    gone_.clear();
+   takenOut_.clear();
    recirc_ = world_.acsd->lagToFeatureSets() != 0;
    for ( U32 i = 0; helper_ && i < world_.size( Range::vlan ); ++i ) {
       VlanId vlan = world_.vlan( i );

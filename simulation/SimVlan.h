@@ -37,6 +37,9 @@ class SimVlan : public SimFeature {
    bool inChip( VlanId vlan, IntfId port ) const { return table_.has( vlan, port ); }
    /** Whether the VLAN went since the last rest: nobody waits for it, the chip may be late. */
    bool gone( VlanId vlan ) const { return gone_.contains( vlan ); }
+   /** Whether somebody took the port out of the VLAN since the last rest, whatever its state: who
+       waits for the state does not wait for that. */
+   bool takenOut( VlanId vlan, IntfId port ) const { return takenOut_.contains( { vlan, port } ); }
    /** Whether a port stays in its VLANs whatever its state. */
    bool inRecirc( IntfId port ) const;
    /** Whether ports may be in the chip that stayed so, or that have just lost the right to. */
@@ -61,6 +64,7 @@ class SimVlan : public SimFeature {
    U32 mode_ = 0;
    std::map< std::pair< U16, IntfId >, Qon::VlanMembership > wanted_;
    mutable std::set< U16 > gone_;
+   mutable std::set< std::pair< U16, IntfId > > takenOut_;
    mutable bool recirc_ = false;
    SoftChip::VlanTable & table_;
    Velto::Ptr< SoftChip::SoftVlanHelper > helper_;
