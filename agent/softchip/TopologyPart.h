@@ -19,6 +19,7 @@ class TopologyPart : public QonChip::TopologyPart {
 
    Velto::Ptr< Qon::TopoHelper > makeTopoHelper() override;
    std::optional< QonChip::HeldTopologies > topologies() const override;
+   std::unique_ptr< QonChip::TopologyReading > readTopologies() const override;
 
    /** Whether the chip has topology tables. */
    bool tables() const { return tables_; }
