@@ -75,6 +75,8 @@ class SignalWatch : private Kiv::FdWatch {
 class Program {
  public:
    Program( const Options & options, const Chips & chips );
+   /** Clients go first: what they are told is of the agent. */
+   ~Program() { server_.reset(); }
 
    /** Reads the files. Raises Velto::RangeError. */
    void load();

@@ -1,10 +1,14 @@
 // qonctl: the console of a running qon-agent.
 
+#include <sys/ioctl.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <functional>
 #include <nlohmann/json.hpp>
 
+#include "agent/base/Printable.h"
 #include "agent/ctl/Client.h"
 #include "agent/ctl/Table.h"
 #include "agent/server/SocketServer.h"
@@ -32,9 +36,21 @@ print( const String & text ) {
    std::fputs( text.c_str(), stdout );
 }
 
+String
+jsonText( const Json & json, int indent = -1 ) {
+   return json.dump( indent, ' ', false, Json::error_handler_t::replace );
+}
+
 void
 printJson( const Json & json, int indent = 2 ) {
-   print( json.dump( indent, ' ', false, Json::error_handler_t::replace ) + "\n" );
+   print( jsonText( json, indent ) + "\n" );
+}
+
+/** How wide a table may be: as the terminal is, or as it gets. */
+U32
+tableWidth() {
+   winsize size = {};
+   return ioctl( STDOUT_FILENO, TIOCGWINSZ, &size ) == 0 ? size.ws_col : 0;
 }
 
 /** The rows of a table that the console makes itself. */
@@ -42,6 +58,23 @@ Json
 column( const char * field, const char * heading ) {
    return { { "field", field }, { "heading", heading }, { "numeric", false } };
 }
+
+/** Entries of a JSON array or object, a line each, as they come. */
+class JsonList {
+ public:
+   explicit JsonList( const char * brackets ) : brackets_( brackets ) {}
+   void entry( const String & text ) {
+      print( ( begun_ ? ",\n  " : String( 1, brackets_[0] ) + "\n  " ) + text );
+      begun_ = true;
+   }
+   void end() {
+      print( begun_ ? String( "\n" ) + brackets_[1] + "\n" : String( brackets_ ) + "\n" );
+   }
+
+ private:
+   const char * const brackets_;
+   bool begun_ = false;
+};
 
 class Ctl {
  public:
@@ -70,7 +103,7 @@ Ctl::printTable( const Json & columns, const Json & rows ) const {
    if ( options_.json ) {
       printJson( rows );
    } else {
-      print( tableOf( columns, rows ) );
+      print( tableOf( columns, rows, tableWidth() ) );
    }
 }
 
@@ -91,8 +124,17 @@ Ctl::show() {
    if ( options_.words.empty() ) {
       return showHelp();
    }
-   Json answer = client_.ask( { { "do", "show" }, { "words", options_.words } } );
-   printTable( answer.at( "columns" ), answer.at( "rows" ) );
+   const Json head = client_.ask( { { "do", "show" }, { "words", options_.words } } );
+   JsonList list( "[]" );
+   Table table( head.at( "columns" ), tableWidth(), print );
+   for ( Json line; client_.more( line ); ) {
+      if ( options_.json ) {
+         list.entry( jsonText( line.at( "row" ) ) );
+      } else {
+         table.row( line.at( "row" ) );
+      }
+   }
+   options_.json ? list.end() : table.end();
    return 0;
 }
 
@@ -102,7 +144,7 @@ Ctl::get() {
    if ( options_.json ) {
       printJson( value );
    } else {
-      print( value.get< String >() + "\n" );
+      print( printable( value ) + "\n" );
    }
    return 0;
 }
@@ -121,15 +163,18 @@ int
 Ctl::watch() {
    client_.ask( { { "do", "watch" }, { "path", options_.path } } );
    for ( Json line; client_.next( line ); ) {
+      if ( line.contains( "ok" ) ) {
+         continue; // all that was there has been told
+      }
       if ( options_.json ) {
          printJson( line, -1 );
       } else if ( line.contains( "entity" ) ) {
-         print( line.at( "path" ).get< String >() +
+         print( printable( line.at( "path" ) ) +
                 ( line.at( "entity" ).get< bool >() ? "\n" : " is gone\n" ) );
       } else {
          auto & value = line.at( "value" );
-         print( line.at( "path" ).get< String >() +
-                ( value.is_null() ? " is gone" : " = " + value.get< String >() ) + "\n" );
+         print( printable( line.at( "path" ) ) +
+                ( value.is_null() ? " is gone" : " = " + printable( value ) ) + "\n" );
       }
       std::fflush( stdout );
    }
@@ -138,7 +183,13 @@ Ctl::watch() {
 
 int
 Ctl::dump() {
-   printJson( client_.ask( { { "do", "dump" }, { "path", options_.path } } ).at( "state" ) );
+   client_.ask( { { "do", "dump" }, { "path", options_.path } } );
+   JsonList list( "{}" );
+   for ( Json line; client_.more( line ); ) {
+      list.entry( jsonText( line.at( "path" ) ) + ": " +
+                  jsonText( line.value( "value", Json() ) ) );
+   }
+   list.end();
    return 0;
 }
 
@@ -201,8 +252,11 @@ describe( CLI::App & app, Options & options, Command & command ) {
               []( Ctl & c ) { return c.change( "insert" ); } ) );
    path( sub( "delete", "remove what is at a path",
               []( Ctl & c ) { return c.change( "delete" ); } ) );
-   path( sub( "watch", "print every change below a path until interrupted", &Ctl::watch ) );
-   path( sub( "dump", "print a snapshot that qon-agent --state reads", &Ctl::dump ) );
+   path( sub( "watch", "print what is below a path, then every change, until interrupted",
+              &Ctl::watch ) );
+   sub( "dump", "print a snapshot that qon-agent --state reads; without a path, of everything",
+        &Ctl::dump )
+         ->add_option( "PATH", options.path, "path in the state database" );
    auto raise = sub( "raise", "raise a message of the log by its name", &Ctl::raise );
    raise->add_option( "MESSAGE", options.message, "its name, see 'show messages'" )->required();
    raise->add_option( "ARGUMENT", options.words, "one for each conversion of its format" );

@@ -23,9 +23,11 @@ class Client {
    Client( const Client & ) = delete;
    Client & operator=( const Client & ) = delete;
 
-   /** The answer to a request. What the agent refuses raises Velto::RangeError, a connection that
-       breaks NoAgent. */
+   /** The answer to a request, or the head of a long one. What the agent refuses raises
+       Velto::RangeError, a connection that breaks NoAgent. */
    Json ask( const Json & request );
+   /** The next line of a long answer; false behind the last one. Raises as ask() does. */
+   bool more( Json & line );
    /** The answer to a verification command: everything up to its closing. */
    Json verify( const String & name );
    /** One more line that the agent sends on its own; false once the agent is gone. */
@@ -34,10 +36,12 @@ class Client {
  private:
    void send( const String & bytes );
    bool receive();
+   Json checked( Json answer ) const;
 
    String path_;
    int fd_ = -1;
    String in_;
+   std::size_t read_ = 0; ///< of in_
 };
 
 } // namespace QonAgent

@@ -16,6 +16,21 @@ vlanArgument( std::function< bool( Bridging::VlanId vlan ) > known ) {
            } };
 }
 
+Value::List
+ranges( const std::set< U16 > & numbers ) {
+   Value::List all;
+   for ( auto from = numbers.begin(); from != numbers.end(); ) {
+      U16 last = *from;
+      auto next = std::next( from );
+      while ( next != numbers.end() && *next == last + 1 ) {
+         last = *next++;
+      }
+      all.push_back( Kiv::toText( *from ) + ( last == *from ? "" : "-" + Kiv::toText( last ) ) );
+      from = next;
+   }
+   return all;
+}
+
 void
 notServed( const Agent & agent, const char * what ) {
    throw Velto::RangeError( String( "the chip '" ) + agent.chip().name() + "' does not serve " +

@@ -1,7 +1,5 @@
 #include "agent/features/MacFeature.h"
 
-#include <cmath>
-
 #include "agent/features/Arguments.h"
 
 namespace QonAgent {
@@ -60,6 +58,21 @@ keyFields( const MacEntryKey & key ) {
 
 } // namespace
 
+/** What of the entries is asked for. */
+struct MacFeature::Filter {
+   explicit Filter( const Arguments & arguments )
+       : vlan( arguments.vlan( 0 ) ), intf( arguments.intf( 1 ) ) {}
+   bool takes( const MacEntryKey & key, Ulnet::IntfId where ) const {
+      return ( vlan.isNone() || key.key().vlan() == vlan ) && ( intf.isNull() || where == intf );
+   }
+   bool takes( const Qon::IndirectAccessMacCmd & cmd ) const {
+      return takes( cmd.key(), cmd.intf() );
+   }
+
+   const Bridging::VlanIdOrNone vlan;
+   const Ulnet::IntfId intf;
+};
+
 MacFeature::MacFeature( Agent & agent )
     : agent_( agent ), part_( agent.chip().part< QonChip::MacPart >() ),
       programmer_( part_ ? part_->makeProgrammer() : nullptr ) {
@@ -116,36 +129,47 @@ MacFeature::row( const Qon::IndirectAccessMacCmd & cmd, const char * state ) con
 
 /** What is on its way, stage by stage, and what the chip holds without a change on its way. */
 Rows
-MacFeature::requested() const {
+MacFeature::requested( Arguments arguments ) const {
    if ( !programmer_ ) {
       notServed( agent_, "MAC addresses" );
    }
+   const Filter filter( arguments );
    const Qon::QonMacProgrammer & programmer = *programmer_;
-   for ( auto & cmd : programmer.pendingMacOp() ) {
-      if ( cmd->valid() ) {
+   for ( auto walk = programmer.pendingMacOp().begin(); walk != nullptr; ++walk ) {
+      if ( const MacCmdPtr cmd = *walk; cmd->valid() && filter.takes( *cmd ) ) {
          co_yield row( *cmd, "pending" );
+      } else {
+         co_yield Pause();
       }
    }
    for ( auto walk = programmer.inProgMacOpIteratorConst(); walk; ++walk ) {
-      if ( walk.value()->valid() ) {
-         co_yield row( *walk.value(), "in flight" );
+      if ( const MacCmdPtr cmd = walk.value(); cmd->valid() && filter.takes( *cmd ) ) {
+         co_yield row( *cmd, "in flight" );
+      } else {
+         co_yield Pause();
       }
    }
-   for ( auto && [key, cmd] : programmer.overflowAddrOp() ) {
-      Row waits = row( *cmd, "overflow" );
-      const Kiv::Seconds left = programmer_->updateOverflowAddressClock()->time() - Kiv::now();
-      waits.set( "nextRetry", std::round( left * 1000 ) / 1000 );
-      co_yield waits;
+   for ( auto walk = programmer.overflowAddrOp().begin(); walk; ++walk ) {
+      if ( const MacCmdPtr cmd = walk.value(); filter.takes( *cmd ) ) {
+         Row waits = row( *cmd, "overflow" );
+         waits.set( "nextRetry", programmer_->updateOverflowAddressClock()->time() - Kiv::now() );
+         co_yield waits;
+      } else {
+         co_yield Pause();
+      }
    }
-   const auto hosts = part_->hosts().value_or( QonChip::HeldHosts() );
-   for ( auto & [key, host] : hosts ) {
+   const auto chip = part_->readHosts();
+   MacEntryKey key;
+   for ( QonChip::HeldHost host; chip && chip->next( key, host ); ) {
       const bool onItsWay = programmer.pendingAddrOpHas( key ) ||
                             programmer.inProgAddrOpHas( key ) ||
                             programmer.overflowAddrOpHas( key );
-      if ( !onItsWay ) {
+      if ( !onItsWay && filter.takes( key, host.intf ) ) {
          Row held = row( key, host );
          held.set( "state", "programmed" );
          co_yield held;
+      } else {
+         co_yield Pause();
       }
    }
 }
@@ -160,15 +184,21 @@ MacFeature::row( const MacEntryKey & key, const QonChip::HeldHost & host ) const
 }
 
 Rows
-MacFeature::hardware() const {
-   const auto hosts = part_ ? part_->hosts() : std::nullopt;
-   if ( !hosts ) {
+MacFeature::hardware( Arguments arguments ) const {
+   const auto chip = part_ ? part_->readHosts() : nullptr;
+   if ( !chip ) {
       notServed( agent_, "the reading of MAC addresses" );
    }
-   for ( auto & [key, host] : *hosts ) {
-      Row held = row( key, host );
-      held.set( "place", host.place );
-      co_yield held;
+   const Filter filter( arguments );
+   MacEntryKey key;
+   for ( QonChip::HeldHost host; chip->next( key, host ); ) {
+      if ( filter.takes( key, host.intf ) ) {
+         Row held = row( key, host );
+         held.set( "place", host.place );
+         co_yield held;
+      } else {
+         co_yield Pause();
+      }
    }
 }
 
@@ -176,9 +206,12 @@ std::vector< ShowCommand >
 MacFeature::showCommands() {
    Column mac = { "mac", "MAC address" }, vlan = { "vlan", "VLAN", true },
           intf = { "interface", "Interface" }, type = { "type", "Type" };
+   const std::vector< Argument > filters = {
+         { Argument::Kind::vlan, "VLAN", "VLAN", false, nullptr, "vlan" },
+         { Argument::Kind::intf, "INTERFACE", "interface", false, nullptr, "interface" } };
    return { { "mac",
               "MAC entries: what was asked for, and how far it is",
-              {},
+              filters,
               { mac,
                 vlan,
                 intf,
@@ -186,12 +219,12 @@ MacFeature::showCommands() {
                 { "operation", "Operation" },
                 { "state", "State" },
                 { "nextRetry", "Retry in s", true } },
-              [this]( auto & ) { return requested(); } },
+              [this]( auto & arguments ) { return requested( arguments ); } },
             { "hw mac",
               "MAC entries that the chip holds",
-              {},
+              filters,
               { mac, vlan, intf, type, { "place", "Place" } },
-              [this]( auto & ) { return hardware(); } } };
+              [this]( auto & arguments ) { return hardware( arguments ); } } };
 }
 
 std::vector< EventKind >

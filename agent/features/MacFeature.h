@@ -23,12 +23,13 @@ class MacFeature : public AgentFeature {
    Qon::QonMacProgrammer * programmer() const { return programmer_.ptr(); }
 
  private:
+   struct Filter;
    std::function< void() > parse( const Json & line ) const;
    static void hand( Qon::QonMacProgrammer & programmer, const Qon::MacCmdPtr & cmd );
    Row row( const Qon::IndirectAccessMacCmd & cmd, const char * state ) const;
    Row row( const Qon::MacEntryKey & key, const QonChip::HeldHost & host ) const;
-   Rows requested() const;
-   Rows hardware() const;
+   Rows requested( Arguments arguments ) const;
+   Rows hardware( Arguments arguments ) const;
 
    Agent & agent_;
    QonChip::MacPart * const part_; ///< null: the chip has none

@@ -245,60 +245,70 @@ TopologyFeature::eventKinds() {
 
 // --- What there is -------------------------------------------------------------------------------
 
+/** A row a port; one without for a topology that has none. */
 Rows
 TopologyFeature::topologies( Arguments arguments ) const {
    if ( !stpSm_ ) {
       notServed( agent_, "topologies" );
    }
-   for ( auto && [name, topo] : config_->topoConfigIteratorConst() ) {
-      if ( !arguments.has( 0 ) || arguments.text( 0 ) == name ) {
-         for ( auto & row : topologyRows( name, *topo ) ) {
-            co_yield row;
-         }
+   for ( auto i = config_->topoConfigIteratorConst(); i; ++i ) {
+      const Velto::Ptr< const Topology::TopoConfig > topo = i.ptr();
+      const String name = i.key();
+      if ( arguments.has( 0 ) && arguments.text( 0 ) != name ) {
+         co_yield Pause();
+         continue;
+      }
+      const Row whole = topologyRow( name, *topo );
+      if ( topo->topoPortConfigs() == 0 ) {
+         co_yield whole;
+      }
+      for ( auto port = topo->topoPortConfigIteratorConst(); port; ++port ) {
+         co_yield portRow( whole, name, port.key(), *port.ptr() );
       }
    }
 }
 
-/** A row a port; one without for a topology that has none. */
-std::vector< Row >
-TopologyFeature::topologyRows( const String & name, const Topology::TopoConfig & topo ) const {
-   const auto topoSm = stpSm_->topoSm( name );
+/** What is true of a topology as a whole. */
+Row
+TopologyFeature::topologyRow( const String & name, const Topology::TopoConfig & topo ) const {
    Value::List vlans;
    if ( auto mapped = stpSm_->topoToVlanMap( name ) ) {
+      std::set< U16 > numbers;
       for ( auto && [vlan, present] : mapped->vlanIteratorConst() ) {
-         vlans.push_back( vlan.stringValue() );
+         numbers.insert( vlan.value() );
       }
+      vlans = ranges( numbers );
    }
-   const Row whole = { { "topology", name },
-                       { "id", topo.topoId() },
-                       { "active", yesNo( topoSm ) },
-                       { "vlans", vlans } };
-   std::vector< Row > rows;
-   for ( auto && [intf, config] : topo.topoPortConfigIteratorConst() ) {
-      Row row = whole;
-      row.set( "interface", agent_.names().spelling( intf ) );
-      row.set( "wanted", Kiv::toText( config->state() ) );
-      if ( auto port = topoSm ? topoSm->topoPortSm( intf ) : nullptr ) {
-         row.set( "acknowledged", Kiv::toText( port->status()->state() ) );
-         row.set( "waiting", yesNo( topoSm->pendingHas( intf ) ) );
-         row.set( "flushes", port->status()->fdbFlushReport() );
-      }
-      rows.push_back( row );
+   return { { "topology", name },
+            { "id", topo.topoId() },
+            { "active", yesNo( stpSm_->topoSm( name ) ) },
+            { "vlans", vlans } };
+}
+
+Row
+TopologyFeature::portRow( const Row & whole, const String & name, IntfId intf,
+                          const Topology::TopoPortConfig & config ) const {
+   Row row = whole;
+   row.set( "interface", agent_.names().spelling( intf ) );
+   row.set( "wanted", Kiv::toText( config.state() ) );
+   const auto topoSm = stpSm_->topoSm( name );
+   if ( auto port = topoSm ? topoSm->topoPortSm( intf ) : nullptr ) {
+      row.set( "acknowledged", Kiv::toText( port->status()->state() ) );
+      row.set( "waiting", yesNo( topoSm->pendingHas( intf ) ) );
+      row.set( "flushes", port->status()->fdbFlushReport() );
    }
-   if ( rows.empty() ) {
-      rows.push_back( whole );
-   }
-   return rows;
+   return row;
 }
 
 Rows
 TopologyFeature::hardware() const {
-   const auto held = part_ ? part_->topologies() : std::nullopt;
-   if ( !held ) {
+   const auto chip = part_ ? part_->readTopologies() : nullptr;
+   if ( !chip ) {
       notServed( agent_, "the reading of topology tables" );
    }
-   for ( auto & [name, topology] : *held ) {
-      for ( auto & [intf, state] : topology.ports ) {
+   String name;
+   for ( QonChip::HeldTopology held; chip->next( name, held ); co_yield Pause() ) {
+      for ( auto & [intf, state] : held.ports ) {
          const Row made = { { "topology", name },
                             { "interface", agent_.names().spelling( intf ) },
                             { "state", Kiv::toText( state ) } };

@@ -59,8 +59,9 @@ class TopologyFeature : public AgentFeature {
    Parsed parseMode( const Json & line );
    Parsed parseTapAgg( const Json & line );
    Rows topologies( Arguments arguments ) const;
-   std::vector< Row > topologyRows( const String & name,
-                                    const Bridging::Topology::TopoConfig & topo ) const;
+   Row topologyRow( const String & name, const Bridging::Topology::TopoConfig & topo ) const;
+   Row portRow( const Row & whole, const String & name, Ulnet::IntfId intf,
+                const Bridging::Topology::TopoPortConfig & config ) const;
    Rows hardware() const;
 
    Velto::Ptr< Qon::TopoHelper > makeHelper();

@@ -1,5 +1,7 @@
 #include "agent/features/VlanFeature.h"
 
+#include <bitset>
+
 #include "agent/ConfigReader.h"
 #include "agent/features/Arguments.h"
 #include "agent/features/VlanHooks.h"
@@ -9,6 +11,18 @@ namespace QonAgent {
 
 using Bridging::VlanId;
 using Ulnet::IntfId;
+
+namespace {
+
+constexpr U16 lastVlan = 4094;
+
+struct ConfiguredMember {
+   VlanId vlan;
+   bool tagged;
+   IntfId port;
+};
+
+} // namespace
 
 VlanFeature::VlanFeature( Agent & agent )
     : agent_( agent ), part_( agent.chip().part< QonChip::VlanPart >() ),
@@ -32,25 +46,32 @@ VlanFeature::vlanOf( ConfigReader & reader, const String & name ) const {
 
 void
 VlanFeature::configure( ConfigReader & reader ) {
-   auto known = std::make_shared< std::vector< VlanId > >();
+   std::bitset< lastVlan + 1 > known;
    reader.eachRow( "VLAN", [&]( const ConfigRow & row ) {
       const VlanId vlan = vlanOf( reader, row.part( 0, 1 ) );
       if ( row.number( "vlanid", 1, 4094, vlan ) != vlan ) {
          throw RowError( "vlanid",
                          "'" + row.text( "vlanid" ) + "' is not the number of " + row.key() );
       }
-      known->push_back( vlan );
+      known.set( vlan );
       reader.apply( [=, this] { config_->vlanConfigIs( vlan ); } );
    } );
+   // One change for all of them: a change a row would take more room than the members.
+   auto members = std::make_shared< std::vector< ConfiguredMember > >();
    reader.eachRow( "VLAN_MEMBER", [&]( const ConfigRow & row ) {
       const VlanId vlan = vlanOf( reader, row.part( 0, 2 ) );
-      if ( std::find( known->begin(), known->end(), vlan ) == known->end() ) {
+      if ( !known[vlan] ) {
          throw RowError( "", "there is no " + row.part( 0, 2 ) + " in table VLAN" );
       }
       const IntfId port = reader.portOrChannel( "", row.part( 1, 2 ) );
       const bool tagged =
             row.word( "tagging_mode", { "untagged", "tagged", "priority_tagged" }, 0 ) == 1;
-      reader.apply( [=, this] { config_->vlanConfigIs( vlan )->memberIs( port, tagged ); } );
+      members->push_back( { vlan, tagged, port } );
+   } );
+   reader.apply( [=, this] {
+      for ( auto & member : *members ) {
+         config_->vlanConfigIs( member.vlan )->memberIs( member.port, member.tagged );
+      }
    } );
 }
 
@@ -77,56 +98,74 @@ VlanFeature::row( VlanId vlan, IntfId port, Qon::VlanMembership how ) const {
             { "egress", yesNo( how.egress ) } };
 }
 
-/** A row a member; one without for a VLAN that has none. */
-std::vector< Row >
-VlanFeature::vlanRows( VlanId vlan, const QonChip::HeldVlan & held ) const {
-   const auto state = helper_->updateState( vlan );
-   std::vector< Row > rows;
-   helper_->forEachMember( vlan, [&]( IntfId port, Qon::VlanMembership how ) {
-      Row r = row( vlan, port, how );
-      r.set( "topology", topologies_->vidToTopoMap( vlan ) );
-      r.set( "forwarding", yesNo( helper_->forwards( port, vlan ) ) );
-      r.set( "hardware", yesNo( held.contains( port ) ) );
-      if ( state.requested != state.completed ) {
-         r.set( "generation", state.requested );
-         r.set( "since", Kiv::now() - state.since );
-         r.set( "state", state.failed ? "failed" : state.inProgress ? "in progress" : "waiting" );
-      }
-      rows.push_back( r );
-   } );
-   if ( rows.empty() ) {
-      rows.push_back( { { "vlan", U32( vlan.value() ) },
-                        { "topology", topologies_->vidToTopoMap( vlan ) } } );
-   }
-   return rows;
+/** What is true of a VLAN as a whole. */
+Row
+VlanFeature::vlanRow( VlanId vlan ) const {
+   return { { "vlan", U32( vlan.value() ) }, { "topology", topologies_->vidToTopoMap( vlan ) } };
 }
 
+/** A port of a VLAN whose membership is requested. */
+Row
+VlanFeature::memberRow( VlanId vlan, IntfId port, const QonChip::HeldVlan & held ) const {
+   const auto state = helper_->updateState( vlan );
+   Row r = row( vlan, port, helper_->membership( port, vlan ) );
+   r.set( "topology", topologies_->vidToTopoMap( vlan ) );
+   r.set( "forwarding", yesNo( helper_->forwards( port, vlan ) ) );
+   r.set( "hardware", yesNo( held.contains( port ) ) );
+   if ( state.requested != state.completed ) {
+      r.set( "generation", state.requested );
+      r.set( "since", Kiv::now() - state.since );
+      r.set( "state", state.failed ? "failed" : state.inProgress ? "in progress" : "waiting" );
+   }
+   return r;
+}
+
+std::vector< IntfId >
+VlanFeature::membersOf( VlanId vlan ) const {
+   std::vector< IntfId > ports;
+   helper_->forEachMember( vlan, [&]( IntfId port, auto ) { ports.push_back( port ); } );
+   return ports;
+}
+
+/** A row a member; one without for a VLAN that has none. */
 Rows
 VlanFeature::vlans( Arguments arguments ) const {
    if ( !helper_ ) {
       notServed( agent_, "VLANs" );
    }
-   auto held = part_->vlans().value_or( QonChip::HeldVlans() );
-   for ( auto && [vlan, config] : config_->vlanConfigIteratorConst() ) {
-      if ( !arguments.has( 0 ) || vlan.value() == arguments.vlan( 0 ).value() ) {
-         for ( auto & row : vlanRows( vlan, held[vlan] ) ) {
-            co_yield row;
-         }
+   const auto chip = part_->readVlans();
+   const auto only = arguments.vlan( 0 );
+   for ( auto i = config_->vlanConfigIteratorConst(); i; ++i ) {
+      const VlanId vlan = i.key();
+      if ( !only.isNone() && only.value() != vlan.value() ) {
+         continue;
+      }
+      const auto ports = membersOf( vlan );
+      const auto held = chip ? chip->at( vlan ) : QonChip::HeldVlan();
+      if ( ports.empty() ) {
+         co_yield vlanRow( vlan );
+      }
+      for ( IntfId port : ports ) {
+         co_yield memberRow( vlan, port, held );
       }
    }
 }
 
 Rows
 VlanFeature::hardware( Arguments arguments ) const {
-   const auto held = part_ ? part_->vlans() : std::nullopt;
-   if ( !held ) {
+   const auto chip = part_ ? part_->readVlans() : nullptr;
+   if ( !chip ) {
       notServed( agent_, "the reading of VLANs" );
    }
-   for ( auto & [vlan, ports] : *held ) {
-      if ( !arguments.has( 0 ) || vlan == arguments.vlan( 0 ).value() ) {
-         for ( auto & [port, how] : ports ) {
-            co_yield row( VlanId( vlan ), port, how );
-         }
+   const auto only = arguments.vlan( 0 );
+   U16 vlan = only.isNone() ? 0 : only.value();
+   QonChip::HeldVlan held = only.isNone() ? QonChip::HeldVlan() : chip->at( vlan );
+   while ( !only.isNone() || chip->next( vlan, held ) ) {
+      for ( auto & [port, how] : held ) {
+         co_yield row( VlanId( vlan ), port, how );
+      }
+      if ( !only.isNone() ) {
+         break;
       }
    }
 }

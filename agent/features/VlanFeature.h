@@ -30,7 +30,9 @@ class VlanFeature : public AgentFeature {
    Bridging::VlanId vlanOf( ConfigReader & reader, const String & name ) const;
    std::function< void() > parseMember( const Json & line );
    Rows vlans( Arguments arguments ) const;
-   std::vector< Row > vlanRows( Bridging::VlanId vlan, const QonChip::HeldVlan & held ) const;
+   Row vlanRow( Bridging::VlanId vlan ) const;
+   Row memberRow( Bridging::VlanId vlan, Ulnet::IntfId port, const QonChip::HeldVlan & held ) const;
+   std::vector< Ulnet::IntfId > membersOf( Bridging::VlanId vlan ) const;
    Rows hardware( Arguments arguments ) const;
    Row row( Bridging::VlanId vlan, Ulnet::IntfId port, Qon::VlanMembership how ) const;
 
