@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "agent/base/Printable.h"
+#include "agent/base/Version.h"
 #include "agent/ctl/Client.h"
 #include "agent/ctl/Table.h"
 #include "agent/server/SocketServer.h"
@@ -21,8 +22,9 @@ constexpr int exitRefused = 1; // also: verification has findings
 constexpr int exitNoAgent = 2; // also: the command line is wrong
 
 struct Options {
-   String socket = defaultSocket();
+   String socket; // empty: the one of the environment, or the default
    double wait = 0;
+   double timeout = 30;
    bool json = false;
    String path;
    String value;
@@ -79,7 +81,7 @@ class JsonList {
 class Ctl {
  public:
    explicit Ctl( const Options & options )
-       : options_( options ), client_( options.socket, options.wait ) {}
+       : options_( options ), client_( options.socket, options.wait, options.timeout ) {}
 
    int show();
    int get();
@@ -162,6 +164,7 @@ Ctl::change( const char * what ) {
 int
 Ctl::watch() {
    client_.ask( { { "do", "watch" }, { "path", options_.path } } );
+   client_.timeoutDel();
    for ( Json line; client_.next( line ); ) {
       if ( line.contains( "ok" ) ) {
          continue; // all that was there has been told
@@ -205,8 +208,9 @@ Ctl::raise() {
 
 int
 Ctl::run() {
+   client_.timeoutDel(); // it takes as long as the agent has to do
    Json uptime = client_.ask( { { "do", "run" }, { "seconds", options_.seconds } } ).at( "uptime" );
-   print( "uptime " + uptime.dump() + " s\n" );
+   std::printf( "uptime %.3f s\n", uptime.get< double >() );
    return 0;
 }
 
@@ -289,11 +293,15 @@ main( int argc, char ** argv ) {
    Options options;
    Command command;
    CLI::App app( "Console of a running qon-agent." );
-   app.add_option( "-s,--socket", options.socket, "the agent's socket" )
-         ->type_name( "PATH" )
-         ->envname( "QON_SOCKET" )
-         ->capture_default_str();
+   app.add_option( "-s,--socket", options.socket, "the agent's socket" )->type_name( "PATH" );
    app.add_option( "--wait", options.wait, "seconds to wait for the agent to be there" );
+   app.add_option( "--timeout", options.timeout,
+                   "seconds after which an agent that says nothing is given up; 0: never" )
+         ->capture_default_str();
+   app.set_version_flag( "--version", "qonctl " + agentVersion() );
+   app.failure_message( []( const CLI::App *, const CLI::Error & e ) {
+      return String( "qonctl: error: " ) + e.what() + "; --help tells more\n";
+   } );
    app.add_flag( "--json", options.json, "JSON instead of tables, for scripts" );
    app.require_subcommand( 1 );
    app.footer( examples );
@@ -303,17 +311,28 @@ main( int argc, char ** argv ) {
    } catch ( const CLI::ParseError & e ) {
       return app.exit( e ) ? exitNoAgent : 0;
    }
+   auto failed = []( const String & why, int code ) {
+      std::fprintf( stderr, "qonctl: %s\n", printable( why ).c_str() );
+      return code;
+   };
+   String note; // behind errors about the socket
    try {
+      if ( app.count( "--socket" ) && options.socket.empty() ) {
+         throw NoAgent( "--socket: a path is expected, it is empty" );
+      }
+      if ( options.socket.empty() ) {
+         const SocketChoice choice = chosenSocket();
+         options.socket = choice.path;
+         note = choice.ofEnvironment ? socketFromEnvironment : "";
+      }
       Ctl ctl( options );
       return command( ctl );
    } catch ( const NoAgent & e ) {
-      std::fprintf( stderr, "qonctl: %s\n", e.what() );
-      return exitNoAgent;
+      return failed( e.what() + note, exitNoAgent );
    } catch ( const Velto::RangeError & e ) {
-      std::fprintf( stderr, "qonctl: %s\n", e.what() );
-      return exitRefused;
+      return failed( e.what(), exitRefused );
    } catch ( const Json::exception & e ) {
-      std::fprintf( stderr, "qonctl: the agent's answer is not what it should be: %s\n", e.what() );
-      return exitNoAgent;
+      return failed( String( "the agent's answer is not what it should be: " ) + e.what(),
+                     exitNoAgent );
    }
 }

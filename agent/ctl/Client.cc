@@ -4,7 +4,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <nlohmann/json.hpp>
 #include <utility>
@@ -16,11 +18,13 @@ namespace QonAgent {
 namespace {
 
 constexpr double retryEvery = 0.05; // seconds
+constexpr double maxTimeout = 1e6;
 const char verificationEnd[] = "\"END_OF_VERIFICATION\" } ] }";
 
 } // namespace
 
-Client::Client( const String & path, double patience ) : path_( path ) {
+Client::Client( const String & path, double patience, double timeout )
+    : path_( path ), timeout_( timeout ) {
    for ( fd_ = connectTo( path ); fd_ < 0; fd_ = connectTo( path ) ) {
       int why = errno;
       if ( patience <= 0 ) {
@@ -48,6 +52,12 @@ Client::send( const String & bytes ) {
 
 bool
 Client::receive() {
+   pollfd input = { fd_, POLLIN, 0 };
+   if ( timeout_ > 0 && poll( &input, 1, int( std::min( timeout_, maxTimeout ) * 1000 ) ) == 0 ) {
+      char text[32];
+      std::snprintf( text, sizeof( text ), "%g", timeout_ );
+      throw NoAgent( path_ + ": the agent has not answered within " + text + " s" );
+   }
    char piece[65536];
    ssize_t n;
    do {

@@ -17,8 +17,9 @@ class NoAgent : public Velto::RangeError {
 
 class Client {
  public:
-   /** Connects; tries again for `patience` seconds. Raises NoAgent. */
-   Client( const String & path, double patience );
+   /** Connects; tries again for `patience` seconds. Raises NoAgent. Later, an agent that says nothing
+       for `timeout` seconds counts as one that does not answer; 0 waits for ever. */
+   Client( const String & path, double patience, double timeout = 0 );
    ~Client();
    Client( const Client & ) = delete;
    Client & operator=( const Client & ) = delete;
@@ -30,6 +31,8 @@ class Client {
    bool more( Json & line );
    /** The answer to a verification command: everything up to its closing. */
    Json verify( const String & name );
+   /** From now on an agent may say nothing for ever. */
+   void timeoutDel() { timeout_ = 0; }
    /** One more line that the agent sends on its own; false once the agent is gone. */
    bool next( Json & line );
 
@@ -39,6 +42,7 @@ class Client {
    Json checked( Json answer ) const;
 
    String path_;
+   double timeout_;
    int fd_ = -1;
    String in_;
    std::size_t read_ = 0; ///< of in_
