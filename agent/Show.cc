@@ -21,7 +21,11 @@ valueOf( const Agent & agent, const Argument & argument, const String & text ) {
       value.intf = agent.names().typed( text );
       break;
    case Argument::Kind::vlan:
-      value.vlan = Bridging::VlanId( text );
+      try {
+         value.vlan = Bridging::VlanId( text );
+      } catch ( const RangeError & ) {
+         Kiv::textRefused( "a VLAN from 1 to 4094", text );
+      }
       break;
    case Argument::Kind::mac:
       value.mac = Ulnet::EthAddr( text );

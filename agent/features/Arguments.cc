@@ -31,6 +31,17 @@ ranges( const std::set< U16 > & numbers ) {
    return all;
 }
 
+Bridging::VlanId
+vlanField( const Json & line ) {
+   const U32 number = fieldOf< U32 >( line, "vlan" );
+   try {
+      return Bridging::VlanId( number );
+   } catch ( const Velto::RangeError & ) {
+      throw Velto::RangeError( "field 'vlan': expected a VLAN from 1 to 4094, found " +
+                               Kiv::toText( number ) );
+   }
+}
+
 void
 notServed( const Agent & agent, const char * what ) {
    throw Velto::RangeError( String( "the chip '" ) + agent.chip().name() + "' does not serve " +

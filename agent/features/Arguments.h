@@ -36,6 +36,28 @@ Argument vlanArgument( std::function< bool( Bridging::VlanId vlan ) > known );
 /** Numbers in ascending order, neighbours as one: "1", "10-4094". */
 Value::List ranges( const std::set< U16 > & numbers );
 
+/** "there is no topology 'x'; there are: a, b". The first few are named. */
+template< class Names >
+[[noreturn]] void
+thereIsNo( const char * what, const String & name, const Names & names ) {
+   constexpr U32 most = 12;
+   String known;
+   U32 number = 0;
+   for ( auto & other : names ) {
+      if ( ++number <= most ) {
+         known += ( number > 1 ? ", " : "" ) + Kiv::toText( other );
+      }
+   }
+   throw Velto::RangeError( String( "there is no " ) + what + " '" + name + "'; there " +
+                            ( number == 0      ? "is none"
+                              : number == 1    ? "is: " + known
+                              : number <= most ? "are: " + known
+                                               : "are: " + known + ", ..." ) );
+}
+
+/** Field `vlan` of an event. */
+Bridging::VlanId vlanField( const Json & line );
+
 /** What there is to show of a part that the chip has not: Velto::RangeError. */
 [[noreturn]] void notServed( const Agent & agent, const char * what );
 

@@ -73,6 +73,21 @@ struct MacFeature::Filter {
    const Ulnet::IntfId intf;
 };
 
+/** Follows the newest command of a key until the chip has answered it. */
+class MacFeature::Handed : public Velto::Node {
+ public:
+   Handed( MacFeature & feature, const MacCmdPtr & cmd ) : feature_( feature ), cmd_( cmd.ptr() ) {
+      hasNotificationActiveIs( true );
+      watch_.attach( this, cmd_ );
+   }
+   void handleStatus() { feature_.handleAnswer( cmd_->key(), *cmd_ ); }
+
+ private:
+   MacFeature & feature_;
+   const Qon::IndirectAccessMacCmd * const cmd_;
+   Kiv::Watch< Qon::IndirectAccessMacCmd::statusAttr, Handed, &Handed::handleStatus > watch_;
+};
+
 MacFeature::MacFeature( Agent & agent )
     : agent_( agent ), part_( agent.chip().part< QonChip::MacPart >() ),
       programmer_( part_ ? part_->makeProgrammer() : nullptr ) {
@@ -82,7 +97,7 @@ MacFeature::MacFeature( Agent & agent )
 }
 
 std::function< void() >
-MacFeature::parse( const Json & line ) const {
+MacFeature::parse( const Json & line ) {
    const Operation & op = operationOf( fieldOf< String >( line, "op" ) );
    Ulnet::EthAddr mac;
    Bridging::VlanIdOrNone vlan;
@@ -91,7 +106,7 @@ MacFeature::parse( const Json & line ) const {
       mac = Ulnet::EthAddr( fieldOf< String >( line, "mac" ) );
    }
    if ( op.vlan ) {
-      vlan = Bridging::VlanId( fieldOf< U32 >( line, "vlan" ) );
+      vlan = vlanField( line );
    }
    if ( op.intf ) {
       intf = agent_.names().typed( fieldOf< String >( line, "intf" ) );
@@ -103,13 +118,47 @@ MacFeature::parse( const Json & line ) const {
       if ( !programmer_ ) {
          notServed( agent_, "MAC addresses" );
       }
-      hand( *programmer_, Qon::indirectAccessMacCmdFactory( type, key, intf, entryType ) );
+      hand( Qon::indirectAccessMacCmdFactory( type, key, intf, entryType ) );
    };
 }
 
+MacFeature::~MacFeature() = default;
+
 void
-MacFeature::hand( Qon::QonMacProgrammer & programmer, const MacCmdPtr & cmd ) {
-   cmd->addrOp() ? programmer.handleAddrOp( cmd ) : programmer.handleFlushOp( cmd );
+MacFeature::hand( const MacCmdPtr & cmd ) {
+   if ( !cmd->addrOp() ) {
+      withdraw( *cmd );
+      programmer_->handleFlushOp( cmd );
+      return;
+   }
+   refused_.erase( cmd->key() );
+   handed_.erase( cmd->key() );
+   handed_.emplace( cmd->key(), Velto::make< Handed >( *this, cmd ) );
+   programmer_->handleAddrOp( cmd );
+}
+
+/** Of what the chip could not do now it is asked again; the rest is over. */
+void
+MacFeature::handleAnswer( const MacEntryKey & key, const Qon::IndirectAccessMacCmd & cmd ) {
+   using Status = Qon::MacProgramStatus;
+   if ( cmd.status() == Status::macProgramFailed && cmd.valid() ) {
+      *refused_.emplace( key ).first = { &cmd, Kiv::now() };
+   }
+   if ( cmd.status() == Status::macProgramFailed || cmd.status() == Status::macProgramSuccess ) {
+      const auto done = handed_.take( key );
+   }
+}
+
+/** What is flushed is not wanted any more, whatever the chip said of it. */
+void
+MacFeature::withdraw( const Qon::IndirectAccessMacCmd & flush ) {
+   const auto vlan = flush.key().key().vlan();
+   for ( auto && [key, refused] : refused_ ) {
+      if ( ( vlan.isNone() || key.key().vlan() == vlan ) &&
+           ( flush.intf().isNull() || refused.cmd->intf() == flush.intf() ) ) {
+         refused_.erase( key );
+      }
+   }
 }
 
 /** A command on its way. */
@@ -156,6 +205,15 @@ MacFeature::requested( Arguments arguments ) const {
          co_yield waits;
       } else {
          co_yield Pause();
+      }
+   }
+   for ( auto walk = refused_.begin(); walk; ++walk ) {
+      const auto cmd = walk.value().cmd;
+      if ( filter.takes( *cmd ) ) {
+         Row refused = row( *cmd, "refused" );
+         refused.set( "reason", "refused by the chip" );
+         refused.set( "since", Kiv::now() - walk.value().since );
+         co_yield refused;
       }
    }
    const auto chip = part_->readHosts();
@@ -218,6 +276,8 @@ MacFeature::showCommands() {
                 type,
                 { "operation", "Operation" },
                 { "state", "State" },
+                { "reason", "Reason" },
+                { "since", "Since s", true },
                 { "nextRetry", "Retry in s", true } },
               [this]( auto & arguments ) { return requested( arguments ); } },
             { "hw mac",

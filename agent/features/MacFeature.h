@@ -10,12 +10,14 @@
 
 #include "agent/AgentFeature.h"
 #include "chip/MacPart.h"
+#include "platform/Kiv/OrderedMap.h"
 
 namespace QonAgent {
 
 class MacFeature : public AgentFeature {
  public:
    explicit MacFeature( Agent & agent );
+   ~MacFeature() override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
 
@@ -24,8 +26,16 @@ class MacFeature : public AgentFeature {
 
  private:
    struct Filter;
-   std::function< void() > parse( const Json & line ) const;
-   static void hand( Qon::QonMacProgrammer & programmer, const Qon::MacCmdPtr & cmd );
+   class Handed;
+   /** What the chip refused, until it is asked for again or withdrawn. */
+   struct Refused {
+      Velto::Ptr< const Qon::IndirectAccessMacCmd > cmd;
+      Kiv::Seconds since;
+   };
+   void handleAnswer( const Qon::MacEntryKey & key, const Qon::IndirectAccessMacCmd & cmd );
+   void withdraw( const Qon::IndirectAccessMacCmd & flush );
+   std::function< void() > parse( const Json & line );
+   void hand( const Qon::MacCmdPtr & cmd );
    Row row( const Qon::IndirectAccessMacCmd & cmd, const char * state ) const;
    Row row( const Qon::MacEntryKey & key, const QonChip::HeldHost & host ) const;
    Rows requested( Arguments arguments ) const;
@@ -34,6 +44,8 @@ class MacFeature : public AgentFeature {
    Agent & agent_;
    QonChip::MacPart * const part_; ///< null: the chip has none
    const Velto::Ptr< Qon::QonMacProgrammer > programmer_;
+   Kiv::OrderedMap< Qon::MacEntryKey, Velto::Ptr< Handed > > handed_; ///< not answered yet
+   Kiv::OrderedMap< Qon::MacEntryKey, Refused > refused_;
 };
 
 } // namespace QonAgent

@@ -75,9 +75,10 @@ void
 TopologyFeature::configure( ConfigReader & reader ) {
    auto tree = std::make_shared< SpanningTree >();
    reader.eachRow( "STP", [&]( const ConfigRow & row ) {
-      const String mode = row.text( "mode" );
+      const std::vector< String > modes = { "none", "pvst", "mst" };
+      const String mode = modes[row.word( "mode", modes, 0 )];
       reader.apply( [=] {
-         tree->enabled = !mode.empty() && mode != "none";
+         tree->enabled = mode != "none";
          tree->pvst = mode == "pvst";
       } );
    } );
@@ -137,30 +138,52 @@ TopologyFeature::parsePortState( const Json & line ) {
    const auto state = Kiv::fromText< PortState >( fieldOf< String >( line, "state" ) );
    const String name = fieldOf< String >( line, "topology" );
    return [=, this] {
-      if ( auto topo = config_->topoConfig( name ) ) {
-         auto config = topo->topoPortConfigIs( port, state );
-         config->changeInfoIs( Topology::TopoPortChangeInfo( ++changes_, agent_.uptime() ) );
-         config->stateIs( state );
-      }
+      auto config = topologyOf( name )->topoPortConfigIs( port, state );
+      config->changeInfoIs( Topology::TopoPortChangeInfo( ++changes_, agent_.uptime() ) );
+      config->stateIs( state );
    };
+}
+
+/** Raises Velto::RangeError if there is none. */
+Velto::Ptr< Topology::TopoConfig >
+TopologyFeature::topologyOf( const String & name ) const {
+   if ( auto topo = config_->topoConfig( name ) ) {
+      return topo;
+   }
+   std::vector< String > names;
+   for ( auto && [other, topo] : config_->topoConfigIteratorConst() ) {
+      names.push_back( other );
+   }
+   thereIsNo( "topology", name, names );
+}
+
+/** The port of a topology; raises likewise. */
+Velto::Ptr< Topology::TopoPortConfig >
+TopologyFeature::portOf( const String & name, IntfId port ) const {
+   const auto topo = topologyOf( name );
+   if ( auto config = topo->topoPortConfig( port ) ) {
+      return config;
+   }
+   std::vector< String > names;
+   for ( auto && [other, config] : topo->topoPortConfigIteratorConst() ) {
+      names.push_back( agent_.names().spelling( other ) );
+   }
+   thereIsNo( "port of the topology", agent_.names().spelling( port ), names );
 }
 
 TopologyFeature::Parsed
 TopologyFeature::parsePortDel( const Json & line ) {
    return [=, this, port = intfOf( agent_, line ), name = fieldOf< String >( line, "topology" )] {
-      if ( auto topo = config_->topoConfig( name ) ) {
-         topo->topoPortConfigDel( port );
-      }
+      portOf( name, port );
+      topologyOf( name )->topoPortConfigDel( port );
    };
 }
 
 TopologyFeature::Parsed
 TopologyFeature::parseFlush( const Json & line ) {
    return [=, this, port = intfOf( agent_, line ), name = fieldOf< String >( line, "topology" )] {
-      auto topo = config_->topoConfig( name );
-      if ( auto config = topo ? topo->topoPortConfig( port ) : nullptr ) {
-         config->fdbFlushIs( config->fdbFlush() + 1 );
-      }
+      const auto config = portOf( name, port );
+      config->fdbFlushIs( config->fdbFlush() + 1 );
    };
 }
 
@@ -171,6 +194,7 @@ TopologyFeature::parseTopology( const Json & line ) {
       if ( id ) {
          topologyIs( name, id );
       } else {
+         topologyOf( name );
          config_->topoConfigDel( name );
          status_->topoStatusDel( name );
       }
@@ -179,8 +203,10 @@ TopologyFeature::parseTopology( const Json & line ) {
 
 TopologyFeature::Parsed
 TopologyFeature::parseVlan( const Json & line ) {
-   return [=, this, vlan = VlanId( fieldOf< U32 >( line, "vlan" ) ),
-           name = fieldOf< String >( line, "topology" )] {
+   return [=, this, vlan = vlanField( line ), name = fieldOf< String >( line, "topology" )] {
+      if ( name.empty() && !config_->vidToTopoMapHas( vlan ) ) {
+         throw Velto::RangeError( "VLAN " + vlan.stringValue() + " is in no topology" );
+      }
       name.empty() ? config_->vidToTopoMapDel( vlan ) : config_->vidToTopoMapIs( vlan, name );
    };
 }

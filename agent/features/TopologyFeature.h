@@ -50,6 +50,9 @@ class TopologyFeature : public AgentFeature {
    };
    void build( const SpanningTree & tree );
    void topologyIs( const String & name, U32 id );
+   Velto::Ptr< Bridging::Topology::TopoConfig > topologyOf( const String & name ) const;
+   Velto::Ptr< Bridging::Topology::TopoPortConfig > portOf( const String & name,
+                                                            Ulnet::IntfId port ) const;
 
    Parsed parsePortState( const Json & line );
    Parsed parsePortDel( const Json & line );

@@ -27,7 +27,10 @@ struct ConfiguredMember {
 VlanFeature::VlanFeature( Agent & agent )
     : agent_( agent ), part_( agent.chip().part< QonChip::VlanPart >() ),
       config_( agent.entities().mount< Bridging::Vlan::Config >( Paths::vlanConfig ) ),
+      spanningTree_( agent.chip().part< QonChip::TopologyPart >() ),
       topologies_( agent.entities().mount< Bridging::Topology::Config >( Paths::topologyConfig ) ),
+      acknowledged_(
+            agent.entities().mount< Bridging::Topology::Inst::Status >( Paths::topologyStatus ) ),
       helper_( vlanHelperOf( agent ) ) {
    if ( helper_ ) {
       membersSm_ = Qon::smIs< VlanMembersSm >( agent.acsd(), config_, helper_ );
@@ -58,6 +61,7 @@ VlanFeature::configure( ConfigReader & reader ) {
    } );
    // One change for all of them: a change a row would take more room than the members.
    auto members = std::make_shared< std::vector< ConfiguredMember > >();
+   auto seen = std::make_unique< Seen >();
    reader.eachRow( "VLAN_MEMBER", [&]( const ConfigRow & row ) {
       const VlanId vlan = vlanOf( reader, row.part( 0, 2 ) );
       if ( !known[vlan] ) {
@@ -66,6 +70,7 @@ VlanFeature::configure( ConfigReader & reader ) {
       const IntfId port = reader.portOrChannel( "", row.part( 1, 2 ) );
       const bool tagged =
             row.word( "tagging_mode", { "untagged", "tagged", "priority_tagged" }, 0 ) == 1;
+      nameOdd( reader, row, port, tagged ? "" : row.part( 0, 2 ), *seen );
       members->push_back( { vlan, tagged, port } );
    } );
    reader.apply( [=, this] {
@@ -75,17 +80,47 @@ VlanFeature::configure( ConfigReader & reader ) {
    } );
 }
 
+/** What cannot be meant, once a port. `untaggedIn` is empty for a tagged member. */
+void
+VlanFeature::nameOdd( ConfigReader & reader, const ConfigRow & row, IntfId port,
+                      const String & untaggedIn, Seen & seen ) const {
+   const auto & names = agent_.names();
+   const IntfId lag = reader.memberOf( port );
+   if ( !lag.isNull() && seen.lagMembers.insert( port ).second ) {
+      reader.warn( row, "",
+                   names.spelling( port ) + " is a member of " + names.spelling( lag ) +
+                         ", whose VLANs it has; those of its own do not count" );
+   }
+   if ( untaggedIn.empty() ) {
+      return;
+   }
+   auto [first, fresh] = seen.untagged.try_emplace( port, untaggedIn );
+   if ( !fresh && !first->second.empty() ) {
+      reader.warn( row, "tagging_mode",
+                   names.spelling( port ) + " is untagged in " + first->second + " already" );
+      first->second.clear(); // said
+   }
+}
+
 std::function< void() >
 VlanFeature::parseMember( const Json & line ) {
-   const VlanId vlan( fieldOf< U32 >( line, "vlan" ) );
+   const VlanId vlan = vlanField( line );
    const IntfId port = agent_.names().typed( fieldOf< String >( line, "intf" ) );
    const String mode = fieldOf< String >( line, "mode" );
    if ( mode != "tagged" && mode != "untagged" && mode != "none" ) {
       throw Velto::RangeError( "mode is tagged, untagged or none, not '" + mode + "'" );
    }
    return [=, this] {
-      auto config = config_->vlanConfigIs( vlan );
-      mode == "none" ? config->memberDel( port ) : config->memberIs( port, mode == "tagged" );
+      auto config = config_->vlanConfig( vlan );
+      if ( mode == "none" && !( config && config->memberHas( port ) ) ) {
+         throw Velto::RangeError( agent_.names().spelling( port ) + " is no member of VLAN " +
+                                  vlan.stringValue() );
+      }
+      if ( mode == "none" ) {
+         config->memberDel( port );
+      } else {
+         config_->vlanConfigIs( vlan )->memberIs( port, mode == "tagged" );
+      }
    };
 }
 
@@ -110,7 +145,7 @@ VlanFeature::memberRow( VlanId vlan, IntfId port, const QonChip::HeldVlan & held
    const auto state = helper_->updateState( vlan );
    Row r = row( vlan, port, helper_->membership( port, vlan ) );
    r.set( "topology", topologies_->vidToTopoMap( vlan ) );
-   r.set( "forwarding", yesNo( helper_->forwards( port, vlan ) ) );
+   r.set( "forwarding", yesNo( forwards( vlan, port ) ) );
    r.set( "hardware", yesNo( held.contains( port ) ) );
    if ( state.requested != state.completed ) {
       r.set( "generation", state.requested );
@@ -118,6 +153,21 @@ VlanFeature::memberRow( VlanId vlan, IntfId port, const QonChip::HeldVlan & held
       r.set( "state", state.failed ? "failed" : state.inProgress ? "in progress" : "waiting" );
    }
    return r;
+}
+
+/** Whether the chip forwards: by its VLANs, and by its topologies, if it has such tables. */
+bool
+VlanFeature::forwards( VlanId vlan, IntfId port ) const {
+   if ( !helper_->forwards( port, vlan ) || !spanningTree_ ) {
+      return helper_->forwards( port, vlan );
+   }
+   if ( const auto known = spanningTree_->forwards( vlan, port ) ) {
+      return *known;
+   }
+   const auto topology = acknowledged_->topoStatus( topologies_->vidToTopoMap( vlan ) );
+   const IntfId lag = agent_.acsd()->portToLag( port );
+   const auto state = topology ? topology->topoPortStatus( lag ? lag : port ) : nullptr;
+   return !state || state->state() == Bridging::Topology::PortState::forwarding;
 }
 
 std::vector< IntfId >

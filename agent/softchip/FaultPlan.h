@@ -9,9 +9,12 @@
 //
 // Invariants
 // 1. The same plan, seed and calls give the same faults, on every platform.
-// 2. Of several faults for one call the one that was added first counts, and only it is used up.
+// 2. Every hook and table that is asked about has been declared: who names another one in a fault
+//    has misspelled it.
+// 3. Of several faults for one call the one that was added first counts, and only it is used up.
 
 #include <optional>
+#include <set>
 #include <vector>
 
 #include "platform/Kiv/DenseMap.h"
@@ -43,6 +46,12 @@ struct Fault {
 
 class FaultPlan {
  public:
+   /** A table says which hooks it counts the calls of, and by which names it can be limited. */
+   void hookIs( const String & hook ) { hooks_.insert( hook ); }
+   void tableIs( const String & table ) { tables_.insert( table ); }
+   const std::set< String > & hooks() const { return hooks_; }
+   const std::set< String > & tables() const { return tables_; }
+
    /** What the sequence of chances starts with. */
    void seedIs( U32 seed ) { random_ = Kiv::Rng( seed ); }
    void add( const Fault & fault ) { faults_.push_back( { fault, 0 } ); }
@@ -66,6 +75,8 @@ class FaultPlan {
    };
    bool applies( Active & active );
 
+   std::set< String > hooks_;
+   std::set< String > tables_;
    std::vector< Active > faults_;
    Kiv::DenseMap< String, U32 > limits_;
    Kiv::DenseMap< String, Kiv::Nothing > lost_;

@@ -42,7 +42,9 @@ class TopoTable {
 
    /** `plan` outlives the table. */
    TopoTable( U32 maxTopo, FaultPlan & plan )
-       : maxTopo_( maxTopo ), plan_( plan ), vlan_( lastVlan + 1 ) {}
+       : maxTopo_( maxTopo ), plan_( plan ), vlan_( lastVlan + 1 ) {
+      plan.tableIs( "topoTable" );
+   }
 
    Hearer< Hook > hook;
 

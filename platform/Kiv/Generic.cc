@@ -293,7 +293,12 @@ GenericIf::del( Node & root, const String & path ) {
    if ( p.last.hasKey && !p.attr->key ) {
       refuse( path, "'" + p.last.attribute + "' has no keys" );
    }
-   withKey( *p.attr, p.last, path, [&]( const void * key ) { erase( *p.node, *p.attr, key ); } );
+   withKey( *p.attr, p.last, path, [&]( const void * key ) {
+      if ( key && p.attr->at && !p.attr->at( *p.node, key ) ) {
+         refuse( path, "there is no " + p.last.attribute + "[" + p.last.key + "]" );
+      }
+      erase( *p.node, *p.attr, key );
+   } );
 }
 
 /** What lies at the path, of which the entities are entered. */

@@ -25,7 +25,8 @@ class GenericIf {
    static void set( Velto::Node & root, const String & path, const String & text );
    /** Creates the entity (or the set's key) at `path` if it is not there. */
    static void insert( Velto::Node & root, const String & path );
-   /** Removes the entry at `path`; without a key everything that the attribute holds. */
+   /** Removes the entry at `path`, which must be there; without a key everything that the attribute
+       holds. */
    static void del( Velto::Node & root, const String & path );
 
    /** One line of a dump: where, and the text of the value. `isEntity` marks the line that only

@@ -138,8 +138,8 @@ TEST( Programs, AWatchPrintsChangesUntilTheAgentEnds ) {
 
 TEST( Programs, VirtualTimeMovesOnRequestOnly ) {
    RunningAgent agent( { "--virtual-time" } );
-   EXPECT_EQ( agent.ctl( "run 12.5" ).output, "uptime 12.5 s\n" );
-   EXPECT_EQ( agent.ctl( "run 2" ).output, "uptime 14.5 s\n" );
+   EXPECT_EQ( agent.ctl( "run 12.5" ).output, "uptime 12.500 s\n" );
+   EXPECT_EQ( agent.ctl( "run 2" ).output, "uptime 14.500 s\n" );
    EXPECT_EQ( agent.ctl( "run -1" ).code, 1 );
 }
 
