@@ -32,19 +32,19 @@ FaultFeature::parseFault( const Json & line ) const {
    SoftChip::FaultPlan & plan = chip_->faults();
    if ( hasField( line, "hook" ) ) {
       return [&plan, fault = faultOf( line )] {
+         plan.add( fault );
          if ( !plan.hooks().contains( fault.hook ) ) {
             thereIsNo( "hook with faults", fault.hook, plan.hooks() );
          }
-         plan.add( fault );
       };
    }
    if ( hasField( line, "table" ) ) {
       return [&plan, table = fieldOf< String >( line, "table" ),
               limit = fieldOf< U32 >( line, "limit" )] {
+         plan.limitIs( table, limit );
          if ( !plan.tables().contains( table ) ) {
             thereIsNo( "table with a limit", table, plan.tables() );
          }
-         plan.limitIs( table, limit );
       };
    }
    if ( hasField( line, "unit" ) ) {

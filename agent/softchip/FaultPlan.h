@@ -9,9 +9,7 @@
 //
 // Invariants
 // 1. The same plan, seed and calls give the same faults, on every platform.
-// 2. Every hook and table that is asked about has been declared: who names another one in a fault
-//    has misspelled it.
-// 3. Of several faults for one call the one that was added first counts, and only it is used up.
+// 2. Of several faults for one call the one that was added first counts, and only it is used up.
 
 #include <optional>
 #include <set>
@@ -46,7 +44,8 @@ struct Fault {
 
 class FaultPlan {
  public:
-   /** A table says which hooks it counts the calls of, and by which names it can be limited. */
+   /** A table declares which hooks it counts the calls of, and by which names it can be limited, so
+       that a name that nobody declared is known as a misspelled one. */
    void hookIs( const String & hook ) { hooks_.insert( hook ); }
    void tableIs( const String & table ) { tables_.insert( table ); }
    const std::set< String > & hooks() const { return hooks_; }
