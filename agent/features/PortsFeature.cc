@@ -98,4 +98,9 @@ PortsFeature::eventKinds() {
               } } };
 }
 
+FeatureKind
+portsFeature() {
+   return feature< PortsFeature >( "ports" );
+}
+
 } // namespace QonAgent
