@@ -13,7 +13,7 @@ using Ulnet::IntfId;
 
 namespace {
 
-Flintlog::Facility facility( "QonStormControlDropLogSm" );
+Flintlog::Facility dropFacility( "QonStormControlDropLogSm" );
 QonLogHandle discards( "QonStormControlDropLogSm", QonLog::ETH_STORMCONTROL_DISCARDS );
 
 } // namespace
@@ -93,7 +93,7 @@ StormControlDropSliceSm::handleIntfStatus( const IntfId & intf ) {
 Velto::Ptr< StormControlDropIntfSm >
 StormControlDropSliceSm::makeIntfSm( const IntfId & intf,
                                      const Velto::Ptr< const Status > & status ) {
-   QON_TRACE( facility, 4, "Creating SM for Intf: ", intf ); // fixed text
+   QON_TRACE( dropFacility, 4, "Creating SM for Intf: ", intf ); // fixed text
    return smIs< StormControlDropIntfSm >( dropSm_, status );
 }
 
@@ -104,9 +104,9 @@ StormControlDropSliceSm::cleanUpIntfSm( const IntfId &, StormControlDropIntfSm *
 
 void
 StormControlDropSliceSm::doCleanup() {
-   QON_TRACE( facility, 3, "Slice is going away: ", slice_->name() ); // fixed text
+   QON_TRACE( dropFacility, 3, "Slice is going away: ", slice_->name() ); // fixed text
    for ( IntfId intf : intfs_.heldKeys() ) {
-      QON_TRACE( facility, 4, slice_->name(), " deleting interface: ", intf ); // fixed text
+      QON_TRACE( dropFacility, 4, slice_->name(), " deleting interface: ", intf ); // fixed text
    }
    intfs_.removeAll();
 }
@@ -232,11 +232,11 @@ StormControlDropSm::add( IntfId intf, const Drops & change ) {
 
 void
 StormControlDropSm::clearStaleEntries() {
-   QON_TRACE( facility, 3, "Checking for stale allIntfStatus entries" ); // fixed text
+   QON_TRACE( dropFacility, 3, "Checking for stale allIntfStatus entries" ); // fixed text
    Velto::FirstError error;
    for ( auto && entry : keysOf< IntfId >( dropStatus()->allIntfStatusIteratorConst() ) ) {
       if ( !reporters_.has( entry.key ) ) {
-         QON_TRACE( facility, 3, "Clearing stale entry for intf: ", entry.key ); // fixed text
+         QON_TRACE( dropFacility, 3, "Clearing stale entry for intf: ", entry.key ); // fixed text
          error.run( [&] { dropStatus()->allIntfStatusDel( entry.key ); } );
       }
    }
@@ -291,7 +291,7 @@ StormControlDropSm::handleDropLogging() {
    Velto::FirstError error;
    for ( IntfId intf : intfs ) {
       // fixed text
-      QON_TRACE( facility, 6, "Syslogging of drops is enabled for interface ", intf );
+      QON_TRACE( dropFacility, 6, "Syslogging of drops is enabled for interface ", intf );
       error.run( [&] { log( intf ); } );
    }
    error.pass();

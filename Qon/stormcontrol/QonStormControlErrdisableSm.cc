@@ -9,7 +9,7 @@ using Ulnet::IntfId;
 
 namespace {
 
-Flintlog::Facility facility( "QonStormControlErrdisableSm" );
+Flintlog::Facility errdisableFacility( "QonStormControlErrdisableSm" );
 
 } // namespace
 
@@ -89,7 +89,7 @@ void
 StormControlErrdisableSm::errdisable( IntfId intf ) {
    if ( applies( intf ) && !in_.causeStatus->intfStatusHas( intf ) ) {
       // fixed text
-      QON_TRACE( facility, 2, "Errdisabling ", intf, " due to storm-control." );
+      QON_TRACE( errdisableFacility, 2, "Errdisabling ", intf, " due to storm-control." );
       const Velto::Ptr status( in_.causeStatus );
       status->intfStatusIs( intf, Kiv::now() );
    }
