@@ -36,7 +36,8 @@ class StormControlPart {
       return nullptr;
    }
    /** The hook object of the second generation, which writes `status` itself; null: none. What the
-       chip limits and `config` does not speak of, it limits no more. */
+       chip limits and `config` does not speak of, it limits no more; and nowhere do broadcasts pass
+       by the rules. */
    virtual Ptr< Qon::QonStormControlSmHelperV2 >
    makeStormControlHelperV2( const Ptr< const Qon::StormControl::PlatformConfig > &,
                              const Ptr< Qon::StormControl::PlatformStatus > & ) {

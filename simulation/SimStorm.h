@@ -85,6 +85,9 @@ class SimStorm : public SimFeature, private Qon::HookListener {
 
    void hookCalled( const char * hook, const String & arguments ) override;
    void causeHeard( IntfId intf );
+   void statusHeard( IntfId intf );
+   void levelHeard( IntfId intf, Level level );
+   bool answered( IntfId port ) const;
    void configDel( IntfId intf );
    Qon::StormControlBaseSm & sm() const;
    void initializedIs( bool on );
@@ -132,9 +135,10 @@ class SimStorm : public SimFeature, private Qon::HookListener {
    String only_; ///< while a level or speed changes: the level that may be told, "" for all
    bool judged_ = false;
    std::set< IntfId > fooled_; ///< the chip's answer is not its own
-   mutable std::map< IntfId, std::map< Level, Threshold > > shown_; ///< status at the last check
    mutable U32 sinceCheck_ = 0;
-   Kiv::Listener< Errdisable::CauseStatus::intfStatusAttr > heard_;
+   Kiv::Listener< Errdisable::CauseStatus::intfStatusAttr > causeHeard_;
+   Kiv::Listener< Bridging::StormControl::Status::intfStatusAttr > statusHeard_;
+   std::map< IntfId, Kiv::Listener< Bridging::StormControl::IntfStatus::levelAttr > > levelHeard_;
 };
 
 } // namespace Sim

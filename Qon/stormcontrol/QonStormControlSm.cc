@@ -19,6 +19,7 @@ StormControlSm::begin() {
    VELTO_ASSERT( helper() );
    check_.attach< &StormControlSm::handleVerify >( verifyData_, "QonStormControlSm", this );
    QON_HOOK( StormControlSmHelper, helper(), hwInit );
+   forgetBcastSkips();
    QON_HOOK( StormControlSmHelper, helper(), installRules );
    uucast_ = QON_HOOK( StormControlSmHelper, helper(), uucastLevelEnabled );
    burst_ = QON_HOOK( StormControlSmHelper, helper(), burstEnabled );

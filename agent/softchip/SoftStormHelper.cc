@@ -136,6 +136,7 @@ SoftStormHelperV2::SoftStormHelperV2( StormControlPart & part, Velto::Ptr< const
       status_( std::move( status ) ) {
    part_.table().hook.is( this );
    part_.changes();
+   part_.table().skipNowhere();
    const auto held = part_.table().held();
    for ( auto & [key, limit] : held ) {
       if ( !config_->platformIntfConfigHas( key.first ) ) {
@@ -163,8 +164,8 @@ SoftStormHelperV2::updateBcastSkipRule( IntfId intf, bool skip ) {
 void
 SoftStormHelperV2::handlePortRulesHelper( LevelType, IntfId intf, IntfId, U64, const Threshold & ) {
    if ( pending_.insert( intf ).second ) {
-      part_.completions().add( [this, intf, ticket = part_.table().hook.ticket()] {
-         if ( part_.table().hook.of( ticket ) ) {
+      part_.completions().add( [this, &part = part_, intf, ticket = part_.table().hook.ticket()] {
+         if ( part.table().hook.of( ticket ) ) {
             pending_.erase( intf );
             apply( intf );
          }
@@ -224,12 +225,14 @@ SoftStormHelperV2::resetPortConfig( IntfId intf ) {
 
 void
 SoftStormHelperV2::handleAggregateTcRulesHelper( U8 trafficClass, const Threshold & threshold ) {
-   part_.completions().add( [this, trafficClass, threshold, ticket = part_.table().hook.ticket()] {
-      part_.table().classIs( trafficClass, threshold );
-      if ( part_.table().hook.of( ticket ) ) {
-         applyClass( trafficClass );
-      }
-   } );
+   part_.completions().add(
+         [this, &part = part_, trafficClass, threshold, ticket = part_.table().hook.ticket()] {
+            if ( part.table().hook.of( ticket ) ) {
+               applyClass( trafficClass );
+            } else {
+               part.table().classIs( trafficClass, threshold );
+            }
+         } );
 }
 
 void
@@ -241,6 +244,7 @@ SoftStormHelperV2::applyClass( U8 trafficClass ) {
       const Velto::Ptr status( status_->platformAggregateTcStatusIs( trafficClass ) );
       status->versionIdIs( version );
    } else {
+      part_.table().classIs( trafficClass, Threshold() );
       status_->platformAggregateTcStatusDel( trafficClass );
    }
 }

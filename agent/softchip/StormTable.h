@@ -56,6 +56,7 @@ class StormTable {
    bool set( IntfId port, Level level, const Limit & limit );
    void classIs( U8 trafficClass, const Threshold & threshold );
    void skipIs( IntfId port, bool skip );
+   void skipNowhere() { skipped_.clear(); }
    /** Nothing of the port is limited any more, or of all ports and classes. */
    void reset( IntfId port );
    void clear();

@@ -223,6 +223,8 @@ class StormControlBaseSm : public QonBaseSm, public Checked {
    Given wantedLevel( StormControlIntfSm & machine, const LevelKind & kind, const Want & want );
    /** Says that broadcasts pass by the rules, or do not, if that was not said last. */
    void reviewBcastSkip( IntfId intf, bool skip );
+   /** The chip has begun anew: broadcasts pass by the rules nowhere. */
+   void forgetBcastSkips() { skipped_ = {}; }
    /** The interface's status; made if there is none, or null. */
    Velto::Ptr< StormControl::IntfStatus > statusIs( IntfId intf ) const;
    Velto::Ptr< StormControl::IntfStatus > statusOf( IntfId intf ) const {

@@ -52,8 +52,8 @@ class StormControlSmHelper : public QonBaseHelper {
    virtual void verifyAggregateTc( U8 trafficClass,
                                    const StormControl::AggregateTcStatus & status );
    /** @} */
-   /** Called once at the start, before everything else. When it returns the chip limits nothing,
-       whatever an agent before this one left. */
+   /** Called once at the start, before everything else. When it returns the chip limits nothing and
+       no broadcasts pass by the rules, whatever an agent before this one left. */
    virtual void hwInit();
    /** The port has another port-channel than before (or none any more), or that port-channel another
        configuration. Before its levels are looked at. */
