@@ -14,6 +14,8 @@
 #include "Qon/include/stormcontrol/QonStormControlSm.h"
 #include "Qon/include/stormcontrol/QonStormControlSmV2.h"
 #include "bench/Ratio.h"
+#include "platform/Kiv/Log.h"
+#include "platform/Kiv/TaskScheduler.h"
 
 namespace {
 
@@ -230,9 +232,10 @@ speedOfAPort( benchmark::State & state ) {
    Floor floor( 1024 );
    U32 n = 0;
    auto change = [&] {
-      first.phys->intfStatus( port( ++n % 1024 ) )
-            ->speedIs( n / 1024 % 2 ? Interface::EthSpeed::speed10Gbps
-                                    : Interface::EthSpeed::speed25Gbps );
+      ++n;
+      const bool fast = n / 1024 % 2;
+      first.phys->intfStatus( port( n % 1024 ) )
+            ->speedIs( fast ? Interface::EthSpeed::speed10Gbps : Interface::EthSpeed::speed25Gbps );
    };
    for ( auto _ : state ) {
       change();

@@ -440,7 +440,7 @@ StormControlBaseSm::wantedLevel( StormControlIntfSm & machine, const LevelKind &
    if ( kind.cpu ) {
       Threshold & accepted = machine.accepted_[U8( kind.level )];
       if ( threshold.value() == 0 ) {
-         QON_TRACE( stormControlFacility, 2, machine.intf(), " ", kind.type,
+         QON_TRACE( stormControlFacility, 2, machine.intf(), " ", Kiv::toText( kind.type ),
                     " zero rate is not supported" ); // fixed text
          threshold = accepted;
       }

@@ -225,14 +225,15 @@ SoftStormHelperV2::resetPortConfig( IntfId intf ) {
 
 void
 SoftStormHelperV2::handleAggregateTcRulesHelper( U8 trafficClass, const Threshold & threshold ) {
-   part_.completions().add(
-         [this, &part = part_, trafficClass, threshold, ticket = part_.table().hook.ticket()] {
-            if ( part.table().hook.of( ticket ) ) {
-               applyClass( trafficClass );
-            } else {
-               part.table().classIs( trafficClass, threshold );
-            }
-         } );
+   part_.completions().add( [this, &part = part_, trafficClass, threshold,
+                             asked = part_.classAsked( trafficClass ),
+                             ticket = part_.table().hook.ticket()] {
+      if ( part.table().hook.of( ticket ) ) {
+         applyClass( trafficClass );
+      } else if ( part.lastAsked( trafficClass, asked ) ) {
+         part.table().classIs( trafficClass, threshold );
+      }
+   } );
 }
 
 void

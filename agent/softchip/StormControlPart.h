@@ -31,6 +31,9 @@ class StormControlPart : public QonChip::StormControlPart {
    const StormShape & shape() const { return shape_; }
    U32 burstTime() const { return burstTime_; }
    void burstTimeIs( U32 time ) { burstTime_ = time; }
+   /** Counts what is asked for a traffic class: of two answers the later question counts. */
+   U32 classAsked( U8 trafficClass ) { return ++asked_[trafficClass]; }
+   bool lastAsked( U8 trafficClass, U32 question ) { return asked_[trafficClass] == question; }
    /** Before limits change, and after. */
    void changes() { meter_.advance(); }
    void changed();
@@ -43,6 +46,7 @@ class StormControlPart : public QonChip::StormControlPart {
    StormTable table_;
    StormMeter meter_;
    U32 burstTime_ = 0;
+   std::map< U8, U32 > asked_;
    Completions completions_;
    SoftStormCounter * counter_ = nullptr; // the one that lives
 };

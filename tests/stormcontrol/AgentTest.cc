@@ -1,6 +1,8 @@
 // Storm control of a whole agent over the chip in software: limiters that are few, traffic that
 // storms, both generations.
 
+#include <nlohmann/json.hpp>
+
 #include "agent/Agent.h"
 #include "agent/ConfigReader.h"
 #include "agent/softchip/Chip.h"
@@ -117,8 +119,9 @@ TEST_P( StormAgent, WhatExceedsTheLevelIsDroppedCountedLoggedAndDisables ) {
    ASSERT_EQ( logs.records().size(), 1u );
    EXPECT_EQ( logs.records()[0].text.substr( 0, 66 ),
               "Storm Control discarded packets on Interface Ethernet0: UUcast 0, " );
-   event( R"({"event": "errdisableRecover", "port": "Ethernet0"})" );
    event( R"({"event": "stormTraffic", "port": "Ethernet0", "kind": "broadcast", "kbps": 0})" );
+   scheduler.runFor( 3 );
+   event( R"({"event": "errdisableRecover", "port": "Ethernet0"})" );
    scheduler.runFor( 5 );
    EXPECT_EQ( show( "Ethernet0", "broadcast" )["disabled"], "no" );
    event( R"({"event": "fault", "unit": "Slice1", "lost": true})" );

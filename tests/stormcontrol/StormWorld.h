@@ -59,8 +59,13 @@ struct Notes {
             intf.stringValue() + ( cpu ? " cpu " : " " ) + Kiv::toText( type ).substr( 9 );
       const String how = shown( threshold ) + " at " + Kiv::toText( speed ) +
                          ( lag ? " of " + lag.stringValue() : "" );
-      note( key + ": " + how );
-      told[key] = how;
+      const String former = std::exchange( told[key], how );
+      try {
+         note( key + ": " + how );
+      } catch ( ... ) {
+         told[key] = former; // the chip did not take it
+         throw;
+      }
    }
    Calls take() { return std::exchange( calls, {} ); }
 };

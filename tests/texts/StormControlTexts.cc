@@ -3,9 +3,9 @@
 #include "tests/stormcontrol/StormWorld.h"
 #include "tests/texts/Traced.h"
 
+// In their namespace: other files here have other ports called eth().
+namespace StormTests {
 namespace {
-
-using namespace StormTests;
 
 TEST( StormControlTexts, EveryMissingHookIsReported ) {
    Qon::StormControlSmHelper first( "helper" );
@@ -181,3 +181,4 @@ TEST( StormControlTexts, TracesOfDrops ) {
 }
 
 } // namespace
+} // namespace StormTests
