@@ -56,6 +56,7 @@ StormControlSm::updateLevel( StormControlIntfSm & machine, const LevelKind & kin
    if ( given == wanted || intfSm( machine.intf() ) != &machine ) {
       return;
    }
+   given.given = false; // until it returns, who takes everything back takes this back too
    if ( kind.cpu ) {
       QON_HOOK( StormControlSmHelper, helper(), setCpuHwRate, kind.type, machine.intf(), wanted.lag,
                 wanted.speedKbps, wanted.threshold );

@@ -224,6 +224,7 @@ QonStormControlSmV2::program( StormControlIntfSm & machine, const Want & want ) 
          if ( !has( kind ) || level == given || intfSm( intf ) != &machine ) {
             return;
          }
+         given.given = false;
          QON_HOOK( QonStormControlSmHelperV2, helper(), handlePortRulesHelper, kind.type, intf,
                    level.lag, level.speedKbps, level.threshold );
          given = level;
