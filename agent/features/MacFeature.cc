@@ -166,7 +166,9 @@ MacFeature::hardware() const {
       notServed( agent_, "the reading of MAC addresses" );
    }
    for ( auto & [key, host] : *hosts ) {
-      co_yield row( key, host );
+      Row held = row( key, host );
+      held.set( "place", host.place );
+      co_yield held;
    }
 }
 
@@ -188,7 +190,7 @@ MacFeature::showCommands() {
             { "hw mac",
               "MAC entries that the chip holds",
               {},
-              { mac, vlan, intf, type },
+              { mac, vlan, intf, type, { "place", "Place" } },
               [this]( auto & ) { return hardware(); } } };
 }
 

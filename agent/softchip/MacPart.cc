@@ -16,8 +16,11 @@ MacPart::makeProgrammer() {
 std::optional< QonChip::HeldHosts >
 MacPart::hosts() const {
    QonChip::HeldHosts held;
+   const U32 width = table_->shape().width;
    for ( auto && [key, entry] : table_->entries() ) {
-      held[key] = { entry.intf, entry.entryType };
+      held[key] = { entry.intf, entry.entryType,
+                    std::to_string( entry.index / width ) + "." +
+                          std::to_string( entry.index % width ) };
    }
    return held;
 }
