@@ -8,6 +8,7 @@
    one( vlanFeature )      \
    one( topologyFeature )  \
    one( macFeature )       \
+   one( stormControlFeature ) \
    one( verifyFeature )
 // clang-format on
 

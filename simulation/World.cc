@@ -26,6 +26,10 @@ faultsOf( Rng rng ) {
       lines.push_back( "limit lagTable 2" );
       lines.push_back( "limit lagMembers 3" );
    }
+   lines.push_back( "stormLimiter busy 0 0 " + often( 300 ) );
+   if ( rng.percent( 20 ) ) {
+      lines.push_back( "limit stormLimiters " + often( 20 ) );
+   }
    return lines;
 }
 

@@ -35,7 +35,6 @@ QonLogHandle handles[] = {
       { "QonMirroringSm", QonLog::DATAPLANE_MIRROR_INTERNAL_SESSION_RESOURCES_UNAVAILABLE },
       { "QonMirroringSm", QonLog::DATAPLANE_MIRROR_SOURCE_RESOURCES_FULL },
 
-      { "QonStormControlDropLogSm", QonLog::ETH_STORMCONTROL_DISCARDS },
       { "QonTapAggIntfSm", QonLog::TAPAGG_HW_RESOURCE_FULL },
       { "QonOmbraMountSm", QonLog::OMBRA_MOUNT_TIMEOUT },
       { "QonSubIntfSm", QonLog::SUBINTERFACE_HW_RESOURCE_FULL },

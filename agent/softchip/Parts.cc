@@ -5,7 +5,8 @@
    one( addMacPart )      \
    one( addVlanPart )     \
    one( addTopologyPart ) \
-   one( addLagPart )
+   one( addLagPart )      \
+   one( addStormControlPart )
 // clang-format on
 
 #include "agent/softchip/Chip.h"

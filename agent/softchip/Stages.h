@@ -17,6 +17,7 @@ struct PortStage {
 Verdict passArrival( const Chip & chip, Travel & travel );
 Verdict passVlan( const Chip & chip, Travel & travel );
 Verdict passSpanningTree( const Chip & chip, Travel & travel );
+Verdict passStormControl( const Chip & chip, Travel & travel );
 Verdict passDestination( const Chip & chip, Travel & travel );
 
 Verdict passNotBack( const Chip & chip, const Travel & travel, Way & way );
@@ -28,6 +29,7 @@ inline constexpr Stage stages[] = {
       { "arrival", passArrival },
       { "VLAN", passVlan },
       { "spanning tree", passSpanningTree },
+      { "storm control", passStormControl },
       { "destination", passDestination },
 };
 

@@ -4,6 +4,7 @@
 //
 //    library -> ChipMac, ChipTopo, ChipVlan, ChipLag -> (a little later) -> Tables
 //                                                                        -> done, to the library
+//    library -> ChipStorm -> Tables, at once
 //    SmallChip: Tables, and a part for each feature, which reads them back
 //
 // Each hook class can be told to have one fault, as a developer might make it. The tables stand in
@@ -14,6 +15,7 @@
 #include "Later.h"
 #include "chip/LagPart.h"
 #include "chip/MacPart.h"
+#include "chip/StormControlPart.h"
 #include "chip/TopologyPart.h"
 #include "chip/VlanPart.h"
 
@@ -30,6 +32,7 @@ struct Faults {
    bool earlyDone = false;      ///< port states are reported done when they are queued
    bool staleFlags = false;     ///< a member that is there already never changes its flags
    bool tidyDestructor = false; ///< the destructor of the VLAN helper clears the VLAN table
+   bool keptLevel = false;      ///< no limit is taken for nothing new: the one before stays
 };
 
 /** What the chip holds. */
@@ -40,6 +43,7 @@ struct Tables {
    QonChip::HeldTopologies topologies;
    QonChip::HeldVlans vlans;
    QonChip::HeldGroups lags;
+   QonChip::HeldStormControl storm;
 };
 
 /** Hosts: answers every command by its transaction id. */
@@ -273,13 +277,62 @@ class ChipLag : public Velto::Node {
    Kiv::Watch< Config::lagAttr, ChipLag, &ChipLag::handleLag > configWatch_;
 };
 
+/** Storm control: takes every level at once; there is a limiter for each. */
+class ChipStorm : public Qon::StormControlSmHelper {
+ public:
+   using Type = Qon::LevelType;
+   using Threshold = Qon::StormControl::Threshold;
+
+   ChipStorm( Tables & tables, Faults faults )
+       : StormControlSmHelper( "chip" ), tables_( tables ), faults_( faults ) {}
+
+   void hwInit() override { tables_.storm = {}; }
+   void installRules() override {}
+   void updateBcastSkipRule( IntfId, bool ) override {}
+   void handleEthPhyIntfLagConfig( IntfId ) override {}
+   bool uucastLevelEnabled() override { return true; }
+   bool burstEnabled() override { return false; }
+   void programTcAggregateHwRate( U8 trafficClass, const Threshold & threshold ) override {
+      tables_.storm.classes.erase( trafficClass );
+      if ( !( threshold == Threshold() ) ) {
+         tables_.storm.classes[trafficClass] = threshold;
+      }
+   }
+   void setHwRate( Type type, IntfId intf, IntfId, U64 speed, const Threshold & t ) override {
+      set( intf, 2 * ( U32( type ) - 1 ), { t, speed } );
+   }
+   void setCpuHwRate( Type type, IntfId intf, IntfId, U64 speed, const Threshold & t ) override {
+      set( intf, 2 * ( U32( type ) - 1 ) + 1, { t, speed } );
+   }
+   void verifyEnabled( IntfId, bool ) override {}
+   void verifyPort( IntfId, IntfId, U64, const Qon::StormControl::IntfStatus & ) override {}
+   void verifyAggregateTc( U8, const Qon::StormControl::AggregateTcStatus & ) override {}
+
+ private:
+   void set( IntfId intf, U32 level, const QonChip::HeldLevel & limit ) {
+      auto & port = tables_.storm.ports[intf];
+      if ( !( limit.threshold == Threshold() ) ) {
+         port[Qon::StormControl::Level( level )] = limit;
+      } else if ( !faults_.keptLevel ) {
+         port.erase( Qon::StormControl::Level( level ) );
+      }
+      if ( port.empty() ) {
+         tables_.storm.ports.erase( intf );
+      }
+   }
+
+   Tables & tables_;
+   Faults faults_;
+};
+
 /** The chip as an agent and the kit see it; made of these hook classes or of others. */
 template< class Mac = ChipMac, class Topo = ChipTopo, class Vlan = ChipVlan, class Lag = ChipLag >
 class SmallChip : public QonChip::Chip,
                   QonChip::MacPart,
                   QonChip::TopologyPart,
                   QonChip::VlanPart,
-                  QonChip::LagPart {
+                  QonChip::LagPart,
+                  QonChip::StormControlPart {
  public:
    explicit SmallChip( Kiv::TaskScheduler & scheduler, Faults faults = {} )
        : faults_( faults ), wheel_( scheduler.timerWheel() ) {
@@ -287,6 +340,7 @@ class SmallChip : public QonChip::Chip,
       add< QonChip::TopologyPart >( *this );
       add< QonChip::VlanPart >( *this );
       add< QonChip::LagPart >( *this );
+      add< QonChip::StormControlPart >( *this );
    }
    String name() const override { return "small"; }
 
@@ -314,6 +368,19 @@ class SmallChip : public QonChip::Chip,
       return Velto::make< Lag >( tables_, faults_, config, status, wheel_ );
    }
    std::optional< QonChip::HeldGroups > groups() const override { return tables_.lags; }
+
+   Ptr< Qon::StormControlSmHelper >
+   makeStormControlHelper( const Ptr< Qon::QonCommonSmData > & ) override {
+      return Velto::make< ChipStorm >( tables_, faults_ );
+   }
+   /** It counts nothing. */
+   Ptr< Velto::Node >
+   makeDropCounter( const Ptr< Qon::StormControl::DropSliceDir > & slices ) override {
+      return slices;
+   }
+   std::optional< QonChip::HeldStormControl > stormControl() const override {
+      return tables_.storm;
+   }
 
    Faults faults_;
    Kiv::TimerWheel * wheel_;

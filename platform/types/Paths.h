@@ -30,6 +30,25 @@ inline constexpr char topologyStatus[] = "bridging/topology/inst/status"; // ...
 inline constexpr char bridgingConfig[] = "bridging/config";               // Bridging::Config
 inline constexpr char tapAggHwConfig[] = "tapagg/hwconfig";               // TapAgg::HwConfig
 
+// Storm control
+inline constexpr char stormControlConfig[] =
+      "bridging/stormcontrol/config"; // Bridging::StormControl::Config
+inline constexpr char stormControlStatus[] =
+      "bridging/stormcontrol/status"; // Bridging::StormControl::Status
+inline constexpr char hardwareStormControlConfig[] =
+      "hardware/stormcontrol/config"; // Qon::StormControl::PlatformConfig
+inline constexpr char hardwareStormControlStatus[] =
+      "hardware/stormcontrol/status"; // Qon::StormControl::PlatformStatus
+inline constexpr char hardwareStormControlSlice[] =
+      "hardware/stormcontrol/slice"; // Qon::StormControl::DropSliceDir
+inline constexpr char hardwareStormControlDrop[] =
+      "hardware/stormcontrol/drop/status"; // Qon::StormControl::DropStatus
+
+// Interfaces that are taken out of service
+inline constexpr char errdisableConfig[] = "errdisable/cause/config"; // Errdisable::CauseConfig
+inline constexpr char errdisableStormControl[] =
+      "errdisable/cause/storm-control"; // Errdisable::CauseStatus
+
 // The platform
 inline constexpr char hwEpochStatus[] = "hwEpoch/status"; // HwEpoch::Status
 

@@ -51,7 +51,7 @@ TEST( ConfigDb, PortsChannelsAndMembersReachTheMapsOfAllFeatures ) {
    EXPECT_EQ( entities.get( "interface/status/eth/lag/intfStatus[Port-Channel1]/deviceName" ),
               "PortChannel0001" );
    EXPECT_EQ( entities.get( "interface/status/eth/phy/intfStatus[Ethernet4]/speed" ),
-              "40000000000" );
+              "speed40Gbps" );
 }
 
 struct SkippedCase {

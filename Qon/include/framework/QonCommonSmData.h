@@ -84,7 +84,8 @@ class QonCommonSmData : public Kiv::Entity {
 
    // --- Interfaces --------------------------------------------------------------------------------
 
-   // The ports that the agent manages; empty is every port. Writer: hosting agent. Readers: LagSm.
+   // The ports that the agent manages; empty is every port. Writer: hosting agent.
+   // Readers: LagSm, StormControlBaseSm.
    KIV_MAP( Ulnet::IntfId, bool, intf )
    // At least so many ports come; who needs all of them waits. Writer: hosting agent.
    KIV_ATTR( U16, minIntfs, 0 )
@@ -112,7 +113,7 @@ class QonCommonSmData : public Kiv::Entity {
    KIV_MAP( Ulnet::IntfId, Ulnet::IntfId, portToLag )
    // The members of a LAG, with their flags: who asks of a LAG, asks here.
    // Writer: LagSm. Readers: LagView, LagFollowerBase, LagConfigMapCreatorSm, LagMemberCreatorSm,
-   // QonLagCreatorSm.
+   // QonLagCreatorSm, StormControlBaseSm.
    KIV_MAP( Ulnet::IntfId, QonLagPortList, lagToPort )
    // How the hardware holds a LAG. Writer: hosting agent.
    KIV_MAP( Ulnet::IntfId, QonTypes::QonLagType, lagToLagType )
