@@ -28,7 +28,19 @@ inline constexpr char vlanConfig[] = "bridging/vlan/config";         // Bridging
 inline constexpr char topologyConfig[] = "bridging/topology/config"; // Bridging::Topology::Config
 inline constexpr char topologyStatus[] = "bridging/topology/inst/status"; // ...::Inst::Status
 inline constexpr char bridgingConfig[] = "bridging/config";               // Bridging::Config
-inline constexpr char tapAggHwConfig[] = "tapagg/hwconfig";               // TapAgg::HwConfig
+inline constexpr char flowVlanXlateConfig[] =
+      "bridging/vlanmapping/flow"; // Qon::QonFlowVlanXlateConfigDir
+inline constexpr char ingVlanMappingConfig[] =
+      "hardware/vlanmapping/config/ingress"; // Qon::QonVlanMappingConfigDir
+inline constexpr char egrVlanMappingConfig[] = "hardware/vlanmapping/config/egress"; // likewise
+inline constexpr char vlanMappingIntfConfig[] =
+      "hardware/vlanmapping/config/intf"; // Qon::QonVlanMappingIntfConfigDir
+inline constexpr char ingVlanMappingStatus[] =
+      "hardware/vlanmapping/status/ingress"; // Qon::QonVlanMappingStatusDir
+inline constexpr char egrVlanMappingStatus[] = "hardware/vlanmapping/status/egress"; // likewise
+inline constexpr char vlanLagMemberStatus[] =
+      "hardware/vlanmapping/lagmember";                     // Qon::QonVlanLagMemberStatusDir
+inline constexpr char tapAggHwConfig[] = "tapagg/hwconfig"; // TapAgg::HwConfig
 
 // The platform
 inline constexpr char hwEpochStatus[] = "hwEpoch/status"; // HwEpoch::Status
