@@ -200,4 +200,9 @@ MacFeature::eventKinds() {
               [this]( const Json & line ) { return parse( line ); } } };
 }
 
+FeatureKind
+macFeature() {
+   return feature< MacFeature >( "mac" );
+}
+
 } // namespace QonAgent

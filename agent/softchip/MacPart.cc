@@ -1,5 +1,7 @@
 #include "agent/softchip/MacPart.h"
 
+#include "agent/softchip/Chip.h"
+
 namespace SoftChip {
 
 MacPart::MacPart( const Board & board )
@@ -18,6 +20,11 @@ MacPart::hosts() const {
       held[key] = { entry.intf, entry.entryType };
    }
    return held;
+}
+
+void
+addMacPart( Chip & chip ) {
+   chip.addPart< MacPart >();
 }
 
 } // namespace SoftChip

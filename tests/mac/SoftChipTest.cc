@@ -13,6 +13,7 @@
 #include "agent/player/EventPlayer.h"
 #include "agent/server/Console.h"
 #include "agent/softchip/Chip.h"
+#include "agent/softchip/MacPart.h"
 #include "platform/Kiv/Rng.h"
 #include "tests/mac/FakeChip.h"
 
