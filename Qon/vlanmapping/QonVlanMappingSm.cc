@@ -126,6 +126,13 @@ VlanMappingSm::VlanMappingSm( Inputs inputs )
 VlanMappingSm::~VlanMappingSm() = default;
 
 void
+VlanMappingSm::kivDoZombieReactors() {
+   QonBaseSm::kivDoZombieReactors();
+   kivConfig_.kivDoZombieReactors();
+   flowConfigSm_.kivDoZombieReactors();
+}
+
+void
 VlanMappingSm::handleInitialized() {
    if ( !initialized() ) {
       kivConfig_.rest();

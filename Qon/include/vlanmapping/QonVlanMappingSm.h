@@ -136,6 +136,7 @@ class VlanMappingSm : public QonBaseSm, public Checked {
    ~VlanMappingSm() override;
 
    void handleInitialized() override;
+   void kivDoZombieReactors() override;
 
    /** @name Hooks
        `intf` is the interface that the translation is configured for, `isLag` says that it is a
