@@ -11,6 +11,7 @@
    one( simVlan )       \
    one( simMode )       \
    one( simTopology )   \
+   one( simVlanMapping ) \
    one( simDamage )
 // clang-format on
 

@@ -26,6 +26,11 @@ faultsOf( Rng rng ) {
       lines.push_back( "limit lagTable 2" );
       lines.push_back( "limit lagMembers 3" );
    }
+   for ( const char * trouble : { "busy", "full", "fail" } ) {
+      if ( rng.percent( 60 ) ) {
+         lines.push_back( String( "vlanMapping " ) + trouble + " 0 0 " + often( 150 ) );
+      }
+   }
    return lines;
 }
 

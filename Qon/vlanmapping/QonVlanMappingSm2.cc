@@ -38,12 +38,14 @@ VlanMappingSm2::VlanMappingSm2( Inputs inputs ) : in_( std::move( inputs ) ) {
 
 void
 VlanMappingSm2::handleInitialized() {
-   if ( initialized() && !started_ ) {
-      VELTO_ASSERT( !platformVlanMappingStatus()->ready() ); // fixed text
-      started_ = true;
+   if ( initialized() ) {
+      if ( !started_ ) {
+         VELTO_ASSERT( !platformVlanMappingStatus()->ready() ); // fixed text
+         started_ = true;
+      }
       for ( auto & state : { in_.bridgingConfigOutputState, in_.qonFlowConfigOutputState,
                              in_.nativeVlanConfigOutputState } ) {
-         state->readyIs( false ); // as a former run left it
+         state->readyIs( false ); // as a former run left it, or before a pause
       }
    }
    const bool on = initialized();
