@@ -8,6 +8,7 @@
    one( vlanFeature )      \
    one( topologyFeature )  \
    one( macFeature )       \
+   one( vlanMappingFeature ) \
    one( verifyFeature )
 // clang-format on
 

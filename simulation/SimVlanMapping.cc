@@ -171,7 +171,7 @@ SimVlanMapping::message( const Kiv::LogDescriptor & descriptor, const String & t
    String wrong;
    if ( name == "ETH_VLAN_MAPPING_CONFLICT" ) {
       // "VLAN mapping 10 to 20 for interface I on D required by R is already in use by O"
-      const bool nativeAsks = words[11] == "native";
+      const bool nativeAsks = words[12] == "native";
       wrong = model_.conflictHeard( key( 7, 9, 2, false ), nativeAsks ? "native VLAN" : words[12],
                                     words.back() == "VLAN" ? "native VLAN" : words.back() );
    } else if ( name == "ETH_VLAN_MAPPING_PROGRAMMED" ) {
@@ -505,7 +505,8 @@ SimVlanMapping::checkMerged() const {
    for ( auto && [intf, held] : merged_->intfVlanMappingConfigIteratorConst() ) {
       count -= held->vlanMappingConfigs();
       const bool lag = Ulnet::PortChannelIntfId::isPortChannelIntfId( intf );
-      if ( lag && interlock_->portChannelHas( intf ) != world_.acsd->lagToPortHas( intf ) ) {
+      const bool carries = lag && held->vlanMappingConfigs() && world_.acsd->lagToPortHas( intf );
+      if ( interlock_->portChannelHas( intf ) != carries ) {
          return "interlock does not go with the port-channel: " + intf.stringValue();
       }
    }

@@ -149,18 +149,18 @@ VlanMappingSm::handleInitialized() {
    translations_->startsIs( true, graceful );
    const Velto::AtEnd started( [&] { translations_->startsIs( false, graceful ); } );
    Velto::FirstError error;
-   error.run( [&] { follower_.attach( this, acsd() ); } );
    error.run( [&] { start(); } );
    armRetryClock();
    error.pass();
 }
 
-/** The wishes of both sources first, then what the chip has of them; nothing is programmed before
-    all is known. */
+/** Members first, then the wishes of both sources, then what the chip has of them; nothing is
+    programmed before all is known. */
 void
 VlanMappingSm::start() {
    translations_->holdUpIs( true );
    Velto::FirstError error;
+   error.run( [&] { follower_.attach( this, acsd() ); } );
    error.run( [&] {
       kivConfig_.reviewAll( bridgingConfig()->switchIntfConfigIteratorConst(), [&]( IntfId intf ) {
          return Velto::Ptr< const Bridging::SwitchIntfConfig >( config( intf ) );

@@ -175,24 +175,27 @@ PlatformStatusSm::review( const Question & question ) {
    if ( has && !platformStatus_->ready() ) {
       return;
    }
-   const auto result = has ? resultOf( intf, key ) : std::nullopt;
-   if ( auto known = full_.find( intf ) ) {
-      auto reported = known->find( key );
-      if ( reported && ( !has || !( *reported == data ) || result == Result::success ) ) {
-         known->erase( key );
+   const auto found = resultOf( intf, key );
+   const bool known = has && found.has_value();
+   const Result result = found.value_or( Result::handedOver );
+   if ( auto ofIntf = full_.find( intf ) ) {
+      auto reported = ofIntf->find( key );
+      const bool succeeded = known && result == Result::success;
+      if ( reported && ( !has || !( *reported == data ) || succeeded ) ) {
+         ofIntf->erase( key );
       }
-      if ( known->empty() ) {
+      if ( ofIntf->empty() ) {
          full_.erase( intf );
       }
    }
-   if ( result == Result::full ) {
+   if ( known && result == Result::full ) {
       reportFull( intf, key, data );
    }
    for ( ConfigSource source : vlanMappingConfigSources ) {
       const auto all = sourceStatusDir_->sourceVlanMappingStatusIs( source );
-      if ( result && source == data.source() ) {
+      if ( known && source == data.source() ) {
          const auto statuses = all->intfVlanMappingStatusIs( intf );
-         statuses->vlanMappingStatusIs( key, *result );
+         statuses->vlanMappingStatusIs( key, result );
       } else if ( const Velto::Ptr< SourceIntfVlanMappingStatus > statuses{
                         all->intfVlanMappingStatus( intf ) } ) {
          statuses->vlanMappingStatusDel( key );

@@ -475,12 +475,12 @@ VlanTranslations::handOver( IntfId intf, IntfId port, Direction d, Key key, Entr
    const IntfId lag = intf == port ? IntfId() : intf;
    const auto before = directory( d )->vlanMappingConfig( portKey );
    if ( e.state != State::handedNotNow && directory( d )->vlanMappingConfigHas( portKey ) &&
-        before.mapping() == e.held && before.lag() == lag && before.version() == e.version ) {
+        before == QonVlanMappingConfig( e.held, lag, e.heldFor, e.version ) ) {
       return e.state == State::handedHeld ? Status::success : Status::handedOver;
    }
    e.state = State::handedOver;
    e.version = ++version_;
-   directory( d )->vlanMappingConfigIs( portKey, { e.held, lag, e.version } );
+   directory( d )->vlanMappingConfigIs( portKey, { e.held, lag, e.heldFor, e.version } );
    return Status::handedOver;
 }
 

@@ -169,7 +169,8 @@ class VlanTranslations {
    void reviewEncap( IntfId intf );
 
    void restore( Direction d, const PortVlanKey & key, const QonVlanMappingConfig & config );
-   Source restoredOwner( Direction d, const PortVlanKey & key, Mapping mapping ) const;
+   void adoptRuler( IntfId port );
+   Source restoredOwner( const PortVlanKey & key, const QonVlanMappingConfig & config ) const;
    String checkInterface( IntfId intf, const Interface & i ) const;
    String checkEntry( IntfId intf, const Interface & i, Direction d, Key key,
                       const Entry & entry ) const;

@@ -124,13 +124,15 @@ VlanTranslations::restore() {
 void
 VlanTranslations::restore( Direction d, const PortVlanKey & key,
                            const QonVlanMappingConfig & config ) {
-   const IntfId port = key.portId(), intf = rulerOf( port );
+   const IntfId port = key.portId();
+   adoptRuler( port );
+   const IntfId intf = rulerOf( port );
    version_ = std::max( version_, config.version() );
    Entry & held = entry( port, d, key.key() );
    if ( held.state == State::none ) {
       held.state = State::handedOver;
       held.held = config.mapping();
-      held.heldFor = restoredOwner( d, key, config.mapping() );
+      held.heldFor = restoredOwner( key, config );
       held.version = config.version();
       const Source owner = held.heldFor;
       Entry & claim = entry( intf, d, key.key() );
@@ -142,21 +144,38 @@ VlanTranslations::restore( Direction d, const PortVlanKey & key,
    askKey( intf, d, key.key() );
 }
 
-/** For whom a port's key was handed over, by the sets that it is in; if it is in both, by who wants
-    what was handed over. */
+/** A port that holds nothing yet has the ruler that it has: what the directory says is there was put
+    there for that one. */
+void
+VlanTranslations::adoptRuler( IntfId port ) {
+   const IntfId lag = LagView( sm_->acsd() ).lagOf( port );
+   Interface & i = at( port );
+   if ( !lag || i.ruler ) {
+      return;
+   }
+   bool holds = false;
+   for ( auto & entries : i.entries ) {
+      for ( auto && [key, held] : entries ) {
+         holds |= held.state != State::none;
+      }
+   }
+   if ( !holds ) {
+      i.ruler = lag;
+      at( lag ).members.push_back( port );
+   }
+}
+
+/** For whom a port's key was handed over, by the sets that it is in. It is in both when each direction
+    has an owner of its own. */
 QonVlanMappingSource
-VlanTranslations::restoredOwner( Direction d, const PortVlanKey & key, Mapping mapping ) const {
+VlanTranslations::restoredOwner( const PortVlanKey & key,
+                                 const QonVlanMappingConfig & config ) const {
    auto & dir = sm_->in_.qonVlanMappingIntfConfigDir;
    auto sets = dir ? dir->vlanMappingIntfConfig( key.portId() ) : nullptr;
    if ( !sets || !sets->dfVlanXlateKeySetHas( key.key() ) ) {
       return Source::BriselCli;
    }
-   if ( !sets->vlanXlateKeySetHas( key.key() ) ) {
-      return Source::Steerline;
-   }
-   auto i = find( rulerOf( key.portId() ) );
-   auto wanted = i ? wish( *i, d, key.key(), Source::BriselCli ) : std::nullopt;
-   return wanted && *wanted == mapping ? Source::BriselCli : Source::Steerline;
+   return sets->vlanXlateKeySetHas( key.key() ) ? config.source() : Source::Steerline;
 }
 
 // --- Questions -----------------------------------------------------------------------------------

@@ -43,7 +43,7 @@ passVlanMapping( const Chip & chip, Travel & travel ) {
    if ( !to.isNone() ) {
       travel.vlan = to;
    }
-   return { true, what.empty() ? "as it is" : what };
+   return { true, what };
 }
 
 Verdict

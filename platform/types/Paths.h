@@ -39,8 +39,24 @@ inline constexpr char ingVlanMappingStatus[] =
       "hardware/vlanmapping/status/ingress"; // Qon::QonVlanMappingStatusDir
 inline constexpr char egrVlanMappingStatus[] = "hardware/vlanmapping/status/egress"; // likewise
 inline constexpr char vlanLagMemberStatus[] =
-      "hardware/vlanmapping/lagmember";                     // Qon::QonVlanLagMemberStatusDir
-inline constexpr char tapAggHwConfig[] = "tapagg/hwconfig"; // TapAgg::HwConfig
+      "hardware/vlanmapping/lagmember"; // Qon::QonVlanLagMemberStatusDir
+inline constexpr char sourceVlanMappingConfig[] =
+      "vlanmapping/source/config"; // Qon::SourceVlanMappingConfigDir
+inline constexpr char sourceVlanMappingStatus[] =
+      "vlanmapping/source/status"; // Qon::SourceVlanMappingStatusDir
+inline constexpr char bridgingConfigOutputState[] =
+      "vlanmapping/source/state/bridging"; // Qon::VlanMappingOutputState
+inline constexpr char qonFlowConfigOutputState[] = "vlanmapping/source/state/flow";      // likewise
+inline constexpr char nativeVlanConfigOutputState[] = "vlanmapping/source/state/native"; // likewise
+inline constexpr char mergedVlanMappingConfig[] =
+      "vlanmapping/merged"; // Qon::MergedVlanMappingConfig
+inline constexpr char platformVlanMappingConfig[] =
+      "hardware/vlanmapping/platform/config"; // Qon::PlatformVlanMappingConfig
+inline constexpr char platformVlanMappingStatus[] =
+      "hardware/vlanmapping/platform/status"; // Qon::PlatformVlanMappingStatus
+inline constexpr char programmedPortToLag[] = "hardware/lag/programmed"; // Qon::ProgrammedPortToLag
+inline constexpr char portChannelInterlock[] = "lag/interlock"; // Qon::PortChannelInterlockDir
+inline constexpr char tapAggHwConfig[] = "tapagg/hwconfig";     // TapAgg::HwConfig
 
 // The platform
 inline constexpr char hwEpochStatus[] = "hwEpoch/status"; // HwEpoch::Status

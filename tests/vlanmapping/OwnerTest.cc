@@ -93,11 +93,7 @@ TEST_P( Owners, AnOwnerThatFindsNoRoomGivesWay ) {
    // An update that finds no room: the waiting source is next, at once.
    second( 210 );
    takeLogs();
-   chip.answers[name()] = Status::failed;
-   chip.duringAdd = [&] { chip.answers.clear(); }; // the first answer only
-   chip.answer = Status::success;
    chip.answers[name()] = Status::full;
-   chip.duringAdd = nullptr;
    first( 112 );
    EXPECT_EQ( chip.held, Held() ); // the other found no room either
    EXPECT_EQ( takeLogs(), ( std::vector{ fullLog( 10, 112, "Ethernet1", c.direction() ),

@@ -233,9 +233,9 @@ TEST( PipelineTexts, AStatusThatIsReadyBeforeTheStartIsFatal ) {
    w.status->readyIs( false );
    w.startPipeline();
    EXPECT_THROW( w.wants( cli, eth( 1 ), in, 10, 4095 ), Velto::RangeError );
-   EXPECT_EQ( w.sources->sourceVlanMappingConfig( ConfigSource::bridging )
-                    ->intfVlanMappingConfigs(),
-              0u );
+   EXPECT_EQ(
+         w.sources->sourceVlanMappingConfig( ConfigSource::bridging )->intfVlanMappingConfigs(),
+         0u );
 }
 
 } // namespace

@@ -69,8 +69,9 @@ class QonFlowVlanXlateConfigDir : public Kiv::Entity {
 class QonVlanMappingConfig {
    Bridging::VlanXlateMapping mapping_;
    Ulnet::IntfId lag_;
+   QonVlanMappingSource source_ = QonVlanMappingSource::BriselCli;
    U32 version_ = 0;
-   KIV_VALUE( Qon, QonVlanMappingConfig, mapping, lag, version )
+   KIV_VALUE( Qon, QonVlanMappingConfig, mapping, lag, source, version )
 };
 
 /** What became of it: the result, and the version that it is the result of. A chip agent that keeps
