@@ -204,7 +204,7 @@ IntfConfigMergeSm::checkInvariants() const {
 
 ConfigMergeSm::ConfigMergeSm( Inputs inputs )
     : in_( std::move( inputs ) ),
-      sync_( this, in_.scheduler, "VlanMappingMerge", [this] { return syncStep(); } ) {}
+      sync_( this, in_.scheduler, "VlanMappingMerge", 1, [this] { return syncStep(); } ) {}
 
 void
 ConfigMergeSm::kivDoZombieReactors() {

@@ -14,8 +14,8 @@ constexpr U32 startPriority = 6;
 // --- Slices of the start -------------------------------------------------------------------------
 
 SlicedStart::SlicedStart( Velto::Node * owner, Kiv::TaskScheduler * scheduler, const char * name,
-                          std::function< bool() > step )
-    : owner_( owner ), step_( std::move( step ) ) {
+                          U32 units, std::function< bool() > step )
+    : owner_( owner ), units_( units ), step_( std::move( step ) ) {
    if ( scheduler ) {
       task_.emplace( this, scheduler, name );
    }
@@ -43,7 +43,11 @@ bool
 SlicedStart::Work::run() {
    const Velto::Hold alive( start_->owner_ );
    while ( !start_->owner_->zombie() && start_->step_() ) {
-      if ( shouldYield() ) {
+      bool usedUp = false;
+      for ( U32 unit = 0; unit < start_->units_; ++unit ) {
+         usedUp |= shouldYield();
+      }
+      if ( usedUp ) {
          return true;
       }
    }

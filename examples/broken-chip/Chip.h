@@ -15,6 +15,7 @@
 #include "chip/LagPart.h"
 #include "chip/MacPart.h"
 #include "chip/TopologyPart.h"
+#include "chip/VlanMappingPart.h"
 #include "chip/VlanPart.h"
 
 namespace Chip {
@@ -29,17 +30,20 @@ struct Faults {
    bool fullAborts = false;     ///< a full host table is taken for impossible
    bool earlyDone = false;      ///< port states are reported done when they are queued
    bool staleFlags = false;     ///< a member that is there already never changes its flags
+   bool keptMapping = false;    ///< a translation that is there already keeps its mapping
    bool tidyDestructor = false; ///< the destructor of the VLAN helper clears the VLAN table
 };
 
 /** What the chip holds. */
 struct Tables {
-   static constexpr std::size_t hostRoom = 1024, topoRoom = 16, lagRoom = 16, memberRoom = 8;
+   static constexpr std::size_t hostRoom = 1024, topoRoom = 16, lagRoom = 16, memberRoom = 8,
+                                translationRoom = 512;
 
    QonChip::HeldHosts hosts;
    QonChip::HeldTopologies topologies;
    QonChip::HeldVlans vlans;
    QonChip::HeldGroups lags;
+   QonChip::HeldTranslations translations;
 };
 
 /** Hosts: answers every command by its transaction id. */
@@ -273,12 +277,58 @@ class ChipLag : public Velto::Node {
    Kiv::Watch< Config::lagAttr, ChipLag, &ChipLag::handleLag > configWatch_;
 };
 
+/** Translations: done when the hook returns. */
+class ChipVlanMapping : public Qon::VlanMappingSm {
+ public:
+   ChipVlanMapping( Inputs inputs, Tables & tables, Faults faults )
+       : VlanMappingSm( std::move( inputs ) ), tables_( tables ), faults_( faults ) {}
+
+   Status doAddIngressVlanMapping( IntfId, bool, const Qon::PortVlanKey & key,
+                                   const Mapping & mapping ) override {
+      return write( { Direction::ingress, key }, mapping );
+   }
+   Status doAddEgressVlanMapping( IntfId, bool, const Qon::PortVlanKey & key,
+                                  const Mapping & mapping ) override {
+      return write( { Direction::egress, key }, mapping );
+   }
+   void doDelIngressVlanMapping( IntfId, bool, const Qon::PortVlanKey & key ) override {
+      tables_.translations.erase( { Direction::ingress, key } );
+   }
+   void doDelEgressVlanMapping( IntfId, bool, const Qon::PortVlanKey & key ) override {
+      tables_.translations.erase( { Direction::egress, key } );
+   }
+   Status doUpdateIngressVlanMapping( IntfId, bool, const Qon::PortVlanKey & key,
+                                      const Mapping & mapping ) override {
+      return write( { Direction::ingress, key }, mapping );
+   }
+   Status doUpdateEgressVlanMapping( IntfId, bool, const Qon::PortVlanKey & key,
+                                     const Mapping & mapping ) override {
+      return write( { Direction::egress, key }, mapping );
+   }
+
+ private:
+   Status write( const QonChip::HeldTranslationKey & key, const Mapping & mapping ) {
+      auto & all = tables_.translations;
+      if ( all.contains( key ) && faults_.keptMapping ) {
+         return Status::success;
+      }
+      if ( !all.contains( key ) && all.size() == Tables::translationRoom ) {
+         return Status::full;
+      }
+      all[key] = mapping;
+      return Status::success;
+   }
+   Tables & tables_;
+   Faults faults_;
+};
+
 /** The chip as an agent and the kit see it; made of these hook classes or of others. */
 template< class Mac = ChipMac, class Topo = ChipTopo, class Vlan = ChipVlan, class Lag = ChipLag >
 class SmallChip : public QonChip::Chip,
                   QonChip::MacPart,
                   QonChip::TopologyPart,
                   QonChip::VlanPart,
+                  QonChip::VlanMappingPart,
                   QonChip::LagPart {
  public:
    explicit SmallChip( Kiv::TaskScheduler & scheduler, Faults faults = {} )
@@ -286,6 +336,7 @@ class SmallChip : public QonChip::Chip,
       add< QonChip::MacPart >( *this );
       add< QonChip::TopologyPart >( *this );
       add< QonChip::VlanPart >( *this );
+      add< QonChip::VlanMappingPart >( *this );
       add< QonChip::LagPart >( *this );
    }
    String name() const override { return "small"; }
@@ -308,6 +359,15 @@ class SmallChip : public QonChip::Chip,
       return Velto::make< Vlan >( tables_, faults_, acsd.ptr(), wheel_ );
    }
    std::optional< QonChip::HeldVlans > vlans() const override { return tables_.vlans; }
+
+   Ptr< Qon::VlanMappingSm >
+   makeVlanMappingSm( Qon::VlanMappingSm::Inputs inputs,
+                      const QonChip::VlanMappingPart::Statuses & ) override {
+      return Qon::smIs< ChipVlanMapping >( std::move( inputs ), tables_, faults_ );
+   }
+   std::optional< QonChip::HeldTranslations > translations() const override {
+      return tables_.translations;
+   }
 
    Ptr< Velto::Node > makeProgrammer( const Ptr< const Hardware::Lag::Config > & config,
                                       const Ptr< Hardware::Lag::Status > & status ) override {

@@ -246,16 +246,16 @@ TEST( Conformance, TheChipInSoftwarePasses ) {
    }
 }
 
-TEST( Conformance, TheBrokenChipHasItsFiveFindings ) {
+TEST( Conformance, TheBrokenChipHasItsSixFindings ) {
    String text;
    EXPECT_EQ( brokenChip( "--healthy --seed 7", text ), 0 ) << text;
    EXPECT_NE( text.find( "\n0 findings\n" ), String::npos );
    EXPECT_EQ( brokenChip( "", text ), 1 );
-   EXPECT_NE( text.find( "\n5 findings\n" ), String::npos ) << text;
+   EXPECT_NE( text.find( "\n6 findings\n" ), String::npos ) << text;
    const std::pair< const char *, const char * > faults[] = {
          { "lost-answer", "mac.answer" },          { "full-aborts", "mac.full" },
          { "early-done", "topo.early" },           { "stale-flags", "lag.flags" },
-         { "tidy-destructor", "vlan.destructor" },
+         { "tidy-destructor", "vlan.destructor" }, { "kept-mapping", "vlanmapping.latest" },
    };
    for ( auto [fault, contract] : faults ) {
       EXPECT_EQ( brokenChip( String( "--fault " ) + fault, text ), 1 );

@@ -1,6 +1,7 @@
 // What the chip answers: not now, no room, never, later; on ports and on port-channels whose members
 // come and go in the middle of it.
 
+#include "platform/Kiv/Listener.h"
 #include "tests/vlanmapping/VlanMappingWorld.h"
 
 namespace {

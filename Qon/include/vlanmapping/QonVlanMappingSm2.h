@@ -23,6 +23,7 @@
 // Ownership: VlanMappingSm2 counts the inputs and outputs and owns the stages, which can stand alone.
 // encapVlan of the shared data is written here, or by the first generation, whichever the agent runs.
 
+#include <functional>
 #include <optional>
 
 #include "Qon/include/framework/EntityKeys.h"
@@ -44,8 +45,8 @@ using Key = QonVlanMappingKey;
 /** Work at the start that is cut into slices; without a scheduler it is done at once. */
 class SlicedStart {
  public:
-   /** `step` does one unit of work, and returns false when none is left; the owner is held. */
-   SlicedStart( Velto::Node * owner, Kiv::TaskScheduler * scheduler, const char * name,
+   /** `step` does so many units of work, and returns false when none is left; the owner is held. */
+   SlicedStart( Velto::Node * owner, Kiv::TaskScheduler * scheduler, const char * name, U32 units,
                 std::function< bool() > step );
    void begin();
    bool working() const { return task_ && task_->awake(); }
@@ -60,6 +61,7 @@ class SlicedStart {
       SlicedStart * start_;
    };
    Velto::Node * owner_;
+   const U32 units_;
    const std::function< bool() > step_;
    std::optional< Work > task_;
 };
@@ -140,7 +142,7 @@ class SourceConfigSm : public QonBaseSm {
    SourceConfigSm( Velto::Ptr< const Dir > input, SourceOutput output,
                    Kiv::TaskScheduler * scheduler )
        : input_( std::move( input ) ), output_( std::move( output ) ),
-         start_( this, scheduler, "VlanMappingSource", [this] { return step(); } ) {}
+         start_( this, scheduler, "VlanMappingSource", 64, [this] { return step(); } ) {}
 
    void handleInitialized() override;
    void kivDoZombieReactors() override {
