@@ -125,9 +125,11 @@ LagResolutionSm::reviewPort( IntfId port ) {
    for ( auto && entry : keys ) {
       error.run( [&] { reviewKey( port, ruler, entry.key ); } );
    }
-   if ( listener_ && now != before ) {
+   if ( now != before ) {
       for ( IntfId intf : { before, now, port } ) {
-         error.run( [&] { listener_->handleTargets( intf ); } );
+         if ( listener_ ) {
+            error.run( [&] { listener_->handleTargets( intf ); } );
+         }
       }
    }
    error.pass();

@@ -138,7 +138,7 @@ XlateIntfSm::handleInitialized() {
    const Velto::Hold alive( this );
    Velto::FirstError error;
    for ( const Key & key : output_->keysOf( config_->intf() ) ) {
-      if ( !wanted( key.direction(), key.key() ) ) {
+      if ( !wanted( key.direction(), key.key() ) && !zombie() ) {
          error.run( [&] { output_->mappingIs( config_->intf(), key, {} ); } );
       }
    }
@@ -182,14 +182,14 @@ NativeIntfSm::handleNativeVlan() {
    Velto::FirstError error;
    auto vlan = [this]( Direction d ) { return config_->nativeVlan( d ); };
    for ( Direction d : Bridging::vlanMappingDirections ) {
-      if ( !vlan( d ).isNone() ) {
+      if ( !vlan( d ).isNone() && !zombie() ) {
          error.run( [&] {
             output_->mappingIs( config_->intf(), Key( d, vlan( d ).value(), 0 ),
                                 VlanXlateMapping( vlan( d ).value(), 0 ) );
          } );
       }
    }
-   for ( const Key & key : output_->keysOf( config_->intf() ) ) {
+   for ( const Key & key : zombie() ? std::vector< Key >() : output_->keysOf( config_->intf() ) ) {
       if ( vlan( key.direction() ).value() != key.vlanId() && !zombie() ) {
          error.run( [&] { output_->mappingIs( config_->intf(), key, {} ); } );
       }
@@ -238,6 +238,7 @@ SourceConfigSm< source, Attr, IntfSm, entityOf, entitiesOf >::step() {
 template< ConfigSource source, class Attr, class IntfSm, auto entityOf, auto entitiesOf >
 void
 SourceConfigSm< source, Attr, IntfSm, entityOf, entitiesOf >::handleIntf( const IntfId & intf ) {
+   const Velto::Hold alive( this );
    Config * wanted = input_ ? ( input_.ptr()->*entityOf )( intf ) : nullptr;
    intfs_.review( intf, Velto::Ptr< Config >( wanted ) );
    if ( !wanted && !intfs_.has( intf ) ) {

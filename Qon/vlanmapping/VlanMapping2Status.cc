@@ -97,6 +97,7 @@ PlatformStatusSm::handlePlatformIntf( const IntfId & port ) {
       for ( auto && [key, data] : config->vlanMappingConfigIteratorConst() ) {
          intfs.emplace( data.intf() );
       }
+      const Velto::Hold alive( this );
       for ( auto && entry : intfs ) {
          handleMergedIntf( entry.key );
       }

@@ -62,14 +62,10 @@ void
 SoftVlanMappingSm::follow( Direction d ) {
    entries_[U8( d )].attach( &directory( d ),
                              [this, d]( const PortVlanKey & key ) { entryHeard( d, key ); } );
-   std::vector< PortVlanKey > gone;
-   for ( auto && [key, mapping] : table_.entries( d ) ) {
+   for ( const PortVlanKey & key : table_.keys( d ) ) {
       if ( !directory( d ).vlanMappingConfigHas( key ) ) {
-         gone.push_back( key );
+         table_.remove( d, key );
       }
-   }
-   for ( auto & key : gone ) {
-      table_.remove( d, key );
    }
    for ( auto && [key, config] : directory( d ).vlanMappingConfigIteratorConst() ) {
       if ( !statuses( d ).vlanMappingStatusHas( key ) ||
@@ -109,7 +105,7 @@ void
 PlatformFollower::begin() {
    std::vector< std::pair< IntfId, Key > > held;
    for ( Direction d : vlanMappingDirections ) {
-      for ( auto && [key, mapping] : table_.entries( d ) ) {
+      for ( const PortVlanKey & key : table_.keys( d ) ) {
          const bool native = Qon::isNative( key.key() );
          held.emplace_back( key.portId(),
                             Key( d, key.vlanId(), native ? U16( 0 ) : key.innerVlanId() ) );
@@ -175,8 +171,9 @@ PlatformFollower::handleKey( const IntfId & port, const Key & key ) {
    }
    auto known = status_->intfVlanMappingStatus( port );
    if ( known && known->vlanMappingStatusHas( key ) &&
-        known->vlanMappingStatus( key ).version() == data.version() ) {
-      return; // answered
+        known->vlanMappingStatus( key ).version() == data.version() &&
+        known->vlanMappingStatus( key ).result() != TableAddStatus::notNow ) {
+      return; // answered for good
    }
    table_.remove( d, tableKey( port, key, !native ) );
    table_.request( d, tableKey( port, key, native ), data.merged().mapping(), data.version() );

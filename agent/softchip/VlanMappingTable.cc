@@ -51,6 +51,18 @@ VlanMappingTable::remove( Direction d, const Key & key ) {
    entries_[U8( d )].erase( key );
 }
 
+std::vector< Qon::PortVlanKey >
+VlanMappingTable::keys( Direction d ) const {
+   std::vector< Key > all;
+   for ( auto && [key, mapping] : entries_[U8( d )] ) {
+      all.push_back( key );
+   }
+   for ( auto && [key, number] : latest_[U8( d )] ) {
+      all.push_back( key );
+   }
+   return all;
+}
+
 std::optional< VlanMappingTable::Mapping >
 VlanMappingTable::mapping( Direction d, const Key & key ) const {
    auto held = entries_[U8( d )].find( key );

@@ -63,6 +63,8 @@ class VlanMappingTable {
    /** When requests are done. */
    Completions & completions() { return completions_; }
    const Entries & entries( Direction d ) const { return entries_[U8( d )]; }
+   /** The keys that the table has, or will have when what is under way is done. */
+   std::vector< Key > keys( Direction d ) const;
    /** None: the chip does not translate it. */
    std::optional< Mapping > mapping( Direction d, const Key & key ) const;
    const VlanMappingShape & shape() const { return shape_; }

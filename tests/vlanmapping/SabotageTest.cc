@@ -47,11 +47,9 @@ TEST( VlanMappingSabotage, OfTheDirectories ) {
       } );
       saboteur.does( [&] { w.config->switchIntfConfigDel( po( 1 ) ); } );
       saboteur.ends( [&] {
-         const String wrong = w.sm->checkInvariants();
-         return !wrong.empty()                           ? wrong
-                : w.acsd->encapVlans()                   ? String( "encapVlan left" )
-                : w.ingConfig->vlanMappingConfigs() != 1 ? String( "directory differs" )
-                                                         : String();
+         w.sm->handleVerify();
+         return w.acsd->verifyData()->verifyInc() ? String( "the directories differ" )
+                                                  : w.sm->checkInvariants();
       } );
    } );
 }
