@@ -9,6 +9,7 @@
    one( topologyFeature )  \
    one( macFeature )       \
    one( stormControlFeature ) \
+   one( vlanMappingFeature ) \
    one( verifyFeature )
 // clang-format on
 

@@ -12,6 +12,7 @@
    one( simMode )       \
    one( simTopology )   \
    one( simStorm )      \
+   one( simVlanMapping ) \
    one( simDamage )
 // clang-format on
 

@@ -30,6 +30,11 @@ faultsOf( Rng rng ) {
    if ( rng.percent( 20 ) ) {
       lines.push_back( "limit stormLimiters " + often( 20 ) );
    }
+   for ( const char * trouble : { "busy", "full", "fail" } ) {
+      if ( rng.percent( 60 ) ) {
+         lines.push_back( String( "vlanMapping " ) + trouble + " 0 0 " + often( 150 ) );
+      }
+   }
    return lines;
 }
 

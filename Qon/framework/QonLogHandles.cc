@@ -8,11 +8,6 @@ namespace Qon {
 namespace {
 
 QonLogHandle handles[] = {
-      { "QonVlanMappingSm", QonLog::ETH_VLAN_MAPPING_CONFLICT },
-      { "QonVlanMappingSm", QonLog::ETH_VLAN_ENCAP_TABLE_FULL },
-      { "QonVlanMappingSm", QonLog::ETH_VLAN_MAPPING_TABLE_FULL },
-      { "QonVlanMappingSm", QonLog::ETH_VLAN_MAPPING_PROGRAMMED },
-
       { "QonL2ProtocolForwardingSm", QonLog::DATAPLANE_L2_PROTOCOL_FORWARDING_HW_RESOURCE_FULL },
 
       { "QonMulticastSm", QonLog::DATAPLANE_MACTABLEENTRYCLEAR },

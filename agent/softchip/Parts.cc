@@ -5,6 +5,7 @@
    one( addMacPart )      \
    one( addVlanPart )     \
    one( addTopologyPart ) \
+   one( addVlanMappingPart ) \
    one( addLagPart )      \
    one( addStormControlPart )
 // clang-format on

@@ -31,7 +31,9 @@ Chip::forward( const Frame & frame ) const {
    Travel travel = { frame, frame.port, frame.vlan, false, {} };
    for ( auto & stage : stages ) {
       const Verdict verdict = stage.pass( *this, travel );
-      passage.steps.push_back( { stage.name, verdict.what } );
+      if ( !verdict.what.empty() ) {
+         passage.steps.push_back( { stage.name, verdict.what } );
+      }
       if ( !verdict.goesOn ) {
          return passage;
       }

@@ -5,6 +5,7 @@
 #include "agent/softchip/HostTable.h"
 #include "agent/softchip/LagTable.h"
 #include "agent/softchip/StormTable.h"
+#include "agent/softchip/VlanMappingTable.h"
 
 namespace SoftChip {
 
@@ -14,6 +15,7 @@ struct Shape {
    U32 topologies = 4096; ///< without any on a chip that keeps forwarding per VLAN
    LagLimits lags = {};
    StormShape storm = {};
+   VlanMappingShape vlanMapping = {};
    Kiv::Seconds latency = 0; ///< see Chip::latencyIs()
 };
 

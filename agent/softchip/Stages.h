@@ -15,6 +15,7 @@ struct PortStage {
 };
 
 Verdict passArrival( const Chip & chip, Travel & travel );
+Verdict passVlanMapping( const Chip & chip, Travel & travel );
 Verdict passVlan( const Chip & chip, Travel & travel );
 Verdict passSpanningTree( const Chip & chip, Travel & travel );
 Verdict passStormControl( const Chip & chip, Travel & travel );
@@ -23,10 +24,12 @@ Verdict passDestination( const Chip & chip, Travel & travel );
 Verdict passNotBack( const Chip & chip, const Travel & travel, Way & way );
 Verdict passMember( const Chip & chip, const Travel & travel, Way & way );
 Verdict passVlanOut( const Chip & chip, const Travel & travel, Way & way );
+Verdict passVlanMappingOut( const Chip & chip, const Travel & travel, Way & way );
 Verdict passSpanningTreeOut( const Chip & chip, const Travel & travel, Way & way );
 
 inline constexpr Stage stages[] = {
       { "arrival", passArrival },
+      { "VLAN mapping", passVlanMapping },
       { "VLAN", passVlan },
       { "spanning tree", passSpanningTree },
       { "storm control", passStormControl },
@@ -38,6 +41,7 @@ inline constexpr PortStage portStages[] = {
       { "not back", passNotBack },
       { "member", passMember },
       { "VLAN", passVlanOut },
+      { "VLAN mapping", passVlanMappingOut },
       { "spanning tree", passSpanningTreeOut },
 };
 

@@ -17,6 +17,7 @@
 #include "chip/MacPart.h"
 #include "chip/StormControlPart.h"
 #include "chip/TopologyPart.h"
+#include "chip/VlanMappingPart.h"
 #include "chip/VlanPart.h"
 
 namespace Chip {
@@ -31,19 +32,22 @@ struct Faults {
    bool fullAborts = false;     ///< a full host table is taken for impossible
    bool earlyDone = false;      ///< port states are reported done when they are queued
    bool staleFlags = false;     ///< a member that is there already never changes its flags
+   bool keptMapping = false;    ///< a translation that is there already keeps its mapping
    bool tidyDestructor = false; ///< the destructor of the VLAN helper clears the VLAN table
    bool keptLevel = false;      ///< no limit is taken for nothing new: the one before stays
 };
 
 /** What the chip holds. */
 struct Tables {
-   static constexpr std::size_t hostRoom = 1024, topoRoom = 16, lagRoom = 16, memberRoom = 8;
+   static constexpr std::size_t hostRoom = 1024, topoRoom = 16, lagRoom = 16, memberRoom = 8,
+                                translationRoom = 512;
 
    QonChip::HeldHosts hosts;
    QonChip::HeldTopologies topologies;
    QonChip::HeldVlans vlans;
    QonChip::HeldGroups lags;
    QonChip::HeldStormControl storm;
+   QonChip::HeldTranslations translations;
 };
 
 /** Hosts: answers every command by its transaction id. */
@@ -325,6 +329,51 @@ class ChipStorm : public Qon::StormControlSmHelper {
    Faults faults_;
 };
 
+/** Translations: done when the hook returns. */
+class ChipVlanMapping : public Qon::VlanMappingSm {
+ public:
+   ChipVlanMapping( Inputs inputs, Tables & tables, Faults faults )
+       : VlanMappingSm( std::move( inputs ) ), tables_( tables ), faults_( faults ) {}
+
+   Status doAddIngressVlanMapping( IntfId, bool, const Qon::PortVlanKey & key,
+                                   const Mapping & mapping ) override {
+      return write( { Direction::ingress, key }, mapping );
+   }
+   Status doAddEgressVlanMapping( IntfId, bool, const Qon::PortVlanKey & key,
+                                  const Mapping & mapping ) override {
+      return write( { Direction::egress, key }, mapping );
+   }
+   void doDelIngressVlanMapping( IntfId, bool, const Qon::PortVlanKey & key ) override {
+      tables_.translations.erase( { Direction::ingress, key } );
+   }
+   void doDelEgressVlanMapping( IntfId, bool, const Qon::PortVlanKey & key ) override {
+      tables_.translations.erase( { Direction::egress, key } );
+   }
+   Status doUpdateIngressVlanMapping( IntfId, bool, const Qon::PortVlanKey & key,
+                                      const Mapping & mapping ) override {
+      return write( { Direction::ingress, key }, mapping );
+   }
+   Status doUpdateEgressVlanMapping( IntfId, bool, const Qon::PortVlanKey & key,
+                                     const Mapping & mapping ) override {
+      return write( { Direction::egress, key }, mapping );
+   }
+
+ private:
+   Status write( const QonChip::HeldTranslationKey & key, const Mapping & mapping ) {
+      auto & all = tables_.translations;
+      if ( all.contains( key ) && faults_.keptMapping ) {
+         return Status::success;
+      }
+      if ( !all.contains( key ) && all.size() == Tables::translationRoom ) {
+         return Status::full;
+      }
+      all[key] = mapping;
+      return Status::success;
+   }
+   Tables & tables_;
+   Faults faults_;
+};
+
 /** The chip as an agent and the kit see it; made of these hook classes or of others. */
 template< class Mac = ChipMac, class Topo = ChipTopo, class Vlan = ChipVlan, class Lag = ChipLag >
 class SmallChip : public QonChip::Chip,
@@ -332,13 +381,15 @@ class SmallChip : public QonChip::Chip,
                   QonChip::TopologyPart,
                   QonChip::VlanPart,
                   QonChip::LagPart,
-                  QonChip::StormControlPart {
+                  QonChip::StormControlPart,
+                  QonChip::VlanMappingPart {
  public:
    explicit SmallChip( Kiv::TaskScheduler & scheduler, Faults faults = {} )
        : faults_( faults ), wheel_( scheduler.timerWheel() ) {
       add< QonChip::MacPart >( *this );
       add< QonChip::TopologyPart >( *this );
       add< QonChip::VlanPart >( *this );
+      add< QonChip::VlanMappingPart >( *this );
       add< QonChip::LagPart >( *this );
       add< QonChip::StormControlPart >( *this );
    }
@@ -362,6 +413,15 @@ class SmallChip : public QonChip::Chip,
       return Velto::make< Vlan >( tables_, faults_, acsd.ptr(), wheel_ );
    }
    std::optional< QonChip::HeldVlans > vlans() const override { return tables_.vlans; }
+
+   Ptr< Qon::VlanMappingSm >
+   makeVlanMappingSm( Qon::VlanMappingSm::Inputs inputs,
+                      const QonChip::VlanMappingPart::Statuses & ) override {
+      return Qon::smIs< ChipVlanMapping >( std::move( inputs ), tables_, faults_ );
+   }
+   std::optional< QonChip::HeldTranslations > translations() const override {
+      return tables_.translations;
+   }
 
    Ptr< Velto::Node > makeProgrammer( const Ptr< const Hardware::Lag::Config > & config,
                                       const Ptr< Hardware::Lag::Status > & status ) override {
