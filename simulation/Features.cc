@@ -4,6 +4,7 @@
 #include "simulation/SimHostTable.h"
 #include "simulation/SimLag.h"
 #include "simulation/SimMac.h"
+#include "simulation/SimMirror.h"
 #include "simulation/SimMlag.h"
 #include "simulation/SimMode.h"
 #include "simulation/SimTime.h"
@@ -39,6 +40,7 @@ featureKinds() {
          kindOf< SimMac >( "mac" ),           kindOf< SimHostTable >( "hosts" ),
          kindOf< SimVlan >( "vlan" ),         kindOf< SimMode >( "mode" ),
          kindOf< SimTopology >( "topology" ), kindOf< SimDamage >( "damage" ),
+         kindOf< SimMirror >( "mirror" ),
    };
    return kinds;
 }

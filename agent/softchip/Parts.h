@@ -3,6 +3,7 @@
 
 #include "agent/softchip/LagPart.h"
 #include "agent/softchip/MacPart.h"
+#include "agent/softchip/MirrorPart.h"
 #include "agent/softchip/TopologyPart.h"
 #include "agent/softchip/VlanPart.h"
 
@@ -15,6 +16,7 @@ using Parts = PartList< //
       MacPart,          //
       VlanPart,         //
       TopologyPart,     //
-      LagPart >;
+      LagPart,          //
+      MirrorPart >;
 
 } // namespace SoftChip

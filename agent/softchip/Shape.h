@@ -4,6 +4,7 @@
 #include "agent/softchip/ChipKind.h"
 #include "agent/softchip/HostTable.h"
 #include "agent/softchip/LagTable.h"
+#include "agent/softchip/MirrorTable.h"
 
 namespace SoftChip {
 
@@ -12,6 +13,7 @@ struct Shape {
    HostTableShape hosts = {};
    U32 topologies = 4096; ///< without any on a chip that keeps forwarding per VLAN
    LagLimits lags = {};
+   MirrorLimits mirrors = {};
    Kiv::Seconds latency = 0; ///< see Chip::latencyIs()
 };
 

@@ -17,17 +17,20 @@ struct PortStage {
 Verdict passArrival( const Chip & chip, Travel & travel );
 Verdict passVlan( const Chip & chip, Travel & travel );
 Verdict passSpanningTree( const Chip & chip, Travel & travel );
+Verdict passMirror( const Chip & chip, Travel & travel );
 Verdict passDestination( const Chip & chip, Travel & travel );
 
 Verdict passNotBack( const Chip & chip, const Travel & travel, Way & way );
 Verdict passMember( const Chip & chip, const Travel & travel, Way & way );
 Verdict passVlanOut( const Chip & chip, const Travel & travel, Way & way );
 Verdict passSpanningTreeOut( const Chip & chip, const Travel & travel, Way & way );
+Verdict passMirrorOut( const Chip & chip, const Travel & travel, Way & way );
 
 inline constexpr Stage stages[] = {
       { "arrival", passArrival },
       { "VLAN", passVlan },
       { "spanning tree", passSpanningTree },
+      { "mirror", passMirror },
       { "destination", passDestination },
 };
 
@@ -37,6 +40,7 @@ inline constexpr PortStage portStages[] = {
       { "member", passMember },
       { "VLAN", passVlanOut },
       { "spanning tree", passSpanningTreeOut },
+      { "mirror", passMirrorOut },
 };
 
 } // namespace SoftChip

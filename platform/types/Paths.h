@@ -29,6 +29,18 @@ inline constexpr char topologyConfig[] = "bridging/topology/config"; // Bridging
 inline constexpr char topologyStatus[] = "bridging/topology/inst/status"; // ...::Inst::Status
 inline constexpr char bridgingConfig[] = "bridging/config";               // Bridging::Config
 inline constexpr char tapAggHwConfig[] = "tapagg/hwconfig";               // TapAgg::HwConfig
+inline constexpr char forwardingMode[] =
+      "bridging/forwardingmode/config"; // Bridging::ForwardingModeConfig
+
+// Mirroring, and what it reads
+inline constexpr char mirroringConfig[] = "mirroring/config"; // Mirroring::Config
+inline constexpr char mirroringStatus[] = "mirroring/status"; // Mirroring::Status
+inline constexpr char mirroringHwCapability[] =
+      "mirroring/hwcapability"; // Mirroring::HwCapability
+inline constexpr char hardwareMirroringStatus[] =
+      "hardware/mirroring/status";                          // Mirroring::HwStatus
+inline constexpr char aclConfig[] = "acl/config";       // Acl::Config
+inline constexpr char tunnelStatus[] = "tunnel/status"; // Tunnel::Status
 
 // The platform
 inline constexpr char hwEpochStatus[] = "hwEpoch/status"; // HwEpoch::Status
