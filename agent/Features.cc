@@ -1,27 +1,29 @@
 // The list of features: a line each. Any order comes to the same end.
 
+// clang-format off
+#define FEATURES( one )    \
+   one( faultFeature )     \
+   one( portsFeature )     \
+   one( lagFeature )       \
+   one( vlanFeature )      \
+   one( topologyFeature )  \
+   one( macFeature )       \
+   one( mirrorFeature )    \
+   one( verifyFeature )
+// clang-format on
+
 #include "agent/AgentFeature.h"
-#include "agent/features/FaultFeature.h"
-#include "agent/features/LagFeature.h"
-#include "agent/features/MacFeature.h"
-#include "agent/features/PortsFeature.h"
-#include "agent/features/TopologyFeature.h"
-#include "agent/features/VerifyFeature.h"
-#include "agent/features/VlanFeature.h"
 
 namespace QonAgent {
 
+#define DECLARE( name ) FeatureKind name();
+#define ENTRY( name ) name(),
+
+FEATURES( DECLARE )
+
 Features
 agentFeatures() {
-   return {
-         feature< FaultFeature >( "faults" ),
-         feature< PortsFeature >( "ports" ),
-         feature< LagFeature >( "lag", LagFeature::options() ),
-         feature< VlanFeature >( "vlan" ),
-         feature< TopologyFeature >( "topology" ),
-         feature< MacFeature >( "mac" ),
-         feature< VerifyFeature >( "verify" ),
-   };
+   return { FEATURES( ENTRY ) };
 }
 
 } // namespace QonAgent

@@ -12,7 +12,13 @@ namespace QonChip {
 struct HeldHost {
    IntfId intf;
    Bridging::EntryType entryType = Bridging::EntryType::unknown; ///< as far as the chip can tell
-   bool operator==( const HeldHost & ) const = default;
+   /** Where it stands, in the chip's own words ("12.3": bucket 12, place 3); empty: the chip does not tell.
+       Two are equal wherever they stand. */
+   String place = {};
+
+   bool operator==( const HeldHost & other ) const {
+      return intf == other.intf && entryType == other.entryType;
+   }
 };
 using HeldHosts = std::map< Qon::MacEntryKey, HeldHost >;
 

@@ -1,7 +1,7 @@
 #pragma once
 // What one feature brings to the kit: its contracts, and the checks that judge them.
 //
-//    conformance/<feature>/: Contracts.h, Checks.cc -> Feature -> its line in Features.cc
+//    conformance/<feature>/: Contracts.h, Checks.cc -> Feature -> features()
 
 #include <span>
 

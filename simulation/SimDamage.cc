@@ -47,4 +47,9 @@ SimDamage::endless( const Event & ) {
    world_.apply( Event::parsed( "world run 1" ) );
 }
 
+FeatureKind
+simDamage() {
+   return featureKindOf< SimDamage >( "damage" );
+}
+
 } // namespace Sim

@@ -48,4 +48,19 @@ class SimFeature {
    World & world_;
 };
 
+/** The kind of a feature's class: it has operations(), and shape() if it sizes its own tables. */
+template< class Feature >
+FeatureKind
+featureKindOf( const char * name ) {
+   FeatureKind kind{ name, Feature::operations(),
+                     []( World & world ) -> std::unique_ptr< SimFeature > {
+                        return std::make_unique< Feature >( world );
+                     },
+                     nullptr };
+   if constexpr ( requires { &Feature::shape; } ) {
+      kind.shape = &Feature::shape;
+   }
+   return kind;
+}
+
 } // namespace Sim

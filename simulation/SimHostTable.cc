@@ -149,4 +149,9 @@ SimHostTable::checkTornDown() const {
                 : "entries left in the chip";
 }
 
+FeatureKind
+simHostTable() {
+   return featureKindOf< SimHostTable >( "hosts" );
+}
+
 } // namespace Sim

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "agent/softchip/Chip.h"
+#include "agent/softchip/MacPart.h"
 #include "simulation/SimFeature.h"
 
 namespace Sim {

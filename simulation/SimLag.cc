@@ -517,4 +517,9 @@ SimLag::checkTornDown() const {
                 : "";
 }
 
+FeatureKind
+simLag() {
+   return featureKindOf< SimLag >( "lag" );
+}
+
 } // namespace Sim

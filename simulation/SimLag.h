@@ -19,6 +19,7 @@
 
 #include "Qon/include/lag/QonLagSm.h"
 #include "agent/softchip/Chip.h"
+#include "agent/softchip/LagPart.h"
 #include "platform/Kiv/Listener.h"
 #include "simulation/SimFeature.h"
 

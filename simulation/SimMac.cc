@@ -399,4 +399,9 @@ SimMac::checkTornDown() const {
    return programmer_->overflowAddrOps() ? "left in overflow" : "";
 }
 
+FeatureKind
+simMac() {
+   return featureKindOf< SimMac >( "mac" );
+}
+
 } // namespace Sim

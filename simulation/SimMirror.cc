@@ -509,4 +509,9 @@ SimMirror::checkTornDown() const {
                 : "";
 }
 
+FeatureKind
+simMirror() {
+   return featureKindOf< SimMirror >( "mirror" );
+}
+
 } // namespace Sim

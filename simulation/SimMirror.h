@@ -19,6 +19,7 @@
 #include <set>
 
 #include "agent/softchip/Chip.h"
+#include "agent/softchip/MirrorPart.h"
 #include "simulation/SimFeature.h"
 
 namespace Sim {

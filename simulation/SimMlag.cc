@@ -52,4 +52,9 @@ SimMlag::tearDown() {
    }
 }
 
+FeatureKind
+simMlag() {
+   return featureKindOf< SimMlag >( "mlag" );
+}
+
 } // namespace Sim

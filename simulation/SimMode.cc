@@ -72,4 +72,9 @@ SimMode::tearDown() {
    world_.acsd->operationalModeIs( Qon::HwOperationalMode::switching );
 }
 
+FeatureKind
+simMode() {
+   return featureKindOf< SimMode >( "mode" );
+}
+
 } // namespace Sim

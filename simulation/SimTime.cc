@@ -57,4 +57,9 @@ SimTime::end( const Event & ) {
    world_.end();
 }
 
+FeatureKind
+simTime() {
+   return featureKindOf< SimTime >( "world" );
+}
+
 } // namespace Sim

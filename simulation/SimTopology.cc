@@ -433,4 +433,9 @@ SimTopology::stateWritten( const String & topo, IntfId intf, PortState state ) {
    }
 }
 
+FeatureKind
+simTopology() {
+   return featureKindOf< SimTopology >( "topology" );
+}
+
 } // namespace Sim

@@ -19,6 +19,7 @@
 
 #include "Qon/include/topology/VlanTopoHelper.h"
 #include "agent/softchip/Chip.h"
+#include "agent/softchip/TopologyPart.h"
 #include "platform/Kiv/Listener.h"
 #include "simulation/SimFeature.h"
 #include "simulation/SimVlan.h"

@@ -70,4 +70,9 @@ SimVerify::stop() {
    counter_->place.attach( nullptr, "", nullptr, nullptr );
 }
 
+FeatureKind
+simVerify() {
+   return featureKindOf< SimVerify >( "verify" );
+}
+
 } // namespace Sim

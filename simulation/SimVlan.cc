@@ -194,4 +194,9 @@ SimVlan::checkTornDown() const {
    return {};
 }
 
+FeatureKind
+simVlan() {
+   return featureKindOf< SimVlan >( "vlan" );
+}
+
 } // namespace Sim

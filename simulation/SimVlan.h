@@ -9,6 +9,7 @@
 #include <set>
 
 #include "agent/softchip/Chip.h"
+#include "agent/softchip/VlanPart.h"
 #include "simulation/SimFeature.h"
 
 namespace Sim {

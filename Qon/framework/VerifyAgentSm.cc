@@ -7,8 +7,6 @@ namespace Qon {
 
 namespace {
 
-constexpr int startLevel = 1;
-
 const char * const commandMark = "VTS#";
 
 } // namespace

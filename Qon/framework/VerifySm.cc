@@ -10,7 +10,6 @@ Flintlog::Facility verifyFacility( "QonVerifySm" );
 
 namespace {
 
-constexpr int startLevel = 1;
 constexpr int runLevel = 5;
 
 constexpr Kiv::Seconds repetitionDelay = 1.0;

@@ -7,7 +7,7 @@ namespace Qon {
 using Ulnet::IntfId;
 
 namespace {
-Flintlog::Facility facility( "QonEthPhyLagConfigAggregatorSm" );
+Flintlog::Facility configAggregatorFacility( "QonEthPhyLagConfigAggregatorSm" );
 }
 
 EthPhyLagConfigSm::EthPhyLagConfigSm( LagConfigAggregatorSm * aggregator,
@@ -114,7 +114,7 @@ LagConfigAggregatorSm::nextPhase() {
    } else {
       phase_ = Phase::done;
       // fixed text
-      QON_TRACE( facility, 1,
+      QON_TRACE( configAggregatorFacility, 1,
                  "Initial scan done for child SMs. Now scanning with events triggered." );
    }
 }
@@ -184,7 +184,7 @@ LagConfigAggregatorSm::reviewIntf( IntfId phyIntf ) {
    if ( lagId && wantedLag( phyIntf ) == lagId ) {
       if ( former != lagId ) {
          // fixed text
-         QON_TRACE( facility, 7, phyIntf,
+         QON_TRACE( configAggregatorFacility, 7, phyIntf,
                     " into( aggregatedLagConfigDir.lagToPort[ lagId ].member[ phyIntf ] ) of ",
                     lagId );
       }

@@ -8,7 +8,7 @@ namespace Qon {
 using Ulnet::IntfId;
 
 namespace {
-Flintlog::Facility facility( "QonLagConfigMapCreatorSm" );
+Flintlog::Facility configMapFacility( "QonLagConfigMapCreatorSm" );
 }
 
 LagConfigMemberCreatorSm::LagConfigMemberCreatorSm( LagConfigMapCreatorSm * creator,
@@ -105,7 +105,7 @@ LagConfigMapCreatorSm::makeMemberSm(
 
 void
 LagConfigMapCreatorSm::cleanUpMemberSm( const IntfId & lag, LagConfigMemberCreatorSm * sm ) {
-   QON_TRACE( facility, 3, " Removing lag: ", lag ); // fixed text
+   QON_TRACE( configMapFacility, 3, " Removing lag: ", lag ); // fixed text
    sm->doCleanup();
 }
 
@@ -138,9 +138,9 @@ LagConfigMapCreatorSm::wanted( IntfId lag, IntfId port ) const {
    const bool interfaceStatusExists = in_.ethPhyIntfStatusDir->intfStatusHas( port );
    const bool lagExists = in_.acsd->lagToPortHas( lag ) && hasLagIndex( lag );
    // fixed text
-   QON_TRACE( facility, 7, lag, " ", port, " memberStatus: ", memberStatus, " fapPort: ", fapPort,
-              " interfaceStatusExists: ", interfaceStatusExists, " lagExists: ", lagExists,
-              " resync: ", resync_ );
+   QON_TRACE( configMapFacility, 7, lag, " ", port, " memberStatus: ", memberStatus,
+              " fapPort: ", fapPort, " interfaceStatusExists: ", interfaceStatusExists,
+              " lagExists: ", lagExists, " resync: ", resync_ );
    if ( !memberStatus || !fapPort || !interfaceStatusExists || !lagExists ) {
       return std::nullopt;
    }
@@ -156,11 +156,11 @@ LagConfigMapCreatorSm::reviewPort( const IntfId & port ) {
    const auto want = lag ? wanted( lag, port ) : std::nullopt;
    Velto::FirstError error;
    if ( former && !resync_ && ( former != lag || !want ) ) {
-      QON_TRACE( facility, 3, " Removing lag: ", former, " member: ", port ); // fixed text
+      QON_TRACE( configMapFacility, 3, " Removing lag: ", former, " member: ", port ); // fixed text
       error.run( [&] { writer_.memberDel( former, port ); } );
    }
    if ( want && writer_.member( lag, port ) != want ) {
-      QON_TRACE( facility, 5, " Adding lag: ", lag, " member: ", port ); // fixed text
+      QON_TRACE( configMapFacility, 5, " Adding lag: ", lag, " member: ", port ); // fixed text
       error.run( [&] { writer_.memberIs( lag, port, *want ); } );
    }
    error.pass();

@@ -9,7 +9,7 @@ namespace Qon {
 using Ulnet::IntfId;
 
 namespace {
-Flintlog::Facility facility( "QonLagCreatorSm" );
+Flintlog::Facility creatorFacility( "QonLagCreatorSm" );
 }
 
 int
@@ -74,14 +74,14 @@ LagMemberCreatorSm::maybeAddLagConfigMember( IntfId member ) {
    if ( creator_->writer_.member( lag_, member ) == want ) {
       return;
    }
-   QON_TRACE( facility, 3, " Adding lag: ", lag_, " member: ", member ); // fixed text
+   QON_TRACE( creatorFacility, 3, " Adding lag: ", lag_, " member: ", member ); // fixed text
    creator_->writer_.memberIs( lag_, member, *want );
 }
 
 void
 LagMemberCreatorSm::removeLagConfigMember( IntfId member ) {
    if ( creator_->writer_.has( lag_, member ) ) {
-      QON_TRACE( facility, 3, " Removing lag: ", lag_, " member: ", member ); // fixed text
+      QON_TRACE( creatorFacility, 3, " Removing lag: ", lag_, " member: ", member ); // fixed text
       creator_->writer_.memberDel( lag_, member );
    }
 }
@@ -116,7 +116,7 @@ QonLagCreatorSm::handleInitialized() {
    } );
    for ( IntfId lag : writer_.lags() ) {
       if ( !members_.has( lag ) ) {
-         QON_TRACE( facility, 3, " Cleaning up lag: ", lag ); // fixed text
+         QON_TRACE( creatorFacility, 3, " Cleaning up lag: ", lag ); // fixed text
          error.run( [&] { writer_.lagDel( lag ); } );
       }
    }
@@ -136,7 +136,7 @@ QonLagCreatorSm::addLagMemberSm( const IntfId & lag, const bool & ) {
 
 void
 QonLagCreatorSm::removeLagMemberSm( const IntfId & lag, LagMemberCreatorSm * sm ) {
-   QON_TRACE( facility, 3, " Cleaning up lag: ", lag ); // fixed text
+   QON_TRACE( creatorFacility, 3, " Cleaning up lag: ", lag ); // fixed text
    sm->doCleanup();
 }
 

@@ -10,7 +10,7 @@ using Ulnet::IntfId;
 
 namespace {
 
-Flintlog::Facility facility( "QonLagStateAggregatorSm" );
+Flintlog::Facility stateAggregatorFacility( "QonLagStateAggregatorSm" );
 
 /** The result of both: the first that is no success. */
 Result
@@ -112,7 +112,7 @@ LagMemberStateAggregatorSm::handleMember( const IntfId & member ) {
    if ( exists && merged ) {
       merged->memberIs( member, MemberStatus( result, collecting, distributing, shared ) );
    } else if ( merged && merged->memberHas( member ) ) {
-      QON_TRACE( facility, 3, lag_, " Cleaning up member: ", member ); // fixed text
+      QON_TRACE( stateAggregatorFacility, 3, lag_, " Cleaning up member: ", member ); // fixed text
       merged->memberDel( member );
    }
 }
@@ -123,7 +123,8 @@ LagMemberStateAggregatorSm::doCleanup() {
    if ( Velto::Ptr< LagStatus > merged = all->lag( lag_ ) ) {
       Velto::FirstError error;
       for ( auto && entry : keysOf< IntfId >( merged->memberIteratorConst() ) ) {
-         QON_TRACE( facility, 3, lag_, " Cleaning up member: ", entry.key ); // fixed text
+         QON_TRACE( stateAggregatorFacility, 3, lag_,
+                    " Cleaning up member: ", entry.key ); // fixed text
          error.run( [&] { merged->memberDel( entry.key ); } );
       }
       error.run( [&] { all->lagDel( lag_ ); } );
@@ -183,20 +184,20 @@ LagStateAggregatorSm::handleHwLagStatus( const IntfId & lag ) {
          sm->handleSlices();
       }
    } else if ( merged_->lagHas( lag ) ) {
-      QON_TRACE( facility, 3, " Cleaning up lag: ", lag ); // fixed text
-      merged_->lagDel( lag );                              // what an earlier incarnation left
+      QON_TRACE( stateAggregatorFacility, 3, " Cleaning up lag: ", lag ); // fixed text
+      merged_->lagDel( lag ); // what an earlier incarnation left
    }
 }
 
 Velto::Ptr< LagMemberStateAggregatorSm >
 LagStateAggregatorSm::makeLagSm( const IntfId & lag, const bool & ) {
-   QON_TRACE( facility, 3, " Adding lag: ", lag ); // fixed text
+   QON_TRACE( stateAggregatorFacility, 3, " Adding lag: ", lag ); // fixed text
    return smIs< LagMemberStateAggregatorSm >( this, lag );
 }
 
 void
 LagStateAggregatorSm::cleanUpLagSm( const IntfId & lag, LagMemberStateAggregatorSm * sm ) {
-   QON_TRACE( facility, 3, " Cleaning up lag: ", lag ); // fixed text
+   QON_TRACE( stateAggregatorFacility, 3, " Cleaning up lag: ", lag ); // fixed text
    sm->doCleanup();
 }
 

@@ -108,4 +108,9 @@ FaultFeature::showCommands() {
               [this]( auto & arguments ) { return road( arguments ); } } };
 }
 
+FeatureKind
+faultFeature() {
+   return feature< FaultFeature >( "faults" );
+}
+
 } // namespace QonAgent

@@ -173,4 +173,9 @@ LagFeature::listedMembers( ConfigReader & reader, const ConfigRow & row ) {
    }
 }
 
+FeatureKind
+lagFeature() {
+   return feature< LagFeature >( "lag", LagFeature::options() );
+}
+
 } // namespace QonAgent

@@ -166,7 +166,9 @@ MacFeature::hardware() const {
       notServed( agent_, "the reading of MAC addresses" );
    }
    for ( auto & [key, host] : *hosts ) {
-      co_yield row( key, host );
+      Row held = row( key, host );
+      held.set( "place", host.place );
+      co_yield held;
    }
 }
 
@@ -188,7 +190,7 @@ MacFeature::showCommands() {
             { "hw mac",
               "MAC entries that the chip holds",
               {},
-              { mac, vlan, intf, type },
+              { mac, vlan, intf, type, { "place", "Place" } },
               [this]( auto & ) { return hardware(); } } };
 }
 
@@ -198,6 +200,11 @@ MacFeature::eventKinds() {
               R"({"time": 1, "event": "mac", "op": "add", "mac": "00:1c:73:00:00:01", "vlan": 10,)"
               R"( "intf": "Ethernet0"})",
               [this]( const Json & line ) { return parse( line ); } } };
+}
+
+FeatureKind
+macFeature() {
+   return feature< MacFeature >( "mac" );
 }
 
 } // namespace QonAgent

@@ -94,4 +94,9 @@ PortsFeature::eventKinds() {
               } } };
 }
 
+FeatureKind
+portsFeature() {
+   return feature< PortsFeature >( "ports" );
+}
+
 } // namespace QonAgent

@@ -332,4 +332,9 @@ TopologyFeature::showCommands() {
               [this]( auto & ) { return hardware(); } } };
 }
 
+FeatureKind
+topologyFeature() {
+   return feature< TopologyFeature >( "topology" );
+}
+
 } // namespace QonAgent

@@ -28,4 +28,9 @@ VerifyFeature::~VerifyFeature() {
    agent_.verificationIs( {} );
 }
 
+FeatureKind
+verifyFeature() {
+   return feature< VerifyFeature >( "verify" );
+}
+
 } // namespace QonAgent

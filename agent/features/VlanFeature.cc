@@ -165,4 +165,9 @@ VlanFeature::eventKinds() {
               [this]( const Json & line ) { return parseMember( line ); } } };
 }
 
+FeatureKind
+vlanFeature() {
+   return feature< VlanFeature >( "vlan" );
+}
+
 } // namespace QonAgent

@@ -4,38 +4,9 @@
 
 namespace SoftChip {
 
-class Chip::Holder {
- public:
-   virtual ~Holder() = default;
-   virtual void latencyIs( Kiv::Seconds latency ) = 0;
-};
-
-template< class Part >
-class Chip::HolderOf : public Holder {
- public:
-   explicit HolderOf( const Board & board ) : part( board ) {}
-   void latencyIs( Kiv::Seconds latency ) override { part.latencyIs( latency ); }
-
-   Part part;
-};
-
-/** A part stands under the seam's interface and under its own class. */
-template< class... Part >
-void
-Chip::make( PartList< Part... > ) {
-   auto one = [this]( auto holder ) {
-      auto & part = holder->part;
-      using Class = std::remove_reference_t< decltype( part ) >;
-      add< typename Class::Seam >( part );
-      add< Class >( part );
-      parts_.push_back( std::move( holder ) );
-   };
-   ( one( std::make_unique< HolderOf< Part > >( board_ ) ), ... );
-}
-
 Chip::Chip( Kiv::TaskScheduler & scheduler, const Shape & shape )
     : board_{ scheduler, faults_, shape } {
-   make( Parts() );
+   addParts();
    latencyIs( shape.latency );
 }
 

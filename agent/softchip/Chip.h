@@ -7,7 +7,7 @@
 //
 //    forward( frame ) -> the stages of Stages.h -> what became of it, and by which ports it leaves
 //
-// Parts.h lists its parts; each has a header and a source of its own, beside its table (HostTable,
+// Parts.cc lists its parts; each has a header and a source of its own, beside its table (HostTable,
 // VlanTable, TopoTable, LagTable) and its hook object (SoftMacProgrammer, SoftVlanHelper, ...).
 //
 // Invariants
@@ -17,7 +17,7 @@
 //
 // Ownership: owns the parts and the fault plan; the scheduler outlives it.
 
-#include "agent/softchip/Parts.h"
+#include "agent/softchip/Part.h"
 #include "agent/softchip/Road.h"
 #include "chip/Chip.h"
 
@@ -47,14 +47,33 @@ class Chip : public QonChip::Chip {
       return *part< Part >();
    }
 
- private:
-   /** The parts, of whatever class. */
-   class Holder;
+   /** Makes a part over the board; it stands under the seam's interface and under its own class. For
+       the functions that Parts.cc lists. */
    template< class Part >
-   class HolderOf;
+   void addPart() {
+      auto holder = std::make_unique< HolderOf< Part > >( board_ );
+      add< typename Part::Seam >( holder->part );
+      add< Part >( holder->part );
+      parts_.push_back( std::move( holder ) );
+   }
 
-   template< class... Part >
-   void make( PartList< Part... > );
+ private:
+   /** A part, of whatever class. */
+   class Holder {
+    public:
+      virtual ~Holder() = default;
+      virtual void latencyIs( Kiv::Seconds latency ) = 0;
+   };
+   template< class Part >
+   class HolderOf : public Holder {
+    public:
+      explicit HolderOf( const Board & board ) : part( board ) {}
+      void latencyIs( Kiv::Seconds latency ) override { part.latencyIs( latency ); }
+
+      Part part;
+   };
+
+   void addParts();
 
    FaultPlan faults_;
    Board board_;

@@ -1,5 +1,7 @@
 #include "agent/softchip/LagPart.h"
 
+#include "agent/softchip/Chip.h"
+
 namespace SoftChip {
 
 /** Tells its part of its life. */
@@ -45,6 +47,11 @@ LagPart::groups() const {
       }
    }
    return held;
+}
+
+void
+addLagPart( Chip & chip ) {
+   chip.addPart< LagPart >();
 }
 
 } // namespace SoftChip

@@ -1,6 +1,7 @@
 // Aggregates on the road of a frame: which one it came in by, and which member it leaves by.
 
 #include "agent/softchip/Chip.h"
+#include "agent/softchip/LagPart.h"
 #include "agent/softchip/Stages.h"
 #include "platform/Kiv/Hash.h"
 

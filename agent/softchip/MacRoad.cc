@@ -3,7 +3,10 @@
 #include <algorithm>
 
 #include "agent/softchip/Chip.h"
+#include "agent/softchip/LagPart.h"
+#include "agent/softchip/MacPart.h"
 #include "agent/softchip/Stages.h"
+#include "agent/softchip/VlanPart.h"
 
 namespace SoftChip {
 

@@ -1,5 +1,7 @@
 #include "agent/softchip/MirrorPart.h"
 
+#include "agent/softchip/Chip.h"
+
 namespace SoftChip {
 
 std::optional< QonChip::HeldMirrors >
@@ -19,6 +21,11 @@ MirrorPart::mirrors() const {
       }
    }
    return held;
+}
+
+void
+addMirrorPart( Chip & chip ) {
+   chip.addPart< MirrorPart >();
 }
 
 } // namespace SoftChip

@@ -1,6 +1,7 @@
 // Mirror sessions on the road of a frame: copies of what came in, and of what leaves.
 
 #include "agent/softchip/Chip.h"
+#include "agent/softchip/MirrorPart.h"
 #include "agent/softchip/Stages.h"
 
 namespace SoftChip {

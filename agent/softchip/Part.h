@@ -1,7 +1,7 @@
 #pragma once
 // What all parts of the chip in software are made of.
 //
-//    Chip -> Board: scheduler, fault plan, shape -> each part of Parts.h, with its tables
+//    Chip -> Board: scheduler, fault plan, shape -> each part of Parts.cc, with its tables
 //
 // A part is made over the board and stands in the chip under the seam's interface, Seam, and under
 // its own class.

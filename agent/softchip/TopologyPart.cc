@@ -1,5 +1,7 @@
 #include "agent/softchip/TopologyPart.h"
 
+#include "agent/softchip/Chip.h"
+
 namespace SoftChip {
 
 Velto::Ptr< Qon::TopoHelper >
@@ -28,6 +30,11 @@ TopologyPart::topologies() const {
       }
    }
    return held;
+}
+
+void
+addTopologyPart( Chip & chip ) {
+   chip.addPart< TopologyPart >();
 }
 
 } // namespace SoftChip

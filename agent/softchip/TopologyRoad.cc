@@ -2,6 +2,7 @@
 
 #include "agent/softchip/Chip.h"
 #include "agent/softchip/Stages.h"
+#include "agent/softchip/TopologyPart.h"
 
 namespace SoftChip {
 

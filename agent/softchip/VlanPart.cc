@@ -1,5 +1,7 @@
 #include "agent/softchip/VlanPart.h"
 
+#include "agent/softchip/Chip.h"
+
 namespace SoftChip {
 
 Velto::Ptr< Qon::VlanHelper >
@@ -18,6 +20,11 @@ VlanPart::vlans() const {
       }
    }
    return held;
+}
+
+void
+addVlanPart( Chip & chip ) {
+   chip.addPart< VlanPart >();
 }
 
 } // namespace SoftChip

@@ -5,6 +5,10 @@
 
 #include "agent/AgentProgram.h"
 #include "agent/server/Console.h"
+#include "agent/softchip/LagPart.h"
+#include "agent/softchip/MacPart.h"
+#include "agent/softchip/TopologyPart.h"
+#include "agent/softchip/VlanPart.h"
 #include "conformance/Conformance.h"
 #include "tests/agent/AgentWorld.h"
 

@@ -12,7 +12,7 @@ using namespace Tests;
 using SoftChip::Copy;
 using SoftChip::Passage;
 
-const char config[] = R"({
+const char roadConfig[] = R"({
    "PORT": { "Ethernet0": {}, "Ethernet4": {}, "Ethernet8": {}, "Ethernet12": {}, "Ethernet16": {},
              "Ethernet20": {}, "Ethernet24": {} },
    "PORTCHANNEL": { "PortChannel7": {}, "PortChannel10": {} },
@@ -33,7 +33,7 @@ const char host[] = "00:1c:73:00:00:01";
 
 class RoadTest : public testing::TestWithParam< SoftChip::ChipKind > {
  protected:
-   RoadTest() { EXPECT_TRUE( load( config ).warnings.empty() ); }
+   RoadTest() { EXPECT_TRUE( load( roadConfig ).warnings.empty() ); }
 
    QonAgent::ConfigReport load( const String & text ) {
       auto db = QonAgent::ConfigDb::parse( "x.json", text );

@@ -30,7 +30,7 @@ class Listener : public Qon::HookListener {
    std::function< void() > act_;
 };
 
-struct Chip {
+struct CountedChip {
    Lines * lines;
    U32 count() const { return 3; }
    void reset() { lines->push_back( "reset" ); }
@@ -42,21 +42,21 @@ struct Chip {
 
 TEST( HookTap, ACallIsToldBeforeItIsMade ) {
    Lines lines;
-   Chip chip{ &lines };
+   CountedChip chip{ &lines };
    const String name = "x";
    U32 texts = 0;
    auto text = [&] { return String( 1, char( 'a' + texts++ ) ); };
-   QON_TELL_HOOK( Chip, write, text() );
+   QON_TELL_HOOK( CountedChip, write, text() );
    EXPECT_EQ( texts, 0u ) << "made for nobody";
    {
       Listener listener( lines );
-      EXPECT_TRUE( QON_HOOK( Chip, &chip, write, chip.count(), name, true ) );
-      QON_HOOK( Chip, &chip, reset );
-      QON_TELL_HOOK( Chip, write, text() );
+      EXPECT_TRUE( QON_HOOK( CountedChip, &chip, write, chip.count(), name, true ) );
+      QON_HOOK( CountedChip, &chip, reset );
+      QON_TELL_HOOK( CountedChip, write, text() );
    }
-   QON_HOOK( Chip, &chip, reset );
-   EXPECT_EQ( lines, ( Lines{ "Chip::write( 3, x, True )", "write", "Chip::reset()", "reset",
-                              "Chip::write( a )", "reset" } ) );
+   QON_HOOK( CountedChip, &chip, reset );
+   EXPECT_EQ( lines, ( Lines{ "CountedChip::write( 3, x, True )", "write", "CountedChip::reset()",
+                              "reset", "CountedChip::write( a )", "reset" } ) );
 }
 
 TEST( HookTap, ListenersMayEndAndBeginMeanwhile ) {
@@ -67,16 +67,17 @@ TEST( HookTap, ListenersMayEndAndBeginMeanwhile ) {
       second = nullptr;
       late = std::make_unique< Listener >( lines, "4 " );
       first = nullptr;
-      QON_TELL_HOOK( Chip, inner );
+      QON_TELL_HOOK( CountedChip, inner );
    } );
    second = std::make_unique< Listener >( lines, "2 " );
    third = std::make_unique< Listener >( lines, "3 ", [&] {
       third = nullptr;
       throw Velto::RangeError( "no" );
    } );
-   EXPECT_THROW( QON_TELL_HOOK( Chip, outer ), Velto::RangeError );
-   QON_TELL_HOOK( Chip, last );
-   EXPECT_EQ( lines, ( Lines{ "1 Chip::outer()", "3 Chip::inner()", "4 Chip::last()" } ) );
+   EXPECT_THROW( QON_TELL_HOOK( CountedChip, outer ), Velto::RangeError );
+   QON_TELL_HOOK( CountedChip, last );
+   EXPECT_EQ( lines, ( Lines{ "1 CountedChip::outer()", "3 CountedChip::inner()",
+                              "4 CountedChip::last()" } ) );
    late = nullptr;
    EXPECT_FALSE( Qon::HookTap::listening() );
 }

@@ -18,7 +18,7 @@ namespace {
 using Flintlog::Facility;
 using Record = Flintlog::TraceRecorder::Record;
 
-struct Intf {
+struct TracedIntf {
    Velto::String stringValue() const { return "Vlan10"; }
 };
 
@@ -73,8 +73,8 @@ TEST( Trace, AFacilityCanHaveItsOwnSink ) {
 
 TEST( Trace, Pieces ) {
    enum class Phase : U8 { commit = 2 };
-   Intf intf;
-   const Intf * none = nullptr;
+   TracedIntf intf;
+   const TracedIntf * none = nullptr;
    Velto::String name = "topo1";
    EXPECT_EQ( Flintlog::joined( "  ", name, ' ', Phase::commit, ' ', &intf, ' ', none, ' ', intf ),
               "  topo1 2 Vlan10 None Vlan10" );
@@ -120,7 +120,7 @@ TEST_F( HandleTest, WritesToItsFileAndContinuesIt ) {
       Flintlog::HandlePtr own;
       Qon::initializeQonL3QtHandle( own, "QonArpSm", 2 );
       facility.sinkIs( own.get() );
-      QON_TRACE( facility, 2, "added ", Intf() );
+      QON_TRACE( facility, 2, "added ", TracedIntf() );
       QON_TRACE( facility, 3, "too fine for the handle" );
       EXPECT_NE( content( file( "QonArpSm.qt" ) ), "" ); // nothing waits in a buffer
       facility.sinkIs( nullptr );

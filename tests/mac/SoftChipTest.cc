@@ -13,6 +13,7 @@
 #include "agent/player/EventPlayer.h"
 #include "agent/server/Console.h"
 #include "agent/softchip/Chip.h"
+#include "agent/softchip/MacPart.h"
 #include "platform/Kiv/Rng.h"
 #include "tests/mac/FakeChip.h"
 
@@ -157,7 +158,11 @@ TEST_F( SoftMac, TroubleByPlanIsGotOverOrShown ) {
            R"("event": "fault", "table": "hostTable", "limit": 3)", add( 1 ), add( 2 ),
            add( 3 ) } );
    scheduler_.runFor( 2 );
-   EXPECT_EQ( table().entries().size(), 3u );
+   std::set< String > places;
+   for ( auto & row : show( "hw mac" ) ) {
+      places.insert( row["place"].get< String >() );
+   }
+   EXPECT_EQ( places.size(), 3u ) << "each entry has a place of its own";
    play( { add( 4 ) } ); // full by the plan's limit
    scheduler_.runFor( 1 );
    EXPECT_EQ( states()["overflow"], 1u );

@@ -10,9 +10,6 @@ using namespace Tests;
 using Qon::HwOperationalMode;
 using Calls = std::vector< String >;
 
-constexpr PortState blocked = PortState::discarding, learning = PortState::learning,
-                    forwarding = PortState::forwarding;
-
 class ReentryTest : public testing::Test, public TopologyWorld {
  protected:
    /** "mst0" (id 7) with VLAN 10, Ethernet1, and Port-Channel1 of Ethernet2 and Ethernet3. */

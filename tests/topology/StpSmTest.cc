@@ -10,9 +10,6 @@ using Qon::HwOperationalMode;
 using Calls = std::vector< String >;
 using StateListener = Kiv::Listener< Bridging::Topology::TopoPortStatus::stateAttr >;
 
-constexpr PortState blocked = PortState::discarding, learning = PortState::learning,
-                    forwarding = PortState::forwarding;
-
 class StpSmTest : public testing::Test, public TopologyWorld {
  protected:
    void run() {

@@ -16,6 +16,9 @@ using Bridging::Topology::PortState;
 using Bridging::Topology::TopoPortChangeInfo;
 using Ulnet::IntfId;
 
+constexpr PortState blocked = PortState::discarding, learning = PortState::learning,
+                    forwarding = PortState::forwarding;
+
 /** Records hook calls; reports done when told, or from within. */
 class RecordingTopoHelper : public Qon::TopoHelper {
  public:

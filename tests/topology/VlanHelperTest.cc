@@ -10,7 +10,6 @@ using namespace Tests;
 using Qon::VlanMembership;
 using Kind = Qon::PortVlanMembershipChangeKind;
 
-constexpr PortState blocked = PortState::discarding, forwarding = PortState::forwarding;
 const VlanId v10( 10 ), v20( 20 );
 
 /** Records what the chip is asked to do; done when told. */

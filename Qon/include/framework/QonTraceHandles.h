@@ -1,8 +1,8 @@
 #pragma once
 // Traces of the library's modules, and the set-up of the trace handles of the routing ones.
 //
-//    Flintlog::Facility facility( "QonAclSm" );        // in the unnamed namespace of its source
-//    QON_TRACE( facility, 9, "handleInitialized ", name() );
+//    Flintlog::Facility aclFacility( "QonAclSm" );     // in the unnamed namespace of its source
+//    QON_TRACE( aclFacility, 9, "handleInitialized ", name() );
 //
 // A module of several sources declares its facility in a header beside them, as Qon/lag/QonLagTrace.h.
 //

@@ -1,0 +1,26 @@
+// The parts of the chip in software: a line a feature.
+
+// clang-format off
+#define PARTS( one )     \
+   one( addMacPart )      \
+   one( addVlanPart )     \
+   one( addTopologyPart ) \
+   one( addLagPart )      \
+   one( addMirrorPart )
+// clang-format on
+
+#include "agent/softchip/Chip.h"
+
+namespace SoftChip {
+
+#define DECLARE( name ) void name( Chip & chip );
+#define CALL( name ) name( *this );
+
+PARTS( DECLARE )
+
+void
+Chip::addParts() {
+   PARTS( CALL )
+}
+
+} // namespace SoftChip
