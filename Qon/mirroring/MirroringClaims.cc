@@ -32,9 +32,7 @@ Session::KivSource::addOrRemoveSource( bool add ) {
       error.run( [&] { claim( port ); } );
    }
    if ( std::exchange( used_, add ) != add ) {
-      if ( std::exchange( used_, add ) != add ) {
       add ? session_->root_->useIs( intf_, session_ ) : session_->root_->useDel( intf_, session_ );
-   }
    }
    error.pass();
 }
@@ -193,7 +191,9 @@ Session::KivTargetIntf::addOrRemoveTarget( bool add ) {
    for ( IntfId port : change.gone ) {
       error.run( [&] { unclaim( port ); } );
    }
-   add ? session_->root_->useIs( intf_, session_ ) : session_->root_->useDel( intf_, session_ );
+   if ( std::exchange( used_, add ) != add ) {
+      add ? session_->root_->useIs( intf_, session_ ) : session_->root_->useDel( intf_, session_ );
+   }
    error.run( [&] { session_->publishTarget( intf_ ); } );
    error.pass();
 }

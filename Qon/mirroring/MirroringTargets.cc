@@ -65,7 +65,7 @@ Session::reviewTarget( IntfId port ) {
    if ( starting_ ) {
       return; // everything is looked at when all claims are made
    }
-   if ( !target || !hasGroup() ) {
+   if ( !target || !hasGroup() || !live_ ) {
       if ( target && target->claims.empty() ) {
          targets_.erase( port );
       }
@@ -177,6 +177,7 @@ Session::programmedTargets() const {
 
 void
 Session::createdInHwIs( bool v ) {
+   creations_ += v && !createdInHw_;
    createdInHw_ = v;
    if ( auto published = status() ) {
       published->createdInHwIs( v );

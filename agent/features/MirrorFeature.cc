@@ -30,7 +30,13 @@ MirrorFeature::MirrorFeature( Agent & agent )
            part_->makeMirroringHelper( capability_, hwStatus_ ), hwStatus_, acls_, tunnels_, mode_,
            agent.entities().mount< Interface::EthPhyIntfStatusDir >( Paths::ethPhyIntfStatus ),
            agent.acsd()->verifyData() } );
-   sm_->initializedIs( true );
+}
+
+void
+MirrorFeature::inputsRead() {
+   if ( sm_ ) {
+      sm_->initializedIs( true );
+   }
 }
 
 MirrorFeature::~MirrorFeature() = default;

@@ -25,6 +25,8 @@ class MirrorFeature : public AgentFeature {
 
    std::vector< String > tables() const override { return { "MIRROR_SESSION" }; }
    void configure( ConfigReader & reader ) override;
+   /** The state machine begins when it knows what is still wanted of what the chip holds. */
+   void inputsRead() override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
 

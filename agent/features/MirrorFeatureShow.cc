@@ -90,7 +90,8 @@ MirrorFeature::sessionRows( const String & name ) const {
    if ( !session ) {
       return { { { "session", name },
                  { "state", "waiting" },
-                 { "why", "the chip has no mirror sessions" } } };
+                 { "why", sm_->initialized() ? "the chip has no mirror sessions"
+                                           : "the agent is starting" } } };
    }
    std::vector< Row > rows = { sessionRow( name, *session ) };
    if ( session->tunnel() ) {

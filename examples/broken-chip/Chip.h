@@ -4,43 +4,15 @@
 //
 //    library -> ChipMac, ChipTopo, ChipVlan, ChipLag -> (a little later) -> Tables
 //                                                                        -> done, to the library
+//            -> ChipMirror (Mirror.h) -> at once -> Tables
 //    SmallChip: Tables, and a part for each feature, which reads them back
 //
 // Each hook class can be told to have one fault, as a developer might make it. The tables stand in
 // the chip, which outlives the hook objects: they point to it without owning it.
 
-#include <memory>
-
-#include "Later.h"
-#include "chip/LagPart.h"
-#include "chip/MacPart.h"
-#include "chip/TopologyPart.h"
-#include "chip/VlanPart.h"
+#include "Mirror.h"
 
 namespace Chip {
-
-using Ulnet::IntfId;
-using Velto::Ptr;
-using Velto::String;
-
-/** The faults that can be planted. */
-struct Faults {
-   bool lostAnswer = false;     ///< removing a host that is not there is never answered
-   bool fullAborts = false;     ///< a full host table is taken for impossible
-   bool earlyDone = false;      ///< port states are reported done when they are queued
-   bool staleFlags = false;     ///< a member that is there already never changes its flags
-   bool tidyDestructor = false; ///< the destructor of the VLAN helper clears the VLAN table
-};
-
-/** What the chip holds. */
-struct Tables {
-   static constexpr std::size_t hostRoom = 1024, topoRoom = 16, lagRoom = 16, memberRoom = 8;
-
-   QonChip::HeldHosts hosts;
-   QonChip::HeldTopologies topologies;
-   QonChip::HeldVlans vlans;
-   QonChip::HeldGroups lags;
-};
 
 /** Hosts: answers every command by its transaction id. */
 class ChipMac : public Qon::QonMacProgrammer {
@@ -274,12 +246,14 @@ class ChipLag : public Velto::Node {
 };
 
 /** The chip as an agent and the kit see it; made of these hook classes or of others. */
-template< class Mac = ChipMac, class Topo = ChipTopo, class Vlan = ChipVlan, class Lag = ChipLag >
+template< class Mac = ChipMac, class Topo = ChipTopo, class Vlan = ChipVlan, class Lag = ChipLag,
+          class Mirror = ChipMirror >
 class SmallChip : public QonChip::Chip,
                   QonChip::MacPart,
                   QonChip::TopologyPart,
                   QonChip::VlanPart,
-                  QonChip::LagPart {
+                  QonChip::LagPart,
+                  QonChip::MirrorPart {
  public:
    explicit SmallChip( Kiv::TaskScheduler & scheduler, Faults faults = {} )
        : faults_( faults ), wheel_( scheduler.timerWheel() ) {
@@ -287,6 +261,7 @@ class SmallChip : public QonChip::Chip,
       add< QonChip::TopologyPart >( *this );
       add< QonChip::VlanPart >( *this );
       add< QonChip::LagPart >( *this );
+      add< QonChip::MirrorPart >( *this );
    }
    String name() const override { return "small"; }
 
@@ -314,6 +289,13 @@ class SmallChip : public QonChip::Chip,
       return Velto::make< Lag >( tables_, faults_, config, status, wheel_ );
    }
    std::optional< QonChip::HeldGroups > groups() const override { return tables_.lags; }
+
+   Ptr< Qon::MirroringSmHelper >
+   makeMirroringHelper( const Ptr< Mirroring::HwCapability > & capability,
+                        const Ptr< Mirroring::HwStatus > & status ) override {
+      return Velto::make< Mirror >( tables_, faults_, capability, status );
+   }
+   std::optional< QonChip::HeldMirrors > mirrors() const override { return tables_.mirrors; }
 
    Faults faults_;
    Kiv::TimerWheel * wheel_;

@@ -246,16 +246,16 @@ TEST( Conformance, TheChipInSoftwarePasses ) {
    }
 }
 
-TEST( Conformance, TheBrokenChipHasItsFiveFindings ) {
+TEST( Conformance, TheBrokenChipHasItsSixFindings ) {
    String text;
    EXPECT_EQ( brokenChip( "--healthy --seed 7", text ), 0 ) << text;
    EXPECT_NE( text.find( "\n0 findings\n" ), String::npos );
    EXPECT_EQ( brokenChip( "", text ), 1 );
-   EXPECT_NE( text.find( "\n5 findings\n" ), String::npos ) << text;
+   EXPECT_NE( text.find( "\n6 findings\n" ), String::npos ) << text;
    const std::pair< const char *, const char * > faults[] = {
          { "lost-answer", "mac.answer" },          { "full-aborts", "mac.full" },
          { "early-done", "topo.early" },           { "stale-flags", "lag.flags" },
-         { "tidy-destructor", "vlan.destructor" },
+         { "tidy-destructor", "vlan.destructor" }, { "one-destination", "mirror.last" },
    };
    for ( auto [fault, contract] : faults ) {
       EXPECT_EQ( brokenChip( String( "--fault " ) + fault, text ), 1 );
@@ -294,6 +294,7 @@ struct Blind : SmallChip<> {
    std::optional< QonChip::HeldTopologies > topologies() const override { return std::nullopt; }
    std::optional< QonChip::HeldVlans > vlans() const override { return std::nullopt; }
    std::optional< QonChip::HeldGroups > groups() const override { return std::nullopt; }
+   std::optional< QonChip::HeldMirrors > mirrors() const override { return std::nullopt; }
 };
 
 TEST( Conformance, NothingIsCalledSoundThatWasNotLookedAt ) {
@@ -304,7 +305,7 @@ TEST( Conformance, NothingIsCalledSoundThatWasNotLookedAt ) {
    }
    // What is judged by the chip's reports alone.
    const std::set< String > byReports = { "mac.answer", "mac.shadow", "vlan.verify", "topo.flush",
-                                          "topo.verify" };
+                                          "topo.verify", "mirror.reconciled" };
    for ( auto & outcome : outcomes( make< Blind >, "" ) ) {
       bool reports = byReports.contains( outcome.check );
       EXPECT_EQ( outcome.result, reports ? Result::ok : Result::notLooked ) << outcome.check;

@@ -201,7 +201,7 @@ class MirrorWorld : public Tests::World {
    }
    Mirroring::SrcIntfConfig * source( const String & name, IntfId intf,
                                       Direction direction = Direction::rx ) {
-      return config->session( name )->srcIntfIs( intf, direction ).ptr();
+      return config->sessionIs( name )->srcIntfIs( intf, direction ).ptr();
    }
    Mirroring::SrcIntfConfig * source( const String & name, U32 n,
                                       Direction direction = Direction::rx ) {

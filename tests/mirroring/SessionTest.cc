@@ -127,6 +127,7 @@ TEST( MirrorGroups, WhatTheHostingAgentFilledInStays ) {
    auto hw = w.hwStatus->sessionIs( "kept" );
    hw->mirrorGroupIs( 3 );
    hw->targetIntfIs( eth( 1 ) );
+   w.helper->held["kept"] = { 3, false, { eth( 1 ) }, {} };
    w.start();
    EXPECT_EQ( w.group( "kept" ), 3 );
    EXPECT_EQ( w.free(), ( Ids{ 7, 5 } ) );

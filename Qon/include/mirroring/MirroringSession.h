@@ -144,10 +144,10 @@ class MirroringSm::KivMirroringSession : public QonBaseSm {
    /** Runs `act`, and then the sources if it made the session in hardware. */
    template< class Act >
    void thenSources( Act && act ) {
-      const bool was = createdInHw_;
+      const U32 before = creations_;
       Velto::FirstError error;
       error.run( act );
-      if ( createdInHw_ && !was ) {
+      if ( createdInHw_ && creations_ != before ) {
          error.run( [&] { reviewSources(); } );
       }
       error.pass();
@@ -201,6 +201,7 @@ class MirroringSm::KivMirroringSession : public QonBaseSm {
    bool unfinished_ = false; // program() raised
    bool starting_ = false;   // claims are only noted
    bool createdInHw_ = false;
+   U32 creations_ = 0; // how often it came to be there
    bool leaving_ = false; // the last destination goes, and sources before it
    bool waitLogged_ = false;
    bool resourceMessageLogged_ = false;
