@@ -231,7 +231,8 @@ start( benchmark::State & state ) {
    const U32 sessions = U32( state.range( 0 ) ), sources = U32( state.range( 1 ) );
    double ns = 0;
    for ( auto _ : state ) {
-      ns = Bench::nsOf( [&] { benchmark::DoNotOptimize( Library( sessions, sources ).sm.ptr() ); } );
+      ns = Bench::nsOf(
+            [&] { benchmark::DoNotOptimize( Library( sessions, sources ).sm.ptr() ); } );
    }
    state.counters["ms"] = ns / 1e6;
    state.counters["nsSource"] = ns / ( sessions * sources );

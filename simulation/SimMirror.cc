@@ -50,8 +50,8 @@ class SimMirror::Helper : public SoftChip::SoftMirroringHelper {
                                const Tunnel::Resolution & resolution ) override {
       Told & told = sim_->told_[name];
       sim_->misuseIf( !told.targets.empty(), "tunnel beside the destinations of " + name );
-      const bool done = SoftMirroringHelper::createGreTunnelMirror( name, group, egressId, tunnel,
-                                                                    resolution );
+      const bool done =
+            SoftMirroringHelper::createGreTunnelMirror( name, group, egressId, tunnel, resolution );
       told.refusedTunnel = !done;
       if ( done ) {
          told.group = group;
@@ -81,9 +81,9 @@ class SimMirror::Helper : public SoftChip::SoftMirroringHelper {
       sim_->misuseIf( told.targets.empty() && !told.tunnel, "source of no session " + name );
       sim_->misuseIf( Mirroring::has( direction, Direction::tx ) && egressId != group,
                       "egress id of " + name );
+      told.refusedSources.erase( port ); // the filter may be looked at within the call
       const bool done =
             SoftMirroringHelper::addSourceToHardware( name, group, egressId, port, direction );
-      told.refusedSources.erase( port );
       if ( done ) {
          const auto & wanted = mirroringSm()->session( name )->srcIntfLocal( port )->wanted();
          told.sources[port] = direction;
@@ -180,8 +180,8 @@ SimMirror::start() {
       }
    }
    helper_ = Velto::make< Helper >( this, table_, capability_, hwStatus_ );
-   sm_ = Qon::MirroringSmIs( { world_.acsd, config_, capability_, status_, helper_, hwStatus_, acls_,
-                               tunnels_, mode_, phy_, nullptr } );
+   sm_ = Qon::MirroringSmIs( { world_.acsd, config_, capability_, status_, helper_, hwStatus_,
+                               acls_, tunnels_, mode_, phy_, nullptr } );
    sm_->initializedIs( true );
 }
 

@@ -52,7 +52,7 @@ class SimMirror : public SimFeature {
       std::set< IntfId > targets;
       bool tunnel = false;
       std::map< IntfId, Direction > sources;
-      std::set< IntfId > refusedTargets, refusedSources; // the last word about them
+      std::set< IntfId > refusedTargets, refusedSources;    // the last word about them
       std::map< IntfId, std::pair< String, U32 > > filters; // list and its version
       bool refusedTunnel = false;
    };

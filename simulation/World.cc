@@ -26,8 +26,8 @@ faultsOf( Rng rng ) {
       lines.push_back( "limit lagTable 2" );
       lines.push_back( "limit lagMembers 3" );
    }
-   for ( const char * hook : { "createMirror", "createMirrorTunnel", "addMirrorSource",
-                               "mirrorFilter" } ) {
+   for ( const char * hook :
+         { "createMirror", "createMirrorTunnel", "addMirrorSource", "mirrorFilter" } ) {
       lines.push_back( hook + String( " fail 0 0 " ) + often( 150 ) );
    }
    return lines;

@@ -6,16 +6,17 @@
 
 namespace Qon {
 
-using Session = MirroringSm::KivMirroringSession;
+using KivMirroringSession = MirroringSm::KivMirroringSession;
 using Ulnet::IntfId;
 
 // --- Sources -------------------------------------------------------------------------------------
 
 void
-Session::KivSource::addOrRemoveSource( bool add ) {
+KivMirroringSession::KivSource::addOrRemoveSource( bool add ) {
    if ( aggregate() ) {
       // fixed text
-      QON_TRACE( mirroringFacility, 5, intf_, ": I'm a LAG, carrying out operation for all members" );
+      QON_TRACE( mirroringFacility, 5, intf_,
+                 ": I'm a LAG, carrying out operation for all members" );
    }
    KeySet< IntfId > wanted;
    if ( add && !aggregate() ) {
@@ -38,7 +39,7 @@ Session::KivSource::addOrRemoveSource( bool add ) {
 }
 
 void
-Session::KivSource::reviewMember( IntfId port ) {
+KivMirroringSession::KivSource::reviewMember( IntfId port ) {
    const bool member = LagView( session_->root_->in_.acsd.ptr() ).lists( intf_, port );
    if ( aggregate() && member != ports_.has( port ) ) {
       member ? claim( port ) : unclaim( port );
@@ -46,24 +47,23 @@ Session::KivSource::reviewMember( IntfId port ) {
 }
 
 void
-Session::KivSource::claim( IntfId port ) {
+KivMirroringSession::KivSource::claim( IntfId port ) {
    ports_.emplace( port );
    session_->claimSource( port, this );
 }
 
 void
-Session::KivSource::unclaim( IntfId port ) {
+KivMirroringSession::KivSource::unclaim( IntfId port ) {
    ports_.erase( port );
    session_->unclaimSource( port, this );
 }
 
 void
-Session::claimSource( IntfId port, KivSource * by ) {
+KivMirroringSession::claimSource( IntfId port, KivSource * by ) {
    auto & claims = sources_.emplace( port ).first->claims;
-   auto place = by->aggregate()
-                      ? std::find_if( claims.begin(), claims.end(),
-                                      []( auto claim ) { return !claim->aggregate(); } )
-                      : claims.end();
+   auto place = by->aggregate() ? std::find_if( claims.begin(), claims.end(),
+                                                []( auto claim ) { return !claim->aggregate(); } )
+                                : claims.end();
    claims.insert( place, by );
    if ( port != by->intf() ) {
       root_->useIs( port, this );
@@ -72,7 +72,7 @@ Session::claimSource( IntfId port, KivSource * by ) {
 }
 
 void
-Session::unclaimSource( IntfId port, KivSource * by ) {
+KivMirroringSession::unclaimSource( IntfId port, KivSource * by ) {
    if ( port != by->intf() ) {
       root_->useDel( port, this );
    }
@@ -83,16 +83,17 @@ Session::unclaimSource( IntfId port, KivSource * by ) {
 }
 
 IntfId
-Session::sourceOf( IntfId port ) const {
+KivMirroringSession::sourceOf( IntfId port ) const {
    auto source = sources_.find( port );
    return source && !source->claims.empty() ? source->claims.front()->intf() : IntfId();
 }
 
-Session::KivSrcIntf::KivSrcIntf( KivMirroringSession * session, Velto::Ptr< const Config > config )
+KivMirroringSession::KivSrcIntf::KivSrcIntf( KivMirroringSession * session,
+                                             Velto::Ptr< const Config > config )
     : KivSource( session, config->intf() ), config_( std::move( config ) ) {}
 
 void
-Session::KivSrcIntf::handleInitialized() {
+KivMirroringSession::KivSrcIntf::handleInitialized() {
    if ( !initialized() ) {
       return;
    }
@@ -104,12 +105,12 @@ Session::KivSrcIntf::handleInitialized() {
 }
 
 bool
-Session::KivSrcIntf::aggregate() const {
+KivMirroringSession::KivSrcIntf::aggregate() const {
    return LagView( session_->root_->in_.acsd.ptr() ).role( intf() ) == LagRole::aggregate;
 }
 
 MirrorSource
-Session::KivSrcIntf::wanted() const {
+KivMirroringSession::KivSrcIntf::wanted() const {
    MirrorSource source;
    source.direction = config_->direction();
    if ( const String & aclName = config_->aclName(); !aclName.empty() ) {
@@ -125,12 +126,12 @@ Session::KivSrcIntf::wanted() const {
    return source;
 }
 
-Session::KivSrcVxlanIntf::KivSrcVxlanIntf( KivMirroringSession * session,
-                                           Velto::Ptr< const Config > config )
+KivMirroringSession::KivSrcVxlanIntf::KivSrcVxlanIntf( KivMirroringSession * session,
+                                                       Velto::Ptr< const Config > config )
     : KivSource( session, config->intf() ), config_( std::move( config ) ) {}
 
 void
-Session::KivSrcVxlanIntf::handleInitialized() {
+KivMirroringSession::KivSrcVxlanIntf::handleInitialized() {
    if ( !initialized() ) {
       return;
    }
@@ -140,7 +141,7 @@ Session::KivSrcVxlanIntf::handleInitialized() {
 }
 
 MirrorSource
-Session::KivSrcVxlanIntf::wanted() const {
+KivMirroringSession::KivSrcVxlanIntf::wanted() const {
    MirrorSource source;
    for ( auto && [vni, none] : config_->vniIteratorConst() ) {
       source.vnis.push_back( vni );
@@ -159,23 +160,22 @@ Session::KivSrcVxlanIntf::wanted() const {
 // --- Destinations --------------------------------------------------------------------------------
 
 bool
-Session::KivTargetIntf::aggregate() const {
+KivMirroringSession::KivTargetIntf::aggregate() const {
    return LagView( session_->root_->in_.acsd.ptr() ).role( intf_ ) == LagRole::aggregate;
 }
 
 void
-Session::KivTargetIntf::handleInitialized() {
+KivMirroringSession::KivTargetIntf::handleInitialized() {
    if ( initialized() ) {
       addOrRemoveTarget( true );
    }
 }
 
 void
-Session::KivTargetIntf::addOrRemoveTarget( bool add ) {
+KivMirroringSession::KivTargetIntf::addOrRemoveTarget( bool add ) {
    if ( aggregate() ) {
       // fixed text
-      QON_TRACE( mirroringFacility, 5, intf_,
-                 " is a LAG, carrying out operation for all members" );
+      QON_TRACE( mirroringFacility, 5, intf_, " is a LAG, carrying out operation for all members" );
    }
    KeySet< IntfId > wanted;
    if ( add && !aggregate() ) {
@@ -199,7 +199,7 @@ Session::KivTargetIntf::addOrRemoveTarget( bool add ) {
 }
 
 void
-Session::KivTargetIntf::reviewMember( IntfId port ) {
+KivMirroringSession::KivTargetIntf::reviewMember( IntfId port ) {
    const bool member = LagView( session_->root_->in_.acsd.ptr() ).lists( intf_, port );
    if ( aggregate() && member != ports_.has( port ) ) {
       member ? claim( port ) : unclaim( port );
@@ -207,19 +207,19 @@ Session::KivTargetIntf::reviewMember( IntfId port ) {
 }
 
 void
-Session::KivTargetIntf::claim( IntfId port ) {
+KivMirroringSession::KivTargetIntf::claim( IntfId port ) {
    ports_.emplace( port );
    session_->claimTarget( port, this );
 }
 
 void
-Session::KivTargetIntf::unclaim( IntfId port ) {
+KivMirroringSession::KivTargetIntf::unclaim( IntfId port ) {
    ports_.erase( port );
    session_->unclaimTarget( port, this );
 }
 
 void
-Session::claimTarget( IntfId port, KivTargetIntf * by ) {
+KivMirroringSession::claimTarget( IntfId port, KivTargetIntf * by ) {
    targets_.emplace( port ).first->claims.push_back( by );
    if ( port != by->intf() ) {
       root_->useIs( port, this );
@@ -228,7 +228,7 @@ Session::claimTarget( IntfId port, KivTargetIntf * by ) {
 }
 
 void
-Session::unclaimTarget( IntfId port, KivTargetIntf * by ) {
+KivMirroringSession::unclaimTarget( IntfId port, KivTargetIntf * by ) {
    if ( port != by->intf() ) {
       root_->useDel( port, this );
    }

@@ -8,7 +8,7 @@
 
 namespace Qon {
 
-using Session = MirroringSm::KivMirroringSession;
+using KivMirroringSession = MirroringSm::KivMirroringSession;
 using Ulnet::IntfId;
 
 /** The followers of all inputs; what they follow is asked of the inputs themselves. */
@@ -54,12 +54,12 @@ MirroringSm::makeIntfStatus( const IntfId &,
 bool
 MirroringSm::isValid( IntfId intf, bool isDestination ) const {
    QON_TELL_HOOK( MirroringSmHelper, isValidIntf, intf, isDestination );
-   return in_.helper->isValidIntf( in_.phyStatus ? in_.phyStatus->intfStatus( intf ) : nullptr, intf,
-                                   isDestination );
+   return in_.helper->isValidIntf( in_.phyStatus ? in_.phyStatus->intfStatus( intf ) : nullptr,
+                                   intf, isDestination );
 }
 
 void
-MirroringSm::useIs( IntfId intf, Session * session ) {
+MirroringSm::useIs( IntfId intf, KivMirroringSession * session ) {
    auto & users = *users_.emplace( intf ).first;
    auto user = std::find_if( users.begin(), users.end(),
                              [&]( auto & entry ) { return entry.first == session; } );
@@ -71,7 +71,7 @@ MirroringSm::useIs( IntfId intf, Session * session ) {
 }
 
 void
-MirroringSm::useDel( IntfId intf, Session * session ) {
+MirroringSm::useDel( IntfId intf, KivMirroringSession * session ) {
    auto & users = *users_.find( intf );
    auto user = std::find_if( users.begin(), users.end(),
                              [&]( auto & entry ) { return entry.first == session; } );

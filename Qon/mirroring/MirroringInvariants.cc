@@ -4,7 +4,7 @@
 
 namespace Qon {
 
-using Session = MirroringSm::KivMirroringSession;
+using KivMirroringSession = MirroringSm::KivMirroringSession;
 using Ulnet::IntfId;
 
 String
@@ -13,7 +13,7 @@ MirroringSm::checkInvariants() const {
    String broken;
    U32 overflows = 0;
    const U32 freeGroups = in_.acsd->freeMirrorSessions();
-   sessions_.forEach( [&]( const String & name, Session & session ) {
+   sessions_.forEach( [&]( const String & name, KivMirroringSession & session ) {
       const S32 group = session.mirrorGroup();
       overflows += session.overflowLogged() + session.invalidOverlapLogged();
       if ( !broken.empty() ) {
@@ -40,7 +40,7 @@ MirroringSm::checkInvariants() const {
 }
 
 String
-Session::brokenInvariant() const {
+KivMirroringSession::brokenInvariant() const {
    Counts counts;
    U32 overLimit = 0, overlaps = 0, targets = 0;
    for ( auto && [port, source] : sources_ ) {
@@ -86,7 +86,7 @@ MirroringSm::handleVerify() {
    if ( !initialized() || !in_.verifyData ) {
       return;
    }
-   forEachOf( allSessions(), [&]( Session & session ) {
+   forEachOf( allSessions(), [&]( KivMirroringSession & session ) {
       const String & name = session.name();
       const int group = session.mirrorGroup(), egressId = session.egressId();
       for ( IntfId port : session.programmedTargets() ) {
@@ -100,8 +100,7 @@ MirroringSm::handleVerify() {
       if ( tunnel && tunnel->programmed() &&
            !QON_HOOK( MirroringSmHelper, in_.helper, verifyGreTunnelMirror, name, group, egressId,
                       tunnel->info() ) ) {
-         QON_FINDING( in_.verifyData,
-                      "Mirror session " + name + ", tunnel is not in hardware\n" );
+         QON_FINDING( in_.verifyData, "Mirror session " + name + ", tunnel is not in hardware\n" );
       }
    } );
 }

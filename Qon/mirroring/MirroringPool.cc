@@ -6,7 +6,7 @@
 
 namespace Qon {
 
-using Session = MirroringSm::KivMirroringSession;
+using KivMirroringSession = MirroringSm::KivMirroringSession;
 using Mirroring::TunnelType;
 
 namespace {
@@ -34,8 +34,7 @@ MirroringSm::reviewPool() {
    Velto::FirstError error;
    if ( max_ == 0 ) {
       // fixed text
-      QON_TRACE( mirroringFacility, 2,
-                 "Mirroring is not supported (maxSupportedSessions=0)." );
+      QON_TRACE( mirroringFacility, 2, "Mirroring is not supported (maxSupportedSessions=0)." );
       started_ = false;
    } else if ( !started_ ) {
       started_ = true;
@@ -68,9 +67,8 @@ MirroringSm::start() {
    for ( auto & [name, kept] : stale ) {
       error.run( [&, &key = name, &entry = kept] { removeFromHardware( key, entry ); } );
       if ( agentFills_ && !in_.acsd->freeMirrorSessionHas( U8( kept.mirrorGroup ) ) ) {
-         error.run( [&, &entry = kept] {
-            in_.acsd->freeMirrorSessionEnq( U8( entry.mirrorGroup ) );
-         } );
+         error.run(
+               [&, &entry = kept] { in_.acsd->freeMirrorSessionEnq( U8( entry.mirrorGroup ) ); } );
       }
    }
    error.pass();
@@ -218,7 +216,7 @@ MirroringSm::resize( U32 was ) {
    }
    for ( U32 id = was; id < max_; ++id ) {
       bool held = false;
-      sessions_.forEach( [&]( const String &, Session & session ) {
+      sessions_.forEach( [&]( const String &, KivMirroringSession & session ) {
          held = held || session.mirrorGroup() == S32( id );
       } );
       if ( !held ) {
@@ -229,7 +227,7 @@ MirroringSm::resize( U32 was ) {
 }
 
 void
-MirroringSm::groupFree( S32 mirrorGroup, const Session * of ) {
+MirroringSm::groupFree( S32 mirrorGroup, const KivMirroringSession * of ) {
    if ( ownPool() && U32( mirrorGroup ) >= max_ ) {
       return; // the hardware has it no more
    }
@@ -247,8 +245,8 @@ MirroringSm::groupFree( S32 mirrorGroup, const Session * of ) {
 }
 
 /** In the order of the configuration, without those that go. */
-Session *
-MirroringSm::firstWaiting( const Session * except ) const {
+KivMirroringSession *
+MirroringSm::firstWaiting( const KivMirroringSession * except ) const {
    if ( stopped_ || max_ == 0 ) {
       return nullptr;
    }

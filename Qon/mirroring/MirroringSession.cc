@@ -8,17 +8,17 @@
 namespace Qon {
 
 using Mirroring::mirrorGroupInvalid;
-using Session = MirroringSm::KivMirroringSession;
+using KivMirroringSession = MirroringSm::KivMirroringSession;
 
-Session::KivMirroringSession( MirroringSm * mirroringSm, const String & name,
-                              Velto::Ptr< const Config > config )
+KivMirroringSession::KivMirroringSession( MirroringSm * mirroringSm, const String & name,
+                                          Velto::Ptr< const Config > config )
     : root_( mirroringSm ), name_( name ), config_( std::move( config ) ), srcIntf_( this ),
       srcVxlanIntf_( this ), targetIntf_( this ) {}
 
-Session::~KivMirroringSession() = default;
+KivMirroringSession::~KivMirroringSession() = default;
 
 void
-Session::kivDoZombieReactors() {
+KivMirroringSession::kivDoZombieReactors() {
    srcIntf_.kivDoZombieReactors();
    srcVxlanIntf_.kivDoZombieReactors();
    targetIntf_.kivDoZombieReactors();
@@ -26,14 +26,14 @@ Session::kivDoZombieReactors() {
 }
 
 void
-Session::mirrorGroupIs( S32 mg ) {
+KivMirroringSession::mirrorGroupIs( S32 mg ) {
    VELTO_ASSERT( mg != mirrorGroupInvalid() );            // fixed text
    VELTO_ASSERT( mirrorGroup() == mirrorGroupInvalid() ); // fixed text
    mirrorGroup_ = mg;
 }
 
 void
-Session::handleInitialized() {
+KivMirroringSession::handleInitialized() {
    if ( !initialized() ) {
       srcIntf_.rest();
       srcVxlanIntf_.rest();
@@ -60,7 +60,7 @@ Session::handleInitialized() {
 
 /** The interfaces first: until there is a group their claims are only noted. */
 void
-Session::program() {
+KivMirroringSession::program() {
    unfinished_ = true;
    Velto::FirstError error;
    error.run( [&] { root_->in_.status->sessionIs( name_ ); } );
@@ -85,7 +85,7 @@ Session::program() {
 }
 
 void
-Session::reviewConfigured() {
+KivMirroringSession::reviewConfigured() {
    Velto::FirstError error;
    error.run( [&] {
       srcIntf_.reviewAll( config_->srcIntfIteratorConst(),
@@ -104,7 +104,7 @@ Session::reviewConfigured() {
 
 /** Whether the session has a group now. */
 bool
-Session::takeGroup( Velto::FirstError & error ) {
+KivMirroringSession::takeGroup( Velto::FirstError & error ) {
    if ( hasGroup() ) {
       return true;
    }
@@ -125,7 +125,7 @@ Session::takeGroup( Velto::FirstError & error ) {
 
 /** Runs before program(): what an earlier life left is in hardware. */
 void
-Session::takeKept( const Kept & kept ) {
+KivMirroringSession::takeKept( const Kept & kept ) {
    mirrorGroupIs( kept.mirrorGroup );
    for ( auto & [port, direction] : kept.sources ) {
       sources_.emplace( port ).first->local.left_ = direction;
@@ -145,7 +145,7 @@ Session::takeKept( const Kept & kept ) {
 }
 
 void
-Session::prepareToDie() {
+KivMirroringSession::prepareToDie() {
    live_ = false;
    Velto::FirstError error;
    const bool restarts = Kiv::agentRestarting();
@@ -167,9 +167,9 @@ Session::prepareToDie() {
    root_->overflowsAre( -S32( overflowLogged_ + invalidOverlapLogged_ ) );
    overflowLogged_ = invalidOverlapLogged_ = 0;
    resourceMessageLogged_ = false;
-   for ( auto removeAll : { +[]( Session & s ) { s.srcIntf_.removeAll(); },
-                            +[]( Session & s ) { s.srcVxlanIntf_.removeAll(); },
-                            +[]( Session & s ) { s.targetIntf_.removeAll(); } } ) {
+   for ( auto removeAll : { +[]( KivMirroringSession & s ) { s.srcIntf_.removeAll(); },
+                            +[]( KivMirroringSession & s ) { s.srcVxlanIntf_.removeAll(); },
+                            +[]( KivMirroringSession & s ) { s.targetIntf_.removeAll(); } } ) {
       error.run( [&] { removeAll( *this ); } );
    }
    if ( !restarts ) {
@@ -186,66 +186,67 @@ Session::prepareToDie() {
 }
 
 Mirroring::SessionStatus *
-Session::status() const {
+KivMirroringSession::status() const {
    return live_ ? root_->in_.status->session( name_ ) : nullptr;
 }
 
 // --- What is configured --------------------------------------------------------------------------
 
 void
-Session::ask( What what, IntfId intf ) {
+KivMirroringSession::ask( What what, IntfId intf ) {
    root_->later( { what, this, intf } );
    root_->settle();
 }
 
-Velto::Ptr< Session::KivSrcIntf >
-Session::makeSrcIntf( const IntfId &, const Velto::Ptr< const Mirroring::SrcIntfConfig > & config ) {
+Velto::Ptr< KivMirroringSession::KivSrcIntf >
+KivMirroringSession::makeSrcIntf( const IntfId &,
+                                  const Velto::Ptr< const Mirroring::SrcIntfConfig > & config ) {
    return smIs< KivSrcIntf >( this, config );
 }
 
 void
-Session::cleanUpSrcIntf( const IntfId &, KivSrcIntf * sm ) {
+KivMirroringSession::cleanUpSrcIntf( const IntfId &, KivSrcIntf * sm ) {
    sm->addOrRemoveSource( false );
 }
 
-Velto::Ptr< Session::KivSrcVxlanIntf >
-Session::makeSrcVxlanIntf( const IntfId &,
-                           const Velto::Ptr< const Mirroring::SrcVxlanIntfConfig > & config ) {
+Velto::Ptr< KivMirroringSession::KivSrcVxlanIntf >
+KivMirroringSession::makeSrcVxlanIntf(
+      const IntfId &, const Velto::Ptr< const Mirroring::SrcVxlanIntfConfig > & config ) {
    return smIs< KivSrcVxlanIntf >( this, config );
 }
 
 void
-Session::cleanUpSrcVxlanIntf( const IntfId &, KivSrcVxlanIntf * sm ) {
+KivMirroringSession::cleanUpSrcVxlanIntf( const IntfId &, KivSrcVxlanIntf * sm ) {
    sm->addOrRemoveSource( false );
 }
 
-Velto::Ptr< Session::KivTargetIntf >
-Session::makeTargetIntf( const IntfId & intf, const bool & ) {
+Velto::Ptr< KivMirroringSession::KivTargetIntf >
+KivMirroringSession::makeTargetIntf( const IntfId & intf, const bool & ) {
    return smIs< KivTargetIntf >( this, intf );
 }
 
 void
-Session::cleanUpTargetIntf( const IntfId &, KivTargetIntf * sm ) {
+KivMirroringSession::cleanUpTargetIntf( const IntfId &, KivTargetIntf * sm ) {
    sm->addOrRemoveTarget( false );
 }
 
 void
-Session::reviewSrcIntf( IntfId intf ) {
+KivMirroringSession::reviewSrcIntf( IntfId intf ) {
    srcIntf_.review( intf, config_->srcIntf( intf ) );
 }
 
 void
-Session::reviewSrcVxlanIntf( IntfId intf ) {
+KivMirroringSession::reviewSrcVxlanIntf( IntfId intf ) {
    srcVxlanIntf_.review( intf, config_->srcVxlanIntf( intf ) );
 }
 
 void
-Session::reviewTargetIntf( IntfId intf ) {
+KivMirroringSession::reviewTargetIntf( IntfId intf ) {
    thenSources( [&] { targetIntf_.review( intf, config_->targetIntf( intf ) ); } );
 }
 
 void
-Session::reviewMember( IntfId lag, IntfId port ) {
+KivMirroringSession::reviewMember( IntfId lag, IntfId port ) {
    Velto::FirstError error;
    if ( auto target = targetIntf_.sm( lag ) ) {
       error.run( [&] { thenSources( [&] { target->reviewMember( port ); } ); } );
@@ -258,7 +259,7 @@ Session::reviewMember( IntfId lag, IntfId port ) {
 
 /** An aggregate stands for its ports. */
 void
-Session::revaluate( IntfId intf ) {
+KivMirroringSession::revaluate( IntfId intf ) {
    Velto::FirstError error;
    if ( targets_.has( intf ) || targetIntf_.has( intf ) ) {
       error.run( [&] { thenSources( [&] { reviewTarget( intf ); } ); } );
@@ -270,7 +271,7 @@ Session::revaluate( IntfId intf ) {
 }
 
 void
-Session::reviewSettings( IntfId intf ) {
+KivMirroringSession::reviewSettings( IntfId intf ) {
    Velto::FirstError error;
    const KivSource * const all[] = { srcIntf_.sm( intf ), srcVxlanIntf_.sm( intf ) };
    for ( auto source : all ) {
@@ -284,7 +285,7 @@ Session::reviewSettings( IntfId intf ) {
 }
 
 void
-Session::reviewAcl( Acl::AclType type, const String & acl ) {
+KivMirroringSession::reviewAcl( Acl::AclType type, const String & acl ) {
    Velto::FirstError error;
    for ( IntfId port : sourcePorts() ) {
       auto source = sources_.find( port );
@@ -299,37 +300,37 @@ Session::reviewAcl( Acl::AclType type, const String & acl ) {
 // --- Attributes ----------------------------------------------------------------------------------
 
 void
-Session::handleTruncation() {
+KivMirroringSession::handleTruncation() {
    handleAttribute( "handleTruncation" );
 }
 
 void
-Session::handleHeaderRemoval() {
+KivMirroringSession::handleHeaderRemoval() {
    handleAttribute( "handleHeaderRemoval" );
 }
 
 void
-Session::handleRxSampleRate() {
+KivMirroringSession::handleRxSampleRate() {
    handleAttribute( "handleRxSampleRate" );
 }
 
 void
-Session::handleGrePayloadType() {
+KivMirroringSession::handleGrePayloadType() {
    handleAttribute( "handleGrePayloadType" );
 }
 
 void
-Session::handleGreTimestamping() {
+KivMirroringSession::handleGreTimestamping() {
    handleAttribute( "handleGreTimestamping" );
 }
 
 void
-Session::handleTxGreMetadata() {
+KivMirroringSession::handleTxGreMetadata() {
    handleAttribute( "handleTxGreMetadata" );
 }
 
 void
-Session::handleRateLimit() {
+KivMirroringSession::handleRateLimit() {
    if ( config_->mirrorSessRateLimitSets() > 0 ) {
       qonAssert( "Unexpected mirrorSessRateLimitSets() > 0" ); // fixed text
    }
@@ -337,17 +338,17 @@ Session::handleRateLimit() {
 }
 
 void
-Session::handleRateLimitSet( const String & ) {
+KivMirroringSession::handleRateLimitSet( const String & ) {
    handleRateLimit();
 }
 
 void
-Session::handlePortMirroringDisabled() {
+KivMirroringSession::handlePortMirroringDisabled() {
    handleAttribute( "handlePortMirroringDisabled" );
 }
 
 void
-Session::handleAttribute( const char * handler ) {
+KivMirroringSession::handleAttribute( const char * handler ) {
    if ( !initialized() ) {
       return;
    }
@@ -367,7 +368,7 @@ Session::handleAttribute( const char * handler ) {
 
 /** Whoever has others in hardware is told. */
 void
-Session::reviewAttributes() {
+KivMirroringSession::reviewAttributes() {
    if ( !createdInHw() ) {
       return;
    }
@@ -398,23 +399,23 @@ keysIn( const Map & map ) {
 } // namespace
 
 std::vector< Ulnet::IntfId >
-Session::sourcePorts() const {
+KivMirroringSession::sourcePorts() const {
    return keysIn( sources_ );
 }
 
 std::vector< Ulnet::IntfId >
-Session::targetPorts() const {
+KivMirroringSession::targetPorts() const {
    return keysIn( targets_ );
 }
 
 const MirrorSrcIntfLocal *
-Session::srcIntfLocal( IntfId port ) const {
+KivMirroringSession::srcIntfLocal( IntfId port ) const {
    auto source = sources_.find( port );
    return source ? &source->local : nullptr;
 }
 
 const MirrorDstIntfLocal *
-Session::dstIntfLocal( IntfId port ) const {
+KivMirroringSession::dstIntfLocal( IntfId port ) const {
    auto target = targets_.find( port );
    return target ? &target->local : nullptr;
 }

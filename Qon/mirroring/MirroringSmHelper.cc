@@ -4,7 +4,8 @@ namespace Qon {
 
 void
 MirroringSmHelper::missing( const char * hook ) const {
-   qonAssert( "Function " + String( hook ) + "() must be implemented by derived class" ); // fixed text
+   qonAssert( "Function " + String( hook ) +
+              "() must be implemented by derived class" ); // fixed text
 }
 
 bool

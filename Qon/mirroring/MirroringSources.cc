@@ -6,19 +6,19 @@
 
 namespace Qon {
 
-using Session = MirroringSm::KivMirroringSession;
+using KivMirroringSession = MirroringSm::KivMirroringSession;
 using Mirroring::Direction;
 using Ulnet::IntfId;
 
 void
-Session::Counts::change( Direction direction, S32 by ) {
+KivMirroringSession::Counts::change( Direction direction, S32 by ) {
    U32 & count = direction == Direction::both ? both : direction == Direction::rx ? rxOnly : txOnly;
    count += U32( by );
 }
 
 /** What the port shall be, in `local.wanted_`, and why it shall not be in hardware. */
 MirrorReason
-Session::sourceWanted( IntfId port, SourcePort & source ) {
+KivMirroringSession::sourceWanted( IntfId port, SourcePort & source ) {
    auto & local = source.local;
    local.wanted_ = source.claims.empty() ? MirrorSource() : source.claims.front()->wanted();
    const MirrorSource & wanted = local.wanted_;
@@ -44,7 +44,7 @@ Session::sourceWanted( IntfId port, SourcePort & source ) {
 /** Compares what is in hardware of the port with what shall be; the local record, the messages and
     the status follow. */
 void
-Session::reviewSource( IntfId port, Redo redo ) {
+KivMirroringSession::reviewSource( IntfId port, Redo redo ) {
    auto source = sources_.find( port );
    if ( !source || starting_ ) {
       return;
@@ -110,7 +110,7 @@ Session::reviewSource( IntfId port, Redo redo ) {
 }
 
 void
-Session::reviewSources() {
+KivMirroringSession::reviewSources() {
    Velto::FirstError error;
    for ( IntfId port : sourcePorts() ) {
       error.run( [&] { reviewSource( port ); } );
@@ -120,7 +120,8 @@ Session::reviewSources() {
 }
 
 void
-Session::addSource( IntfId port, MirrorSrcIntfLocal & local, Velto::FirstError & error ) {
+KivMirroringSession::addSource( IntfId port, MirrorSrcIntfLocal & local,
+                                Velto::FirstError & error ) {
    const MirrorSource & wanted = local.wanted_;
    auto helper = root_->in_.helper.ptr();
    bool done = false;
@@ -157,8 +158,8 @@ Session::addSource( IntfId port, MirrorSrcIntfLocal & local, Velto::FirstError &
 
 /** Whatever the chip says, it counts as removed. */
 void
-Session::removeSource( IntfId port, MirrorSrcIntfLocal & local, Direction direction, bool going,
-                       Velto::FirstError & error ) {
+KivMirroringSession::removeSource( IntfId port, MirrorSrcIntfLocal & local, Direction direction,
+                                   bool going, Velto::FirstError & error ) {
    bool done = false;
    error.run( [&] {
       done = QON_HOOK( MirroringSmHelper, root_->in_.helper, removeSourceFromHardware, name_,
@@ -180,7 +181,7 @@ Session::removeSource( IntfId port, MirrorSrcIntfLocal & local, Direction direct
 // --- What fits -----------------------------------------------------------------------------------
 
 MirrorOverflow
-Session::overflowOf( const Counts & counts ) const {
+KivMirroringSession::overflowOf( const Counts & counts ) const {
    auto helper = root_->in_.helper.ptr();
    if ( !tunnelWanted() && root_->cutThrough() &&
         helper->sourcesOverlap( name_, counts.rx(), counts.tx() ) ) {
@@ -191,7 +192,7 @@ Session::overflowOf( const Counts & counts ) const {
 }
 
 MirrorOverflow
-Session::checkSrcOverflow( Direction direction ) const {
+KivMirroringSession::checkSrcOverflow( Direction direction ) const {
    Counts with = counts_;
    with.change( direction, 1 );
    return overflowOf( with );
@@ -199,7 +200,8 @@ Session::checkSrcOverflow( Direction direction ) const {
 
 /** The new state is counted before the old one is not: between them nothing looks well. */
 void
-Session::overflowStateIs( IntfId port, MirrorSrcIntfLocal & local, MirrorOverflow state ) {
+KivMirroringSession::overflowStateIs( IntfId port, MirrorSrcIntfLocal & local,
+                                      MirrorOverflow state ) {
    const MirrorOverflow before = local.overflowState_;
    if ( state == before ) {
       return;
@@ -238,14 +240,14 @@ Session::overflowStateIs( IntfId port, MirrorSrcIntfLocal & local, MirrorOverflo
 }
 
 void
-Session::overflowLoggedIs( U32 overflows ) {
+KivMirroringSession::overflowLoggedIs( U32 overflows ) {
    root_->overflowsAre( S32( overflows - overflowLogged_ ) );
    overflowLogged_ = overflows;
    root_->reviewInvalidSources();
 }
 
 void
-Session::invalidOverlapLoggedIs( U32 overlaps ) {
+KivMirroringSession::invalidOverlapLoggedIs( U32 overlaps ) {
    root_->overflowsAre( S32( overlaps - invalidOverlapLogged_ ) );
    invalidOverlapLogged_ = overlaps;
    root_->reviewInvalidSources();
@@ -253,7 +255,7 @@ Session::invalidOverlapLoggedIs( U32 overlaps ) {
 
 /** In the order of the interfaces. */
 void
-Session::reviewWaiting() {
+KivMirroringSession::reviewWaiting() {
    std::vector< IntfId > ports;
    for ( auto && [port, none] : overflowed_ ) {
       ports.push_back( port );
@@ -268,11 +270,10 @@ Session::reviewWaiting() {
 /** As if the sources were added one by one, in the order of the interfaces; those in hardware before
     the others, if it is said so. Who does not fit then goes, and who does comes. */
 void
-Session::judgeSources( bool programmedFirst ) {
+KivMirroringSession::judgeSources( bool programmedFirst ) {
    std::vector< IntfId > ports;
    for ( auto && [port, source] : sources_ ) {
-      if ( source.local.programmed() ||
-           source.local.overflowState_ != MirrorOverflow::normal ) {
+      if ( source.local.programmed() || source.local.overflowState_ != MirrorOverflow::normal ) {
          ports.push_back( port );
       }
    }
@@ -304,7 +305,7 @@ Session::judgeSources( bool programmedFirst ) {
 
 /** No room for the filter: the source goes, until there may be room. */
 void
-Session::reviewAclStatus( IntfId port ) {
+KivMirroringSession::reviewAclStatus( IntfId port ) {
    using QonTypes::TableAddStatus;
    auto source = sources_.find( port );
    auto hw = root_->in_.hwStatus ? root_->in_.hwStatus->session( name_ ) : nullptr;
@@ -329,7 +330,7 @@ Session::reviewAclStatus( IntfId port ) {
 }
 
 void
-Session::reviewHwSession() {
+KivMirroringSession::reviewHwSession() {
    auto hw = root_->in_.hwStatus ? root_->in_.hwStatus->session( name_ ) : nullptr;
    aclStatusWatch_.attach( this, hw );
    if ( !hw ) {
@@ -348,7 +349,7 @@ Session::reviewHwSession() {
 
 /** Another filter went. */
 void
-Session::reviewAclRoom() {
+KivMirroringSession::reviewAclRoom() {
    Velto::FirstError error;
    for ( IntfId port : sourcePorts() ) {
       auto source = sources_.find( port );
@@ -363,7 +364,7 @@ Session::reviewAclRoom() {
 // --- Publishing ----------------------------------------------------------------------------------
 
 void
-Session::publishSource( IntfId port ) {
+KivMirroringSession::publishSource( IntfId port ) {
    publishEgress();
    auto source = sources_.find( port );
    auto published = status();
@@ -382,7 +383,7 @@ Session::publishSource( IntfId port ) {
 }
 
 void
-Session::publishEgress() {
+KivMirroringSession::publishEgress() {
    auto & acsd = *root_->in_.acsd;
    if ( createdInHw_ && counts_.tx() ) {
       acsd.mirrorSessionNameToEgressIdIs( name_, U8( mirrorGroup_ ) );

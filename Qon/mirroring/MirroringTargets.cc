@@ -4,13 +4,13 @@
 
 namespace Qon {
 
-using Session = MirroringSm::KivMirroringSession;
+using KivMirroringSession = MirroringSm::KivMirroringSession;
 using Mirroring::TunnelType;
 using Ulnet::IntfId;
 
 /** What is of the other kind goes first. */
 void
-Session::reviewDestinations() {
+KivMirroringSession::reviewDestinations() {
    if ( !hasGroup() ) {
       return;
    }
@@ -37,7 +37,7 @@ Session::reviewDestinations() {
 
 /** The port's claim counts, an aggregate's before its own. */
 MirrorReason
-Session::targetWanted( IntfId port, const TargetPort & target ) const {
+KivMirroringSession::targetWanted( IntfId port, const TargetPort & target ) const {
    if ( !live_ || leaving_ || target.claims.empty() || tunnelWanted() ) {
       return MirrorReason::notWanted;
    }
@@ -60,7 +60,7 @@ Session::targetWanted( IntfId port, const TargetPort & target ) const {
 }
 
 void
-Session::reviewTarget( IntfId port ) {
+KivMirroringSession::reviewTarget( IntfId port ) {
    auto target = targets_.find( port );
    if ( starting_ ) {
       return; // everything is looked at when all claims are made
@@ -94,7 +94,7 @@ Session::reviewTarget( IntfId port ) {
 
 /** Creates the session with its first destination, adds one, or hands over its attributes. */
 void
-Session::addTarget( IntfId port, TargetPort & target, Velto::FirstError & error ) {
+KivMirroringSession::addTarget( IntfId port, TargetPort & target, Velto::FirstError & error ) {
    auto & local = target.local;
    const auto attributes = config_->attributes();
    bool done = false;
@@ -119,19 +119,21 @@ Session::addTarget( IntfId port, TargetPort & target, Velto::FirstError & error 
 }
 
 void
-Session::KivTargetIntf::checkOverflow( IntfId port, bool failed ) {
+KivMirroringSession::KivTargetIntf::checkOverflow( IntfId port, bool failed ) {
    auto & logged = session_->targets_.find( port )->local.overflowLogged_;
    if ( !failed ) {
       logged = false;
    } else if ( session_->config()->internal() && !std::exchange( logged, true ) ) {
-      QON_TRACE( mirroringFacility, 1, session_->name(), ": Internal session overflow" ); // fixed text
+      QON_TRACE( mirroringFacility, 1, session_->name(),
+                 ": Internal session overflow" ); // fixed text
       mirrorLog( mirrorInternalSessionResourcesUnavailable, session_->name(), port );
    }
 }
 
 /** The sources go before the last destination. */
 void
-Session::removeTargets( const std::vector< IntfId > & ports, Velto::FirstError & error ) {
+KivMirroringSession::removeTargets( const std::vector< IntfId > & ports,
+                                    Velto::FirstError & error ) {
    if ( ports.empty() ) {
       return;
    }
@@ -165,7 +167,7 @@ Session::removeTargets( const std::vector< IntfId > & ports, Velto::FirstError &
 }
 
 std::vector< IntfId >
-Session::programmedTargets() const {
+KivMirroringSession::programmedTargets() const {
    std::vector< IntfId > ports;
    for ( auto && [port, target] : targets_ ) {
       if ( target.local.programmed_ ) {
@@ -176,7 +178,7 @@ Session::programmedTargets() const {
 }
 
 void
-Session::createdInHwIs( bool v ) {
+KivMirroringSession::createdInHwIs( bool v ) {
    creations_ += v && !createdInHw_;
    createdInHw_ = v;
    if ( auto published = status() ) {
@@ -186,7 +188,7 @@ Session::createdInHwIs( bool v ) {
 
 /** For those whose own entries stand on the session. */
 void
-Session::changedInHw() {
+KivMirroringSession::changedInHw() {
    if ( auto published = status() ) {
       published->generationIs( published->generation() + 1 );
    }
@@ -194,7 +196,7 @@ Session::changedInHw() {
 
 /** Of a port, or of an aggregate that has failed as a whole. */
 void
-Session::publishTarget( IntfId port ) {
+KivMirroringSession::publishTarget( IntfId port ) {
    auto published = status();
    if ( !published ) {
       return;
@@ -214,7 +216,7 @@ Session::publishTarget( IntfId port ) {
 // --- Tunnels -------------------------------------------------------------------------------------
 
 void
-Session::makeTunnel( TunnelType type ) {
+KivMirroringSession::makeTunnel( TunnelType type ) {
    if ( type == TunnelType::gre ) {
       tunnel_ = smIs< KivGreTunnel >( this );
    } else {
@@ -224,7 +226,7 @@ Session::makeTunnel( TunnelType type ) {
 }
 
 void
-Session::reviewTunnel() {
+KivMirroringSession::reviewTunnel() {
    const TunnelType type = config_->tunnel().type();
    if ( !hasGroup() || type == TunnelType::none ) {
       return;
@@ -237,7 +239,7 @@ Session::reviewTunnel() {
 
 /** Sources first. */
 void
-Session::removeTunnel( Velto::FirstError & error ) {
+KivMirroringSession::removeTunnel( Velto::FirstError & error ) {
    if ( !tunnel_ ) {
       return;
    }
@@ -251,17 +253,17 @@ Session::removeTunnel( Velto::FirstError & error ) {
 }
 
 bool
-Session::KivTunnel::ready() const {
+KivMirroringSession::KivTunnel::ready() const {
    const auto & info = session_->config()->tunnel();
    const auto & root = *session_->root_;
    const bool drops = info.type() == TunnelType::gre && info.forwardDrop();
    return session_->live_ && session_->hasGroup() && info.type() == type() && root.reconciled() &&
-          ( drops || ( root.in_.tunnelStatus && root.in_.tunnelStatus->resolutionHas(
-                                                      { info.dst(), info.vrf() } ) ) );
+          ( drops || ( root.in_.tunnelStatus &&
+                       root.in_.tunnelStatus->resolutionHas( { info.dst(), info.vrf() } ) ) );
 }
 
 Tunnel::Resolution
-Session::KivTunnel::wantedResolution() const {
+KivMirroringSession::KivTunnel::wantedResolution() const {
    const auto & info = session_->config()->tunnel();
    auto status = session_->root_->in_.tunnelStatus.ptr();
    return info.forwardDrop() || !status ? Tunnel::Resolution()
@@ -269,7 +271,7 @@ Session::KivTunnel::wantedResolution() const {
 }
 
 void
-Session::KivTunnel::review() {
+KivMirroringSession::KivTunnel::review() {
    Velto::FirstError error;
    if ( !ready() ) {
       // What an earlier life left is touched when that may be, or when it is not wanted.
@@ -294,7 +296,7 @@ Session::KivTunnel::review() {
 }
 
 void
-Session::KivTunnel::create() {
+KivMirroringSession::KivTunnel::create() {
    const auto info = session_->config()->tunnel();
    const auto resolution = wantedResolution();
    const auto attributes = session_->config()->attributes();
@@ -319,7 +321,7 @@ Session::KivTunnel::create() {
 }
 
 void
-Session::KivTunnel::update() {
+KivMirroringSession::KivTunnel::update() {
    const auto info = session_->config()->tunnel();
    const auto resolution = wantedResolution();
    const auto attributes = session_->config()->attributes();
@@ -340,7 +342,7 @@ Session::KivTunnel::update() {
 }
 
 void
-Session::KivTunnel::remove( Velto::FirstError & error ) {
+KivMirroringSession::KivTunnel::remove( Velto::FirstError & error ) {
    if ( !held() ) {
       return;
    }

@@ -8,7 +8,7 @@
 
 namespace Qon {
 
-using Session = MirroringSm::KivMirroringSession;
+using KivMirroringSession = MirroringSm::KivMirroringSession;
 using Ulnet::IntfId;
 
 Flintlog::Facility mirroringFacility( "QonMirroringSm" );
@@ -147,13 +147,14 @@ MirroringSm::answer( const Work & work ) {
       return;
    case What::member:
       forEachOf( usersOf( work.intf ),
-                 [&]( Session & user ) { user.reviewMember( work.intf, work.port ); } );
+                 [&]( KivMirroringSession & user ) { user.reviewMember( work.intf, work.port ); } );
       return;
    case What::intf:
-      forEachOf( usersOf( work.intf ), [&]( Session & user ) { user.revaluate( work.intf ); } );
+      forEachOf( usersOf( work.intf ),
+                 [&]( KivMirroringSession & user ) { user.revaluate( work.intf ); } );
       return;
    case What::tunnels:
-      forEachOf( allSessions(), [&]( Session & each ) {
+      forEachOf( allSessions(), [&]( KivMirroringSession & each ) {
          const auto & info = each.config()->tunnel();
          if ( info.type() != Mirroring::TunnelType::none &&
               ( work.endpoint == Tunnel::Endpoint() ||
@@ -164,7 +165,7 @@ MirroringSm::answer( const Work & work ) {
       return;
    case What::acl:
       forEachOf( allSessions(),
-                 [&]( Session & each ) { each.reviewAcl( work.aclType, work.name ); } );
+                 [&]( KivMirroringSession & each ) { each.reviewAcl( work.aclType, work.name ); } );
       return;
    }
 }
@@ -193,13 +194,13 @@ MirroringSm::answerAll( What what ) {
       return;
    case What::aclRoom:
       aclRoomAsked_ = false;
-      forEachOf( allSessions(), []( Session & each ) { each.reviewAclRoom(); } );
+      forEachOf( allSessions(), []( KivMirroringSession & each ) { each.reviewAclRoom(); } );
       return;
    case What::limits:
-      forEachOf( allSessions(), []( Session & each ) { each.judgeSources( true ); } );
+      forEachOf( allSessions(), []( KivMirroringSession & each ) { each.judgeSources( true ); } );
       return;
    default: // What::mode
-      forEachOf( allSessions(), []( Session & each ) { each.judgeSources( false ); } );
+      forEachOf( allSessions(), []( KivMirroringSession & each ) { each.judgeSources( false ); } );
       return;
    }
 }
@@ -214,10 +215,10 @@ MirroringSm::handleSession( const String & name ) {
    settle();
 }
 
-Velto::Ptr< Session >
+Velto::Ptr< KivMirroringSession >
 MirroringSm::makeSession( const String & name,
                           const Velto::Ptr< const Mirroring::SessionConfig > & config ) {
-   auto session = smIs< Session >( this, name, config );
+   auto session = smIs< KivMirroringSession >( this, name, config );
    auto kept = std::find_if( kept_.begin(), kept_.end(),
                              [&]( auto & entry ) { return entry.first == name; } );
    if ( kept != kept_.end() ) {
@@ -228,7 +229,7 @@ MirroringSm::makeSession( const String & name,
 }
 
 void
-MirroringSm::cleanUpSession( const String &, Session * session ) {
+MirroringSm::cleanUpSession( const String &, KivMirroringSession * session ) {
    session->prepareToDie();
 }
 
@@ -275,7 +276,8 @@ MirroringSm::placeInQueue( const String & name ) const {
 std::vector< MirroringSm::SessionPtr >
 MirroringSm::allSessions() const {
    std::vector< SessionPtr > all;
-   sessions_.forEach( [&]( const String &, Session & session ) { all.push_back( &session ); } );
+   sessions_.forEach(
+         [&]( const String &, KivMirroringSession & session ) { all.push_back( &session ); } );
    return all;
 }
 
@@ -285,13 +287,14 @@ MirroringSm::reviewInvalidSources() {
       return;
    }
    bool said = false;
-   sessions_.forEach( [&]( const String &, Session & session ) {
-      said = said || ( session.resourceMessageLogged_ && session.createdInHw_ &&
-                       !session.leaving_ );
+   sessions_.forEach( [&]( const String &, KivMirroringSession & session ) {
+      said =
+            said || ( session.resourceMessageLogged_ && session.createdInHw_ && !session.leaving_ );
    } );
    if ( said ) {
-      sessions_.forEach(
-            []( const String &, Session & session ) { session.resourceMessageLogged_ = false; } );
+      sessions_.forEach( []( const String &, KivMirroringSession & session ) {
+         session.resourceMessageLogged_ = false;
+      } );
       mirrorLog( mirrorSourceResourcesNormal );
    }
 }

@@ -53,8 +53,7 @@ void
 MirrorFeature::session( ConfigReader & reader, const ConfigRow & row ) {
    const String name = row.part( 0, 1 );
    const String type = row.text( "type", row.has( "dst_ip" ) ? "ERSPAN" : "SPAN" );
-   const bool tunneled =
-         row.word( "type", { "SPAN", "ERSPAN" }, row.has( "dst_ip" ) ? 1 : 0 ) == 1;
+   const bool tunneled = row.word( "type", { "SPAN", "ERSPAN" }, row.has( "dst_ip" ) ? 1 : 0 ) == 1;
    std::vector< IntfId > targets, sources;
    Mirroring::TunnelInfo info;
    if ( tunneled ) {
@@ -155,8 +154,7 @@ MirrorFeature::parseTunnel( const Json & line ) {
 
 std::function< void() >
 MirrorFeature::parseMode( const Json & line ) {
-   const auto mode =
-         Kiv::fromText< Bridging::ForwardingMode >( fieldOf< String >( line, "mode" ) );
+   const auto mode = Kiv::fromText< Bridging::ForwardingMode >( fieldOf< String >( line, "mode" ) );
    return [=, this] { mode_->forwardingModeIs( mode ); };
 }
 
@@ -187,8 +185,9 @@ MirrorFeature::eventKinds() {
       return EventKind{ name, R"({"time": 1, "event": ")" + String( name ) + "\", " + fields + "}",
                         [=, this]( const Json & line ) { return ( this->*parse )( line ); } };
    };
-   return { kind( "tunnel", R"("dst": "10.0.0.2", "intf": "Ethernet0", )"
-                            R"("nextHop": "00:1c:73:00:00:01")",
+   return { kind( "tunnel",
+                  R"("dst": "10.0.0.2", "intf": "Ethernet0", )"
+                  R"("nextHop": "00:1c:73:00:00:01")",
                   &MirrorFeature::parseTunnel ),
             kind( "forwardingMode", R"("mode": "cutThrough")", &MirrorFeature::parseMode ),
             kind( "mirrorFilter",

@@ -91,7 +91,7 @@ MirrorFeature::sessionRows( const String & name ) const {
       return { { { "session", name },
                  { "state", "waiting" },
                  { "why", sm_->initialized() ? "the chip has no mirror sessions"
-                                           : "the agent is starting" } } };
+                                             : "the agent is starting" } } };
    }
    std::vector< Row > rows = { sessionRow( name, *session ) };
    if ( session->tunnel() ) {
@@ -137,9 +137,9 @@ MirrorFeature::tunnelRow( const Session & session ) const {
    if ( tunnel.failed() ) {
       row.set( "why", "refused by the chip" );
    } else if ( !tunnel.programmed() ) {
-      row.set( "why", !session.hasGroup()          ? "no group"
-                      : !hwStatus_->reconciled()   ? "the chip is not reconciled"
-                                                   : "the far end is not resolved" );
+      row.set( "why", !session.hasGroup()        ? "no group"
+                      : !hwStatus_->reconciled() ? "the chip is not reconciled"
+                                                 : "the far end is not resolved" );
    } else {
       row.set( "by", agent_.names().spelling( tunnel.resolution().intf() ) );
    }

@@ -46,8 +46,8 @@ passMirror( const Chip & chip, Travel & travel ) {
 
 Verdict
 passMirrorOut( const Chip & chip, const Travel &, Way & way ) {
-   return { true, mirrored( chip, way.copy.port, Mirroring::Direction::tx, way.copy.tag,
-                            way.mirrored ) };
+   return { true,
+            mirrored( chip, way.copy.port, Mirroring::Direction::tx, way.copy.tag, way.mirrored ) };
 }
 
 } // namespace SoftChip

@@ -88,8 +88,7 @@ MirrorTable::sourceIs( const String & name, IntfId port, Direction direction, bo
    held->second.sources[port] = { direction, filtered ? Filter::onItsWay : Filter::none,
                                   ++serial_ };
    if ( filtered ) {
-      completions_.add(
-            [=, this, serial = serial_] { lookAtFilter( name, port, serial ); } );
+      completions_.add( [=, this, serial = serial_] { lookAtFilter( name, port, serial ); } );
    }
    return true;
 }

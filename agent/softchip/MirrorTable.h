@@ -62,7 +62,8 @@ class MirrorTable {
    };
 
    /** `plan` outlives the table. */
-   MirrorTable( const MirrorLimits & limits, FaultPlan & plan ) : limits_( limits ), plan_( plan ) {}
+   MirrorTable( const MirrorLimits & limits, FaultPlan & plan )
+       : limits_( limits ), plan_( plan ) {}
 
    Hearer< Hook > hook;
    /** When filters are looked at. */

@@ -81,8 +81,7 @@ bool
 SoftMirroringHelper::createGreTunnelMirror( const String & name, int mirrorGroup, int,
                                             const Mirroring::TunnelInfo & tunnel,
                                             const Tunnel::Resolution & resolution ) {
-   const bool done =
-         table_.tunnelIs( name, mirrorGroup, tunnel, resolution, attributes( name ) );
+   const bool done = table_.tunnelIs( name, mirrorGroup, tunnel, resolution, attributes( name ) );
    publish( name );
    return done;
 }
@@ -106,15 +105,15 @@ SoftMirroringHelper::addSourceToHardware( const String & name, int, int, IntfId 
                                           Direction direction ) {
    auto session = mirroringSm() ? mirroringSm()->session( name ) : nullptr;
    auto local = session ? session->srcIntfLocal( intf ) : nullptr;
-   const bool done = table_.sourceIs( name, intf, direction,
-                                      local && !local->wanted().aclName.empty() );
+   const bool done =
+         table_.sourceIs( name, intf, direction, local && !local->wanted().aclName.empty() );
    publish( name );
    return done;
 }
 
 bool
-SoftMirroringHelper::removeSourceFromHardware( const String & name, int, int, IntfId intf, Direction,
-                                               bool ) {
+SoftMirroringHelper::removeSourceFromHardware( const String & name, int, int, IntfId intf,
+                                               Direction, bool ) {
    table_.sourceDel( name, intf );
    publish( name );
    return true;

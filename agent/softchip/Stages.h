@@ -36,10 +36,8 @@ inline constexpr Stage stages[] = {
 
 /** Of each target. */
 inline constexpr PortStage portStages[] = {
-      { "not back", passNotBack },
-      { "member", passMember },
-      { "VLAN", passVlanOut },
-      { "spanning tree", passSpanningTreeOut },
+      { "not back", passNotBack }, { "member", passMember },
+      { "VLAN", passVlanOut },     { "spanning tree", passSpanningTreeOut },
       { "mirror", passMirrorOut },
 };
 

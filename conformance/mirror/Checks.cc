@@ -89,8 +89,8 @@ class MirrorStage {
          HeldMirror & mirror = all[name];
          mirror.group = session->mirrorGroup();
          auto tunneled = sm->session( name )->tunnel();
-         mirror.tunnelType = tunneled && tunneled->programmed() ? tunneled->type()
-                                                                : TunnelType::none;
+         mirror.tunnelType =
+               tunneled && tunneled->programmed() ? tunneled->type() : TunnelType::none;
          for ( auto && [port, none] : session->programmedDstIteratorConst() ) {
             mirror.targets.insert( port );
          }
@@ -322,13 +322,17 @@ checkRandom( Trial & t ) {
    stage.judge( cleanup );
 }
 
-constexpr Check checks[] = {
-      { said, checkSaid },           { held, checkHeld },
-      { direction, checkDirection }, { last, checkLast },
-      { full, checkFull },           { tunnel, checkTunnel },
-      { reconciled, checkReconciled }, { cleanup, checkCleanup },
-      { destructor, checkDestructor }, { successor, checkSuccessor },
-      { random, checkRandom } };
+constexpr Check checks[] = { { said, checkSaid },
+                             { held, checkHeld },
+                             { direction, checkDirection },
+                             { last, checkLast },
+                             { full, checkFull },
+                             { tunnel, checkTunnel },
+                             { reconciled, checkReconciled },
+                             { cleanup, checkCleanup },
+                             { destructor, checkDestructor },
+                             { successor, checkSuccessor },
+                             { random, checkRandom } };
 
 String
 heldBy( const QonChip::Chip & chip ) {

@@ -36,8 +36,8 @@ inline constexpr Contract successor{
 inline constexpr Contract random{ "mirror.random",
                                   "A random history of sessions ends in what is configured." };
 
-inline constexpr const Contract * contracts[] = {
-      &said,   &held,       &status,  &direction,  &last,      &full,
-      &tunnel, &reconciled, &cleanup, &destructor, &successor, &random };
+inline constexpr const Contract * contracts[] = { &said,    &held,       &status,    &direction,
+                                                  &last,    &full,       &tunnel,    &reconciled,
+                                                  &cleanup, &destructor, &successor, &random };
 
 } // namespace QonConformance::Mirror

@@ -77,8 +77,7 @@ class ChipMirror : public Qon::MirroringSmHelper {
    }
    bool verifyGreTunnelMirror( const String & name, int, int,
                                const Mirroring::TunnelInfo & tunnel ) override {
-      return tables_.mirrors.contains( name ) &&
-             tables_.mirrors[name].tunnelType == tunnel.type();
+      return tables_.mirrors.contains( name ) && tables_.mirrors[name].tunnelType == tunnel.type();
    }
    void hwInit() override {}
    U8 maxBiDirSources() override { return 64; }

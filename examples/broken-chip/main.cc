@@ -16,9 +16,12 @@ struct NamedFault {
    bool Faults::*fault;
 };
 constexpr NamedFault named[] = {
-      { "lost-answer", &Faults::lostAnswer },         { "full-aborts", &Faults::fullAborts },
-      { "early-done", &Faults::earlyDone },           { "stale-flags", &Faults::staleFlags },
-      { "tidy-destructor", &Faults::tidyDestructor }, { "one-destination", &Faults::oneDestination },
+      { "lost-answer", &Faults::lostAnswer },
+      { "full-aborts", &Faults::fullAborts },
+      { "early-done", &Faults::earlyDone },
+      { "stale-flags", &Faults::staleFlags },
+      { "tidy-destructor", &Faults::tidyDestructor },
+      { "one-destination", &Faults::oneDestination },
 };
 
 /** Takes --fault NAME and --healthy out of the arguments. False for an unknown name. */

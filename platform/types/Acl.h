@@ -38,7 +38,8 @@ class TypeConfig : public Kiv::Entity {
    KIV_BODY( TypeConfig, Kiv::Entity )
    KIV_ENTITIES( String, AclConfig, acl )
  public:
-   explicit TypeConfig( const AclType & type ) : Kiv::Entity( Kiv::toText( type ) ), type_( type ) {}
+   explicit TypeConfig( const AclType & type )
+       : Kiv::Entity( Kiv::toText( type ) ), type_( type ) {}
    AclType type() const { return type_; }
 
  private:

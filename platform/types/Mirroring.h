@@ -53,10 +53,10 @@ class TunnelInfo {
 /** How the copies of a session are made. */
 class SessionAttributes {
    bool truncate_ = false;
-   U16 truncationSize_ = 0; // bytes
+   U16 truncationSize_ = 0;    // bytes
    U16 headerRemovalSize_ = 0; // bytes off the front
-   U32 rxSampleRate_ = 0; // one of so many; 0 is all
-   U16 grePayloadType_ = 0; // 0: the tunnel's own
+   U32 rxSampleRate_ = 0;      // one of so many; 0 is all
+   U16 grePayloadType_ = 0;    // 0: the tunnel's own
    bool greTimestamping_ = false;
    bool txGreMetadata_ = false;
    U64 rateLimit_ = 0; // bits a second; 0 is none
@@ -116,9 +116,9 @@ class SessionConfig : public Kiv::Entity {
  public:
    explicit SessionConfig( const String & name ) : Kiv::Entity( name ) {}
    SessionAttributes attributes() const {
-      return { truncate(),        truncationSize(), headerRemovalSize(),
-               rxSampleRate(),    grePayloadType(), greTimestamping(),
-               txGreMetadata(),   rateLimit(),      portMirroringDisabled() };
+      return { truncate(),      truncationSize(), headerRemovalSize(),
+               rxSampleRate(),  grePayloadType(), greTimestamping(),
+               txGreMetadata(), rateLimit(),      portMirroringDisabled() };
    }
 };
 

@@ -33,12 +33,11 @@ inline constexpr char forwardingMode[] =
       "bridging/forwardingmode/config"; // Bridging::ForwardingModeConfig
 
 // Mirroring, and what it reads
-inline constexpr char mirroringConfig[] = "mirroring/config"; // Mirroring::Config
-inline constexpr char mirroringStatus[] = "mirroring/status"; // Mirroring::Status
-inline constexpr char mirroringHwCapability[] =
-      "mirroring/hwcapability"; // Mirroring::HwCapability
+inline constexpr char mirroringConfig[] = "mirroring/config";             // Mirroring::Config
+inline constexpr char mirroringStatus[] = "mirroring/status";             // Mirroring::Status
+inline constexpr char mirroringHwCapability[] = "mirroring/hwcapability"; // Mirroring::HwCapability
 inline constexpr char hardwareMirroringStatus[] =
-      "hardware/mirroring/status";                          // Mirroring::HwStatus
+      "hardware/mirroring/status";                      // Mirroring::HwStatus
 inline constexpr char aclConfig[] = "acl/config";       // Acl::Config
 inline constexpr char tunnelStatus[] = "tunnel/status"; // Tunnel::Status
 

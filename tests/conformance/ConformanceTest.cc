@@ -304,8 +304,8 @@ TEST( Conformance, NothingIsCalledSoundThatWasNotLookedAt ) {
       EXPECT_NE( outcome.why.find( "Part" ), String::npos ) << outcome.why;
    }
    // What is judged by the chip's reports alone.
-   const std::set< String > byReports = { "mac.answer", "mac.shadow", "vlan.verify", "topo.flush",
-                                          "topo.verify", "mirror.reconciled" };
+   const std::set< String > byReports = { "mac.answer", "mac.shadow",  "vlan.verify",
+                                          "topo.flush", "topo.verify", "mirror.reconciled" };
    for ( auto & outcome : outcomes( make< Blind >, "" ) ) {
       bool reports = byReports.contains( outcome.check );
       EXPECT_EQ( outcome.result, reports ? Result::ok : Result::notLooked ) << outcome.check;

@@ -3,15 +3,18 @@
 #include <nlohmann/json.hpp>
 
 #include "Qon/include/framework/HookTap.h"
+#include "agent/ConfigReader.h"
 #include "agent/server/Console.h"
+#include "agent/softchip/Chip.h"
 #include "agent/softchip/MirrorPart.h"
-#include "tests/agent/AgentWorld.h"
+#include "tests/harness/World.h"
 
 namespace {
 
-using namespace Tests;
 using QonAgent::Json;
 using SoftChip::Copy;
+using Tests::intf;
+using Tests::String;
 
 const char config[] = R"({
    "PORT": { "Ethernet0": {}, "Ethernet4": {}, "Ethernet8": {}, "Ethernet12": {}, "Ethernet16": {},
@@ -35,6 +38,17 @@ const char config[] = R"({
       "noPort": { "dst_port": "Ethernet99" },
       "badWay": { "dst_port": "Ethernet0", "direction": "UP" } }
 })";
+
+struct AgentWorld {
+   QonAgent::ConfigReport load( const String & text ) {
+      auto db = QonAgent::ConfigDb::parse( "x.json", text );
+      return QonAgent::ConfigReader( agent, db ).load();
+   }
+   Kiv::VirtualScheduler scheduler;
+   Kiv::LogRecorder logs;
+   SoftChip::Chip chip{ scheduler };
+   QonAgent::Agent agent{ scheduler, chip };
+};
 
 class AgentMirrorTest : public testing::Test {
  protected:
@@ -70,8 +84,9 @@ class AgentMirrorTest : public testing::Test {
       return all;
    }
    std::vector< Copy > copies( const String & from, const String & to ) {
-      return world->chip.forward( { intf( from ), Ulnet::EthAddr( to ), Ulnet::EthAddr( 0x02 ),
-                             Bridging::VlanIdOrNone( Bridging::VlanId( 10 ) ) } )
+      return world->chip
+            .forward( { intf( from ), Ulnet::EthAddr( to ), Ulnet::EthAddr( 0x02 ),
+                        Bridging::VlanIdOrNone( Bridging::VlanId( 10 ) ) } )
             .copies;
    }
 
@@ -87,8 +102,9 @@ TEST_F( AgentMirrorTest, FromTheTableToTheCopies ) {
          return line.find( "MIRROR_SESSION|" + place ) != String::npos;
       } );
    };
-   EXPECT_TRUE( named( "nowhere|dst_port" ) && named( "badTtl|ttl" ) && named( "badType|gre_type" ) &&
-                named( "mixed|dst_ip" ) && named( "noPort|dst_port" ) && named( "badWay|direction" ) );
+   EXPECT_TRUE( named( "nowhere|dst_port" ) && named( "badTtl|ttl" ) &&
+                named( "badType|gre_type" ) && named( "mixed|dst_ip" ) &&
+                named( "noPort|dst_port" ) && named( "badWay|direction" ) );
    world->scheduler.runFor( 1 );
    EXPECT_EQ( lines( { "mirror" } ),
               ( std::vector< String >{

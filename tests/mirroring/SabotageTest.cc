@@ -114,7 +114,8 @@ TEST( MirrorSabotage, OfHooks ) {
 
 /** A hook that takes everything away, and puts it back, in whatever call. */
 TEST( MirrorSabotage, HooksThatChangeWhatTheyWereCalledFor ) {
-   for ( U32 at = 1, calls = at; calls >= at; ++at ) {
+   U32 at = 1;
+   for ( U32 calls = at; calls >= at; ++at ) {
       MirrorWorld w;
       prepare( w );
       calls = 0;
@@ -135,8 +136,8 @@ TEST( MirrorSabotage, HooksThatChangeWhatTheyWereCalledFor ) {
       w.config->sessionDel( "a" );
       w.config->sessionDel( "t" );
       EXPECT_EQ( differs( w ), "" ) << "call " << at;
-      ASSERT_GT( calls, 20u );
    }
+   EXPECT_GT( at, 20u );
 }
 
 } // namespace

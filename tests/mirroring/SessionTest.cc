@@ -76,9 +76,9 @@ TEST( MirrorGroups, DeletedAndMadeAgainInsideAHook ) {
       }
    };
    w.config->session( "a" )->targetIntfIs( eth( 8 ) );
-   EXPECT_EQ( w.helper->taken(), ( Calls{ "create a 0 -1 Ethernet8 update",
-                                          "remove a 0 -1 Ethernet1,Ethernet8",
-                                          "create b 0 -1 Ethernet2" } ) );
+   EXPECT_EQ( w.helper->taken(),
+              ( Calls{ "create a 0 -1 Ethernet8 update", "remove a 0 -1 Ethernet1,Ethernet8",
+                       "create b 0 -1 Ethernet2" } ) );
    EXPECT_EQ( w.group( "a" ), -1 );
    EXPECT_EQ( w.broken(), "" );
 }
@@ -142,7 +142,8 @@ TEST( MirrorGroupsDeathTest, AGroupIsSetOnce ) {
    w.session( "a", 1 );
    w.start();
    auto session = w.sm->session( "a" );
-   EXPECT_DEATH( session->mirrorGroupIs( -1 ), "Assertion 'mg != mirrorGroupInvalid\\(\\)' failed" );
+   EXPECT_DEATH( session->mirrorGroupIs( -1 ),
+                 "Assertion 'mg != mirrorGroupInvalid\\(\\)' failed" );
    EXPECT_DEATH( session->mirrorGroupIs( 1 ),
                  "Assertion 'mirrorGroup\\(\\) == mirrorGroupInvalid\\(\\)' failed" );
 }
@@ -163,8 +164,8 @@ TEST( MirrorDestinations, PortsOfAnAggregateComeAndGo ) {
                        "+src s 0 -1 Ethernet9 rx" } ) );
    w.join( 1, 3 );
    w.leave( 1, 1 );
-   EXPECT_EQ( w.helper->taken(), ( Calls{ "create s 0 -1 Ethernet3 update",
-                                          "remove s 0 -1 Ethernet1" } ) );
+   EXPECT_EQ( w.helper->taken(),
+              ( Calls{ "create s 0 -1 Ethernet3 update", "remove s 0 -1 Ethernet1" } ) );
    w.leave( 1, 2 ); // and is one of its own now
    EXPECT_EQ( w.helper->held["s"].targets, ( std::set{ eth( 2 ), eth( 3 ) } ) );
    s->targetIntfDel( po( 1 ) );
@@ -259,24 +260,24 @@ TEST( MirrorTunnels, FollowTheirWayAndAreNeverRemovedForAChange ) {
    EXPECT_EQ( w.helper->taken(), ( Calls{ "-src s 0 0 Ethernet9 both", "-tunnel s 0 -1 " } ) );
    info.forwardDropIs( true ); // needs no way
    s->tunnelIs( info );
-   EXPECT_EQ( w.helper->taken(),
-              ( Calls{ "+tunnel s 0 -1 gre ", "+src s 0 0 Ethernet9 both" } ) );
+   EXPECT_EQ( w.helper->taken(), ( Calls{ "+tunnel s 0 -1 gre ", "+src s 0 0 Ethernet9 both" } ) );
    EXPECT_EQ( w.broken(), "" );
    info.forwardDropIs( false );
    info.typeIs( TunnelType::vxlan );
    w.resolve( "10.0.0.1", 6 );
    w.helper->taken();
    s->tunnelIs( info ); // another kind: gone first
-   EXPECT_EQ( w.helper->taken(), ( Calls{ "-src s 0 0 Ethernet9 both", "-tunnel s 0 -1 ",
-                                          "+tunnel s 0 -1 vxlan Ethernet6",
-                                          "+src s 0 0 Ethernet9 both" } ) );
+   EXPECT_EQ( w.helper->taken(),
+              ( Calls{ "-src s 0 0 Ethernet9 both", "-tunnel s 0 -1 ",
+                       "+tunnel s 0 -1 vxlan Ethernet6", "+src s 0 0 Ethernet9 both" } ) );
    s->tunnelIs( {} ); // to the port
-   EXPECT_EQ( w.helper->taken(), ( Calls{ "-src s 0 0 Ethernet9 both", "-tunnel s 0 -1 ",
-                                          "create s 0 -1 Ethernet1", "+src s 0 0 Ethernet9 both" } ) );
+   EXPECT_EQ( w.helper->taken(),
+              ( Calls{ "-src s 0 0 Ethernet9 both", "-tunnel s 0 -1 ", "create s 0 -1 Ethernet1",
+                       "+src s 0 0 Ethernet9 both" } ) );
    s->tunnelIs( info ); // and back
-   EXPECT_EQ( w.helper->taken(), ( Calls{ "-src s 0 0 Ethernet9 both", "remove s 0 -1 Ethernet1",
-                                          "+tunnel s 0 -1 vxlan Ethernet6",
-                                          "+src s 0 0 Ethernet9 both" } ) );
+   EXPECT_EQ( w.helper->taken(),
+              ( Calls{ "-src s 0 0 Ethernet9 both", "remove s 0 -1 Ethernet1",
+                       "+tunnel s 0 -1 vxlan Ethernet6", "+src s 0 0 Ethernet9 both" } ) );
    w.config->sessionDel( "s" );
    EXPECT_EQ( w.helper->taken(),
               ( Calls{ "-src s 0 0 Ethernet9 both going", "-tunnel s 0 -1 " } ) );

@@ -63,8 +63,7 @@ TEST( MirrorSources, AnAggregateSpeaksForItsMembers ) {
    w.join( 1, 3 );
    w.source( "s", 3, Direction::tx );
    w.source( "s", po( 1 ), Direction::rx );
-   EXPECT_EQ( w.held(),
-              ( Sources{ { eth( 2 ), Direction::rx }, { eth( 3 ), Direction::rx } } ) );
+   EXPECT_EQ( w.held(), ( Sources{ { eth( 2 ), Direction::rx }, { eth( 3 ), Direction::rx } } ) );
    w.helper->taken();
    w.source( "s", po( 1 ) )->directionIs( Direction::both );
    EXPECT_EQ( w.helper->taken(),
@@ -160,9 +159,8 @@ TEST( MirrorFilters, FollowTheAccessList ) {
    EXPECT_EQ( w.helper->taken(), Calls{ "+src s 0 -1 Ethernet2 rx" } );
    w.acl( "m", Acl::AclType::mac );
    w.filter( "s", 2, "m", Acl::AclType::mac );
-   EXPECT_EQ( w.helper->taken(),
-              ( Calls{ "-src s 0 -1 Ethernet2 rx", "tcam s mac",
-                       "+src s 0 -1 Ethernet2 rx acl m" } ) );
+   EXPECT_EQ( w.helper->taken(), ( Calls{ "-src s 0 -1 Ethernet2 rx", "tcam s mac",
+                                          "+src s 0 -1 Ethernet2 rx acl m" } ) );
    EXPECT_EQ( w.broken(), "" );
 }
 
@@ -215,12 +213,14 @@ TEST( MirrorLimits, OverAndBackByEveryWay ) {
    using Way = std::function< void( SourceWorld & ) >;
    const std::map< String, Way > ways = {
          { "removal", []( SourceWorld & w ) { w.config->session( "s" )->srcIntfDel( eth( 2 ) ); } },
-         { "direction", []( SourceWorld & w ) { w.source( "s", 2 )->directionIs( Direction::none ); } },
+         { "direction",
+           []( SourceWorld & w ) { w.source( "s", 2 )->directionIs( Direction::none ); } },
          { "member leaves", []( SourceWorld & w ) { w.leave( 1, 3 ); } },
-         { "limit", []( SourceWorld & w ) {
-             w.helper->maxUni = 3;
-             w.capability->sourceLimitsVersionIs( 1 );
-          } },
+         { "limit",
+           []( SourceWorld & w ) {
+              w.helper->maxUni = 3;
+              w.capability->sourceLimitsVersionIs( 1 );
+           } },
    };
    for ( auto & [how, way] : ways ) {
       SCOPED_TRACE( how );
@@ -297,8 +297,7 @@ TEST( MirrorLimits, CutThroughKeepsBothDirectionsApart ) {
    EXPECT_EQ( w.messages(), Calls() );
    w.helper->taken();
    w.mode->forwardingModeIs( Bridging::ForwardingMode::cutThrough );
-   EXPECT_EQ( w.held(),
-              ( Sources{ { eth( 3 ), Direction::rx }, { eth( 4 ), Direction::rx } } ) );
+   EXPECT_EQ( w.held(), ( Sources{ { eth( 3 ), Direction::rx }, { eth( 4 ), Direction::rx } } ) );
    EXPECT_EQ( w.logs.records()[0].text,
               "Attempt to add mirror source Ethernet2 in mirror session s has failed. " );
    EXPECT_EQ( w.messages(), ( Calls{ overlap, overlap } ) );

@@ -78,31 +78,30 @@ TEST( MirroringTexts, Traces ) {
       w.config->sessionDel( "i" );
       Kiv::agentRestartingIs( false );
    };
-   Tests::expectTraced(
-         flow, {
-                     "Mirroring is not supported (maxSupportedSessions=0).",
-                     "Number of free Mirror groups is 1",
-                     "b: HW mirroring session not available to program session",
-                     "handleRateLimit b: No mirror group set. Return",
-                     "handleRateLimit b: Session not created in Hw yet. Return",
-                     "Found outstanding mirror session b to reassign mirror group 0",
-                     "Adding mirror group 0 to free list",
-                     "Adding Ethernet3 to failed ports due to invalid intf",
-                     "Port-Channel1 is a LAG, carrying out operation for all members",
-                     "Port-Channel1: I'm a LAG, carrying out operation for all members",
-                     "Failed to create/update mirror session in hw for Ethernet4",
-                     "Ethernet5 of session b has changed, removing and readding",
-                     "Ethernet6: acl list not found in acl config for session b",
-                     "Ethernet5 of session b: Invalid Overlapping mtp Detected",
-                     "Failed to remove mirror session in hw for " +
-                           Kiv::toText( [] {
-                              Qon::QonPortList ports;
-                              ports.portIs( eth( 2 ) );
-                              return ports;
-                           }() ),
-                     "i: Internal session overflow",
-                     "Cleanup disabled during restart, returning",
-               } );
+   Tests::expectTraced( flow,
+                        {
+                              "Mirroring is not supported (maxSupportedSessions=0).",
+                              "Number of free Mirror groups is 1",
+                              "b: HW mirroring session not available to program session",
+                              "handleRateLimit b: No mirror group set. Return",
+                              "handleRateLimit b: Session not created in Hw yet. Return",
+                              "Found outstanding mirror session b to reassign mirror group 0",
+                              "Adding mirror group 0 to free list",
+                              "Adding Ethernet3 to failed ports due to invalid intf",
+                              "Port-Channel1 is a LAG, carrying out operation for all members",
+                              "Port-Channel1: I'm a LAG, carrying out operation for all members",
+                              "Failed to create/update mirror session in hw for Ethernet4",
+                              "Ethernet5 of session b has changed, removing and readding",
+                              "Ethernet6: acl list not found in acl config for session b",
+                              "Ethernet5 of session b: Invalid Overlapping mtp Detected",
+                              "Failed to remove mirror session in hw for " + Kiv::toText( [] {
+                                 Qon::QonPortList ports;
+                                 ports.portIs( eth( 2 ) );
+                                 return ports;
+                              }() ),
+                              "i: Internal session overflow",
+                              "Cleanup disabled during restart, returning",
+                        } );
 }
 
 } // namespace

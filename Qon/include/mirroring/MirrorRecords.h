@@ -38,8 +38,8 @@ struct MirrorSource {
    Mirroring::Direction direction = Mirroring::Direction::none;
    Acl::AclType aclType = Acl::AclType::ip;
    U32 aclPriority = 0;
-   U32 aclVersion = 0; // of its rules
-   String aclName;     // empty: no filter
+   U32 aclVersion = 0;      // of its rules
+   String aclName;          // empty: no filter
    std::vector< U32 > vnis; // of a VXLAN interface
    bool operator==( const MirrorSource & ) const = default;
 };
@@ -66,8 +66,8 @@ class MirrorSrcIntfLocal {
    MirrorOverflow overflowState_ = MirrorOverflow::normal;
    MirrorReason reason_ = MirrorReason::notWanted;
    Mirroring::Direction left_ = Mirroring::Direction::none; // in hardware by an earlier life
-   bool aclFull_ = false;       // no room for the filter of `wanted_`
-   bool aclFullLogged_ = false; // and that was said
+   bool aclFull_ = false;                                   // no room for the filter of `wanted_`
+   bool aclFullLogged_ = false;                             // and that was said
 };
 
 /** The local record of one destination port. */

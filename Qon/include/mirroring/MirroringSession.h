@@ -201,7 +201,7 @@ class MirroringSm::KivMirroringSession : public QonBaseSm {
    bool unfinished_ = false; // program() raised
    bool starting_ = false;   // claims are only noted
    bool createdInHw_ = false;
-   U32 creations_ = 0; // how often it came to be there
+   U32 creations_ = 0;    // how often it came to be there
    bool leaving_ = false; // the last destination goes, and sources before it
    bool waitLogged_ = false;
    bool resourceMessageLogged_ = false;
@@ -292,8 +292,7 @@ class MirroringSm::KivMirroringSession::KivSrcIntf : public KivSource {
    Kiv::Watch< Config::directionAttr, KivSrcIntf, &KivSrcIntf::handleSettings > directionWatch_;
    Kiv::Watch< Config::aclNameAttr, KivSrcIntf, &KivSrcIntf::handleSettings > aclNameWatch_;
    Kiv::Watch< Config::aclTypeAttr, KivSrcIntf, &KivSrcIntf::handleSettings > aclTypeWatch_;
-   Kiv::Watch< Config::aclPriorityAttr, KivSrcIntf, &KivSrcIntf::handleSettings >
-         aclPriorityWatch_;
+   Kiv::Watch< Config::aclPriorityAttr, KivSrcIntf, &KivSrcIntf::handleSettings > aclPriorityWatch_;
 };
 
 /** A VXLAN interface as a source: one port, received frames of its networks. */

@@ -103,10 +103,10 @@ class MirroringSm : public QonBaseSm, public Checked {
    using SessionPtr = Velto::Ptr< KivMirroringSession >;
 
    enum class What : U8 {
-      start,      // everything, as at the start
-      pool,       // how many groups are there?
-      session,    // is there such a session?
-      srcIntf,    // is the interface configured as a source?
+      start,   // everything, as at the start
+      pool,    // how many groups are there?
+      session, // is there such a session?
+      srcIntf, // is the interface configured as a source?
       srcVxlanIntf,
       targetIntf, // ... as a destination?
       settings,   // how is the source configured?
