@@ -97,10 +97,7 @@ KivMirroringSession::KivSrcIntf::handleInitialized() {
    if ( !initialized() ) {
       return;
    }
-   directionWatch_.attach( this, config_.ptr() );
-   aclNameWatch_.attach( this, config_.ptr() );
-   aclTypeWatch_.attach( this, config_.ptr() );
-   aclPriorityWatch_.attach( this, config_.ptr() );
+   configWatch_.attach( this, config_.ptr(), handleSettings, this );
    addOrRemoveSource( true );
 }
 

@@ -143,7 +143,7 @@ MirroringSm::acl( Acl::AclType type, const String & name ) const {
 void
 MirroringSm::handleResolution( const Tunnel::Endpoint & endpoint ) {
    Work work = { What::tunnels };
-   work.endpoint = endpoint;
+   work.name = endpoint.stringValue();
    later( std::move( work ) );
    settle();
 }

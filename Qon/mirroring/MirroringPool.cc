@@ -236,7 +236,11 @@ MirroringSm::groupFree( S32 mirrorGroup, const KivMirroringSession * of ) {
       QON_TRACE( mirroringFacility, 2, "Found outstanding mirror session ", next->name(),
                  " to reassign mirror group ", mirrorGroup );
       next->mirrorGroupIs( mirrorGroup );
-      next->program();
+      Velto::FirstError error;
+      if ( !error.run( [&] { next->program(); } ) ) {
+         laterSession( next->name() ); // once more, for itself
+      }
+      error.pass();
       return;
    }
    // fixed text

@@ -77,9 +77,9 @@ KivMirroringSession::program() {
             published->mirrorGroupIs( mirrorGroup_ );
          }
       } );
-      error.run( [&] { reviewDestinations(); } );
-      error.run( [&] { reviewSources(); } );
    }
+   error.run( [&] { reviewDestinations(); } );
+   error.run( [&] { reviewSources(); } );
    error.pass();
    unfinished_ = false;
 }

@@ -52,61 +52,93 @@ KivMirroringSession::reviewSource( IntfId port, Redo redo ) {
    auto & local = source->local;
    Velto::FirstError error;
    if ( live_ ) {
-      const MirrorSource before = local.inHw_, wantedBefore = local.wanted_;
-      MirrorReason reason = MirrorReason::refused;
-      error.run( [&] { reason = sourceWanted( port, *source ); } );
-      if ( local.aclFull_ && !( local.wanted_ == wantedBefore ) ) {
-         local.aclFull_ = local.aclFullLogged_ = false; // another filter, another chance
-         error.run( [&] { reason = sourceWanted( port, *source ); } );
-      }
-      const bool add = reason == MirrorReason::none;
-      const bool change = !add || redo == Redo::always || !( before == local.wanted_ );
-      if ( local.programmed() && change ) {
-         if ( add ) {
-            // fixed text
-            QON_TRACE( mirroringFacility, 3, port, " of session ", name_,
-                       " has changed, removing and readding" );
-         }
-         removeSource( port, local, before.direction, false, error );
-      }
-      const bool untouched = tunnel_ && tunnel_->left() && !leaving_; // until it is made anew
-      if ( local.left_ != Direction::none && !untouched &&
-           ( !add || local.left_ != local.wanted_.direction ) ) {
-         removeSource( port, local, local.left_, false, error );
-      }
+      const MirrorSource before = local.inHw_;
       MirrorOverflow overflow = MirrorOverflow::normal;
-      if ( add && !local.programmed() ) {
-         reason = MirrorReason::refused;
-         const bool judged =
-               error.run( [&] { overflow = checkSrcOverflow( local.wanted_.direction ); } );
-         if ( judged && overflow == MirrorOverflow::normal ) {
-            addSource( port, local, error );
-            reason = local.programmed() ? MirrorReason::none : MirrorReason::refused;
-         } else if ( judged ) {
-            reason = overflow == MirrorOverflow::overlap ? MirrorReason::overlap
-                                                         : MirrorReason::overLimit;
-         }
-         if ( !local.programmed() && local.left_ != Direction::none ) {
-            removeSource( port, local, local.left_, false, error );
-         }
+      local.reason_ = reasonOf( port, *source, error );
+      removeChanged( port, local, redo, error );
+      if ( local.reason_ == MirrorReason::none && !local.programmed() ) {
+         overflow = addIfItFits( port, local, error );
       }
-      local.reason_ = reason;
       error.run( [&] { overflowStateIs( port, local, overflow ); } );
       error.run( [&] { publishSource( port ); } );
-      if ( before.direction != Direction::none && !( local.inHw_ == before ) ) {
-         if ( !overflowed_.empty() && !leaving_ ) {
-            root_->later( { What::waiting, this } );
-         }
-         const bool filterWent = !before.aclName.empty() && before.aclName != local.inHw_.aclName;
-         if ( filterWent && !local.aclFull_ ) {
-            root_->askAclRoom();
-         }
-      }
+      askOthers( before, local );
    }
    if ( source->claims.empty() && !local.programmed() && local.left_ == Direction::none ) {
       sources_.erase( port );
    }
    error.pass();
+}
+
+/** Why the port shall not be in hardware now. A filter that had no room has another chance when it
+    is another filter. */
+MirrorReason
+KivMirroringSession::reasonOf( IntfId port, SourcePort & source, Velto::FirstError & error ) {
+   auto & local = source.local;
+   const MirrorSource before = local.wanted_;
+   MirrorReason reason = MirrorReason::refused;
+   error.run( [&] {
+      reason = sourceWanted( port, source );
+      if ( local.aclFull_ && !( local.wanted_ == before ) ) {
+         local.aclFull_ = local.aclFullLogged_ = false;
+         reason = sourceWanted( port, source );
+      }
+   } );
+   return reason;
+}
+
+/** What is in hardware and shall not be so: as it was added, or as an earlier life left it. */
+void
+KivMirroringSession::removeChanged( IntfId port, MirrorSrcIntfLocal & local, Redo redo,
+                                    Velto::FirstError & error ) {
+   const bool add = local.reason_ == MirrorReason::none;
+   if ( local.programmed() &&
+        ( !add || redo == Redo::always || !( local.inHw_ == local.wanted_ ) ) ) {
+      if ( add ) {
+         // fixed text
+         QON_TRACE( mirroringFacility, 3, port, " of session ", name_,
+                    " has changed, removing and readding" );
+      }
+      removeSource( port, local, local.direction(), false, error );
+   }
+   const bool untouched = tunnel_ && tunnel_->left() && !leaving_; // until it is made anew
+   if ( local.left_ != Direction::none && !untouched &&
+        ( !add || local.left_ != local.wanted_.direction ) ) {
+      removeSource( port, local, local.left_, false, error );
+   }
+}
+
+/** What keeps it out, if it is that which does; the record says why it is out, if it is. */
+MirrorOverflow
+KivMirroringSession::addIfItFits( IntfId port, MirrorSrcIntfLocal & local,
+                                  Velto::FirstError & error ) {
+   MirrorOverflow overflow = MirrorOverflow::normal;
+   const bool judged = error.run( [&] { overflow = checkSrcOverflow( local.wanted_.direction ); } );
+   if ( judged && overflow == MirrorOverflow::normal ) {
+      addSource( port, local, error );
+   }
+   if ( !local.programmed() ) {
+      local.reason_ = overflow == MirrorOverflow::overlap     ? MirrorReason::overlap
+                      : overflow == MirrorOverflow::overLimit ? MirrorReason::overLimit
+                                                              : MirrorReason::refused;
+      if ( local.left_ != Direction::none ) {
+         removeSource( port, local, local.left_, false, error );
+      }
+   }
+   return overflow;
+}
+
+/** Those that wait for what a source had: its place, or the room of its filter. */
+void
+KivMirroringSession::askOthers( const MirrorSource & before, const MirrorSrcIntfLocal & local ) {
+   if ( before.direction == Direction::none || local.inHw_ == before ) {
+      return;
+   }
+   if ( !overflowed_.empty() && !leaving_ ) {
+      root_->later( { What::waiting, this } );
+   }
+   if ( !before.aclName.empty() && before.aclName != local.inHw_.aclName && !local.aclFull_ ) {
+      root_->askAclRoom();
+   }
 }
 
 void

@@ -11,9 +11,6 @@ using Ulnet::IntfId;
 /** What is of the other kind goes first. */
 void
 KivMirroringSession::reviewDestinations() {
-   if ( !hasGroup() ) {
-      return;
-   }
    const TunnelType type = config_->tunnel().type();
    Velto::FirstError error;
    if ( tunnel_ && tunnel_->type() != type ) {

@@ -157,8 +157,8 @@ MirroringSm::answer( const Work & work ) {
       forEachOf( allSessions(), [&]( KivMirroringSession & each ) {
          const auto & info = each.config()->tunnel();
          if ( info.type() != Mirroring::TunnelType::none &&
-              ( work.endpoint == Tunnel::Endpoint() ||
-                work.endpoint == Tunnel::Endpoint( info.dst(), info.vrf() ) ) ) {
+              ( work.name.empty() ||
+                work.name == Tunnel::Endpoint( info.dst(), info.vrf() ).stringValue() ) ) {
             each.thenSources( [&] { each.reviewDestinations(); } );
          }
       } );
@@ -209,10 +209,15 @@ MirroringSm::answerAll( What what ) {
 
 void
 MirroringSm::handleSession( const String & name ) {
+   laterSession( name );
+   settle();
+}
+
+void
+MirroringSm::laterSession( const String & name ) {
    Work work = { What::session };
    work.name = name;
    later( std::move( work ) );
-   settle();
 }
 
 Velto::Ptr< KivMirroringSession >

@@ -5,9 +5,9 @@
 #include "tests/mirroring/MirrorWorld.h"
 #include "tests/texts/Traced.h"
 
-namespace {
+namespace MirrorTests {
 
-using namespace MirrorTests;
+namespace {
 
 TEST( MirroringTexts, MissingHooks ) {
    Qon::MirroringSmHelper helper;
@@ -105,3 +105,5 @@ TEST( MirroringTexts, Traces ) {
 }
 
 } // namespace
+
+} // namespace MirrorTests

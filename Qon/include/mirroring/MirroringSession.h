@@ -174,6 +174,11 @@ class MirroringSm::KivMirroringSession : public QonBaseSm {
    void reviewSource( IntfId port, Redo redo = Redo::ifChanged );
    void reviewSources();
    MirrorReason sourceWanted( IntfId port, SourcePort & source );
+   MirrorReason reasonOf( IntfId port, SourcePort & source, Velto::FirstError & error );
+   void removeChanged( IntfId port, MirrorSrcIntfLocal & local, Redo redo,
+                       Velto::FirstError & error );
+   MirrorOverflow addIfItFits( IntfId port, MirrorSrcIntfLocal & local, Velto::FirstError & error );
+   void askOthers( const MirrorSource & before, const MirrorSrcIntfLocal & local );
    void addSource( IntfId port, MirrorSrcIntfLocal & local, Velto::FirstError & error );
    void removeSource( IntfId port, MirrorSrcIntfLocal & local, Direction direction, bool going,
                       Velto::FirstError & error );
@@ -286,13 +291,13 @@ class MirroringSm::KivMirroringSession::KivSrcIntf : public KivSource {
    bool aggregate() const override;
 
  private:
-   void handleSettings() { settingsChanged(); }
+   /** Whatever changes of the configuration matters alike. */
+   static void handleSettings( void * self, const Kiv::Entity &, int, const void * ) {
+      static_cast< KivSrcIntf * >( self )->settingsChanged();
+   }
 
    const Velto::Ptr< const Config > config_;
-   Kiv::Watch< Config::directionAttr, KivSrcIntf, &KivSrcIntf::handleSettings > directionWatch_;
-   Kiv::Watch< Config::aclNameAttr, KivSrcIntf, &KivSrcIntf::handleSettings > aclNameWatch_;
-   Kiv::Watch< Config::aclTypeAttr, KivSrcIntf, &KivSrcIntf::handleSettings > aclTypeWatch_;
-   Kiv::Watch< Config::aclPriorityAttr, KivSrcIntf, &KivSrcIntf::handleSettings > aclPriorityWatch_;
+   Kiv::EntityWatch configWatch_;
 };
 
 /** A VXLAN interface as a source: one port, received frames of its networks. */

@@ -129,11 +129,11 @@ class MirroringSm : public QonBaseSm, public Checked {
       SessionPtr session = nullptr;
       IntfId intf = {};
       IntfId port = {};
-      String name = {};
+      String name = {}; // of the session, the access list, or the tunnel's end
       Acl::AclType aclType = Acl::AclType::ip;
-      Tunnel::Endpoint endpoint = {};
    };
    void later( Work work );
+   void laterSession( const String & name );
    void settle();
    void answer( const Work & work );
    void answerAll( What what );
