@@ -10,6 +10,7 @@
    one( macFeature )       \
    one( stormControlFeature ) \
    one( vlanMappingFeature ) \
+   one( mirrorFeature )    \
    one( verifyFeature )
 // clang-format on
 

@@ -13,6 +13,7 @@
    one( simTopology )   \
    one( simStorm )      \
    one( simVlanMapping ) \
+   one( simMirror )     \
    one( simDamage )
 // clang-format on
 

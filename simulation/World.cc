@@ -35,6 +35,10 @@ faultsOf( Rng rng ) {
          lines.push_back( String( "vlanMapping " ) + trouble + " 0 0 " + often( 150 ) );
       }
    }
+   for ( const char * hook :
+         { "createMirror", "createMirrorTunnel", "addMirrorSource", "mirrorFilter" } ) {
+      lines.push_back( hook + String( " fail 0 0 " ) + often( 150 ) );
+   }
    return lines;
 }
 

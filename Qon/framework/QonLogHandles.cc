@@ -23,13 +23,6 @@ QonLogHandle handles[] = {
       { "QonAclSm", QonLog::ACL_SUBINTF_UNSHARED_NOT_SUPPORTED },
       { "QonAclSm", QonLog::ACL_UNSUPPORTED_HARDWARE },
 
-      { "QonMirroringSm", QonLog::DATAPLANE_MIRROR_INVALID_SESSION_IN_CUT_THROUGH },
-      { "QonMirroringSm", QonLog::MIRRORING_ACL_HW_RESOURCE_FULL },
-      { "QonMirroringSm", QonLog::DATAPLANE_MIRROR_SESSION_RESOURCES_FULL },
-      { "QonMirroringSm", QonLog::DATAPLANE_MIRROR_SOURCE_RESOURCES_NORMAL },
-      { "QonMirroringSm", QonLog::DATAPLANE_MIRROR_INTERNAL_SESSION_RESOURCES_UNAVAILABLE },
-      { "QonMirroringSm", QonLog::DATAPLANE_MIRROR_SOURCE_RESOURCES_FULL },
-
       { "QonTapAggIntfSm", QonLog::TAPAGG_HW_RESOURCE_FULL },
       { "QonOmbraMountSm", QonLog::OMBRA_MOUNT_TIMEOUT },
       { "QonSubIntfSm", QonLog::SUBINTERFACE_HW_RESOURCE_FULL },

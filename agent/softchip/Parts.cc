@@ -7,7 +7,8 @@
    one( addTopologyPart ) \
    one( addVlanMappingPart ) \
    one( addLagPart )      \
-   one( addStormControlPart )
+   one( addStormControlPart ) \
+   one( addMirrorPart )
 // clang-format on
 
 #include "agent/softchip/Chip.h"

@@ -4,6 +4,7 @@
 #include "agent/softchip/ChipKind.h"
 #include "agent/softchip/HostTable.h"
 #include "agent/softchip/LagTable.h"
+#include "agent/softchip/MirrorTable.h"
 #include "agent/softchip/StormTable.h"
 #include "agent/softchip/VlanMappingTable.h"
 
@@ -16,6 +17,7 @@ struct Shape {
    LagLimits lags = {};
    StormShape storm = {};
    VlanMappingShape vlanMapping = {};
+   MirrorLimits mirrors = {};
    Kiv::Seconds latency = 0; ///< see Chip::latencyIs()
 };
 

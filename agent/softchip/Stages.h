@@ -19,6 +19,7 @@ Verdict passVlanMapping( const Chip & chip, Travel & travel );
 Verdict passVlan( const Chip & chip, Travel & travel );
 Verdict passSpanningTree( const Chip & chip, Travel & travel );
 Verdict passStormControl( const Chip & chip, Travel & travel );
+Verdict passMirror( const Chip & chip, Travel & travel );
 Verdict passDestination( const Chip & chip, Travel & travel );
 
 Verdict passNotBack( const Chip & chip, const Travel & travel, Way & way );
@@ -26,6 +27,7 @@ Verdict passMember( const Chip & chip, const Travel & travel, Way & way );
 Verdict passVlanOut( const Chip & chip, const Travel & travel, Way & way );
 Verdict passVlanMappingOut( const Chip & chip, const Travel & travel, Way & way );
 Verdict passSpanningTreeOut( const Chip & chip, const Travel & travel, Way & way );
+Verdict passMirrorOut( const Chip & chip, const Travel & travel, Way & way );
 
 inline constexpr Stage stages[] = {
       { "arrival", passArrival },
@@ -33,6 +35,7 @@ inline constexpr Stage stages[] = {
       { "VLAN", passVlan },
       { "spanning tree", passSpanningTree },
       { "storm control", passStormControl },
+      { "mirror", passMirror },
       { "destination", passDestination },
 };
 
@@ -43,6 +46,7 @@ inline constexpr PortStage portStages[] = {
       { "VLAN", passVlanOut },
       { "VLAN mapping", passVlanMappingOut },
       { "spanning tree", passSpanningTreeOut },
+      { "mirror", passMirrorOut },
 };
 
 } // namespace SoftChip

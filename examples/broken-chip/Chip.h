@@ -4,51 +4,18 @@
 //
 //    library -> ChipMac, ChipTopo, ChipVlan, ChipLag -> (a little later) -> Tables
 //                                                                        -> done, to the library
-//    library -> ChipStorm -> Tables, at once
+//            -> ChipStorm (Storm.h), ChipVlanMapping (VlanMapping.h), ChipMirror (Mirror.h) -> at once
+//                                                                        -> Tables
 //    SmallChip: Tables, and a part for each feature, which reads them back
 //
 // Each hook class can be told to have one fault, as a developer might make it. The tables stand in
 // the chip, which outlives the hook objects: they point to it without owning it.
 
-#include <memory>
-
-#include "Later.h"
-#include "chip/LagPart.h"
-#include "chip/MacPart.h"
-#include "chip/StormControlPart.h"
-#include "chip/TopologyPart.h"
-#include "chip/VlanMappingPart.h"
-#include "chip/VlanPart.h"
+#include "Mirror.h"
+#include "Storm.h"
+#include "VlanMapping.h"
 
 namespace Chip {
-
-using Ulnet::IntfId;
-using Velto::Ptr;
-using Velto::String;
-
-/** The faults that can be planted. */
-struct Faults {
-   bool lostAnswer = false;     ///< removing a host that is not there is never answered
-   bool fullAborts = false;     ///< a full host table is taken for impossible
-   bool earlyDone = false;      ///< port states are reported done when they are queued
-   bool staleFlags = false;     ///< a member that is there already never changes its flags
-   bool keptMapping = false;    ///< a translation that is there already keeps its mapping
-   bool tidyDestructor = false; ///< the destructor of the VLAN helper clears the VLAN table
-   bool keptLevel = false;      ///< no limit is taken for nothing new: the one before stays
-};
-
-/** What the chip holds. */
-struct Tables {
-   static constexpr std::size_t hostRoom = 1024, topoRoom = 16, lagRoom = 16, memberRoom = 8,
-                                translationRoom = 512;
-
-   QonChip::HeldHosts hosts;
-   QonChip::HeldTopologies topologies;
-   QonChip::HeldVlans vlans;
-   QonChip::HeldGroups lags;
-   QonChip::HeldStormControl storm;
-   QonChip::HeldTranslations translations;
-};
 
 /** Hosts: answers every command by its transaction id. */
 class ChipMac : public Qon::QonMacProgrammer {
@@ -281,108 +248,17 @@ class ChipLag : public Velto::Node {
    Kiv::Watch< Config::lagAttr, ChipLag, &ChipLag::handleLag > configWatch_;
 };
 
-/** Storm control: takes every level at once; there is a limiter for each. */
-class ChipStorm : public Qon::StormControlSmHelper {
- public:
-   using Type = Qon::LevelType;
-   using Threshold = Qon::StormControl::Threshold;
-
-   ChipStorm( Tables & tables, Faults faults )
-       : StormControlSmHelper( "chip" ), tables_( tables ), faults_( faults ) {}
-
-   void hwInit() override { tables_.storm = {}; }
-   void installRules() override {}
-   void updateBcastSkipRule( IntfId, bool ) override {}
-   void handleEthPhyIntfLagConfig( IntfId ) override {}
-   bool uucastLevelEnabled() override { return true; }
-   bool burstEnabled() override { return false; }
-   void programTcAggregateHwRate( U8 trafficClass, const Threshold & threshold ) override {
-      tables_.storm.classes.erase( trafficClass );
-      if ( !( threshold == Threshold() ) ) {
-         tables_.storm.classes[trafficClass] = threshold;
-      }
-   }
-   void setHwRate( Type type, IntfId intf, IntfId, U64 speed, const Threshold & t ) override {
-      set( intf, 2 * ( U32( type ) - 1 ), { t, speed } );
-   }
-   void setCpuHwRate( Type type, IntfId intf, IntfId, U64 speed, const Threshold & t ) override {
-      set( intf, 2 * ( U32( type ) - 1 ) + 1, { t, speed } );
-   }
-   void verifyEnabled( IntfId, bool ) override {}
-   void verifyPort( IntfId, IntfId, U64, const Qon::StormControl::IntfStatus & ) override {}
-   void verifyAggregateTc( U8, const Qon::StormControl::AggregateTcStatus & ) override {}
-
- private:
-   void set( IntfId intf, U32 level, const QonChip::HeldLevel & limit ) {
-      auto & port = tables_.storm.ports[intf];
-      if ( !( limit.threshold == Threshold() ) ) {
-         port[Qon::StormControl::Level( level )] = limit;
-      } else if ( !faults_.keptLevel ) {
-         port.erase( Qon::StormControl::Level( level ) );
-      }
-      if ( port.empty() ) {
-         tables_.storm.ports.erase( intf );
-      }
-   }
-
-   Tables & tables_;
-   Faults faults_;
-};
-
-/** Translations: done when the hook returns. */
-class ChipVlanMapping : public Qon::VlanMappingSm {
- public:
-   ChipVlanMapping( Inputs inputs, Tables & tables, Faults faults )
-       : VlanMappingSm( std::move( inputs ) ), tables_( tables ), faults_( faults ) {}
-
-   Status doAddIngressVlanMapping( IntfId, bool, const Qon::PortVlanKey & key,
-                                   const Mapping & mapping ) override {
-      return write( { Direction::ingress, key }, mapping );
-   }
-   Status doAddEgressVlanMapping( IntfId, bool, const Qon::PortVlanKey & key,
-                                  const Mapping & mapping ) override {
-      return write( { Direction::egress, key }, mapping );
-   }
-   void doDelIngressVlanMapping( IntfId, bool, const Qon::PortVlanKey & key ) override {
-      tables_.translations.erase( { Direction::ingress, key } );
-   }
-   void doDelEgressVlanMapping( IntfId, bool, const Qon::PortVlanKey & key ) override {
-      tables_.translations.erase( { Direction::egress, key } );
-   }
-   Status doUpdateIngressVlanMapping( IntfId, bool, const Qon::PortVlanKey & key,
-                                      const Mapping & mapping ) override {
-      return write( { Direction::ingress, key }, mapping );
-   }
-   Status doUpdateEgressVlanMapping( IntfId, bool, const Qon::PortVlanKey & key,
-                                     const Mapping & mapping ) override {
-      return write( { Direction::egress, key }, mapping );
-   }
-
- private:
-   Status write( const QonChip::HeldTranslationKey & key, const Mapping & mapping ) {
-      auto & all = tables_.translations;
-      if ( all.contains( key ) && faults_.keptMapping ) {
-         return Status::success;
-      }
-      if ( !all.contains( key ) && all.size() == Tables::translationRoom ) {
-         return Status::full;
-      }
-      all[key] = mapping;
-      return Status::success;
-   }
-   Tables & tables_;
-   Faults faults_;
-};
-
 /** The chip as an agent and the kit see it; made of these hook classes or of others. */
-template< class Mac = ChipMac, class Topo = ChipTopo, class Vlan = ChipVlan, class Lag = ChipLag >
+template< class Mac = ChipMac, class Topo = ChipTopo, class Vlan = ChipVlan, class Lag = ChipLag,
+          class Mirror = ChipMirror >
 class SmallChip : public QonChip::Chip,
                   QonChip::MacPart,
                   QonChip::TopologyPart,
                   QonChip::VlanPart,
                   QonChip::LagPart,
                   QonChip::StormControlPart,
-                  QonChip::VlanMappingPart {
+                  QonChip::VlanMappingPart,
+                  QonChip::MirrorPart {
  public:
    explicit SmallChip( Kiv::TaskScheduler & scheduler, Faults faults = {} )
        : faults_( faults ), wheel_( scheduler.timerWheel() ) {
@@ -392,6 +268,7 @@ class SmallChip : public QonChip::Chip,
       add< QonChip::VlanMappingPart >( *this );
       add< QonChip::LagPart >( *this );
       add< QonChip::StormControlPart >( *this );
+      add< QonChip::MirrorPart >( *this );
    }
    String name() const override { return "small"; }
 
@@ -441,6 +318,12 @@ class SmallChip : public QonChip::Chip,
    std::optional< QonChip::HeldStormControl > stormControl() const override {
       return tables_.storm;
    }
+   Ptr< Qon::MirroringSmHelper >
+   makeMirroringHelper( const Ptr< Mirroring::HwCapability > & capability,
+                        const Ptr< Mirroring::HwStatus > & status ) override {
+      return Velto::make< Mirror >( tables_, faults_, capability, status );
+   }
+   std::optional< QonChip::HeldMirrors > mirrors() const override { return tables_.mirrors; }
 
    Faults faults_;
    Kiv::TimerWheel * wheel_;

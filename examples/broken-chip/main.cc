@@ -16,10 +16,14 @@ struct NamedFault {
    bool Faults::*fault;
 };
 constexpr NamedFault named[] = {
-      { "lost-answer", &Faults::lostAnswer },         { "full-aborts", &Faults::fullAborts },
-      { "early-done", &Faults::earlyDone },           { "stale-flags", &Faults::staleFlags },
-      { "tidy-destructor", &Faults::tidyDestructor }, { "kept-level", &Faults::keptLevel },
+      { "lost-answer", &Faults::lostAnswer },
+      { "full-aborts", &Faults::fullAborts },
+      { "early-done", &Faults::earlyDone },
+      { "stale-flags", &Faults::staleFlags },
+      { "tidy-destructor", &Faults::tidyDestructor },
+      { "kept-level", &Faults::keptLevel },
       { "kept-mapping", &Faults::keptMapping },
+      { "one-destination", &Faults::oneDestination },
 };
 
 /** Takes --fault NAME and --healthy out of the arguments. False for an unknown name. */

@@ -56,7 +56,9 @@ inline constexpr char platformVlanMappingStatus[] =
       "hardware/vlanmapping/platform/status"; // Qon::PlatformVlanMappingStatus
 inline constexpr char programmedPortToLag[] = "hardware/lag/programmed"; // Qon::ProgrammedPortToLag
 inline constexpr char portChannelInterlock[] = "lag/interlock"; // Qon::PortChannelInterlockDir
-inline constexpr char tapAggHwConfig[] = "tapagg/hwconfig";     // TapAgg::HwConfig
+inline constexpr char forwardingMode[] =
+      "bridging/forwardingmode/config";                     // Bridging::ForwardingModeConfig
+inline constexpr char tapAggHwConfig[] = "tapagg/hwconfig"; // TapAgg::HwConfig
 
 // Storm control
 inline constexpr char stormControlConfig[] =
@@ -76,6 +78,15 @@ inline constexpr char hardwareStormControlDrop[] =
 inline constexpr char errdisableConfig[] = "errdisable/cause/config"; // Errdisable::CauseConfig
 inline constexpr char errdisableStormControl[] =
       "errdisable/cause/storm-control"; // Errdisable::CauseStatus
+
+// Mirroring, and what it reads
+inline constexpr char mirroringConfig[] = "mirroring/config";             // Mirroring::Config
+inline constexpr char mirroringStatus[] = "mirroring/status";             // Mirroring::Status
+inline constexpr char mirroringHwCapability[] = "mirroring/hwcapability"; // Mirroring::HwCapability
+inline constexpr char hardwareMirroringStatus[] =
+      "hardware/mirroring/status";                      // Mirroring::HwStatus
+inline constexpr char aclConfig[] = "acl/config";       // Acl::Config
+inline constexpr char tunnelStatus[] = "tunnel/status"; // Tunnel::Status
 
 // The platform
 inline constexpr char hwEpochStatus[] = "hwEpoch/status"; // HwEpoch::Status

@@ -254,7 +254,7 @@ TEST( Conformance, EachFaultOfTheBrokenChipIsAFinding ) {
          { "lost-answer", "mac.answer" },          { "full-aborts", "mac.full" },
          { "early-done", "topo.early" },           { "stale-flags", "lag.flags" },
          { "tidy-destructor", "vlan.destructor" }, { "kept-level", "stormcontrol.nolimit" },
-         { "kept-mapping", "vlanmapping.latest" },
+         { "kept-mapping", "vlanmapping.latest" }, { "one-destination", "mirror.last" },
    };
    EXPECT_EQ( brokenChip( "", text ), 1 );
    EXPECT_NE( text.find( "\n" + std::to_string( std::size( faults ) ) + " findings\n" ),
@@ -298,6 +298,7 @@ struct Blind : SmallChip<> {
    std::optional< QonChip::HeldVlans > vlans() const override { return std::nullopt; }
    std::optional< QonChip::HeldGroups > groups() const override { return std::nullopt; }
    std::optional< QonChip::HeldStormControl > stormControl() const override { return std::nullopt; }
+   std::optional< QonChip::HeldMirrors > mirrors() const override { return std::nullopt; }
 };
 
 TEST( Conformance, NothingIsCalledSoundThatWasNotLookedAt ) {
@@ -307,8 +308,9 @@ TEST( Conformance, NothingIsCalledSoundThatWasNotLookedAt ) {
       EXPECT_NE( outcome.why.find( "Part" ), String::npos ) << outcome.why;
    }
    // What is judged by the chip's reports alone.
-   const std::set< String > byReports = { "mac.answer", "mac.shadow",  "vlan.verify",
-                                          "topo.flush", "topo.verify", "stormcontrol.verify" };
+   const std::set< String > byReports = { "mac.answer",       "mac.shadow",  "vlan.verify",
+                                          "topo.flush",       "topo.verify", "stormcontrol.verify",
+                                          "mirror.reconciled" };
    // Of a generation that the chip has not.
    const std::set< String > skipped = { "stormcontrol.version", "stormcontrol.reset" };
    for ( auto & outcome : outcomes( make< Blind >, "" ) ) {

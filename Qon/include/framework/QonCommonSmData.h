@@ -148,12 +148,14 @@ class QonCommonSmData : public Kiv::Entity {
 
    // --- Mirroring ---------------------------------------------------------------------------------
 
-   // The session's group in hardware, while it has one. Writer: mirroring.
+   // The session's group in hardware, while it has one.
+   // Writer: MirroringSm, KivMirroringSession. Readers: MirroringSm.
    KIV_MAP( String, U32, mirrorSessionNameToId )
-   // The same for sessions that mirror what leaves. Writer: mirroring.
+   // The same for sessions that mirror what leaves.
+   // Writer: MirroringSm, KivMirroringSession. Readers: MirroringSm, KivMirroringSession.
    KIV_MAP( String, U8, mirrorSessionNameToEgressId )
    // Groups that no session has, the one that is free longest first.
-   // Writer: mirroring, hosting agent.
+   // Writer: MirroringSm, hosting agent. Readers: MirroringSm.
    KIV_QUEUE( U8, freeMirrorSession )
 
    // --- The chip's faults, and verification -------------------------------------------------------
