@@ -587,35 +587,4 @@ VlanTranslations::sweep( IntfId port, Direction d, Key key ) {
    }
 }
 
-void
-VlanTranslations::reviewStatus( IntfId port, Direction d, Key key ) {
-   auto statuses = ( d == Direction::ingress ? sm_->in_.qonIngVlanMappingStatusDir
-                                             : sm_->in_.qonEgrVlanMappingStatusDir )
-                         .ptr();
-   const PortVlanKey portKey = PortVlanKey::of( port, key );
-   auto known = find( port, d, key );
-   if ( !statuses || !statuses->vlanMappingStatusHas( portKey ) || !known ||
-        known->state == State::none ) {
-      return;
-   }
-   const QonVlanMappingStatus status = statuses->vlanMappingStatus( portKey );
-   if ( !status.answers( known->version ) ) {
-      return;
-   }
-   const IntfId intf = rulerOf( port );
-   Entry & held = entry( port, d, key );
-   const bool handed = held.state >= State::handedOver;
-   if ( status.result() == Status::full || status.result() == Status::failed ) {
-      if ( entry( intf, d, key ).owner != Source::None ) {
-         giveUp( intf, d, key, status.result() );
-      }
-   } else if ( handed && status.result() == Status::success ) {
-      held.state = State::handedHeld;
-   } else if ( handed && status.result() == Status::notNow ) {
-      held.state = State::handedNotNow;
-      sm_->doAddToUnprogrammedList( intf, key, d, held.heldFor );
-   }
-   askKey( intf, d, key );
-}
-
 } // namespace Qon
