@@ -1,4 +1,4 @@
-// What is told to others of the translations, and what is taken over from them at the start.
+// What is told to others of the translations, and what is heard and taken over from them.
 
 #include "Qon/include/framework/VerifyData.h"
 #include "Qon/vlanmapping/VlanTranslations.h"
@@ -176,6 +176,37 @@ VlanTranslations::restoredOwner( const PortVlanKey & key,
       return Source::BriselCli;
    }
    return sets->vlanXlateKeySetHas( key.key() ) ? config.source() : Source::Steerline;
+}
+
+void
+VlanTranslations::reviewStatus( IntfId port, Direction d, Key key ) {
+   auto statuses = ( d == Direction::ingress ? sm_->in_.qonIngVlanMappingStatusDir
+                                             : sm_->in_.qonEgrVlanMappingStatusDir )
+                         .ptr();
+   const PortVlanKey portKey = PortVlanKey::of( port, key );
+   auto known = find( port, d, key );
+   if ( !statuses || !statuses->vlanMappingStatusHas( portKey ) || !known ||
+        known->state == State::none ) {
+      return;
+   }
+   const QonVlanMappingStatus status = statuses->vlanMappingStatus( portKey );
+   if ( !status.answers( known->version ) ) {
+      return;
+   }
+   const IntfId intf = rulerOf( port );
+   Entry & held = entry( port, d, key );
+   const bool handed = held.state >= State::handedOver;
+   if ( status.result() == Status::full || status.result() == Status::failed ) {
+      if ( entry( intf, d, key ).owner != Source::None ) {
+         giveUp( intf, d, key, status.result() );
+      }
+   } else if ( handed && status.result() == Status::success ) {
+      held.state = State::handedHeld;
+   } else if ( handed && status.result() == Status::notNow ) {
+      held.state = State::handedNotNow;
+      sm_->doAddToUnprogrammedList( intf, key, d, held.heldFor );
+   }
+   askKey( intf, d, key );
 }
 
 // --- Questions -----------------------------------------------------------------------------------

@@ -113,7 +113,7 @@ class QonCommonSmData : public Kiv::Entity {
    KIV_MAP( Ulnet::IntfId, Ulnet::IntfId, portToLag )
    // The members of a LAG, with their flags: who asks of a LAG, asks here.
    // Writer: LagSm. Readers: LagView, LagFollowerBase, LagConfigMapCreatorSm, LagMemberCreatorSm,
-   // QonLagCreatorSm, StormControlBaseSm.
+   // QonLagCreatorSm, LagInterlockSm, StormControlBaseSm.
    KIV_MAP( Ulnet::IntfId, QonLagPortList, lagToPort )
    // How the hardware holds a LAG. Writer: hosting agent.
    KIV_MAP( Ulnet::IntfId, QonTypes::QonLagType, lagToLagType )
@@ -139,7 +139,8 @@ class QonCommonSmData : public Kiv::Entity {
    KIV_MAP( Ulnet::IntfId, U32, internalVlan )
    // Routing facts of each VLAN. Writer: hosting agent.
    KIV_ENTITIES( Bridging::VlanId, VlanStatus, vlanStatus )
-   // The VLAN that a port's encapsulation translates to. Writer: VLAN mapping.
+   // The VLAN that a port's encapsulation translates to.
+   // Writer: VlanTranslations, IntfConfigMergeSm, ConfigMergeSm. Readers: VlanMappingSm, ConfigMergeSm.
    KIV_MAP( Ulnet::IntfId, Bridging::VlanIdOrNone, encapVlan )
    // The tag protocol ids of a port. Writer: hosting agent.
    KIV_MAP( Ulnet::IntfId, QonPortVlanTpidData, portVlanTpidData )
