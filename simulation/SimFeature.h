@@ -30,6 +30,12 @@ class SimFeature {
    virtual bool ready() { return true; }
    virtual String checkInvariants() const { return {}; }
 
+   /** Adds the faults of its part of the chip: "<hook> <trouble> <first call> <calls> <in thousand>",
+       "limit <table> <entries>". */
+   virtual void drawFaults( Rng & rng, std::vector< String > & lines ) const {
+      (void)rng;
+      (void)lines;
+   }
    /** Whether the chip's faults happen; without them whatever waits must come to an end. */
    virtual void faultsIs( bool ) {}
    virtual String checkAtRest() const { return {}; }
@@ -47,6 +53,12 @@ class SimFeature {
  protected:
    World & world_;
 };
+
+/** A number below `most`, as a fault's frequency in thousand. */
+inline String
+often( Rng & rng, U32 most ) {
+   return std::to_string( rng.below( most ) );
+}
 
 /** The kind of a feature's class: it has operations(), and shape() if it sizes its own tables. */
 template< class Feature >

@@ -509,6 +509,14 @@ SimMirror::checkTornDown() const {
                 : "";
 }
 
+void
+SimMirror::drawFaults( Rng & rng, std::vector< String > & lines ) const {
+   for ( const char * hook :
+         { "createMirror", "createMirrorTunnel", "addMirrorSource", "mirrorFilter" } ) {
+      lines.push_back( hook + String( " fail 0 0 " ) + often( rng, 150 ) );
+   }
+}
+
 FeatureKind
 simMirror() {
    return featureKindOf< SimMirror >( "mirror" );

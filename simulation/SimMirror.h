@@ -32,6 +32,7 @@ class SimMirror : public SimFeature {
    static std::span< const Operation > operations();
    static void shape( const World & world, SoftChip::Shape & shape );
 
+   void drawFaults( Rng & rng, std::vector< String > & lines ) const override;
    void start() override;
    bool ready() override;
    String checkInvariants() const override;

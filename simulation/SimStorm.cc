@@ -22,6 +22,14 @@ constexpr void ( IntfConfig::*stormSetters[] )( const OptionalThreshold & ) = {
 
 } // namespace
 
+void
+SimStorm::drawFaults( Rng & rng, std::vector< String > & lines ) const {
+   lines.push_back( "stormLimiter busy 0 0 " + often( rng, 300 ) );
+   if ( rng.percent( 20 ) ) {
+      lines.push_back( "limit stormLimiters " + often( rng, 20 ) );
+   }
+}
+
 FeatureKind
 simStorm() {
    return featureKindOf< SimStorm >( "storm" );

@@ -38,6 +38,7 @@ class SimStorm : public SimFeature, private Qon::HookListener {
    /** How many limiters there are, and what they can do. */
    static void shape( const World & world, SoftChip::Shape & shape );
 
+   void drawFaults( Rng & rng, std::vector< String > & lines ) const override;
    void start() override;
    bool ready() override;
    String checkInvariants() const override;

@@ -31,6 +31,7 @@ class SimVlanMapping : public SimFeature, private Kiv::LogSink {
    static std::span< const Operation > operations();
    static void shape( const World & world, SoftChip::Shape & shape );
 
+   void drawFaults( Rng & rng, std::vector< String > & lines ) const override;
    void start() override;
    String checkInvariants() const override;
    void faultsIs( bool on ) override;
