@@ -162,13 +162,13 @@ MirroringSm::cutThrough() const {
 
 void
 MirroringSm::handleForwardingMode() {
-   later( { What::mode } );
+   later( { What::judge } );
    settle();
 }
 
 void
 MirroringSm::handleSourceLimits() {
-   later( { What::limits } );
+   later( { What::judge } );
    settle();
 }
 

@@ -55,6 +55,8 @@ MirroringSm::reviewPool() {
 void
 MirroringSm::start() {
    agentFills_ = in_.capability->agentFillsPool();
+   judgedCutThrough_ = cutThrough(); // sources are judged by these as they are added
+   judgedLimits_ = in_.capability->sourceLimitsVersion();
    std::vector< std::pair< String, Kept > > stale;
    readHardware( stale );
    Velto::FirstError error;

@@ -69,7 +69,7 @@ MirroringSm::handleInitialized() {
 void
 MirroringSm::doCleanup() {
    later( { What::stop } );
-   settle();
+   drain(); // even while nothing else is asked
 }
 
 void
@@ -86,10 +86,13 @@ MirroringSm::later( Work work ) {
 
 void
 MirroringSm::settle() {
-   if ( !initialized() || work_.draining() ) {
-      return;
+   if ( initialized() ) {
+      drain();
    }
-   const Velto::Hold alive( this );
+}
+
+void
+MirroringSm::drain() {
    work_.drain( this, [this]( const Work & work ) {
       // A start asks everything; what was asked before it, while nothing was heard, it asks anew.
       if ( initialized() || work.what == What::stop ) {
@@ -108,8 +111,7 @@ MirroringSm::answer( const Work & work ) {
    case What::start:
    case What::pool:
    case What::aclRoom:
-   case What::limits:
-   case What::mode:
+   case What::judge:
    case What::stop:
       answerAll( work.what );
       return;
@@ -176,6 +178,7 @@ MirroringSm::answerAll( What what ) {
    case What::start:
       reviewInputs();
       reviewPool();
+      judgeIfChanged();
       return;
    case What::stop: {
       stopped_ = true;
@@ -196,12 +199,21 @@ MirroringSm::answerAll( What what ) {
       aclRoomAsked_ = false;
       forEachOf( allSessions(), []( KivMirroringSession & each ) { each.reviewAclRoom(); } );
       return;
-   case What::limits:
-      forEachOf( allSessions(), []( KivMirroringSession & each ) { each.judgeSources( true ); } );
+   default: // What::judge
+      judgeIfChanged();
       return;
-   default: // What::mode
-      forEachOf( allSessions(), []( KivMirroringSession & each ) { each.judgeSources( false ); } );
-      return;
+   }
+}
+
+/** By another mode each session's sources are judged as if they were added one by one; by other
+    limits those that are in hardware come first. */
+void
+MirroringSm::judgeIfChanged() {
+   const U32 limits = in_.capability->sourceLimitsVersion();
+   const bool mode = std::exchange( judgedCutThrough_, cutThrough() ) != cutThrough();
+   if ( std::exchange( judgedLimits_, limits ) != limits || mode ) {
+      forEachOf( allSessions(),
+                 [mode]( KivMirroringSession & each ) { each.judgeSources( !mode ); } );
    }
 }
 

@@ -120,6 +120,14 @@ class MirrorStage {
       rest();
       const HeldMirrors want = wanted();
       if ( auto found = t.readBack( part.mirrors(), "the chip's mirror sessions" ) ) {
+         for ( auto & [name, mirror] : *found ) {
+            auto session = want.find( name );
+            for ( IntfId port : mirror.targets ) {
+               if ( session == want.end() || !session->second.targets.contains( port ) ) {
+                  t.broken( last, name + " not to " + port.stringValue(), shown( mirror ) );
+               }
+            }
+         }
          judgeSame( contract, want, *found );
       }
       judgeSame( Mirror::status, want, published() );
@@ -280,10 +288,10 @@ void
 checkSuccessor( Trial & t ) {
    MirrorStage stage( t );
    stage.fill( 2 );
-   stage.rest();
+   stage.judge( held );
    const HeldMirrors before = stage.wanted();
    stage.end();
-   stage.hwStatus->sessionDelAll();
+   stage.hwStatus = Velto::make< Mirroring::HwStatus >( "hwStatus" ); // it is told anew
    t.judgeSuccessor( successor, [&] {
       stage.helper = stage.part.makeMirroringHelper( stage.capability, stage.hwStatus );
    } );

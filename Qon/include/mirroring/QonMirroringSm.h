@@ -119,8 +119,7 @@ class MirroringSm : public QonBaseSm, public Checked {
       aclStatus,  // did the port's filter go in?
       hwSession,  // which entity tells of the session's filters?
       waiting,    // do sources fit that are kept out?
-      limits,     // ... of all sessions, by other limits?
-      mode,       // ... by another forwarding mode?
+      judge,      // ... of all sessions, by other limits, or another forwarding mode?
       aclRoom,    // is there room for filters that had none?
       stop,       // everything goes
    };
@@ -135,8 +134,10 @@ class MirroringSm : public QonBaseSm, public Checked {
    void later( Work work );
    void laterSession( const String & name );
    void settle();
+   void drain();
    void answer( const Work & work );
    void answerAll( What what );
+   void judgeIfChanged();
 
    // The pool, and what an earlier life left
    /** A session that the hardware holds, and that is still configured. */
@@ -223,6 +224,8 @@ class MirroringSm : public QonBaseSm, public Checked {
    bool agentFills_ = false;
    bool stopped_ = false;
    bool aclRoomAsked_ = false;
+   bool judgedCutThrough_ = false; // the mode, and the limits, by which sources were judged last
+   U32 judgedLimits_ = 0;
    U32 overflows_ = 0; // of all sessions
    std::vector< std::pair< String, Kept > > kept_;
    Kiv::DenseMap< IntfId, Users > users_;
