@@ -418,7 +418,7 @@ SimMirror::activeIs( const Event & event ) {
    } else {
       auto status = phy_->intfStatusIs( port );
       status->activeIs( event[1] > 2 );
-      status->speedIs( event[1] );
+      status->speedIs( Interface::EthSpeed( event[1] ) );
    }
 }
 

@@ -13,7 +13,7 @@ using Bridging::StormControl::Unit;
 
 namespace {
 
-constexpr char generationOption[] = "storm-control";
+constexpr char stormGenerationOption[] = "storm-control";
 constexpr U64 mostKbps = 1'000'000'000;
 constexpr U64 mostSeconds = 86'400;
 
@@ -69,12 +69,12 @@ thresholdIn( const ConfigRow & row, const String & prefix ) {
 
 std::vector< FeatureOption >
 StormControlFeature::options() {
-   return { { generationOption, { "1", "2" }, "the generation of storm control" } };
+   return { { stormGenerationOption, { "1", "2" }, "the generation of storm control" } };
 }
 
 StormControlFeature::StormControlFeature( Agent & agent )
     : agent_( agent ), part_( agent.chip().part< QonChip::StormControlPart >() ),
-      second_( agent.setting( generationOption ) == "2" ),
+      second_( agent.setting( stormGenerationOption ) == "2" ),
       config_(
             agent.entities().mount< Bridging::StormControl::Config >( Paths::stormControlConfig ) ),
       status_(

@@ -12,7 +12,7 @@ using Ulnet::IntfId;
 
 namespace {
 
-constexpr char generationOption[] = "vlan-mapping";
+constexpr char mappingGenerationOption[] = "vlan-mapping";
 const std::vector< String > directionWords = { "ingress", "egress" };
 const std::vector< String > sourceWords = { "cli", "flow" };
 
@@ -57,7 +57,7 @@ vlanOf( const String & piece ) {
 
 std::vector< FeatureOption >
 VlanMappingFeature::options() {
-   return { { generationOption, { "1", "2" }, "the generation of VLAN mapping" } };
+   return { { mappingGenerationOption, { "1", "2" }, "the generation of VLAN mapping" } };
 }
 
 template< class T >
@@ -71,7 +71,7 @@ VlanMappingFeature::VlanMappingFeature( Agent & agent )
       config_( mount< Bridging::Config >( Paths::bridgingConfig ) ),
       flow_( mount< Qon::QonFlowVlanXlateConfigDir >( Paths::flowVlanXlateConfig ) ) {
    if ( part_ ) {
-      agent.setting( generationOption ) == "1" ? makeFirst() : makeSecond();
+      agent.setting( mappingGenerationOption ) == "1" ? makeFirst() : makeSecond();
    }
 }
 

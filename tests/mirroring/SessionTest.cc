@@ -202,7 +202,7 @@ TEST( MirrorDestinations, RejectedAndRefusedOnesAreTriedAgainWhenTheInterfaceCha
               ( Calls{ "create s 0 -1 Ethernet1", "create s 0 -1 Ethernet2 update" } ) );
    EXPECT_EQ( status->failedDsts(), 0u );
    w.helper->invalid = { eth( 1 ), po( 3 ) };
-   port->speedIs( 5 ); // in hardware, and not usable any more
+   port->speedIs( Interface::EthSpeed::speed5Gbps ); // in hardware, and not usable any more
    EXPECT_EQ( w.helper->taken(), Calls{ "remove s 0 -1 Ethernet1" } );
    s->targetIntfIs( po( 3 ) );
    EXPECT_TRUE( status->failedDst( po( 3 ) ) && status->failedDst( eth( 1 ) ) );
