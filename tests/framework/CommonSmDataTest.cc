@@ -2,6 +2,7 @@
 
 #include "Qon/include/framework/QonCommonSmData.h"
 #include "platform/Kiv/Generic.h"
+#include "platform/Kiv/Listener.h"
 #include "tests/harness/World.h"
 
 namespace {
@@ -151,6 +152,15 @@ class Epoch : public ::testing::Test {
    Velto::Ptr< HwEpoch::Status > status = Velto::make< HwEpoch::Status >( "epoch" );
    Velto::Ptr< Qon::QonEpochStatus > epoch = Qon::qonEpochStatusFactory( "epoch" );
 };
+
+TEST_F( Epoch, ItsStartIsPublishedOnceEachTime ) {
+   int heard = 0;
+   Kiv::Listener< Qon::QonEpochStatus::initializedAttr > ear( epoch.ptr(), [&] { ++heard; } );
+   for ( bool v : { true, true, false, true } ) {
+      epoch->initializedIs( v );
+   }
+   EXPECT_EQ( 3, heard );
+}
 
 using Predicate = bool ( Qon::QonEpochStatus::* )( const String & ) const;
 const Predicate dependent[] = {
