@@ -60,9 +60,12 @@ QonMacProgrammer::handleInitialized() {
       resumeRuns();
       return;
    }
-   updatePendingAddressClock_.attach( this, Velto::make< Kiv::Clock >( timerWheel_ ) );
-   pollReqClock_.attach( this, Velto::make< Kiv::Clock >( timerWheel_ ) );
-   updateOverflowAddressClock_.attach( this, Velto::make< Kiv::Clock >( timerWheel_ ) );
+   auto idleClock = [this] {
+      return timerWheel_ ? Velto::make< Kiv::Clock >( timerWheel_ ) : Velto::Ptr< Kiv::Clock >();
+   };
+   updatePendingAddressClock_.attach( this, idleClock() );
+   pollReqClock_.attach( this, idleClock() );
+   updateOverflowAddressClock_.attach( this, idleClock() );
    VELTO_ASSERT( updatePendingAddressClock_ );  // fixed text
    VELTO_ASSERT( pollReqClock_ );               // fixed text
    VELTO_ASSERT( updateOverflowAddressClock_ ); // fixed text
