@@ -207,6 +207,7 @@ QonMacProgrammer::updatePendingAddresses() {
       wakeUp( updatePendingAddressClock(), slice.now() + updateDelay() );
    } else {
       QON_TRACE( facility, 7, "Nothing is pending. Stop" ); // fixed text
+      noteEndOfOverflow();                                  // what was called off may be the last
    }
    if ( !inProgMacOp_.empty() ) {
       QON_TRACE( facility, 7, "In-progress cmd exists. Schedule review." ); // fixed text

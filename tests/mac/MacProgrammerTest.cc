@@ -423,6 +423,19 @@ TEST_F( Mac, AnEpisodeOfOverflowThatBeganTooSoonIsReportedLater ) {
    EXPECT_EQ( 2u, logs.records().size() );
 }
 
+TEST_F( Mac, AnEpisodeOfOverflowMayEndWithACommandThatIsCalledOff ) {
+   overflowed( 1 );
+   EXPECT_TRUE( chip->overflowLogged() );
+   auto last = macCmd( CmdType::removeHost, macKey( 1 ) );
+   chip->handleAddrOp( last );
+   last->validIs( false );
+   scheduler.runFor( 60 );
+   EXPECT_TRUE( chip->atRest() );
+   EXPECT_FALSE( chip->overflowLogged() );
+   overflowed( 2 );
+   EXPECT_EQ( 2u, logs.records().size() );
+}
+
 TEST_F( Mac, WorkGoesOnAfterARest ) {
    chip->handleAddrOp( addHost( 1 ) );
    chip->updatePendingAddresses();
