@@ -57,6 +57,7 @@ TEST_F( PeerLinkFlow, SharingFollowsStatePeerLinkAndRedirection ) {
    EXPECT_EQ( hardware( 1, true ), none );
    EXPECT_FALSE( lagSm->sharedPeerLink( po( 1 ) ) );
    mlag->peerLinkIntfIs( eth( 1 ) ); // its own member
+   join( 1, 1, true, false );
    EXPECT_EQ( hardware( 1, true ), none );
    EXPECT_EQ( hardware( 1 ), Ports{ eth( 1 ) } );
    mlag->peerLinkIntfIs( po( 10 ) );
@@ -96,7 +97,10 @@ TEST( HardwareGroups, WhoBorrowsAPortDoesNotOwnIt ) {
    auto prog = Qon::LagProgSmIs( w.config, w.status, w.fapIdPorts );
    prog->initializedIs( true );
    const Qon::QonLagPort both( true, true );
-   // An own member that becomes a lent one, and one that an earlier incarnation borrowed.
+   // What an earlier incarnation borrowed stays, whoever has it himself.
+   prog->memberIs( po( 2 ), eth( 2 ), both, false );
+   EXPECT_EQ( w.hardware( 1, true ), Ports{ eth( 2 ) } );
+   // An own member becomes a lent one.
    prog->memberIs( po( 1 ), eth( 1 ), both, false );
    for ( U32 port : { 1, 2 } ) {
       prog->memberIs( po( 1 ), eth( port ), both, true );

@@ -148,6 +148,20 @@ TEST_F( Mac, AHookMayAnswerAtOnceOrHandInANewerCommand ) {
    EXPECT_TRUE( chip->atRest() );
 }
 
+TEST_F( Mac, AHookThatRaisesIsCalledOnceMore ) {
+   chip->onWrite = [&]( const MacCmdPtr & ) {
+      chip->onWrite = nullptr;
+      throw Velto::RangeError( "chip" );
+   };
+   auto cmd = addHost( 1 ), next = addHost( 2 );
+   chip->handleAddrOp( cmd );
+   chip->handleAddrOp( next );
+   EXPECT_THROW( scheduler.settle(), Velto::RangeError );
+   EXPECT_EQ( chip->written, ( std::vector{ cmd, next } ) ); // and the other one all the same
+   scheduler.runFor( 0.11 );
+   EXPECT_EQ( chip->written, ( std::vector{ cmd, next, cmd } ) );
+}
+
 TEST_F( Mac, TransactionIdsAreUniqueAmongCommandsInFlight ) {
    auto preset = macCmd( CmdType::addHost, macKey( 1 ), 2 );
    auto clash = macCmd( CmdType::addHost, macKey( 2 ), 2 );

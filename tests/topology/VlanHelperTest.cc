@@ -435,7 +435,7 @@ TEST_F( VlanTopoTest, VlansLeaveAndEnterInTheMiddleOfAWalk ) {
    stp.vlan( 7, "a" );
    while ( vlanTopo->currentTopoUpdate() ) {
       scheduler.turn();
-      EXPECT_FALSE( forwards( 8, "Ethernet1" ) ); // not for a moment: it has left
+      EXPECT_FALSE( vlans->forwards( intf( "Ethernet1" ), VlanId( 8 ) ) ); // not for a moment
    }
    rest();
    EXPECT_EQ( notAtRest(), "" );
