@@ -10,6 +10,7 @@
 // through their public accessors and at the chip through what it holds. They return the empty
 // text, or "name of what is broken: details"; the name tells failures apart.
 
+#include "platform/Kiv/Log.h"
 #include "platform/Kiv/Rng.h"
 #include "simulation/Event.h"
 
@@ -29,6 +30,8 @@ class SimFeature {
    /** Called before each of its operations; false: there is nothing that it could be done to. */
    virtual bool ready() { return true; }
    virtual String checkInvariants() const { return {}; }
+   /** Called for every message that is logged. */
+   virtual void heard( const Kiv::LogDescriptor &, const String & ) {}
 
    /** Adds the faults of its part of the chip: "<hook> <trouble> <first call> <calls> <in thousand>",
        "limit <table> <entries>". */

@@ -169,6 +169,9 @@ World::topo( U32 i ) const {
 void
 World::message( const Kiv::LogDescriptor & descriptor, const String & text ) {
    transcript.add( "log", descriptor.name, text );
+   for ( auto & entry : features_ ) {
+      entry.feature->heard( descriptor, text );
+   }
 }
 
 void
