@@ -56,6 +56,7 @@ class SimMirror::Helper : public SoftChip::SoftMirroringHelper {
       if ( done ) {
          told.group = group;
          told.tunnel = true;
+         told.left = TunnelType::none;
       }
       sim_->heard();
       return done;
@@ -63,7 +64,9 @@ class SimMirror::Helper : public SoftChip::SoftMirroringHelper {
    bool updateGreTunnelMirror( const String & name, int group, int egressId,
                                const Mirroring::TunnelInfo & tunnel,
                                const Tunnel::Resolution & resolution ) override {
-      sim_->misuseIf( !sim_->told_[name].tunnel, "update of no tunnel of " + name );
+      const Told & told = sim_->told_[name];
+      sim_->misuseIf( !told.tunnel || told.left != TunnelType::none,
+                      "update of no tunnel of " + name );
       return createGreTunnelMirror( name, group, egressId, tunnel, resolution );
    }
    bool removeGreTunnelMirror( const String & name, int group, int egressId ) override {
@@ -71,6 +74,7 @@ class SimMirror::Helper : public SoftChip::SoftMirroringHelper {
       sim_->misuseIf( !told.tunnel, "no tunnel of " + name );
       sim_->misuseIf( !told.sources.empty(), "sources left of " + name );
       told.tunnel = false;
+      told.left = TunnelType::none;
       SoftMirroringHelper::removeGreTunnelMirror( name, group, egressId );
       sim_->heard();
       return true;
@@ -79,6 +83,7 @@ class SimMirror::Helper : public SoftChip::SoftMirroringHelper {
                              Direction direction ) override {
       Told & told = sim_->told_[name];
       sim_->misuseIf( told.targets.empty() && !told.tunnel, "source of no session " + name );
+      sim_->misuseIf( told.left != TunnelType::none, "source of what is left of " + name );
       sim_->misuseIf( Mirroring::has( direction, Direction::tx ) && egressId != group,
                       "egress id of " + name );
       told.refusedSources.erase( port ); // the filter may be looked at within the call
@@ -207,6 +212,9 @@ SimMirror::restart( const Event & event ) {
    }
    sm_ = nullptr;
    helper_ = nullptr;
+   for ( auto & [name, session] : table_.sessions() ) {
+      told_[name].left = session.tunnel.type();
+   }
    start();
 }
 

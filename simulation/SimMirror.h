@@ -6,7 +6,8 @@
 // Checked after every event, from the configuration and the chip's calls alone:
 // 1. A group is free once, or one session's; nobody waits while one is free.
 // 2. The chip holds of each session with a group the destinations that are configured and valid, or
-//    the tunnel that is resolved; the sources that are configured, valid and filtered by lists that
+//    the tunnel that is resolved; what an earlier life left of a tunnel stays as it is until the chip
+//    says that it may be touched and it is made anew; the sources that are configured, valid and filtered by lists that
 //    are there, save those that the chip refused or that do not fit; all of them with the wanted
 //    direction, and with the filter's present rules.
 // 3. What is kept out for its fit would not fit beside what is in the chip.
@@ -56,6 +57,8 @@ class SimMirror : public SimFeature {
       std::set< IntfId > refusedTargets, refusedSources;    // the last word about them
       std::map< IntfId, std::pair< String, U32 > > filters; // list and its version
       bool refusedTunnel = false;
+      // The tunnel of an earlier life, with its sources; none once it is made anew, or removed.
+      Mirroring::TunnelType left = Mirroring::TunnelType::none;
    };
    /** What the configuration wants of a source port. */
    struct Wanted {

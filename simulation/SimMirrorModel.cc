@@ -198,7 +198,10 @@ SimMirror::checkDestinations( const String & name, const Told & told ) const {
       }
    }
    const bool tunnel = hasGroup && tunnelReady( config );
-   if ( told.tunnel && !tunnel ) {
+   // Until the chip has reconciled, what is left stays, if it is still of the wanted kind.
+   const bool untouched = hasGroup && !hwStatus_->reconciled() && told.left != TunnelType::none &&
+                          told.left == config.tunnel().type();
+   if ( told.tunnel && !tunnel && !untouched ) {
       return "tunnel: of " + name + " is still there";
    }
    if ( tunnel && !told.tunnel && !told.refusedTunnel ) {
@@ -213,6 +216,9 @@ SimMirror::checkDestinations( const String & name, const Told & told ) const {
 
 String
 SimMirror::checkSources( const String & name, const Told & told ) const {
+   if ( told.left != TunnelType::none ) {
+      return {}; // they stay as they are, too
+   }
    const bool there = told.tunnel || !told.targets.empty();
    const auto wanted =
          there ? wantedSources( *config_->session( name ) ) : std::map< IntfId, Wanted >();
@@ -247,8 +253,10 @@ SimMirror::checkStatus( const String & name, const Told & told ) const {
    if ( bool( status ) != ( table_.sessionsAtMost() > 0 ) ) {
       return "status: of " + name;
    }
+   const bool left = told.left != TunnelType::none; // nothing is said of it
+   const auto sources = left ? std::map< IntfId, Direction >() : told.sources;
    bool tx = false;
-   for ( auto & [port, direction] : told.sources ) {
+   for ( auto & [port, direction] : sources ) {
       tx = tx || Mirroring::has( direction, Direction::tx );
       if ( !status->programmedSrcHas( port ) || status->failedSrc( port ) ) {
          return "status: " + name + ", source " + port.stringValue();
@@ -257,10 +265,11 @@ SimMirror::checkStatus( const String & name, const Told & told ) const {
    if ( acsd.mirrorSessionNameToEgressIdHas( name ) != tx ) {
       return "egress id: of " + name;
    }
-   if ( status && ( status->programmedSrcs() != told.sources.size() ||
-                    status->programmedDsts() != told.targets.size() ||
-                    status->createdInHw() != ( told.tunnel || !told.targets.empty() ) ||
-                    acsd.mirrorSessionNameToIdHas( name ) != ( status->mirrorGroup() >= 0 ) ) ) {
+   if ( status &&
+        ( status->programmedSrcs() != sources.size() ||
+          status->programmedDsts() != told.targets.size() ||
+          status->createdInHw() != ( ( told.tunnel && !left ) || !told.targets.empty() ) ||
+          acsd.mirrorSessionNameToIdHas( name ) != ( status->mirrorGroup() >= 0 ) ) ) {
       return "status: " + name + " differs";
    }
    return {};

@@ -75,6 +75,7 @@ KivMirroringSession::program() {
       error.run( [&] {
          if ( auto published = status() ) {
             published->mirrorGroupIs( mirrorGroup_ );
+            published->createdInHwIs( createdInHw_ ); // by an earlier life, perhaps
          }
       } );
    }

@@ -436,6 +436,8 @@ TEST( MirrorLife, AStartTakesOverWhatTheHardwareHolds ) {
                     "-src moves 3 -1 Ethernet14 tx",
               } ) );
    EXPECT_EQ( w.free(), ( Ids{ 1, 4, 5, 6 } ) );
+   EXPECT_TRUE( w.status->session( "stays" )->createdInHw() );
+   EXPECT_FALSE( w.status->session( "gre" )->createdInHw() ); // until it is made anew
    w.hwStatus->reconciledIs( true );
    EXPECT_EQ( w.helper->taken(),
               ( Calls{ "+tunnel gre 7 -1 gre Ethernet20", "-src gre 7 -1 Ethernet16 rx",
