@@ -315,7 +315,9 @@ SimVlanMapping::pause( const Event & event ) {
    }
    paused_ = paused;
    model_.pausedIs( paused );
+   model_.startingIs( !paused );
    second_ ? sm2_->initializedIs( !paused ) : first_->initializedIs( !paused );
+   model_.startingIs( false );
    if ( second_ ) {
       world_.scheduler.settle( 10000 );
    }
@@ -375,7 +377,9 @@ SimVlanMapping::startMachines() {
                                         keySets_, status_[0], status_[1], members_,
                                         world_.acsd->verifyData() },
             SoftChip::SoftVlanMappingSm::Statuses{ status_[0], status_[1] }, table_, *this );
+      model_.startingIs( true );
       first_->initializedIs( true );
+      model_.startingIs( false );
       return;
    }
    sm2_ = Qon::VlanMapping::VlanMappingSm2Is( { world_.acsd, config_, flow_, portToLag_,

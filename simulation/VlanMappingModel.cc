@@ -133,8 +133,17 @@ VlanMappingModel::lagIs( IntfId port, IntfId lag ) {
       return;
    }
    lag ? void( lagOf_[port] = lag ) : void( lagOf_.erase( port ) );
+   if ( !paused_ ) {
+      membersChanged( before );
+      membersChanged( lag );
+   }
+}
+
+/** What was refused may be had now. */
+void
+VlanMappingModel::membersChanged( IntfId lag ) {
    for ( auto & [key, claim] : claims_ ) {
-      if ( key.intf == before || key.intf == lag ) {
+      if ( key.intf == lag ) {
          for ( auto & givenUp : claim.givenUp ) {
             givenUp.reset();
          }
@@ -147,10 +156,23 @@ VlanMappingModel::lagIs( IntfId port, IntfId lag ) {
 
 void
 VlanMappingModel::pausedIs( bool paused ) {
-   paused_ = paused;
-   if ( !paused ) {
-      settleAll( true );
+   if ( paused ) {
+      paused_ = true;
+      lagOfBefore_ = lagOf_;
+      return;
    }
+   // Only what differs in the end is noticed.
+   for ( auto * some : { &lagOfBefore_, &lagOf_ } ) {
+      for ( auto & [port, lag] : *some ) {
+         const auto & others = some == &lagOf_ ? lagOfBefore_ : lagOf_;
+         auto other = others.find( port );
+         if ( other == others.end() || other->second != lag ) {
+            membersChanged( lag );
+         }
+      }
+   }
+   paused_ = false;
+   settleAll( true );
 }
 
 void
@@ -167,7 +189,7 @@ VlanMappingModel::removed( IntfId port, Direction d, U16 vlan, bool native ) {
       const U32 former = claim.owner;
       claim.givenUp[former] = claim.wishes[former];
       claim.owner = nobody;
-      settle( key, claim, former, true, false );
+      settle( key, claim, former, true, starting_ );
    }
 }
 

@@ -47,6 +47,8 @@ class VlanMappingModel {
    /** Null: of none. */
    void lagIs( IntfId port, IntfId lag );
    void pausedIs( bool paused );
+   /** The state machines are starting: whoever wins then is not announced. */
+   void startingIs( bool starting ) { starting_ = starting; }
    /** The state machines were made anew. `keeps( key )`: the owner can be found again. */
    template< class Keeps >
    void restart( Keeps && keeps ) {
@@ -102,12 +104,14 @@ class VlanMappingModel {
    bool active( IntfId intf, U32 source ) const;
    U32 sourceOf( const String & name ) const;
    bool leads( IntfId intf ) const;
+   void membersChanged( IntfId lag );
 
    const bool second_;
-   bool paused_ = false;
+   bool paused_ = false, starting_ = false;
    std::map< Key, Claim > claims_;
    std::map< IntfId, Mode > modes_;
    std::map< IntfId, IntfId > lagOf_;
+   std::map< IntfId, IntfId > lagOfBefore_; ///< the pause
 };
 
 } // namespace Sim

@@ -12,9 +12,13 @@ SoftVlanMappingSm::SoftVlanMappingSm( Inputs inputs, const Statuses & statuses,
                                       VlanMappingTable & table )
     : VlanMappingSm( std::move( inputs ) ), statuses_( statuses ), table_( table ) {
    table_.hook.is( this );
-   if ( gracefulRestartSupported() ) {
-      for ( Direction d : vlanMappingDirections ) {
+   for ( Direction d : vlanMappingDirections ) {
+      if ( gracefulRestartSupported() ) {
          follow( d );
+         continue;
+      }
+      for ( const PortVlanKey & key : table_.keys( d ) ) {
+         remove( d, key ); // only the directories outlast a restart
       }
    }
 }

@@ -63,7 +63,7 @@ TEST( VlanMappingSabotage, OfThePipeline ) {
          saboteur.drops( [&] { w.sm2 = nullptr; } );
          saboteur.does( [&] { w.startPipeline( slices ); } );
          saboteur.does( [&] { w.scheduler.settle(); } );
-         w.status->readyIs( true );
+         saboteur.does( [&] { w.status->readyIs( true ); } );
          change( saboteur, w, [&] {
             for ( U32 n : { 1, 2 } ) {
                const IntfId lag = w.acsd->portToLag( eth( n ) );
