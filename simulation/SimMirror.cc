@@ -212,6 +212,17 @@ SimMirror::restart( const Event & event ) {
    }
    sm_ = nullptr;
    helper_ = nullptr;
+   if ( table_.sessionsAtMost() == 0 ) { // a chip without sessions starts with none
+      for ( auto & [name, session] : SoftChip::MirrorTable::Sessions( table_.sessions() ) ) {
+         for ( auto & [port, none] : session.targets ) {
+            table_.targetDel( name, port );
+         }
+         if ( session.tunnel.type() != TunnelType::none ) {
+            table_.tunnelDel( name );
+         }
+         told_.erase( name );
+      }
+   }
    for ( auto & [name, session] : table_.sessions() ) {
       told_[name].left = session.tunnel.type();
    }
