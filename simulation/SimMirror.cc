@@ -212,6 +212,17 @@ SimMirror::restart( const Event & event ) {
    }
    sm_ = nullptr;
    helper_ = nullptr;
+   if ( table_.sessionsAtMost() == 0 ) { // a chip without sessions starts with none
+      for ( auto & [name, session] : SoftChip::MirrorTable::Sessions( table_.sessions() ) ) {
+         for ( auto & [port, none] : session.targets ) {
+            table_.targetDel( name, port );
+         }
+         if ( session.tunnel.type() != TunnelType::none ) {
+            table_.tunnelDel( name );
+         }
+         told_.erase( name );
+      }
+   }
    for ( auto & [name, session] : table_.sessions() ) {
       told_[name].left = session.tunnel.type();
    }
@@ -271,7 +282,7 @@ SimMirror::change( U32 what ) {
 
 // --- Configuration -------------------------------------------------------------------------------
 
-Mirroring::SessionConfig *
+Velto::Ptr< Mirroring::SessionConfig >
 SimMirror::session( const Event & event ) const {
    return config_->session( name( event[0] ) );
 }
@@ -324,7 +335,9 @@ SimMirror::sourceDel( const Event & event ) {
 void
 SimMirror::filterIs( const Event & event ) {
    auto config = session( event );
-   if ( auto source = config ? config->srcIntf( world_.intf( event[1] ) ) : nullptr ) {
+   const Velto::Ptr< Mirroring::SrcIntfConfig > source =
+         config ? config->srcIntf( world_.intf( event[1] ) ) : nullptr;
+   if ( source ) {
       source->aclTypeIs( Acl::AclType( event[2] / 2 % 2 ) );
       source->aclNameIs( event[2] == 7 ? "" : "acl" + std::to_string( event[2] % 2 ) );
       source->aclPriorityIs( event[2] / 4 );

@@ -96,7 +96,8 @@ class SimMirror : public SimFeature {
    /** @} */
 
    String name( U32 i ) const { return "m" + std::to_string( i % 8 ); }
-   Mirroring::SessionConfig * session( const Event & event ) const;
+   /** Held: it may end within a change of it. */
+   Velto::Ptr< Mirroring::SessionConfig > session( const Event & event ) const;
    Ulnet::IpGenAddr farEnd( U32 i ) const;
    void heard();
    void misuseIf( bool wrong, const String & what );

@@ -44,6 +44,9 @@ MirroringSm::reviewPool() {
    }
    error.run( [&] { reviewSessions(); } );
    error.run( [&] { dropKept(); } );
+   if ( max_ == 0 ) {
+      error.run( [&] { clearStaleStatus(); } ); // which no start will do
+   }
    if ( max_ == 0 && was != 0 && ownPool() ) {
       error.run( [&] { in_.acsd->freeMirrorSessionDelAll(); } );
    }
