@@ -299,6 +299,7 @@ struct Blind : SmallChip<> {
    std::optional< QonChip::HeldGroups > groups() const override { return std::nullopt; }
    std::optional< QonChip::HeldStormControl > stormControl() const override { return std::nullopt; }
    std::optional< QonChip::HeldMirrors > mirrors() const override { return std::nullopt; }
+   std::optional< QonChip::HeldTranslations > translations() const override { return std::nullopt; }
 };
 
 TEST( Conformance, NothingIsCalledSoundThatWasNotLookedAt ) {
