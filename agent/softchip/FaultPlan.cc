@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "platform/Velto/Assert.h"
+
 namespace SoftChip {
 
 bool
@@ -17,6 +19,7 @@ FaultPlan::next( const char * hook ) {
    if ( faults_.empty() ) {
       return trouble;
    }
+   VELTO_ASSERT( hooks_.contains( hook ) );
    for ( auto & active : faults_ ) {
       if ( active.fault.hook != hook ) {
          continue;

@@ -54,7 +54,7 @@ class FaultPlan {
    /** What the sequence of chances starts with. */
    void seedIs( U32 seed ) { random_ = Kiv::Rng( seed ); }
    void add( const Fault & fault ) { faults_.push_back( { fault, 0 } ); }
-   /** Counts a call of a hook. */
+   /** Counts a call of a hook, which was declared. */
    std::optional< Trouble > next( const char * hook );
 
    void limitIs( const String & table, U32 entries );

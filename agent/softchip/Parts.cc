@@ -5,7 +5,10 @@
    one( addMacPart )      \
    one( addVlanPart )     \
    one( addTopologyPart ) \
-   one( addLagPart )
+   one( addVlanMappingPart ) \
+   one( addLagPart )      \
+   one( addStormControlPart ) \
+   one( addMirrorPart )
 // clang-format on
 
 #include "agent/softchip/Chip.h"

@@ -20,6 +20,17 @@ const char everything[] =
    "VLAN": {"Vlan10": {}, "Vlan11": {}, "Vlan20": {}},
    "VLAN_MEMBER": {"Vlan10|Ethernet8": {}, "Vlan10|Ethernet12": {"tagging_mode": "tagged"},
                    "Vlan11|PortChannel1": {"tagging_mode": "tagged"}, "Vlan20|Ethernet8": {}},
+   "VLAN_MAPPING": {"Ethernet8|ingress|10": {"mapped_vlan": "11"},
+                    "PortChannel1|egress|11": {"mapped_vlan": "10"},
+                    "Ethernet8|egress|20": {"native": "true"},
+                    "Ethernet12|ingress|20": {"mapped_vlan": "10", "source": "flow"}},
+   "MIRROR_SESSION": {"span": {"dst_port": "PortChannel1", "src_port": "Ethernet8,Ethernet12"},
+                      "tunnel": {"src_ip": "10.0.0.1", "dst_ip": "10.0.0.2", "gre_type": "0x8949",
+                                 "src_port": "Ethernet8", "direction": "TX"}},
+   "PORT_STORM_CONTROL": {"Ethernet8|broadcast": {"kbps": "1000"},
+                          "Ethernet8|multicast": {"kbps": "1000"},
+                          "PortChannel1|unknown-unicast": {"percent": "1"}},
+   "STORM_CONTROL": {"TC|3": {"pps": "77"}},
    "STP": {"GLOBAL": {"mode": "pvst"}}, "STP_VLAN": {"Vlan10": {}}})";
 
 /** An agent with something to show everywhere. */

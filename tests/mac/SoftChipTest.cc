@@ -289,6 +289,8 @@ TEST_F( SoftMac, AnAgentThatComesUpOverTheSameChipFindsItAsItWas ) {
 TEST( FaultPlan, CountsCallsOfEachHookAndRepeatsItself ) {
    auto run = []( U32 seed ) {
       SoftChip::FaultPlan plan;
+      plan.hookIs( "a" );
+      plan.hookIs( "b" );
       plan.seedIs( seed );
       plan.add( { "a", Trouble::fail, 3, 2 } );
       plan.add( { "a", Trouble::busy, 0, 0, 300 } );

@@ -1,0 +1,7 @@
+#include "platform/types/Acl.h"
+
+#include "platform/Kiv/Describe.h"
+
+KIV_DEFINE( Acl::AclConfig )
+KIV_DEFINE( Acl::TypeConfig )
+KIV_DEFINE( Acl::Config )
