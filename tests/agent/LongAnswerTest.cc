@@ -241,10 +241,15 @@ TEST( LongAnswers, ASnapshotOfEveryMountGoesBackIn ) {
    String config = everything;
    const String sharing = R"(, "MCLAG_INTERFACE": {"1|PortChannel1": {}})";
    config.erase( config.find( sharing ), sharing.size() );
+   // Nor sessions: a start believes the hardware's status that those of an earlier life are there.
+   const auto sessions = config.find( R"("MIRROR_SESSION")" );
+   config.erase( sessions, config.find( R"("PORT_STORM_CONTROL")" ) - sessions );
    AgentWorld w;
    w.load( config );
    w.acsd().freeMirrorSessionEnq( 3 ); // a queue that a fresh agent has something else in
    w.acsd().freeMirrorSessionEnq( 4 );
+   w.agent.inputsRead();
+   w.scheduler.runFor( 100 );
    const Json taken = QonAgent::takeState( w.agent.entities(), "" );
    const Lines expected = stateOf( w.agent );
    AgentWorld fresh;
@@ -255,7 +260,13 @@ TEST( LongAnswers, ASnapshotOfEveryMountGoesBackIn ) {
    Lines got = stateOf( fresh.agent ), wanted = expected;
    std::sort( got.begin(), got.end() );
    std::sort( wanted.begin(), wanted.end() );
-   EXPECT_EQ( got, wanted );
+   Lines more, less;
+   std::set_difference( got.begin(), got.end(), wanted.begin(), wanted.end(),
+                        std::back_inserter( more ) );
+   std::set_difference( wanted.begin(), wanted.end(), got.begin(), got.end(),
+                        std::back_inserter( less ) );
+   EXPECT_EQ( more, Lines() );
+   EXPECT_EQ( less, Lines() );
    EXPECT_GT( wanted.size(), 150u );
 }
 
