@@ -18,9 +18,9 @@ MacPart::makeProgrammer() {
 namespace {
 
 /** In the order in which the hosts came. */
-class Reader : public QonChip::HostReading {
+class HostTableReader : public QonChip::HostReading {
  public:
-   explicit Reader( const HostTable & table ) : table_( table ), walk_( table.entries() ) {}
+   explicit HostTableReader( const HostTable & table ) : table_( table ), walk_( table.entries() ) {}
    bool next( Qon::MacEntryKey & key, QonChip::HeldHost & held ) override {
       if ( const bool onward = std::exchange( begun_, true );
            walk_ && ( onward || !walk_.alive() ) ) {
@@ -55,7 +55,7 @@ class Reader : public QonChip::HostReading {
 
 std::unique_ptr< QonChip::HostReading >
 MacPart::readHosts() const {
-   return std::make_unique< Reader >( *table_ );
+   return std::make_unique< HostTableReader >( *table_ );
 }
 
 std::optional< QonChip::HeldHosts >
@@ -63,7 +63,7 @@ MacPart::hosts() const {
    QonChip::HeldHosts held;
    Qon::MacEntryKey key;
    QonChip::HeldHost host;
-   for ( Reader reader( *table_ ); reader.next( key, host ); ) {
+   for ( HostTableReader reader( *table_ ); reader.next( key, host ); ) {
       held[key] = host;
    }
    return held;

@@ -15,9 +15,9 @@ namespace {
 
 /** In the order in which they were there when the reading began. Through the part, whose table is
     another one after a reset. */
-class Reader : public QonChip::TopologyReading {
+class TopologyReader : public QonChip::TopologyReading {
  public:
-   explicit Reader( const TopologyPart & part )
+   explicit TopologyReader( const TopologyPart & part )
        : part_( part ), left_( part.table().topologies() ) {
       std::sort( left_.rbegin(), left_.rend() );
    }
@@ -56,7 +56,7 @@ class Reader : public QonChip::TopologyReading {
 
 std::unique_ptr< QonChip::TopologyReading >
 TopologyPart::readTopologies() const {
-   return tables_ ? std::make_unique< Reader >( *this ) : nullptr;
+   return tables_ ? std::make_unique< TopologyReader >( *this ) : nullptr;
 }
 
 std::optional< QonChip::HeldTopologies >

@@ -16,9 +16,9 @@ namespace {
 constexpr U16 lastVlan = 4094;
 
 /** By number. */
-class Reader : public QonChip::VlanReading {
+class VlanTableReader : public QonChip::VlanReading {
  public:
-   explicit Reader( const VlanTable & table ) : table_( table ) {}
+   explicit VlanTableReader( const VlanTable & table ) : table_( table ) {}
    bool next( U16 & vlan, QonChip::HeldVlan & held ) override {
       for ( held.clear(); held.empty() && last_ < lastVlan; ) {
          held = at( ++last_ );
@@ -43,7 +43,7 @@ class Reader : public QonChip::VlanReading {
 
 std::unique_ptr< QonChip::VlanReading >
 VlanPart::readVlans() const {
-   return std::make_unique< Reader >( table_ );
+   return std::make_unique< VlanTableReader >( table_ );
 }
 
 std::optional< QonChip::HeldVlans >
@@ -51,7 +51,7 @@ VlanPart::vlans() const {
    QonChip::HeldVlans held;
    U16 vlan;
    QonChip::HeldVlan ports;
-   for ( Reader reader( table_ ); reader.next( vlan, ports ); ) {
+   for ( VlanTableReader reader( table_ ); reader.next( vlan, ports ); ) {
       held[vlan] = ports;
    }
    return held;
