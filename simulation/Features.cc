@@ -11,6 +11,7 @@
    one( simVlan )       \
    one( simMode )       \
    one( simTopology )   \
+   one( simAcl )        \
    one( simDamage )
 // clang-format on
 

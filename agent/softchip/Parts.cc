@@ -5,7 +5,8 @@
    one( addMacPart )      \
    one( addVlanPart )     \
    one( addTopologyPart ) \
-   one( addLagPart )
+   one( addLagPart )      \
+   one( addAclPart )
 // clang-format on
 
 #include "agent/softchip/Chip.h"

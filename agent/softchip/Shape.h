@@ -1,6 +1,7 @@
 #pragma once
 // What kind of chip the chip in software is, and how large: the sizes of all its tables.
 
+#include "agent/softchip/AclTable.h"
 #include "agent/softchip/ChipKind.h"
 #include "agent/softchip/HostTable.h"
 #include "agent/softchip/LagTable.h"
@@ -12,6 +13,7 @@ struct Shape {
    HostTableShape hosts = {};
    U32 topologies = 4096; ///< without any on a chip that keeps forwarding per VLAN
    LagLimits lags = {};
+   AclLimits acls = {};
    Kiv::Seconds latency = 0; ///< see Chip::latencyIs()
 };
 

@@ -30,6 +30,12 @@ inline constexpr char topologyStatus[] = "bridging/topology/inst/status"; // ...
 inline constexpr char bridgingConfig[] = "bridging/config";               // Bridging::Config
 inline constexpr char tapAggHwConfig[] = "tapagg/hwconfig";               // TapAgg::HwConfig
 
+// Access lists
+inline constexpr char aclConfig[] = "acl/config";                   // Acl::Config
+inline constexpr char aclIntfConfig[] = "acl/intf/config";          // Acl::IntfConfig
+inline constexpr char aclParamConfig[] = "acl/param/config";        // Acl::ParamConfig
+inline constexpr char subIntfConfig[] = "interface/config/subintf"; // Interface::SubIntfConfigDir
+
 // The platform
 inline constexpr char hwEpochStatus[] = "hwEpoch/status"; // HwEpoch::Status
 

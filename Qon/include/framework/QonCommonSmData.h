@@ -84,7 +84,7 @@ class QonCommonSmData : public Kiv::Entity {
 
    // --- Interfaces --------------------------------------------------------------------------------
 
-   // The ports that the agent manages; empty is every port. Writer: hosting agent. Readers: LagSm.
+   // The ports that the agent manages; empty is all. Writer: hosting agent. Readers: LagSm, AclSm.
    KIV_MAP( Ulnet::IntfId, bool, intf )
    // At least so many ports come; who needs all of them waits. Writer: hosting agent.
    KIV_ATTR( U16, minIntfs, 0 )
@@ -134,7 +134,7 @@ class QonCommonSmData : public Kiv::Entity {
 
    // --- VLANs -------------------------------------------------------------------------------------
 
-   // The VLAN that stands for a routed port. Writer: hosting agent.
+   // The VLAN that stands for a routed port. Writer: hosting agent. Readers: AclSm.
    KIV_MAP( Ulnet::IntfId, U32, internalVlan )
    // Routing facts of each VLAN. Writer: hosting agent.
    KIV_ENTITIES( Bridging::VlanId, VlanStatus, vlanStatus )
