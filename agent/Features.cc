@@ -8,6 +8,7 @@
    one( vlanFeature )      \
    one( topologyFeature )  \
    one( macFeature )       \
+   one( aclFeature )       \
    one( verifyFeature )
 // clang-format on
 
