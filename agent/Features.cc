@@ -8,6 +8,9 @@
    one( vlanFeature )      \
    one( topologyFeature )  \
    one( macFeature )       \
+   one( stormControlFeature ) \
+   one( vlanMappingFeature ) \
+   one( mirrorFeature )    \
    one( aclFeature )       \
    one( verifyFeature )
 // clang-format on

@@ -17,7 +17,7 @@ target_link_options( qonflags INTERFACE -rdynamic )
 # paths relative to the build folder when it runs below ccache.
 file( RELATIVE_PATH upwards ${CMAKE_BINARY_DIR} ${CMAKE_SOURCE_DIR} )
 target_compile_options( qonflags INTERFACE
-   -Wall -Wextra -Werror
+   -Wall -Wextra $<$<BOOL:${QON_WERROR}>:-Werror>
    -ffile-prefix-map=${CMAKE_SOURCE_DIR}/= -ffile-prefix-map=${upwards}= )
 if( CMAKE_CXX_COMPILER_ID STREQUAL GNU )
    target_compile_options( qonflags INTERFACE -fpch-preprocess )

@@ -11,6 +11,9 @@
    one( simVlan )       \
    one( simMode )       \
    one( simTopology )   \
+   one( simStorm )      \
+   one( simVlanMapping ) \
+   one( simMirror )     \
    one( simAcl )        \
    one( simDamage )
 // clang-format on

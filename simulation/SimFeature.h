@@ -10,6 +10,7 @@
 // through their public accessors and at the chip through what it holds. They return the empty
 // text, or "name of what is broken: details"; the name tells failures apart.
 
+#include "platform/Kiv/Log.h"
 #include "platform/Kiv/Rng.h"
 #include "simulation/Event.h"
 
@@ -29,7 +30,15 @@ class SimFeature {
    /** Called before each of its operations; false: there is nothing that it could be done to. */
    virtual bool ready() { return true; }
    virtual String checkInvariants() const { return {}; }
+   /** Called for every message that is logged. */
+   virtual void heard( const Kiv::LogDescriptor &, const String & ) {}
 
+   /** Adds the faults of its part of the chip: "<hook> <trouble> <first call> <calls> <in thousand>",
+       "limit <table> <entries>". */
+   virtual void drawFaults( Rng & rng, std::vector< String > & lines ) const {
+      (void)rng;
+      (void)lines;
+   }
    /** Whether the chip's faults happen; without them whatever waits must come to an end. */
    virtual void faultsIs( bool ) {}
    virtual String checkAtRest() const { return {}; }
@@ -47,6 +56,12 @@ class SimFeature {
  protected:
    World & world_;
 };
+
+/** A number below `most`, as a fault's frequency in thousand. */
+inline String
+often( Rng & rng, U32 most ) {
+   return std::to_string( rng.below( most ) );
+}
 
 /** The kind of a feature's class: it has operations(), and shape() if it sizes its own tables. */
 template< class Feature >

@@ -149,6 +149,12 @@ SimHostTable::checkTornDown() const {
                 : "entries left in the chip";
 }
 
+void
+SimHostTable::drawFaults( Rng & rng, std::vector< String > & lines ) const {
+   lines.push_back( "writeToHw busy 0 0 " + often( rng, 300 ) );
+   lines.push_back( "writeToHw parity 0 0 " + often( rng, 100 ) );
+}
+
 FeatureKind
 simHostTable() {
    return featureKindOf< SimHostTable >( "hosts" );

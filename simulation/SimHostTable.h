@@ -20,6 +20,7 @@ class SimHostTable : public SimFeature {
    static std::span< const Operation > operations();
    static void shape( const World & world, SoftChip::Shape & shape );
 
+   void drawFaults( Rng & rng, std::vector< String > & lines ) const override;
    void start() override;
    String checkInvariants() const override;
    String checkAtRest() const override;

@@ -517,6 +517,15 @@ SimLag::checkTornDown() const {
                 : "";
 }
 
+void
+SimLag::drawFaults( Rng & rng, std::vector< String > & lines ) const {
+   lines.push_back( "lagMember fail 0 0 " + often( rng, 300 ) );
+   if ( rng.percent( 20 ) ) {
+      lines.push_back( "limit lagTable 2" );
+      lines.push_back( "limit lagMembers 3" );
+   }
+}
+
 FeatureKind
 simLag() {
    return featureKindOf< SimLag >( "lag" );

@@ -31,6 +31,7 @@ class SimLag : public SimFeature {
 
    static std::span< const Operation > operations();
 
+   void drawFaults( Rng & rng, std::vector< String > & lines ) const override;
    void start() override;
    bool ready() override;
    String checkInvariants() const override;

@@ -37,23 +37,45 @@ SimMac::operations() {
 SimMac::SimMac( World & world )
     : SimFeature( world ), rng_( world.chance( 10 ) ), busy_( rng_.below( 40 ) ),
       parity_( rng_.below( 10 ) ), failed_( rng_.below( 5 ) ), bucketWidth_( rng_.between( 1, 4 ) ),
-      mode_( rng_.below( 3 ) ), keys_( world.size( Range::key ) ) {}
+      mode_( rng_.below( 3 ) ), keys_( world.size( Range::key ) ), model_( world.scheduler ) {}
 
 void
 SimMac::start() {
    programmer_ = Qon::smIs< Programmer >( this, world_.scheduler.timerWheel() );
    programmer_->initializedIs( true );
+   model_.restart();
+   using enum MacModel::Run;
+   follow( drains_, programmer_->updatePendingAddressClock(), drain );
+   follow( polls_, programmer_->pollReqClock(), poll );
+   follow( retries_, programmer_->updateOverflowAddressClock(), retry );
+}
+
+/** Hears of the end of each run that the clock fires: the programmer attached itself before. */
+void
+SimMac::follow( Kiv::Listener< Kiv::Clock::firedAttr > & ear, Kiv::Clock * clock,
+                MacModel::Run run ) {
+   ear.attach( clock, [this, run] { model_.ran( run, false ); } );
+}
+
+void
+SimMac::heard( const Kiv::LogDescriptor & message, const String & text ) {
+   if ( String( message.name ) == "ETH_MACADDRBANKFULL" ) {
+      model_.reported( text.find( " 02:00:00:0a:" ) != String::npos );
+   }
 }
 
 void
 SimMac::stop() {
+   for ( auto ear : { &drains_, &polls_, &retries_ } ) {
+      ear->detach();
+   }
    programmer_ = nullptr;
    alarm_.off();
 }
 
 Qon::MacEntryKey
 SimMac::keyOf( U32 i ) const {
-   return Qon::MacEntryKey( Bridging::MacVlanPair( Ulnet::EthAddr( 0x020000000000ull + i ),
+   return Qon::MacEntryKey( Bridging::MacVlanPair( Ulnet::EthAddr( 0x0200000a0000ull + i ),
                                                    Bridging::VlanIdOrNone( world_.vlan( i ) ) ),
                             Qon::MacHwType( i % 3 ) );
 }
@@ -87,6 +109,7 @@ SimMac::flush( const Event & event ) {
          Type( 3 + event[0] % 8 ), keyOf( event[1] % U32( keys_.size() ) ), world_.port( event[2] ),
          Bridging::EntryType::learnedDynamic, ++serial_ );
    flushes_[serial_] = {};
+   model_.accepted( serial_, MacModel::flush );
    programmer_->handleFlushOp( cmd );
 }
 
@@ -99,7 +122,7 @@ SimMac::answerOne( const Event & event ) {
 void
 SimMac::answerUnknown( const Event & event ) {
    if ( !programmer_->inProgMacOpHas( event[0] ) ) {
-      programmer_->handleCmdResponse( event[0], 0, Status( event[1] % 5 ) );
+      programmer_->handleCmdResponse( event[0], 0, Status( event[1] % 5 ) ); // nobody's
    }
 }
 
@@ -107,6 +130,7 @@ SimMac::answerUnknown( const Event & event ) {
 void
 SimMac::answerAgain( const Event & ) {
    if ( lastAnswer_.transaction ) {
+      model_.answered( lastAnswer_.transaction, lastAnswer_.status );
       programmer_->handleCmdResponse( lastAnswer_.transaction, 0, lastAnswer_.status );
    }
 }
@@ -119,6 +143,7 @@ SimMac::modeIs( const Event & event ) {
 
 void
 SimMac::suspend( const Event & event ) {
+   model_.suspendIs( event[0] != 0, event[1] != 0 );
    programmer_->suspendPendingIs( event[0] != 0 );
    programmer_->suspendInProgressIs( event[1] != 0 );
 }
@@ -137,9 +162,12 @@ SimMac::quantumIs( const Event & event ) {
 void
 SimMac::runNow( const Event & event ) {
    U32 which = event[0] % 3;
+   direct_ = true;
    which == 0   ? programmer_->updatePendingAddresses()
    : which == 1 ? programmer_->pollInProgressCmds()
                 : programmer_->updateOverflowAddresses();
+   direct_ = false;
+   model_.ran( MacModel::Run( which ), true );
 }
 
 void
@@ -150,6 +178,7 @@ SimMac::handIn( U32 i, Type type, U32 port, bool shadow ) {
    cmd->shadowIs( shadow );
    keys_[i].wish = cmd;
    keys_[i].attempted = false;
+   model_.accepted( serial_, i );
    programmer_->handleAddrOp( cmd );
 }
 
@@ -179,6 +208,7 @@ SimMac::write( const Cmd & cmd, bool shadow ) {
    }
    Status status = carryOut( cmd, i );
    unanswered_.push_back( { cmd.transactionId(), status, cmd.opArg(), i } );
+   model_.written( cmd.opArg(), cmd.transactionId(), direct_ );
    if ( i != noKey ) {
       keys_[i].answer = Status::macProgramInProgress;
    }
@@ -297,6 +327,7 @@ SimMac::deliver( const Answer & answer ) {
       flushes_[answer.serial].done = true;
    }
    lastAnswer_ = answer;
+   model_.answered( answer.transaction, answer.status );
    programmer_->handleCmdResponse( answer.transaction, U32( answer.serial ), answer.status );
 }
 
@@ -320,6 +351,7 @@ SimMac::faultsIs( bool on ) {
    if ( !on ) {
       nested_ = 0;
       mode_ = late;
+      model_.suspendIs( false, false );
       programmer_->suspendPendingIs( false );
       programmer_->suspendInProgressIs( false );
       alarm_.in( 0 );
@@ -328,7 +360,12 @@ SimMac::faultsIs( bool on ) {
 
 String
 SimMac::checkInvariants() const {
-   return programmer_->checkInvariants();
+   String wrong = programmer_->checkInvariants();
+   if ( wrong.empty() ) {
+      model_.lookAt( *programmer_ );
+      wrong = model_.check( *programmer_ );
+   }
+   return wrong;
 }
 
 bool

@@ -10,12 +10,16 @@
 // 2. First attempts are made in the order in which commands were handed in.
 // 3. At rest the last word about every key is its newest wish: written and done, or in overflow
 //    with a full bucket; every flush was written and finished; the clocks are idle.
+// 4. While reading the time costs nothing, the clocks fire when MacModel says, and a full table is
+//    reported when it says.
 
 #include <map>
 #include <vector>
 
 #include "Qon/include/mac/QonChipProgrammer.h"
 #include "platform/Kiv/Alarm.h"
+#include "platform/Kiv/Listener.h"
+#include "simulation/MacModel.h"
 #include "simulation/SimFeature.h"
 
 namespace Sim {
@@ -27,6 +31,7 @@ class SimMac : public SimFeature {
    static std::span< const Operation > operations();
 
    void start() override;
+   void heard( const Kiv::LogDescriptor & message, const String & text ) override;
    String checkInvariants() const override;
    void faultsIs( bool on ) override;
    String checkAtRest() const override;
@@ -90,6 +95,8 @@ class SimMac : public SimFeature {
    void restartAll( const Event & event );
    /** @} */
 
+   void follow( Kiv::Listener< Kiv::Clock::firedAttr > & ear, Kiv::Clock * clock,
+                MacModel::Run run );
    Qon::MacEntryKey keyOf( U32 i ) const;
    U32 indexOf( const Qon::MacEntryKey & key ) const;
    void handIn( U32 i, Qon::IndirectAccessMacCmdType type, U32 port, bool shadow );
@@ -118,6 +125,9 @@ class SimMac : public SimFeature {
    std::vector< Answer > unanswered_;
    Answer lastAnswer_{};
    Velto::Ptr< Programmer > programmer_;
+   bool direct_ = false; ///< a run that no clock fired is under way
+   mutable MacModel model_;
+   Kiv::Listener< Kiv::Clock::firedAttr > drains_, polls_, retries_;
    Kiv::Alarm alarm_{ [this] { answer( rng_.below( 4 ) ); } };
 };
 

@@ -194,6 +194,11 @@ SimVlan::checkTornDown() const {
    return {};
 }
 
+void
+SimVlan::drawFaults( Rng & rng, std::vector< String > & lines ) const {
+   lines.push_back( "doUpdateVlan fail 0 0 " + often( rng, 300 ) );
+}
+
 FeatureKind
 simVlan() {
    return featureKindOf< SimVlan >( "vlan" );

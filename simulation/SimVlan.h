@@ -24,6 +24,7 @@ class SimVlan : public SimFeature {
 
    static std::span< const Operation > operations();
 
+   void drawFaults( Rng & rng, std::vector< String > & lines ) const override;
    void start() override;
    bool ready() override;
    String checkInvariants() const override;

@@ -16,19 +16,6 @@ constexpr Kiv::Seconds longestWayToRest = 600;
 // After this much time only what may wait for ever is still waiting.
 constexpr Kiv::Seconds longestWait = 100;
 
-std::vector< String >
-faultsOf( Rng rng ) {
-   auto often = [&]( U32 most ) { return std::to_string( rng.below( most ) ); };
-   std::vector< String > lines = {
-         "doUpdateVlan fail 0 0 " + often( 300 ), "lagMember fail 0 0 " + often( 300 ),
-         "writeToHw busy 0 0 " + often( 300 ), "writeToHw parity 0 0 " + often( 100 ) };
-   if ( rng.percent( 20 ) ) {
-      lines.push_back( "limit lagTable 2" );
-      lines.push_back( "limit lagMembers 3" );
-   }
-   return lines;
-}
-
 void
 addFault( SoftChip::FaultPlan & plan, const String & line ) {
    std::istringstream in( line );
@@ -74,7 +61,6 @@ World::World( const Plan & plan )
    }
    chip = std::make_unique< SoftChip::Chip >( scheduler, shape );
    chip->faults().seedIs( U32( rng.next() ) );
-   faultLines_ = plan_.faults.empty() ? faultsOf( chance( 3 ) ) : plan_.faults;
    acsd = Qon::qonCommonSmDataFactory( "acsd" );
    acsd->initializedIs( true );
    auto kinds = featureKinds();
@@ -83,6 +69,12 @@ World::World( const Plan & plan )
       if ( kind == 0 || wanted.empty() ||
            std::find( wanted.begin(), wanted.end(), kinds[kind].name ) != wanted.end() ) {
          features_.push_back( { kind, kinds[kind].make( *this ) } );
+      }
+   }
+   faultLines_ = plan_.faults;
+   for ( Rng faults = chance( 3 ); auto & entry : features_ ) {
+      if ( plan_.faults.empty() ) {
+         entry.feature->drawFaults( faults, faultLines_ );
       }
    }
 }
@@ -177,6 +169,9 @@ World::topo( U32 i ) const {
 void
 World::message( const Kiv::LogDescriptor & descriptor, const String & text ) {
    transcript.add( "log", descriptor.name, text );
+   for ( auto & entry : features_ ) {
+      entry.feature->heard( descriptor, text );
+   }
 }
 
 void

@@ -8,11 +8,6 @@ namespace Qon {
 namespace {
 
 QonLogHandle handles[] = {
-      { "QonVlanMappingSm", QonLog::ETH_VLAN_MAPPING_CONFLICT },
-      { "QonVlanMappingSm", QonLog::ETH_VLAN_ENCAP_TABLE_FULL },
-      { "QonVlanMappingSm", QonLog::ETH_VLAN_MAPPING_TABLE_FULL },
-      { "QonVlanMappingSm", QonLog::ETH_VLAN_MAPPING_PROGRAMMED },
-
       { "QonL2ProtocolForwardingSm", QonLog::DATAPLANE_L2_PROTOCOL_FORWARDING_HW_RESOURCE_FULL },
 
       { "QonMulticastSm", QonLog::DATAPLANE_MACTABLEENTRYCLEAR },
@@ -28,14 +23,6 @@ QonLogHandle handles[] = {
       { "QonAclSm", QonLog::ACL_SUBINTF_UNSHARED_NOT_SUPPORTED },
       { "QonAclSm", QonLog::ACL_UNSUPPORTED_HARDWARE },
 
-      { "QonMirroringSm", QonLog::DATAPLANE_MIRROR_INVALID_SESSION_IN_CUT_THROUGH },
-      { "QonMirroringSm", QonLog::MIRRORING_ACL_HW_RESOURCE_FULL },
-      { "QonMirroringSm", QonLog::DATAPLANE_MIRROR_SESSION_RESOURCES_FULL },
-      { "QonMirroringSm", QonLog::DATAPLANE_MIRROR_SOURCE_RESOURCES_NORMAL },
-      { "QonMirroringSm", QonLog::DATAPLANE_MIRROR_INTERNAL_SESSION_RESOURCES_UNAVAILABLE },
-      { "QonMirroringSm", QonLog::DATAPLANE_MIRROR_SOURCE_RESOURCES_FULL },
-
-      { "QonStormControlDropLogSm", QonLog::ETH_STORMCONTROL_DISCARDS },
       { "QonTapAggIntfSm", QonLog::TAPAGG_HW_RESOURCE_FULL },
       { "QonOmbraMountSm", QonLog::OMBRA_MOUNT_TIMEOUT },
       { "QonSubIntfSm", QonLog::SUBINTERFACE_HW_RESOURCE_FULL },

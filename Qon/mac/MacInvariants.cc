@@ -64,7 +64,9 @@ QonMacProgrammer::checkOverflow() const {
          return "in overflow, and elsewhere: " + cmd->stringValue();
       }
    }
-   return "";
+   const bool atRest = overflowAddrOp_.empty() && pendingMacOp_.empty() && inProgMacOp_.empty();
+   return overflowLogged() && atRest ? "an episode of overflow counts as reported, and is over"
+                                     : "";
 }
 
 /** Whatever waits has a clock that will come to it. */

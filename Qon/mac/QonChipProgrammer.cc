@@ -6,6 +6,7 @@
 #include "Qon/include/framework/QonLog.h"
 #include "Qon/include/framework/QonTraceHandles.h"
 #include "platform/Kiv/Describe.h"
+#include "platform/Velto/Scope.h"
 
 KIV_DEFINE( Qon::QonMacProgrammer )
 
@@ -35,14 +36,16 @@ QonMacProgrammerIs( Kiv::TimerWheel * timerWheel ) {
 
 /** Commands outlive the programmer with their owners, who may hand them to a successor. */
 QonMacProgrammer::~QonMacProgrammer() {
+   Velto::FirstError ignored; // there is nobody to pass it to
+   auto drop = [&]( const MacCmdPtr & cmd ) { ignored.run( [&] { letGo( *cmd ); } ); };
    for ( const MacCmdPtr & cmd : pendingMacOp_ ) {
-      letGo( *cmd );
+      drop( cmd );
    }
    for ( auto walk = inProgMacOp_.begin(); walk; ++walk ) {
-      letGo( *walk.value() );
+      drop( walk.value() );
    }
    for ( auto && [key, cmd] : overflowAddrOp_ ) {
-      letGo( *cmd );
+      drop( cmd );
    }
 }
 
@@ -60,9 +63,12 @@ QonMacProgrammer::handleInitialized() {
       resumeRuns();
       return;
    }
-   updatePendingAddressClock_.attach( this, Velto::make< Kiv::Clock >( timerWheel_ ) );
-   pollReqClock_.attach( this, Velto::make< Kiv::Clock >( timerWheel_ ) );
-   updateOverflowAddressClock_.attach( this, Velto::make< Kiv::Clock >( timerWheel_ ) );
+   auto idleClock = [this] {
+      return timerWheel_ ? Velto::make< Kiv::Clock >( timerWheel_ ) : Velto::Ptr< Kiv::Clock >();
+   };
+   updatePendingAddressClock_.attach( this, idleClock() );
+   pollReqClock_.attach( this, idleClock() );
+   updateOverflowAddressClock_.attach( this, idleClock() );
    VELTO_ASSERT( updatePendingAddressClock_ );  // fixed text
    VELTO_ASSERT( pollReqClock_ );               // fixed text
    VELTO_ASSERT( updateOverflowAddressClock_ ); // fixed text
@@ -110,16 +116,19 @@ QonMacProgrammer::handleAddrOp( const MacCmdPtr & cmd ) {
    if ( cmd->invalid() || underWay ) {
       return;
    }
+   const Velto::Hold alive( this );
    if ( !overflowAddrOp_.empty() ) {
       removeFromOverflow( cmd->key() );
    }
    auto [slot, fresh] = addrOp_.emplace( packed( cmd->key() ), cmd.ptr() );
-   if ( !fresh ) {
-      supersede( **slot );
-      *slot = cmd.ptr();
+   const MacCmdPtr old = fresh ? nullptr : std::exchange( *slot, cmd.ptr() );
+   Velto::FirstError error;
+   if ( old ) {
+      error.run( [&] { supersede( *old ); } );
    }
-   enqueue( cmd );
+   error.run( [&] { enqueue( cmd ); } );
    wakeIfIdle();
+   error.pass();
 }
 
 void
@@ -150,13 +159,13 @@ QonMacProgrammer::supersede( IndirectAccessMacCmd & old ) {
 void
 QonMacProgrammer::enqueue( const MacCmdPtr & cmd ) {
    cmd->stage_ = Stage::pending;
-   cmd->statusIs( newStatus );
    if ( cmd->addrOp() ) {
       ++pendingAddrOps_;
    } else {
       pendingFlushOp_.emplace( nextFlush_++, cmd );
    }
    pendingMacOp_.enq( cmd );
+   cmd->statusIs( newStatus );
 }
 
 void
@@ -165,8 +174,11 @@ QonMacProgrammer::handleFlushOp( const MacCmdPtr & cmd ) {
    if ( cmd->invalid() || cmd->stage_ != Stage::none ) {
       return;
    }
-   enqueue( cmd );
+   const Velto::Hold alive( this );
+   Velto::FirstError error;
+   error.run( [&] { enqueue( cmd ); } );
    wakeIfIdle();
+   error.pass();
 }
 
 void
@@ -186,12 +198,14 @@ QonMacProgrammer::wakePending( Kiv::Seconds now ) {
 
 void
 QonMacProgrammer::updatePendingAddresses() {
+   const Velto::Hold alive( this );
+   Velto::FirstError error;
    TimeSlice slice( updateQuantumofTimes(), updateQuantum() );
    while ( !pendingMacOp_.empty() && !suspendPending() ) {
       MacCmdPtr cmd = pendingMacOp_.front();
       pendingMacOp_.deq();
       if ( cmd->valid() ) {
-         write( cmd, slice.now() );
+         error.run( [&] { write( cmd, slice.now() ); } );
       } else {
          drop( *cmd );
       }
@@ -204,26 +218,35 @@ QonMacProgrammer::updatePendingAddresses() {
       wakeUp( updatePendingAddressClock(), slice.now() + updateDelay() );
    } else {
       QON_TRACE( facility, 7, "Nothing is pending. Stop" ); // fixed text
+      noteEndOfOverflow();                                  // what was called off may be the last
    }
    if ( !inProgMacOp_.empty() ) {
       QON_TRACE( facility, 7, "In-progress cmd exists. Schedule review." ); // fixed text
       wakeUp( pollReqClock(), slice.now() );
    }
+   error.pass();
 }
 
 void
 QonMacProgrammer::write( const MacCmdPtr & cmd, Kiv::Seconds now ) {
-   enterInFlight( cmd, now );
-   MacProgramStatus result;
-   if ( cmd->shadow() ) {
-      QON_TELL_HOOK( QonMacProgrammer, writeToHwShadow, hookText( *cmd ) );
-      result = writeToHwShadow( cmd );
-   } else {
-      QON_TELL_HOOK( QonMacProgrammer, writeToHw, hookText( *cmd ) );
-      result = writeToHw( cmd );
+   Velto::FirstError error;
+   error.run( [&] { enterInFlight( cmd, now ); } );
+   const bool written = error.run( [&] {
+      MacProgramStatus result;
+      if ( cmd->shadow() ) {
+         QON_TELL_HOOK( QonMacProgrammer, writeToHwShadow, hookText( *cmd ) );
+         result = writeToHwShadow( cmd );
+      } else {
+         QON_TELL_HOOK( QonMacProgrammer, writeToHw, hookText( *cmd ) );
+         result = writeToHw( cmd );
+      }
+      // fixed text
+      QON_TRACE( facility, 7, *cmd, " write to hardware result : ", Kiv::toText( result ) );
+   } );
+   if ( !written && cmd->status() == newStatus ) { // who raised is asked once more
+      error.run( [&] { cmd->statusIs( MacProgramStatus::macProgramBusy ); } );
    }
-   // fixed text
-   QON_TRACE( facility, 7, *cmd, " write to hardware result : ", Kiv::toText( result ) );
+   error.pass();
 }
 
 /** Brings the books to the state after the write. */
@@ -242,9 +265,11 @@ QonMacProgrammer::enterInFlight( const MacCmdPtr & cmd, Kiv::Seconds now ) {
    while ( id == 0 || !inProgMacOp_.emplace( id, cmd ) ) {
       id = nextTransactionId_++;
    }
-   cmd->transactionIdIs( id );
-   cmd->statusIs( newStatus );
-   cmd->execStartTimeIs( now );
+   Velto::FirstError error;
+   error.run( [&] { cmd->transactionIdIs( id ); } );
+   error.run( [&] { cmd->statusIs( newStatus ); } );
+   error.run( [&] { cmd->execStartTimeIs( now ); } );
+   error.pass();
 }
 
 /** Flushes leave the queue in the order in which they entered it. */
@@ -279,12 +304,16 @@ QonMacProgrammer::handleCmdResponse( U64 transactionId, U32 tblIndex, MacProgram
       return;
    }
    MacCmdPtr cmd = *found;
-   cmd->tblIndexIs( tblIndex );
-   cmd->statusIs( status );
+   Velto::FirstError error;
+   error.run( [&] { cmd->tblIndexIs( tblIndex ); } );
+   error.run( [&] { cmd->statusIs( status ); } );
+   error.pass();
 }
 
 void
 QonMacProgrammer::pollInProgressCmds() {
+   const Velto::Hold alive( this );
+   Velto::FirstError error;
    TimeSlice slice( pollReqQuantumofTimes(), pollReqQuantum() );
    if ( suspendInProgress() ) {
       if ( !inProgMacOp_.empty() ) {
@@ -296,7 +325,7 @@ QonMacProgrammer::pollInProgressCmds() {
    while ( walk ) {
       IndirectAccessMacCmd & cmd = *walk.value();
       ++walk;
-      act( cmd, slice.now() );
+      error.run( [&] { act( cmd, slice.now() ); } );
       if ( slice.usedUp() ) {
          break;
       }
@@ -305,10 +334,12 @@ QonMacProgrammer::pollInProgressCmds() {
    if ( walk ) {
       QON_TRACE( facility, 7, " poll .. Time out" ); // fixed text
       wakeUp( pollReqClock(), slice.now() );
+      error.pass();
       return;
    }
    noteEndOfOverflow();
    scheduleAfterPoll( slice.now() );
+   error.pass();
 }
 
 void
@@ -387,9 +418,9 @@ QonMacProgrammer::finish( IndirectAccessMacCmd & cmd ) {
          addrOp_.erase( packed( cmd.key() ) );
       }
    }
-   const U64 transactionId = cmd.transactionId();
+   const MacCmdPtr keep( &cmd );
+   inProgMacOp_.erase( cmd.transactionId() );
    letGo( cmd );
-   inProgMacOp_.erase( transactionId );
 }
 
 /** The chip could not do it now: back to pending, unless it is out-of-date. */
@@ -403,8 +434,16 @@ QonMacProgrammer::writeAgain( MacCmdPtr cmd ) {
       assertNotSuperseded( *cmd );
    }
    inProgMacOp_.erase( cmd->transactionId() );
-   cmd->transactionIdIs( 0 );
-   enqueue( cmd );
+   enqueueAnew( cmd );
+}
+
+/** Another attempt, which has no transaction yet. */
+void
+QonMacProgrammer::enqueueAnew( const MacCmdPtr & cmd ) {
+   Velto::FirstError error;
+   error.run( [&] { cmd->transactionIdIs( 0 ); } );
+   error.run( [&] { enqueue( cmd ); } );
+   error.pass();
 }
 
 /** The table is full: an address command waits for room, unless it is out-of-date. */
@@ -417,10 +456,15 @@ QonMacProgrammer::overflow( MacCmdPtr cmd ) {
    const MacEntryKey & key = cmd->key();
    assertNotSuperseded( *cmd );
    VELTO_ASSERT( !overflowAddrOpHas( key ) ); // fixed text
-   finish( *cmd );
-   overflowAddrOp_.emplace( key, cmd );
-   cmd->stage_ = Stage::overflowed;
-   reportOverflow( *cmd );
+   Velto::FirstError error;
+   error.run( [&] { finish( *cmd ); } );
+   // Unless a watcher has handed it in again, or a newer one.
+   if ( cmd->valid() && !addrOp_.has( packed( key ) ) ) {
+      overflowAddrOp_.emplace( key, cmd );
+      cmd->stage_ = Stage::overflowed;
+      error.run( [&] { reportOverflow( *cmd ); } );
+   }
+   error.pass();
 }
 
 /** Once an episode. */
@@ -445,6 +489,8 @@ QonMacProgrammer::noteEndOfOverflow() {
 
 void
 QonMacProgrammer::updateOverflowAddresses() {
+   const Velto::Hold alive( this );
+   Velto::FirstError error;
    updateOverflowAddressDelayIs(
          pendingMacOp_.empty()
                ? std::max( updateOverflowAddressDelay() - overflowDelayStep,
@@ -455,7 +501,7 @@ QonMacProgrammer::updateOverflowAddresses() {
    while ( walk ) {
       MacCmdPtr cmd = walk.value();
       ++walk;
-      retry( cmd );
+      error.run( [&] { retry( cmd ); } );
       if ( slice.usedUp() ) {
          break;
       }
@@ -470,6 +516,7 @@ QonMacProgrammer::updateOverflowAddresses() {
       QON_TRACE( facility, 7, "Pending cmd exists, schedule Pending" ); // fixed text
       wakePending( slice.now() );
    }
+   error.pass();
 }
 
 /** Takes a command out of overflow and makes it pending, unless there is a newer wish. */
@@ -482,8 +529,7 @@ QonMacProgrammer::retry( const MacCmdPtr & cmd ) {
    } else if ( !addrOp_.emplace( packed( cmd->key() ), cmd.ptr() ).second ) {
       QON_TRACE( facility, 7, "a command with the same key is in pending" ); // fixed text
    } else {
-      cmd->transactionIdIs( 0 );
-      enqueue( cmd );
+      enqueueAnew( cmd );
    }
 }
 

@@ -1,9 +1,9 @@
 #include "Qon/include/topology/QonStpSm.h"
 
 #include "Qon/include/framework/HookTap.h"
-#include "Qon/topology/StpHold.h"
 #include "Qon/topology/StpTrace.h"
 #include "platform/Kiv/Describe.h"
+#include "platform/Velto/Scope.h"
 
 KIV_DEFINE( Qon::MappedVlan )
 KIV_DEFINE( Qon::PendingStpStateTopo )
@@ -63,7 +63,7 @@ StpSm::handleInitialized() {
    if ( !initialized() ) {
       return;
    }
-   const StpHold hold{ this, {}, {} };
+   const Velto::Hold alive( this );
    topoHelper()->stpSmIs( this );
    const bool resumed = started_;
    // Interfaces in tap or tool mode come first: for their ports nothing is handed over.
@@ -201,7 +201,7 @@ StpSm::handleTopoChange( const String & name ) {
    if ( !initialized() ) {
       return;
    }
-   const StpHold hold{ this, {}, {} };
+   const Velto::Hold alive( this );
    topoIdSm_.review( name, { config()->topoConfig( name ), status()->topoStatus( name ) } );
    topoSm_.review( name, topoInput( name ) );
    requestVerify();
@@ -209,7 +209,7 @@ StpSm::handleTopoChange( const String & name ) {
 
 void
 StpSm::handleTopoChange() {
-   const StpHold hold{ this, {}, {} };
+   const Velto::Hold alive( this );
    auto names = keysOf< String >( config()->topoConfigIteratorConst() );
    for ( auto && [name, topoStatus] : status()->topoStatusIteratorConst() ) {
       names.emplace( name );
@@ -239,7 +239,7 @@ StpSm::topoIdDel( U32 topoId, TopoSm * topoSm ) {
 
 void
 StpSm::setStpStateDoneTopoName( const String & name ) {
-   const StpHold hold{ this, {}, {} };
+   const Velto::Hold alive( this );
    if ( auto topo = topoSm( name ) ) {
       topo->stateDone();
    }
@@ -247,7 +247,7 @@ StpSm::setStpStateDoneTopoName( const String & name ) {
 
 void
 StpSm::setStpStateDoneTopoId( U32 topoId ) {
-   const StpHold hold{ this, {}, {} };
+   const Velto::Hold alive( this );
    auto topos = topoById_.find( topoId );
    if ( !topos ) {
       return;
@@ -270,7 +270,7 @@ StpSm::handleLag( Ulnet::IntfId port, Ulnet::IntfId from, Ulnet::IntfId ) {
    if ( !initialized() ) {
       return;
    }
-   const StpHold hold{ this, {}, {} };
+   const Velto::Hold alive( this );
    portsChanged();
    forEachTopo( [&]( const String &, TopoSm & topo ) { topo.handlePortToLag( port, from ); } );
    if ( initialized() ) {
@@ -283,7 +283,7 @@ StpSm::handleLagList( Ulnet::IntfId lag, Ulnet::IntfId port ) {
    if ( !initialized() ) {
       return;
    }
-   const StpHold hold{ this, {}, {} };
+   const Velto::Hold alive( this );
    portsChanged();
    forEachTopo( [&]( const String &, TopoSm & topo ) { topo.handleLagToPort( lag, port ); } );
    if ( initialized() ) {
@@ -305,7 +305,7 @@ StpSm::handleVidToTopoMap( const VlanId & vlan ) {
    if ( !initialized() ) {
       return;
    }
-   const StpHold hold{ this, {}, {} };
+   const Velto::Hold alive( this );
    const String held = vlanToTopoSmMap( vlan );
    if ( !held.empty() && held != wantedTopo( vlan ) ) {
       if ( held == tapAggTopoName() ) {
@@ -322,7 +322,7 @@ StpSm::handleVidToTopoMap( const VlanId & vlan ) {
 
 void
 StpSm::handleVidToTopoMap() {
-   const StpHold hold{ this, {}, {} };
+   const Velto::Hold alive( this );
    auto vlans = keysOf< VlanId >( config()->vidToTopoMapIteratorConst() );
    for ( auto && [vlan, name] : vlanToTopoSmMapIteratorConst() ) {
       vlans.emplace( VlanId( vlan ) );
@@ -384,8 +384,9 @@ StpSm::settleMode() {
    if ( settlingMode_ ) {
       return;
    }
-   const StpHold hold{ this, {}, {} };
-   const ScopeFlag settling( settlingMode_ );
+   const Velto::Hold alive( this );
+   settlingMode_ = true;
+   const Velto::AtEnd settled( [this] { settlingMode_ = false; } );
    while ( initialized() && stepMode() ) {
    }
 }
@@ -518,7 +519,7 @@ StpSm::handleTapAggConfig() {
       return; // taken up by whoever settles
    }
    if ( currentHwOperationalMode() == HwOperationalMode::tapAgg ) {
-      const StpHold hold{ this, {}, {} };
+      const Velto::Hold alive( this );
       tapAggIntfSm_->handleTapAgg();
       settleMode();
    }
@@ -529,7 +530,7 @@ StpSm::handleBpduTrapping() {
    if ( !initialized() ) {
       return;
    }
-   const StpHold hold{ this, {}, {} };
+   const Velto::Hold alive( this );
    if ( acsd_->operationalMode() == HwOperationalMode::tapAgg ) {
       QON_HOOK( StpSm, this, configureBpduTrapping, false, false );
    } else {
@@ -555,7 +556,7 @@ StpSm::requestVerify() {
 
 void
 StpSm::handleVerify() {
-   const StpHold hold{ this, {}, {} };
+   const Velto::Hold alive( this );
    QON_HOOK( StpSm, this, verify );
 }
 
@@ -566,7 +567,7 @@ StpSm::verify() {
 
 void
 StpSm::doCleanup() {
-   const StpHold hold{ this, {}, {} };
+   const Velto::Hold alive( this );
    if ( !std::exchange( started_, false ) ) {
       initializedIs( false );
       return;

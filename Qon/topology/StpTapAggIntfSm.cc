@@ -1,5 +1,6 @@
 #include "Qon/include/framework/HookTap.h"
-#include "Qon/topology/StpHold.h"
+#include "Qon/include/topology/QonStpSm.h"
+#include "platform/Velto/Scope.h"
 
 namespace Qon {
 
@@ -20,8 +21,7 @@ StpSm::TapAggIntfSm::wanted( IntfId intf ) const {
 
 void
 StpSm::TapAggIntfSm::handleTapAgg() {
-   const StpHold hold{ stpSm_, {}, {} };
-   const Velto::Ptr< TapAggIntfSm > keep( this );
+   const Velto::Hold stpAlive( stpSm_ ), alive( this );
    active_ = active_ || stpSm_->acsd()->operationalMode() == HwOperationalMode::tapAgg;
    hwConfig_ = stpSm_->acsd()->tapAggHwConfig();
    tapWatch_.attach( this, hwConfig_.ptr() );
@@ -47,8 +47,7 @@ StpSm::TapAggIntfSm::handleIntf( const IntfId & intf ) {
    if ( !stpSm_->initialized() || wanted( intf ) == set->intfInfoHas( intf ) ) {
       return;
    }
-   const StpHold hold{ stpSm_, {}, {} };
-   const Velto::Ptr< TapAggIntfSm > keep( this );
+   const Velto::Hold stpAlive( stpSm_ ), alive( this );
    stpSm_->portsChanged();
    if ( wanted( intf ) ) {
       set->intfInfoIs( intf, Ulnet::PortChannelIntfId::isPortChannelIntfId( intf ) );
@@ -88,9 +87,9 @@ StpSm::TapAggIntfSm::settle() {
    if ( settling_ || !stpSm_->tapAggTopo_ || !stpSm_->initialized() ) {
       return;
    }
-   const StpHold hold{ stpSm_, {}, {} };
-   const Velto::Ptr< TapAggIntfSm > keep( this );
-   const ScopeFlag settling( settling_ );
+   const Velto::Hold stpAlive( stpSm_ ), alive( this );
+   settling_ = true;
+   const Velto::AtEnd settled( [this] { settling_ = false; } );
    while ( std::exchange( unsettled_, false ) && stpSm_->tapAggTopo_ ) {
       const auto change = differenceOf< IntfId >( told_, wantedTargets() );
       for ( auto i = change.gone.begin(); i != change.gone.end() && !unsettled_; ++i ) {

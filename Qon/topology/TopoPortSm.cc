@@ -1,9 +1,9 @@
 #include "Qon/include/topology/QonStpSm.h"
 
 #include "Qon/include/framework/HookTap.h"
-#include "Qon/topology/StpHold.h"
 #include "Qon/topology/StpTrace.h"
 #include "platform/Kiv/Describe.h"
+#include "platform/Velto/Scope.h"
 
 KIV_DEFINE( Qon::TopoPortSm )
 
@@ -67,8 +67,8 @@ TopoPortSm::handleState() {
    if ( !works() ) {
       return;
    }
-   const StpHold hold{ topoSm_->stpSm(), topoSm_, this };
-   hold.stpSm->portsChanged();
+   const Velto::Hold stpAlive( topoSm_->stpSm() ), topoAlive( topoSm_ ), alive( this );
+   topoSm_->stpSm()->portsChanged();
    if ( inTapOrTool() ) {
       STP_TRACE( intf_, " is in tap/tool mode so it's perma-forwarding" );
       nothingPending();
@@ -117,7 +117,7 @@ TopoPortSm::doSetStpState( Ulnet::IntfId intf, PortState state ) {
 
 void
 TopoPortSm::stateDone( PortState state ) {
-   const StpHold hold{ topoSm_->stpSm(), topoSm_, this };
+   const Velto::Hold stpAlive( topoSm_->stpSm() ), topoAlive( topoSm_ ), alive( this );
    const auto info = config_->changeInfo();
    const U32 write = ++writes_;
    status_->stateIs( state );
@@ -140,7 +140,7 @@ TopoPortSm::handleFdbFlush() {
       STP_TRACE( intf_, " skipping unchanged report" );
       return;
    }
-   const StpHold hold{ topoSm_->stpSm(), topoSm_, this };
+   const Velto::Hold stpAlive( topoSm_->stpSm() ), topoAlive( topoSm_ ), alive( this );
    TopoHelper * helper = topoHelper();
    const U32 flush = ++flushes_;
    if ( !helper->pvst() ) {

@@ -1,9 +1,9 @@
 #include "Qon/include/topology/QonStpSm.h"
 
 #include "Qon/include/framework/HookTap.h"
-#include "Qon/topology/StpHold.h"
 #include "Qon/topology/StpTrace.h"
 #include "platform/Kiv/Describe.h"
+#include "platform/Velto/Scope.h"
 
 KIV_DEFINE( Qon::TopoSm )
 
@@ -62,7 +62,7 @@ TopoSm::handleTopoPortChange( const Ulnet::IntfId & intf ) {
    if ( held ? held->config() == wanted : !wanted ) {
       STP_TRACE( " Nothing to do " ); // fixed text
    }
-   const StpHold hold{ stpSm_, this, {} };
+   const Velto::Hold stpAlive( stpSm_ ), alive( this );
    topoPortSm_.review( intf, wanted );
    if ( !config()->topoPortConfigHas( intf ) ) {
       status()->topoPortStatusDel( intf );
@@ -71,7 +71,7 @@ TopoSm::handleTopoPortChange( const Ulnet::IntfId & intf ) {
 
 void
 TopoSm::handleTopoPortChange() {
-   const StpHold hold{ stpSm_, this, {} };
+   const Velto::Hold stpAlive( stpSm_ ), alive( this );
    auto intfs = keysOf< Ulnet::IntfId >( config()->topoPortConfigIteratorConst() );
    for ( const auto & intf : topoPortSm_.heldKeys() ) {
       intfs.emplace( intf );
@@ -86,7 +86,7 @@ TopoSm::handleTopoPortChange() {
 
 void
 TopoSm::refresh() {
-   const StpHold hold{ stpSm_, this, {} };
+   const Velto::Hold stpAlive( stpSm_ ), alive( this );
    const auto held = topoPortSm_.heldKeys();
    handleTopoPortChange();
    for ( const Ulnet::IntfId & intf : held ) {
@@ -102,7 +102,7 @@ TopoSm::handlePortToLag( const Ulnet::IntfId & intf, Ulnet::IntfId from ) {
    if ( !works() ) {
       return;
    }
-   const StpHold hold{ stpSm_, this, {} };
+   const Velto::Hold stpAlive( stpSm_ ), alive( this );
    // A member's own state is done at once, that of a port that left is requested.
    if ( auto port = topoPortSm( intf ) ) {
       port->handleState();
@@ -126,7 +126,7 @@ TopoSm::handleLagToPort( const Ulnet::IntfId & lag, const Ulnet::IntfId & intf )
    if ( !works() || listed != member ) {
       return;
    }
-   const StpHold hold{ stpSm_, this, {} };
+   const Velto::Hold stpAlive( stpSm_ ), alive( this );
    if ( !member ) {
       if ( auto port = topoPortSm( intf ) ) {
          port->handleState();
@@ -148,10 +148,10 @@ TopoSm::setLagState( Ulnet::IntfId lag, Ulnet::IntfId port ) {
 
 void
 TopoSm::handleTapAggIntf( const Ulnet::IntfId & intf ) {
-   const StpHold hold{ stpSm_, this, topoPortSm( intf ) };
-   if ( hold.port ) {
-      hold.port->handleState();
-      hold.port->handleFdbFlush();
+   const Velto::Hold stpAlive( stpSm_ ), alive( this );
+   if ( const Velto::Ptr< TopoPortSm > port = topoPortSm( intf ) ) {
+      port->handleState();
+      port->handleFdbFlush();
    }
 }
 
@@ -161,22 +161,9 @@ TopoSm::setStpState( Ulnet::IntfId intf, PortState state ) {
    QON_HOOK( TopoHelper, topoHelper(), setStpState, S32( topoId() ), name(), intf, state );
 }
 
-/** While a state is handed over to the members of an aggregate, one after the other, what the chip
-    reports as done waits: it has not been told of the others yet. */
-class TopoSm::FanOut {
- public:
-   explicit FanOut( TopoSm * topo ) : topo_( topo ) { ++topo->fanOut_; }
-   ~FanOut() { --topo_->fanOut_; }
-   FanOut( const FanOut & ) = delete;
-   FanOut & operator=( const FanOut & ) = delete;
-
- private:
-   TopoSm * const topo_;
-};
-
 bool
 TopoSm::doSetStpState( Ulnet::IntfId intf, bool isLag, Ulnet::IntfId lagIntf, PortState state ) {
-   const StpHold hold{ stpSm_, this, {} };
+   const Velto::Hold stpAlive( stpSm_ ), alive( this );
    const LagView lags = stpSm_->lagView();
    if ( !isLag ) {
       if ( lags.lagOf( intf ) ) {
@@ -192,7 +179,9 @@ TopoSm::doSetStpState( Ulnet::IntfId intf, bool isLag, Ulnet::IntfId lagIntf, Po
       return true;
    }
    {
-      const FanOut fanOut( this );
+      // What the chip reports as done meanwhile waits: it has not been told of the others yet.
+      ++fanOut_;
+      const Velto::AtEnd fannedOut( [this] { --fanOut_; } );
       // A hook may request another state, which has been handed over to all by then, or take a
       // member out.
       const U64 request = pendingRequest( lagIntf );
@@ -223,7 +212,7 @@ TopoSm::stateDone() {
         !( stpSm_->topoInput( name() ) == input_ ) ) {
       return;
    }
-   const StpHold hold{ stpSm_, this, {} };
+   const Velto::Hold stpAlive( stpSm_ ), alive( this );
    // Watchers of the status may request anew: what is requested from now on is not done.
    const U64 last = stpSm_->lastRequest();
    for ( auto i = pending->pendingIntfStateIteratorConst(); i && works(); ++i ) {
@@ -271,7 +260,7 @@ TopoSm::pendingRequest( Ulnet::IntfId intf ) const {
 
 void
 TopoSm::doCleanup() {
-   const StpHold hold{ stpSm_, this, {} };
+   const Velto::Hold stpAlive( stpSm_ ), alive( this );
    portWatch_.detach();
    tapAggWatch_.detach();
    initializedIs( false );

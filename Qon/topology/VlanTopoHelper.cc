@@ -4,9 +4,9 @@
 
 #include "Qon/include/framework/HookTap.h"
 #include "Qon/include/topology/QonStpSm.h"
-#include "Qon/topology/StpHold.h"
 #include "Qon/topology/StpTrace.h"
 #include "platform/Kiv/Describe.h"
+#include "platform/Velto/Scope.h"
 
 KIV_DEFINE( Qon::TopoUpdate )
 KIV_DEFINE( Qon::TopoPendingVlans )
@@ -132,9 +132,9 @@ VlanTopoHelper::performVlanTopoOperations() {
    if ( working_ ) {
       return; // from within a hook or a watcher
    }
-   const Velto::Ptr< VlanTopoHelper > keep( this );
-   const StpHold hold{ stpSm, {}, {} };
-   const ScopeFlag working( working_ );
+   const Velto::Hold alive( this ), stpAlive( stpSm );
+   working_ = true;
+   const Velto::AtEnd done( [this] { working_ = false; } );
    workOff();
 }
 

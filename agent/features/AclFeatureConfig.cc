@@ -1,7 +1,5 @@
 // The tables of access lists.
 
-#include <strings.h>
-
 #include <algorithm>
 
 #include "agent/ConfigReader.h"
@@ -18,11 +16,6 @@ namespace {
 
 constexpr std::size_t mostDirections = 5; // numbers for more there are not
 constexpr U32 seqStep = 10;
-
-bool
-is( const String & text, const char * word ) {
-   return strcasecmp( text.c_str(), word ) == 0;
-}
 
 String
 shown( AclType type, AclDirection direction ) {
@@ -55,9 +48,9 @@ AclFeature::readTypes( ConfigReader & reader, Reading & reading ) const {
    reader.eachRow( "ACL_TABLE_TYPE", [&]( const ConfigRow & row ) {
       bool v4 = false, v6 = false, mac = false;
       for ( const String & match : row.list( "MATCHES" ) ) {
-         v4 = v4 || is( match, "SRC_IP" ) || is( match, "DST_IP" );
-         v6 = v6 || is( match, "SRC_IPV6" ) || is( match, "DST_IPV6" );
-         mac = mac || is( match, "SRC_MAC" ) || is( match, "DST_MAC" );
+         v4 = v4 || sameWord( match, "SRC_IP" ) || sameWord( match, "DST_IP" );
+         v6 = v6 || sameWord( match, "SRC_IPV6" ) || sameWord( match, "DST_IPV6" );
+         mac = mac || sameWord( match, "SRC_MAC" ) || sameWord( match, "DST_MAC" );
       }
       if ( v4 + v6 + mac != 1 ) {
          throw RowError( "MATCHES", "expected addresses of one kind: IPv4, IPv6 or MAC" );
@@ -91,15 +84,15 @@ AclFeature::readTables( ConfigReader & reader, Reading & reading ) {
    reader.eachRow( "ACL_TABLE", [&]( const ConfigRow & row ) {
       const String name = row.part( 0, 1 ), typeName = row.text( "type" );
       auto own = reading.types.find( typeName );
-      if ( own == reading.types.end() && !is( typeName, "L3" ) && !is( typeName, "L3V6" ) &&
-           !is( typeName, "L2" ) ) {
+      if ( own == reading.types.end() && !sameWord( typeName, "L3" ) &&
+           !sameWord( typeName, "L3V6" ) && !sameWord( typeName, "L2" ) ) {
          throw RowError( "type", "expected L3, L3V6, L2 or a row of ACL_TABLE_TYPE, found '" +
                                        typeName + "'" );
       }
-      const AclType type = own != reading.types.end() ? own->second
-                           : is( typeName, "L3" )     ? AclType::ip
-                           : is( typeName, "L3V6" )   ? AclType::ipv6
-                                                      : AclType::mac;
+      const AclType type = own != reading.types.end()     ? own->second
+                           : sameWord( typeName, "L3" )   ? AclType::ip
+                           : sameWord( typeName, "L3V6" ) ? AclType::ipv6
+                                                          : AclType::mac;
       const auto direction = AclDirection( row.word( "stage", { "ingress", "egress" }, 0 ) );
       std::vector< IntfId > intfs;
       String unknown, taken;

@@ -23,6 +23,9 @@ struct AclFeature::Reading {
    std::set< std::pair< AclType, AclDirection > > directions; ///< that the file asks for
 };
 
+/** The same but for upper and lower case. */
+bool sameWord( const String & text, const char * word );
+
 /** The rule that a row describes; of a list of that type. RowError for what no rule can say. */
 Acl::Rule aclRuleOf( const ConfigRow & row, Acl::AclType type );
 

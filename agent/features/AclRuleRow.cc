@@ -13,11 +13,6 @@ namespace {
 
 using Acl::AclType;
 
-bool
-is( const String & field, const char * name ) {
-   return strcasecmp( field.c_str(), name ) == 0;
-}
-
 /** A number, decimal or with 0x. */
 U32
 numberOf( const String & field, const String & text, U32 max ) {
@@ -81,27 +76,27 @@ macOf( const String & field, const String & text ) {
 /** True if the field is one of IP packets. */
 bool
 ipField( Acl::IpFilter & filter, const String & field, const String & text, AclType type ) {
-   if ( is( field, "SRC_IP" ) || is( field, "SRC_IPV6" ) ) {
-      filter.srcIs(
-            prefixOf( field, text, type, is( field, "SRC_IP" ) ? AclType::ip : AclType::ipv6 ) );
-   } else if ( is( field, "DST_IP" ) || is( field, "DST_IPV6" ) ) {
-      filter.dstIs(
-            prefixOf( field, text, type, is( field, "DST_IP" ) ? AclType::ip : AclType::ipv6 ) );
-   } else if ( is( field, "IP_PROTOCOL" ) || is( field, "NEXT_HEADER" ) ) {
+   if ( sameWord( field, "SRC_IP" ) || sameWord( field, "SRC_IPV6" ) ) {
+      filter.srcIs( prefixOf( field, text, type,
+                              sameWord( field, "SRC_IP" ) ? AclType::ip : AclType::ipv6 ) );
+   } else if ( sameWord( field, "DST_IP" ) || sameWord( field, "DST_IPV6" ) ) {
+      filter.dstIs( prefixOf( field, text, type,
+                              sameWord( field, "DST_IP" ) ? AclType::ip : AclType::ipv6 ) );
+   } else if ( sameWord( field, "IP_PROTOCOL" ) || sameWord( field, "NEXT_HEADER" ) ) {
       filter.protocolIs( U8( numberOf( field, text, 255 ) ) );
-   } else if ( is( field, "L4_SRC_PORT" ) || is( field, "L4_SRC_PORT_RANGE" ) ) {
+   } else if ( sameWord( field, "L4_SRC_PORT" ) || sameWord( field, "L4_SRC_PORT_RANGE" ) ) {
       filter.srcPortIs( rangeOf( field, text ) );
-   } else if ( is( field, "L4_DST_PORT" ) || is( field, "L4_DST_PORT_RANGE" ) ) {
+   } else if ( sameWord( field, "L4_DST_PORT" ) || sameWord( field, "L4_DST_PORT_RANGE" ) ) {
       filter.dstPortIs( rangeOf( field, text ) );
-   } else if ( is( field, "TCP_FLAGS" ) ) {
+   } else if ( sameWord( field, "TCP_FLAGS" ) ) {
       const auto slash = text.find( '/' );
       filter.tcpFlagsIs( U8( numberOf( field, text.substr( 0, slash ), 255 ) ) );
       filter.tcpFlagsMaskIs( slash == String::npos
                                    ? filter.tcpFlags()
                                    : U8( numberOf( field, text.substr( slash + 1 ), 255 ) ) );
-   } else if ( is( field, type == AclType::ip ? "ICMP_TYPE" : "ICMPV6_TYPE" ) ) {
+   } else if ( sameWord( field, type == AclType::ip ? "ICMP_TYPE" : "ICMPV6_TYPE" ) ) {
       filter.icmpTypeIs( U8( numberOf( field, text, 255 ) ) );
-   } else if ( is( field, type == AclType::ip ? "ICMP_CODE" : "ICMPV6_CODE" ) ) {
+   } else if ( sameWord( field, type == AclType::ip ? "ICMP_CODE" : "ICMPV6_CODE" ) ) {
       filter.icmpCodeIs( U8( numberOf( field, text, 255 ) ) );
    } else {
       return false;
@@ -112,11 +107,11 @@ ipField( Acl::IpFilter & filter, const String & field, const String & text, AclT
 /** True if the field is one of frames. */
 bool
 macField( Acl::MacFilter & filter, const String & field, const String & text ) {
-   if ( is( field, "SRC_MAC" ) ) {
+   if ( sameWord( field, "SRC_MAC" ) ) {
       filter.srcIs( macOf( field, text ) );
-   } else if ( is( field, "DST_MAC" ) ) {
+   } else if ( sameWord( field, "DST_MAC" ) ) {
       filter.dstIs( macOf( field, text ) );
-   } else if ( is( field, "ETHER_TYPE" ) ) {
+   } else if ( sameWord( field, "ETHER_TYPE" ) ) {
       filter.etherTypeIs( U16( numberOf( field, text, 65535 ) ) );
    } else {
       return false;
@@ -127,22 +122,27 @@ macField( Acl::MacFilter & filter, const String & field, const String & text ) {
 /** True if the field says what becomes of a packet. */
 bool
 actionField( Acl::Rule & rule, const String & field, const String & text ) {
-   if ( is( field, "PACKET_ACTION" ) ) {
-      if ( is( text, "DROP" ) ) {
+   if ( sameWord( field, "PACKET_ACTION" ) ) {
+      if ( sameWord( text, "DROP" ) ) {
          rule.actionIs( Acl::RuleAction::deny );
-      } else if ( !is( text, "FORWARD" ) && !is( text, "ACCEPT" ) ) {
+      } else if ( !sameWord( text, "FORWARD" ) && !sameWord( text, "ACCEPT" ) ) {
          throw RowError( field, "expected FORWARD, ACCEPT or DROP, found '" + text + "'" );
       }
-   } else if ( is( field, "MIRROR_ACTION" ) || is( field, "MIRROR_INGRESS_ACTION" ) ||
-               is( field, "MIRROR_EGRESS_ACTION" ) ) {
+   } else if ( sameWord( field, "MIRROR_ACTION" ) || sameWord( field, "MIRROR_INGRESS_ACTION" ) ||
+               sameWord( field, "MIRROR_EGRESS_ACTION" ) ) {
       rule.mirrorSessionIs( text );
    } else {
-      return is( field, "PRIORITY" );
+      return sameWord( field, "PRIORITY" );
    }
    return true;
 }
 
 } // namespace
+
+bool
+sameWord( const String & text, const char * word ) {
+   return strcasecmp( text.c_str(), word ) == 0;
+}
 
 Acl::Rule
 aclRuleOf( const ConfigRow & row, AclType type ) {

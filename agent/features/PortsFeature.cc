@@ -10,7 +10,7 @@ namespace QonAgent {
 namespace {
 
 constexpr U64 maxMegabits = 4'000'000;
-constexpr U64 megabit = 1'000'000;
+constexpr U64 megabit = 1'000; // in kilobits
 
 } // namespace
 
@@ -30,7 +30,11 @@ PortsFeature::configure( ConfigReader & reader ) {
    reader.eachRow( "PORT", [&]( const ConfigRow & row ) {
       Ulnet::IntfId intf = reader.intf( "", row.part( 0, 1 ) );
       bool up = row.word( "admin_status", { "down", "up" }, 1 );
-      U64 speed = row.number( "speed", 0, maxMegabits, 0 ) * megabit;
+      const U64 kbps = row.number( "speed", 0, maxMegabits, 0 ) * megabit;
+      const auto speed = Interface::EthSpeedApi::fromKbps( kbps );
+      if ( kbps && speed == Interface::EthSpeed::speedUnknown ) {
+         reader.warn( row, "speed", "no speed of an Ethernet port; taken for unknown" );
+      }
       if ( reader.isPort( intf ) ) {
          throw RowError( "", "another row defines this port" );
       }
@@ -56,7 +60,7 @@ PortsFeature::interfaces( Arguments arguments ) const {
       Ulnet::IntfId lag = agent_.acsd()->portToLag( intf );
       const Row made = { { "interface", agent_.names().spelling( intf ) },
                          { "link", port->linkUp() ? "up" : "down" },
-                         { "speed", port->speed() / megabit },
+                         { "speed", Interface::EthSpeedApi::speedKbps( port->speed() ) / megabit },
                          { "portChannel", agent_.names().spelling( lag ) },
                          { "intfId", intf.stringValue() } };
       co_yield made;

@@ -5,7 +5,10 @@
    one( addMacPart )      \
    one( addVlanPart )     \
    one( addTopologyPart ) \
+   one( addVlanMappingPart ) \
    one( addLagPart )      \
+   one( addStormControlPart ) \
+   one( addMirrorPart ) \
    one( addAclPart )
 // clang-format on
 

@@ -51,12 +51,14 @@ struct Travel {
    Bridging::VlanIdOrNone vlan;
    bool flooded = false;
    std::vector< IntfId > targets; ///< ports and aggregates that it shall leave by
+   std::vector< Copy > mirrored;
 };
 
 /** A copy of it on its way to one target. */
 struct Way {
    IntfId target;
    Copy copy; ///< its port is the target until a member of it is chosen
+   std::vector< Copy > mirrored;
 };
 
 /** What a stage came to. */

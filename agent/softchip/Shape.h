@@ -5,6 +5,9 @@
 #include "agent/softchip/ChipKind.h"
 #include "agent/softchip/HostTable.h"
 #include "agent/softchip/LagTable.h"
+#include "agent/softchip/MirrorTable.h"
+#include "agent/softchip/StormTable.h"
+#include "agent/softchip/VlanMappingTable.h"
 
 namespace SoftChip {
 
@@ -13,6 +16,9 @@ struct Shape {
    HostTableShape hosts = {};
    U32 topologies = 4096; ///< without any on a chip that keeps forwarding per VLAN
    LagLimits lags = {};
+   StormShape storm = {};
+   VlanMappingShape vlanMapping = {};
+   MirrorLimits mirrors = {};
    AclLimits acls = {};
    Kiv::Seconds latency = 0; ///< see Chip::latencyIs()
 };

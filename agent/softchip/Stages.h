@@ -15,19 +15,27 @@ struct PortStage {
 };
 
 Verdict passArrival( const Chip & chip, Travel & travel );
+Verdict passVlanMapping( const Chip & chip, Travel & travel );
 Verdict passVlan( const Chip & chip, Travel & travel );
 Verdict passSpanningTree( const Chip & chip, Travel & travel );
+Verdict passStormControl( const Chip & chip, Travel & travel );
+Verdict passMirror( const Chip & chip, Travel & travel );
 Verdict passDestination( const Chip & chip, Travel & travel );
 
 Verdict passNotBack( const Chip & chip, const Travel & travel, Way & way );
 Verdict passMember( const Chip & chip, const Travel & travel, Way & way );
 Verdict passVlanOut( const Chip & chip, const Travel & travel, Way & way );
+Verdict passVlanMappingOut( const Chip & chip, const Travel & travel, Way & way );
 Verdict passSpanningTreeOut( const Chip & chip, const Travel & travel, Way & way );
+Verdict passMirrorOut( const Chip & chip, const Travel & travel, Way & way );
 
 inline constexpr Stage stages[] = {
       { "arrival", passArrival },
+      { "VLAN mapping", passVlanMapping },
       { "VLAN", passVlan },
       { "spanning tree", passSpanningTree },
+      { "storm control", passStormControl },
+      { "mirror", passMirror },
       { "destination", passDestination },
 };
 
@@ -36,7 +44,9 @@ inline constexpr PortStage portStages[] = {
       { "not back", passNotBack },
       { "member", passMember },
       { "VLAN", passVlanOut },
+      { "VLAN mapping", passVlanMappingOut },
       { "spanning tree", passSpanningTreeOut },
+      { "mirror", passMirrorOut },
 };
 
 } // namespace SoftChip

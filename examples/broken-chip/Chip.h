@@ -4,43 +4,19 @@
 //
 //    library -> ChipMac, ChipTopo, ChipVlan, ChipLag -> (a little later) -> Tables
 //                                                                        -> done, to the library
+//            -> ChipStorm (Storm.h), ChipVlanMapping (VlanMapping.h), ChipMirror (Mirror.h),
+//               ChipAcl (Acl.h)                                          -> at once -> Tables
 //    SmallChip: Tables, and a part for each feature, which reads them back
 //
 // Each hook class can be told to have one fault, as a developer might make it. The tables stand in
 // the chip, which outlives the hook objects: they point to it without owning it.
 
-#include <memory>
-
-#include "Later.h"
-#include "chip/LagPart.h"
-#include "chip/MacPart.h"
-#include "chip/TopologyPart.h"
-#include "chip/VlanPart.h"
+#include "Acl.h"
+#include "Mirror.h"
+#include "Storm.h"
+#include "VlanMapping.h"
 
 namespace Chip {
-
-using Ulnet::IntfId;
-using Velto::Ptr;
-using Velto::String;
-
-/** The faults that can be planted. */
-struct Faults {
-   bool lostAnswer = false;     ///< removing a host that is not there is never answered
-   bool fullAborts = false;     ///< a full host table is taken for impossible
-   bool earlyDone = false;      ///< port states are reported done when they are queued
-   bool staleFlags = false;     ///< a member that is there already never changes its flags
-   bool tidyDestructor = false; ///< the destructor of the VLAN helper clears the VLAN table
-};
-
-/** What the chip holds. */
-struct Tables {
-   static constexpr std::size_t hostRoom = 1024, topoRoom = 16, lagRoom = 16, memberRoom = 8;
-
-   QonChip::HeldHosts hosts;
-   QonChip::HeldTopologies topologies;
-   QonChip::HeldVlans vlans;
-   QonChip::HeldGroups lags;
-};
 
 /** Hosts: answers every command by its transaction id. */
 class ChipMac : public Qon::QonMacProgrammer {
@@ -274,19 +250,28 @@ class ChipLag : public Velto::Node {
 };
 
 /** The chip as an agent and the kit see it; made of these hook classes or of others. */
-template< class Mac = ChipMac, class Topo = ChipTopo, class Vlan = ChipVlan, class Lag = ChipLag >
+template< class Mac = ChipMac, class Topo = ChipTopo, class Vlan = ChipVlan, class Lag = ChipLag,
+          class Mirror = ChipMirror, class Acl = ChipAcl >
 class SmallChip : public QonChip::Chip,
                   QonChip::MacPart,
                   QonChip::TopologyPart,
                   QonChip::VlanPart,
-                  QonChip::LagPart {
+                  QonChip::LagPart,
+                  QonChip::StormControlPart,
+                  QonChip::VlanMappingPart,
+                  QonChip::MirrorPart,
+                  QonChip::AclPart {
  public:
    explicit SmallChip( Kiv::TaskScheduler & scheduler, Faults faults = {} )
        : faults_( faults ), wheel_( scheduler.timerWheel() ) {
       add< QonChip::MacPart >( *this );
       add< QonChip::TopologyPart >( *this );
       add< QonChip::VlanPart >( *this );
+      add< QonChip::VlanMappingPart >( *this );
       add< QonChip::LagPart >( *this );
+      add< QonChip::StormControlPart >( *this );
+      add< QonChip::MirrorPart >( *this );
+      add< QonChip::AclPart >( *this );
    }
    String name() const override { return "small"; }
 
@@ -309,11 +294,44 @@ class SmallChip : public QonChip::Chip,
    }
    std::optional< QonChip::HeldVlans > vlans() const override { return tables_.vlans; }
 
+   Ptr< Qon::VlanMappingSm >
+   makeVlanMappingSm( Qon::VlanMappingSm::Inputs inputs,
+                      const QonChip::VlanMappingPart::Statuses & ) override {
+      return Qon::smIs< ChipVlanMapping >( std::move( inputs ), tables_, faults_ );
+   }
+   std::optional< QonChip::HeldTranslations > translations() const override {
+      return tables_.translations;
+   }
+
    Ptr< Velto::Node > makeProgrammer( const Ptr< const Hardware::Lag::Config > & config,
                                       const Ptr< Hardware::Lag::Status > & status ) override {
       return Velto::make< Lag >( tables_, faults_, config, status, wheel_ );
    }
    std::optional< QonChip::HeldGroups > groups() const override { return tables_.lags; }
+
+   Ptr< Qon::StormControlSmHelper >
+   makeStormControlHelper( const Ptr< Qon::QonCommonSmData > & ) override {
+      return Velto::make< ChipStorm >( tables_, faults_ );
+   }
+   /** It counts nothing. */
+   Ptr< Velto::Node >
+   makeDropCounter( const Ptr< Qon::StormControl::DropSliceDir > & slices ) override {
+      return slices;
+   }
+   std::optional< QonChip::HeldStormControl > stormControl() const override {
+      return tables_.storm;
+   }
+   Ptr< Qon::MirroringSmHelper >
+   makeMirroringHelper( const Ptr< Mirroring::HwCapability > & capability,
+                        const Ptr< Mirroring::HwStatus > & status ) override {
+      return Velto::make< Mirror >( tables_, faults_, capability, status );
+   }
+   std::optional< QonChip::HeldMirrors > mirrors() const override { return tables_.mirrors; }
+
+   Ptr< QonHelper::AclHelper > makeAclHelper() override {
+      return Velto::make< Acl >( tables_, faults_ );
+   }
+   std::optional< QonChip::HeldAcls > acls() const override { return tables_.acls; }
 
    Faults faults_;
    Kiv::TimerWheel * wheel_;

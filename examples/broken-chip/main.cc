@@ -1,6 +1,6 @@
 // Runs the conformance kit on the chip. broken-chip [--fault NAME] [--healthy] [options of the kit]
 //
-// All five faults are planted unless one is named, or none with --healthy.
+// All faults are planted unless one is named, or none with --healthy.
 
 #include <cstring>
 
@@ -16,15 +16,23 @@ struct NamedFault {
    bool Faults::*fault;
 };
 constexpr NamedFault named[] = {
-      { "lost-answer", &Faults::lostAnswer },         { "full-aborts", &Faults::fullAborts },
-      { "early-done", &Faults::earlyDone },           { "stale-flags", &Faults::staleFlags },
+      { "lost-answer", &Faults::lostAnswer },
+      { "full-aborts", &Faults::fullAborts },
+      { "early-done", &Faults::earlyDone },
+      { "stale-flags", &Faults::staleFlags },
       { "tidy-destructor", &Faults::tidyDestructor },
+      { "kept-level", &Faults::keptLevel },
+      { "kept-port", &Faults::keptPort },
+      { "kept-mapping", &Faults::keptMapping },
+      { "one-destination", &Faults::oneDestination },
 };
 
 /** Takes --fault NAME and --healthy out of the arguments. False for an unknown name. */
 bool
 takeFaults( std::vector< const char * > & arguments, Faults & faults ) {
-   faults = { true, true, true, true, true };
+   for ( auto & fault : named ) {
+      faults.*fault.fault = true;
+   }
    for ( std::size_t n = 1; n < arguments.size(); ) {
       bool healthy = !std::strcmp( arguments[n], "--healthy" );
       bool one = !std::strcmp( arguments[n], "--fault" ) && n + 1 < arguments.size();

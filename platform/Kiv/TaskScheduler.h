@@ -112,6 +112,7 @@ class VirtualScheduler : public TaskScheduler, private TimeSource {
    Seconds time() const { return now_; }
    /** What every reading of the time costs, in seconds; to test budgets. */
    void readCostIs( Seconds cost ) { readCost_ = cost; }
+   Seconds readCost() const { return readCost_; }
    /** Moves the time on without running anything. */
    void advance( Seconds by ) { now_ += by; }
    /** Runs turns at the present time until there is nothing to do. At most `turns` of them. */

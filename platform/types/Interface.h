@@ -36,12 +36,49 @@ class EthLagIntfStatusDir : public Kiv::Entity {
    explicit EthLagIntfStatusDir( const Velto::String & name ) : Kiv::Entity( name ) {}
 };
 
+/** The speeds that an Ethernet interface can have. */
+enum class EthSpeed : U8 {
+   speedUnknown,
+   speed10Mbps,
+   speed100Mbps,
+   speed1Gbps,
+   speed2p5Gbps,
+   speed5Gbps,
+   speed10Gbps,
+   speed25Gbps,
+   speed40Gbps,
+   speed50Gbps,
+   speed100Gbps,
+   speed200Gbps,
+   speed400Gbps,
+   speed800Gbps,
+};
+KIV_ENUM( EthSpeed, speedUnknown, speed10Mbps, speed100Mbps, speed1Gbps, speed2p5Gbps, speed5Gbps,
+          speed10Gbps, speed25Gbps, speed40Gbps, speed50Gbps, speed100Gbps, speed200Gbps,
+          speed400Gbps, speed800Gbps )
+
+struct EthSpeedApi {
+   /** In kilobits a second; 0 of an unknown speed. */
+   static U64 speedKbps( EthSpeed speed );
+   /** The speed of so many kilobits a second; unknown if there is none. */
+   static EthSpeed fromKbps( U64 kbps );
+};
+
+/** What an interface does with the frames that it takes. */
+enum class ForwardingModel : U8 {
+   bridged,   ///< it is a port of its VLANs
+   routed,    ///< a router's interface
+   discarding ///< neither
+};
+KIV_ENUM( ForwardingModel, bridged, routed, discarding )
+
 /** One physical interface. */
 class EthPhyIntfStatus : public Kiv::Entity {
    KIV_BODY( EthPhyIntfStatus, Kiv::Entity )
    KIV_ATTR( bool, active, true )
    KIV_ATTR( bool, linkUp, false )
-   KIV_ATTR( U64, speed, 0 ) // bits a second
+   KIV_ATTR( EthSpeed, speed, EthSpeed::speedUnknown )
+   KIV_ATTR( ForwardingModel, forwardingModel, ForwardingModel::bridged )
  public:
    explicit EthPhyIntfStatus( const Ulnet::IntfId & intf );
    Ulnet::IntfId intfId() const { return intfId_; }

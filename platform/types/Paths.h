@@ -28,7 +28,64 @@ inline constexpr char vlanConfig[] = "bridging/vlan/config";         // Bridging
 inline constexpr char topologyConfig[] = "bridging/topology/config"; // Bridging::Topology::Config
 inline constexpr char topologyStatus[] = "bridging/topology/inst/status"; // ...::Inst::Status
 inline constexpr char bridgingConfig[] = "bridging/config";               // Bridging::Config
-inline constexpr char tapAggHwConfig[] = "tapagg/hwconfig";               // TapAgg::HwConfig
+inline constexpr char flowVlanXlateConfig[] =
+      "bridging/vlanmapping/flow"; // Qon::QonFlowVlanXlateConfigDir
+inline constexpr char ingVlanMappingConfig[] =
+      "hardware/vlanmapping/config/ingress"; // Qon::QonVlanMappingConfigDir
+inline constexpr char egrVlanMappingConfig[] = "hardware/vlanmapping/config/egress"; // likewise
+inline constexpr char vlanMappingIntfConfig[] =
+      "hardware/vlanmapping/config/intf"; // Qon::QonVlanMappingIntfConfigDir
+inline constexpr char ingVlanMappingStatus[] =
+      "hardware/vlanmapping/status/ingress"; // Qon::QonVlanMappingStatusDir
+inline constexpr char egrVlanMappingStatus[] = "hardware/vlanmapping/status/egress"; // likewise
+inline constexpr char vlanLagMemberStatus[] =
+      "hardware/vlanmapping/lagmember"; // Qon::QonVlanLagMemberStatusDir
+inline constexpr char sourceVlanMappingConfig[] =
+      "vlanmapping/source/config"; // Qon::SourceVlanMappingConfigDir
+inline constexpr char sourceVlanMappingStatus[] =
+      "vlanmapping/source/status"; // Qon::SourceVlanMappingStatusDir
+inline constexpr char bridgingConfigOutputState[] =
+      "vlanmapping/source/state/bridging"; // Qon::VlanMappingOutputState
+inline constexpr char qonFlowConfigOutputState[] = "vlanmapping/source/state/flow";      // likewise
+inline constexpr char nativeVlanConfigOutputState[] = "vlanmapping/source/state/native"; // likewise
+inline constexpr char mergedVlanMappingConfig[] =
+      "vlanmapping/merged"; // Qon::MergedVlanMappingConfig
+inline constexpr char platformVlanMappingConfig[] =
+      "hardware/vlanmapping/platform/config"; // Qon::PlatformVlanMappingConfig
+inline constexpr char platformVlanMappingStatus[] =
+      "hardware/vlanmapping/platform/status"; // Qon::PlatformVlanMappingStatus
+inline constexpr char programmedPortToLag[] = "hardware/lag/programmed"; // Qon::ProgrammedPortToLag
+inline constexpr char portChannelInterlock[] = "lag/interlock"; // Qon::PortChannelInterlockDir
+inline constexpr char forwardingMode[] =
+      "bridging/forwardingmode/config";                     // Bridging::ForwardingModeConfig
+inline constexpr char tapAggHwConfig[] = "tapagg/hwconfig"; // TapAgg::HwConfig
+
+// Storm control
+inline constexpr char stormControlConfig[] =
+      "bridging/stormcontrol/config"; // Bridging::StormControl::Config
+inline constexpr char stormControlStatus[] =
+      "bridging/stormcontrol/status"; // Bridging::StormControl::Status
+inline constexpr char hardwareStormControlConfig[] =
+      "hardware/stormcontrol/config"; // Qon::StormControl::PlatformConfig
+inline constexpr char hardwareStormControlStatus[] =
+      "hardware/stormcontrol/status"; // Qon::StormControl::PlatformStatus
+inline constexpr char hardwareStormControlSlice[] =
+      "hardware/stormcontrol/slice"; // Qon::StormControl::DropSliceDir
+inline constexpr char hardwareStormControlDrop[] =
+      "hardware/stormcontrol/drop/status"; // Qon::StormControl::DropStatus
+
+// Interfaces that are taken out of service
+inline constexpr char errdisableConfig[] = "errdisable/cause/config"; // Errdisable::CauseConfig
+inline constexpr char errdisableStormControl[] =
+      "errdisable/cause/storm-control"; // Errdisable::CauseStatus
+
+// Mirroring, and what it reads
+inline constexpr char mirroringConfig[] = "mirroring/config";             // Mirroring::Config
+inline constexpr char mirroringStatus[] = "mirroring/status";             // Mirroring::Status
+inline constexpr char mirroringHwCapability[] = "mirroring/hwcapability"; // Mirroring::HwCapability
+inline constexpr char hardwareMirroringStatus[] =
+      "hardware/mirroring/status";                      // Mirroring::HwStatus
+inline constexpr char tunnelStatus[] = "tunnel/status"; // Tunnel::Status
 
 // Access lists
 inline constexpr char aclConfig[] = "acl/config";                   // Acl::Config

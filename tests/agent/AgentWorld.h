@@ -6,7 +6,7 @@
 #include "agent/Agent.h"
 #include "agent/ConfigReader.h"
 #include "agent/softchip/Chip.h"
-#include "platform/Kiv/LogRecorder.h"
+#include "tests/harness/World.h"
 
 namespace Tests {
 
@@ -28,10 +28,5 @@ class AgentWorld {
    SoftChip::Chip chip{ scheduler };
    QonAgent::Agent agent{ scheduler, chip };
 };
-
-inline Ulnet::IntfId
-intf( const String & name ) {
-   return Ulnet::IntfId( name );
-}
 
 } // namespace Tests

@@ -51,7 +51,7 @@ TEST( ConfigDb, PortsChannelsAndMembersReachTheMapsOfAllFeatures ) {
    EXPECT_EQ( entities.get( "interface/status/eth/lag/intfStatus[Port-Channel1]/deviceName" ),
               "PortChannel0001" );
    EXPECT_EQ( entities.get( "interface/status/eth/phy/intfStatus[Ethernet4]/speed" ),
-              "40000000000" );
+              "speed40Gbps" );
 }
 
 struct SkippedCase {
@@ -195,6 +195,36 @@ TEST( ConfigDb, TheFormatsVariants ) {
    EXPECT_EQ( entities.get( "interface/config/eth/lag/intfConfig[Ethernet2]/mode" ), "active" );
    EXPECT_FALSE(
          w.acsd().lagToPort( intf( "Port-Channel3" ) ).port( intf( "Ethernet3" ) ).collecting() );
+}
+
+TEST( ConfigDb, TheLastOfWhatStandsTwiceCountsAloneAndSkippingEndsWhereItShould ) {
+   auto rows = []( const String & table ) {
+      return ConfigDb::parse( "x.json", "{" + table + "}" ).rows( "T" );
+   };
+   auto twice = rows( R"("T": {"a": {"x": 1, "y": 2}, "a": {"y": 3}})" );
+   ASSERT_EQ( twice.size(), 1u );
+   EXPECT_EQ( twice[0].text( "x", "absent" ), "absent" );
+   EXPECT_EQ( twice[0].text( "y" ), "3" );
+   EXPECT_EQ( rows( R"("T": {"a": {}}, "T": {"b": {}})" ).front().key(), "b" );
+   auto nested = rows( R"("T": {"a": {"x": {"y": {"z": [1]}}, "l": ["p", {"q": [{}]}], "n": 4},
+                                "b": [{"c": {}}], "d": {"n": 5}})" );
+   ASSERT_EQ( nested.size(), 2u );
+   EXPECT_EQ( nested[0].text( "n" ), "4" );
+   EXPECT_EQ( nested[1].text( "n" ), "5" );
+}
+
+TEST( ConfigDb, NumbersAreWholeAndWithinTheirBounds ) {
+   auto row = ConfigDb::parse( "x.json", R"({"T": {"a": {"Speed": 1, "speed": "10", "unit": "10G",
+         "part": 10.5, "blank": " 10", "none": ""}}})" )
+                    .rows( "T" )
+                    .front();
+   EXPECT_EQ( row.number( "speed", 10, 10, 0 ), 10u ); // the field itself, not one in other letters
+   EXPECT_EQ( row.number( "absent", 1, 2, 77 ), 77u );
+   EXPECT_THROW( row.number( "speed", 11, 20, 0 ), QonAgent::RowError );
+   EXPECT_THROW( row.number( "speed", 0, 9, 0 ), QonAgent::RowError );
+   for ( auto field : { "unit", "part", "blank", "none" } ) {
+      EXPECT_THROW( row.number( field, 0, 1000, 0 ), QonAgent::RowError ) << field;
+   }
 }
 
 TEST( IntfNames, EveryNameOfAFileHasItsWayBack ) {

@@ -122,13 +122,14 @@ TEST( Watch, FollowsWhatComesGoesAndComesBack ) {
    Follower one( w, port + "/linkUp" ); // not there yet
    Follower above( w, "interface" );
    entities.insert( port );
-   EXPECT_EQ( all.seen(), ( Lines{ port + " +", port + "/active = True", port + "/linkUp = False",
-                                   port + "/speed = 0" } ) );
+   EXPECT_EQ( all.seen(),
+              ( Lines{ port + " +", port + "/active = True", port + "/linkUp = False",
+                       port + "/speed = speedUnknown", port + "/forwardingModel = bridged" } ) );
    EXPECT_EQ( one.seen(), Lines{ port + "/linkUp = False" } );
    entities.set( port + "/linkUp", "True" );
    entities.set( port + "/linkUp", "True" ); // no change
-   entities.set( port + "/speed", "7" );
-   EXPECT_EQ( all.seen(), ( Lines{ port + "/linkUp = True", port + "/speed = 7" } ) );
+   entities.set( port + "/speed", "speed25Gbps" );
+   EXPECT_EQ( all.seen(), ( Lines{ port + "/linkUp = True", port + "/speed = speed25Gbps" } ) );
    EXPECT_EQ( one.seen(), Lines{ port + "/linkUp = True" } );
    entities.del( port );
    EXPECT_EQ( all.seen(), Lines{ port + " -" } );

@@ -126,6 +126,19 @@ TEST( Server, ASlowReaderIsNotReadFromAndOthersAreServed ) {
    }
 }
 
+TEST( Server, AWatcherThatSaysNothingMoreStillHears ) {
+   ServerWorld w;
+   SocketClient watcher( w.loop, w.path );
+   watcher.send( "{\"do\": \"watch\", \"path\": \"acsd/minIntfs\"}\n" );
+   EXPECT_EQ( watcher.line(), R"({"ok":true})" );
+   watcher.endInput();
+   w.loop.runOnce( 0.01 );
+   w.agent.acsd()->minIntfsIs( 3 );
+   EXPECT_NE( watcher.line().find( "acsd/minIntfs" ), String::npos );
+   watcher.leave();
+   EXPECT_TRUE( w.clientsAre( 0 ) );
+}
+
 TEST( Server, AWatcherThatNeverReadsIsDropped ) {
    ServerWorld w;
    SocketClient watcher( w.loop, w.path );

@@ -3,6 +3,7 @@
 #include "Qon/include/framework/QonAck.h"
 #include "Qon/include/framework/QonAsyncBaseSm.h"
 #include "platform/Kiv/Generic.h"
+#include "platform/Kiv/Listener.h"
 #include "tests/harness/World.h"
 
 namespace {
@@ -94,12 +95,14 @@ TEST_F( AsyncBase, HandlersMayTakeAwayTheirClockOrEndTheirOwner ) {
 }
 
 TEST_F( AsyncBase, ADeadStateMachineHearsNoClock ) {
-   auto kept = clock();
+   auto kept = clock(), other = clock();
    sm->tcamRequestClockIs( kept );
+   sm->pendingOperationTimeoutClockIs( other );
    kept->timeIs( Kiv::now() );
    sm->kivDoZombieReactors();
    world.scheduler.settle();
    EXPECT_EQ( 0, sm->requests );
+   EXPECT_EQ( 2u, kept->useCount() + other->useCount() ); // it has let both of them go
 }
 
 TEST_F( AsyncBase, AResultIsHeardOnceForEachChange ) {
@@ -126,6 +129,25 @@ TEST_F( AsyncBase, PrioritiesAndSequencesFall ) {
    EXPECT_EQ( 65535, helper->getNextSequence( "a" ) );
    EXPECT_EQ( 65534, helper->getNextSequence( "b" ) );
    EXPECT_EQ( "65534", Kiv::GenericIf::get( *helper, "sequence[b]" ) );
+}
+
+TEST_F( AsyncBase, NumbersArePublishedAndAreNotThoseOfTheirWatchers ) {
+   std::vector< String > heard;
+   Kiv::Listener< QonAsyncBaseHelper::sequenceAttr > sequences(
+         helper.ptr(), [&]( const String & key ) {
+            heard.push_back( key + " " + Kiv::toText( helper->sequence( key ) ) );
+         } );
+   helper->getNextSequence( "a" );
+   helper->getNextSequence( "a" );
+   EXPECT_EQ( heard, ( std::vector< String >{ "a 65535", "a 65534" } ) );
+   Kiv::Listener< QonAsyncBaseHelper::priorityAttr > other( helper.ptr(), [&] {
+      other.detach();
+      helper->priorityIs( 100 );
+   } );
+   EXPECT_EQ( 4294967294u, helper->nextPriority() );
+   Kiv::Listener< QonAsyncBaseHelper::priorityAttr > last( helper.ptr(),
+                                                           [&] { helper = nullptr; } );
+   EXPECT_EQ( 99u, helper->nextPriority() );
 }
 
 TEST_F( AsyncBase, NewHooksStandBehindThoseOfTheBase ) {

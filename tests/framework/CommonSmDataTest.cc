@@ -2,6 +2,7 @@
 
 #include "Qon/include/framework/QonCommonSmData.h"
 #include "platform/Kiv/Generic.h"
+#include "platform/Kiv/Listener.h"
 #include "tests/harness/World.h"
 
 namespace {
@@ -101,33 +102,6 @@ TEST( CommonSmData, FreeMirrorSessionsAreFirstInFirstOut ) {
    EXPECT_THROW( acsd->freeMirrorSessionBack(), Velto::RangeError );
 }
 
-/** The text with which `call` refuses. */
-template< class F >
-String
-refusal( F && call ) {
-   try {
-      call();
-   } catch ( const Velto::RangeError & e ) {
-      return e.what();
-   }
-   return "";
-}
-
-TEST( CommonSmData, ValuesOutOfRangeAreRefusedBeforeAnythingIsMade ) {
-   auto acsd = Qon::qonCommonSmDataFactory( "acsd" );
-   const String range = "Bridging::VlanId::value < 1 or > 4094 not allowed";
-   EXPECT_EQ( range, refusal( [&] { acsd->vlanStatusIs( Bridging::VlanId( 0 ) ); } ) );
-   EXPECT_EQ( range, refusal( [&] { acsd->vlanStatusIs( Bridging::VlanId( 4095 ) ); } ) );
-   EXPECT_EQ( 0u, acsd->vlanStatuss() );
-   auto status = acsd->vlanStatusIs( Bridging::VlanId( 4094 ) );
-   EXPECT_EQ( status, acsd->vlanStatusIs( Bridging::VlanId( 4094 ) ) );
-   EXPECT_EQ( Bridging::VlanId( 4094 ), status->vlanId() );
-   EXPECT_EQ( "No String constructor for QonLagPortList - has collection",
-              refusal( [] { Qon::QonLagPortList( String( "{}" ) ); } ) );
-   EXPECT_EQ( "No String constructor for QonPortList - has collection",
-              refusal( [] { Qon::QonPortList( String( "{}" ) ); } ) );
-}
-
 TEST( CommonSmData, TraceLevelsAreOneValue ) {
    World world;
    auto watcher = Velto::make< SetUpWatcher >( world.acsd.ptr() );
@@ -151,6 +125,15 @@ class Epoch : public ::testing::Test {
    Velto::Ptr< HwEpoch::Status > status = Velto::make< HwEpoch::Status >( "epoch" );
    Velto::Ptr< Qon::QonEpochStatus > epoch = Qon::qonEpochStatusFactory( "epoch" );
 };
+
+TEST_F( Epoch, ItsStartIsPublishedOnceEachTime ) {
+   int heard = 0;
+   Kiv::Listener< Qon::QonEpochStatus::initializedAttr > ear( epoch.ptr(), [&] { ++heard; } );
+   for ( bool v : { true, true, false, true } ) {
+      epoch->initializedIs( v );
+   }
+   EXPECT_EQ( 3, heard );
+}
 
 using Predicate = bool ( Qon::QonEpochStatus::* )( const String & ) const;
 const Predicate dependent[] = {

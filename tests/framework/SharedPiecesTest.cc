@@ -6,6 +6,7 @@
 
 #include "Qon/include/framework/LagView.h"
 #include "Qon/include/framework/SmCollection.h"
+#include "Qon/include/framework/WorkQueue.h"
 #include "tests/harness/World.h"
 
 namespace {
@@ -66,6 +67,76 @@ class ParentSm : public Qon::QonBaseSm {
    Qon::SmCollection< U32, Input, ChildSm, ParentSm, &ParentSm::makeChild, &ParentSm::cleanUpChild >
          children{ this };
 };
+
+TEST( PortLists, TheOrderOfTheirPortsIsOfNoAccountWhatTheyMayDoIs ) {
+   Qon::QonPortList some, others;
+   Qon::QonLagPortList members, reversed, passive;
+   for ( auto port : { "Ethernet1", "Ethernet2" } ) {
+      some.portIs( intf( port ) );
+      members.portIs( intf( port ), Qon::QonLagPort( true, true ) );
+      passive.portIs( intf( port ), Qon::QonLagPort( true, false ) );
+   }
+   for ( auto port : { "Ethernet2", "Ethernet1" } ) {
+      others.portIs( intf( port ) );
+      reversed.portIs( intf( port ), Qon::QonLagPort( true, true ) );
+   }
+   EXPECT_TRUE( some == others && members == reversed );
+   EXPECT_EQ( some.hash(), others.hash() );
+   EXPECT_EQ( members.hash(), reversed.hash() );
+   EXPECT_FALSE( members == passive );
+   others.portDel( intf( "Ethernet1" ) );
+   EXPECT_FALSE( some == others );
+}
+
+TEST( WorkQueue, OneQuestionAtATimeAndOneThatRaisesIsAskedOnceMore ) {
+   struct Owner : Velto::Node {
+      Qon::WorkQueue< U32 > work;
+   };
+   auto owner = Velto::make< Owner >();
+   std::vector< U32 > asked;
+   owner->work.add( 1 );
+   owner->work.add( 2 );
+   owner->work.drain( owner.ptr(), [&]( U32 question ) {
+      asked.push_back( question );
+      if ( question == 1 ) {
+         EXPECT_TRUE( owner->work.draining() );
+         owner->work.add( 3 );
+         owner->work.drain( owner.ptr(), [&]( U32 ) { ADD_FAILURE(); } ); // one further out does it
+      }
+   } );
+   EXPECT_EQ( asked, ( std::vector< U32 >{ 1, 2, 3 } ) );
+
+   asked.clear();
+   U32 raised = 0;
+   for ( U32 question : { 4, 5, 6 } ) {
+      owner->work.add( question );
+   }
+   auto act = [&]( U32 question ) {
+      asked.push_back( question );
+      if ( question == 4 || ( question == 5 && ++raised == 1 ) ) {
+         throw Velto::RangeError( std::to_string( question ) );
+      }
+   };
+   try {
+      owner->work.drain( owner.ptr(), act );
+      ADD_FAILURE();
+   } catch ( const Velto::RangeError & e ) {
+      EXPECT_STREQ( "4", e.what() ); // the first one
+   }
+   EXPECT_EQ( asked, ( std::vector< U32 >{ 4, 5, 6, 4, 5 } ) );
+   EXPECT_FALSE( owner->work.draining() );
+
+   asked.clear();
+   owner->work.add( 7 );
+   owner->work.add( 8 );
+   Velto::Ptr< Owner > last = std::move( owner );
+   Owner & queue = *last;
+   queue.work.drain( &queue, [&]( U32 question ) { // the owner ends in the middle
+      asked.push_back( question );
+      last = nullptr;
+   } );
+   EXPECT_EQ( asked, ( std::vector< U32 >{ 7, 8 } ) );
+}
 
 class SmCollectionFlow : public ::testing::Test {
  protected:

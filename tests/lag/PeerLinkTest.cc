@@ -55,6 +55,11 @@ TEST_F( PeerLinkFlow, SharingFollowsStatePeerLinkAndRedirection ) {
    EXPECT_EQ( hardware( 1, true ), Ports{ eth( 30 ) } );
    mlag->peerLinkIntfIs( po( 1 ) ); // itself
    EXPECT_EQ( hardware( 1, true ), none );
+   EXPECT_FALSE( lagSm->sharedPeerLink( po( 1 ) ) );
+   mlag->peerLinkIntfIs( eth( 1 ) ); // its own member
+   join( 1, 1, true, false );
+   EXPECT_EQ( hardware( 1, true ), none );
+   EXPECT_EQ( hardware( 1 ), Ports{ eth( 1 ) } );
    mlag->peerLinkIntfIs( po( 10 ) );
    lagSm->sharePeerLinkWithLagDel( po( 1 ) );
    EXPECT_EQ( hardware( 1, true ), none );
@@ -83,6 +88,26 @@ TEST_F( PeerLinkFlow, AnAggregateMayLiveOnLentMembersAlone ) {
    EXPECT_FALSE( config->lagHas( po( 1 ) ) );
    join( 1, 3 ); // a new one: the wish to share is kept
    EXPECT_EQ( hardware( 1, true ), lent );
+}
+
+TEST( HardwareGroups, WhoBorrowsAPortDoesNotOwnIt ) {
+   LagWorld w;
+   w.hardwarePorts( 1, 2 );
+   w.config->lagIs( po( 1 ), 1 )->memberIs( eth( 2 ), { Qon::FapIdPort(), true, true, true } );
+   auto prog = Qon::LagProgSmIs( w.config, w.status, w.fapIdPorts );
+   prog->initializedIs( true );
+   const Qon::QonLagPort both( true, true );
+   // What an earlier incarnation borrowed stays, whoever has it himself.
+   prog->memberIs( po( 2 ), eth( 2 ), both, false );
+   EXPECT_EQ( w.hardware( 1, true ), Ports{ eth( 2 ) } );
+   // An own member becomes a lent one.
+   prog->memberIs( po( 1 ), eth( 1 ), both, false );
+   for ( U32 port : { 1, 2 } ) {
+      prog->memberIs( po( 1 ), eth( port ), both, true );
+      prog->memberIs( po( 2 ), eth( port ), both, false );
+   }
+   EXPECT_EQ( w.hardware( 1, true ), ( Ports{ eth( 1 ), eth( 2 ) } ) );
+   EXPECT_EQ( w.hardware( 2 ), ( Ports{ eth( 1 ), eth( 2 ) } ) );
 }
 
 TEST_F( PeerLinkFlow, APortMovesBetweenOwnAndLent ) {

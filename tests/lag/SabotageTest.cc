@@ -76,6 +76,42 @@ TEST( LagSabotage, OfLagSm ) {
    } );
 }
 
+TEST( LagSabotage, OfLagProgSm ) {
+   Tests::sabotage( []( Saboteur & saboteur ) {
+      LagWorld w;
+      w.guard.reset();
+      w.hardwarePorts( 1, 3 );
+      w.config->lagIs( po( 7 ), 7 )->memberIs( eth( 7 ), Hardware::Lag::Member() );
+      w.prog = Qon::LagProgSmIs( w.config, w.status, w.fapIdPorts );
+      saboteur.watches( { w.config.ptr() } );
+      saboteur.drops( [&] { w.prog = nullptr; } );
+      auto step = [&]( auto && act ) {
+         saboteur.does( [&] {
+            if ( w.prog ) {
+               act( *Velto::Ptr( w.prog.ptr() ) ); // whoever calls it holds it
+            }
+         } );
+      };
+      const Qon::QonLagPort both( true, true );
+      step( []( Qon::LagProgSm & sm ) { sm.initializedIs( true ); } );
+      step( [&]( Qon::LagProgSm & sm ) { sm.memberIs( po( 1 ), eth( 1 ), both, false ); } );
+      step( [&]( Qon::LagProgSm & sm ) { sm.memberIs( po( 2 ), eth( 1 ), both, true ); } );
+      step( [&]( Qon::LagProgSm & sm ) { sm.memberIs( po( 1 ), eth( 4 ), both, false ); } );
+      step( []( Qon::LagProgSm & sm ) { sm.inputsReadIs( true ); } );
+      step( []( Qon::LagProgSm & sm ) { sm.removeStale(); } );
+      // From here on it is called by what it watches.
+      saboteur.does( [&] { w.hardwarePorts( 4, 4 ); } );
+      saboteur.does( [&] { w.fapIdPorts->fapIdPortDel( eth( 1 ) ); } );
+      saboteur.does( [&] { w.hardwarePorts( 1, 1 ); } );
+      step( [&]( Qon::LagProgSm & sm ) { sm.memberDel( po( 1 ), eth( 1 ) ); } );
+      saboteur.ends( [&] {
+         w.prog->initializedIs( false ); // what a change that raised left over is made good
+         w.prog->initializedIs( true );
+         return w.prog->checkInvariants();
+      } );
+   } );
+}
+
 TEST( LagSabotage, OfQonLagCreatorSm ) {
    Tests::sabotage( []( Saboteur & saboteur ) {
       SecondFamily w;

@@ -1,6 +1,7 @@
 // The creators of hardware groups and the aggregators of configuration and state.
 
 #include "Qon/include/lag/QonEthPhyLagConfigAggregatorSm.h"
+#include "Qon/include/lag/QonLagConfigMapCreatorSm.h"
 #include "Qon/include/lag/QonLagCreatorSm.h"
 #include "Qon/include/lag/QonLagStateAggregatorSm.h"
 #include "tests/lag/LagWorld.h"
@@ -61,6 +62,36 @@ TEST_F( CreatorFlow, WhatAnotherIncarnationLeftIsTidiedUp ) {
    create();
    EXPECT_EQ( hardware( 1 ), Ports{ eth( 1 ) } );
    EXPECT_FALSE( config->lagHas( po( 2 ) ) );
+}
+
+TEST_F( CreatorFlow, WhatAMemberMayDoIsProgrammedAsItIs ) {
+   hardwarePorts( 1, 2 );
+   phy->intfStatusIs( eth( 1 ) );
+   phy->intfStatusIs( eth( 2 ) );
+   create();
+   joined();
+   Qon::QonLagPortList list;
+   list.portIs( eth( 1 ), Qon::QonLagPort( true, false ) );
+   acsd->lagToPortIs( po( 1 ), list );
+   EXPECT_EQ( config->lag( po( 1 ) )->member( eth( 1 ) ),
+              Hardware::Lag::Member( Qon::FapIdPort( 0, 1 ), true, false, false ) );
+
+   // The same by configuration; a port that is configured twice is left in the other one.
+   auto aggregated = Velto::make< Hardware::Lag::AggregatedLagConfigDir >( "aggregated" );
+   auto states = Velto::make< Hardware::Lag::MemberStatusDir >( "member" );
+   auto groups = Velto::make< Hardware::Lag::Config >( "groups" );
+   auto map = Qon::LagConfigMapCreatorSmIs( { acsd, aggregated, states, phy, fapIdPorts }, groups );
+   map->initializedIs( true );
+   acsd->lagToPortIs( po( 2 ), {} );
+   states->memberStatusIs( eth( 2 ), { true, false } );
+   for ( U32 lag : { 1, 2 } ) {
+      aggregated->lagToPortIs( po( lag ) )->memberIs( eth( 2 ), Interface::LagMode::on );
+   }
+   const Hardware::Lag::Member member( Qon::FapIdPort( 0, 2 ), true, false, false );
+   EXPECT_EQ( groups->lag( po( 2 ) )->member( eth( 2 ) ), member );
+   aggregated->lagToPort( po( 2 ) )->memberDel( eth( 2 ) );
+   ASSERT_TRUE( groups->lagHas( po( 1 ) ) );
+   EXPECT_EQ( groups->lag( po( 1 ) )->member( eth( 2 ) ), member );
 }
 
 class ConfigAggregatorFlow : public ::testing::Test, public Tests::World {
@@ -173,6 +204,9 @@ TEST_F( StateAggregatorFlow, MergesWhatTheSlicesHold ) {
    EXPECT_EQ( merged->lag( po( 1 ) )->member( eth( 1 ) ),
               MemberStatus( Result::noMember, true, false, false ) );
    EXPECT_EQ( merged->lag( po( 1 ) )->result(), Result::success );
+   first->resultIs( Result::noMember ); // of two failures, the first
+   second->resultIs( Result::noLag );
+   EXPECT_EQ( merged->lag( po( 1 ) )->result(), Result::noMember );
    second->memberIs( eth( 2 ), MemberStatus( Result::success, true, true, false ) );
    first->memberDel( eth( 1 ) );
    second->memberDel( eth( 1 ) );

@@ -148,6 +148,20 @@ TEST_F( Mac, AHookMayAnswerAtOnceOrHandInANewerCommand ) {
    EXPECT_TRUE( chip->atRest() );
 }
 
+TEST_F( Mac, AHookThatRaisesIsCalledOnceMore ) {
+   chip->onWrite = [&]( const MacCmdPtr & ) {
+      chip->onWrite = nullptr;
+      throw Velto::RangeError( "chip" );
+   };
+   auto cmd = addHost( 1 ), next = addHost( 2 );
+   chip->handleAddrOp( cmd );
+   chip->handleAddrOp( next );
+   EXPECT_THROW( scheduler.settle(), Velto::RangeError );
+   EXPECT_EQ( chip->written, ( std::vector{ cmd, next } ) ); // and the other one all the same
+   scheduler.runFor( 0.11 );
+   EXPECT_EQ( chip->written, ( std::vector{ cmd, next, cmd } ) );
+}
+
 TEST_F( Mac, TransactionIdsAreUniqueAmongCommandsInFlight ) {
    auto preset = macCmd( CmdType::addHost, macKey( 1 ), 2 );
    auto clash = macCmd( CmdType::addHost, macKey( 2 ), 2 );
@@ -420,6 +434,19 @@ TEST_F( Mac, AnEpisodeOfOverflowThatBeganTooSoonIsReportedLater ) {
    chip->updateOverflowAddresses();
    writeAndAnswer( Status::macProgramFull );
    chip->pollInProgressCmds();
+   EXPECT_EQ( 2u, logs.records().size() );
+}
+
+TEST_F( Mac, AnEpisodeOfOverflowMayEndWithACommandThatIsCalledOff ) {
+   overflowed( 1 );
+   EXPECT_TRUE( chip->overflowLogged() );
+   auto last = macCmd( CmdType::removeHost, macKey( 1 ) );
+   chip->handleAddrOp( last );
+   last->validIs( false );
+   scheduler.runFor( 60 );
+   EXPECT_TRUE( chip->atRest() );
+   EXPECT_FALSE( chip->overflowLogged() );
+   overflowed( 2 );
    EXPECT_EQ( 2u, logs.records().size() );
 }
 

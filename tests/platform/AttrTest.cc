@@ -170,6 +170,24 @@ TEST_F( Attributes, TheLastOfAListMayGoWhileOthersAreAdded ) {
    EXPECT_EQ( heard, ( Heard{ "a:count", "a:count", "c:count", "b:count" } ) );
 }
 
+TEST_F( Attributes, WhoComesWhenTheLastHasGoneAndWhoGoesInsideANestedChange ) {
+   auto a = ear( "a" ), b = ear( "b" ), c = ear( "c" ), late = ear( "late" );
+   for ( auto & x : { a, b, c } ) {
+      x->count.attach( x.ptr(), tree.ptr() );
+   }
+   a->act = [&] {
+      c->count.detach();
+      late->count.attach( late.ptr(), tree.ptr() );
+   };
+   tree->countIs( 5 );
+   EXPECT_EQ( heard, ( Heard{ "a:count", "b:count" } ) );
+   heard.clear();
+   a->act = [&] { tree->countIs( 7 ); };
+   b->act = [&] { b->count.detach(); }; // the outer delivery has b before it
+   tree->countIs( 6 );
+   EXPECT_EQ( heard, ( Heard{ "a:count", "a:count", "b:count", "late:count", "late:count" } ) );
+}
+
 TEST_F( Attributes, AHandlerMayEndItsOwnerOrTheEntity ) {
    auto a = ear( "a" ), b = ear( "b" );
    auto * lone = a.ptr();
@@ -252,6 +270,7 @@ TEST_F( Attributes, ByNameAndPath ) {
    GenericIf::insert( *tree, "leaf[Ethernet2]" );
    GenericIf::set( *tree, "leaf[Ethernet2]/level", "9" );
    GenericIf::set( *tree, "label[4]", "a = [b]\nc" );
+   GenericIf::set( *tree, "label[5]", "d:\\new\\" );
    GenericIf::set( *tree, "freeId", "3" );
    GenericIf::set( *tree, "freeId", "3" );
    GenericIf::insert( *tree, "child" );
@@ -266,6 +285,7 @@ TEST_F( Attributes, ByNameAndPath ) {
    EXPECT_EQ( GenericIf::dump( *tree ), GenericIf::dump( *copy ) );
    EXPECT_EQ( 40u, copy->vlan( IntfId( "Ethernet3/1" ) ) );
    EXPECT_EQ( "a = [b]\nc", copy->label( 4 ) );
+   EXPECT_EQ( "d:\\new\\", copy->label( 5 ) );
    GenericIf::del( *tree, "leaf[Ethernet2]" );
    GenericIf::del( *tree, "vlan" );
    EXPECT_EQ( 0u, tree->leafs() + tree->vlans() );
@@ -290,12 +310,25 @@ TEST_F( Attributes, WhatIsWrongWithAPathIsSaid ) {
               set( "leaf[Ethernet2]/level", "1" ) );
    EXPECT_EQ( "vlan: 'vlan' is keyed: expected 'vlan[KEY]'", set( "vlan", "1" ) );
    EXPECT_EQ( "count[1]: 'count' has no keys", set( "count[1]", "1" ) );
+   EXPECT_EQ( "port[Ethernet1]: expected True for a set's key, not 'False' (or delete it)",
+              set( "port[Ethernet1]", "False" ) );
    EXPECT_NE( "accepted", set( "count", "4294967296" ) );
    EXPECT_NE( "accepted", set( "vlan[no such name]", "1" ) );
    EXPECT_NE( "accepted", set( "vlan[Ethernet1", "1" ) );
    EXPECT_NE( "accepted", set( "count/deeper", "1" ) );
    EXPECT_NE( "accepted", set( "other", "1" ) );
    EXPECT_NE( "accepted", set( "", "1" ) );
+}
+
+TEST_F( Attributes, WhatASetterSaysIsNotTakenForAnErrorOfTheText ) {
+   Kiv::Listener< Base::countAttr > strict( tree.ptr(),
+                                            [] { throw Velto::RangeError( "seven at most" ); } );
+   try {
+      Kiv::GenericIf::set( *tree, "count", "8" );
+      ADD_FAILURE();
+   } catch ( const Velto::RangeError & e ) {
+      EXPECT_STREQ( "seven at most", e.what() );
+   }
 }
 
 struct Everything {
@@ -323,6 +356,13 @@ TEST_F( Attributes, AToolHearsEveryAttribute ) {
    tree->vlanDel( eth2 );
    EXPECT_EQ( "vlan=None", all.last );
    EXPECT_EQ( 3, all.calls );
+   auto end = ear( "end" );
+   end->count.attach( end.ptr(), tree.ptr() );
+   end->act = [&] { tree = nullptr; };
+   Tree * dying = tree.ptr();
+   dying->countIs( 9 );
+   EXPECT_EQ( 3, all.calls );
+   EXPECT_FALSE( watch.attached() );
 }
 
 TEST_F( Attributes, AListenerHearsKeysAndMayEndItself ) {

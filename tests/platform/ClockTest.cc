@@ -272,9 +272,29 @@ TEST( EventLoop, ServesDescriptorsAndClocksInRealTime ) {
       loop.run();
       EXPECT_EQ( "xq", pipe.got );
       EXPECT_GE( Kiv::now(), start + 0.02 );
+      EXPECT_LT( Kiv::now(), start + 0.9 ); // not a second late
    }
    close( ends[0] );
    close( ends[1] );
+}
+
+TEST( EventLoop, AHangUpIsToldAsSomethingToRead ) {
+   struct End : Kiv::FdWatch {
+      using FdWatch::FdWatch;
+      void ready( bool readable, bool ) override { told += readable; }
+      int told = 0;
+   };
+   Kiv::EventLoop loop;
+   int ends[2];
+   ASSERT_EQ( 0, pipe( ends ) );
+   {
+      End end( &loop, ends[0] );
+      end.wanted( false, false ); // it cannot be declined
+      close( ends[1] );
+      loop.runOnce( 1 );
+      EXPECT_EQ( 1, end.told );
+   }
+   close( ends[0] );
 }
 
 TEST( Time, TheSourceIsReplaceableAndReadsAreCounted ) {

@@ -67,6 +67,33 @@ TEST( FrameworkTexts, AnswersOfTheEpochBeforeTheStartAreFatalWhereTheyCouldBeWro
    EXPECT_DEATH( epoch->preferHaloAcls( "Linecard4" ), "Assertion 'cardStatus' failed" );
 }
 
+/** The text with which `call` refuses. */
+template< class F >
+String
+refusal( F && call ) {
+   try {
+      call();
+   } catch ( const Velto::RangeError & e ) {
+      return e.what();
+   }
+   return "";
+}
+
+TEST( FrameworkTexts, ValuesOutOfRangeAreRefusedBeforeAnythingIsMade ) {
+   auto acsd = Qon::qonCommonSmDataFactory( "acsd" );
+   const String range = "Bridging::VlanId::value < 1 or > 4094 not allowed";
+   EXPECT_EQ( range, refusal( [&] { acsd->vlanStatusIs( Bridging::VlanId( 0 ) ); } ) );
+   EXPECT_EQ( range, refusal( [&] { acsd->vlanStatusIs( Bridging::VlanId( 4095 ) ); } ) );
+   EXPECT_EQ( 0u, acsd->vlanStatuss() );
+   auto status = acsd->vlanStatusIs( Bridging::VlanId( 4094 ) );
+   EXPECT_EQ( status, acsd->vlanStatusIs( Bridging::VlanId( 4094 ) ) );
+   EXPECT_EQ( Bridging::VlanId( 4094 ), status->vlanId() );
+   EXPECT_EQ( "No String constructor for QonLagPortList - has collection",
+              refusal( [] { Qon::QonLagPortList( String( "{}" ) ); } ) );
+   EXPECT_EQ( "No String constructor for QonPortList - has collection",
+              refusal( [] { Qon::QonPortList( String( "{}" ) ); } ) );
+}
+
 TEST( FrameworkTexts, TracesAndAnswersOfVerification ) {
    const String opening = "{ \"qonVerify::sand\" : [ ";
    const String closing = " { \"qonVerify::sand\": \"END_OF_VERIFICATION\" } ] }";

@@ -47,6 +47,16 @@ TEST_F( LagVerifyFlow, EachInconsistencyHasItsLine ) {
          { [&] { acsd->portToLagIs( eth( 2 ), po( 7 ) ); }, [&] { acsd->portToLagDel( eth( 2 ) ); },
            "Lag Port-Channel7, member Ethernet2 should not be in Port-Channel7, in portToLag "
            "collection\n" },
+         { [&] { // a port that the agent leaves to others
+             join( 1, 3 );
+             acsd->portToLagIs( eth( 3 ), po( 1 ) );
+          },
+           [&] {
+              acsd->portToLagDel( eth( 3 ) );
+              leave( 1, 3 );
+           },
+           "Lag Port-Channel1, member Ethernet3 should not be in Port-Channel1, in portToLag "
+           "collection\n" },
          { [&] { acsd->lagToPortIs( po( 7 ), list( {} ) ); },
            [&] { acsd->lagToPortDel( po( 7 ) ); },
            "Lag Port-Channel7 is in lagToPort but missing in ethLagIntfStatusDir collection\n" },
@@ -157,6 +167,9 @@ TEST( LagVerify, AChangeAsksForOneRunABurst ) {
    U32 before = data->verifyRequired()->verifyRequired();
    world.join( 1, 1 );
    world.join( 1, 2 );
+   EXPECT_GT( data->verifyRequired()->verifyRequired(), before );
+   before = data->verifyRequired()->verifyRequired();
+   world.join( 1, 2, true, false ); // only what a member may do
    EXPECT_GT( data->verifyRequired()->verifyRequired(), before );
    world.scheduler.settle();
    EXPECT_TRUE( data->verifyDone() );

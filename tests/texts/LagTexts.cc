@@ -31,6 +31,17 @@ TEST_F( LagTexts, AnInvalidFallbackTypeIsFatalUnlessThereIsNoHardware ) {
    EXPECT_EQ( acsd->lagInLacpFallbackIndividualModes(), 0u );
 }
 
+TEST_F( LagTexts, AMemberThatSomebodyMovedInOneMapIsFatal ) {
+   guard.reset();
+   join( 1, 1 );
+   start();
+   auto spoil = [&] {
+      acsd->portToLagIs( eth( 1 ), po( 7 ) );
+      dir->intfStatusDel( po( 1 ) );
+   };
+   EXPECT_DEATH( spoil(), "Assertion 'portToLag\\( member \\) == lag' failed" );
+}
+
 TEST_F( LagTexts, TracesOfMembership ) {
    auto flow = [&] {
       deviceNames->intfDeviceNameIs( po( 9 ), "old" );

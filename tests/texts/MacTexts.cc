@@ -42,6 +42,26 @@ TEST_F( MacTexts, BrokenBookkeepingIsFatal ) {
    EXPECT_DEATH( pollWith( macProgramFull ), "'!pendingAddrOpHas\\( key \\)'" );
 }
 
+TEST_F( MacTexts, CallersThatChangeAKeyAreFound ) {
+   auto full = [&]( const MacCmdPtr & cmd ) {
+      inFlight( cmd );
+      cmd->keyIs( macKey( 1 ) );
+      chip->answer( cmd, macProgramFull );
+      chip->pollInProgressCmds();
+   };
+   auto first = addHost( 1 );
+   full( first );
+   EXPECT_DEATH( full( addHost( 2 ) ), "Assertion '!overflowAddrOpHas\\( key \\)' failed" );
+   auto flow = [&] {
+      first->keyIs( macKey( 3 ) );
+      chip->handleAddrOp( addHost( 3 ) );
+      chip->updateOverflowAddresses();
+   };
+   expectTraced( flow, { "a command with the same key is in pending" } );
+   auto noClocks = Qon::smIs< FakeChip >( nullptr );
+   EXPECT_DEATH( noClocks->initializedIs( true ), "Assertion 'updatePendingAddressClock_' failed" );
+}
+
 TEST_F( MacTexts, ReportsAreSilentUnderSimulationOnly ) {
    Env env( "QON_NOOP_AGENT", "1" );
    env.unset( "SIMULATION_VMID" );
@@ -65,7 +85,8 @@ TEST_F( MacTexts, TracesOfACommandsLife ) {
       auto waiting = addHost( 1 ), first = addHost( 1 ), second = addHost( 1 );
       chip->handleAddrOp( waiting );
       inFlight( first );
-      texts = { waiting->stringValue() + " is out-of-date, skip it",
+      texts = { "addHost 00:1c:73:00:00:01 vlan 10 macHwKeyBridge intf Ethernet1 id 0 out-of-date "
+                "is out-of-date, skip it",
                 first->stringValue() + " write to hardware result : macProgramSuccess",
                 found + first->stringValue() +
                       " with same key in in-progress queue, mark it out-of-date",

@@ -151,6 +151,22 @@ TEST( VlanTopoTexts, TracesOfTheWalk ) {
                        } );
 }
 
+TEST( VlanTopoTexts, AnUpdateThatSomebodyEmptiedOrTookAwayIsFatal ) {
+   ChipWorld world( ChipKind::perVlan );
+   world.stp.topo( "mst0", 7 );
+   world.run();
+   world.stp.port( "mst0", "Ethernet1", PortState::forwarding );
+   auto without = [&]( auto && spoil ) {
+      spoil();
+      world.vlanTopo->performVlanTopoOperations();
+   };
+   EXPECT_DEATH(
+         without( [&] { world.vlanTopo->topoUpdateMap( "mst0" )->stpStateChangeDelAll(); } ),
+         "Assertion 'topoUpdate->stpStateChanges\\(\\) > 0' failed" );
+   EXPECT_DEATH( without( [&] { world.vlanTopo->topoUpdateMapDel( "mst0" ); } ),
+                 "Assertion 'topoUpdateMapHas\\( topoName \\)' failed" );
+}
+
 class VlanTexts : public testing::Test, public World {
  protected:
    struct Chip : Qon::VlanHelper {

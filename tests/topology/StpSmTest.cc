@@ -150,6 +150,23 @@ TEST_F( StpSmTest, ChangeInformationThatComesDuringTheAcknowledgementStays ) {
    EXPECT_EQ( stp.portStatus( "mst0", "Ethernet1" )->changeInfo().changeCount(), 99u );
 }
 
+TEST_F( StpSmTest, ChangeInformationIsNotEchoedWhileAStateIsPending ) {
+   runWithPort();
+   auto config = stp.portConfig( "mst0", "Ethernet1" );
+   StateListener impatient( stp.portStatus( "mst0", "Ethernet1" ), [&] {
+      config->stateIs( forwarding );
+      config->changeInfoIs( TopoPortChangeInfo( 99, 0.5 ) );
+   } );
+   stp.port( "mst0", "Ethernet1", learning );
+   const auto info = config->changeInfo();
+   helper->setStpStateDoneTopoId( 7 );
+   impatient.detach();
+   EXPECT_EQ( stp.acked( "mst0", "Ethernet1" ), int( learning ) );
+   EXPECT_EQ( stp.portStatus( "mst0", "Ethernet1" )->changeInfo(), info );
+   helper->setStpStateDoneTopoId( 7 );
+   EXPECT_EQ( stp.portStatus( "mst0", "Ethernet1" )->changeInfo().changeCount(), 99u );
+}
+
 TEST_F( StpSmTest, APortThatLeavesForgetsWhatItWaitsFor ) {
    runWithPort();
    stp.port( "mst0", "Ethernet1", forwarding );

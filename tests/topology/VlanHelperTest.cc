@@ -312,8 +312,9 @@ TEST_F( VlanTopoTest, ATopologyThatComesBackWaitsForNothingOfTheFormerOne ) {
    stp.port( "a", "Ethernet1", forwarding );
    scheduler.settle();
    ASSERT_NE( vlanTopo->topoPendingVlans( "a" ), nullptr );
+   stp.topoDel( "a" ); // while the VLAN is still mapped to it
+   EXPECT_EQ( vlanTopo->topoPendingVlans( "a" ), nullptr );
    stp.config->vidToTopoMapDelAll();
-   stp.topoDel( "a" );
    stp.topo( "a", 1 );
    stp.port( "a", "Ethernet1", forwarding );
    scheduler.settle();
@@ -431,10 +432,24 @@ TEST_F( VlanTopoTest, VlansLeaveAndEnterInTheMiddleOfAWalk ) {
    member( "Ethernet1", 9 );
    stp.vlan( 7, "b" );
    stp.vlan( 7, "a" );
+   while ( vlanTopo->currentTopoUpdate() ) {
+      scheduler.turn();
+      EXPECT_FALSE( vlans->forwards( intf( "Ethernet1" ), VlanId( 8 ) ) ); // not for a moment
+   }
    rest();
    EXPECT_EQ( notAtRest(), "" );
    EXPECT_FALSE( forwards( 8, "Ethernet1" ) || forwards( 1, "Ethernet1" ) );
    EXPECT_TRUE( forwards( 7, "Ethernet1" ) && forwards( 9, "Ethernet1" ) );
+}
+
+TEST_F( VlanTopoTest, AVlanThatHasMovedOnIsNotAddedToItsFormerTopology ) {
+   build();
+   stp.port( "b", "Ethernet1", forwarding );
+   stp.vlan( 8, "b" );
+   rest();
+   vlanTopo->deferredAddVlanToTopo( "a", 8 );
+   rest();
+   EXPECT_TRUE( forwards( 8, "Ethernet1" ) );
 }
 
 TEST_F( VlanTopoTest, WithoutAVlanHelperEverythingIsDone ) {

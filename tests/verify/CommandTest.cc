@@ -3,10 +3,13 @@
 #include <sys/time.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <nlohmann/json.hpp>
 #include <thread>
 
+#include "platform/Kiv/Generic.h"
+#include "platform/Kiv/Listener.h"
 #include "tests/verify/VerifyWorld.h"
 
 namespace {
@@ -183,11 +186,15 @@ TEST_F( Command, AClientThatTakesNothingIsGivenUp ) {
       }
    };
    Connection client; // nobody reads; the descriptor is one that waits
+   w.data->clientPatienceIs( 0.05 );
+   const auto began = std::chrono::steady_clock::now();
    sm->cliCallback()->handleCommand( client.agentEnd(), command );
    EXPECT_EQ( 1, w.feature->runs );
    String all = client.received();
    EXPECT_GT( all.size(), 1000u );
    EXPECT_FALSE( all.ends_with( closing ) ); // cut short, it does not look whole
+   EXPECT_LT( std::chrono::steady_clock::now() - began, std::chrono::milliseconds( 900 ) );
+   EXPECT_EQ( "0.05", Kiv::GenericIf::get( *w.data, "clientPatience" ) );
 }
 
 TEST_F( Command, ADescriptorThatIsNoSocketIsWrittenToo ) {
@@ -235,10 +242,16 @@ TEST_F( Command, RequestsInTheDirectoryAreAnsweredOnceEach ) {
    start();
    EXPECT_EQ( opening + closing, two.received() );
    EXPECT_EQ( "", one.received() );
+   sm = nullptr; // and not again at the next one
+   start();
+   EXPECT_EQ( "", two.received() );
 }
 
 TEST_F( Command, ANewCookieIsOneRunAndItsStatus ) {
+   w.data->doRequestVerify(); // somebody else's run is no answer
+   w.settle();
    EXPECT_FALSE( status->done() );
+   w.feature->runs = 0;
    w.feature->check = [&] { w.feature->finds( "lost" ); };
    config->cookieIs( 7 );
    EXPECT_EQ( VerifyResult::inProgress, status->result() );
@@ -260,6 +273,21 @@ TEST_F( Command, ANewCookieIsOneRunAndItsStatus ) {
    w.settle();
    EXPECT_EQ( 2, w.feature->runs );
    EXPECT_EQ( 9u, status->cookie() );
+}
+
+TEST_F( Command, ACookieThatIsAskedInTheAnswerToAnotherHasItsOwnRun ) {
+   std::vector< U32 > answered;
+   Kiv::Listener< VerifyAgent::Status::cookieAttr > answers(
+         status.ptr(), [&] { answered.push_back( status->cookie() ); } );
+   Kiv::Listener< VerifyAgent::Status::resultAttr > impatient( status.ptr(), [&] {
+      if ( status->result() == VerifyResult::done && config->cookie() == 7 ) {
+         config->cookieIs( 8 );
+      }
+   } );
+   config->cookieIs( 7 );
+   w.settle();
+   EXPECT_EQ( 2, w.feature->runs );
+   EXPECT_EQ( answered, ( std::vector< U32 >{ 7, 8 } ) );
 }
 
 TEST_F( Command, AClientsRunDoesNotAnswerACookieThatWaits ) {

@@ -57,6 +57,44 @@ TEST( VerifySabotage, OfTheSharedDataAndItsRuns ) {
    } );
 }
 
+TEST( VerifySabotage, OfTheRequestsOfClients ) {
+   Tests::sabotage( []( Saboteur & saboteur ) {
+      VerifyWorld w;
+      auto requests = Velto::make< VerifyAgent::RequestDir >( "requests" );
+      auto sm =
+            Qon::VerifyAgentSmIs( w.world->acsd, Velto::make< VerifyAgent::Config >( "config" ),
+                                  Velto::make< VerifyAgent::Status >( "status" ), nullptr, "sand" );
+      sm->initializedIs( true );
+      auto dirSm = Qon::CliRequestDirSmIs( requests, sm->cliCallback() );
+      Connection early, late;
+      const String command = "VTS#qonVerify::sand#";
+      w.feature->check = [&] { w.feature->finds( "lost" ); };
+      saboteur.watches( { w.data.ptr(), requests.ptr() } );
+      saboteur.drops( [&] {
+         dirSm = nullptr;
+         sm = nullptr;
+      } );
+      saboteur.does( [&] { requests->requestIs( "early", command, early.agentEnd() ); } );
+      saboteur.does( [&] {
+         if ( const auto started = dirSm ) {
+            started->initializedIs( true );
+         }
+      } );
+      saboteur.does( [&] { requests->requestIs( "late", command, late.agentEnd() ); } );
+      saboteur.does( [&] { requests->requestIs( "nobody" ); } );
+      saboteur.ends( [&] {
+         for ( auto id : { "early", "late", "nobody" } ) {
+            dirSm->handleRequest( id ); // a change that raised may not have been heard
+            auto request = requests->request( id );
+            if ( !request || !request->done() ) {
+               return String( id ) + " is not done";
+            }
+         }
+         return String( w.data->socket() ? "the client's descriptor is kept" : "" );
+      } );
+   } );
+}
+
 TEST( Verification, ACheckThatRaisesCostsNoOtherItsTurn ) {
    VerifyWorld w;
    Connection client;

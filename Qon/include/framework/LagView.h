@@ -17,6 +17,7 @@
 //
 // Ownership: views do not count the shared data; a follower is a member of the one that reacts.
 
+#include <type_traits>
 #include <vector>
 
 #include "Qon/include/framework/QonCommonSmData.h"
@@ -131,7 +132,7 @@ class LagFollowerBase {
     Declare it as one of the last members. */
 template< class Owner,
           void ( Owner::*handler )( Ulnet::IntfId port, Ulnet::IntfId from, Ulnet::IntfId to ),
-          void ( Owner::*listHandler )( Ulnet::IntfId lag, Ulnet::IntfId port ) = nullptr >
+          auto listHandler = nullptr >
 class LagFollower : public LagFollowerBase {
  public:
    LagFollower()
@@ -146,7 +147,7 @@ class LagFollower : public LagFollowerBase {
 
  private:
    static TellList tellList() {
-      if constexpr ( listHandler == nullptr ) {
+      if constexpr ( std::is_null_pointer_v< decltype( listHandler ) > ) {
          return nullptr;
       } else {
          return []( Velto::Node * owner, Ulnet::IntfId lag, Ulnet::IntfId port ) {

@@ -84,7 +84,8 @@ class QonCommonSmData : public Kiv::Entity {
 
    // --- Interfaces --------------------------------------------------------------------------------
 
-   // The ports that the agent manages; empty is all. Writer: hosting agent. Readers: LagSm, AclSm.
+   // The ports that the agent manages; empty is every port. Writer: hosting agent.
+   // Readers: LagSm, StormControlBaseSm, AclSm.
    KIV_MAP( Ulnet::IntfId, bool, intf )
    // At least so many ports come; who needs all of them waits. Writer: hosting agent.
    KIV_ATTR( U16, minIntfs, 0 )
@@ -112,7 +113,7 @@ class QonCommonSmData : public Kiv::Entity {
    KIV_MAP( Ulnet::IntfId, Ulnet::IntfId, portToLag )
    // The members of a LAG, with their flags: who asks of a LAG, asks here.
    // Writer: LagSm. Readers: LagView, LagFollowerBase, LagConfigMapCreatorSm, LagMemberCreatorSm,
-   // QonLagCreatorSm.
+   // QonLagCreatorSm, LagInterlockSm, StormControlBaseSm.
    KIV_MAP( Ulnet::IntfId, QonLagPortList, lagToPort )
    // How the hardware holds a LAG. Writer: hosting agent.
    KIV_MAP( Ulnet::IntfId, QonTypes::QonLagType, lagToLagType )
@@ -138,7 +139,8 @@ class QonCommonSmData : public Kiv::Entity {
    KIV_MAP( Ulnet::IntfId, U32, internalVlan )
    // Routing facts of each VLAN. Writer: hosting agent.
    KIV_ENTITIES( Bridging::VlanId, VlanStatus, vlanStatus )
-   // The VLAN that a port's encapsulation translates to. Writer: VLAN mapping.
+   // The VLAN that a port's encapsulation translates to.
+   // Writer: VlanTranslations, IntfConfigMergeSm, ConfigMergeSm. Readers: VlanMappingSm, ConfigMergeSm.
    KIV_MAP( Ulnet::IntfId, Bridging::VlanIdOrNone, encapVlan )
    // The tag protocol ids of a port. Writer: hosting agent.
    KIV_MAP( Ulnet::IntfId, QonPortVlanTpidData, portVlanTpidData )
@@ -147,12 +149,14 @@ class QonCommonSmData : public Kiv::Entity {
 
    // --- Mirroring ---------------------------------------------------------------------------------
 
-   // The session's group in hardware, while it has one. Writer: mirroring.
+   // The session's group in hardware, while it has one.
+   // Writer: MirroringSm, KivMirroringSession. Readers: MirroringSm.
    KIV_MAP( String, U32, mirrorSessionNameToId )
-   // The same for sessions that mirror what leaves. Writer: mirroring.
+   // The same for sessions that mirror what leaves.
+   // Writer: MirroringSm, KivMirroringSession. Readers: MirroringSm, KivMirroringSession.
    KIV_MAP( String, U8, mirrorSessionNameToEgressId )
    // Groups that no session has, the one that is free longest first.
-   // Writer: mirroring, hosting agent.
+   // Writer: MirroringSm, hosting agent. Readers: MirroringSm.
    KIV_QUEUE( U8, freeMirrorSession )
 
    // --- The chip's faults, and verification -------------------------------------------------------

@@ -5,18 +5,9 @@
 #include "platform/Kiv/Text.h"
 #include "platform/types/FapIdPort.h"
 #include "platform/types/Number.h"
+#include "platform/types/TableAddStatus.h"
 
 namespace QonTypes {
-
-/** The outcome of adding to a hardware table. */
-enum class TableAddStatus : U8 {
-   success = 0,
-   notNow = 1,     ///< cannot be done yet, try again later
-   full = 2,       ///< no room; nothing was written
-   failed = 3,     ///< refused for good
-   handedOver = 4, ///< accepted; the outcome is reported later
-};
-KIV_ENUM( TableAddStatus, success, notNow, full, failed, handedOver )
 
 /** What kind of aggregate a link aggregation group is. */
 enum class QonLagType : U8 { lagTypeUnknown, lagTypePort, lagTypeRecirc };

@@ -89,7 +89,8 @@ class QonMacProgrammer : public QonBaseSm, public Checked {
        Called once for each attempt, when the command is in flight, with its transaction id set.
        Done when the chip's answer is handed to handleCmdResponse(), be it before the hook returns;
        the returned status is only traced. An answer of busy or parity error brings a later call for
-       the same command with a new transaction id; full brings one when the overflow is retried. */
+       the same command with a new transaction id; full brings one when the overflow is retried. An
+       exception counts as an answer of busy, unless there was one. */
    /** @{ */
    virtual MacProgramStatus writeToHw( const MacCmdPtr & cmd );
    virtual MacProgramStatus writeToHwShadow( const MacCmdPtr & cmd );
@@ -207,6 +208,7 @@ class QonMacProgrammer : public QonBaseSm, public Checked {
    void removeFromOverflow( const MacEntryKey & key );
    void supersede( IndirectAccessMacCmd & old );
    void enqueue( const MacCmdPtr & cmd );
+   void enqueueAnew( const MacCmdPtr & cmd );
    void resumeRuns();
    static void letGo( IndirectAccessMacCmd & cmd );
    void wakeIfIdle();

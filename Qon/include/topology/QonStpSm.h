@@ -250,8 +250,6 @@ class TopoSm : public QonBaseSm {
    friend class StpSm;
    friend class TopoPortSm;
 
-   class FanOut;
-
    bool works() const { return initialized() && !zombie() && stpSm_->initialized(); }
    /** Brings every port up to date, after a time in which nothing was heard. */
    void refresh();

@@ -1,0 +1,238 @@
+// Configured interfaces, and the ports that they lead to.
+
+#include <algorithm>
+
+#include "Qon/mirroring/MirroringTrace.h"
+
+namespace Qon {
+
+using KivMirroringSession = MirroringSm::KivMirroringSession;
+using Ulnet::IntfId;
+
+// --- Sources -------------------------------------------------------------------------------------
+
+void
+KivMirroringSession::KivSource::addOrRemoveSource( bool add ) {
+   if ( aggregate() ) {
+      // fixed text
+      QON_TRACE( mirroringFacility, 5, intf_,
+                 ": I'm a LAG, carrying out operation for all members" );
+   }
+   KeySet< IntfId > wanted;
+   if ( add && !aggregate() ) {
+      wanted.emplace( intf_ );
+   } else if ( add ) {
+      wanted = keysOf< IntfId >( LagView( session_->root_->in_.acsd.ptr() ).membersOf( intf_ ) );
+   }
+   const auto change = differenceOf< IntfId >( ports_, wanted );
+   Velto::FirstError error;
+   for ( IntfId port : change.gone ) {
+      error.run( [&] { unclaim( port ); } );
+   }
+   for ( IntfId port : change.missing ) {
+      error.run( [&] { claim( port ); } );
+   }
+   if ( std::exchange( used_, add ) != add ) {
+      add ? session_->root_->useIs( intf_, session_ ) : session_->root_->useDel( intf_, session_ );
+   }
+   error.pass();
+}
+
+void
+KivMirroringSession::KivSource::reviewMember( IntfId port ) {
+   const bool member = LagView( session_->root_->in_.acsd.ptr() ).lists( intf_, port );
+   if ( aggregate() && member != ports_.has( port ) ) {
+      member ? claim( port ) : unclaim( port );
+   }
+}
+
+void
+KivMirroringSession::KivSource::claim( IntfId port ) {
+   ports_.emplace( port );
+   session_->claimSource( port, this );
+}
+
+void
+KivMirroringSession::KivSource::unclaim( IntfId port ) {
+   ports_.erase( port );
+   session_->unclaimSource( port, this );
+}
+
+void
+KivMirroringSession::claimSource( IntfId port, KivSource * by ) {
+   auto & claims = sources_.emplace( port ).first->claims;
+   auto place = by->aggregate() ? std::find_if( claims.begin(), claims.end(),
+                                                []( auto claim ) { return !claim->aggregate(); } )
+                                : claims.end();
+   claims.insert( place, by );
+   if ( port != by->intf() ) {
+      root_->useIs( port, this );
+   }
+   reviewSource( port );
+}
+
+void
+KivMirroringSession::unclaimSource( IntfId port, KivSource * by ) {
+   if ( port != by->intf() ) {
+      root_->useDel( port, this );
+   }
+   if ( auto source = sources_.find( port ) ) {
+      std::erase( source->claims, by );
+      reviewSource( port );
+   }
+}
+
+IntfId
+KivMirroringSession::sourceOf( IntfId port ) const {
+   auto source = sources_.find( port );
+   return source && !source->claims.empty() ? source->claims.front()->intf() : IntfId();
+}
+
+KivMirroringSession::KivSrcIntf::KivSrcIntf( KivMirroringSession * session,
+                                             Velto::Ptr< const Config > config )
+    : KivSource( session, config->intf() ), config_( std::move( config ) ) {}
+
+void
+KivMirroringSession::KivSrcIntf::handleInitialized() {
+   if ( !initialized() ) {
+      return;
+   }
+   configWatch_.attach( this, config_.ptr(), handleSettings, this );
+   addOrRemoveSource( true );
+}
+
+bool
+KivMirroringSession::KivSrcIntf::aggregate() const {
+   return LagView( session_->root_->in_.acsd.ptr() ).role( intf() ) == LagRole::aggregate;
+}
+
+MirrorSource
+KivMirroringSession::KivSrcIntf::wanted() const {
+   MirrorSource source;
+   source.direction = config_->direction();
+   if ( const String & aclName = config_->aclName(); !aclName.empty() ) {
+      const auto aclType = config_->aclType();
+      // fixed text
+      VELTO_ASSERT( aclType == Acl::ip() || aclType == Acl::mac() || aclType == Acl::ipv6() );
+      source.aclName = aclName;
+      source.aclType = aclType;
+      source.aclPriority = config_->aclPriority();
+      auto acl = session_->root_->acl( aclType, aclName );
+      source.aclVersion = acl ? acl->version() : 0;
+   }
+   return source;
+}
+
+KivMirroringSession::KivSrcVxlanIntf::KivSrcVxlanIntf( KivMirroringSession * session,
+                                                       Velto::Ptr< const Config > config )
+    : KivSource( session, config->intf() ), config_( std::move( config ) ) {}
+
+void
+KivMirroringSession::KivSrcVxlanIntf::handleInitialized() {
+   if ( !initialized() ) {
+      return;
+   }
+   directionWatch_.attach( this, config_.ptr() );
+   vniWatch_.attach( this, config_.ptr() );
+   addOrRemoveSource( true );
+}
+
+MirrorSource
+KivMirroringSession::KivSrcVxlanIntf::wanted() const {
+   MirrorSource source;
+   for ( auto && [vni, none] : config_->vniIteratorConst() ) {
+      source.vnis.push_back( vni );
+   }
+   std::sort( source.vnis.begin(), source.vnis.end() );
+   if ( !source.vnis.empty() ) {
+      source.direction = Direction::rx;
+   }
+   if ( config_->direction() != Direction::rx ) {
+      QON_TRACE( mirroringFacility, 3, intf(), ": a VXLAN interface mirrors what it receives, not ",
+                 config_->direction() );
+   }
+   return source;
+}
+
+// --- Destinations --------------------------------------------------------------------------------
+
+bool
+KivMirroringSession::KivTargetIntf::aggregate() const {
+   return LagView( session_->root_->in_.acsd.ptr() ).role( intf_ ) == LagRole::aggregate;
+}
+
+void
+KivMirroringSession::KivTargetIntf::handleInitialized() {
+   if ( initialized() ) {
+      addOrRemoveTarget( true );
+   }
+}
+
+void
+KivMirroringSession::KivTargetIntf::addOrRemoveTarget( bool add ) {
+   if ( aggregate() ) {
+      // fixed text
+      QON_TRACE( mirroringFacility, 5, intf_, " is a LAG, carrying out operation for all members" );
+   }
+   KeySet< IntfId > wanted;
+   if ( add && !aggregate() ) {
+      wanted.emplace( intf_ );
+   } else if ( add ) {
+      wanted = keysOf< IntfId >( LagView( session_->root_->in_.acsd.ptr() ).membersOf( intf_ ) );
+   }
+   const auto change = differenceOf< IntfId >( ports_, wanted );
+   Velto::FirstError error;
+   for ( IntfId port : change.missing ) {
+      error.run( [&] { claim( port ); } );
+   }
+   for ( IntfId port : change.gone ) {
+      error.run( [&] { unclaim( port ); } );
+   }
+   if ( std::exchange( used_, add ) != add ) {
+      add ? session_->root_->useIs( intf_, session_ ) : session_->root_->useDel( intf_, session_ );
+   }
+   error.run( [&] { session_->publishTarget( intf_ ); } );
+   error.pass();
+}
+
+void
+KivMirroringSession::KivTargetIntf::reviewMember( IntfId port ) {
+   const bool member = LagView( session_->root_->in_.acsd.ptr() ).lists( intf_, port );
+   if ( aggregate() && member != ports_.has( port ) ) {
+      member ? claim( port ) : unclaim( port );
+   }
+}
+
+void
+KivMirroringSession::KivTargetIntf::claim( IntfId port ) {
+   ports_.emplace( port );
+   session_->claimTarget( port, this );
+}
+
+void
+KivMirroringSession::KivTargetIntf::unclaim( IntfId port ) {
+   ports_.erase( port );
+   session_->unclaimTarget( port, this );
+}
+
+void
+KivMirroringSession::claimTarget( IntfId port, KivTargetIntf * by ) {
+   targets_.emplace( port ).first->claims.push_back( by );
+   if ( port != by->intf() ) {
+      root_->useIs( port, this );
+   }
+   reviewTarget( port );
+}
+
+void
+KivMirroringSession::unclaimTarget( IntfId port, KivTargetIntf * by ) {
+   if ( port != by->intf() ) {
+      root_->useDel( port, this );
+   }
+   if ( auto target = targets_.find( port ) ) {
+      std::erase( target->claims, by );
+      reviewTarget( port );
+   }
+}
+
+} // namespace Qon

@@ -1,0 +1,217 @@
+#include "Qon/include/stormcontrol/QonStormControlSm.h"
+
+#include "Qon/include/framework/HookTap.h"
+#include "Qon/stormcontrol/StormControlTrace.h"
+
+namespace Qon {
+
+using StormControl::levelKinds;
+using StormControl::Threshold;
+using Ulnet::IntfId;
+
+StormControlSm::StormControlSm( Inputs inputs, Velto::Ptr< StormControlSmHelper > helper,
+                                Velto::Ptr< VerifyData > verifyData )
+    : StormControlBaseSm( std::move( inputs ) ), helper_( std::move( helper ) ),
+      verifyData_( std::move( verifyData ) ) {}
+
+void
+StormControlSm::begin() {
+   VELTO_ASSERT( helper() );
+   check_.attach< &StormControlSm::handleVerify >( verifyData_, "QonStormControlSm", this );
+   QON_HOOK( StormControlSmHelper, helper(), hwInit );
+   forgetBcastSkips();
+   QON_HOOK( StormControlSmHelper, helper(), installRules );
+   uucast_ = QON_HOOK( StormControlSmHelper, helper(), uucastLevelEnabled );
+   burst_ = QON_HOOK( StormControlSmHelper, helper(), burstEnabled );
+   burstTold_ = false;
+}
+
+bool
+StormControlSm::has( const LevelKind & kind ) const {
+   return uucast_ || kind.type != LevelType::levelTypeUUcast;
+}
+
+void
+StormControlSm::reviewBurst() {
+   const StormControl::BurstConfig burst = config()->burstConfig();
+   if ( burst_ && !( burstTold_ && burst == burstGiven_ ) ) {
+      QON_HOOK( StormControlSmHelper, helper(), setBurstTime, burst );
+      burstTold_ = true;
+      burstGiven_ = burst;
+   }
+}
+
+// --- Interfaces ----------------------------------------------------------------------------------
+
+void
+StormControlSm::machineBegins( StormControlIntfSm & machine ) {
+   statusIs( machine.intf() );
+}
+
+void
+StormControlSm::updateLevel( StormControlIntfSm & machine, const LevelKind & kind,
+                             const Given & wanted ) {
+   Given & given = machine.given_[U8( kind.level )];
+   // A hook that was called before may have taken everything back.
+   if ( given == wanted || intfSm( machine.intf() ) != &machine ) {
+      return;
+   }
+   given.given = false; // until it returns, who takes everything back takes this back too
+   if ( kind.cpu ) {
+      QON_HOOK( StormControlSmHelper, helper(), setCpuHwRate, kind.type, machine.intf(), wanted.lag,
+                wanted.speedKbps, wanted.threshold );
+   } else {
+      QON_HOOK( StormControlSmHelper, helper(), setHwRate, kind.type, machine.intf(), wanted.lag,
+                wanted.speedKbps, wanted.threshold );
+   }
+   given = wanted;
+   if ( const auto status = statusOf( machine.intf() ); status ) {
+      status->levelIs( kind.level, wanted.threshold );
+   }
+}
+
+void
+StormControlSm::program( StormControlIntfSm & machine, const Want & want ) {
+   const bool skip = !want.effective.config->broadcastLevel();
+   Velto::FirstError error;
+   error.run( [&] { reviewBcastSkip( machine.intf(), skip ); } );
+   for ( auto & kind : levelKinds ) {
+      if ( has( kind ) ) {
+         error.run( [&] { updateLevel( machine, kind, wantedLevel( machine, kind, want ) ); } );
+      }
+   }
+   error.run( [&] {
+      if ( const auto status = statusOf( machine.intf() ); status ) {
+         status->lagIs( want.effective.lag );
+      }
+   } );
+   error.pass();
+}
+
+void
+StormControlSm::clear( StormControlIntfSm & machine, const Want & want ) {
+   Velto::FirstError error;
+   error.run( [&] { reviewBcastSkip( machine.intf(), true ); } );
+   for ( auto & kind : levelKinds ) {
+      const auto & given = machine.given( kind.level );
+      if ( has( kind ) && !( given.given && given.threshold == Threshold() ) ) {
+         const Given none = { true, Threshold(), want.speedKbps, want.effective.lag };
+         error.run( [&] { updateLevel( machine, kind, none ); } );
+      }
+   }
+   error.pass();
+}
+
+void
+StormControlSm::machineEnds( StormControlIntfSm & machine ) {
+   Velto::FirstError error;
+   if ( StormControl::isPort( machine.intf() ) ) {
+      error.run( [&] { clear( machine, wantOf( machine.intf() ) ); } );
+   }
+   error.run( [&] { statusDel( machine.intf() ); } );
+   error.pass();
+}
+
+void
+StormControlSm::tellBcastSkip( IntfId intf, bool skip ) {
+   QON_HOOK( StormControlSmHelper, helper(), updateBcastSkipRule, intf, skip );
+}
+
+void
+StormControlSm::tellLagConfig( IntfId intf ) {
+   QON_HOOK( StormControlSmHelper, helper(), handleEthPhyIntfLagConfig, intf );
+}
+
+// --- Traffic classes -----------------------------------------------------------------------------
+
+void
+StormControlSm::programTrafficClass(
+      U8 trafficClass, const Velto::Ptr< const StormControl::AggregateTcConfig > & config ) {
+   const Threshold wanted = config ? config->threshold() : Threshold();
+   auto given = classes_.find( trafficClass );
+   if ( config ? !given || !( *given == wanted ) : given != nullptr ) {
+      QON_HOOK( StormControlSmHelper, helper(), programTcAggregateHwRate, trafficClass, wanted );
+   }
+   if ( config ) {
+      *classes_.emplace( trafficClass ).first = wanted;
+      const Velto::Ptr status( this->status()->aggregateTcStatusIs( trafficClass ) );
+      status->thresholdIs( wanted );
+   } else {
+      classes_.erase( trafficClass );
+      status()->aggregateTcStatusDel( trafficClass );
+   }
+}
+
+std::vector< U8 >
+StormControlSm::programmedClasses() const {
+   std::vector< U8 > classes;
+   for ( auto && [trafficClass, threshold] : classes_ ) {
+      classes.push_back( trafficClass );
+   }
+   return classes;
+}
+
+// --- Verification --------------------------------------------------------------------------------
+
+void
+StormControlSm::handleVerify() {
+   if ( !initialized() || !started() ) {
+      return;
+   }
+   const Velto::Hold alive( this );
+   for ( IntfId intf : machineKeys() ) {
+      const Velto::Ptr< StormControlIntfSm > machine( intfSm( intf ) );
+      const auto status = statusOf( intf );
+      if ( !machine || !status || !StormControl::isPort( intf ) ) {
+         continue;
+      }
+      const bool enabled = !machine->cleared();
+      QON_HOOK( StormControlSmHelper, helper(), verifyEnabled, intf, enabled );
+      const IntfId lag = status->lag();
+      const U64 speed = calculateSpeedForIntf( intf );
+      QON_TELL_HOOK( StormControlSmHelper, verifyPort, intf, lag, speed );
+      helper()->verifyPort( intf, lag, speed, *status );
+   }
+   for ( U8 trafficClass : programmedClasses() ) {
+      if ( const Velto::Ptr status( this->status()->aggregateTcStatus( trafficClass ) ); status ) {
+         QON_TELL_HOOK( StormControlSmHelper, verifyAggregateTc, trafficClass );
+         helper()->verifyAggregateTc( trafficClass, *status );
+      }
+   }
+}
+
+String
+StormControlSm::checkInvariants() const {
+   for ( IntfId intf : machineKeys() ) {
+      const auto & machine = *intfSm( intf );
+      const auto status = this->status()->intfStatus( intf );
+      const String name = intf.stringValue();
+      if ( !wantOf( intf ).machine ) {
+         return "storm control of nobody: " + name;
+      }
+      if ( !status ) {
+         return "storm control without status: " + name;
+      }
+      for ( auto & kind : levelKinds ) {
+         const auto & given = machine.given( kind.level );
+         if ( given.given && !( status->level( kind.level ) == given.threshold ) ) {
+            return "status of a level differs: " + name + ", " + Kiv::toText( kind.level );
+         }
+      }
+   }
+   for ( auto && [intf, config] : config()->intfIteratorConst() ) {
+      if ( started() && initialized() && wantOf( intf ).machine && !intfSm( intf ) ) {
+         return "no storm control: " + intf.stringValue();
+      }
+   }
+   return {};
+}
+
+Velto::Ptr< StormControlSm >
+StormControlSmIs( StormControlBaseSm::Inputs inputs, Velto::Ptr< StormControlSmHelper > helper,
+                  Velto::Ptr< VerifyData > verifyData ) {
+   return smIs< StormControlSm >( std::move( inputs ), std::move( helper ),
+                                  std::move( verifyData ) );
+}
+
+} // namespace Qon

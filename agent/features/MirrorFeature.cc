@@ -1,0 +1,203 @@
+#include "agent/features/MirrorFeature.h"
+
+#include "agent/ConfigReader.h"
+#include "agent/features/Arguments.h"
+#include "agent/features/MirrorJournal.h"
+#include "platform/types/Paths.h"
+
+namespace QonAgent {
+
+using Mirroring::Direction;
+using Mirroring::TunnelType;
+using Ulnet::IntfId;
+
+MirrorFeature::MirrorFeature( Agent & agent )
+    : agent_( agent ), part_( agent.chip().part< QonChip::MirrorPart >() ),
+      config_( agent.entities().mount< Mirroring::Config >( Paths::mirroringConfig ) ),
+      status_( agent.entities().mount< Mirroring::Status >( Paths::mirroringStatus ) ),
+      capability_(
+            agent.entities().mount< Mirroring::HwCapability >( Paths::mirroringHwCapability ) ),
+      hwStatus_( agent.entities().mount< Mirroring::HwStatus >( Paths::hardwareMirroringStatus ) ),
+      acls_( agent.entities().mount< Acl::Config >( Paths::aclConfig ) ),
+      tunnels_( agent.entities().mount< Tunnel::Status >( Paths::tunnelStatus ) ),
+      mode_( agent.entities().mount< Bridging::ForwardingModeConfig >( Paths::forwardingMode ) ),
+      journal_( Velto::make< Journal >( status_.ptr() ) ) {
+   if ( !part_ ) {
+      return;
+   }
+   sm_ = Qon::MirroringSmIs(
+         { agent.acsd(), config_, capability_, status_,
+           part_->makeMirroringHelper( capability_, hwStatus_ ), hwStatus_, acls_, tunnels_, mode_,
+           agent.entities().mount< Interface::EthPhyIntfStatusDir >( Paths::ethPhyIntfStatus ),
+           agent.acsd()->verifyData() } );
+}
+
+void
+MirrorFeature::inputsRead() {
+   if ( sm_ ) {
+      sm_->initializedIs( true );
+   }
+}
+
+MirrorFeature::~MirrorFeature() = default;
+
+// --- Configuration -------------------------------------------------------------------------------
+
+void
+MirrorFeature::configure( ConfigReader & reader ) {
+   reader.eachRow( "MIRROR_SESSION", [&]( const ConfigRow & row ) { session( reader, row ); } );
+}
+
+/** A session with `dst_ip` has a tunnel, any other one ports. */
+void
+MirrorFeature::session( ConfigReader & reader, const ConfigRow & row ) {
+   const String name = row.part( 0, 1 );
+   const String type = row.text( "type", row.has( "dst_ip" ) ? "ERSPAN" : "SPAN" );
+   const bool tunneled = row.word( "type", { "SPAN", "ERSPAN" }, row.has( "dst_ip" ) ? 1 : 0 ) == 1;
+   std::vector< IntfId > targets, sources;
+   Mirroring::TunnelInfo info;
+   if ( tunneled ) {
+      info = tunnel( row );
+   } else if ( !row.has( "dst_port" ) ) {
+      throw RowError( "dst_port", "a session of type " + type + " needs a destination" );
+   }
+   for ( const String & port : tunneled ? std::vector< String >() : row.list( "dst_port" ) ) {
+      targets.push_back( reader.portOrChannel( "dst_port", port ) );
+   }
+   for ( const String & port : row.list( "src_port" ) ) {
+      sources.push_back( reader.portOrChannel( "src_port", port ) );
+   }
+   const Direction directions[] = { Direction::rx, Direction::tx, Direction::both };
+   const Direction direction = directions[row.word( "direction", { "RX", "TX", "BOTH" }, 2 )];
+   const U32 sampling = U32( row.number( "sample_rate", 0, 16777216, 0 ) );
+   const U16 truncation = U16( row.number( "truncate_size", 0, 9216, 0 ) );
+   reader.apply( [=, this] {
+      auto made = config_->sessionIs( name );
+      made->truncateIs( truncation != 0 );
+      made->truncationSizeIs( truncation );
+      made->rxSampleRateIs( sampling );
+      made->tunnelIs( info );
+      for ( IntfId port : targets ) {
+         made->targetIntfIs( port );
+      }
+      for ( IntfId port : sources ) {
+         made->srcIntfIs( port, direction )->directionIs( direction );
+      }
+   } );
+}
+
+namespace {
+
+Ulnet::IpGenAddr
+address( const ConfigRow & row, const char * field ) {
+   const String text = row.text( field );
+   if ( text.empty() ) {
+      throw RowError( field, "a tunnel needs this address" );
+   }
+   try {
+      return Ulnet::IpGenAddr( text );
+   } catch ( const Velto::RangeError & ) {
+      throw RowError( field, "'" + text + "' is not an IP address" );
+   }
+}
+
+/** Decimal, or hexadecimal behind 0x. */
+U16
+protocol( const ConfigRow & row ) {
+   const String text = row.text( "gre_type", "0x88be" );
+   std::size_t used = 0;
+   unsigned long value = ~0ul;
+   try {
+      value = std::stoul( text, &used, 0 );
+   } catch ( const std::logic_error & ) {
+   }
+   if ( used != text.size() || value > 0xffff || text[0] == '-' ) {
+      throw RowError( "gre_type", "'" + text + "' is not a protocol from 0 to 0xffff" );
+   }
+   return U16( value );
+}
+
+} // namespace
+
+Mirroring::TunnelInfo
+MirrorFeature::tunnel( const ConfigRow & row ) const {
+   Mirroring::TunnelInfo info;
+   info.typeIs( TunnelType::gre );
+   info.srcIs( address( row, "src_ip" ) );
+   info.dstIs( address( row, "dst_ip" ) );
+   if ( info.src().family() != info.dst().family() ) {
+      throw RowError( "dst_ip", "source and destination are of different families" );
+   }
+   info.ttlIs( U8( row.number( "ttl", 0, 255, 64 ) ) );
+   info.dscpIs( U8( row.number( "dscp", 0, 63, 0 ) ) );
+   info.greProtocolIs( protocol( row ) );
+   info.vrfIs( row.text( "vrf" ) );
+   return info;
+}
+
+// --- Events --------------------------------------------------------------------------------------
+
+std::function< void() >
+MirrorFeature::parseTunnel( const Json & line ) {
+   const Tunnel::Endpoint end( Ulnet::IpGenAddr( fieldOf< String >( line, "dst" ) ),
+                               hasField( line, "vrf" ) ? fieldOf< String >( line, "vrf" ) : "" );
+   if ( !hasField( line, "intf" ) ) {
+      return [=, this] { tunnels_->resolutionDel( end ); };
+   }
+   Tunnel::Resolution way;
+   way.intfIs( agent_.names().typed( fieldOf< String >( line, "intf" ) ) );
+   if ( hasField( line, "nextHop" ) ) {
+      way.nextHopIs( Ulnet::EthAddr( fieldOf< String >( line, "nextHop" ) ) );
+   }
+   return [=, this] { tunnels_->resolutionIs( end, way ); };
+}
+
+std::function< void() >
+MirrorFeature::parseMode( const Json & line ) {
+   const auto mode = Kiv::fromText< Bridging::ForwardingMode >( fieldOf< String >( line, "mode" ) );
+   return [=, this] { mode_->forwardingModeIs( mode ); };
+}
+
+std::function< void() >
+MirrorFeature::parseAcl( const Json & line ) {
+   const String session = fieldOf< String >( line, "session" );
+   const IntfId intf = agent_.names().typed( fieldOf< String >( line, "intf" ) );
+   const String acl = fieldOf< String >( line, "acl" );
+   const auto type = hasField( line, "type" )
+                           ? Kiv::fromText< Acl::AclType >( fieldOf< String >( line, "type" ) )
+                           : Acl::AclType::ip;
+   return [=, this] {
+      auto config = config_->session( session );
+      auto source = config ? config->srcIntf( intf ) : nullptr;
+      if ( !source ) {
+         throw Velto::RangeError( "there is no source '" + agent_.names().spelling( intf ) +
+                                  "' in mirror session '" + session + "'" );
+      }
+      source->aclTypeIs( type );
+      source->aclNameIs( acl );
+   };
+}
+
+std::vector< EventKind >
+MirrorFeature::eventKinds() {
+   auto kind = [this]( const char * name, const char * fields,
+                       std::function< void() > ( MirrorFeature::*parse )( const Json & ) ) {
+      return EventKind{ name, R"({"time": 1, "event": ")" + String( name ) + "\", " + fields + "}",
+                        [=, this]( const Json & line ) { return ( this->*parse )( line ); } };
+   };
+   return { kind( "tunnel",
+                  R"("dst": "10.0.0.2", "intf": "Ethernet0", )"
+                  R"("nextHop": "00:1c:73:00:00:01")",
+                  &MirrorFeature::parseTunnel ),
+            kind( "forwardingMode", R"("mode": "cutThrough")", &MirrorFeature::parseMode ),
+            kind( "mirrorFilter",
+                  R"("session": "s1", "intf": "Ethernet0", "acl": "list1", "type": "ip")",
+                  &MirrorFeature::parseAcl ) };
+}
+
+FeatureKind
+mirrorFeature() {
+   return feature< MirrorFeature >( "mirror" );
+}
+
+} // namespace QonAgent

@@ -1,0 +1,95 @@
+#pragma once
+// VLAN translations: table VLAN_MAPPING, and the translation tables of the chip. `--vlan-mapping`
+// says which of the two generations does it.
+//
+//    {"event": "vlanMapping", "intf": "Ethernet0", "direction": "ingress", "vlan": 10, "mapped": 110,
+//     "source": "cli"}                          with "inner" and "mappedInner" if there are; mapped 0:
+//                                               it goes; source cli or flow
+//    {"event": "nativeVlan", "intf": "Ethernet0", "direction": "egress", "vlan": 7}    vlan 0: none
+//    {"event": "switchportMode", "intf": "Ethernet0", "mode": "flow"}
+//
+// It stands in for the agents that write the bridging configuration and the flow directory, and, in
+// the second generation, for the one that says which membership of ports is programmed.
+
+#include <map>
+
+#include "agent/AgentFeature.h"
+#include "chip/VlanMappingPart.h"
+#include "platform/Kiv/Listener.h"
+
+namespace QonAgent {
+
+class ConfigRow;
+
+class VlanMappingFeature : public AgentFeature {
+ public:
+   using IntfId = Ulnet::IntfId;
+   using Direction = Bridging::VlanMappingDirection;
+   using Key = Bridging::VlanXlateKey;
+   using Mapping = Bridging::VlanXlateMapping;
+
+   static std::vector< FeatureOption > options();
+   explicit VlanMappingFeature( Agent & agent );
+
+   std::vector< String > tables() const override { return { "VLAN_MAPPING" }; }
+   void configure( ConfigReader & reader ) override;
+   std::vector< ShowCommand > showCommands() override;
+   std::vector< EventKind > eventKinds() override;
+
+   /** Null in the second generation, and on a chip that serves no mappings. */
+   Qon::VlanMappingSm * first() const { return first_.ptr(); }
+   /** Null in the first. */
+   Qon::VlanMapping::VlanMappingSm2 * second() const { return second_.ptr(); }
+
+ private:
+   /** One wish, of a row, an event or the state database. */
+   struct Wish {
+      IntfId intf;
+      Direction direction;
+      Key key;
+      Mapping mapping; ///< VLAN 0: none
+      bool flow = false;
+      bool native = false;
+   };
+   using Name = std::tuple< IntfId, Direction, U16, U16, bool, bool >;
+
+   template< class T >
+   Velto::Ptr< T > mount( const char * path ) const;
+   void makeFirst();
+   void makeSecond();
+   void portToLagHeard( IntfId port );
+
+   Wish wishOf( ConfigReader & reader, const ConfigRow & row ) const;
+   std::function< void() > parseXlate( const Json & line );
+   std::function< void() > parseNative( const Json & line );
+   std::function< void() > parseMode( const Json & line );
+   IntfId known( const Json & line ) const;
+   static Direction directionOf( const Json & line );
+   void wishIs( const Wish & wish );
+
+   std::vector< Wish > wishes() const;
+   /** What became of it: the owner, "programmed" or what it waits for. */
+   std::pair< String, String > outcome( const Wish & wish ) const;
+   std::pair< String, String > firstOutcome( const Wish & wish ) const;
+   std::pair< String, String > secondOutcome( const Wish & wish ) const;
+   Row row( const Wish & wish ) const;
+   Row heldRow( const QonChip::HeldTranslationKey & name, const Mapping & mapping ) const;
+   Rows mappings( Arguments arguments ) const;
+   Rows hardware( Arguments arguments ) const;
+
+   Agent & agent_;
+   QonChip::VlanMappingPart * const part_; ///< null: the chip has none
+   const Velto::Ptr< Bridging::Config > config_;
+   const Velto::Ptr< Qon::QonFlowVlanXlateConfigDir > flow_;
+   std::map< Name, Kiv::Seconds > since_; ///< when what was wanted by rows and events changed
+   Velto::Ptr< Qon::VlanMappingSm > first_;
+
+   Velto::Ptr< Qon::ProgrammedPortToLag > portToLag_;
+   Velto::Ptr< Qon::MergedVlanMappingConfig > merged_;
+   Velto::Ptr< Qon::SourceVlanMappingStatusDir > status_;
+   Velto::Ptr< Qon::VlanMapping::VlanMappingSm2 > second_;
+   Velto::Ptr< Velto::Node > follower_;
+   Kiv::Listener< Qon::QonCommonSmData::portToLagAttr > portToLagHeard_;
+};
+
+} // namespace QonAgent

@@ -1,0 +1,213 @@
+// What the console shows of VLAN mapping.
+
+#include "agent/features/Arguments.h"
+#include "agent/features/VlanMappingFeature.h"
+
+namespace QonAgent {
+
+using Ulnet::IntfId;
+
+namespace {
+
+using Outcome = Qon::VlanMappingSm::Outcome;
+using Qon::QonVlanMappingSource;
+using Source2 = Qon::VlanMappingConfigSource;
+using Status = QonTypes::TableAddStatus;
+
+/** "10", or "10 inner 20". */
+String
+text( U16 vlan, U16 inner ) {
+   return Kiv::toText( vlan ) +
+          ( inner && inner != Qon::nativeInnerVlan ? " inner " + Kiv::toText( inner ) : "" );
+}
+
+const char *
+text( Status status ) {
+   switch ( status ) {
+   case Status::success:
+      return "programmed";
+   case Status::notNow:
+      return "cannot be programmed now";
+   case Status::full:
+      return "table full";
+   case Status::failed:
+      return "refused by the chip";
+   case Status::handedOver:
+      return "chip not done";
+   }
+   return "";
+}
+
+} // namespace
+
+/** All that is wanted, by name of interface. */
+std::vector< VlanMappingFeature::Wish >
+VlanMappingFeature::wishes() const {
+   std::vector< Wish > all;
+   auto take = [&]( const Bridging::VlanXlateIntfConfig & config, bool flow ) {
+      for ( Direction d : Bridging::vlanMappingDirections ) {
+         for ( auto && [key, mapping] : config.vlanXlateIteratorConst( d ) ) {
+            all.push_back( { config.intf(), d, key, mapping, flow, false } );
+         }
+      }
+   };
+   for ( auto && [intf, config] : config_->switchIntfConfigIteratorConst() ) {
+      take( *config, false );
+      for ( Direction d : Bridging::vlanMappingDirections ) {
+         if ( const auto vlan = config->nativeVlan( d ); !vlan.isNone() ) {
+            all.push_back( { intf, d, { vlan.value(), 0 }, { vlan.value(), 0 }, false, true } );
+         }
+      }
+   }
+   for ( auto && [intf, config] : flow_->vlanXlateIntfConfigIteratorConst() ) {
+      take( *config, true );
+   }
+   std::stable_sort( all.begin(), all.end(),
+                     []( const Wish & a, const Wish & b ) { return a.intf < b.intf; } );
+   return all;
+}
+
+std::pair< String, String >
+VlanMappingFeature::firstOutcome( const Wish & wish ) const {
+   const Key key = wish.native ? Key( wish.key.vlanId(), Qon::nativeInnerVlan ) : wish.key;
+   const auto source =
+         wish.flow ? QonVlanMappingSource::Steerline : QonVlanMappingSource::BriselCli;
+   const auto other = wish.flow ? QonVlanMappingSource::BriselCli : QonVlanMappingSource::Steerline;
+   switch ( first_->outcome( wish.intf, wish.direction, key, source ) ) {
+   case Outcome::unwanted:
+      return { "", "out of range" };
+   case Outcome::conflict:
+      return { shownSource( other ), String( "in use by " ) + shownSource( other ) };
+   case Outcome::givenUp:
+      return { "", "table full or refused" };
+   case Outcome::resting:
+      return { shownSource( source ), "no port to be programmed on" };
+   case Outcome::waiting:
+      return { shownSource( source ), text( Status::notNow ) };
+   case Outcome::handedOver:
+      return { shownSource( source ), text( Status::handedOver ) };
+   case Outcome::programmed:
+      return { shownSource( source ), "" };
+   }
+   return {};
+}
+
+std::pair< String, String >
+VlanMappingFeature::secondOutcome( const Wish & wish ) const {
+   const auto source = wish.flow     ? Source2::flow
+                       : wish.native ? Source2::nativeVlan
+                                     : Source2::bridging;
+   const auto key = Qon::QonVlanMappingKey::of( wish.direction, wish.key );
+   auto merged = merged_->intfVlanMappingConfig( wish.intf );
+   const auto config = config_->switchIntfConfig( wish.intf );
+   if ( !config ||
+        config->switchportMode() != Qon::vlanMappingConfigSourceActiveSwitchportMode( source ) ) {
+      return { "", "not in this mode of the interface" };
+   }
+   if ( !merged || !merged->vlanMappingConfigHas( key ) ) {
+      return { "", "not merged" };
+   }
+   const auto owner = merged->vlanMappingConfig( key ).source();
+   if ( owner != source ) {
+      return { shownSource( owner ), String( "in use by " ) + shownSource( owner ) };
+   }
+   const auto result = second_->platformStatusSm()->resultOf( wish.intf, key );
+   return { shownSource( owner ), !result                      ? "no port to be programmed on"
+                                  : *result == Status::success ? ""
+                                                               : text( *result ) };
+}
+
+std::pair< String, String >
+VlanMappingFeature::outcome( const Wish & wish ) const {
+   return first_ ? firstOutcome( wish ) : secondOutcome( wish );
+}
+
+Row
+VlanMappingFeature::row( const Wish & wish ) const {
+   const auto [owner, why] = outcome( wish );
+   Row row = { { "interface", agent_.names().spelling( wish.intf ) },
+               { "direction", Kiv::toText( wish.direction ) },
+               { "vlan", text( wish.key.vlanId(), wish.key.innerVlanId() ) },
+               { "mapped", text( wish.mapping.vlanId(), wish.mapping.innerVlanId() ) },
+               { "native", yesNo( wish.native ) },
+               { "source", wish.flow ? "flow" : "cli" },
+               { "owner", owner },
+               { "programmed", yesNo( why.empty() ) },
+               { "reason", why } };
+   auto since = since_.find( { wish.intf, wish.direction, wish.key.vlanId(), wish.key.innerVlanId(),
+                               wish.flow, wish.native } );
+   if ( since != since_.end() ) {
+      row.set( "since", Kiv::now() - since->second );
+   }
+   if ( first_ && why == text( Status::notNow ) && !first_->clock()->idle() ) {
+      row.set( "retry", first_->clock()->time() - Kiv::now() );
+   }
+   return row;
+}
+
+Rows
+VlanMappingFeature::mappings( Arguments arguments ) const {
+   if ( !part_ || ( !first_ && !follower_ ) ) {
+      notServed( agent_, "VLAN mapping" );
+   }
+   for ( auto & wish : wishes() ) {
+      if ( !arguments.has( 0 ) || wish.intf == arguments.intf( 0 ) ) {
+         co_yield row( wish );
+      }
+   }
+}
+
+Rows
+VlanMappingFeature::hardware( Arguments arguments ) const {
+   const auto held = part_ ? part_->translations() : std::nullopt;
+   if ( !held ) {
+      notServed( agent_, "the reading of VLAN mappings" );
+   }
+   for ( auto & entry : *held ) {
+      if ( !arguments.has( 0 ) || entry.first.second.portId() == arguments.intf( 0 ) ) {
+         co_yield heldRow( entry.first, entry.second );
+      }
+   }
+}
+
+Row
+VlanMappingFeature::heldRow( const QonChip::HeldTranslationKey & name,
+                             const Mapping & mapping ) const {
+   auto & [d, key] = name;
+   return { { "interface", agent_.names().spelling( key.portId() ) },
+            { "direction", Kiv::toText( d ) },
+            { "vlan", text( key.vlanId(), key.innerVlanId() ) },
+            { "mapped", text( mapping.vlanId(), mapping.innerVlanId() ) },
+            { "native", yesNo( Qon::isNative( key.key() ) ) } };
+}
+
+std::vector< ShowCommand >
+VlanMappingFeature::showCommands() {
+   const Column intf = { "interface", "Interface" }, dir = { "direction", "Direction" },
+                vlan = { "vlan", "VLAN" }, mapped = { "mapped", "Mapped to" },
+                native = { "native", "Native" };
+   const Argument only =
+         intfArgument( "INTERFACE", "interface", []( IntfId intf ) { return bool( intf ); } );
+   return { { "vlan-mapping",
+              "VLAN translations as they are wanted, who owns each, and what became of it",
+              { only },
+              { intf,
+                dir,
+                vlan,
+                mapped,
+                native,
+                { "source", "Wanted by" },
+                { "owner", "Owner" },
+                { "programmed", "Programmed" },
+                { "reason", "Why not" },
+                { "since", "Since s", true },
+                { "retry", "Retry in s", true } },
+              [this]( auto & arguments ) { return mappings( arguments ); } },
+            { "hw vlan-mapping",
+              "the translations of each port in the chip",
+              { only },
+              { intf, dir, vlan, mapped, native },
+              [this]( auto & arguments ) { return hardware( arguments ); } } };
+}
+
+} // namespace QonAgent

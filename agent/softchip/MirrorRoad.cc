@@ -1,0 +1,53 @@
+// Mirror sessions on the road of a frame: copies of what came in, and of what leaves.
+
+#include "agent/softchip/Chip.h"
+#include "agent/softchip/MirrorPart.h"
+#include "agent/softchip/Stages.h"
+
+namespace SoftChip {
+
+namespace {
+
+using Mirroring::TunnelType;
+
+/** The copies of one frame that passes `port` in that direction; what they are, in words. */
+String
+mirrored( const Chip & chip, IntfId port, Mirroring::Direction direction,
+          Bridging::VlanIdOrNone tag, std::vector< Copy > & copies ) {
+   String what;
+   for ( auto & [name, session] : chip.of< MirrorPart >().table().sessions() ) {
+      auto source = session.sources.find( port );
+      // What a filter takes, the road does not know.
+      if ( source == session.sources.end() || session.attributes.portMirroringDisabled() ||
+           source->second.filter != MirrorTable::Source::Filter::none ||
+           !Mirroring::has( source->second.direction, direction ) ) {
+         continue;
+      }
+      what += ( what.empty() ? "" : "; " ) + name + ":";
+      for ( auto & [target, none] : session.targets ) {
+         copies.push_back( { target, tag } );
+         what += " by " + target.stringValue();
+      }
+      if ( session.tunnel.type() != TunnelType::none && session.resolution.intf() ) {
+         copies.push_back( { session.resolution.intf(), session.resolution.vlan() } );
+         what += " into the tunnel by " + session.resolution.intf().stringValue();
+      }
+   }
+   return what;
+}
+
+} // namespace
+
+Verdict
+passMirror( const Chip & chip, Travel & travel ) {
+   return { true, mirrored( chip, travel.frame.port, Mirroring::Direction::rx, travel.frame.vlan,
+                            travel.mirrored ) };
+}
+
+Verdict
+passMirrorOut( const Chip & chip, const Travel &, Way & way ) {
+   return { true,
+            mirrored( chip, way.copy.port, Mirroring::Direction::tx, way.copy.tag, way.mirrored ) };
+}
+
+} // namespace SoftChip

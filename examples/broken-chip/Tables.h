@@ -1,0 +1,50 @@
+#pragma once
+// What the chip holds, and what can be wrong with it.
+
+#include <memory>
+
+#include "Later.h"
+#include "chip/AclPart.h"
+#include "chip/LagPart.h"
+#include "chip/MacPart.h"
+#include "chip/MirrorPart.h"
+#include "chip/StormControlPart.h"
+#include "chip/TopologyPart.h"
+#include "chip/VlanMappingPart.h"
+#include "chip/VlanPart.h"
+
+namespace Chip {
+
+using Ulnet::IntfId;
+using Velto::Ptr;
+using Velto::String;
+
+/** The faults that can be planted. */
+struct Faults {
+   bool lostAnswer = false;     ///< removing a host that is not there is never answered
+   bool fullAborts = false;     ///< a full host table is taken for impossible
+   bool earlyDone = false;      ///< port states are reported done when they are queued
+   bool staleFlags = false;     ///< a member that is there already never changes its flags
+   bool tidyDestructor = false; ///< the destructor of the VLAN helper clears the VLAN table
+   bool keptPort = false;       ///< an access list stays on a port that it is taken off
+   bool keptMapping = false;    ///< a translation that is there already keeps its mapping
+   bool keptLevel = false;      ///< no limit is taken for nothing new: the one before stays
+   bool oneDestination = false; ///< of several destinations to remove only the first one goes
+};
+
+/** What the chip holds. */
+struct Tables {
+   static constexpr std::size_t hostRoom = 1024, topoRoom = 16, lagRoom = 16, memberRoom = 8,
+                                mirrorRoom = 4, translationRoom = 512, ruleRoom = 32768;
+
+   QonChip::HeldHosts hosts;
+   QonChip::HeldTopologies topologies;
+   QonChip::HeldVlans vlans;
+   QonChip::HeldGroups lags;
+   QonChip::HeldMirrors mirrors;
+   QonChip::HeldAcls acls;
+   QonChip::HeldStormControl storm;
+   QonChip::HeldTranslations translations;
+};
+
+} // namespace Chip
