@@ -1,6 +1,7 @@
 // What the chip shall hold of mirror sessions, from the configuration alone.
 
 #include <algorithm>
+#include <array>
 
 #include "simulation/SimMirror.h"
 #include "simulation/World.h"
@@ -136,10 +137,10 @@ String
 SimMirror::checkGroups() const {
    auto & acsd = *world_.acsd;
    const U32 most = table_.sessionsAtMost();
-   std::map< U32, U32 > uses;
+   std::array< U32, 256 > uses{};
    bool waits = false;
-   for ( U32 n = 0; n < 256; ++n ) {
-      uses[n] += acsd.freeMirrorSessionHas( U8( n ) );
+   for ( U32 n = 0; n < uses.size(); ++n ) {
+      uses[n] = acsd.freeMirrorSessionHas( U8( n ) );
    }
    for ( auto && [name, config] : config_->sessionIteratorConst() ) {
       if ( acsd.mirrorSessionNameToIdHas( name ) ) {
@@ -154,7 +155,8 @@ SimMirror::checkGroups() const {
       }
    }
    U32 free = 0;
-   for ( auto & [group, count] : uses ) {
+   for ( U32 group = 0; group < uses.size(); ++group ) {
+      const U32 count = uses[group];
       free += acsd.freeMirrorSessionHas( U8( group ) );
       const bool owned = capability_->agentFillsPool() ? count == 1 : count == ( group < most );
       if ( count > 1 || ( group < most && !owned && !capability_->agentFillsPool() ) ) {

@@ -293,10 +293,20 @@ QonStormControlSmV2::tellBcastSkip( IntfId intf, bool skip ) {
 }
 
 /** Between a version and the chip's answer nobody knows of which levels the drops are. */
-bool
-QonStormControlSmV2::mayCopy( const StormControlIntfSm & machine ) const {
+std::optional< StormControl::AllDrops >
+QonStormControlSmV2::dropsOf( const StormControlIntfSm & machine ) const {
+   const auto slices = StormControlBaseSm::dropsOf( machine );
+   if ( !StormControl::isPort( machine.intf() ) ) {
+      return slices;
+   }
    auto sm = intfStatusSms_.sm( machine.intf() );
-   return !StormControl::isPort( machine.intf() ) || ( sm && sm->current() );
+   if ( !sm || !sm->current() ) {
+      return {};
+   }
+   constexpr U32 byPort = ~0U; // no slice reports it: the port's own counters
+   return slices && slices->reporters()
+                ? *slices
+                : StormControl::AllDrops( sm->platformIntfStatus()->drops(), byPort );
 }
 
 // --- Traffic classes -----------------------------------------------------------------------------

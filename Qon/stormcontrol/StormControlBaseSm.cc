@@ -457,6 +457,14 @@ StormControlBaseSm::reviewBcastSkip( IntfId intf, bool skip ) {
    }
 }
 
+std::optional< StormControl::AllDrops >
+StormControlBaseSm::dropsOf( const StormControlIntfSm & machine ) const {
+   if ( !dropStatus() ) {
+      return {};
+   }
+   return dropStatus()->allIntfStatus( machine.intf() );
+}
+
 Velto::Ptr< IntfStatus >
 StormControlBaseSm::statusIs( IntfId intf ) const {
    return status()->intfStatusIs( intf );

@@ -107,21 +107,21 @@ StormControlIntfSm::handleTime() {
                  " returning as intfStatus is empty " ); // fixed text
       return;
    }
-   if ( !owner_->dropStatus() || !owner_->mayCopy( *this ) ) {
+   const auto now = owner_->dropsOf( *this );
+   if ( !now ) {
       return;
    }
    const Velto::Hold alive( this ), ownerAlive( owner_ );
-   const StormControl::AllDrops now = owner_->dropStatus()->allIntfStatus( intf_ );
-   const bool comparable = now.reporters() == reporters_;
+   const bool comparable = now->reporters() == reporters_;
    if ( !comparable ) {
       status->dropsComparableIs( false );
    }
-   const StormControl::Drops & drops = now.drops();
+   const StormControl::Drops & drops = now->drops();
 #define COPY( name ) status->name##Is( drops.name() );
    STORM_CONTROL_DROPS( COPY )
 #undef COPY
    if ( !comparable ) {
-      reporters_ = now.reporters();
+      reporters_ = now->reporters();
       status->dropsComparableIs( true );
    }
 }

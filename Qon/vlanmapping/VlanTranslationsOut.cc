@@ -274,15 +274,15 @@ VlanTranslations::verify() const {
    }
 }
 
+/** What is wrong with an entry, to be said behind its name. */
 String
 VlanTranslations::checkEntry( IntfId intf, const Interface & i, Direction d, Key key,
                               const Entry & e ) const {
-   const String name = nameOf( d, PortVlanKey::of( intf, key ) );
    const IntfId ruler = i.ruler ? i.ruler : intf;
    if ( e.state != State::none ) {
       auto owned = find( ruler, d, key );
       if ( !owned || owned->owner != e.heldFor || !( owned->mapping == e.held ) ) {
-         return name + " holds what its owner does not want";
+         return " holds what its owner does not want";
       }
    }
    if ( e.owner == Source::None ) {
@@ -290,16 +290,16 @@ VlanTranslations::checkEntry( IntfId intf, const Interface & i, Direction d, Key
    }
    auto wanted = wish( i, d, key, e.owner );
    if ( !wanted || !( *wanted == e.mapping ) ) {
-      return name + " is owned, and not wanted";
+      return " is owned, and not wanted";
    }
    if ( i.givenUp.has( { key, d, e.owner } ) ) {
-      return name + " is owned by a source that has given it up";
+      return " is owned by a source that has given it up";
    }
    for ( IntfId port : targets( intf, i, isLag( intf ) ) ) {
       auto held = find( port, d, key );
       if ( ( !held || held->state == State::none ) &&
            !delayed_[U8( d )].has( PortVlanKey::of( intf, key ) ) ) {
-         return name + " was never tried on " + port.stringValue();
+         return " was never tried on " + port.stringValue();
       }
    }
    return "";
@@ -315,7 +315,7 @@ VlanTranslations::checkInterface( IntfId intf, const Interface & i ) const {
    for ( Direction d : Bridging::vlanMappingDirections ) {
       for ( auto && [key, e] : i.entries[U8( d )] ) {
          if ( String wrong = checkEntry( intf, i, d, key, e ); !wrong.empty() ) {
-            return wrong;
+            return nameOf( d, PortVlanKey::of( intf, key ) ) + wrong;
          }
       }
       for ( Source source : qonVlanMappingSources ) {

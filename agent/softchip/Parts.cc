@@ -8,7 +8,8 @@
    one( addVlanMappingPart ) \
    one( addLagPart )      \
    one( addStormControlPart ) \
-   one( addMirrorPart )
+   one( addMirrorPart ) \
+   one( addAclPart )
 // clang-format on
 
 #include "agent/softchip/Chip.h"

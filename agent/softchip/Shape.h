@@ -1,6 +1,7 @@
 #pragma once
 // What kind of chip the chip in software is, and how large: the sizes of all its tables.
 
+#include "agent/softchip/AclTable.h"
 #include "agent/softchip/ChipKind.h"
 #include "agent/softchip/HostTable.h"
 #include "agent/softchip/LagTable.h"
@@ -18,6 +19,7 @@ struct Shape {
    StormShape storm = {};
    VlanMappingShape vlanMapping = {};
    MirrorLimits mirrors = {};
+   AclLimits acls = {};
    Kiv::Seconds latency = 0; ///< see Chip::latencyIs()
 };
 

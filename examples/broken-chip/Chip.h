@@ -4,13 +4,14 @@
 //
 //    library -> ChipMac, ChipTopo, ChipVlan, ChipLag -> (a little later) -> Tables
 //                                                                        -> done, to the library
-//            -> ChipStorm (Storm.h), ChipVlanMapping (VlanMapping.h), ChipMirror (Mirror.h) -> at once
-//                                                                        -> Tables
+//            -> ChipStorm (Storm.h), ChipVlanMapping (VlanMapping.h), ChipMirror (Mirror.h),
+//               ChipAcl (Acl.h)                                          -> at once -> Tables
 //    SmallChip: Tables, and a part for each feature, which reads them back
 //
 // Each hook class can be told to have one fault, as a developer might make it. The tables stand in
 // the chip, which outlives the hook objects: they point to it without owning it.
 
+#include "Acl.h"
 #include "Mirror.h"
 #include "Storm.h"
 #include "VlanMapping.h"
@@ -250,7 +251,7 @@ class ChipLag : public Velto::Node {
 
 /** The chip as an agent and the kit see it; made of these hook classes or of others. */
 template< class Mac = ChipMac, class Topo = ChipTopo, class Vlan = ChipVlan, class Lag = ChipLag,
-          class Mirror = ChipMirror >
+          class Mirror = ChipMirror, class Acl = ChipAcl >
 class SmallChip : public QonChip::Chip,
                   QonChip::MacPart,
                   QonChip::TopologyPart,
@@ -258,7 +259,8 @@ class SmallChip : public QonChip::Chip,
                   QonChip::LagPart,
                   QonChip::StormControlPart,
                   QonChip::VlanMappingPart,
-                  QonChip::MirrorPart {
+                  QonChip::MirrorPart,
+                  QonChip::AclPart {
  public:
    explicit SmallChip( Kiv::TaskScheduler & scheduler, Faults faults = {} )
        : faults_( faults ), wheel_( scheduler.timerWheel() ) {
@@ -269,6 +271,7 @@ class SmallChip : public QonChip::Chip,
       add< QonChip::LagPart >( *this );
       add< QonChip::StormControlPart >( *this );
       add< QonChip::MirrorPart >( *this );
+      add< QonChip::AclPart >( *this );
    }
    String name() const override { return "small"; }
 
@@ -324,6 +327,11 @@ class SmallChip : public QonChip::Chip,
       return Velto::make< Mirror >( tables_, faults_, capability, status );
    }
    std::optional< QonChip::HeldMirrors > mirrors() const override { return tables_.mirrors; }
+
+   Ptr< QonHelper::AclHelper > makeAclHelper() override {
+      return Velto::make< Acl >( tables_, faults_ );
+   }
+   std::optional< QonChip::HeldAcls > acls() const override { return tables_.acls; }
 
    Faults faults_;
    Kiv::TimerWheel * wheel_;

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "Later.h"
+#include "chip/AclPart.h"
 #include "chip/LagPart.h"
 #include "chip/MacPart.h"
 #include "chip/MirrorPart.h"
@@ -25,6 +26,7 @@ struct Faults {
    bool earlyDone = false;      ///< port states are reported done when they are queued
    bool staleFlags = false;     ///< a member that is there already never changes its flags
    bool tidyDestructor = false; ///< the destructor of the VLAN helper clears the VLAN table
+   bool keptPort = false;       ///< an access list stays on a port that it is taken off
    bool keptMapping = false;    ///< a translation that is there already keeps its mapping
    bool keptLevel = false;      ///< no limit is taken for nothing new: the one before stays
    bool oneDestination = false; ///< of several destinations to remove only the first one goes
@@ -33,13 +35,14 @@ struct Faults {
 /** What the chip holds. */
 struct Tables {
    static constexpr std::size_t hostRoom = 1024, topoRoom = 16, lagRoom = 16, memberRoom = 8,
-                                mirrorRoom = 4, translationRoom = 512;
+                                mirrorRoom = 4, translationRoom = 512, ruleRoom = 32768;
 
    QonChip::HeldHosts hosts;
    QonChip::HeldTopologies topologies;
    QonChip::HeldVlans vlans;
    QonChip::HeldGroups lags;
    QonChip::HeldMirrors mirrors;
+   QonChip::HeldAcls acls;
    QonChip::HeldStormControl storm;
    QonChip::HeldTranslations translations;
 };

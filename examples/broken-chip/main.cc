@@ -22,6 +22,7 @@ constexpr NamedFault named[] = {
       { "stale-flags", &Faults::staleFlags },
       { "tidy-destructor", &Faults::tidyDestructor },
       { "kept-level", &Faults::keptLevel },
+      { "kept-port", &Faults::keptPort },
       { "kept-mapping", &Faults::keptMapping },
       { "one-destination", &Faults::oneDestination },
 };

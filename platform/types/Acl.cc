@@ -5,3 +5,7 @@
 KIV_DEFINE( Acl::AclConfig )
 KIV_DEFINE( Acl::TypeConfig )
 KIV_DEFINE( Acl::Config )
+KIV_DEFINE( Acl::DirectionIntfConfig )
+KIV_DEFINE( Acl::TypeIntfConfig )
+KIV_DEFINE( Acl::IntfConfig )
+KIV_DEFINE( Acl::ParamConfig )

@@ -85,8 +85,13 @@ inline constexpr char mirroringStatus[] = "mirroring/status";             // Mir
 inline constexpr char mirroringHwCapability[] = "mirroring/hwcapability"; // Mirroring::HwCapability
 inline constexpr char hardwareMirroringStatus[] =
       "hardware/mirroring/status";                      // Mirroring::HwStatus
-inline constexpr char aclConfig[] = "acl/config";       // Acl::Config
 inline constexpr char tunnelStatus[] = "tunnel/status"; // Tunnel::Status
+
+// Access lists
+inline constexpr char aclConfig[] = "acl/config";                   // Acl::Config
+inline constexpr char aclIntfConfig[] = "acl/intf/config";          // Acl::IntfConfig
+inline constexpr char aclParamConfig[] = "acl/param/config";        // Acl::ParamConfig
+inline constexpr char subIntfConfig[] = "interface/config/subintf"; // Interface::SubIntfConfigDir
 
 // The platform
 inline constexpr char hwEpochStatus[] = "hwEpoch/status"; // HwEpoch::Status

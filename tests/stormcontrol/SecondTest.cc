@@ -169,6 +169,30 @@ TEST_F( StormSecond, CountersWaitForTheVersionOfTheMoment ) {
    EXPECT_EQ( statusOf( eth( 1 ) )->broadcastDrop(), 10u );
 }
 
+TEST_F( StormSecond, AChipThatCountsByPortNeedsNoSlices ) {
+   config->counterPeriodIs( 2 );
+   start();
+   broadcast( eth( 1 ), 100 );
+   answer( 1, version( 1 ) );
+   const Ptr platform( platformStatus->platformIntfStatus( eth( 1 ) ) );
+   auto drops = [&]( U64 count ) {
+      Qon::StormControl::Drops dropped;
+      dropped.broadcastDropIs( count );
+      platform->dropsIs( dropped );
+      scheduler.runFor( 2 );
+      return statusOf( eth( 1 ) )->broadcastDrop();
+   };
+   EXPECT_EQ( drops( 9 ), 9u );
+   broadcast( eth( 1 ), 200 );
+   EXPECT_EQ( drops( 10 ), 9u ) << "of an older version";
+   answer( 1, version( 1 ) );
+   EXPECT_EQ( drops( 1ull << 40 ), 1ull << 40 );
+   Qon::StormControl::Drops sum;
+   sum.broadcastDropIs( 7 );
+   this->drops->allIntfStatusIs( eth( 1 ), Qon::StormControl::AllDrops( sum, 1 ) );
+   EXPECT_EQ( drops( 20 ), 7u ) << "where slices report, they alone";
+}
+
 TEST_F( StormSecond, AHookThatRaisesIsCalledOnceMore ) {
    start();
    U32 raises = 1;

@@ -85,7 +85,7 @@ class QonCommonSmData : public Kiv::Entity {
    // --- Interfaces --------------------------------------------------------------------------------
 
    // The ports that the agent manages; empty is every port. Writer: hosting agent.
-   // Readers: LagSm, StormControlBaseSm.
+   // Readers: LagSm, StormControlBaseSm, AclSm.
    KIV_MAP( Ulnet::IntfId, bool, intf )
    // At least so many ports come; who needs all of them waits. Writer: hosting agent.
    KIV_ATTR( U16, minIntfs, 0 )
@@ -135,7 +135,7 @@ class QonCommonSmData : public Kiv::Entity {
 
    // --- VLANs -------------------------------------------------------------------------------------
 
-   // The VLAN that stands for a routed port. Writer: hosting agent.
+   // The VLAN that stands for a routed port. Writer: hosting agent. Readers: AclSm.
    KIV_MAP( Ulnet::IntfId, U32, internalVlan )
    // Routing facts of each VLAN. Writer: hosting agent.
    KIV_ENTITIES( Bridging::VlanId, VlanStatus, vlanStatus )

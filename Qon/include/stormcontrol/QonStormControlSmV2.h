@@ -119,7 +119,8 @@ class QonStormControlSmV2 : public StormControlBaseSm {
    void reviewTcReport( U8 trafficClass ) override;
    void tellBcastSkip( IntfId intf, bool skip ) override;
    bool has( const LevelKind & kind ) const override { return !kind.cpu; }
-   bool mayCopy( const StormControlIntfSm & machine ) const override;
+   std::optional< StormControl::AllDrops >
+   dropsOf( const StormControlIntfSm & machine ) const override;
    std::vector< U8 > programmedClasses() const override;
 
    void publish( IntfId intf, const StormControlIntfSm & machine, const Want & want );

@@ -27,6 +27,7 @@
 // lagToPort; writes none of them.
 
 #include <array>
+#include <optional>
 
 #include "Qon/include/framework/SmCollection.h"
 #include "Qon/include/framework/WorkQueue.h"
@@ -255,8 +256,9 @@ class StormControlBaseSm : public QonBaseSm, public Checked {
    virtual void reviewBurst() {}
    /** Whether the generation programs the level at all. */
    virtual bool has( const LevelKind & kind ) const = 0;
-   /** Whether counters may be written to the status of the machine now. */
-   virtual bool mayCopy( const StormControlIntfSm & ) const { return true; }
+   /** What was dropped on the machine's interface; nothing if that cannot be said now. */
+   virtual std::optional< StormControl::AllDrops >
+   dropsOf( const StormControlIntfSm & machine ) const;
    /** The keys of what was programmed for traffic classes. */
    virtual std::vector< U8 > programmedClasses() const = 0;
    /** @} */

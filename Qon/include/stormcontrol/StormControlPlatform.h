@@ -52,6 +52,7 @@ class PlatformConfig : public Kiv::Entity {
 class PlatformIntfStatus : public Kiv::Entity {
    KIV_BODY( PlatformIntfStatus, Kiv::Entity )
    KIV_MAP( LevelType, QonTypes::TableAddStatus, result ) // of each level; none is success
+   KIV_ATTR( Drops, drops ) // where no slice reports the port: of a chip that counts by port
    KIV_ATTR( U32, versionId, 0 )
  public:
    explicit PlatformIntfStatus( const Ulnet::IntfId & intf ) : intfId_( intf ) {}

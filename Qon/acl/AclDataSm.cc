@@ -1,0 +1,482 @@
+#include "Qon/include/acl/AclDataSm.h"
+
+#include "Qon/acl/AclTrace.h"
+#include "Qon/include/acl/QonAclSm.h"
+#include "Qon/include/framework/HookTap.h"
+
+namespace Qon {
+
+using Ulnet::IntfId;
+
+// What the hardware tells
+
+AclDataStatusSm::AclDataStatusSm( AclDataSm * dataSm, Velto::Ptr< AclDataStatus > status )
+    : dataSm_( dataSm ), status_( std::move( status ) ) {}
+
+void
+AclDataStatusSm::handleInitialized() {
+   unitErrorWatch_.attach( this, initialized() ? status_.ptr() : nullptr );
+}
+
+void
+AclDataStatusSm::handleUnitError( const String & unit ) {
+   if ( status_->unitErrorHas( unit ) ) {
+      doSetHwStatus( unit, status_->unitError( unit ) );
+   }
+}
+
+void
+AclDataStatusSm::doSetHwStatus( const String & unit, AclCreateError error ) const {
+   if ( error == AclCreateError::success ) {
+      QON_TRACE( aclFacility, 4, "Succeeded install on ", unit ); // fixed text
+   } else {
+      QON_TRACE( aclFacility, 2, "Error on unit ", unit, " creating ", dataSm_->aclName(), ": ",
+                 Kiv::toText( error ) ); // fixed text
+   }
+}
+
+// What is wanted
+
+AclDataSm::AclDataSm( AclSm * aclSm, Acl::AclType type, const String & aclName, const AclKey & key,
+                      Velto::Ptr< AclNumbers > numbers )
+    : aclSm_( aclSm ), type_( type ), aclName_( aclName ), key_( key ),
+      numbers_( std::move( numbers ) ), data_( Velto::make< AclData >( key ) ),
+      status_( Velto::make< AclDataStatus >( key ) ),
+      statusSm_( smIs< AclDataStatusSm >( this, status_ ) ) {
+   statusSm_->initializedIs( true );
+   aclSm_->instanceIs( this, true );
+}
+
+AclDataSm::~AclDataSm() {
+   if ( aclSm_ ) {
+      aclSm_->instanceIs( this, false );
+   }
+}
+
+void
+AclDataSm::kivDoZombieReactors() {
+   QonBaseSm::kivDoZombieReactors();
+   statusSm_->kivDoZombieReactors();
+}
+
+void
+AclDataSm::touch( const AclIntfUse & use ) {
+   touched_.emplace( use );
+   aclSm_->changed( this );
+}
+
+void
+AclDataSm::useIs( const AclIntfUse & use, bool active ) {
+   if ( active ? !wanted_.emplace( use ).second : !wanted_.erase( use ) ) {
+      return;
+   }
+   if ( !active && applied_.has( use ) ) {
+      again_.emplace( use );
+   }
+   touch( use );
+   if ( use.lagMember() ) {
+      countMember( use.lagMember(), active );
+   }
+}
+
+void
+AclDataSm::countMember( IntfId member, bool joins ) {
+   U32 & count = *members_.emplace( member, 0u ).first;
+   count += joins ? 1 : -1;
+   if ( count == 0 ) {
+      members_.erase( member );
+      data_->activeLagSubIntfMembersDel( member );
+   } else if ( joins && count == 1 ) {
+      data_->activeLagSubIntfMembersIs( member );
+   }
+}
+
+bool
+AclDataSm::pairIs( const IntfPairKey & pair, const std::vector< IntfId > & members ) {
+   const Velto::Hold alive( this );
+   Velto::FirstError error;
+   const bool fresh = pairs_.emplace( pair ).second;
+   const bool onLag =
+         Ulnet::SubIntfId::isSubIntfId( pair.intfId() ) &&
+         Ulnet::PortChannelIntfId::isPortChannelIntfId( Ulnet::SubIntfId::parent( pair.intfId() ) );
+   if ( onLag ) {
+      const auto before = std::exchange( *pairs_.find( pair ), members );
+      auto use = [&]( IntfId member, bool active ) {
+         error.run( [&] { useIs( AclIntfUse( pair, member ), active ); } );
+      };
+      reconcile< IntfId >(
+            before, members, [&]( IntfId m ) { use( m, false ); },
+            [&]( IntfId m ) { use( m, true ); } );
+   } else {
+      useIs( AclIntfUse( pair, IntfId() ), true );
+   }
+   if ( fresh ) {
+      aclSm_->changed( this );
+      error.run( [&] { data_->activeIntfsIs( pairs_.size() ); } );
+   }
+   error.pass();
+   return fresh;
+}
+
+bool
+AclDataSm::pairDel( const IntfPairKey & pair ) {
+   const Velto::Hold alive( this );
+   const auto members = pairs_.take( pair );
+   if ( !members ) {
+      return false;
+   }
+   aclSm_->changed( this );
+   Velto::FirstError error;
+   for ( IntfId member : *members ) {
+      error.run( [&] { useIs( AclIntfUse( pair, member ), false ); } );
+   }
+   useIs( AclIntfUse( pair, IntfId() ), false ); // of one that no port-channel carries
+   error.run( [&] { data_->activeIntfsIs( pairs_.size() ); } );
+   error.pass();
+   return true;
+}
+
+void
+AclDataSm::rulesChanged() {
+   aclSm_->changed( this );
+   data_->dirtyIs( true );
+}
+
+void
+AclDataSm::retire() {
+   const Velto::Hold alive( this );
+   retired_ = true;
+   aclSm_->changed( this );
+   Velto::FirstError error;
+   for ( auto && entry : keysOf< IntfPairKey >( pairs_ ) ) {
+      error.run( [&] { pairDel( entry.key ); } );
+   }
+   error.pass();
+}
+
+// The steps of a pass
+
+bool
+AclDataSm::begin() {
+   busy_ = true;
+   round_ = std::move( touched_ );
+   roundAgain_ = std::move( again_ );
+   touched_ = {};
+   again_ = {};
+   if ( unwanted() ) {
+      remake_ = true;
+      return true;
+   }
+   auto configSm = aclSm_->aclConfigSm( type_, aclName_ );
+   VELTO_ASSERT( configSm != nullptr );
+   remake_ = std::exchange( force_, false ) || !committed_ || configSm->ruleSet() != rules_;
+   if ( !remake_ ) {
+      data_->dirtyIs( false ); // the rules are what they were
+   }
+   return remake_;
+}
+
+/** Blocks the interface of the pair, if some list applies to it afterwards too. */
+void
+AclDataSm::block( const IntfPairKey & pair ) {
+   auto direction = aclSm_->directionSm( type_, key_.direction() );
+   if ( !direction || !direction->intfActive( pair.intfId() ) ||
+        !blocks_.emplace( pair.intfId() ).second ) {
+      return;
+   }
+   if ( aclSm_->blockIs( this, pair.intfId(), true ) ) {
+      direction->intfRemovalWaitForBlockedIs( pair );
+   }
+}
+
+void
+AclDataSm::doBlockTraffic() {
+   const auto & uses = remake_ ? applied_ : round_;
+   std::vector< IntfPairKey > pairs;
+   for ( auto && entry : uses ) {
+      const AclIntfUse & use = entry.key;
+      if ( applied_.has( use ) && ( remake_ || !wanted( use ) || roundAgain_.has( use ) ) ) {
+         pairs.push_back( use.pair() );
+      }
+   }
+   for ( auto & pair : pairs ) {
+      block( pair );
+   }
+}
+
+AclOperation
+AclDataSm::operationNow() const {
+   return { type_, aclName_, key_, data_->aclNumber(), operation_, rules_ };
+}
+
+/** Remembers, then tells. */
+void
+AclDataSm::tellUse( const AclIntfUse & use, bool active ) {
+   if ( active ) {
+      applied_.emplace( use );
+   } else {
+      applied_.erase( use );
+   }
+   const AclOperation acl = operationNow();
+   QON_HOOK( AclHelper, aclSm_->aclHelper(), aclIntfIs, acl, use, active );
+}
+
+void
+AclDataSm::removeUses() {
+   if ( remake_ ) {
+      return;
+   }
+   Velto::FirstError error;
+   for ( auto && entry : round_ ) {
+      const AclIntfUse use = entry.key;
+      if ( applied_.has( use ) && ( !wanted( use ) || roundAgain_.has( use ) ) ) {
+         error.run( [&] { tellUse( use, false ); } );
+      }
+   }
+   error.pass();
+}
+
+void
+AclDataSm::uninstallAcl() {
+   if ( !remake_ ) {
+      return;
+   }
+   committed_ = prepared_ = false;
+   if ( !inHardware_ ) {
+      uninstallDone();
+      return;
+   }
+   operation_ = aclSm_->nextOperation();
+   const U64 operation = operation_;
+   uninstalling_ = true;
+   const bool async = aclSm_->aclHelper()->asyncAclConfig();
+   if ( async ) {
+      aclSm_->outstandingIs( this, operation );
+   }
+   try {
+      const AclOperation acl = operationNow();
+      QON_HOOK( AclHelper, aclSm_->aclHelper(), uninstallAcl, acl );
+   } catch ( ... ) {
+      aclSm_->outstandingDel( operation );
+      uninstalling_ = false;
+      throw;
+   }
+   if ( !async && uninstalling_ ) {
+      uninstallDone();
+   }
+}
+
+void
+AclDataSm::uninstallDone() {
+   uninstalling_ = inHardware_ = false;
+   applied_ = {};
+   if ( !unwanted() ) {
+      return;
+   }
+   waitsForNumber_ = false;
+   if ( data_->aclNumber() != aclNumberNone ) {
+      numbers_->push( data_->aclNumber() );
+      aclSm_->numberFreed();
+      data_->aclNumberIs( aclNumberNone );
+   }
+}
+
+bool
+AclDataSm::takeNumber() {
+   auto direction = aclSm_->directionSm( type_, key_.direction() );
+   VELTO_ASSERT( direction && direction->numbers() == numbers_ );
+   const AclCreateError result = direction->allocateAclNumber( aclName_, data() );
+   waitsForNumber_ = result != AclCreateError::success;
+   if ( waitsForNumber_ ) {
+      record( { { "", result } } );
+   }
+   return !waitsForNumber_;
+}
+
+void
+AclDataSm::prepareAcl() {
+   if ( !remake_ || unwanted() || inHardware_ || !takeNumber() ) {
+      return;
+   }
+   auto configSm = aclSm_->aclConfigSm( type_, aclName_ );
+   VELTO_ASSERT( configSm != nullptr );
+   rules_ = configSm->ruleSet();
+   operation_ = aclSm_->nextOperation();
+   const U64 operation = operation_;
+   inHardware_ = true;
+   data_->dirtyIs( false );
+   const bool async = aclSm_->aclHelper()->asyncAclConfig();
+   if ( async ) {
+      aclSm_->outstandingIs( this, operation );
+   }
+   AclUnitResults results;
+   try {
+      const AclOperation acl = operationNow();
+      results = QON_HOOK( AclHelper, aclSm_->aclHelper(), prepareAcl, acl );
+   } catch ( ... ) {
+      aclSm_->outstandingDel( operation );
+      throw;
+   }
+   if ( !async && operation == operation_ ) {
+      prepareDone( results );
+   }
+}
+
+void
+AclDataSm::prepareDone( const AclUnitResults & results ) {
+   prepared_ = true;
+   for ( auto & result : results ) {
+      prepared_ = prepared_ && result.error == AclCreateError::success;
+   }
+   record( results );
+}
+
+/** What the units say now, and nothing that they said before. */
+void
+AclDataSm::record( const AclUnitResults & results ) {
+   KeySet< String > units;
+   Velto::FirstError error;
+   for ( auto & result : results ) {
+      units.emplace( result.unit );
+      error.run( [&] { status_->unitErrorIs( result.unit, result.error ); } );
+   }
+   for ( auto && entry : keysOf< String >( status_->unitErrorIteratorConst() ) ) {
+      if ( !units.has( entry.key ) ) {
+         error.run( [&] { status_->unitErrorDel( entry.key ); } );
+      }
+   }
+   error.pass();
+}
+
+void
+AclDataSm::commitAcl() {
+   if ( !remake_ || !prepared_ || unwanted() || !inHardware_ ) {
+      return;
+   }
+   Velto::FirstError error;
+   for ( auto && entry : keysOf< AclIntfUse >( wanted_ ) ) {
+      error.run( [&] { tellUse( entry.key, true ); } );
+   }
+   AclUnitResults results;
+   error.run( [&] {
+      const AclOperation acl = operationNow();
+      results = QON_HOOK( AclHelper, aclSm_->aclHelper(), commitAcl, acl );
+      committed_ = inHardware_ && !unwanted();
+      for ( auto & result : results ) {
+         committed_ = committed_ && result.error == AclCreateError::success;
+      }
+   } );
+   if ( !results.empty() ) {
+      error.run( [&] { record( results ); } );
+   }
+   error.pass();
+}
+
+void
+AclDataSm::addUses() {
+   if ( remake_ || !committed_ ) {
+      return;
+   }
+   Velto::FirstError error;
+   for ( auto && entry : round_ ) {
+      const AclIntfUse use = entry.key;
+      if ( wanted( use ) && !applied_.has( use ) ) {
+         error.run( [&] { tellUse( use, true ); } );
+      }
+   }
+   error.pass();
+}
+
+void
+AclDataSm::doUnblockTraffic() {
+   Velto::FirstError error;
+   for ( auto && entry : keysOf< IntfId >( blocks_ ) ) {
+      error.run( [&] {
+         aclSm_->blockIs( this, entry.key, false );
+         blocks_.erase( entry.key );
+      } );
+   }
+   error.pass();
+}
+
+void
+AclDataSm::end() {
+   busy_ = remake_ = false;
+   round_ = {};
+   roundAgain_ = {};
+   raised_ = std::exchange( raisedNow_, false );
+   auto configSm = aclSm_->aclConfigSm( type_, aclName_ );
+   if ( unwanted() && !inHardware_ && data_->aclNumber() == aclNumberNone && configSm &&
+        configSm->aclDataSm( key_ ) == this ) {
+      configSm->aclDataDel( key_ );
+   }
+}
+
+bool
+AclDataSm::raised() {
+   committed_ = prepared_ = false;
+   raisedNow_ = true;
+   return !raised_;
+}
+
+std::vector< IntfPairKey >
+AclDataSm::pairsToAdd() const {
+   std::vector< IntfPairKey > pairs;
+   const auto & uses = remake_ ? wanted_ : round_;
+   for ( auto && entry : uses ) {
+      if ( wanted( entry.key ) && !applied_.has( entry.key ) ) {
+         pairs.push_back( entry.key.pair() );
+      }
+   }
+   return pairs;
+}
+
+bool
+AclDataSm::waitsForBlock( const AclDirectionTypeConfigSm & direction ) const {
+   auto waits = [&]( auto & uses ) {
+      for ( auto && entry : uses ) {
+         if ( direction.blockPending( entry.key.pair() ) ) {
+            return true;
+         }
+      }
+      return false;
+   };
+   return waits( applied_ ) || waits( wanted_ );
+}
+
+void
+AclDataSm::uninstallNow() {
+   committed_ = prepared_ = uninstalling_ = false;
+   applied_ = {};
+   blocks_ = {};
+   if ( std::exchange( inHardware_, false ) ) {
+      operation_ = aclSm_->nextOperation();
+      const AclOperation acl = operationNow();
+      QON_HOOK( AclHelper, aclSm_->aclHelper(), uninstallAcl, acl );
+   }
+}
+
+String
+AclDataSm::shown() const {
+   return aclName_ + "( " + key_.vlan().stringValue() + ", " + Kiv::toText( key_.direction() ) +
+          ", " + key_.group() + " )";
+}
+
+String
+AclDataSm::checkInvariants() const {
+   if ( data_->activeIntfs() != pairs_.size() ) {
+      return "active interfaces of " + shown() + " are miscounted";
+   }
+   if ( data_->activeLagSubIntfMemberss() != members_.size() ) {
+      return "members under sub-interfaces of " + shown() + " are miscounted";
+   }
+   if ( inHardware_ && data_->aclNumber() == aclNumberNone ) {
+      return shown() + " is in hardware without a number";
+   }
+   if ( aclSm_->phase() == AclApplyPhase::done && ( busy_ || !blocks_.empty() ) ) {
+      return shown() + " is left in the middle of a pass";
+   }
+   return {};
+}
+
+} // namespace Qon

@@ -1,0 +1,176 @@
+#pragma once
+// One instance of a named list: the interfaces that it shall be applied to, what of that is in
+// hardware, and the steps of a pass that bring the one to the other.
+//
+//    AclConfigSm -> pairIs( pair ), pairDel( pair ), dirtyIs()      what is wanted
+//                         |
+//                  AclSm::changed( this ) -> a pass:
+//       doBlockTraffic, removeUses, uninstallAcl -> prepareAcl -> commitAcl, addUses -> doUnblockTraffic
+//
+// Invariants
+// 1. data()->activeIntfs() is the number of pairs.
+// 2. It holds a number from the first prepareAcl() that got one until the uninstall that follows its
+//    end is done; never longer.
+// 3. At most one operation of it is under way.
+// 4. What comes while a pass works on it is left to the next pass.
+//
+// Ownership: counted by AclConfigSm while the list is there, by AclSm while something is to be done.
+// Counts its numbers, so that they outlive the direction.
+
+#include <vector>
+
+#include "Qon/include/acl/AclHelper.h"
+#include "Qon/include/framework/Reconcile.h"
+
+namespace Qon {
+
+class AclSm;
+class AclDataSm;
+
+/** Follows what the hardware tells of one instance. */
+class AclDataStatusSm : public QonBaseSm {
+ public:
+   AclDataStatusSm( AclDataSm * dataSm, Velto::Ptr< AclDataStatus > status );
+   void handleInitialized() override;
+   void handleUnitError( const String & unit );
+   /** Says what became of the instance on a unit. */
+   void doSetHwStatus( const String & unit, AclCreateError error ) const;
+
+ private:
+   AclDataSm * dataSm_;
+   const Velto::Ptr< AclDataStatus > status_;
+   Kiv::Watch< AclDataStatus::unitErrorAttr, AclDataStatusSm, &AclDataStatusSm::handleUnitError >
+         unitErrorWatch_;
+};
+
+class AclDataSm : public QonBaseSm {
+ public:
+   AclDataSm( AclSm * aclSm, Acl::AclType type, const String & aclName, const AclKey & key,
+              Velto::Ptr< AclNumbers > numbers );
+   ~AclDataSm() override;
+   void kivDoZombieReactors() override;
+
+   Acl::AclType type() const { return type_; }
+   const String & aclName() const { return aclName_; }
+   const AclKey & key() const { return key_; }
+   AclData * data() const { return data_.ptr(); }
+   AclDataStatus * status() const { return status_.ptr(); }
+   AclDataStatusSm * statusSm() const { return statusSm_.ptr(); }
+   const Velto::Ptr< AclNumbers > & numbers() const { return numbers_; }
+   AclSm * aclSm() const { return aclSm_; }
+
+   /** @name What is wanted */
+   /** @{ */
+   /** The instance is applied to the pair; `members` are those of the port-channel that carries the
+       sub-interface of the pair, else empty. True if the pair is new. */
+   bool pairIs( const IntfPairKey & pair, const std::vector< Ulnet::IntfId > & members );
+   /** False if it was not. */
+   bool pairDel( const IntfPairKey & pair );
+   bool pairHas( const IntfPairKey & pair ) const { return pairs_.has( pair ); }
+   /** The rules may have changed. */
+   void rulesChanged();
+   /** Its list is gone: nothing is wanted of it any more. */
+   void retire();
+   /** @} */
+
+   /** @name What is in hardware */
+   /** @{ */
+   /** The rules that decide now; null if it decides on nothing. */
+   const AclRuleSet * committedRules() const { return committed_ ? rules_.ptr() : nullptr; }
+   bool inHardware() const { return inHardware_; }
+   bool applied( const AclIntfUse & use ) const { return applied_.has( use ); }
+   U32 uses() const { return applied_.size(); }
+   /** A pass works on it. */
+   bool busy() const { return busy_; }
+   /** It waits until a number of its direction is given back. */
+   bool waitsForNumber() const { return waitsForNumber_; }
+   U64 operation() const { return operation_; }
+   /** @} */
+
+   /** @name The steps of a pass, in this order. Those that an instance does not need do nothing. */
+   /** @{ */
+   /** Takes up what has changed. True if it is to be made anew, or given up. */
+   bool begin();
+   void doBlockTraffic();
+   /** Off the interfaces that it leaves, if it stays as it is otherwise. */
+   void removeUses();
+   void uninstallAcl();
+   void prepareAcl();
+   void commitAcl();
+   /** On the interfaces that it joins. */
+   void addUses();
+   void doUnblockTraffic();
+   void end();
+   /** The chip's answers. */
+   void uninstallDone();
+   void prepareDone( const AclUnitResults & results );
+   /** @} */
+
+   /** Nothing wants it: it goes when it is out of hardware. */
+   bool unwanted() const { return retired_ || pairs_.empty(); }
+   bool isUninstalling() const { return uninstalling_; }
+   /** Whether this pass makes it anew. */
+   bool remade() const { return remake_ && !unwanted(); }
+   /** Whether this pass makes it anew, or gives it up. */
+   bool changedWhole() const { return remake_; }
+   /** Made anew in the next pass, whatever has changed. */
+   void forceIs() { force_ = true; }
+   bool waitsForBlock( const class AclDirectionTypeConfigSm & direction ) const;
+   bool blocks() const { return !blocks_.empty(); }
+   /** A hook raised: what is in hardware is not known, and it is made anew. True the first time. */
+   bool raised();
+   /** Its pairs that are not in hardware, though wanted. */
+   std::vector< IntfPairKey > pairsToAdd() const;
+   /** Out of hardware, without waiting for an answer. */
+   void uninstallNow();
+   /** The root is gone. */
+   void orphan() { aclSm_ = nullptr; }
+   String checkInvariants() const;
+
+   /** "edge( 0, in, default )" */
+   String shown() const;
+
+ private:
+   bool wanted( const AclIntfUse & use ) const { return wanted_.has( use ); }
+   void useIs( const AclIntfUse & use, bool active );
+   void touch( const AclIntfUse & use );
+   void countMember( Ulnet::IntfId member, bool joins );
+   void block( const IntfPairKey & pair );
+   void tellUse( const AclIntfUse & use, bool active );
+   void record( const AclUnitResults & results );
+   bool takeNumber();
+   AclOperation operationNow() const;
+
+   AclSm * aclSm_;
+   const Acl::AclType type_;
+   const String aclName_;
+   const AclKey key_;
+   const Velto::Ptr< AclNumbers > numbers_;
+   const Velto::Ptr< AclData > data_;
+   const Velto::Ptr< AclDataStatus > status_;
+   Velto::Ptr< AclDataStatusSm > statusSm_;
+
+   Kiv::DenseMap< IntfPairKey, std::vector< Ulnet::IntfId > > pairs_;
+   Kiv::DenseMap< Ulnet::IntfId, U32 > members_; // how many sub-interfaces each carries
+   KeySet< AclIntfUse > wanted_;
+   KeySet< AclIntfUse > applied_;
+   KeySet< AclIntfUse > touched_; // to be looked at in the next pass
+   KeySet< AclIntfUse > again_;   // applied, left, and perhaps joined again
+   KeySet< AclIntfUse > round_, roundAgain_;
+   KeySet< Ulnet::IntfId > blocks_;
+
+   Velto::Ptr< const AclRuleSet > rules_; // that were prepared last
+   U64 operation_ = 0;
+   bool retired_ = false;
+   bool busy_ = false;
+   bool remake_ = false; // in this pass
+   bool inHardware_ = false;
+   bool prepared_ = false;
+   bool committed_ = false;
+   bool uninstalling_ = false;
+   bool waitsForNumber_ = false;
+   bool force_ = false;
+   bool raised_ = false, raisedNow_ = false;
+};
+
+} // namespace Qon

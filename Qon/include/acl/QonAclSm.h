@@ -1,0 +1,254 @@
+#pragma once
+// Access lists: which interface has which list becomes instances with numbers in hardware.
+//
+//    Acl::Config, Acl::IntfConfig -> AclTypeConfigSm -> AclConfigSm -> AclDataSm, an instance each
+//                                         `-> AclDirectionTypeConfigSm --^ the interfaces' pairs
+//    acsd.lagToPort, portToLag, intf, internalVlan, ParamConfig, sub-interface VLANs
+//         -> later( interface ) -> the direction reviews it
+//
+//    AclDataSm -> changed( instance ) -> clock "now" -> doApplyAcls()
+//         uninstall -> prepare -> commit -> unblock -> done         hooks of QonHelper::AclHelper
+//
+// Invariants
+// 1. Handlers only note what is wanted: hooks are called in passes, and a burst is one pass.
+// 2. In a pass all uninstalls come before any prepare, those before any commit; instances are taken
+//    by type, name and key. Interfaces whose lists are exchanged are blocked before, and let through
+//    after.
+// 3. A number is held by one instance, and given back when the uninstall is done.
+// 4. While a pass is under way no other begins: what comes meanwhile is left to the next.
+// 5. VLANs of sub-interfaces are in the maps before anything is made of them.
+//
+// Ownership: counts its inputs and the helper; owns the state machines of the types.
+
+#include "Qon/include/acl/AclTypeConfigSm.h"
+#include "Qon/include/framework/LagView.h"
+#include "Qon/include/framework/WorkQueue.h"
+#include "platform/types/SubIntf.h"
+
+namespace Qon {
+
+/** The block of one interface, for helpers that block later. */
+class AclIntfSm : public Velto::Node {
+ public:
+   explicit AclIntfSm( Ulnet::IntfId intf ) : intf_( intf ) {}
+   /** The instance wishes the block, or no longer. True if hardware is to be told. */
+   bool wantToBlockIs( const AclDataSm * instance, bool block );
+   U32 wantToBlocks() const { return wantToBlock_.size(); }
+   void asked() { ++unanswered_; }
+   /** Hardware has answered one request. */
+   void handleAclBlocked( bool blocked );
+   /** Hardware has answered all that it was asked. */
+   bool answered() const { return unanswered_ == 0; }
+   bool blocked() const { return blocked_; }
+   bool idle() const { return wantToBlock_.empty() && unanswered_ == 0; }
+
+ private:
+   const Ulnet::IntfId intf_;
+   KeySet< const AclDataSm * > wantToBlock_;
+   U32 unanswered_ = 0;
+   bool blocked_ = false;
+};
+
+class AclSm : public QonBaseSm, public Checked {
+ public:
+   using IntfId = Ulnet::IntfId;
+   using AclType = Acl::AclType;
+
+   /** `acsd`, `config`, `intfConfig` and `helper` must be there; what another one stands for is left
+       out if it is null. */
+   struct Inputs {
+      Velto::Ptr< QonCommonSmData > acsd;
+      Velto::Ptr< const Acl::Config > config;
+      Velto::Ptr< const Acl::IntfConfig > intfConfig;
+      Velto::Ptr< const Acl::ParamConfig > paramConfig;
+      Velto::Ptr< const Bridging::Config > bridgingConfig;
+      Velto::Ptr< const Interface::SubIntfConfigDir > subIntfConfig;
+      Velto::Ptr< QonHelper::AclHelper > helper;
+   };
+   explicit AclSm( Inputs inputs );
+   ~AclSm() override;
+
+   void handleInitialized() override;
+   void kivDoZombieReactors() override;
+   /** Takes everything out of hardware, without waiting for answers; nothing is heard any more. With
+       HITLESS_RESTART_TEST set, hardware stays as it is. */
+   void doCleanup();
+
+   /** @name The tree */
+   /** @{ */
+   AclTypeConfigSm * aclTypeConfigSm( AclType type ) const { return types_.sm( type ); }
+   AclDirectionTypeConfigSm * directionSm( AclType type, Acl::AclDirection direction ) const;
+   AclConfigSm * aclConfigSm( AclType type, const String & name ) const;
+   /** @} */
+
+   /** The first number that no direction has had; wraps. */
+   U16 aclNumbersUsed() const { return aclNumbersUsed_; }
+   void aclNumbersUsedIs( U16 used ) { aclNumbersUsed_ = used; }
+
+   /** @name Sub-interfaces */
+   /** @{ */
+   /** A port-channel's sub-interfaces that have lists. */
+   const KeySet< IntfId > & lagToSubIntfMap( IntfId lag ) const;
+   Bridging::VlanIdOrNone subIntfCfgVlanIdMap( IntfId subIntf ) const;
+   Bridging::VlanIdOrNone subIntfInternalVlanIdMap( IntfId subIntf ) const;
+   /** The sub-interface that was given the internal VLAN last; null if none. */
+   IntfId internalVlanIdSubIntfMap( Bridging::VlanIdOrNone vlan ) const;
+   /** The internal VLAN, if there is one, else the configured one. */
+   AclVlanIdOrNone subIntfVlan( IntfId subIntf ) const;
+   /** @} */
+
+   /** @name Passes */
+   /** @{ */
+   AclApplyPhase phase() const { return phase_; }
+   /** Begins a pass, or has another one follow the one that is under way. */
+   void doApplyAcls( bool forceRecreateAll = false );
+   /** Enters a phase; values behind the last are ignored. */
+   void doApplyAclsPhase( AclApplyPhase phase );
+   /** What the phase waited for is there. */
+   void handleAclSmPhaseChange();
+   U32 unInstallAcls() const { return U32( unInstallAcl_.size() ); }
+   U32 prepareAcls() const { return U32( prepareAcl_.size() ); }
+   U32 unblockAcls() const { return U32( unblockAcl_.size() ); }
+   /** Operations that the chip has not answered. */
+   U32 outstandingOperations() const { return outstanding_.size(); }
+   /** The instances that wait for a block to take hold. */
+   std::vector< const AclDataSm * > blockIntfsPending() const;
+   /** @} */
+
+   /** @name What the chip reports; unknown and late answers are dropped */
+   /** @{ */
+   /** An operation of an asynchronous helper is done. */
+   void aclStatusUpdateCallback( AclType type, const String & aclName, const AclKey & key,
+                                 U64 operation, const AclUnitResults & results );
+   /** The answer to one blockIntf() of an asynchronous helper; one each, in their order. */
+   void intfBlockedCallback( IntfId intf, bool blocked );
+   /** @} */
+
+   String checkInvariants() const override;
+
+   QonCommonSmData * acsd() const { return in_.acsd.ptr(); }
+   const Acl::Config * config() const { return in_.config.ptr(); }
+   const Acl::IntfConfig * intfConfig() const { return in_.intfConfig.ptr(); }
+   const Bridging::Config * bridgingConfig() const { return in_.bridgingConfig.ptr(); }
+   QonHelper::AclHelper * aclHelper() const { return in_.helper.ptr(); }
+   bool shared( AclType type, Acl::AclDirection direction, Acl::SharingKind kind ) const;
+   /** Whether the agent takes care of the port; interfaces of other kinds are always its own. */
+   bool managed( IntfId intf ) const;
+
+   /** @name For the state machines below */
+   /** @{ */
+   /** The interface is looked at by the direction, or by all, when its turn comes. */
+   void later( AclType type, Acl::AclDirection direction, IntfId intf );
+   void laterEverywhere( IntfId intf );
+   /** Everybody who names the list is looked at. */
+   void laterNaming( AclType type, const String & aclName );
+   void settle();
+   /** The instance differs from what is in hardware. */
+   void changed( AclDataSm * instance );
+   /** A sub-interface has a list in one more direction, or in one less. */
+   void subIntfAttachedIs( IntfId subIntf, bool attached );
+   void instanceIs( AclDataSm * instance, bool there );
+   U64 nextOperation() { return ++operations_; }
+   void outstandingIs( AclDataSm * instance, U64 operation );
+   void outstandingDel( U64 operation ) { outstanding_.erase( operation ); }
+   void numberFreed() { numberFreed_ = true; }
+   /** The instance wishes that the interface is blocked, or no longer; true if it has to wait. */
+   bool blockIs( AclDataSm * instance, IntfId intf, bool block );
+   /** The clean-up leaves hardware as it is. */
+   bool keepsHardware() const { return keepsHardware_; }
+   /** Somebody waits no longer for a block. */
+   void waitsChanged();
+   /** @} */
+
+   void handleType( const AclType & type );
+   void handleSharedMode( const Acl::SharingKey & key );
+   void handleManagedIntf( const IntfId & intf );
+   void handleSwitchIntfConfig( const IntfId & intf );
+   void handleSubIntfCfgVlan( const IntfId & subIntf );
+   void handleSubIntfInternalVlan( const IntfId & subIntf );
+   void handlePortToLag( IntfId port, IntfId from, IntfId to );
+   void handleLagToPort( IntfId lag, IntfId port );
+   void handleApplyClock();
+
+ private:
+   struct Work {
+      AclType type;
+      Acl::AclDirection direction;
+      IntfId intf;
+   };
+   using Instances = std::vector< Velto::Ptr< AclDataSm > >;
+
+   Velto::Ptr< AclTypeConfigSm > makeType( const AclType & type, const bool & there );
+   void cleanUpType( const AclType &, AclTypeConfigSm * sm ) { sm->doCleanup(); }
+   void reviewType( AclType type );
+   void reviewVlans();
+   void laterAll();
+   void laterFamily( IntfId intf );
+   template< class Act >
+   void forEachDirection( Act && act ) const {
+      types_.forEach(
+            [&]( AclType, AclTypeConfigSm & typeSm ) { typeSm.forEachDirection( act ); } );
+   }
+
+   /** @name Parts of a pass */
+   /** @{ */
+   void gather( bool forceRecreateAll );
+   void doBlocks();
+   void doUninstalls();
+   void doPrepares();
+   void doCommits();
+   void doUnblocks();
+   void passDone();
+   /** Each of them, whichever raises. */
+   template< class Act >
+   void forEach( const Instances & instances, Act && act );
+   /** The first exception of the pass, to whoever moved it on. */
+   void passErrors();
+   bool blocksPending() const;
+   /** @} */
+
+   const Inputs in_;
+   U16 aclNumbersUsed_ = 0;
+   bool allManaged_ = true;
+   bool cleanedUp_ = false, keepsHardware_ = false;
+   WorkQueue< Work > work_;
+   Kiv::DenseMap< IntfId, U32 > attachments_;           // of sub-interfaces
+   Kiv::DenseMap< IntfId, KeySet< IntfId > > subIntfs_; // by what carries them
+   Kiv::DenseMap< IntfId, KeySet< IntfId > > listedBy_; // port -> port-channels that list it
+   Kiv::DenseMap< IntfId, Bridging::VlanIdOrNone > cfgVlan_, internalVlan_;
+   Kiv::DenseMap< U16, IntfId > subIntfOfInternalVlan_;
+
+   AclApplyPhase phase_ = AclApplyPhase::done;
+   bool working_ =
+         false; // inside a step of the phase: answers that come now are looked at after it
+   bool uninstallsAsked_ = false;
+   bool again_ = false, forceAgain_ = false;
+   bool staleDone_ = false;
+   bool numberFreed_ = false;
+   U64 operations_ = 0;
+   Kiv::DenseMap< AclDataSm *, Velto::Ptr< AclDataSm > > changed_;
+   Instances pass_, unInstallAcl_, prepareAcl_, unblockAcl_;
+   Kiv::DenseMap< U64, Velto::Ptr< AclDataSm > > outstanding_;
+   Kiv::DenseMap< IntfId, Velto::Ptr< AclIntfSm > > intfs_;
+   KeySet< AclDataSm * > instances_; // all that there are
+   Velto::FirstError error_;
+
+   SmCollection< AclType, bool, AclTypeConfigSm, AclSm, &AclSm::makeType, &AclSm::cleanUpType >
+         types_{ this };
+   Kiv::Watch< Acl::Config::typeAttr, AclSm, &AclSm::handleType > typeWatch_;
+   Kiv::Watch< Acl::IntfConfig::typeAttr, AclSm, &AclSm::handleType > intfTypeWatch_;
+   Kiv::Watch< Acl::ParamConfig::sharedModeAttr, AclSm, &AclSm::handleSharedMode > modeWatch_;
+   Kiv::Watch< Bridging::Config::switchIntfConfigAttr, AclSm, &AclSm::handleSwitchIntfConfig >
+         switchIntfWatch_;
+   Kiv::Watch< Interface::SubIntfConfigDir::vlanAttr, AclSm, &AclSm::handleSubIntfCfgVlan >
+         cfgVlanWatch_;
+   Kiv::Watch< QonCommonSmData::internalVlanAttr, AclSm, &AclSm::handleSubIntfInternalVlan >
+         internalVlanWatch_;
+   Kiv::Watch< QonCommonSmData::intfAttr, AclSm, &AclSm::handleManagedIntf > managedWatch_;
+   LagFollower< AclSm, &AclSm::handlePortToLag, &AclSm::handleLagToPort > lags_;
+   Kiv::ClockReactor< AclSm, &AclSm::handleApplyClock > applyClock_;
+};
+
+Velto::Ptr< AclSm > AclSmIs( AclSm::Inputs inputs );
+
+} // namespace Qon

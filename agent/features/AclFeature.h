@@ -1,0 +1,73 @@
+#pragma once
+// Access lists: tables ACL_TABLE, ACL_RULE, ACL_TABLE_TYPE and VLAN_SUB_INTERFACE, and what the chip
+// has of them.
+//
+//    {"event": "acl", "intf": "Ethernet0", "acl": "DATAACL", "type": "ip", "direction": "in"}
+//
+// An empty `acl` takes the list off the interface.
+//
+// A table of type L3, L3V6 or L2 becomes a list of type ip, ipv6 or mac. Its rules are asked in
+// descending order of priority, rules of the same priority in the order of the file; what no rule
+// matches is forwarded, so that a last rule permits everything. An interface has one list of a type
+// and direction: of several tables the first in the file has it.
+
+#include <map>
+
+#include "Qon/include/acl/QonAclSm.h"
+#include "agent/AgentFeature.h"
+#include "chip/AclPart.h"
+
+namespace QonAgent {
+
+class ConfigRow;
+
+class AclFeature : public AgentFeature {
+ public:
+   explicit AclFeature( Agent & agent );
+   ~AclFeature() override;
+   std::vector< String > tables() const override {
+      return { "ACL_TABLE_TYPE", "ACL_TABLE", "ACL_RULE", "VLAN_SUB_INTERFACE" };
+   }
+   void configure( ConfigReader & reader ) override;
+   std::vector< ShowCommand > showCommands() override;
+   std::vector< EventKind > eventKinds() override;
+
+   /** Null if the chip has no part for it. */
+   Qon::AclSm * aclSm() const { return aclSm_.ptr(); }
+
+ private:
+   using AclType = Acl::AclType;
+   using AclDirection = Acl::AclDirection;
+   /** What a file says, while it is being read; see AclFeatureConfig.cc. */
+   struct Reading;
+
+   void readTypes( ConfigReader & reader, Reading & reading ) const;
+   void readTables( ConfigReader & reader, Reading & reading );
+   void readRules( ConfigReader & reader, Reading & reading ) const;
+   void readSubIntfs( ConfigReader & reader );
+   void directionNeeded( Reading & reading, AclType type, AclDirection direction ) const;
+   void rulesAre( AclType type, const String & name, const Reading & reading );
+   std::function< void() > parseAttach( const Json & line );
+
+   Rows lists( Arguments arguments ) const;
+   Row row( AclType type, AclDirection direction, Ulnet::IntfId intf, const String & name ) const;
+   String waitsFor( AclType type, AclDirection direction, Ulnet::IntfId intf,
+                    const String & name ) const;
+   Rows rules( Arguments arguments ) const;
+   Row ruleRow( AclType type, const String & list, const Qon::AclRule & rule ) const;
+   Rows hardware( Arguments arguments ) const;
+   Row hardwareRow( const QonChip::HeldAcl & acl ) const;
+
+   Agent & agent_;
+   QonChip::AclPart * const part_; ///< null: the chip has none
+   const Velto::Ptr< Acl::Config > config_;
+   const Velto::Ptr< Acl::IntfConfig > intfConfig_;
+   const Velto::Ptr< Acl::ParamConfig > params_;
+   const Velto::Ptr< Interface::SubIntfConfigDir > subIntfs_;
+   const Velto::Ptr< Bridging::Config > bridging_;
+   std::map< std::pair< AclType, String >, std::map< U32, String > > ruleNames_;
+   Velto::Ptr< QonHelper::AclHelper > helper_;
+   Velto::Ptr< Qon::AclSm > aclSm_;
+};
+
+} // namespace QonAgent

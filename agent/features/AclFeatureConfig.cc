@@ -1,0 +1,190 @@
+// The tables of access lists.
+
+#include <algorithm>
+
+#include "agent/ConfigReader.h"
+#include "agent/features/AclReading.h"
+#include "agent/features/Arguments.h"
+
+namespace QonAgent {
+
+using Acl::AclDirection;
+using Acl::AclType;
+using Ulnet::IntfId;
+
+namespace {
+
+constexpr std::size_t mostDirections = 5; // numbers for more there are not
+constexpr U32 seqStep = 10;
+
+String
+shown( AclType type, AclDirection direction ) {
+   return Kiv::toText( type ) + ( direction == AclDirection::in ? " ingress" : " egress" );
+}
+
+} // namespace
+
+void
+AclFeature::configure( ConfigReader & reader ) {
+   auto reading = std::make_shared< Reading >();
+   readTypes( reader, *reading );
+   readTables( reader, *reading );
+   readRules( reader, *reading );
+   readSubIntfs( reader );
+   reader.apply( [this, reading] {
+      for ( auto & [name, list] : reading->lists ) {
+         rulesAre( list.type, name, *reading );
+      }
+      for ( auto & [place, name] : reading->intfs ) {
+         auto & [type, direction, intf] = place;
+         intfConfig_->typeIs( type )->directionIs( direction )->intfIs( intf, name );
+      }
+   } );
+}
+
+/** What a type of its own can match tells which of our types it is. */
+void
+AclFeature::readTypes( ConfigReader & reader, Reading & reading ) const {
+   reader.eachRow( "ACL_TABLE_TYPE", [&]( const ConfigRow & row ) {
+      bool v4 = false, v6 = false, mac = false;
+      for ( const String & match : row.list( "MATCHES" ) ) {
+         v4 = v4 || sameWord( match, "SRC_IP" ) || sameWord( match, "DST_IP" );
+         v6 = v6 || sameWord( match, "SRC_IPV6" ) || sameWord( match, "DST_IPV6" );
+         mac = mac || sameWord( match, "SRC_MAC" ) || sameWord( match, "DST_MAC" );
+      }
+      if ( v4 + v6 + mac != 1 ) {
+         throw RowError( "MATCHES", "expected addresses of one kind: IPv4, IPv6 or MAC" );
+      }
+      reading.types[row.part( 0, 1 )] = v4 ? AclType::ip : v6 ? AclType::ipv6 : AclType::mac;
+   } );
+}
+
+/** Another block of numbers is used up for good. */
+void
+AclFeature::directionNeeded( Reading & reading, AclType type, AclDirection direction ) const {
+   auto all = reading.directions;
+   for ( auto && [t, config] : intfConfig_->typeIteratorConst() ) {
+      for ( auto && [d, intfs] : config->directionIteratorConst() ) {
+         all.insert( { t, d } );
+      }
+   }
+   if ( all.size() >= mostDirections && !all.contains( { type, direction } ) ) {
+      String held;
+      for ( auto & [t, d] : all ) {
+         held += ( held.empty() ? "" : ", " ) + shown( t, d );
+      }
+      throw RowError( "stage", "no numbers are left for " + shown( type, direction ) +
+                                     ": they are used by " + held );
+   }
+   reading.directions.insert( { type, direction } );
+}
+
+void
+AclFeature::readTables( ConfigReader & reader, Reading & reading ) {
+   reader.eachRow( "ACL_TABLE", [&]( const ConfigRow & row ) {
+      const String name = row.part( 0, 1 ), typeName = row.text( "type" );
+      auto own = reading.types.find( typeName );
+      if ( own == reading.types.end() && !sameWord( typeName, "L3" ) &&
+           !sameWord( typeName, "L3V6" ) && !sameWord( typeName, "L2" ) ) {
+         throw RowError( "type", "expected L3, L3V6, L2 or a row of ACL_TABLE_TYPE, found '" +
+                                       typeName + "'" );
+      }
+      const AclType type = own != reading.types.end()     ? own->second
+                           : sameWord( typeName, "L3" )   ? AclType::ip
+                           : sameWord( typeName, "L3V6" ) ? AclType::ipv6
+                                                          : AclType::mac;
+      const auto direction = AclDirection( row.word( "stage", { "ingress", "egress" }, 0 ) );
+      std::vector< IntfId > intfs;
+      String unknown, taken;
+      for ( const String & text : row.list( "ports" ) ) {
+         const IntfId intf = reader.intf( "ports", text );
+         auto other = reading.intfs.find( { type, direction, intf } );
+         if ( !Ulnet::VlanIntfId::isVlanIntfId( intf ) && !reader.isPort( intf ) &&
+              !reader.isPortChannel( intf ) ) {
+            unknown += ( unknown.empty() ? "" : ", " ) + text;
+         } else if ( other != reading.intfs.end() ) {
+            taken += ( taken.empty() ? "" : ", " ) + text + " has " + other->second;
+         } else {
+            intfs.push_back( intf );
+         }
+      }
+      if ( !intfs.empty() ) {
+         directionNeeded( reading, type, direction );
+      }
+      if ( !unknown.empty() ) {
+         reader.warn( row, "ports", "no such port or port-channel, left out: " + unknown );
+      }
+      if ( !taken.empty() ) {
+         reader.warn( row, "ports",
+                      "an interface has one list of a type and stage, left out: " + taken );
+      }
+      for ( IntfId intf : intfs ) {
+         reading.intfs[{ type, direction, intf }] = name;
+      }
+      reading.lists[name] = { type, {} };
+   } );
+}
+
+void
+AclFeature::readRules( ConfigReader & reader, Reading & reading ) const {
+   reader.eachRow( "ACL_RULE", [&]( const ConfigRow & row ) {
+      auto list = reading.lists.find( row.part( 0, 2 ) );
+      if ( list == reading.lists.end() ) {
+         throw RowError( "", "its table " + row.part( 0, 2 ) + " is not used" );
+      }
+      const Acl::Rule rule = aclRuleOf( row, list->second.type );
+      list->second.rules.push_back(
+            { row.part( 1, 2 ), row.number( "PRIORITY", 0, 0xffffffff, 0 ), rule } );
+   } );
+}
+
+/** In descending order of priority, and then everything else. */
+void
+AclFeature::rulesAre( AclType type, const String & name, const Reading & reading ) {
+   auto config = config_->typeIs( type )->aclIs( name );
+   auto rules = reading.lists.at( name ).rules;
+   std::stable_sort( rules.begin(), rules.end(),
+                     []( auto & a, auto & b ) { return a.priority > b.priority; } );
+   rules.push_back( { "(everything else)", 0, Acl::Rule() } );
+   auto & names = ruleNames_[{ type, name }];
+   names.clear();
+   U32 seq = 0;
+   for ( auto & [ruleName, priority, rule] : rules ) {
+      seq += seqStep;
+      rule.seqIs( seq );
+      names[seq] = ruleName;
+      config->ruleIs( seq, rule );
+   }
+   for ( auto && entry : Qon::keysOf< U32 >( config->ruleIteratorConst() ) ) {
+      if ( !names.contains( entry.key ) ) {
+         config->ruleDel( entry.key );
+      }
+   }
+   config->versionIs( config->version() + 1 );
+}
+
+/** Rows with an address have two parts, and are somebody else's. */
+void
+AclFeature::readSubIntfs( ConfigReader & reader ) {
+   reader.eachRow( "VLAN_SUB_INTERFACE", [&]( const ConfigRow & row ) {
+      if ( row.parts() == 2 ) {
+         return;
+      }
+      const IntfId intf = reader.intf( "", row.part( 0, 1 ) );
+      const IntfId parent = Ulnet::SubIntfId::parent( intf );
+      if ( !Ulnet::SubIntfId::isSubIntfId( intf ) ) {
+         throw RowError( "", "is not the name of a sub-interface" );
+      }
+      if ( !reader.isPort( parent ) && !reader.isPortChannel( parent ) ) {
+         throw RowError( "", "there is no " + parent.stringValue() + " to carry it" );
+      }
+      const U64 vlan = row.number( "vlan", 1, 4094, intf.sub() );
+      if ( vlan > 4094 ) {
+         throw RowError( "vlan", "is missing, and the sub-interface's number is no VLAN's" );
+      }
+      reader.apply(
+            [=, this] { subIntfs_->vlanIs( intf, Bridging::VlanIdOrNone( U32( vlan ) ) ); } );
+   } );
+}
+
+} // namespace QonAgent

@@ -1,0 +1,287 @@
+// What there is to show of access lists.
+
+#include "Qon/include/framework/LagView.h"
+#include "agent/features/AclFeature.h"
+#include "agent/features/Arguments.h"
+
+namespace QonAgent {
+
+using Acl::AclDirection;
+using Acl::AclType;
+using Ulnet::IntfId;
+
+namespace {
+
+String
+shown( const Qon::AclKey & key ) {
+   return key.vlan().isNone() ? key.group() : "VLAN " + key.vlan().stringValue();
+}
+
+String
+shown( const Acl::IpFilter & filter ) {
+   String text;
+   auto add = [&]( const String & part ) { text += ( text.empty() ? "" : ", " ) + part; };
+   auto range = [&]( const char * what, const Acl::PortRange & ports ) {
+      if ( !ports.any() ) {
+         add( what + ( " " + Kiv::toText( ports.first() ) ) +
+              ( ports.first() == ports.last() ? "" : "-" + Kiv::toText( ports.last() ) ) );
+      }
+   };
+   if ( filter.protocol() ) {
+      add( "protocol " + Kiv::toText( *filter.protocol() ) );
+   }
+   if ( !filter.src().isNull() ) {
+      add( "from " + filter.src().stringValue() );
+   }
+   if ( !filter.dst().isNull() ) {
+      add( "to " + filter.dst().stringValue() );
+   }
+   range( "from port", filter.srcPort() );
+   range( "to port", filter.dstPort() );
+   if ( filter.tcpFlagsMask() ) {
+      add( "TCP flags " + Kiv::toText( filter.tcpFlags() ) + "/" +
+           Kiv::toText( filter.tcpFlagsMask() ) );
+   }
+   if ( filter.icmpType() ) {
+      add( "ICMP type " + Kiv::toText( *filter.icmpType() ) );
+   }
+   if ( filter.icmpCode() ) {
+      add( "ICMP code " + Kiv::toText( *filter.icmpCode() ) );
+   }
+   if ( filter.fragments() ) {
+      add( "fragments" );
+   }
+   return text.empty() ? "anything" : text;
+}
+
+String
+shown( const Acl::MacFilter & filter ) {
+   String text;
+   auto add = [&]( const char * what, const Ulnet::EthAddrWithMask & mac ) {
+      if ( !mac.mask().isZero() ) {
+         text += ( text.empty() ? "" : ", " ) + ( what + mac.addr().stringValue() );
+         text += mac.mask().isBroadcast() ? "" : "/" + mac.mask().stringValue();
+      }
+   };
+   add( "from ", filter.src() );
+   add( "to ", filter.dst() );
+   if ( filter.etherType() ) {
+      text += ( text.empty() ? "" : ", " ) + ( "type " + Kiv::toText( *filter.etherType() ) );
+   }
+   return text.empty() ? "anything" : text;
+}
+
+} // namespace
+
+/** Why the interface's list is not in force; empty if it is. */
+String
+AclFeature::waitsFor( AclType type, AclDirection direction, IntfId intf,
+                      const String & name ) const {
+   auto sm = aclSm_->aclConfigSm( type, name );
+   const Qon::LagView lags( agent_.acsd() );
+   const bool sub = Ulnet::SubIntfId::isSubIntfId( intf );
+   if ( !sm ) {
+      return "the list";
+   }
+   if ( const IntfId lag = lags.lagOf( sub ? Ulnet::SubIntfId::parent( intf ) : intf ) ) {
+      return "the end of its membership in " + agent_.names().spelling( lag );
+   }
+   if ( sm->refused( { intf, IntfId() }, direction ) ) {
+      return "the sharing mode";
+   }
+   if ( sub && !aclSm_->shared( type, direction, Acl::SharingKind::subIntf ) &&
+        aclSm_->subIntfVlan( intf ).isNone() ) {
+      return "a VLAN";
+   }
+   if ( Ulnet::PortChannelIntfId::isPortChannelIntfId( intf ) && lags.membersOf( intf ).empty() ) {
+      return "a member";
+   }
+   return aclSm_->managed( intf ) ? "" : "the port to be managed";
+}
+
+/** An interface that has a list, and what became of that. */
+Row
+AclFeature::row( AclType type, AclDirection direction, IntfId intf, const String & name ) const {
+   Row r = { { "type", Kiv::toText( type ) },
+             { "direction", Kiv::toText( direction ) },
+             { "interface", agent_.names().spelling( intf ) },
+             { "acl", name } };
+   String waits = waitsFor( type, direction, intf, name ), active;
+   auto sm = aclSm_->aclConfigSm( type, name );
+   const Qon::AclDataSm * instance = nullptr;
+   auto look = [&]( const Qon::IntfPairKey & pair ) {
+      if ( auto key = sm->keyOf( pair, direction ) ) {
+         instance = sm->aclDataSm( *key );
+         active += ( active.empty() ? "" : " " ) + agent_.names().spelling( pair.intfId() );
+      }
+   };
+   if ( sm && Ulnet::PortChannelIntfId::isPortChannelIntfId( intf ) ) {
+      for ( IntfId member : Qon::LagView( agent_.acsd() ).membersOf( intf ) ) {
+         look( { member, intf } );
+      }
+   } else if ( sm ) {
+      look( { intf, IntfId() } );
+   }
+   r.set( "active", active );
+   if ( instance ) {
+      r.set( "instance", shown( instance->key() ) );
+      if ( instance->data()->aclNumber() != Qon::aclNumberNone ) {
+         r.set( "number", instance->data()->aclNumber() );
+      }
+      waits = !waits.empty()               ? waits
+              : instance->waitsForNumber() ? "a free number"
+              : instance->committedRules() ? ""
+              : instance->busy()           ? "the chip: " + Kiv::toText( aclSm_->phase() )
+                                           : "the chip";
+   }
+   r.set( "waits", waits );
+   return r;
+}
+
+Rows
+AclFeature::lists( Arguments arguments ) const {
+   if ( !aclSm_ ) {
+      notServed( agent_, "access lists" );
+   }
+   for ( AclType type : Acl::aclTypes ) {
+      auto byType = intfConfig_->type( type );
+      for ( AclDirection direction : Acl::aclDirections ) {
+         auto intfs = byType ? byType->direction( direction ) : nullptr;
+         if ( !intfs ) {
+            continue;
+         }
+         for ( auto && [intf, name] : intfs->intfIteratorConst() ) {
+            if ( !arguments.has( 0 ) || arguments.text( 0 ) == name ) {
+               co_yield row( type, direction, intf, name );
+            }
+         }
+      }
+   }
+}
+
+/** One rule of a list, with the name that the configuration gives it. */
+Row
+AclFeature::ruleRow( AclType type, const String & list, const Qon::AclRule & rule ) const {
+   const bool own = rule.origin == Qon::AclRule::Origin::configured;
+   const bool fragment = rule.origin == Qon::AclRule::Origin::fragment;
+   Row r = {
+         { "type", Kiv::toText( type ) },
+         { "origin", own        ? "configured"
+                     : fragment ? "fragment"
+                                : "implicit" },
+         { "action", Kiv::toText( rule.rule.action() ) },
+         { "matches", type == AclType::mac ? shown( rule.rule.mac() ) : shown( rule.rule.ip() ) },
+         { "mirror", rule.rule.mirrorSession() } };
+   auto names = ruleNames_.find( { type, list } );
+   if ( own ) {
+      r.set( "seq", rule.id );
+   }
+   if ( own && names != ruleNames_.end() && names->second.contains( rule.id ) ) {
+      r.set( "rule", names->second.at( rule.id ) );
+   }
+   return r;
+}
+
+Rows
+AclFeature::rules( Arguments arguments ) const {
+   if ( !aclSm_ ) {
+      notServed( agent_, "access lists" );
+   }
+   for ( AclType type : Acl::aclTypes ) {
+      if ( auto sm = aclSm_->aclConfigSm( type, arguments.text( 0 ) ) ) {
+         const auto rules = sm->ruleSet();
+         for ( auto & rule : rules->rules() ) {
+            co_yield ruleRow( type, arguments.text( 0 ), rule );
+         }
+      }
+   }
+}
+
+/** One instance in the chip. */
+Row
+AclFeature::hardwareRow( const QonChip::HeldAcl & acl ) const {
+   String intfs;
+   for ( auto & use : acl.uses ) {
+      intfs += ( intfs.empty() ? "" : " " ) + agent_.names().spelling( use.pair().intfId() );
+      intfs += use.lagMember() ? "/" + agent_.names().spelling( use.lagMember() ) : "";
+   }
+   return { { "number", acl.number },
+            { "type", Kiv::toText( acl.type ) },
+            { "direction", Kiv::toText( acl.key.direction() ) },
+            { "acl", acl.name },
+            { "instance", shown( acl.key ) },
+            { "rules", U32( acl.rules->rules().size() ) },
+            { "state", acl.stale       ? "stale"
+                       : acl.committed ? "in force"
+                                       : "prepared" },
+            { "interfaces", intfs } };
+}
+
+Rows
+AclFeature::hardware( Arguments ) const {
+   const auto held = part_ ? part_->acls() : std::nullopt;
+   if ( !held ) {
+      notServed( agent_, "the reading of access lists" );
+   }
+   for ( auto & acl : held->acls ) {
+      co_yield hardwareRow( acl );
+   }
+}
+
+std::vector< ShowCommand >
+AclFeature::showCommands() {
+   const Column type = { "type", "Type" }, direction = { "direction", "Direction" },
+                acl = { "acl", "List" }, number = { "number", "Number", true },
+                instance = { "instance", "Instance" };
+   auto known = [this]( const ArgumentValue & value ) {
+      for ( AclType t : Acl::aclTypes ) {
+         if ( config_->type( t ) && config_->type( t )->aclHas( value.text ) ) {
+            return true;
+         }
+      }
+      return false;
+   };
+   Argument list;
+   list.name = "LIST";
+   list.what = "access list";
+   list.known = known;
+   Argument one = list;
+   one.required = true;
+   return { { "acl",
+              "access lists: wanted on which interfaces, active on which, and what they wait for",
+              { list },
+              { type,
+                direction,
+                { "interface", "Wanted on" },
+                acl,
+                { "active", "Active on" },
+                instance,
+                number,
+                { "waits", "Waits for" } },
+              [this]( auto & arguments ) { return lists( arguments ); } },
+            { "acl rules",
+              "the rules of an access list in the order in which they are asked",
+              { one },
+              { type,
+                { "seq", "Seq", true },
+                { "rule", "Rule" },
+                { "origin", "Origin" },
+                { "action", "Action" },
+                { "matches", "Matches" },
+                { "mirror", "Mirrored to" } },
+              [this]( auto & arguments ) { return rules( arguments ); } },
+            { "hw acl",
+              "the instances of access lists in the chip",
+              {},
+              { number,
+                type,
+                direction,
+                acl,
+                instance,
+                { "rules", "Rules", true },
+                { "state", "State" },
+                { "interfaces", "Interfaces" } },
+              [this]( auto & arguments ) { return hardware( arguments ); } } };
+}
+
+} // namespace QonAgent

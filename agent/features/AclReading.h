@@ -1,0 +1,32 @@
+#pragma once
+// What a ConfigDB file says of access lists, while it is being read.
+
+#include <set>
+
+#include "agent/features/AclFeature.h"
+
+namespace QonAgent {
+
+struct AclFeature::Reading {
+   struct NamedRule {
+      String name;
+      U64 priority;
+      Acl::Rule rule;
+   };
+   struct List {
+      AclType type;
+      std::vector< NamedRule > rules;
+   };
+   std::map< String, AclType > types; ///< of ACL_TABLE_TYPE
+   std::map< String, List > lists;
+   std::map< std::tuple< AclType, AclDirection, Ulnet::IntfId >, String > intfs;
+   std::set< std::pair< AclType, AclDirection > > directions; ///< that the file asks for
+};
+
+/** The same but for upper and lower case. */
+bool sameWord( const String & text, const char * word );
+
+/** The rule that a row describes; of a list of that type. RowError for what no rule can say. */
+Acl::Rule aclRuleOf( const ConfigRow & row, Acl::AclType type );
+
+} // namespace QonAgent

@@ -1,0 +1,12 @@
+#include "agent/softchip/AclPart.h"
+
+#include "agent/softchip/Chip.h"
+
+namespace SoftChip {
+
+void
+addAclPart( Chip & chip ) {
+   chip.addPart< AclPart >();
+}
+
+} // namespace SoftChip

@@ -1,0 +1,5 @@
+#include "platform/types/SubIntf.h"
+
+#include "platform/Kiv/Describe.h"
+
+KIV_DEFINE( Interface::SubIntfConfigDir )

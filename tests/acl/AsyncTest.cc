@@ -1,0 +1,313 @@
+// A chip that answers later; hooks that change things; what comes while nothing is heard; watchers
+// that raise or end the state machine.
+
+#include "tests/acl/AclWorld.h"
+#include "tests/harness/Sabotage.h"
+
+namespace {
+
+using namespace AclTests;
+
+struct LateWorld : AclWorld {
+   explicit LateWorld( bool config = true ) {
+      auto limits = table.limits();
+      limits.async = config;
+      limits.asyncBlock = true;
+      table.limitsAre( limits );
+      latencyIs( Kiv::never );
+      list( "a" );
+      attach( "Ethernet1", "a" );
+   }
+   void latencyIs( Kiv::Seconds latency ) {
+      table.completions().latencyIs( latency );
+      table.blockCompletions().latencyIs( latency );
+   }
+   void answer() {
+      table.completions().finishAll();
+      table.blockCompletions().finishAll();
+      settle();
+   }
+   void answerAll() {
+      for ( U32 n = 0; n < 20; ++n ) {
+         settle();
+         answer();
+      }
+      EXPECT_EQ( aclSm->phase(), Qon::AclApplyPhase::done );
+      EXPECT_EQ( table.held().blocked, std::set< IntfId >() );
+   }
+};
+
+TEST( AclLate, PhasesWaitForAnswers ) {
+   using Phase = Qon::AclApplyPhase;
+   LateWorld w;
+   w.start();
+   w.settle();
+   EXPECT_EQ( w.aclSm->phase(), Phase::prepare );
+   EXPECT_EQ( w.chip(), Chip{ "not in force: a( 0, in, default ):" } );
+   w.answer();
+   EXPECT_EQ( w.aclSm->phase(), Phase::done );
+   EXPECT_EQ( w.chip(), Chip{ "a( 0, in, default ): Ethernet1" } );
+   w.rule( "a", 10 );
+   w.settle();
+   EXPECT_EQ( w.aclSm->phase(), Phase::uninstall );
+   EXPECT_EQ( w.aclSm->outstandingOperations(), 0u ); // the block comes first
+   ASSERT_EQ( w.aclSm->blockIntfsPending().size(), 1u );
+   EXPECT_TRUE( w.aclSm->directionSm( ip, in )->intfRemovalWaitForBlocked().has(
+         IntfPairKey( intf( "Ethernet1" ), IntfId() ) ) );
+   w.table.blockCompletions().finish( 0 );
+   w.settle();
+   EXPECT_TRUE( w.aclSm->blockIntfsPending().empty() );
+   EXPECT_EQ( w.aclSm->outstandingOperations(), 1u );
+   w.answerAll();
+   EXPECT_EQ( w.table.held().acls.front().rules->rules().size(), 2u );
+}
+
+TEST( AclLate, ANumberIsFreeWhenTheUninstallIsDone ) {
+   LateWorld w;
+   w.start();
+   w.answerAll();
+   w.detach( "Ethernet1" );
+   w.settle();
+   EXPECT_EQ( w.aclSm->outstandingOperations(), 1u );
+   const auto free = [&] { return w.aclSm->directionSm( ip, in )->numbers()->free(); };
+   EXPECT_EQ( free(), 12575u );
+   w.list( "b" );
+   w.attach( "Ethernet2", "b" ); // which has to wait for the end of the pass
+   w.settle();
+   EXPECT_EQ( w.table.held().acls.size(), 1u );
+   w.answer();
+   EXPECT_EQ( w.table.held().acls.front().number, 0u );
+   w.answerAll();
+   EXPECT_EQ( w.chip(), Chip{ "b( 0, in, default ): Ethernet2" } );
+   // An answer that nobody waits for, and one to an older operation.
+   w.aclSm->aclStatusUpdateCallback( ip, "b", portKey(), 1, {} );
+   w.aclSm->aclStatusUpdateCallback( ip, "c", portKey(), 99, {} );
+   EXPECT_EQ( free(), 12575u );
+}
+
+TEST( AclLate, WhateverGoesInTheMiddleThePassEnds ) {
+   using Step = void ( * )( LateWorld & );
+   const Step steps[] = {
+         []( LateWorld & w ) { w.listDel( "a" ); },
+         []( LateWorld & w ) { w.detach( "Ethernet1" ); },
+         []( LateWorld & w ) { w.acsd->intfIs( intf( "Ethernet9" ), true ); },
+         []( LateWorld & w ) { w.intfs->type( ip )->directionDel( in ); },
+         []( LateWorld & w ) { w.intfs->typeDel( ip ), w.config->typeDel( ip ); },
+         []( LateWorld & w ) {
+            w.listDel( "a" );
+            w.list( "a" );
+         },
+         []( LateWorld & w ) { w.attach( "Ethernet1", "b" ); },
+   };
+   for ( bool config : { true, false } ) {
+      for ( Step step : steps ) {
+         for ( U32 answers = 0; answers < 4; ++answers ) { // of the pass that is interrupted
+            LateWorld w( config );
+            w.start();
+            w.answerAll();
+            w.rule( "a", 10 );
+            w.settle();
+            for ( U32 n = 0; n < answers; ++n ) {
+               auto & blocks = w.table.blockCompletions();
+               auto & rest = w.table.completions();
+               blocks.waiting() ? blocks.finish( 0 ) : rest.waiting() ? rest.finish( 0 ) : void();
+               w.settle();
+            }
+            step( w );
+            w.answerAll();
+            auto lists = w.config->type( ip );
+            const bool there =
+                  lists && lists->aclHas( "a" ) && w.intfs->type( ip ) &&
+                  w.intfs->type( ip )->direction( in ) &&
+                  w.intfs->type( ip )->direction( in )->intf( intf( "Ethernet1" ) ) == "a" &&
+                  w.acsd->intfs() == 0;
+            EXPECT_EQ( w.chip(), there ? Chip{ "a( 0, in, default ): Ethernet1" } : Chip{} );
+         }
+      }
+   }
+}
+
+TEST( AclLate, MembersThatJoinInTheMiddleAreDeferred ) {
+   LateWorld w;
+   w.attach( "Port-Channel1", "a" );
+   w.start();
+   w.settle();
+   auto sm = w.aclSm->directionSm( ip, in );
+   w.members( "Port-Channel1", { "Ethernet3", "Ethernet4" } );
+   EXPECT_EQ( sm->deferredMembers(), 2u );
+   w.members( "Port-Channel1", { "Ethernet4" } );
+   EXPECT_EQ( sm->deferredMembers(), 1u );
+   w.answerAll();
+   EXPECT_EQ( sm->deferredMembers(), 0u );
+   EXPECT_EQ( w.chip(), Chip{ "a( 0, in, default ): Ethernet1 Ethernet4@Port-Channel1" } );
+   w.rule( "a", 1 );
+   w.settle();
+   w.members( "Port-Channel1", { "Ethernet4", "Ethernet5" } );
+   EXPECT_EQ( sm->deferredMembers(), 1u );
+   w.listDel( "a" );
+   EXPECT_EQ( sm->deferredMembers(), 0u );
+   w.answerAll();
+   EXPECT_EQ( w.chip(), Chip{} );
+}
+
+TEST( AclHooks, ChangeTheConfigurationInTheMiddle ) {
+   for ( auto call : { "block Ethernet1", "uninstall a", "prepare a", "on a Ethernet1", "commit a",
+                       "unblock Ethernet1" } ) {
+      for ( U32 what = 0; what < 5; ++what ) {
+         AclWorld w;
+         w.list( "a" );
+         w.list( "b" );
+         w.attach( "Ethernet1", "a" );
+         w.attach( "Ethernet2", "b" );
+         w.start();
+         w.settle();
+         bool done = false;
+         w.helper->heard = [&]( const String & heard ) {
+            if ( heard != call || std::exchange( done, true ) ) {
+               return;
+            }
+            switch ( what ) {
+            case 0:
+               return w.listDel( "a" );
+            case 1:
+               return w.attach( "Ethernet1", "b" );
+            case 2:
+               return w.rule( "a", 20 );
+            case 3:
+               return w.aclSm->doApplyAcls( true );
+            case 4:
+               w.aclSm = nullptr;
+            }
+         };
+         const auto held = w.aclSm.ptr();
+         w.rule( "a", 10 );
+         w.settle();
+         EXPECT_TRUE( done );
+         EXPECT_TRUE( held );
+         const Chip both = { "a( 0, in, default ): Ethernet1", "b( 0, in, default ): Ethernet2" };
+         if ( what == 0 ) {
+            EXPECT_EQ( w.chip(), Chip{ "b( 0, in, default ): Ethernet2" } ) << call;
+         } else if ( what == 1 ) {
+            EXPECT_EQ( w.chip(), Chip{ "b( 0, in, default ): Ethernet1 Ethernet2" } ) << call;
+         } else {
+            EXPECT_EQ( w.chip(), both ) << call;
+         }
+         EXPECT_TRUE( w.table.held().blocked.empty() );
+      }
+   }
+}
+
+TEST( AclHooks, OneThatRaisesIsCalledAgain ) {
+   for ( auto call : { "block Ethernet1", "uninstall a", "prepare a", "on a Ethernet1", "commit a",
+                       "unblock Ethernet1" } ) {
+      AclWorld w;
+      w.list( "a" );
+      w.list( "b" );
+      w.attach( "Ethernet1", "a" );
+      w.attach( "Ethernet2", "b" );
+      w.start();
+      w.settle();
+      bool done = false;
+      w.helper->heard = [&]( const String & heard ) {
+         if ( heard == call && !std::exchange( done, true ) ) {
+            throw Velto::RangeError( "hook" );
+         }
+      };
+      w.rule( "a", 10 );
+      w.rule( "b", 10 );
+      EXPECT_THROW( w.scheduler.settle(), Velto::RangeError );
+      w.settle();
+      EXPECT_EQ( w.chip(),
+                 ( Chip{ "a( 0, in, default ): Ethernet1", "b( 0, in, default ): Ethernet2" } ) )
+            << call;
+      EXPECT_TRUE( w.table.held().blocked.empty() ) << call;
+   }
+}
+
+TEST( AclRest, NothingIsHeardAndEverythingMadeGood ) {
+   AclWorld w;
+   w.list( "a" );
+   w.list( "b" );
+   w.attach( "Ethernet1", "a" );
+   w.attach( "Ethernet2.1", "b" );
+   w.vlan( "Ethernet2.1", 10 );
+   w.sharing( ip, in, Acl::SharingKind::subIntf, false );
+   w.start();
+   w.settle();
+   w.helper->takeCalls();
+   w.aclSm->initializedIs( false );
+   w.rule( "a", 10 );
+   w.listDel( "b" );
+   w.list( "b" );
+   w.vlan( "Ethernet2.1", 20 );
+   w.acsd->internalVlanIs( intf( "Ethernet3.1" ), 30 );
+   w.attach( "Ethernet3.1", "a" );
+   w.members( "Port-Channel1", { "Ethernet1" } );
+   w.attach( "Port-Channel1", "b" );
+   w.scheduler.settle();
+   EXPECT_EQ( w.helper->takeCalls(), Calls{} );
+   w.aclSm->initializedIs( true );
+   w.settle();
+   EXPECT_EQ( w.chip(), ( Chip{ "a( 30, in, default ): Ethernet3.1",
+                                "b( 0, in, default ): Ethernet1@Port-Channel1",
+                                "b( 20, in, default ): Ethernet2.1" } ) );
+   EXPECT_EQ( w.table.held().acls[0].rules->rules().size() +
+                    w.table.held().acls[1].rules->rules().size() +
+                    w.table.held().acls[2].rules->rules().size(),
+              4u );
+}
+
+TEST( AclEnd, CleanUpEmptiesTheChipUnlessARestartIsTested ) {
+   for ( bool hitless : { false, true } ) {
+      AclWorld w;
+      Tests::Env env;
+      w.list( "a" );
+      w.attach( "Ethernet1", "a" );
+      w.start();
+      w.settle();
+      if ( hitless ) {
+         env.set( "HITLESS_RESTART_TEST", "" );
+      }
+      w.aclSm->doCleanup();
+      EXPECT_EQ( w.chip().empty(), !hitless );
+      w.aclSm = nullptr;
+      w.helper = nullptr; // and another agent takes over what is left
+      w.helper = Velto::make< Helper >( w.table );
+      EXPECT_EQ( w.table.held().acls.size(), hitless ? 1u : 0u );
+      w.start();
+      w.settle();
+      EXPECT_EQ( w.chip(), Chip{ "a( 0, in, default ): Ethernet1" } );
+   }
+}
+
+TEST( AclSabotage, OfAclSm ) {
+   Tests::sabotage( []( Tests::Saboteur & saboteur ) {
+      AclWorld w;
+      w.list( "a" );
+      w.list( "b" );
+      w.attach( "Ethernet1", "a" );
+      w.attach( "Ethernet2.1", "a" );
+      w.vlan( "Ethernet2.1", 20 );
+      w.start();
+      w.scheduler.settle();
+      auto data = Ptr< Qon::AclData >( w.sm( "a" )->aclData( portKey() ) );
+      auto status = Ptr< Qon::AclDataStatus >( w.sm( "a" )->aclDataStatus( portKey() ) );
+      saboteur.watches( { data.ptr(), status.ptr() } );
+      saboteur.drops( [&] { w.aclSm = nullptr; } );
+      auto step = [&]( auto act ) {
+         saboteur.does( act );
+         saboteur.does( [&] { w.scheduler.settle(); } );
+         w.scheduler.settle();
+      };
+      step( [&] { w.attach( "Ethernet3", "a" ); } );
+      step( [&] { w.rule( "a", 10 ); } );
+      step( [&] { w.members( "Port-Channel1", { "Ethernet1" } ); } );
+      step( [&] { w.attach( "Port-Channel1", "a" ); } );
+      step( [&] { w.sharing( ip, in, Acl::SharingKind::subIntf, false ); } );
+      step( [&] { w.listDel( "a" ); } );
+      saboteur.ends(
+            [&] { return !w.chip().empty() ? "something is left" : w.aclSm->checkInvariants(); } );
+   } );
+}
+
+} // namespace
