@@ -31,6 +31,10 @@ const char everything[] =
                           "Ethernet8|multicast": {"kbps": "1000"},
                           "PortChannel1|unknown-unicast": {"percent": "1"}},
    "STORM_CONTROL": {"TC|3": {"pps": "77"}},
+   "ACL_TABLE": {"DATA": {"type": "L3", "ports": ["Ethernet8", "PortChannel1"]},
+                 "FRAMES": {"type": "L2", "stage": "ingress", "ports": ["Ethernet12"]}},
+   "ACL_RULE": {"DATA|ONE": {"PRIORITY": "1", "PACKET_ACTION": "DROP", "SRC_IP": "10.0.0.0/8"},
+                "DATA|TWO": {"PRIORITY": "2", "PACKET_ACTION": "DROP", "DST_IP": "10.0.0.3/32"}},
    "STP": {"GLOBAL": {"mode": "pvst"}}, "STP_VLAN": {"Vlan10": {}}})";
 
 /** An agent with something to show everywhere. */
@@ -91,6 +95,7 @@ show( const FullWorld & w, const QonAgent::ShowCommand & command ) {
    for ( auto & argument : command.arguments ) {
       if ( argument.required ) { // "hw frame PORT DST"
          words.push_back( argument.name == "PATH"                          ? "bridging"
+                          : argument.name == "LIST"                        ? "DATA"
                           : argument.kind == QonAgent::Argument::Kind::mac ? "00:1c:73:00:00:01"
                                                                            : "Ethernet8" );
       }
