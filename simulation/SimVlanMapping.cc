@@ -74,9 +74,7 @@ SimVlanMapping::operations() {
          { "member", 6, { R::port, R::lag, R::few }, &SimVlanMapping::member },
          { "finish", 10, { R::few }, &SimVlanMapping::finish },
          { "latency", 2, { R::few }, &SimVlanMapping::latencyIs },
-         // Never drawn: what is wished during a second pause in a row can end as an entry that nobody
-         // wants; a history of 33 events shows it.
-         { "pause", 0, { R::flag }, &SimVlanMapping::pause },
+         { "pause", 1, { R::flag }, &SimVlanMapping::pause },
          { "delay", 1, { R::few }, &SimVlanMapping::delayIs },
          { "restart", 1, {}, &SimVlanMapping::restart },
    };

@@ -62,6 +62,12 @@ VlanMappingModel::may( const Key & key, const Claim & claim, U32 source ) const 
 
 void
 VlanMappingModel::settle( const Key & key, Claim & claim, U32 former, bool lost, bool silent ) {
+   for ( U32 source = 0; source < sources; ++source ) {
+      if ( claim.givenUp[source] != claim.wishes[source] ) {
+         claim.givenUp[source]
+               .reset(); // another wish was seen: should the old one come back, it is tried
+      }
+   }
    if ( claim.owner != nobody && !may( key, claim, claim.owner ) ) {
       lost = second_ ? !claim.wishes[claim.owner] : true;
       former = claim.owner;
