@@ -123,13 +123,6 @@ VlanTranslations::inputIs( IntfId intf, Source source, Velto::Ptr< const Config 
    Interface & i = at( intf );
    i.input[U8( source )] = config;
    if ( !config ) {
-      for ( auto * claims : { &i.givenUp, &i.reported } ) {
-         for ( auto walk = claims->begin(); walk != nullptr; ++walk ) {
-            if ( walk.key().source == source ) {
-               claims->erase( Claim( walk.key() ) );
-            }
-         }
-      }
       askAll( intf, source, false );
    }
 }
@@ -158,6 +151,7 @@ void
 VlanTranslations::askAll( IntfId intf, Source source, bool apply ) {
    Interface & i = at( intf );
    const Source again = apply ? source : Source::None;
+   forgetOld( intf, source );
    for ( Direction d : Bridging::vlanMappingDirections ) {
       if ( source == Source::BriselCli ) {
          askNative( intf, d );
@@ -189,6 +183,19 @@ VlanTranslations::forgetOld( IntfId intf, Direction d, Key key, Source source ) 
       auto old = claims->find( claim );
       if ( old && ( !wanted || !( *old == *wanted ) ) ) {
          claims->erase( claim );
+      }
+   }
+}
+
+/** The same for all keys: what went while nobody was listening is held by no entry. */
+void
+VlanTranslations::forgetOld( IntfId intf, Source source ) {
+   for ( auto claims : { &Interface::givenUp, &Interface::reported } ) {
+      for ( auto walk = ( at( intf ).*claims ).begin(); walk != nullptr; ++walk ) {
+         const Claim claim = walk.key();
+         if ( claim.source == source ) {
+            forgetOld( intf, claim.direction, claim.key, source );
+         }
       }
    }
 }

@@ -95,6 +95,7 @@ class VlanTranslations {
    }
    /** A wish changed: what is remembered of another one is forgotten at once. */
    void forgetOld( IntfId intf, Direction d, Key key, Source source );
+   void forgetOld( IntfId intf, Source source );
    /** Looks at what was asked, unless that is held up. */
    void settle();
    /** Until settle() after `false`, only asks. */

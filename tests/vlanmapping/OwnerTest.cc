@@ -120,6 +120,30 @@ TEST_P( Owners, ARefusalIsSilentAndMakesRoomForTheOther ) {
    checkAll();
 }
 
+TEST_P( Owners, ARefusalIsForgottenWithTheWishThatWentInAPause ) {
+   auto paused = [&]( const std::function< void() > & change ) {
+      sm->initializedIs( false );
+      change();
+      sm->initializedIs( true );
+   };
+   chip.answers[name()] = Status::full;
+   first( 110 );
+   paused( [&] { second( 210, 20 ); } );
+   EXPECT_EQ( outcome( c.first, eth( 1 ), c.d, 10 ), Outcome::givenUp ); // it did not change
+   EXPECT_EQ( takeLogs().size(), 1u );
+   chip.answers.clear();
+   paused( [&] { first( 0 ); } ); // and no entry is left of it
+   paused( [&] { first( 110 ); } );
+   EXPECT_EQ( chip.held.at( name() ), 110u );
+   chip.answers[name()] = Status::full;
+   first( 111 );
+   chip.answers.clear();
+   paused( [&] { first( 112 ); } );
+   paused( [&] { first( 111 ); } );
+   EXPECT_EQ( chip.held.at( name() ), 111u );
+   checkAll();
+}
+
 TEST_P( Owners, WhatIsOutOfRangeIsNobodysWish ) {
    for ( U32 vlan : { 0u, 4095u, 5000u } ) {
       EXPECT_THROW( wants( c.first, eth( 1 ), c.d, vlan, 110 ), Velto::RangeError );
