@@ -21,6 +21,7 @@ RecentLog::message( const Kiv::LogDescriptor & descriptor, const String & text )
    records_.push_back( { Kiv::now(), descriptor.severity, descriptor.name, text } );
    if ( records_.size() > logDepth ) {
       records_.pop_front();
+      ++gone_;
    }
    ( next_ ? *next_ : Kiv::logStandardError() ).message( descriptor, text );
 }

@@ -46,9 +46,12 @@ class RecentLog : public Kiv::LogSink {
    ~RecentLog() override;
    void message( const Kiv::LogDescriptor & descriptor, const String & text ) override;
    const std::deque< Record > & records() const { return records_; }
+   /** How many messages came before the first of records(). */
+   U64 gone() const { return gone_; }
 
  private:
    Kiv::LogSink * next_;
+   U64 gone_ = 0;
    std::deque< Record > records_;
 };
 

@@ -11,6 +11,8 @@
 
 #include "agent/AgentRun.h"
 #include "agent/base/Json.h"
+#include "agent/base/Printable.h"
+#include "agent/base/Version.h"
 #include "agent/server/Console.h"
 #include "agent/server/SocketServer.h"
 #include "platform/Kiv/EventLoop.h"
@@ -27,6 +29,8 @@ struct Options {
    String state;
    String events;
    String socket; // empty: none
+   bool socketOfEnvironment = false;
+   SocketAccess access;
    String log = "stderr";
    String chip; // empty: the first
    Settings settings;
@@ -36,11 +40,22 @@ struct Options {
    bool once = false;
 };
 
+/** Octal digits as a number. */
+String
+modeOf( const String & text ) {
+   char * end = nullptr;
+   const unsigned long mode = std::strtoul( text.c_str(), &end, 8 );
+   if ( text.empty() || *end || mode > 0777 ) {
+      throw CLI::ValidationError( "--socket-mode", "expected up to 0777, found '" + text + "'" );
+   }
+   return Kiv::toText( U32( mode ) );
+}
+
 String program; // argv[0] without its folder, with which messages begin
 
 void
 say( const String & line ) {
-   std::fprintf( stderr, "%s: %s\n", program.c_str(), line.c_str() );
+   std::fprintf( stderr, "%s: %s\n", program.c_str(), printable( line ).c_str() );
 }
 
 /** Ends the loop on SIGTERM and SIGINT. */
@@ -75,6 +90,8 @@ class SignalWatch : private Kiv::FdWatch {
 class Program {
  public:
    Program( const Options & options, const Chips & chips );
+   /** Clients go first: what they are told is of the agent. */
+   ~Program() { server_.reset(); }
 
    /** Reads the files. Raises Velto::RangeError. */
    void load();
@@ -105,12 +122,21 @@ Program::Program( const Options & options, const Chips & chips ) : options_( opt
    }
    // Before the agent: a busy socket is known before anything else is done.
    if ( !options.socket.empty() ) {
-      server_.emplace( loop_, options.socket, [this]( Connection & c, const String & line ) {
-         console_->line( c, line );
-      } );
+      try {
+         server_.emplace(
+               loop_, options.socket,
+               [this]( Connection & c, const String & line ) { console_->line( c, line ); },
+               options.access );
+      } catch ( const Velto::RangeError & e ) {
+         throw Velto::RangeError( String( e.what() ) +
+                                  ( options.socketOfEnvironment ? socketFromEnvironment : "" ) );
+      }
    }
    if ( !options.record.empty() ) {
-      recorder_.emplace( scheduler(), options.record );
+      recorder_.emplace( scheduler(), options.record, say );
+      if ( recorder_->file() != options.record ) {
+         say( "note: " + options.record + " is there already; recording to " + recorder_->file() );
+      }
    }
    run_.emplace( scheduler(), recorder_ ? &*recorder_ : nullptr, say, chips );
    run_->begin( options.chip, options.settings );
@@ -203,9 +229,15 @@ describe( CLI::App & app, Options & options, const Chips & chips ) {
    app.add_option( "-e,--events", options.events, "timed changes, a JSON object a line" )
          ->type_name( "FILE" );
    app.add_option( "-s,--socket", options.socket,
-                   "socket for qonctl; unless given, " + defaultSocket() + ", or none with --once" )
-         ->type_name( "PATH" )
-         ->envname( "QON_SOCKET" );
+                   "socket for qonctl; unless given, $QON_SOCKET or a place of the user's, or none "
+                   "with --once" )
+         ->type_name( "PATH" );
+   app.add_option( "--socket-mode", options.access.mode, "who may use the socket, as chmod has it" )
+         ->type_name( "OCTAL" )
+         ->transform( []( const String & text ) { return modeOf( text ); } )
+         ->default_str( "0600" );
+   app.add_option( "--socket-group", options.access.group, "the group of the socket" )
+         ->type_name( "NAME" );
    app.add_option( "--log", options.log, "where messages go" )
          ->check( CLI::IsMember( { "stderr", "syslog" } ) )
          ->capture_default_str();
@@ -246,6 +278,26 @@ describe( CLI::App & app, Options & options, const Chips & chips ) {
          "no\nchip; one line says which." );
 }
 
+/** The socket that was chosen, or that stands in the environment, or the default one. What is wrong;
+    empty if nothing is. */
+String
+settled( Options & options, const CLI::App & app ) {
+   if ( app.count( "--socket" ) ) {
+      return options.socket.empty() ? "--socket: a path is expected, it is empty" : "";
+   }
+   if ( options.once || !options.replay.empty() ) {
+      return "";
+   }
+   try {
+      const SocketChoice choice = chosenSocket();
+      options.socket = choice.path;
+      options.socketOfEnvironment = choice.ofEnvironment;
+   } catch ( const Velto::RangeError & e ) {
+      return e.what();
+   }
+   return "";
+}
+
 } // namespace
 
 int
@@ -260,18 +312,24 @@ agentMain( int argc, char ** argv, const Chips & chips ) {
    CLI::App app( "Forwarding agent: runs the state machines of libQon on a switch "
                  "configuration." );
    describe( app, options, chips );
+   app.set_version_flag( "--version", program + " " + agentVersion() );
+   app.failure_message( []( const CLI::App *, const CLI::Error & e ) {
+      return program + ": error: " + e.what() + "; --help tells more\n";
+   } );
    try {
       app.parse( argc, argv );
    } catch ( const CLI::ParseError & e ) {
       return app.exit( e ) ? exitBadInput : 0;
    }
+   if ( const String wrong = settled( options, app ); !wrong.empty() ) {
+      say( "error: " + wrong );
+      return exitBadInput;
+   }
    if ( !options.replay.empty() ) {
       return replayFile( options.replay, say, chips );
    }
-   if ( options.socket.empty() && !options.once ) {
-      options.socket = defaultSocket();
-   }
    signal( SIGPIPE, SIG_IGN );
+   signal( SIGXFSZ, SIG_IGN ); // a limit on the size of files is an error of writing
    if ( options.log == "syslog" ) {
       Kiv::logSinkIs( &Kiv::logSyslog() );
    }

@@ -1,10 +1,15 @@
 // qonctl: the console of a running qon-agent.
 
+#include <sys/ioctl.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <functional>
 #include <nlohmann/json.hpp>
 
+#include "agent/base/Printable.h"
+#include "agent/base/Version.h"
 #include "agent/ctl/Client.h"
 #include "agent/ctl/Table.h"
 #include "agent/server/SocketServer.h"
@@ -17,8 +22,9 @@ constexpr int exitRefused = 1; // also: verification has findings
 constexpr int exitNoAgent = 2; // also: the command line is wrong
 
 struct Options {
-   String socket = defaultSocket();
+   String socket; // empty: the one of the environment, or the default
    double wait = 0;
+   double timeout = 30;
    bool json = false;
    String path;
    String value;
@@ -32,9 +38,21 @@ print( const String & text ) {
    std::fputs( text.c_str(), stdout );
 }
 
+String
+jsonText( const Json & json, int indent = -1 ) {
+   return json.dump( indent, ' ', false, Json::error_handler_t::replace );
+}
+
 void
 printJson( const Json & json, int indent = 2 ) {
-   print( json.dump( indent, ' ', false, Json::error_handler_t::replace ) + "\n" );
+   print( jsonText( json, indent ) + "\n" );
+}
+
+/** How wide a table may be: as the terminal is, or as it gets. */
+U32
+tableWidth() {
+   winsize size = {};
+   return ioctl( STDOUT_FILENO, TIOCGWINSZ, &size ) == 0 ? size.ws_col : 0;
 }
 
 /** The rows of a table that the console makes itself. */
@@ -43,10 +61,27 @@ column( const char * field, const char * heading ) {
    return { { "field", field }, { "heading", heading }, { "numeric", false } };
 }
 
+/** Entries of a JSON array or object, a line each, as they come. */
+class JsonList {
+ public:
+   explicit JsonList( const char * brackets ) : brackets_( brackets ) {}
+   void entry( const String & text ) {
+      print( ( begun_ ? ",\n  " : String( 1, brackets_[0] ) + "\n  " ) + text );
+      begun_ = true;
+   }
+   void end() {
+      print( begun_ ? String( "\n" ) + brackets_[1] + "\n" : String( brackets_ ) + "\n" );
+   }
+
+ private:
+   const char * const brackets_;
+   bool begun_ = false;
+};
+
 class Ctl {
  public:
    explicit Ctl( const Options & options )
-       : options_( options ), client_( options.socket, options.wait ) {}
+       : options_( options ), client_( options.socket, options.wait, options.timeout ) {}
 
    int show();
    int get();
@@ -70,7 +105,7 @@ Ctl::printTable( const Json & columns, const Json & rows ) const {
    if ( options_.json ) {
       printJson( rows );
    } else {
-      print( tableOf( columns, rows ) );
+      print( tableOf( columns, rows, tableWidth() ) );
    }
 }
 
@@ -91,8 +126,17 @@ Ctl::show() {
    if ( options_.words.empty() ) {
       return showHelp();
    }
-   Json answer = client_.ask( { { "do", "show" }, { "words", options_.words } } );
-   printTable( answer.at( "columns" ), answer.at( "rows" ) );
+   const Json head = client_.ask( { { "do", "show" }, { "words", options_.words } } );
+   JsonList list( "[]" );
+   Table table( head.at( "columns" ), tableWidth(), print );
+   for ( Json line; client_.more( line ); ) {
+      if ( options_.json ) {
+         list.entry( jsonText( line.at( "row" ) ) );
+      } else {
+         table.row( line.at( "row" ) );
+      }
+   }
+   options_.json ? list.end() : table.end();
    return 0;
 }
 
@@ -102,7 +146,7 @@ Ctl::get() {
    if ( options_.json ) {
       printJson( value );
    } else {
-      print( value.get< String >() + "\n" );
+      print( printable( value ) + "\n" );
    }
    return 0;
 }
@@ -120,16 +164,20 @@ Ctl::change( const char * what ) {
 int
 Ctl::watch() {
    client_.ask( { { "do", "watch" }, { "path", options_.path } } );
+   client_.timeoutDel();
    for ( Json line; client_.next( line ); ) {
+      if ( line.contains( "ok" ) ) {
+         continue; // all that was there has been told
+      }
       if ( options_.json ) {
          printJson( line, -1 );
       } else if ( line.contains( "entity" ) ) {
-         print( line.at( "path" ).get< String >() +
+         print( printable( line.at( "path" ) ) +
                 ( line.at( "entity" ).get< bool >() ? "\n" : " is gone\n" ) );
       } else {
          auto & value = line.at( "value" );
-         print( line.at( "path" ).get< String >() +
-                ( value.is_null() ? " is gone" : " = " + value.get< String >() ) + "\n" );
+         print( printable( line.at( "path" ) ) +
+                ( value.is_null() ? " is gone" : " = " + printable( value ) ) + "\n" );
       }
       std::fflush( stdout );
    }
@@ -138,7 +186,13 @@ Ctl::watch() {
 
 int
 Ctl::dump() {
-   printJson( client_.ask( { { "do", "dump" }, { "path", options_.path } } ).at( "state" ) );
+   client_.ask( { { "do", "dump" }, { "path", options_.path } } );
+   JsonList list( "{}" );
+   for ( Json line; client_.more( line ); ) {
+      list.entry( jsonText( line.at( "path" ) ) + ": " +
+                  jsonText( line.value( "value", Json() ) ) );
+   }
+   list.end();
    return 0;
 }
 
@@ -154,8 +208,9 @@ Ctl::raise() {
 
 int
 Ctl::run() {
+   client_.timeoutDel(); // it takes as long as the agent has to do
    Json uptime = client_.ask( { { "do", "run" }, { "seconds", options_.seconds } } ).at( "uptime" );
-   print( "uptime " + uptime.dump() + " s\n" );
+   std::printf( "uptime %.3f s\n", uptime.get< double >() );
    return 0;
 }
 
@@ -201,8 +256,11 @@ describe( CLI::App & app, Options & options, Command & command ) {
               []( Ctl & c ) { return c.change( "insert" ); } ) );
    path( sub( "delete", "remove what is at a path",
               []( Ctl & c ) { return c.change( "delete" ); } ) );
-   path( sub( "watch", "print every change below a path until interrupted", &Ctl::watch ) );
-   path( sub( "dump", "print a snapshot that qon-agent --state reads", &Ctl::dump ) );
+   path( sub( "watch", "print what is below a path, then every change, until interrupted",
+              &Ctl::watch ) );
+   sub( "dump", "print a snapshot that qon-agent --state reads; without a path, of everything",
+        &Ctl::dump )
+         ->add_option( "PATH", options.path, "path in the state database" );
    auto raise = sub( "raise", "raise a message of the log by its name", &Ctl::raise );
    raise->add_option( "MESSAGE", options.message, "its name, see 'show messages'" )->required();
    raise->add_option( "ARGUMENT", options.words, "one for each conversion of its format" );
@@ -235,11 +293,15 @@ main( int argc, char ** argv ) {
    Options options;
    Command command;
    CLI::App app( "Console of a running qon-agent." );
-   app.add_option( "-s,--socket", options.socket, "the agent's socket" )
-         ->type_name( "PATH" )
-         ->envname( "QON_SOCKET" )
-         ->capture_default_str();
+   app.add_option( "-s,--socket", options.socket, "the agent's socket" )->type_name( "PATH" );
    app.add_option( "--wait", options.wait, "seconds to wait for the agent to be there" );
+   app.add_option( "--timeout", options.timeout,
+                   "seconds after which an agent that says nothing is given up; 0: never" )
+         ->capture_default_str();
+   app.set_version_flag( "--version", "qonctl " + agentVersion() );
+   app.failure_message( []( const CLI::App *, const CLI::Error & e ) {
+      return String( "qonctl: error: " ) + e.what() + "; --help tells more\n";
+   } );
    app.add_flag( "--json", options.json, "JSON instead of tables, for scripts" );
    app.require_subcommand( 1 );
    app.footer( examples );
@@ -249,17 +311,28 @@ main( int argc, char ** argv ) {
    } catch ( const CLI::ParseError & e ) {
       return app.exit( e ) ? exitNoAgent : 0;
    }
+   auto failed = []( const String & why, int code ) {
+      std::fprintf( stderr, "qonctl: %s\n", printable( why ).c_str() );
+      return code;
+   };
+   String note; // behind errors about the socket
    try {
+      if ( app.count( "--socket" ) && options.socket.empty() ) {
+         throw NoAgent( "--socket: a path is expected, it is empty" );
+      }
+      if ( options.socket.empty() ) {
+         const SocketChoice choice = chosenSocket();
+         options.socket = choice.path;
+         note = choice.ofEnvironment ? socketFromEnvironment : "";
+      }
       Ctl ctl( options );
       return command( ctl );
    } catch ( const NoAgent & e ) {
-      std::fprintf( stderr, "qonctl: %s\n", e.what() );
-      return exitNoAgent;
+      return failed( e.what() + note, exitNoAgent );
    } catch ( const Velto::RangeError & e ) {
-      std::fprintf( stderr, "qonctl: %s\n", e.what() );
-      return exitRefused;
+      return failed( e.what(), exitRefused );
    } catch ( const Json::exception & e ) {
-      std::fprintf( stderr, "qonctl: the agent's answer is not what it should be: %s\n", e.what() );
-      return exitNoAgent;
+      return failed( String( "the agent's answer is not what it should be: " ) + e.what(),
+                     exitNoAgent );
    }
 }

@@ -14,13 +14,18 @@ namespace {
 ArgumentValue
 valueOf( const Agent & agent, const Argument & argument, const String & text ) {
    ArgumentValue value;
+   value.given = true;
    value.text = text;
    switch ( argument.kind ) {
    case Argument::Kind::intf:
       value.intf = agent.names().typed( text );
       break;
    case Argument::Kind::vlan:
-      value.vlan = Bridging::VlanId( text );
+      try {
+         value.vlan = Bridging::VlanId( text );
+      } catch ( const RangeError & ) {
+         Kiv::textRefused( "a VLAN from 1 to 4094", text );
+      }
       break;
    case Argument::Kind::mac:
       value.mac = Ulnet::EthAddr( text );
@@ -34,22 +39,47 @@ valueOf( const Agent & agent, const Argument & argument, const String & text ) {
    return value;
 }
 
+/** The place of the argument behind a keyword; behind the last one for none. */
+std::size_t
+placeOf( const std::vector< Argument > & wanted, const String & keyword ) {
+   std::size_t place = 0;
+   while ( place < wanted.size() &&
+           ( wanted[place].keyword.empty() || wanted[place].keyword != keyword ) ) {
+      ++place;
+   }
+   return place;
+}
+
 Arguments
 argumentsOf( const Agent & agent, const ShowCommand & command,
              const std::vector< String > & texts ) {
    const auto & wanted = command.arguments;
    const String name = "'show " + command.name + "'";
-   if ( texts.size() > wanted.size() ) {
-      throw RangeError( wanted.empty() ? name + " takes no argument"
-                                       : name + " takes " + argumentHelp( command ) +
-                                               ", and not '" + texts[wanted.size()] + "'" );
-   }
-   if ( texts.size() < wanted.size() && wanted[texts.size()].required ) {
-      throw RangeError( name + " needs " + wanted[texts.size()].name );
-   }
-   std::vector< ArgumentValue > given;
+   std::vector< ArgumentValue > given( wanted.size() );
+   std::size_t next = 0; // of those without a keyword
    for ( std::size_t i = 0; i < texts.size(); ++i ) {
-      given.push_back( valueOf( agent, wanted[i], texts[i] ) );
+      std::size_t place = placeOf( wanted, texts[i] );
+      const bool named = place < wanted.size();
+      if ( named && ++i == texts.size() ) {
+         throw RangeError( name + ": " + wanted[place].name + " is missing behind '" +
+                           wanted[place].keyword + "'" );
+      }
+      place = named ? place : next++;
+      if ( place >= wanted.size() || ( !named && !wanted[place].keyword.empty() ) ) {
+         throw RangeError( wanted.empty() ? name + " takes no argument"
+                                          : name + " takes " + argumentHelp( command ) +
+                                                  ", and not '" + texts[i] + "'" );
+      }
+      if ( given[place].given ) {
+         throw RangeError( name + " takes one " + wanted[place].name + ", and not '" + texts[i] +
+                           "' too" );
+      }
+      given[place] = valueOf( agent, wanted[place], texts[i] );
+   }
+   for ( std::size_t place = 0; place < wanted.size(); ++place ) {
+      if ( wanted[place].required && !given[place].given ) {
+         throw RangeError( name + " needs " + wanted[place].name );
+      }
    }
    return Arguments( std::move( given ) );
 }
@@ -64,7 +94,7 @@ Row::set( const char * field, Value value ) {
 const ArgumentValue &
 Arguments::at( std::size_t place ) const {
    static const ArgumentValue none;
-   return has( place ) ? given_[place] : none;
+   return place < given_.size() ? given_[place] : none;
 }
 
 String
@@ -72,7 +102,9 @@ argumentHelp( const ShowCommand & command ) {
    String help;
    for ( auto & argument : command.arguments ) {
       help += help.empty() ? "" : " ";
-      help += argument.required ? argument.name : "[" + argument.name + "]";
+      const String words =
+            ( argument.keyword.empty() ? "" : argument.keyword + " " ) + argument.name;
+      help += argument.required ? words : "[" + words + "]";
    }
    return help;
 }

@@ -33,6 +33,7 @@ struct Column {
 
 /** An argument that a client gave; the member of its kind is set beside `text`. */
 struct ArgumentValue {
+   bool given = false;
    String text;
    Ulnet::IntfId intf;
    Bridging::VlanIdOrNone vlan;
@@ -48,13 +49,17 @@ struct Argument {
    bool required = false;
    /** Whether there is such a thing; none: whatever can be parsed. */
    std::function< bool( const ArgumentValue & value ) > known;
+   /** The word behind which it stands, after those without one and in any order: "vlan" of "show mac
+       vlan 10". Empty: it is known by its place. */
+   String keyword = "";
 };
 
-/** The arguments of one call, by their place; what was not given is null, none, or empty. */
+/** The arguments of one call, by their place in ShowCommand::arguments; what was not given is null,
+    none, or empty. */
 class Arguments {
  public:
    explicit Arguments( std::vector< ArgumentValue > given ) : given_( std::move( given ) ) {}
-   bool has( std::size_t place ) const { return place < given_.size(); }
+   bool has( std::size_t place ) const { return place < given_.size() && given_[place].given; }
    Ulnet::IntfId intf( std::size_t place ) const { return at( place ).intf; }
    Bridging::VlanIdOrNone vlan( std::size_t place ) const { return at( place ).vlan; }
    Ulnet::EthAddr mac( std::size_t place ) const { return at( place ).mac; }

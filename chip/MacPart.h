@@ -5,6 +5,7 @@
 
 #include "Qon/include/mac/QonChipProgrammer.h"
 #include "chip/Chip.h"
+#include "chip/Reading.h"
 
 namespace QonChip {
 
@@ -21,6 +22,7 @@ struct HeldHost {
    }
 };
 using HeldHosts = std::map< Qon::MacEntryKey, HeldHost >;
+using HostReading = Reading< Qon::MacEntryKey, HeldHost >;
 
 class MacPart {
  public:
@@ -31,6 +33,8 @@ class MacPart {
 
    /** The chip's host table; none if the chip cannot be read back. */
    virtual std::optional< HeldHosts > hosts() const { return std::nullopt; }
+   /** The same, a host at a time; null if the chip cannot be read back. */
+   virtual std::unique_ptr< HostReading > readHosts() const { return wholeReading( hosts() ); }
    /** So many hosts overfill the table, whatever their addresses; 0: it cannot be filled. */
    virtual U32 hostsToFill() const { return 20'000; }
 };

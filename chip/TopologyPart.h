@@ -6,6 +6,7 @@
 
 #include "Qon/include/topology/QonStpSm.h"
 #include "chip/Chip.h"
+#include "chip/Reading.h"
 
 namespace QonChip {
 
@@ -16,6 +17,7 @@ struct HeldTopology {
    bool operator==( const HeldTopology & ) const = default;
 };
 using HeldTopologies = std::map< String, HeldTopology >;
+using TopologyReading = Reading< String, HeldTopology >;
 
 /** A chip without this part keeps forwarding per VLAN, and takes every setting of BPDU trapping. */
 class TopologyPart {
@@ -34,8 +36,15 @@ class TopologyPart {
       return nullptr;
    }
 
+   /** Whether frames of the VLAN pass the port, as far as topologies go; none, the default: the chip
+       cannot tell, and whoever asks goes by what it acknowledged. */
+   virtual std::optional< bool > forwards( U16, IntfId ) const { return std::nullopt; }
    /** The chip's topology tables; none if the chip has none or cannot be read back. */
    virtual std::optional< HeldTopologies > topologies() const { return std::nullopt; }
+   /** The same, a topology at a time; null if there is nothing to read. */
+   virtual std::unique_ptr< TopologyReading > readTopologies() const {
+      return wholeReading( topologies() );
+   }
 };
 
 } // namespace QonChip

@@ -5,11 +5,13 @@
 
 #include "Qon/include/topology/QonVlanHelper.h"
 #include "chip/Chip.h"
+#include "chip/Reading.h"
 
 namespace QonChip {
 
 using HeldVlan = std::map< IntfId, Qon::VlanMembership >;
 using HeldVlans = std::map< U16, HeldVlan >;
+using VlanReading = Reading< U16, HeldVlan >;
 
 class VlanPart {
  public:
@@ -20,6 +22,8 @@ class VlanPart {
 
    /** The VLANs that have members in the chip; none if the chip cannot be read back. */
    virtual std::optional< HeldVlans > vlans() const { return std::nullopt; }
+   /** The same, a VLAN at a time; null if the chip cannot be read back. */
+   virtual std::unique_ptr< VlanReading > readVlans() const { return wholeReading( vlans() ); }
 };
 
 } // namespace QonChip

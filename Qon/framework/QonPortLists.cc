@@ -156,3 +156,29 @@ QonLagPortList::stringValue() const {
 }
 
 } // namespace Qon
+
+template<>
+Qon::QonPortList
+Kiv::fromText( const Velto::String & text ) {
+   Qon::QonPortList list;
+   if ( text.size() < 2 || text.front() != '{' || text.back() != '}' ) {
+      textRefused( "ports such as {Ethernet1, Ethernet2}", text );
+   }
+   for ( auto & name : split( text.substr( 1, text.size() - 2 ), ',' ) ) {
+      const auto begin = name.find_first_not_of( ' ' );
+      if ( begin != Velto::String::npos ) {
+         list.portIs( Ulnet::IntfId( name.substr( begin ) ) );
+      }
+   }
+   return list;
+}
+
+template<>
+Qon::QonLagPortList
+Kiv::fromText( const Velto::String & text ) {
+   Qon::QonLagPortList list;
+   for ( ValueReader reader( "Qon::QonLagPortList", text ); reader.next(); ) {
+      list.portIs( Ulnet::IntfId( reader.name() ), fromText< Qon::QonLagPort >( reader.value() ) );
+   }
+   return list;
+}

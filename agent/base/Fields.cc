@@ -9,12 +9,14 @@ namespace QonAgent {
 
 bool
 hasField( const Json & line, const char * field ) {
+   FieldsAsked::note( field );
    return line.contains( field );
 }
 
 template< class T >
 T
 fieldOf( const Json & line, const char * field ) {
+   FieldsAsked::note( field );
    auto found = line.find( field );
    if ( found == line.end() ) {
       throw Velto::RangeError( String( "field '" ) + field + "' is missing" );
@@ -23,6 +25,22 @@ fieldOf( const Json & line, const char * field ) {
       return found->template get< T >();
    } catch ( const nlohmann::json::exception & ) {
       throw Velto::RangeError( String( "field '" ) + field + "' cannot be " + found->dump() );
+   }
+}
+
+FieldsAsked::FieldsAsked() {
+   VELTO_ASSERT( !current_ );
+   current_ = this;
+}
+
+FieldsAsked::~FieldsAsked() {
+   current_ = nullptr;
+}
+
+void
+FieldsAsked::note( const char * field ) {
+   if ( current_ ) {
+      current_->names_.insert( field );
    }
 }
 

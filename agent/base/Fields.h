@@ -1,6 +1,8 @@
 #pragma once
 // The fields of JSON objects that come from outside, typed, with one clear line for what is wrong.
 
+#include <set>
+
 #include "agent/base/Json.h"
 #include "platform/Velto/Types.h"
 
@@ -14,5 +16,26 @@ bool hasField( const Json & line, const char * field );
     U32, double, String, a vector of String, or Json for whatever it is. Raises Velto::RangeError. */
 template< class T >
 T fieldOf( const Json & line, const char * field );
+
+/** Notes which fields are asked for while it lives, so that those which nobody knows can be told.
+    One at a time. */
+class FieldsAsked {
+ public:
+   FieldsAsked();
+   ~FieldsAsked();
+   FieldsAsked( const FieldsAsked & ) = delete;
+   FieldsAsked & operator=( const FieldsAsked & ) = delete;
+
+   const std::set< String > & names() const { return names_; }
+
+ private:
+   template< class T >
+   friend T fieldOf( const Json & line, const char * field );
+   friend bool hasField( const Json & line, const char * field );
+   static void note( const char * field );
+
+   static inline FieldsAsked * current_ = nullptr;
+   std::set< String > names_;
+};
 
 } // namespace QonAgent

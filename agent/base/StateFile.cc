@@ -12,12 +12,12 @@ using Velto::RangeError;
 Json
 takeState( const Orvane::EntityManager & entities, const String & path ) {
    Json state = Json::object();
-   entities.dump( path, &state, []( void * context, const Kiv::GenericIf::Line & line ) {
-      // Paths are unique; looking for each would take a time that grows with the square.
-      auto & all = static_cast< Json * >( context )->get_ref< Json::object_t & >();
-      all.Json::object_t::Container::emplace_back( line.path,
-                                                   line.isEntity ? Json() : Json( line.value ) );
-   } );
+   // Paths are unique; looking for each would take a time that grows with the square.
+   auto & all = static_cast< Json::object_t::Container & >( state.get_ref< Json::object_t & >() );
+   Orvane::Dump dump( entities, path );
+   for ( Kiv::GenericIf::Line line; dump.next( line ); ) {
+      all.emplace_back( line.path, line.isEntity ? Json() : Json( line.value ) );
+   }
    return state;
 }
 
@@ -36,9 +36,24 @@ textOfJson( const Json & value ) {
                      String( value.type_name() ) );
 }
 
+namespace {
+
+bool
+isQueue( const Orvane::EntityManager & entities, const String & path ) {
+   return !path.empty() && path.back() != ']' &&
+          entities.attribute( path ).kind == Kiv::AttrKind::queue;
+}
+
+} // namespace
+
 void
 applyState( Orvane::EntityManager & entities, const State & state ) {
+   String queue; // whose elements are being entered
    for ( auto & [path, value] : state ) {
+      if ( path != queue && isQueue( entities, path ) ) {
+         queue = path;
+         entities.del( path ); // a snapshot has all that is in it
+      }
       if ( value.is_null() ) {
          entities.insert( path );
       } else if ( value.is_structured() ) {

@@ -1,6 +1,6 @@
 #include "agent/configdb/ConfigDb.h"
 
-#include <unordered_map>
+#include <unordered_set>
 
 #include "agent/base/JsonText.h"
 #include "agent/base/ReadFile.h"
@@ -44,9 +44,10 @@ class ConfigParser {
    static constexpr U32 inList = 4;
 
    ConfigRow & row() { return table_->rows[row_]; }
-   ConfigValue & value() { return row().fields_[field_].second; }
+   ConfigValue & value() { return fields_[field_].second; }
    void newTable();
    void newRow();
+   void endRow();
    void newField( ConfigValue value );
    bool scalar( const String & text, const char * what );
    bool open( const char * what, bool object );
@@ -63,8 +64,24 @@ class ConfigParser {
    String names_[inRow + 1]; ///< by depth: the key whose value comes next
    ConfigDb::Table * table_ = nullptr;
    std::size_t row_ = 0;
+   ConfigRow::Fields fields_; ///< of the row
    std::size_t field_ = 0;
-   std::unordered_map< String, std::size_t > rows_; ///< of the present table
+   std::shared_ptr< const ConfigRow::Fields > former_; ///< of the row before
+
+   // The rows of the present table by their keys, which stand in the rows.
+   struct KeyHash {
+      const ConfigParser * parser;
+      std::size_t operator()( U32 row ) const {
+         return std::hash< String >()( parser->table_->rows[row].key() );
+      }
+   };
+   struct KeyEqual {
+      const ConfigParser * parser;
+      bool operator()( U32 a, U32 b ) const {
+         return parser->table_->rows[a].key() == parser->table_->rows[b].key();
+      }
+   };
+   std::unordered_set< U32, KeyHash, KeyEqual > rows_{ 0, KeyHash{ this }, KeyEqual{ this } };
 };
 
 bool
@@ -99,28 +116,37 @@ ConfigParser::newTable() {
 
 void
 ConfigParser::newRow() {
-   auto [known, fresh] = rows_.try_emplace( names_[inTable], table_->rows.size() );
-   row_ = known->second;
-   if ( fresh ) {
-      table_->rows.emplace_back( table_->name, names_[inTable] );
-   } else {
+   table_->rows.emplace_back( table_->name, names_[inTable] );
+   auto [known, fresh] = rows_.insert( U32( table_->rows.size() - 1 ) );
+   row_ = *known;
+   if ( !fresh ) {
+      table_->rows.pop_back();
       warn( row().place(), twice );
-      row().fields_.clear();
+      row().fields_ = nullptr;
    }
+   fields_.clear();
+}
+
+/** Tables of a hundred thousand rows have the same fields in most of them. */
+void
+ConfigParser::endRow() {
+   if ( !former_ || *former_ != fields_ ) {
+      former_ = std::make_shared< const ConfigRow::Fields >( fields_ );
+   }
+   row().fields_ = former_;
 }
 
 void
 ConfigParser::newField( ConfigValue value ) {
    const String & name = names_[inRow];
-   auto & fields = row().fields_;
-   for ( field_ = 0; field_ < fields.size(); ++field_ ) {
-      if ( fields[field_].first == name ) {
+   for ( field_ = 0; field_ < fields_.size(); ++field_ ) {
+      if ( fields_[field_].first == name ) {
          warn( row().place( name ), twice );
-         fields[field_].second = std::move( value );
+         fields_[field_].second = std::move( value );
          return;
       }
    }
-   fields.emplace_back( name, std::move( value ) );
+   fields_.emplace_back( name, std::move( value ) );
 }
 
 void
@@ -186,6 +212,9 @@ ConfigParser::open( const char * what, bool object ) {
 
 bool
 ConfigParser::close() {
+   if ( !ignored_ && depth_ == inRow ) {
+      endRow();
+   }
    --( ignored_ ? ignored_ : depth_ );
    return true;
 }

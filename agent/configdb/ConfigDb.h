@@ -12,6 +12,7 @@
 // 3. What is wrong with a value comes to light when a feature asks for it.
 
 #include <deque>
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -44,6 +45,8 @@ struct ConfigValue {
    Kind kind = Kind::text;
    String text;                ///< of `other`: what it is, "an object"
    std::vector< String > list; ///< of `list`
+
+   bool operator==( const ConfigValue & ) const = default;
 };
 
 /** One row. Accessors raise RowError. Fields are found whatever their case. */
@@ -73,7 +76,10 @@ class ConfigRow {
 
    /** All fields, in the order of the file. */
    using Fields = std::vector< std::pair< String, ConfigValue > >;
-   const Fields & fields() const { return fields_; }
+   const Fields & fields() const {
+      static const Fields none;
+      return fields_ ? *fields_ : none;
+   }
 
  private:
    friend class ConfigParser;
@@ -81,7 +87,7 @@ class ConfigRow {
 
    const String * table_;
    String key_;
-   Fields fields_;
+   std::shared_ptr< const Fields > fields_; // null for none; rows that are alike share them
 };
 
 class ConfigDb {

@@ -80,7 +80,7 @@ ConfigRow::place( const String & field ) const {
 const ConfigValue *
 ConfigRow::find( const String & field ) const {
    const ConfigValue * other = nullptr;
-   for ( auto & [name, value] : fields_ ) {
+   for ( auto & [name, value] : fields() ) {
       if ( name == field ) {
          return &value;
       }

@@ -4,9 +4,12 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 #include "agent/server/SocketServer.h"
 
@@ -15,11 +18,13 @@ namespace QonAgent {
 namespace {
 
 constexpr double retryEvery = 0.05; // seconds
+constexpr double maxTimeout = 1e6;
 const char verificationEnd[] = "\"END_OF_VERIFICATION\" } ] }";
 
 } // namespace
 
-Client::Client( const String & path, double patience ) : path_( path ) {
+Client::Client( const String & path, double patience, double timeout )
+    : path_( path ), timeout_( timeout ) {
    for ( fd_ = connectTo( path ); fd_ < 0; fd_ = connectTo( path ) ) {
       int why = errno;
       if ( patience <= 0 ) {
@@ -47,6 +52,12 @@ Client::send( const String & bytes ) {
 
 bool
 Client::receive() {
+   pollfd input = { fd_, POLLIN, 0 };
+   if ( timeout_ > 0 && poll( &input, 1, int( std::min( timeout_, maxTimeout ) * 1000 ) ) == 0 ) {
+      char text[32];
+      std::snprintf( text, sizeof( text ), "%g", timeout_ );
+      throw NoAgent( path_ + ": the agent has not answered within " + text + " s" );
+   }
    char piece[65536];
    ssize_t n;
    do {
@@ -58,21 +69,31 @@ Client::receive() {
 
 bool
 Client::next( Json & line ) {
-   std::size_t searched = 0;
-   auto end = in_.find( '\n' );
+   std::size_t searched = read_;
+   auto end = in_.find( '\n', searched );
    while ( end == String::npos ) {
+      in_.erase( 0, std::exchange( read_, 0 ) );
       searched = in_.size();
       if ( !receive() ) {
          return false;
       }
       end = in_.find( '\n', searched );
    }
-   line = Json::parse( in_.begin(), in_.begin() + long( end ), nullptr, false );
-   in_.erase( 0, end + 1 );
+   line = Json::parse( in_.begin() + long( read_ ), in_.begin() + long( end ), nullptr, false );
+   read_ = end + 1;
    if ( line.is_discarded() ) {
       throw NoAgent( path_ + ": this is no agent: its answer is not JSON" );
    }
    return true;
+}
+
+/** What says that it is all right. */
+Json
+Client::checked( Json answer ) const {
+   if ( !answer.value( "ok", false ) ) {
+      throw Velto::RangeError( answer.value( "error", "the agent refused" ) );
+   }
+   return answer;
 }
 
 Json
@@ -82,14 +103,24 @@ Client::ask( const Json & request ) {
    if ( !next( answer ) ) {
       throw NoAgent( path_ + ": the agent closed the connection" );
    }
-   if ( !answer.value( "ok", false ) ) {
-      throw Velto::RangeError( answer.value( "error", "the agent refused" ) );
+   return checked( std::move( answer ) );
+}
+
+bool
+Client::more( Json & line ) {
+   if ( !next( line ) ) {
+      throw NoAgent( path_ + ": the answer broke off" );
    }
-   return answer;
+   const bool last = line.contains( "ok" );
+   if ( last ) {
+      checked( line );
+   }
+   return !last;
 }
 
 Json
 Client::verify( const String & name ) {
+   in_.erase( 0, std::exchange( read_, 0 ) );
    send( "VTS#" + name + "#\n" );
    while ( in_.find( verificationEnd ) == String::npos ) {
       if ( !receive() ) {

@@ -1,10 +1,11 @@
 #include "agent/ctl/Table.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <nlohmann/json.hpp>
 #include <utility>
-#include <vector>
 
+#include "agent/base/Printable.h"
 #include "platform/Kiv/Text.h"
 
 namespace QonAgent {
@@ -14,7 +15,7 @@ using Velto::String;
 namespace {
 
 constexpr U32 gap = 2;
-constexpr U32 narrowest = 12;
+constexpr char comma[] = ", ";
 
 /** How many characters a text of UTF-8 shows. */
 U32
@@ -24,95 +25,142 @@ shownWidth( const String & text ) {
 }
 
 String
-cellText( const Json & value ) {
+valueText( const Json & value ) {
    if ( value.is_null() ) {
       return "";
    }
    if ( value.is_string() ) {
-      return value.get< String >();
+      return printable( value.get< String >() );
    }
    if ( value.is_boolean() ) {
       return Kiv::yesNo( value.get< bool >() );
    }
+   if ( value.is_number_float() ) { // seconds
+      char text[32];
+      std::snprintf( text, sizeof( text ), "%.3f", value.get< double >() );
+      return text;
+   }
+   return value.dump();
+}
+
+/** The values of a cell; all but the last with their comma. */
+std::vector< String >
+cellOf( const Json & value ) {
    if ( !value.is_array() ) {
-      return value.dump();
+      return { valueText( value ) };
    }
-   String text;
+   std::vector< String > cell;
    for ( auto & item : value ) {
-      text += ( text.empty() ? "" : ", " ) + cellText( item );
+      if ( !cell.empty() ) {
+         cell.back() += comma;
+      }
+      cell.push_back( valueText( item ) );
    }
+   return cell;
+}
+
+String
+withoutBlanks( String text ) {
+   text.erase( text.find_last_not_of( ' ' ) + 1 );
    return text;
 }
 
-/** Cuts off `rest` what fits into `width` bytes, at a blank or behind a slash if it can. */
-String
-takeLine( String & rest, U32 width ) {
-   if ( rest.size() <= width ) {
-      return std::exchange( rest, "" );
+/** How wide a cell is, and its widest value. */
+std::pair< U32, U32 >
+widthsOf( const std::vector< String > & cell ) {
+   String all;
+   U32 widest = 0;
+   for ( auto & value : cell ) {
+      all += value;
+      widest = std::max( widest, shownWidth( withoutBlanks( value ) ) );
    }
-   auto cut = rest.rfind( ' ', width );
-   if ( cut == String::npos || cut == 0 ) {
-      auto slash = rest.rfind( '/', width - 1 );
-      cut = slash == String::npos ? width : slash + 1;
-      while ( cut > 1 && ( rest[cut] & 0xc0 ) == 0x80 ) {
-         --cut; // not inside a character
-      }
-   }
-   String line = rest.substr( 0, cut );
-   rest.erase( 0, cut );
-   rest.erase( 0, rest.find_first_not_of( ' ' ) );
-   line.erase( line.find_last_not_of( ' ' ) + 1 );
-   return line;
+   return { shownWidth( all ), widest };
 }
 
-struct Layout {
-   U32 width;
-   bool numeric;
-};
+/** What of a cell, from value `at` on, fits into one line: one value at least. */
+String
+takeLine( const std::vector< String > & cell, std::size_t & at, U32 width ) {
+   String line;
+   while ( at < cell.size() &&
+           ( line.empty() || shownWidth( withoutBlanks( line + cell[at] ) ) <= width ) ) {
+      line += cell[at++];
+   }
+   return withoutBlanks( line );
+}
 
-class Printer {
- public:
-   Printer( const Json & columns, const Json & rows, U32 width );
-   String print() const;
+} // namespace
 
- private:
-   using Cells = std::vector< String >;
-   void narrow( U32 width );
-   void printRow( Cells cells, String & out ) const;
-
-   std::vector< Layout > layout_;
-   Cells headings_;
-   std::vector< Cells > rows_;
-};
-
-Printer::Printer( const Json & columns, const Json & rows, U32 width ) {
+Table::Table( const Json & columns, U32 width, Print print )
+    : width_( width ), print_( std::move( print ) ) {
    for ( auto & column : columns ) {
-      headings_.push_back( column.at( "heading" ).get< String >() );
-      layout_.push_back( { shownWidth( headings_.back() ), column.at( "numeric" ).get< bool >() } );
+      const String heading = column.at( "heading" );
+      const U32 wide = shownWidth( heading );
+      columns_.push_back( { column.at( "field" ), heading, column.at( "numeric" ), wide, wide } );
    }
-   for ( auto & row : rows ) {
-      Cells cells;
-      for ( std::size_t i = 0; i < columns.size(); ++i ) {
-         String field = columns[i].at( "field" ).get< String >();
-         cells.push_back( row.contains( field ) ? cellText( row.at( field ) ) : "" );
-         layout_[i].width = std::max( layout_[i].width, shownWidth( cells.back() ) );
-      }
-      rows_.push_back( std::move( cells ) );
-   }
-   narrow( width );
 }
 
 void
-Printer::narrow( U32 width ) {
+Table::row( const Json & row ) {
+   Cells cells;
+   for ( auto & column : columns_ ) {
+      auto value = row.find( column.field );
+      cells.push_back( value == row.end() ? Cell() : cellOf( *value ) );
+   }
+   if ( laidOut_ ) {
+      printCells( cells );
+      return;
+   }
+   first_.push_back( std::move( cells ) );
+   if ( first_.size() == lookAhead ) {
+      layOut();
+   }
+}
+
+void
+Table::end() {
+   if ( !laidOut_ ) {
+      layOut();
+   }
+}
+
+void
+Table::layOut() {
+   laidOut_ = true;
+   for ( auto & cells : first_ ) {
+      for ( std::size_t i = 0; i < cells.size(); ++i ) {
+         const auto [wide, widest] = widthsOf( cells[i] );
+         columns_[i].width = std::max( columns_[i].width, wide );
+         columns_[i].least = std::max( columns_[i].least, widest );
+      }
+   }
+   narrow();
+   Cells headings, rules;
+   for ( auto & column : columns_ ) {
+      headings.push_back( { column.heading } );
+      rules.push_back( { String( column.width, '-' ) } );
+   }
+   printCells( headings );
+   printCells( rules );
+   for ( auto & cells : std::exchange( first_, {} ) ) {
+      printCells( cells );
+   }
+}
+
+/** Takes from the widest of the columns that have something to give, one by one. */
+void
+Table::narrow() {
    U32 total = 0;
-   for ( auto & column : layout_ ) {
+   for ( auto & column : columns_ ) {
       total += column.width + gap;
    }
-   while ( !layout_.empty() && total - gap > width ) {
-      auto widest = std::max_element(
-            layout_.begin(), layout_.end(),
-            []( const Layout & a, const Layout & b ) { return a.width < b.width; } );
-      if ( widest->width <= narrowest ) {
+   while ( width_ && total > width_ + gap ) {
+      Column * widest = nullptr;
+      for ( auto & column : columns_ ) {
+         if ( column.width > column.least && ( !widest || column.width > widest->width ) ) {
+            widest = &column;
+         }
+      }
+      if ( !widest ) {
          return;
       }
       --widest->width;
@@ -121,49 +169,42 @@ Printer::narrow( U32 width ) {
 }
 
 void
-Printer::printRow( Cells cells, String & out ) const {
+Table::printCells( const Cells & cells ) {
+   std::vector< std::size_t > at( cells.size() );
+   String out;
    bool more = true;
    while ( more ) {
       more = false;
-      String line;
       U32 column = 0; // where the next cell begins
-      U32 at = 0;     // where the line ends
+      U32 end = 0;    // where the line ends
       for ( std::size_t i = 0; i < cells.size(); ++i ) {
-         String text = takeLine( cells[i], layout_[i].width );
-         U32 shown = shownWidth( text );
-         U32 begin = column + ( layout_[i].numeric ? layout_[i].width - shown : 0 );
+         const U32 width = columns_[i].width;
+         const String text = takeLine( cells[i], at[i], width );
+         const U32 shown = shownWidth( text );
+         U32 begin = column + ( columns_[i].numeric && shown < width ? width - shown : 0 );
+         begin = end ? std::max( begin, end + gap ) : begin;
          if ( shown ) {
-            line.append( begin - at, ' ' );
-            line += text;
-            at = begin + shown;
+            out.append( begin - end, ' ' );
+            out += text;
+            end = begin + shown;
          }
-         column += layout_[i].width + gap;
-         more = more || !cells[i].empty();
+         column += width + gap;
+         more = more || at[i] < cells[i].size();
       }
-      out += line + "\n";
+      out += "\n";
    }
+   print_( out );
 }
-
-String
-Printer::print() const {
-   String out;
-   printRow( headings_, out );
-   Cells rules;
-   for ( auto & column : layout_ ) {
-      rules.push_back( String( column.width, '-' ) );
-   }
-   printRow( rules, out );
-   for ( auto & row : rows_ ) {
-      printRow( row, out );
-   }
-   return out;
-}
-
-} // namespace
 
 String
 tableOf( const Json & columns, const Json & rows, U32 width ) {
-   return Printer( columns, rows, width ).print();
+   String all;
+   Table table( columns, width, [&]( const String & text ) { all += text; } );
+   for ( auto & row : rows ) {
+      table.row( row );
+   }
+   table.end();
+   return all;
 }
 
 } // namespace QonAgent

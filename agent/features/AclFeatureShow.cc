@@ -144,9 +144,10 @@ AclFeature::lists( Arguments arguments ) const {
       notServed( agent_, "access lists" );
    }
    for ( AclType type : Acl::aclTypes ) {
-      auto byType = intfConfig_->type( type );
       for ( AclDirection direction : Acl::aclDirections ) {
-         auto intfs = byType ? byType->direction( direction ) : nullptr;
+         const auto byType = intfConfig_->type( type );
+         const Velto::Ptr< const Acl::DirectionIntfConfig > intfs =
+               byType ? byType->direction( direction ) : nullptr;
          if ( !intfs ) {
             continue;
          }

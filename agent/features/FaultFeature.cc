@@ -31,11 +31,21 @@ std::function< void() >
 FaultFeature::parseFault( const Json & line ) const {
    SoftChip::FaultPlan & plan = chip_->faults();
    if ( hasField( line, "hook" ) ) {
-      return [&plan, fault = faultOf( line )] { plan.add( fault ); };
+      return [&plan, fault = faultOf( line )] {
+         plan.add( fault );
+         if ( !plan.hooks().contains( fault.hook ) ) {
+            thereIsNo( "hook with faults", fault.hook, plan.hooks() );
+         }
+      };
    }
    if ( hasField( line, "table" ) ) {
       return [&plan, table = fieldOf< String >( line, "table" ),
-              limit = fieldOf< U32 >( line, "limit" )] { plan.limitIs( table, limit ); };
+              limit = fieldOf< U32 >( line, "limit" )] {
+         plan.limitIs( table, limit );
+         if ( !plan.tables().contains( table ) ) {
+            thereIsNo( "table with a limit", table, plan.tables() );
+         }
+      };
    }
    if ( hasField( line, "unit" ) ) {
       return [&plan, unit = fieldOf< String >( line, "unit" ),

@@ -9,6 +9,7 @@ namespace QonAgent {
 
 namespace {
 
+const String lastNumber = "9999";
 constexpr U8 fallbackOff = 0;
 constexpr U8 fallbackStatic = 1;
 constexpr U8 fallbackIndividual = 2;
@@ -115,6 +116,10 @@ LagFeature::channel( ConfigReader & reader, const ConfigRow & row ) {
    Ulnet::IntfId lag = reader.intf( "", row.part( 0, 1 ) );
    if ( !Qon::hasLagIndex( lag ) ) {
       throw RowError( "", "'" + row.key() + "' is not the name of a port-channel" );
+   }
+   const String digits = row.key().substr( row.key().find_first_of( "0123456789" ) );
+   if ( digits.size() > lastNumber.size() && digits[0] != '0' ) {
+      reader.warn( row, "", "port-channels of a switch have numbers up to " + lastNumber );
    }
    Channel channel;
    channel.up = row.word( "admin_status", { "down", "up" }, 1 );

@@ -68,8 +68,10 @@ class LagFeature : public AgentFeature {
    Rows chip( Arguments arguments ) const;
    Row portChannelRow( Ulnet::IntfId lag, const Interface::EthLagIntfStatus & status ) const;
    /** The ports that the aggregate lists, has, or is lent. */
-   std::vector< Ulnet::IntfId > portsOf( Ulnet::IntfId lag ) const;
-   Row memberRow( Ulnet::IntfId lag, Ulnet::IntfId port ) const;
+   std::vector< Ulnet::IntfId > portsOf( Ulnet::IntfId lag,
+                                         const Interface::EthLagIntfStatus & status ) const;
+   Row memberRow( Ulnet::IntfId lag, const Interface::EthLagIntfStatus & status,
+                  Ulnet::IntfId port ) const;
    Hardware::Lag::MemberStatus held( Ulnet::IntfId lag, Ulnet::IntfId port ) const;
    /** Why a port that the aggregate lists is not what it should be; empty if it is. */
    String why( Ulnet::IntfId lag, Ulnet::IntfId port ) const;

@@ -54,6 +54,9 @@ LagFeature::memberEvent( const Json & line ) {
       if ( member ) {
          memberStatus_->memberStatusIs( port, flags );
          status->intfIs( port, flags );
+      } else if ( !status->intfHas( port ) ) {
+         throw Velto::RangeError( agent_.names().spelling( port ) + " is no member of " +
+                                  agent_.names().spelling( lag ) );
       } else {
          memberStatus_->memberStatusDel( port );
          status->intfDel( port );

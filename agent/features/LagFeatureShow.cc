@@ -36,8 +36,8 @@ LagFeature::held( Ulnet::IntfId lag, Ulnet::IntfId port ) const {
 }
 
 std::vector< Ulnet::IntfId >
-LagFeature::portsOf( Ulnet::IntfId lag ) const {
-   auto ports = Qon::keysOf< Ulnet::IntfId >( status_->intfStatus( lag )->intfIteratorConst() );
+LagFeature::portsOf( Ulnet::IntfId lag, const Interface::EthLagIntfStatus & status ) const {
+   auto ports = Qon::keysOf< Ulnet::IntfId >( status.intfIteratorConst() );
    if ( auto group = hardware_->lag( lag ) ) {
       for ( auto && [port, member] : group->memberIteratorConst() ) {
          ports.emplace( port );
@@ -74,12 +74,13 @@ LagFeature::why( Ulnet::IntfId lag, Ulnet::IntfId port ) const {
 }
 
 Row
-LagFeature::memberRow( Ulnet::IntfId lag, Ulnet::IntfId port ) const {
+LagFeature::memberRow( Ulnet::IntfId lag, const Interface::EthLagIntfStatus & status,
+                       Ulnet::IntfId port ) const {
    auto & names = agent_.names();
    auto config = config_->intfConfig( port );
    const bool own = agent_.acsd()->lagToPort( lag ).portHas( port );
-   const bool listed = status_->intfStatus( lag )->intfHas( port );
-   const auto flags = status_->intfStatus( lag )->intf( port );
+   const bool listed = status.intfHas( port );
+   const auto flags = status.intf( port );
    const auto chip = held( lag, port );
    return { { "portChannel", names.spelling( lag ) },
             { "port", names.spelling( port ) },
@@ -98,8 +99,8 @@ LagFeature::members( Arguments arguments ) const {
       if ( arguments.has( 0 ) && lag != arguments.intf( 0 ) ) {
          continue;
       }
-      for ( Ulnet::IntfId port : portsOf( lag ) ) {
-         co_yield memberRow( lag, port );
+      for ( Ulnet::IntfId port : portsOf( lag, *status ) ) {
+         co_yield memberRow( lag, *status, port );
       }
    }
 }
@@ -110,7 +111,7 @@ LagFeature::portChannelRow( Ulnet::IntfId lag, const Interface::EthLagIntfStatus
    Value::List members, programmed, shared;
    bool up = false;
    const auto own = agent_.acsd()->lagToPort( lag );
-   for ( Ulnet::IntfId port : portsOf( lag ) ) {
+   for ( Ulnet::IntfId port : portsOf( lag, status ) ) {
       const auto chip = held( lag, port );
       if ( own.portHas( port ) ) {
          members.push_back( names.spelling( port ) );

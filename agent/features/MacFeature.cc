@@ -1,7 +1,5 @@
 #include "agent/features/MacFeature.h"
 
-#include <cmath>
-
 #include "agent/features/Arguments.h"
 
 namespace QonAgent {
@@ -60,6 +58,36 @@ keyFields( const MacEntryKey & key ) {
 
 } // namespace
 
+/** What of the entries is asked for. */
+struct MacFeature::Filter {
+   explicit Filter( const Arguments & arguments )
+       : vlan( arguments.vlan( 0 ) ), intf( arguments.intf( 1 ) ) {}
+   bool takes( const MacEntryKey & key, Ulnet::IntfId where ) const {
+      return ( vlan.isNone() || key.key().vlan() == vlan ) && ( intf.isNull() || where == intf );
+   }
+   bool takes( const Qon::IndirectAccessMacCmd & cmd ) const {
+      return takes( cmd.key(), cmd.intf() );
+   }
+
+   const Bridging::VlanIdOrNone vlan;
+   const Ulnet::IntfId intf;
+};
+
+/** Follows the newest command of a key until the chip has answered it. */
+class MacFeature::Handed : public Velto::Node {
+ public:
+   Handed( MacFeature & feature, const MacCmdPtr & cmd ) : feature_( feature ), cmd_( cmd.ptr() ) {
+      hasNotificationActiveIs( true );
+      watch_.attach( this, cmd_ );
+   }
+   void handleStatus() { feature_.handleAnswer( cmd_->key(), *cmd_ ); }
+
+ private:
+   MacFeature & feature_;
+   const Qon::IndirectAccessMacCmd * const cmd_;
+   Kiv::Watch< Qon::IndirectAccessMacCmd::statusAttr, Handed, &Handed::handleStatus > watch_;
+};
+
 MacFeature::MacFeature( Agent & agent )
     : agent_( agent ), part_( agent.chip().part< QonChip::MacPart >() ),
       programmer_( part_ ? part_->makeProgrammer() : nullptr ) {
@@ -69,7 +97,7 @@ MacFeature::MacFeature( Agent & agent )
 }
 
 std::function< void() >
-MacFeature::parse( const Json & line ) const {
+MacFeature::parse( const Json & line ) {
    const Operation & op = operationOf( fieldOf< String >( line, "op" ) );
    Ulnet::EthAddr mac;
    Bridging::VlanIdOrNone vlan;
@@ -78,7 +106,7 @@ MacFeature::parse( const Json & line ) const {
       mac = Ulnet::EthAddr( fieldOf< String >( line, "mac" ) );
    }
    if ( op.vlan ) {
-      vlan = Bridging::VlanId( fieldOf< U32 >( line, "vlan" ) );
+      vlan = vlanField( line );
    }
    if ( op.intf ) {
       intf = agent_.names().typed( fieldOf< String >( line, "intf" ) );
@@ -90,13 +118,47 @@ MacFeature::parse( const Json & line ) const {
       if ( !programmer_ ) {
          notServed( agent_, "MAC addresses" );
       }
-      hand( *programmer_, Qon::indirectAccessMacCmdFactory( type, key, intf, entryType ) );
+      hand( Qon::indirectAccessMacCmdFactory( type, key, intf, entryType ) );
    };
 }
 
+MacFeature::~MacFeature() = default;
+
 void
-MacFeature::hand( Qon::QonMacProgrammer & programmer, const MacCmdPtr & cmd ) {
-   cmd->addrOp() ? programmer.handleAddrOp( cmd ) : programmer.handleFlushOp( cmd );
+MacFeature::hand( const MacCmdPtr & cmd ) {
+   if ( !cmd->addrOp() ) {
+      withdraw( *cmd );
+      programmer_->handleFlushOp( cmd );
+      return;
+   }
+   refused_.erase( cmd->key() );
+   handed_.erase( cmd->key() );
+   handed_.emplace( cmd->key(), Velto::make< Handed >( *this, cmd ) );
+   programmer_->handleAddrOp( cmd );
+}
+
+/** Of what the chip could not do now it is asked again; the rest is over. */
+void
+MacFeature::handleAnswer( const MacEntryKey & key, const Qon::IndirectAccessMacCmd & cmd ) {
+   using Status = Qon::MacProgramStatus;
+   if ( cmd.status() == Status::macProgramFailed && cmd.valid() ) {
+      *refused_.emplace( key ).first = { &cmd, Kiv::now() };
+   }
+   if ( cmd.status() == Status::macProgramFailed || cmd.status() == Status::macProgramSuccess ) {
+      const auto done = handed_.take( key );
+   }
+}
+
+/** What is flushed is not wanted any more, whatever the chip said of it. */
+void
+MacFeature::withdraw( const Qon::IndirectAccessMacCmd & flush ) {
+   const auto vlan = flush.key().key().vlan();
+   for ( auto && [key, refused] : refused_ ) {
+      if ( ( vlan.isNone() || key.key().vlan() == vlan ) &&
+           ( flush.intf().isNull() || refused.cmd->intf() == flush.intf() ) ) {
+         refused_.erase( key );
+      }
+   }
 }
 
 /** A command on its way. */
@@ -116,36 +178,56 @@ MacFeature::row( const Qon::IndirectAccessMacCmd & cmd, const char * state ) con
 
 /** What is on its way, stage by stage, and what the chip holds without a change on its way. */
 Rows
-MacFeature::requested() const {
+MacFeature::requested( Arguments arguments ) const {
    if ( !programmer_ ) {
       notServed( agent_, "MAC addresses" );
    }
+   const Filter filter( arguments );
    const Qon::QonMacProgrammer & programmer = *programmer_;
-   for ( auto & cmd : programmer.pendingMacOp() ) {
-      if ( cmd->valid() ) {
+   for ( auto walk = programmer.pendingMacOp().begin(); walk != nullptr; ++walk ) {
+      if ( const MacCmdPtr cmd = *walk; cmd->valid() && filter.takes( *cmd ) ) {
          co_yield row( *cmd, "pending" );
+      } else {
+         co_yield Pause();
       }
    }
    for ( auto walk = programmer.inProgMacOpIteratorConst(); walk; ++walk ) {
-      if ( walk.value()->valid() ) {
-         co_yield row( *walk.value(), "in flight" );
+      if ( const MacCmdPtr cmd = walk.value(); cmd->valid() && filter.takes( *cmd ) ) {
+         co_yield row( *cmd, "in flight" );
+      } else {
+         co_yield Pause();
       }
    }
-   for ( auto && [key, cmd] : programmer.overflowAddrOp() ) {
-      Row waits = row( *cmd, "overflow" );
-      const Kiv::Seconds left = programmer_->updateOverflowAddressClock()->time() - Kiv::now();
-      waits.set( "nextRetry", std::round( left * 1000 ) / 1000 );
-      co_yield waits;
+   for ( auto walk = programmer.overflowAddrOp().begin(); walk; ++walk ) {
+      if ( const MacCmdPtr cmd = walk.value(); filter.takes( *cmd ) ) {
+         Row waits = row( *cmd, "overflow" );
+         waits.set( "nextRetry", programmer_->updateOverflowAddressClock()->time() - Kiv::now() );
+         co_yield waits;
+      } else {
+         co_yield Pause();
+      }
    }
-   const auto hosts = part_->hosts().value_or( QonChip::HeldHosts() );
-   for ( auto & [key, host] : hosts ) {
+   for ( auto walk = refused_.begin(); walk; ++walk ) {
+      const auto cmd = walk.value().cmd;
+      if ( filter.takes( *cmd ) ) {
+         Row refused = row( *cmd, "refused" );
+         refused.set( "reason", "refused by the chip" );
+         refused.set( "since", Kiv::now() - walk.value().since );
+         co_yield refused;
+      }
+   }
+   const auto chip = part_->readHosts();
+   MacEntryKey key;
+   for ( QonChip::HeldHost host; chip && chip->next( key, host ); ) {
       const bool onItsWay = programmer.pendingAddrOpHas( key ) ||
                             programmer.inProgAddrOpHas( key ) ||
                             programmer.overflowAddrOpHas( key );
-      if ( !onItsWay ) {
+      if ( !onItsWay && filter.takes( key, host.intf ) ) {
          Row held = row( key, host );
          held.set( "state", "programmed" );
          co_yield held;
+      } else {
+         co_yield Pause();
       }
    }
 }
@@ -160,15 +242,21 @@ MacFeature::row( const MacEntryKey & key, const QonChip::HeldHost & host ) const
 }
 
 Rows
-MacFeature::hardware() const {
-   const auto hosts = part_ ? part_->hosts() : std::nullopt;
-   if ( !hosts ) {
+MacFeature::hardware( Arguments arguments ) const {
+   const auto chip = part_ ? part_->readHosts() : nullptr;
+   if ( !chip ) {
       notServed( agent_, "the reading of MAC addresses" );
    }
-   for ( auto & [key, host] : *hosts ) {
-      Row held = row( key, host );
-      held.set( "place", host.place );
-      co_yield held;
+   const Filter filter( arguments );
+   MacEntryKey key;
+   for ( QonChip::HeldHost host; chip->next( key, host ); ) {
+      if ( filter.takes( key, host.intf ) ) {
+         Row held = row( key, host );
+         held.set( "place", host.place );
+         co_yield held;
+      } else {
+         co_yield Pause();
+      }
    }
 }
 
@@ -176,22 +264,27 @@ std::vector< ShowCommand >
 MacFeature::showCommands() {
    Column mac = { "mac", "MAC address" }, vlan = { "vlan", "VLAN", true },
           intf = { "interface", "Interface" }, type = { "type", "Type" };
+   const std::vector< Argument > filters = {
+         { Argument::Kind::vlan, "VLAN", "VLAN", false, nullptr, "vlan" },
+         { Argument::Kind::intf, "INTERFACE", "interface", false, nullptr, "interface" } };
    return { { "mac",
               "MAC entries: what was asked for, and how far it is",
-              {},
+              filters,
               { mac,
                 vlan,
                 intf,
                 type,
                 { "operation", "Operation" },
                 { "state", "State" },
+                { "reason", "Reason" },
+                { "since", "Since s", true },
                 { "nextRetry", "Retry in s", true } },
-              [this]( auto & ) { return requested(); } },
+              [this]( auto & arguments ) { return requested( arguments ); } },
             { "hw mac",
               "MAC entries that the chip holds",
-              {},
+              filters,
               { mac, vlan, intf, type, { "place", "Place" } },
-              [this]( auto & ) { return hardware(); } } };
+              [this]( auto & arguments ) { return hardware( arguments ); } } };
 }
 
 std::vector< EventKind >

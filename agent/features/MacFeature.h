@@ -10,12 +10,14 @@
 
 #include "agent/AgentFeature.h"
 #include "chip/MacPart.h"
+#include "platform/Kiv/OrderedMap.h"
 
 namespace QonAgent {
 
 class MacFeature : public AgentFeature {
  public:
    explicit MacFeature( Agent & agent );
+   ~MacFeature() override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
 
@@ -23,16 +25,27 @@ class MacFeature : public AgentFeature {
    Qon::QonMacProgrammer * programmer() const { return programmer_.ptr(); }
 
  private:
-   std::function< void() > parse( const Json & line ) const;
-   static void hand( Qon::QonMacProgrammer & programmer, const Qon::MacCmdPtr & cmd );
+   struct Filter;
+   class Handed;
+   /** What the chip refused, until it is asked for again or withdrawn. */
+   struct Refused {
+      Velto::Ptr< const Qon::IndirectAccessMacCmd > cmd;
+      Kiv::Seconds since;
+   };
+   void handleAnswer( const Qon::MacEntryKey & key, const Qon::IndirectAccessMacCmd & cmd );
+   void withdraw( const Qon::IndirectAccessMacCmd & flush );
+   std::function< void() > parse( const Json & line );
+   void hand( const Qon::MacCmdPtr & cmd );
    Row row( const Qon::IndirectAccessMacCmd & cmd, const char * state ) const;
    Row row( const Qon::MacEntryKey & key, const QonChip::HeldHost & host ) const;
-   Rows requested() const;
-   Rows hardware() const;
+   Rows requested( Arguments arguments ) const;
+   Rows hardware( Arguments arguments ) const;
 
    Agent & agent_;
    QonChip::MacPart * const part_; ///< null: the chip has none
    const Velto::Ptr< Qon::QonMacProgrammer > programmer_;
+   Kiv::OrderedMap< Qon::MacEntryKey, Velto::Ptr< Handed > > handed_; ///< not answered yet
+   Kiv::OrderedMap< Qon::MacEntryKey, Refused > refused_;
 };
 
 } // namespace QonAgent

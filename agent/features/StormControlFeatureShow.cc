@@ -120,19 +120,20 @@ StormControlFeature::row( IntfId intf, Level level, const QonChip::HeldStormCont
 /** A row a level that anybody configured or that dropped anything. */
 Rows
 StormControlFeature::stormControl( Arguments arguments ) const {
-   const auto held = part_ ? part_->stormControl() : std::nullopt;
+   const auto held =
+         ( part_ ? part_->stormControl() : std::nullopt ).value_or( QonChip::HeldStormControl() );
    for ( IntfId intf : shown() ) {
       if ( arguments.has( 0 ) && intf != arguments.intf( 0 ) ) {
          continue;
       }
-      const auto effective =
-            Qon::StormControl::effectiveConfig( *config_, Qon::LagView( agent_.acsd() ), intf );
       for ( auto & kind : Qon::StormControl::levelKinds ) {
+         const auto effective =
+               Qon::StormControl::effectiveConfig( *config_, Qon::LagView( agent_.acsd() ), intf );
          auto own = config_->intf( intf );
          const bool said = ( own && levelOf( *own, kind.level ) ) ||
                            ( effective.config && levelOf( *effective.config, kind.level ) );
          if ( said || dropsOf( drops_->allIntfStatus( intf ).drops(), kind.level ) ) {
-            co_yield row( intf, kind.level, held.value_or( QonChip::HeldStormControl() ) );
+            co_yield row( intf, kind.level, held );
          }
       }
    }

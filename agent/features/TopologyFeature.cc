@@ -75,9 +75,10 @@ void
 TopologyFeature::configure( ConfigReader & reader ) {
    auto tree = std::make_shared< SpanningTree >();
    reader.eachRow( "STP", [&]( const ConfigRow & row ) {
-      const String mode = row.text( "mode" );
+      const std::vector< String > modes = { "none", "pvst", "mst" };
+      const String mode = modes[row.word( "mode", modes, 0 )];
       reader.apply( [=] {
-         tree->enabled = !mode.empty() && mode != "none";
+         tree->enabled = mode != "none";
          tree->pvst = mode == "pvst";
       } );
    } );
@@ -137,30 +138,52 @@ TopologyFeature::parsePortState( const Json & line ) {
    const auto state = Kiv::fromText< PortState >( fieldOf< String >( line, "state" ) );
    const String name = fieldOf< String >( line, "topology" );
    return [=, this] {
-      if ( auto topo = config_->topoConfig( name ) ) {
-         auto config = topo->topoPortConfigIs( port, state );
-         config->changeInfoIs( Topology::TopoPortChangeInfo( ++changes_, agent_.uptime() ) );
-         config->stateIs( state );
-      }
+      auto config = topologyOf( name )->topoPortConfigIs( port, state );
+      config->changeInfoIs( Topology::TopoPortChangeInfo( ++changes_, agent_.uptime() ) );
+      config->stateIs( state );
    };
+}
+
+/** Raises Velto::RangeError if there is none. */
+Velto::Ptr< Topology::TopoConfig >
+TopologyFeature::topologyOf( const String & name ) const {
+   if ( auto topo = config_->topoConfig( name ) ) {
+      return topo;
+   }
+   std::vector< String > names;
+   for ( auto && [other, topo] : config_->topoConfigIteratorConst() ) {
+      names.push_back( other );
+   }
+   thereIsNo( "topology", name, names );
+}
+
+/** The port of a topology; raises likewise. */
+Velto::Ptr< Topology::TopoPortConfig >
+TopologyFeature::portOf( const String & name, IntfId port ) const {
+   const auto topo = topologyOf( name );
+   if ( auto config = topo->topoPortConfig( port ) ) {
+      return config;
+   }
+   std::vector< String > names;
+   for ( auto && [other, config] : topo->topoPortConfigIteratorConst() ) {
+      names.push_back( agent_.names().spelling( other ) );
+   }
+   thereIsNo( "port of the topology", agent_.names().spelling( port ), names );
 }
 
 TopologyFeature::Parsed
 TopologyFeature::parsePortDel( const Json & line ) {
    return [=, this, port = intfOf( agent_, line ), name = fieldOf< String >( line, "topology" )] {
-      if ( auto topo = config_->topoConfig( name ) ) {
-         topo->topoPortConfigDel( port );
-      }
+      portOf( name, port );
+      topologyOf( name )->topoPortConfigDel( port );
    };
 }
 
 TopologyFeature::Parsed
 TopologyFeature::parseFlush( const Json & line ) {
    return [=, this, port = intfOf( agent_, line ), name = fieldOf< String >( line, "topology" )] {
-      auto topo = config_->topoConfig( name );
-      if ( auto config = topo ? topo->topoPortConfig( port ) : nullptr ) {
-         config->fdbFlushIs( config->fdbFlush() + 1 );
-      }
+      const auto config = portOf( name, port );
+      config->fdbFlushIs( config->fdbFlush() + 1 );
    };
 }
 
@@ -171,6 +194,7 @@ TopologyFeature::parseTopology( const Json & line ) {
       if ( id ) {
          topologyIs( name, id );
       } else {
+         topologyOf( name );
          config_->topoConfigDel( name );
          status_->topoStatusDel( name );
       }
@@ -179,8 +203,10 @@ TopologyFeature::parseTopology( const Json & line ) {
 
 TopologyFeature::Parsed
 TopologyFeature::parseVlan( const Json & line ) {
-   return [=, this, vlan = VlanId( fieldOf< U32 >( line, "vlan" ) ),
-           name = fieldOf< String >( line, "topology" )] {
+   return [=, this, vlan = vlanField( line ), name = fieldOf< String >( line, "topology" )] {
+      if ( name.empty() && !config_->vidToTopoMapHas( vlan ) ) {
+         throw Velto::RangeError( "VLAN " + vlan.stringValue() + " is in no topology" );
+      }
       name.empty() ? config_->vidToTopoMapDel( vlan ) : config_->vidToTopoMapIs( vlan, name );
    };
 }
@@ -245,60 +271,70 @@ TopologyFeature::eventKinds() {
 
 // --- What there is -------------------------------------------------------------------------------
 
+/** A row a port; one without for a topology that has none. */
 Rows
 TopologyFeature::topologies( Arguments arguments ) const {
    if ( !stpSm_ ) {
       notServed( agent_, "topologies" );
    }
-   for ( auto && [name, topo] : config_->topoConfigIteratorConst() ) {
-      if ( !arguments.has( 0 ) || arguments.text( 0 ) == name ) {
-         for ( auto & row : topologyRows( name, *topo ) ) {
-            co_yield row;
-         }
+   for ( auto i = config_->topoConfigIteratorConst(); i; ++i ) {
+      const Velto::Ptr< const Topology::TopoConfig > topo = i.ptr();
+      const String name = i.key();
+      if ( arguments.has( 0 ) && arguments.text( 0 ) != name ) {
+         co_yield Pause();
+         continue;
+      }
+      const Row whole = topologyRow( name, *topo );
+      if ( topo->topoPortConfigs() == 0 ) {
+         co_yield whole;
+      }
+      for ( auto port = topo->topoPortConfigIteratorConst(); port; ++port ) {
+         co_yield portRow( whole, name, port.key(), *port.ptr() );
       }
    }
 }
 
-/** A row a port; one without for a topology that has none. */
-std::vector< Row >
-TopologyFeature::topologyRows( const String & name, const Topology::TopoConfig & topo ) const {
-   const auto topoSm = stpSm_->topoSm( name );
+/** What is true of a topology as a whole. */
+Row
+TopologyFeature::topologyRow( const String & name, const Topology::TopoConfig & topo ) const {
    Value::List vlans;
    if ( auto mapped = stpSm_->topoToVlanMap( name ) ) {
+      std::set< U16 > numbers;
       for ( auto && [vlan, present] : mapped->vlanIteratorConst() ) {
-         vlans.push_back( vlan.stringValue() );
+         numbers.insert( vlan.value() );
       }
+      vlans = ranges( numbers );
    }
-   const Row whole = { { "topology", name },
-                       { "id", topo.topoId() },
-                       { "active", yesNo( topoSm ) },
-                       { "vlans", vlans } };
-   std::vector< Row > rows;
-   for ( auto && [intf, config] : topo.topoPortConfigIteratorConst() ) {
-      Row row = whole;
-      row.set( "interface", agent_.names().spelling( intf ) );
-      row.set( "wanted", Kiv::toText( config->state() ) );
-      if ( auto port = topoSm ? topoSm->topoPortSm( intf ) : nullptr ) {
-         row.set( "acknowledged", Kiv::toText( port->status()->state() ) );
-         row.set( "waiting", yesNo( topoSm->pendingHas( intf ) ) );
-         row.set( "flushes", port->status()->fdbFlushReport() );
-      }
-      rows.push_back( row );
+   return { { "topology", name },
+            { "id", topo.topoId() },
+            { "active", yesNo( stpSm_->topoSm( name ) ) },
+            { "vlans", vlans } };
+}
+
+Row
+TopologyFeature::portRow( const Row & whole, const String & name, IntfId intf,
+                          const Topology::TopoPortConfig & config ) const {
+   Row row = whole;
+   row.set( "interface", agent_.names().spelling( intf ) );
+   row.set( "wanted", Kiv::toText( config.state() ) );
+   const auto topoSm = stpSm_->topoSm( name );
+   if ( auto port = topoSm ? topoSm->topoPortSm( intf ) : nullptr ) {
+      row.set( "acknowledged", Kiv::toText( port->status()->state() ) );
+      row.set( "waiting", yesNo( topoSm->pendingHas( intf ) ) );
+      row.set( "flushes", port->status()->fdbFlushReport() );
    }
-   if ( rows.empty() ) {
-      rows.push_back( whole );
-   }
-   return rows;
+   return row;
 }
 
 Rows
 TopologyFeature::hardware() const {
-   const auto held = part_ ? part_->topologies() : std::nullopt;
-   if ( !held ) {
+   const auto chip = part_ ? part_->readTopologies() : nullptr;
+   if ( !chip ) {
       notServed( agent_, "the reading of topology tables" );
    }
-   for ( auto & [name, topology] : *held ) {
-      for ( auto & [intf, state] : topology.ports ) {
+   String name;
+   for ( QonChip::HeldTopology held; chip->next( name, held ); co_yield Pause() ) {
+      for ( auto & [intf, state] : held.ports ) {
          const Row made = { { "topology", name },
                             { "interface", agent_.names().spelling( intf ) },
                             { "state", Kiv::toText( state ) } };

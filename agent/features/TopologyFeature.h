@@ -50,6 +50,9 @@ class TopologyFeature : public AgentFeature {
    };
    void build( const SpanningTree & tree );
    void topologyIs( const String & name, U32 id );
+   Velto::Ptr< Bridging::Topology::TopoConfig > topologyOf( const String & name ) const;
+   Velto::Ptr< Bridging::Topology::TopoPortConfig > portOf( const String & name,
+                                                            Ulnet::IntfId port ) const;
 
    Parsed parsePortState( const Json & line );
    Parsed parsePortDel( const Json & line );
@@ -59,8 +62,9 @@ class TopologyFeature : public AgentFeature {
    Parsed parseMode( const Json & line );
    Parsed parseTapAgg( const Json & line );
    Rows topologies( Arguments arguments ) const;
-   std::vector< Row > topologyRows( const String & name,
-                                    const Bridging::Topology::TopoConfig & topo ) const;
+   Row topologyRow( const String & name, const Bridging::Topology::TopoConfig & topo ) const;
+   Row portRow( const Row & whole, const String & name, Ulnet::IntfId intf,
+                const Bridging::Topology::TopoPortConfig & config ) const;
    Rows hardware() const;
 
    Velto::Ptr< Qon::TopoHelper > makeHelper();

@@ -1,5 +1,7 @@
 #include "agent/features/VlanFeature.h"
 
+#include <bitset>
+
 #include "agent/ConfigReader.h"
 #include "agent/features/Arguments.h"
 #include "agent/features/VlanHooks.h"
@@ -10,10 +12,25 @@ namespace QonAgent {
 using Bridging::VlanId;
 using Ulnet::IntfId;
 
+namespace {
+
+constexpr U16 lastVlan = 4094;
+
+struct ConfiguredMember {
+   VlanId vlan;
+   bool tagged;
+   IntfId port;
+};
+
+} // namespace
+
 VlanFeature::VlanFeature( Agent & agent )
     : agent_( agent ), part_( agent.chip().part< QonChip::VlanPart >() ),
       config_( agent.entities().mount< Bridging::Vlan::Config >( Paths::vlanConfig ) ),
+      spanningTree_( agent.chip().part< QonChip::TopologyPart >() ),
       topologies_( agent.entities().mount< Bridging::Topology::Config >( Paths::topologyConfig ) ),
+      acknowledged_(
+            agent.entities().mount< Bridging::Topology::Inst::Status >( Paths::topologyStatus ) ),
       helper_( vlanHelperOf( agent ) ) {
    if ( helper_ ) {
       membersSm_ = Qon::smIs< VlanMembersSm >( agent.acsd(), config_, helper_ );
@@ -32,39 +49,78 @@ VlanFeature::vlanOf( ConfigReader & reader, const String & name ) const {
 
 void
 VlanFeature::configure( ConfigReader & reader ) {
-   auto known = std::make_shared< std::vector< VlanId > >();
+   std::bitset< lastVlan + 1 > known;
    reader.eachRow( "VLAN", [&]( const ConfigRow & row ) {
       const VlanId vlan = vlanOf( reader, row.part( 0, 1 ) );
       if ( row.number( "vlanid", 1, 4094, vlan ) != vlan ) {
          throw RowError( "vlanid",
                          "'" + row.text( "vlanid" ) + "' is not the number of " + row.key() );
       }
-      known->push_back( vlan );
+      known.set( vlan );
       reader.apply( [=, this] { config_->vlanConfigIs( vlan ); } );
    } );
+   // One change for all of them: a change a row would take more room than the members.
+   auto members = std::make_shared< std::vector< ConfiguredMember > >();
+   auto seen = std::make_unique< Seen >();
    reader.eachRow( "VLAN_MEMBER", [&]( const ConfigRow & row ) {
       const VlanId vlan = vlanOf( reader, row.part( 0, 2 ) );
-      if ( std::find( known->begin(), known->end(), vlan ) == known->end() ) {
+      if ( !known[vlan] ) {
          throw RowError( "", "there is no " + row.part( 0, 2 ) + " in table VLAN" );
       }
       const IntfId port = reader.portOrChannel( "", row.part( 1, 2 ) );
       const bool tagged =
             row.word( "tagging_mode", { "untagged", "tagged", "priority_tagged" }, 0 ) == 1;
-      reader.apply( [=, this] { config_->vlanConfigIs( vlan )->memberIs( port, tagged ); } );
+      nameOdd( reader, row, port, tagged ? "" : row.part( 0, 2 ), *seen );
+      members->push_back( { vlan, tagged, port } );
    } );
+   reader.apply( [=, this] {
+      for ( auto & member : *members ) {
+         config_->vlanConfigIs( member.vlan )->memberIs( member.port, member.tagged );
+      }
+   } );
+}
+
+/** What cannot be meant, once a port. `untaggedIn` is empty for a tagged member. */
+void
+VlanFeature::nameOdd( ConfigReader & reader, const ConfigRow & row, IntfId port,
+                      const String & untaggedIn, Seen & seen ) const {
+   const auto & names = agent_.names();
+   const IntfId lag = reader.memberOf( port );
+   if ( !lag.isNull() && seen.lagMembers.insert( port ).second ) {
+      reader.warn( row, "",
+                   names.spelling( port ) + " is a member of " + names.spelling( lag ) +
+                         ", whose VLANs it has; those of its own do not count" );
+   }
+   if ( untaggedIn.empty() ) {
+      return;
+   }
+   auto [first, fresh] = seen.untagged.try_emplace( port, untaggedIn );
+   if ( !fresh && !first->second.empty() ) {
+      reader.warn( row, "tagging_mode",
+                   names.spelling( port ) + " is untagged in " + first->second + " already" );
+      first->second.clear(); // said
+   }
 }
 
 std::function< void() >
 VlanFeature::parseMember( const Json & line ) {
-   const VlanId vlan( fieldOf< U32 >( line, "vlan" ) );
+   const VlanId vlan = vlanField( line );
    const IntfId port = agent_.names().typed( fieldOf< String >( line, "intf" ) );
    const String mode = fieldOf< String >( line, "mode" );
    if ( mode != "tagged" && mode != "untagged" && mode != "none" ) {
       throw Velto::RangeError( "mode is tagged, untagged or none, not '" + mode + "'" );
    }
    return [=, this] {
-      auto config = config_->vlanConfigIs( vlan );
-      mode == "none" ? config->memberDel( port ) : config->memberIs( port, mode == "tagged" );
+      auto config = config_->vlanConfig( vlan );
+      if ( mode == "none" && !( config && config->memberHas( port ) ) ) {
+         throw Velto::RangeError( agent_.names().spelling( port ) + " is no member of VLAN " +
+                                  vlan.stringValue() );
+      }
+      if ( mode == "none" ) {
+         config->memberDel( port );
+      } else {
+         config_->vlanConfigIs( vlan )->memberIs( port, mode == "tagged" );
+      }
    };
 }
 
@@ -77,56 +133,89 @@ VlanFeature::row( VlanId vlan, IntfId port, Qon::VlanMembership how ) const {
             { "egress", yesNo( how.egress ) } };
 }
 
-/** A row a member; one without for a VLAN that has none. */
-std::vector< Row >
-VlanFeature::vlanRows( VlanId vlan, const QonChip::HeldVlan & held ) const {
-   const auto state = helper_->updateState( vlan );
-   std::vector< Row > rows;
-   helper_->forEachMember( vlan, [&]( IntfId port, Qon::VlanMembership how ) {
-      Row r = row( vlan, port, how );
-      r.set( "topology", topologies_->vidToTopoMap( vlan ) );
-      r.set( "forwarding", yesNo( helper_->forwards( port, vlan ) ) );
-      r.set( "hardware", yesNo( held.contains( port ) ) );
-      if ( state.requested != state.completed ) {
-         r.set( "generation", state.requested );
-         r.set( "since", Kiv::now() - state.since );
-         r.set( "state", state.failed ? "failed" : state.inProgress ? "in progress" : "waiting" );
-      }
-      rows.push_back( r );
-   } );
-   if ( rows.empty() ) {
-      rows.push_back( { { "vlan", U32( vlan.value() ) },
-                        { "topology", topologies_->vidToTopoMap( vlan ) } } );
-   }
-   return rows;
+/** What is true of a VLAN as a whole. */
+Row
+VlanFeature::vlanRow( VlanId vlan ) const {
+   return { { "vlan", U32( vlan.value() ) }, { "topology", topologies_->vidToTopoMap( vlan ) } };
 }
 
+/** A port of a VLAN whose membership is requested. */
+Row
+VlanFeature::memberRow( VlanId vlan, IntfId port, const QonChip::HeldVlan & held ) const {
+   const auto state = helper_->updateState( vlan );
+   Row r = row( vlan, port, helper_->membership( port, vlan ) );
+   r.set( "topology", topologies_->vidToTopoMap( vlan ) );
+   r.set( "forwarding", yesNo( forwards( vlan, port ) ) );
+   r.set( "hardware", yesNo( held.contains( port ) ) );
+   if ( state.requested != state.completed ) {
+      r.set( "generation", state.requested );
+      r.set( "since", Kiv::now() - state.since );
+      r.set( "state", state.failed ? "failed" : state.inProgress ? "in progress" : "waiting" );
+   }
+   return r;
+}
+
+/** Whether the chip forwards: by its VLANs, and by its topologies, if it has such tables. */
+bool
+VlanFeature::forwards( VlanId vlan, IntfId port ) const {
+   if ( !helper_->forwards( port, vlan ) || !spanningTree_ ) {
+      return helper_->forwards( port, vlan );
+   }
+   if ( const auto known = spanningTree_->forwards( vlan, port ) ) {
+      return *known;
+   }
+   const auto topology = acknowledged_->topoStatus( topologies_->vidToTopoMap( vlan ) );
+   const IntfId lag = agent_.acsd()->portToLag( port );
+   const auto state = topology ? topology->topoPortStatus( lag ? lag : port ) : nullptr;
+   return !state || state->state() == Bridging::Topology::PortState::forwarding;
+}
+
+std::vector< IntfId >
+VlanFeature::membersOf( VlanId vlan ) const {
+   std::vector< IntfId > ports;
+   helper_->forEachMember( vlan, [&]( IntfId port, auto ) { ports.push_back( port ); } );
+   return ports;
+}
+
+/** A row a member; one without for a VLAN that has none. */
 Rows
 VlanFeature::vlans( Arguments arguments ) const {
    if ( !helper_ ) {
       notServed( agent_, "VLANs" );
    }
-   auto held = part_->vlans().value_or( QonChip::HeldVlans() );
-   for ( auto && [vlan, config] : config_->vlanConfigIteratorConst() ) {
-      if ( !arguments.has( 0 ) || vlan.value() == arguments.vlan( 0 ).value() ) {
-         for ( auto & row : vlanRows( vlan, held[vlan] ) ) {
-            co_yield row;
-         }
+   const auto chip = part_->readVlans();
+   const auto only = arguments.vlan( 0 );
+   for ( auto i = config_->vlanConfigIteratorConst(); i; ++i ) {
+      const VlanId vlan = i.key();
+      if ( !only.isNone() && only.value() != vlan.value() ) {
+         continue;
+      }
+      const auto ports = membersOf( vlan );
+      const auto held = chip ? chip->at( vlan ) : QonChip::HeldVlan();
+      if ( ports.empty() ) {
+         co_yield vlanRow( vlan );
+      }
+      for ( IntfId port : ports ) {
+         co_yield memberRow( vlan, port, held );
       }
    }
 }
 
 Rows
 VlanFeature::hardware( Arguments arguments ) const {
-   const auto held = part_ ? part_->vlans() : std::nullopt;
-   if ( !held ) {
+   const auto chip = part_ ? part_->readVlans() : nullptr;
+   if ( !chip ) {
       notServed( agent_, "the reading of VLANs" );
    }
-   for ( auto & [vlan, ports] : *held ) {
-      if ( !arguments.has( 0 ) || vlan == arguments.vlan( 0 ).value() ) {
-         for ( auto & [port, how] : ports ) {
-            co_yield row( VlanId( vlan ), port, how );
-         }
+   const auto only = arguments.vlan( 0 );
+   U16 vlan = only.isNone() ? 0 : only.value();
+   QonChip::HeldVlan held = only.isNone() ? QonChip::HeldVlan() : chip->at( vlan );
+   while ( !only.isNone() || chip->next( vlan, held ) ) {
+      for ( auto & [port, how] : held ) {
+         co_yield row( VlanId( vlan ), port, how );
+      }
+      if ( !only.isNone() ) {
+         break;
       }
    }
 }

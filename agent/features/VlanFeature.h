@@ -5,8 +5,12 @@
 //
 // `mode` is tagged, untagged or none.
 
+#include <map>
+#include <set>
+
 #include "agent/AgentFeature.h"
 #include "agent/features/VlanMembersSm.h"
+#include "chip/TopologyPart.h"
 #include "chip/VlanPart.h"
 #include "platform/types/Topology.h"
 
@@ -27,17 +31,29 @@ class VlanFeature : public AgentFeature {
    Qon::VlanHelper * helper() const { return helper_.ptr(); }
 
  private:
+   /** Of ports, while a file is checked. */
+   struct Seen {
+      std::set< Ulnet::IntfId > lagMembers;
+      std::map< Ulnet::IntfId, String > untagged; ///< the VLAN; empty once a second one was named
+   };
+   void nameOdd( ConfigReader & reader, const ConfigRow & row, Ulnet::IntfId port,
+                 const String & untaggedIn, Seen & seen ) const;
    Bridging::VlanId vlanOf( ConfigReader & reader, const String & name ) const;
    std::function< void() > parseMember( const Json & line );
    Rows vlans( Arguments arguments ) const;
-   std::vector< Row > vlanRows( Bridging::VlanId vlan, const QonChip::HeldVlan & held ) const;
+   Row vlanRow( Bridging::VlanId vlan ) const;
+   Row memberRow( Bridging::VlanId vlan, Ulnet::IntfId port, const QonChip::HeldVlan & held ) const;
+   bool forwards( Bridging::VlanId vlan, Ulnet::IntfId port ) const;
+   std::vector< Ulnet::IntfId > membersOf( Bridging::VlanId vlan ) const;
    Rows hardware( Arguments arguments ) const;
    Row row( Bridging::VlanId vlan, Ulnet::IntfId port, Qon::VlanMembership how ) const;
 
    Agent & agent_;
    QonChip::VlanPart * const part_; ///< null: the chip has none
    const Velto::Ptr< Bridging::Vlan::Config > config_;
+   QonChip::TopologyPart * const spanningTree_; ///< null: the chip has none
    const Velto::Ptr< const Bridging::Topology::Config > topologies_;
+   const Velto::Ptr< const Bridging::Topology::Inst::Status > acknowledged_;
    const Velto::Ptr< Qon::VlanHelper > helper_;
    Velto::Ptr< VlanMembersSm > membersSm_;
 };

@@ -67,7 +67,9 @@ class VlanMappingFeature : public AgentFeature {
    static Direction directionOf( const Json & line );
    void wishIs( const Wish & wish );
 
-   std::vector< Wish > wishes() const;
+   /** Interfaces with wishes, by name; and the wishes of one. */
+   std::vector< IntfId > wishers() const;
+   std::vector< Wish > wishes( IntfId intf ) const;
    /** What became of it: the owner, "programmed" or what it waits for. */
    std::pair< String, String > outcome( const Wish & wish ) const;
    std::pair< String, String > firstOutcome( const Wish & wish ) const;

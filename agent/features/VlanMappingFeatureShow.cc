@@ -1,5 +1,7 @@
 // What the console shows of VLAN mapping.
 
+#include <set>
+
 #include "agent/features/Arguments.h"
 #include "agent/features/VlanMappingFeature.h"
 
@@ -40,18 +42,29 @@ text( Status status ) {
 
 } // namespace
 
-/** All that is wanted, by name of interface. */
+std::vector< IntfId >
+VlanMappingFeature::wishers() const {
+   std::set< IntfId > all;
+   for ( auto && [intf, config] : config_->switchIntfConfigIteratorConst() ) {
+      all.insert( intf );
+   }
+   for ( auto && [intf, config] : flow_->vlanXlateIntfConfigIteratorConst() ) {
+      all.insert( intf );
+   }
+   return { all.begin(), all.end() };
+}
+
 std::vector< VlanMappingFeature::Wish >
-VlanMappingFeature::wishes() const {
+VlanMappingFeature::wishes( IntfId intf ) const {
    std::vector< Wish > all;
    auto take = [&]( const Bridging::VlanXlateIntfConfig & config, bool flow ) {
       for ( Direction d : Bridging::vlanMappingDirections ) {
          for ( auto && [key, mapping] : config.vlanXlateIteratorConst( d ) ) {
-            all.push_back( { config.intf(), d, key, mapping, flow, false } );
+            all.push_back( { intf, d, key, mapping, flow, false } );
          }
       }
    };
-   for ( auto && [intf, config] : config_->switchIntfConfigIteratorConst() ) {
+   if ( auto config = config_->switchIntfConfig( intf ) ) {
       take( *config, false );
       for ( Direction d : Bridging::vlanMappingDirections ) {
          if ( const auto vlan = config->nativeVlan( d ); !vlan.isNone() ) {
@@ -59,11 +72,9 @@ VlanMappingFeature::wishes() const {
          }
       }
    }
-   for ( auto && [intf, config] : flow_->vlanXlateIntfConfigIteratorConst() ) {
+   if ( auto config = flow_->vlanXlateIntfConfig( intf ) ) {
       take( *config, true );
    }
-   std::stable_sort( all.begin(), all.end(),
-                     []( const Wish & a, const Wish & b ) { return a.intf < b.intf; } );
    return all;
 }
 
@@ -150,10 +161,13 @@ VlanMappingFeature::mappings( Arguments arguments ) const {
    if ( !part_ || ( !first_ && !follower_ ) ) {
       notServed( agent_, "VLAN mapping" );
    }
-   for ( auto & wish : wishes() ) {
-      if ( !arguments.has( 0 ) || wish.intf == arguments.intf( 0 ) ) {
+   const auto intfs =
+         arguments.has( 0 ) ? std::vector< IntfId >( { arguments.intf( 0 ) } ) : wishers();
+   for ( IntfId intf : intfs ) {
+      for ( auto & wish : wishes( intf ) ) {
          co_yield row( wish );
       }
+      co_yield Pause();
    }
 }
 

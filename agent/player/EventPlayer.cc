@@ -38,6 +38,21 @@ pathKinds( Orvane::EntityManager & entities ) {
    return kinds;
 }
 
+/** What to say of a field that the event does not know, most likely a misspelled one. */
+String
+unknownField( const Json & line, const FieldsAsked & asked ) {
+   String known;
+   for ( auto & name : asked.names() ) {
+      known += ( known.empty() ? "" : ", " ) + name;
+   }
+   for ( auto & [field, value] : line.items() ) {
+      if ( field != "time" && field != "event" && !asked.names().contains( field ) ) {
+         return "field '" + field + "' is not known here; there are: " + known;
+      }
+   }
+   return "";
+}
+
 } // namespace
 
 EventPlayer::EventPlayer( Agent & agent, const String & file, const String & text, Say say )
@@ -64,7 +79,7 @@ EventPlayer::parse( Agent & agent, const String & file, const String & text, Say
 }
 
 std::function< void() >
-EventPlayer::parse( const Line & line, Kiv::Seconds & time ) const {
+EventPlayer::parse( const Line & line, Kiv::Seconds & time, String * unknown ) const {
    Json json;
    try {
       json = Json::parse( text_.begin() + long( line.begin ),
@@ -92,7 +107,13 @@ EventPlayer::parse( const Line & line, Kiv::Seconds & time ) const {
       }
       throw RangeError( "no event '" + name + "'; there are: " + known );
    }
-   return kind->second.parse( json );
+   if ( !unknown ) {
+      return kind->second.parse( json );
+   }
+   const FieldsAsked asked;
+   auto happens = kind->second.parse( json );
+   *unknown = unknownField( json, asked );
+   return happens;
 }
 
 void
@@ -107,7 +128,11 @@ EventPlayer::check() {
          continue; // empty, or a comment
       }
       try {
-         parse( line, line.time );
+         String unknown;
+         parse( line, line.time, &unknown );
+         if ( !unknown.empty() ) {
+            say_( "warning: " + file_ + ":" + Kiv::toText( line.number ) + ": " + unknown );
+         }
       } catch ( const RangeError & e ) {
          throw RangeError( file_ + ":" + Kiv::toText( line.number ) + ": " + e.what() );
       }

@@ -47,7 +47,9 @@ class EventPlayer : public Velto::Node {
       std::size_t size;
    };
 
-   std::function< void() > parse( const Line & line, Kiv::Seconds & time ) const;
+   /** `unknown`: becomes what is to be said of a field that nobody asked for. */
+   std::function< void() > parse( const Line & line, Kiv::Seconds & time,
+                                  String * unknown = nullptr ) const;
    void check();
    void handleTimeout();
    void play( const Line & line );

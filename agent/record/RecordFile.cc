@@ -1,5 +1,7 @@
 #include "agent/record/RecordFile.h"
 
+#include <stdio_ext.h>
+
 #include <cerrno>
 #include <cstring>
 
@@ -13,6 +15,7 @@ namespace {
 
 constexpr char title[] = "qon-recording ";
 constexpr std::size_t checkSize = 10; // " #" and eight digits
+constexpr U32 mostNames = 9999;
 constexpr char kinds[] = "itchae";
 
 /** FNV-1a, continued. */
@@ -73,12 +76,21 @@ unescaped( const String & text ) {
    return all;
 }
 
-RecordWriter::RecordWriter( const String & file ) : file_( std::fopen( file.c_str(), "we" ) ) {
-   if ( !file_ ) {
-      throw RangeError( file + ": cannot be written: " + std::strerror( errno ) );
+RecordWriter::RecordWriter( const String & file ) : name_( file ) {
+   for ( U32 n = 1;; ++n ) {
+      file_.reset( std::fopen( name_.c_str(), "wex" ) ); // x: never an existing one
+      if ( file_ ) {
+         break;
+      }
+      if ( errno != EEXIST || n > mostNames ) {
+         throw RangeError( name_ + ": cannot be written: " + std::strerror( errno ) );
+      }
+      name_ = file + "." + Kiv::toText( n );
    }
    line( title + Kiv::toText( recordingVersion ) );
-   flush();
+   if ( !flush() ) {
+      throw RangeError( name_ + ": cannot be written: " + std::strerror( errno ) );
+   }
 }
 
 void
@@ -97,7 +109,13 @@ RecordWriter::write( const Record & record ) {
 
 bool
 RecordWriter::flush() {
-   return std::fflush( file_.get() ) == 0 && !std::ferror( file_.get() );
+   const bool good = std::fflush( file_.get() ) == 0 && !std::ferror( file_.get() );
+   if ( !good ) {
+      const int why = errno;
+      __fpurge( file_.get() ); // not written later, when there is room again
+      errno = why;
+   }
+   return good;
 }
 
 RecordReader::RecordReader( const String & name, String text )

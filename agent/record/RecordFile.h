@@ -43,8 +43,11 @@ constexpr U32 recordingVersion = 1;
 
 class RecordWriter {
  public:
-   /** Makes the file and writes its first line. Raises Velto::RangeError. */
+   /** Makes the file and writes its first line. Where there is one of that name already, the next name
+       that is free is taken: "run.qon", "run.qon.1", ... Raises Velto::RangeError. */
    explicit RecordWriter( const String & file );
+   /** The name that was taken. */
+   const String & file() const { return name_; }
 
    void write( const Record & record );
    /** Gives what was written to the system; false if something could not be written. */
@@ -57,6 +60,7 @@ class RecordWriter {
    };
    void line( const String & text );
 
+   String name_;
    std::unique_ptr< std::FILE, Close > file_;
    U32 check_ = 0;
    U64 records_ = 0;

@@ -1,7 +1,9 @@
 #include "agent/record/Recorder.h"
 
 #include <bit>
+#include <cerrno>
 #include <chrono>
+#include <cstring>
 
 namespace QonAgent {
 
@@ -27,16 +29,17 @@ input( FileRecorder * recorder, const String & kind, const String & text, const 
    }
 }
 
-FileRecorder::FileRecorder( Kiv::TaskScheduler & scheduler, const String & file )
-    : scheduler_( scheduler ), writer_( file ), former_( Kiv::timeSourceIs( this ) ) {
+FileRecorder::FileRecorder( Kiv::TaskScheduler & scheduler, const String & file, Say say )
+    : scheduler_( scheduler ), writer_( file ), former_( Kiv::timeSourceIs( this ) ),
+      say_( std::move( say ) ) {
    scheduler_.turnWatchIs( this );
 }
 
 FileRecorder::~FileRecorder() {
    scheduler_.turnWatchIs( nullptr );
    Kiv::timeSourceIs( former_ );
-   writer_.write( { Record::Kind::end, "" } );
-   writer_.flush();
+   put( { Record::Kind::end, "" } );
+   flush();
 }
 
 Kiv::Seconds
@@ -103,16 +106,16 @@ FileRecorder::input( const String & kind, const String & text ) {
 void
 FileRecorder::write( Record::Kind kind, const String & text ) {
    writeReadings();
-   writer_.write( { kind, text } );
+   put( { kind, text } );
 }
 
 void
 FileRecorder::writeReadings() {
    if ( std::exchange( turnToWrite_, false ) ) {
-      writer_.write( { Record::Kind::turn, "" } );
+      put( { Record::Kind::turn, "" } );
    }
    if ( !readings_.empty() ) {
-      writer_.write( { Record::Kind::clock, std::exchange( readings_, {} ) } );
+      put( { Record::Kind::clock, std::exchange( readings_, {} ) } );
    }
 }
 
@@ -120,7 +123,28 @@ void
 FileRecorder::over() {
    writeReadings();
    inside_ = false;
-   good_ = writer_.flush() && good_;
+   flush();
+}
+
+/** A recording with a hole could not be replayed: behind the first failure there is nothing. */
+void
+FileRecorder::put( const Record & record ) {
+   if ( good_ ) {
+      writer_.write( record );
+   }
+}
+
+void
+FileRecorder::flush() {
+   if ( !good_ || writer_.flush() ) {
+      return;
+   }
+   const int why = errno;
+   good_ = false;
+   if ( say_ ) {
+      say_( "warning: " + writer_.file() + ": the recording ends here, behind about " +
+            Kiv::toText( writer_.records() ) + " records: " + std::strerror( why ) );
+   }
 }
 
 void

@@ -58,8 +58,10 @@ class Recorder : public QonChip::Recording, private Qon::HookListener {
     lives; made behind the scheduler and gone before it. */
 class FileRecorder : public Recorder, private Kiv::TimeSource, private Kiv::TurnWatch {
  public:
-   /** Raises Velto::RangeError if the file cannot be made. */
-   FileRecorder( Kiv::TaskScheduler & scheduler, const String & file );
+   using Say = std::function< void( const String & line ) >;
+   /** Raises Velto::RangeError if the file cannot be made. `say` hears, once, that nothing more can be
+       written; what is recorded goes on as if nothing had been. */
+   FileRecorder( Kiv::TaskScheduler & scheduler, const String & file, Say say = {} );
    ~FileRecorder() override;
 
    /** An input: it is recorded, and its effect happens. What that raises goes to the caller; behind
@@ -70,7 +72,8 @@ class FileRecorder : public Recorder, private Kiv::TimeSource, private Kiv::Turn
    String answer( const String & name, const std::function< String() > & ask ) override;
 
    U64 records() const { return writer_.records(); }
-   /** False once something could not be written. */
+   const String & file() const { return writer_.file(); }
+   /** False once something could not be written; nothing is written then. */
    bool good() const { return good_; }
 
  private:
@@ -80,6 +83,8 @@ class FileRecorder : public Recorder, private Kiv::TimeSource, private Kiv::Turn
    void turnEnds( bool worked ) override;
    void write( Record::Kind kind, const String & text );
    void writeReadings();
+   void put( const Record & record );
+   void flush();
    void over();
 
    Kiv::TaskScheduler & scheduler_;
@@ -89,6 +94,7 @@ class FileRecorder : public Recorder, private Kiv::TimeSource, private Kiv::Turn
    bool turnToWrite_ = false; // a turn has begun, and nothing of it is written yet
    bool asking_ = false;      // the chip answers; its readings of the time are its own
    bool good_ = true;
+   const Say say_;
    U64 lastReading_ = 0;
    U64 readingBefore_ = 0; // the last one before the turn
    String readings_;

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <utility>
 
 namespace QonAgent {
 
@@ -13,6 +14,7 @@ Connection::Connection( Kiv::EventLoop & loop, int fd, LineHandler handler, Ende
 }
 
 Connection::~Connection() {
+   more_ = nullptr;
    kept_.clear();
    close( fd() );
 }
@@ -39,18 +41,23 @@ Connection::push( const String & bytes ) {
 
 void
 Connection::want() {
-   wanted( !inputEnded_ && !ending_ && !pending(), pending() != 0 );
+   wanted( !inputEnded_ && !ending_ && !answering(), answering() );
 }
 
 void
 Connection::ready( bool readable, bool ) {
    bool hungUp = readable && inputEnded_; // the end of input is not waited for any more
-   if ( readable && !inputEnded_ && !pending() ) {
+   if ( readable && !inputEnded_ && !answering() ) {
       receive();
    }
    flush();
-   handleLines();
-   bool idle = !pending() && ( ending_ || ( inputEnded_ && kept_.empty() ) );
+   if ( more_ ) {
+      nextPiece();
+   }
+   if ( !more_ ) {
+      handleLines();
+   }
+   bool idle = !answering() && ( ending_ || ( inputEnded_ && kept_.empty() ) );
    if ( broken_ || hungUp || idle ) {
       auto ended = ended_; // survives this object
       ended( *this );
@@ -75,7 +82,7 @@ Connection::receive() {
 void
 Connection::handleLines() {
    std::size_t begin = 0;
-   while ( !pending() && !ending_ && !broken_ ) {
+   while ( !answering() && !ending_ && !broken_ ) {
       auto end = in_.find( '\n', begin );
       if ( ( end == String::npos ? in_.size() : end ) - begin > maxLine ) {
          send( "{\"ok\":false,\"error\":\"a line has at most 65536 bytes\"}\n" );
@@ -93,6 +100,19 @@ Connection::handleLines() {
       flush();
    }
    in_.erase( 0, ending_ ? String::npos : begin );
+}
+
+/** One piece a turn, so that other clients, clocks and tasks have theirs. */
+void
+Connection::nextPiece() {
+   if ( pending() || broken_ ) {
+      return;
+   }
+   More more = std::exchange( more_, nullptr ); // gone, if it raises
+   if ( more( out_ ) ) {
+      more_ = std::move( more );
+   }
+   flush();
 }
 
 void

@@ -1,12 +1,13 @@
 #pragma once
 // One client of the agent's socket: lines in, lines out.
 //
-//    socket -> ready() -> whole lines -> LineHandler -> send()
+//    socket -> ready() -> whole lines -> LineHandler -> send(), stream()
 //    a watch of the client -> push()
 //
 // Invariants
 // 1. The next line is handled when the answers of the last one have been taken by the socket: a
-//    client that does not read is not read from.
+//    client that does not read is not read from. A long answer is a stream: it is asked for a piece
+//    when the socket has taken all before, one piece in a turn of the loop.
 // 2. A line has at most `maxLine` bytes; a longer one is answered with an error and the end of the
 //    connection. So is nothing else that a client may send.
 // 3. What is pushed and not read grows to `maxPending` bytes; then the connection ends.
@@ -30,6 +31,8 @@ class Connection : private Kiv::FdWatch {
    static constexpr U32 maxPending = 1 << 20;
 
    using LineHandler = std::function< void( Connection & connection, const String & line ) >;
+   /** Appends a piece of an answer; whether there is more of it. */
+   using More = std::function< bool( String & out ) >;
    /** Called last in a turn of this connection, once it has ended; destroys it. */
    using Ended = std::function< void( Connection & connection ) >;
 
@@ -38,6 +41,9 @@ class Connection : private Kiv::FdWatch {
 
    /** Sends bytes as they are: (part of) the answer to the present line. */
    void send( const String & bytes );
+   /** The answer to the present line goes on with what `more` appends. What is pushed meanwhile comes
+       between two pieces. */
+   void stream( More more ) { more_ = std::move( more ); }
    /** Sends what the client did not ask for just now. Does nothing once the client is behind. */
    void push( const String & bytes );
    /** Keeps `object` until the connection ends; the connection then lasts beyond the end of the
@@ -51,6 +57,8 @@ class Connection : private Kiv::FdWatch {
    void receive();
    void handleLines();
    void flush();
+   void nextPiece();
+   bool answering() const { return pending() || more_; }
    void want();
 
    LineHandler handler_;
@@ -58,6 +66,7 @@ class Connection : private Kiv::FdWatch {
    String in_;
    String out_;
    std::size_t sent_ = 0; ///< of out_
+   More more_;            ///< the rest of the answer under way; empty for none
    bool inputEnded_ = false;
    bool ending_ = false; ///< once out_ is sent
    bool broken_ = false;

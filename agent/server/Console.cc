@@ -1,8 +1,7 @@
 #include "agent/server/Console.h"
 
-#include <cmath>
-#include <cstdio>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "agent/Changes.h"
 #include "agent/base/Fields.h"
@@ -18,46 +17,45 @@ namespace {
 const char verificationPrefix[] = "VTS#";
 constexpr Kiv::Seconds maxAdvance = 1e9;
 
-Json
-ok() {
-   return { { "ok", true } };
-}
-
-Json
-failure( const String & why ) {
-   return { { "ok", false }, { "error", why } };
-}
-
-/** One line. Texts that are not UTF-8 are shown with replacement characters. */
-String
-lineOf( const Json & json ) {
-   return json.dump( -1, ' ', false, Json::error_handler_t::replace ) + "\n";
-}
-
 String
 path( const Json & request ) {
    return fieldOf< String >( request, "path" );
 }
 
-/** A value as JSON. */
-struct ToJson {
-   Json operator()( std::monostate ) const { return Json(); }
-   template< class Held >
-   Json operator()( const Held & held ) const {
-      return held;
+/** What a request asks for. */
+String
+wantedOf( const Json & request ) {
+   if ( !request.is_object() ) {
+      throw RangeError( "expected an object such as {\"do\": \"help\"}, found " +
+                        String( request.type_name() ) );
    }
-};
+   return fieldOf< String >( request, "do" );
+}
+
+/** Everything behind the head of a long answer, in one piece. */
+Json
+drained( const LongAnswer & answer ) {
+   Json whole = Json::parse( answer.head );
+   whole[whole.contains( "columns" ) ? "rows" : "state"] =
+         whole.contains( "columns" ) ? Json::array() : Json::object();
+   String text;
+   for ( auto more = answer.pieces(); more( text ); ) {
+   }
+   std::istringstream lines( text );
+   for ( String line; std::getline( lines, line ); ) {
+      Json part = Json::parse( line );
+      if ( part.contains( "row" ) ) {
+         whole["rows"].push_back( std::move( part["row"] ) );
+      } else if ( part.contains( "path" ) ) {
+         whole["state"][part["path"].get< String >()] = part.value( "value", Json() );
+      } else if ( !part["ok"].get< bool >() ) {
+         return part;
+      }
+   }
+   return whole;
+}
 
 } // namespace
-
-Json
-jsonOf( const Row & row ) {
-   Json json = Json::object();
-   for ( auto & [field, value] : row.fields() ) {
-      json[field] = std::visit( ToJson(), value.held() );
-   }
-   return json;
-}
 
 Console::Console( Agent & agent ) : agent_( agent ), shows_( agent.showCommands() ) {
    for ( auto & command : ownShows() ) {
@@ -68,10 +66,17 @@ Console::Console( Agent & agent ) : agent_( agent ), shows_( agent.showCommands(
 const std::map< String, Console::Action > &
 Console::actions() {
    static const std::map< String, Action > all = {
-         { "help", &Console::help }, { "show", &Console::show },     { "get", &Console::get },
-         { "set", &Console::set },   { "insert", &Console::insert }, { "delete", &Console::del },
-         { "dump", &Console::dump }, { "raise", &Console::raise },   { "run", &Console::run },
+         { "help", &Console::help },     { "get", &Console::get },    { "set", &Console::set },
+         { "insert", &Console::insert }, { "delete", &Console::del }, { "raise", &Console::raise },
+         { "run", &Console::run },
    };
+   return all;
+}
+
+const std::map< String, Console::LongAction > &
+Console::longActions() {
+   static const std::map< String, LongAction > all = { { "show", &Console::show },
+                                                       { "dump", &Console::dump } };
    return all;
 }
 
@@ -81,36 +86,42 @@ Console::line( Connection & connection, const String & line ) {
       verification( connection, line );
       return;
    }
-   Json reply;
    try {
-      Json request = parseJson( line );
-      if ( request.is_object() && request.value( "do", Json() ) == "watch" ) {
+      const Json request = parseJson( line );
+      const String wanted = wantedOf( request );
+      if ( wanted == "watch" ) {
          watch( connection, request );
-         return;
+      } else if ( auto action = longActions().find( wanted ); action != longActions().end() ) {
+         const LongAnswer answer = ( this->*action->second )( request );
+         connection.send( answer.head );
+         connection.stream( answer.pieces() );
+      } else {
+         connection.send( lineOf( shortAnswer( wanted, request ) ) );
       }
-      reply = answer( request );
    } catch ( const RangeError & e ) {
-      reply = failure( e.what() );
+      connection.send( lineOf( failureAnswer( e.what() ) ) );
    }
-   connection.send( lineOf( reply ) );
 }
 
 Json
 Console::answer( const Json & request ) {
    try {
-      if ( !request.is_object() ) {
-         throw RangeError( "expected an object such as {\"do\": \"help\"}, found " +
-                           String( request.type_name() ) );
-      }
-      auto wanted = fieldOf< String >( request, "do" );
-      auto action = actions().find( wanted );
-      if ( action == actions().end() ) {
-         throw RangeError( "cannot do '" + wanted + "'" );
-      }
-      return ( this->*action->second )( request );
+      const String wanted = wantedOf( request );
+      auto action = longActions().find( wanted );
+      return action == longActions().end() ? shortAnswer( wanted, request )
+                                           : drained( ( this->*action->second )( request ) );
    } catch ( const RangeError & e ) {
-      return failure( e.what() );
+      return failureAnswer( e.what() );
    }
+}
+
+Json
+Console::shortAnswer( const String & wanted, const Json & request ) {
+   auto action = actions().find( wanted );
+   if ( action == actions().end() ) {
+      throw RangeError( "cannot do '" + wanted + "'" );
+   }
+   return ( this->*action->second )( request );
 }
 
 String
@@ -130,13 +141,13 @@ Console::help( const Json & ) {
                        { "arguments", argumentHelp( command ) },
                        { "help", command.help } } );
    }
-   Json reply = ok();
+   Json reply = okAnswer();
    reply["verification"] = agent_.verification().name;
    reply["shows"] = all;
    return reply;
 }
 
-Json
+LongAnswer
 Console::show( const Json & request ) {
    auto words = fieldOf< std::vector< String > >( request, "words" );
    const ShowCommand * command = findShow( shows_, words );
@@ -144,26 +155,18 @@ Console::show( const Json & request ) {
       throw RangeError( words.empty() ? "show what?"
                                       : "there is nothing to show as '" + words[0] + "'" );
    }
-   Json columns = Json::array();
-   for ( auto & column : command->columns ) {
-      columns.push_back( { { "field", column.field },
-                           { "heading", column.heading },
-                           { "numeric", column.numeric } } );
-   }
-   Json rows = Json::array();
-   Rows shown = runShow( agent_, *command, words );
-   while ( const Row * row = shown.next() ) {
-      rows.push_back( jsonOf( *row ) );
-   }
-   Json reply = ok();
-   reply["columns"] = std::move( columns );
-   reply["rows"] = std::move( rows );
-   return reply;
+   return answerOf( *command, runShow( agent_, *command, words ) );
+}
+
+LongAnswer
+Console::dump( const Json & request ) {
+   return answerOf(
+         Orvane::Dump( agent_.entities(), hasField( request, "path" ) ? path( request ) : "" ) );
 }
 
 Json
 Console::get( const Json & request ) {
-   Json reply = ok();
+   Json reply = okAnswer();
    reply["value"] = agent_.entities().get( path( request ) );
    return reply;
 }
@@ -171,26 +174,19 @@ Console::get( const Json & request ) {
 Json
 Console::set( const Json & request ) {
    change( "set", path( request ) + "\n" + textOfJson( fieldOf< Json >( request, "value" ) ) );
-   return ok();
+   return okAnswer();
 }
 
 Json
 Console::insert( const Json & request ) {
    change( "insert", path( request ) );
-   return ok();
+   return okAnswer();
 }
 
 Json
 Console::del( const Json & request ) {
    change( "delete", path( request ) );
-   return ok();
-}
-
-Json
-Console::dump( const Json & request ) {
-   Json reply = ok();
-   reply["state"] = takeState( agent_.entities(), path( request ) );
-   return reply;
+   return okAnswer();
 }
 
 Json
@@ -199,7 +195,7 @@ Console::raise( const Json & request ) {
    for ( auto & argument : fieldOf< std::vector< String > >( request, "arguments" ) ) {
       text += "\n" + argument;
    }
-   Json reply = ok();
+   Json reply = okAnswer();
    reply["emitted"] = Kiv::fromText< bool >( change( "raise", text ) );
    return reply;
 }
@@ -214,17 +210,19 @@ Console::run( const Json & request ) {
       throw RangeError( "seconds: expected 0 to 1000000000, found " + Kiv::toText( seconds ) );
    }
    advance_( seconds );
-   Json reply = ok();
+   Json reply = okAnswer();
    reply["uptime"] = agent_.uptime();
    return reply;
 }
 
+/** Messages may come, and the oldest go, between two rows: they are found by their number. */
 Rows
 Console::logRows() const {
-   for ( auto & record : agent_.log().records() ) {
-      char time[32];
-      std::snprintf( time, sizeof( time ), "%.3f", record.time - agent_.began() );
-      const Row made = { { "time", time },
+   const RecentLog & log = agent_.log();
+   for ( U64 number = log.gone(); number < log.gone() + log.records().size();
+         number = std::max( number + 1, log.gone() ) ) {
+      auto & record = log.records()[number - log.gone()];
+      const Row made = { { "time", record.time - agent_.began() },
                          { "severity", record.severity },
                          { "message", record.name },
                          { "text", record.text } };
@@ -246,12 +244,9 @@ Console::messageRows() const {
 
 Rows
 Console::entityRows( String path ) const {
-   std::vector< Kiv::GenericIf::Line > lines;
-   agent_.entities().dump( path, &lines, []( void * all, const Kiv::GenericIf::Line & line ) {
-      static_cast< std::vector< Kiv::GenericIf::Line > * >( all )->push_back( line );
-   } );
-   const std::size_t prefix = path.size() + 1;
-   for ( auto & line : lines ) {
+   const std::size_t prefix = path.empty() ? 0 : path.size() + 1;
+   Orvane::Dump dump( agent_.entities(), path );
+   for ( Kiv::GenericIf::Line line; dump.next( line ); ) {
       const String below = line.path.size() > prefix ? line.path.substr( prefix ) : line.path;
       const Row made = { { "path", below },
                          { "value", line.isEntity ? Value() : Value( line.value ) } };
@@ -261,7 +256,7 @@ Console::entityRows( String path ) const {
 
 Rows
 Console::mountRows() const {
-   for ( auto & mount : agent_.entities().mounts() ) {
+   for ( auto & mount : std::vector( agent_.entities().mounts() ) ) {
       auto type = mount.entity->typeData();
       const Row made = { { "path", mount.path }, { "type", type ? type->name : "" } };
       co_yield made;
@@ -298,17 +293,24 @@ Console::ownShows() {
 void
 Console::watch( Connection & connection, const Json & request ) {
    auto push = [&connection]( const PathWatch::Change & change ) {
-      Json line = { { "path", change.path } };
-      if ( change.isEntity ) {
-         line["entity"] = change.value.has_value();
-      } else {
-         line["value"] = change.value ? Json( *change.value ) : Json();
-      }
-      connection.push( lineOf( line ) );
+      connection.push(
+            lineOf( change.path, change.value ? &*change.value : nullptr, change.isEntity ) );
    };
    auto watch = PathWatch::follow( agent_.entities(), path( request ), push );
-   connection.send( lineOf( ok() ) );
    connection.keep( watch );
+   // What is there by now; a change that comes meanwhile is told at once.
+   std::optional< Orvane::Dump > present;
+   try {
+      present.emplace( agent_.entities(), path( request ) );
+   } catch ( const RangeError & ) {
+      // Nothing yet.
+   }
+   connection.send( lineOf( okAnswer() ) );
+   if ( present ) {
+      connection.stream( answerOf( std::move( *present ) ).pieces() );
+   } else {
+      connection.send( lineOf( okAnswer() ) );
+   }
 }
 
 void
@@ -316,7 +318,7 @@ Console::verification( Connection & connection, const String & command ) {
    try {
       connection.send( change( "verify", command ) );
    } catch ( const RangeError & e ) {
-      connection.send( lineOf( failure( e.what() ) ) );
+      connection.send( lineOf( failureAnswer( e.what() ) ) );
    }
 }
 

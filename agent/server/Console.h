@@ -2,14 +2,15 @@
 // What the agent does for its console: requests and answers, a JSON object a line each.
 //
 //    {"do": "get", "path": "acsd/portToLag[Ethernet0]"} -> {"ok": true, "value": "Port-Channel1"}
+//    {"do": "show", ...}, {"do": "dump", ...}           -> many lines, see Answers.h
 //    anything that cannot be done                       -> {"ok": false, "error": "why"}
 //    VTS#...                                            -> the verification's answer, as it is
 //
 // docs/agent.md lists the requests.
 //
 // Invariants
-// 1. Every request gets an answer of one line; a watch sends more of them. The answer of a
-//    verification has no line end.
+// 1. Every request gets an answer of one line, "show" and "dump" one of many; a watch sends more of
+//    them. The answer of a verification has no line end.
 // 2. A request that is refused has changed nothing.
 //
 // Ownership: none; the agent outlives the console, and the console the server.
@@ -18,7 +19,7 @@
 
 #include "agent/Agent.h"
 #include "agent/base/Json.h"
-#include "agent/server/Connection.h"
+#include "agent/server/Answers.h"
 
 namespace QonAgent {
 
@@ -38,24 +39,32 @@ class Console {
    /** Who makes changes instead of the console itself: a recorder that notes them. */
    void changeIs( Change change ) { change_ = std::move( change ); }
 
+   /** Everything that can be shown: of the features, and the console's own. */
+   const std::vector< ShowCommand > & shows() const { return shows_; }
    /** A Connection's LineHandler. */
    void line( Connection & connection, const String & line );
-   /** The answer to a request, watches excepted. */
+   /** The answer to a request, watches excepted. Of a long one everything at once: "rows", or
+       "state". */
    Json answer( const Json & request );
 
  private:
    using Action = Json ( Console::* )( const Json & request );
    static const std::map< String, Action > & actions();
 
+   using LongAction = LongAnswer ( Console::* )( const Json & request );
+   static const std::map< String, LongAction > & longActions();
+   Json shortAnswer( const String & wanted, const Json & request );
+
    Json help( const Json & request );
-   Json show( const Json & request );
    Json get( const Json & request );
    Json set( const Json & request );
    Json insert( const Json & request );
    Json del( const Json & request );
-   Json dump( const Json & request );
    Json raise( const Json & request );
    Json run( const Json & request );
+
+   LongAnswer show( const Json & request );
+   LongAnswer dump( const Json & request );
 
    Rows logRows() const;
    Rows messageRows() const;
@@ -72,8 +81,5 @@ class Console {
    Change change_;
    std::vector< ShowCommand > shows_;
 };
-
-/** A row as an object: numbers as numbers, lists as arrays. */
-Json jsonOf( const Row & row );
 
 } // namespace QonAgent

@@ -75,15 +75,9 @@ PathWatch::addChildren( const Kiv::Entity & entity, const String & path ) {
          if ( attr.kind == Kiv::AttrKind::ownedEntity ) {
             child( static_cast< const Velto::Node * >( attr.at( entity, nullptr ) ), where );
          } else if ( attr.kind == Kiv::AttrKind::entities && matters( where ) ) {
-            struct Context {
-               PathWatch & self;
-               const Kiv::AttrDesc & attr;
-               const String & where;
-            } context = { *this, attr, where };
-            attr.each( entity, &context, []( void * c, const void * key, const void * value ) {
-               auto & [self, attr, where] = *static_cast< Context * >( c );
-               self.child( static_cast< const Velto::Node * >( value ),
-                           where + "[" + attr.key->toText( key ) + "]" );
+            attr.each( entity, [&]( const void * key, const void * value ) {
+               child( static_cast< const Velto::Node * >( value ),
+                      where + "[" + attr.key->toText( key ) + "]" );
             } );
          }
       }
@@ -129,17 +123,12 @@ PathWatch::handleEntity( const Velto::Node * node, const String & path ) {
    if ( within( path, path_ ) ) {
       report_( { path, "", true } );
    }
-   struct Context {
-      PathWatch & self;
-      const String & path;
-   } context = { *this, path };
-   Kiv::GenericIf::dump( *node, &context, []( void * c, const Kiv::GenericIf::Line & line ) {
-      auto & [self, prefix] = *static_cast< Context * >( c );
-      String where = prefix + "/" + line.path;
-      if ( within( where, self.path_ ) ) {
-         self.report_( { where, line.value, line.isEntity } );
+   Kiv::GenericIf::Dump dump( *node, "", path );
+   for ( Kiv::GenericIf::Line line; dump.next( line ); ) {
+      if ( within( line.path, path_ ) ) {
+         report_( { line.path, line.value, line.isEntity } );
       }
-   } );
+   }
 }
 
 } // namespace QonAgent

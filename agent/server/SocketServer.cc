@@ -1,6 +1,9 @@
 #include "agent/server/SocketServer.h"
 
 #include <fcntl.h>
+#include <grp.h>
+#include <poll.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -53,10 +56,25 @@ giveUp( int fd, const String & path, const String & why ) {
 
 } // namespace
 
-String
-defaultSocket() {
-   const char * folder = std::getenv( "XDG_RUNTIME_DIR" );
-   return String( folder && *folder ? folder : "/tmp" ) + "/qon-agent.sock";
+SocketChoice
+chosenSocket() {
+   auto variable = []( const char * name ) {
+      const char * value = std::getenv( name );
+      return String( value ? value : "" );
+   };
+   if ( const String chosen = variable( "QON_SOCKET" ); !chosen.empty() ) {
+      return { chosen, true };
+   }
+   if ( const String folder = variable( "XDG_RUNTIME_DIR" ); !folder.empty() ) {
+      return { folder + "/qon-agent.sock" };
+   }
+   if ( geteuid() == 0 ) {
+      return { "/run/qon-agent.sock" };
+   }
+   if ( const String home = variable( "HOME" ); !home.empty() ) {
+      return { home + "/.qon-agent.sock" };
+   }
+   throw Velto::RangeError( "there is no place for a socket: give --socket, or set QON_SOCKET" );
 }
 
 int
@@ -72,27 +90,101 @@ connectTo( const String & path ) {
    return -1;
 }
 
-int
-SocketServer::listenAt( const String & path ) {
-   sockaddr_un address = addressOf( path );
+namespace {
+
+FileIdentity
+identityOf( const String & path ) {
    struct stat about = {};
-   if ( lstat( path.c_str(), &about ) == 0 ) {
-      if ( !S_ISSOCK( about.st_mode ) ) {
-         refuse( path, "is not a socket, and stays" );
+   return lstat( path.c_str(), &about ) == 0 ? FileIdentity{ about.st_dev, about.st_ino }
+                                             : FileIdentity();
+}
+
+/** The folder of a socket, locked: of several agents that look whether the socket is free, one at a
+    time does. */
+class FolderLock {
+ public:
+   explicit FolderLock( const String & path ) {
+      const auto slash = path.rfind( '/' );
+      const String folder = slash == String::npos ? "." : path.substr( 0, slash + 1 );
+      fd_ = open( folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC );
+      if ( fd_ < 0 ) {
+         refuse( path, String( "no socket can be made here: " ) + std::strerror( errno ) );
       }
-      int other = connectTo( path );
-      if ( other >= 0 ) {
-         giveUp( other, path, "busy: another agent serves this socket" );
+      // Others may hold a lock for longer than an agent does: not for ever.
+      for ( int tries = 0; flock( fd_, LOCK_EX | LOCK_NB ) != 0; ++tries ) {
+         if ( tries == mostTries ) {
+            giveUp( fd_, path, "busy: somebody has locked the socket's folder" );
+         }
+         poll( nullptr, 0, msPerTry );
       }
-      if ( errno != ECONNREFUSED ) {
-         refuse( path, std::strerror( errno ) );
-      }
+   }
+   ~FolderLock() { close( fd_ ); }
+   FolderLock( const FolderLock & ) = delete;
+   FolderLock & operator=( const FolderLock & ) = delete;
+
+ private:
+   static constexpr int mostTries = 200;
+   static constexpr int msPerTry = 10;
+   int fd_;
+};
+
+/** Removes the file of an agent that died. */
+void
+makeRoom( const String & path ) {
+   struct stat about = {};
+   if ( lstat( path.c_str(), &about ) != 0 ) {
+      return;
+   }
+   if ( !S_ISSOCK( about.st_mode ) ) {
+      refuse( path, "is not a socket, and stays" );
+   }
+   int other = connectTo( path );
+   if ( other >= 0 ) {
+      giveUp( other, path, "busy: another agent serves this socket" );
+   }
+   if ( errno != ECONNREFUSED ) {
+      refuse( path, std::strerror( errno ) );
+   }
+   unlink( path.c_str() );
+}
+
+/** Nobody connects meanwhile: the file is its owner's alone, and nobody listens yet. */
+void
+give( int fd, const String & path, const SocketAccess & access ) {
+   auto failed = [&]( const String & what ) {
       unlink( path.c_str() );
+      giveUp( fd, path, what );
+   };
+   if ( !access.group.empty() ) {
+      const group * found = getgrnam( access.group.c_str() );
+      if ( !found ) {
+         failed( "there is no group '" + access.group + "'" );
+      } else if ( chown( path.c_str(), uid_t( -1 ), found->gr_gid ) != 0 ) {
+         failed( "it cannot be given to group '" + access.group + "': " + std::strerror( errno ) );
+      }
    }
+   if ( chmod( path.c_str(), access.mode ) != 0 ) {
+      failed( String( "its mode cannot be set: " ) + std::strerror( errno ) );
+   }
+}
+
+} // namespace
+
+int
+SocketServer::listenAt( const String & path, const SocketAccess & access ) {
+   const sockaddr_un address = addressOf( path );
+   const FolderLock lock( path );
+   makeRoom( path );
    int fd = newSocket();
-   if ( bind( fd, reinterpret_cast< sockaddr * >( &address ), sizeof( address ) ) != 0 ) {
-      giveUp( fd, path, String( "no socket can be made here: " ) + std::strerror( errno ) );
+   const mode_t before = umask( 0177 );
+   const bool bound =
+         bind( fd, reinterpret_cast< const sockaddr * >( &address ), sizeof( address ) ) == 0;
+   const int why = errno;
+   umask( before );
+   if ( !bound ) {
+      giveUp( fd, path, String( "no socket can be made here: " ) + std::strerror( why ) );
    }
+   give( fd, path, access );
    if ( listen( fd, backlog ) != 0 ) {
       giveUp( fd, path, std::strerror( errno ) );
    }
@@ -100,16 +192,19 @@ SocketServer::listenAt( const String & path ) {
 }
 
 SocketServer::SocketServer( Kiv::EventLoop & loop, const String & path,
-                            Connection::LineHandler handler )
-    : FdWatch( &loop, listenAt( path ) ), loop_( loop ), path_( path ),
-      handler_( std::move( handler ) ), spare_( spareDescriptor() ) {
+                            Connection::LineHandler handler, const SocketAccess & access )
+    : FdWatch( &loop, listenAt( path, access ) ), loop_( loop ), path_( path ),
+      identity_( identityOf( path ) ), handler_( std::move( handler ) ),
+      spare_( spareDescriptor() ) {
    fcntl( fd(), F_SETFL, O_NONBLOCK );
    wanted( true, false );
 }
 
 SocketServer::~SocketServer() {
    connections_.clear();
-   unlink( path_.c_str() );
+   if ( identityOf( path_ ) == identity_ ) {
+      unlink( path_.c_str() );
+   }
    close( fd() );
    if ( spare_ >= 0 ) {
       close( spare_ );

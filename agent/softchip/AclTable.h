@@ -44,7 +44,10 @@ class AclTable {
    };
 
    /** `plan` outlives the table. */
-   AclTable( FaultPlan & plan, const AclLimits & limits ) : plan_( plan ), limits_( limits ) {}
+   AclTable( FaultPlan & plan, const AclLimits & limits ) : plan_( plan ), limits_( limits ) {
+      plan.hookIs( "prepareAcl" );
+      plan.tableIs( "aclEntries" );
+   }
 
    Hearer< Hook > hook;
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "platform/Velto/Assert.h"
+
 namespace SoftChip {
 
 bool
@@ -14,6 +16,10 @@ FaultPlan::applies( Active & active ) {
 std::optional< Trouble >
 FaultPlan::next( const char * hook ) {
    std::optional< Trouble > trouble;
+   if ( faults_.empty() ) {
+      return trouble;
+   }
+   VELTO_ASSERT( hooks_.contains( hook ) );
    for ( auto & active : faults_ ) {
       if ( active.fault.hook != hook ) {
          continue;

@@ -12,6 +12,7 @@
 // 2. Of several faults for one call the one that was added first counts, and only it is used up.
 
 #include <optional>
+#include <set>
 #include <vector>
 
 #include "platform/Kiv/DenseMap.h"
@@ -43,10 +44,17 @@ struct Fault {
 
 class FaultPlan {
  public:
+   /** A table declares which hooks it counts the calls of, and by which names it can be limited, so
+       that a name that nobody declared is known as a misspelled one. */
+   void hookIs( const String & hook ) { hooks_.insert( hook ); }
+   void tableIs( const String & table ) { tables_.insert( table ); }
+   const std::set< String > & hooks() const { return hooks_; }
+   const std::set< String > & tables() const { return tables_; }
+
    /** What the sequence of chances starts with. */
    void seedIs( U32 seed ) { random_ = Kiv::Rng( seed ); }
    void add( const Fault & fault ) { faults_.push_back( { fault, 0 } ); }
-   /** Counts a call of a hook. */
+   /** Counts a call of a hook, which was declared. */
    std::optional< Trouble > next( const char * hook );
 
    void limitIs( const String & table, U32 entries );
@@ -66,6 +74,8 @@ class FaultPlan {
    };
    bool applies( Active & active );
 
+   std::set< String > hooks_;
+   std::set< String > tables_;
    std::vector< Active > faults_;
    Kiv::DenseMap< String, U32 > limits_;
    Kiv::DenseMap< String, Kiv::Nothing > lost_;

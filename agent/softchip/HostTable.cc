@@ -74,6 +74,8 @@ HostTable::HostTable( Kiv::TimerWheel * wheel, const HostTableShape & shape, Fau
     : shape_( shape ), plan_( plan ), taken_( shape.buckets ),
       alarm_( [this] { handleTimeout(); }, wheel ) {
    VELTO_ASSERT( shape.buckets > 0 && shape.width > 0 && shape.width <= 32 );
+   plan.hookIs( "writeToHw" );
+   plan.tableIs( "hostTable" );
 }
 
 void

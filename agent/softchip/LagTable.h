@@ -44,8 +44,11 @@ class LagTable {
    using Groups = Kiv::DenseMap< Ulnet::IntfId, Group >;
 
    /** `faults` outlives the table. */
-   LagTable( FaultPlan & faults, const LagLimits & limits )
-       : faults_( faults ), limits_( limits ) {}
+   LagTable( FaultPlan & faults, const LagLimits & limits ) : faults_( faults ), limits_( limits ) {
+      faults.hookIs( "lagMember" );
+      faults.tableIs( "lagTable" );
+      faults.tableIs( "lagMembers" );
+   }
 
    /** Changes the room there is; what is held already stays. */
    void limitsIs( const LagLimits & limits ) { limits_ = limits; }

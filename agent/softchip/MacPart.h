@@ -14,6 +14,7 @@ class MacPart : public QonChip::MacPart {
 
    Velto::Ptr< Qon::QonMacProgrammer > makeProgrammer() override;
    std::optional< QonChip::HeldHosts > hosts() const override;
+   std::unique_ptr< QonChip::HostReading > readHosts() const override;
    U32 hostsToFill() const override { return 4 * table_->shape().buckets * table_->shape().width; }
 
    HostTable & table() { return *table_; }

@@ -62,8 +62,14 @@ class MirrorTable {
    };
 
    /** `plan` outlives the table. */
-   MirrorTable( const MirrorLimits & limits, FaultPlan & plan )
-       : limits_( limits ), plan_( plan ) {}
+   MirrorTable( const MirrorLimits & limits, FaultPlan & plan ) : limits_( limits ), plan_( plan ) {
+      for ( auto hook :
+            { "createMirror", "createMirrorTunnel", "addMirrorSource", "mirrorFilter" } ) {
+         plan.hookIs( hook );
+      }
+      plan.tableIs( "mirrorSessions" );
+      plan.tableIs( "mirrorFilters" );
+   }
 
    Hearer< Hook > hook;
    /** When filters are looked at. */

@@ -48,7 +48,10 @@ class StormTable {
    };
 
    /** `plan` outlives the table. */
-   StormTable( FaultPlan & plan, U32 limiters ) : plan_( plan ), limiters_( limiters ) {}
+   StormTable( FaultPlan & plan, U32 limiters ) : plan_( plan ), limiters_( limiters ) {
+      plan.hookIs( "stormLimiter" );
+      plan.tableIs( "stormLimiters" );
+   }
 
    Hearer< Hook > hook;
 

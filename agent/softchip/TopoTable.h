@@ -42,7 +42,9 @@ class TopoTable {
 
    /** `plan` outlives the table. */
    TopoTable( U32 maxTopo, FaultPlan & plan )
-       : maxTopo_( maxTopo ), plan_( plan ), vlan_( lastVlan + 1 ) {}
+       : maxTopo_( maxTopo ), plan_( plan ), vlan_( lastVlan + 1 ) {
+      plan.tableIs( "topoTable" );
+   }
 
    Hearer< Hook > hook;
 
@@ -60,6 +62,10 @@ class TopoTable {
 
    /** The topologies that were allocated and are in the table, in the order in which they came. */
    std::vector< String > topologies() const;
+   bool has( const String & topoName ) const {
+      auto topo = topo_.find( topoName );
+      return topo && topo->installed;
+   }
    /** The topology of a VLAN; empty for none. */
    const String & topoOf( U16 vlan ) const { return vlan_[vlan].topo; }
    /** The state of a port in the table; disabled where it was never set. */

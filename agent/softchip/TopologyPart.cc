@@ -1,5 +1,7 @@
 #include "agent/softchip/TopologyPart.h"
 
+#include <algorithm>
+
 #include "agent/softchip/Chip.h"
 
 namespace SoftChip {
@@ -9,25 +11,64 @@ TopologyPart::makeTopoHelper() {
    return tables_ ? Velto::make< SoftTopoHelper >( *table_ ) : Velto::Ptr< SoftTopoHelper >();
 }
 
+namespace {
+
+/** In the order in which they were there when the reading began. Through the part, whose table is
+    another one after a reset. */
+class TopologyReader : public QonChip::TopologyReading {
+ public:
+   explicit TopologyReader( const TopologyPart & part )
+       : part_( part ), left_( part.table().topologies() ) {
+      std::sort( left_.rbegin(), left_.rend() );
+   }
+   bool next( String & name, QonChip::HeldTopology & held ) override {
+      while ( !left_.empty() ) {
+         name = std::exchange( left_.back(), {} );
+         left_.pop_back();
+         if ( part_.table().has( name ) ) {
+            held = at( name );
+            return true;
+         }
+      }
+      return false;
+   }
+   QonChip::HeldTopology at( const String & name ) const override {
+      QonChip::HeldTopology held;
+      part_.table().forEachPort( name, [&]( IntfId intf, TopoTable::PortState state ) {
+         if ( state != TopoTable::PortState::disabled ) { // as a port that was never set
+            held.ports[intf] = state;
+         }
+      } );
+      for ( U16 vlan = 1; vlan <= TopoTable::lastVlan; ++vlan ) {
+         if ( part_.table().topoOf( vlan ) == name ) {
+            held.vlans.insert( vlan );
+         }
+      }
+      return held;
+   }
+
+ private:
+   const TopologyPart & part_;
+   std::vector< String > left_; // the next one is the last
+};
+
+} // namespace
+
+std::unique_ptr< QonChip::TopologyReading >
+TopologyPart::readTopologies() const {
+   return tables_ ? std::make_unique< TopologyReader >( *this ) : nullptr;
+}
+
 std::optional< QonChip::HeldTopologies >
 TopologyPart::topologies() const {
-   if ( !tables_ ) {
+   auto reader = readTopologies();
+   if ( !reader ) {
       return std::nullopt;
    }
    QonChip::HeldTopologies held;
-   for ( auto & name : table_->topologies() ) {
-      auto & topology = held[name];
-      table_->forEachPort( name, [&]( IntfId intf, TopoTable::PortState state ) {
-         if ( state != TopoTable::PortState::disabled ) { // as a port that was never set
-            topology.ports[intf] = state;
-         }
-      } );
-   }
-   for ( U16 vlan = 1; vlan <= TopoTable::lastVlan; ++vlan ) {
-      auto topology = held.find( table_->topoOf( vlan ) );
-      if ( topology != held.end() ) {
-         topology->second.vlans.insert( vlan );
-      }
+   String name;
+   for ( QonChip::HeldTopology topology; reader->next( name, topology ); ) {
+      held[name] = topology;
    }
    return held;
 }

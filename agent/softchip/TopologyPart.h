@@ -18,7 +18,11 @@ class TopologyPart : public QonChip::TopologyPart {
    }
 
    Velto::Ptr< Qon::TopoHelper > makeTopoHelper() override;
+   std::optional< bool > forwards( U16 vlan, IntfId intf ) const override {
+      return tables_ ? std::optional( table_->forwards( vlan, intf ) ) : std::nullopt;
+   }
    std::optional< QonChip::HeldTopologies > topologies() const override;
+   std::unique_ptr< QonChip::TopologyReading > readTopologies() const override;
 
    /** Whether the chip has topology tables. */
    bool tables() const { return tables_; }

@@ -52,7 +52,10 @@ class VlanMappingTable {
 
    /** `plan` outlives the table. */
    VlanMappingTable( const VlanMappingShape & shape, FaultPlan & plan )
-       : shape_( shape ), plan_( plan ) {}
+       : shape_( shape ), plan_( plan ) {
+      plan.hookIs( "vlanMapping" );
+      plan.tableIs( "vlanMappingTable" );
+   }
 
    Hearer< Hook > hook;
 

@@ -15,6 +15,7 @@ class VlanPart : public QonChip::VlanPart {
    Velto::Ptr< Qon::VlanHelper >
    makeVlanHelper( const Velto::Ptr< Qon::QonCommonSmData > & acsd ) override;
    std::optional< QonChip::HeldVlans > vlans() const override;
+   std::unique_ptr< QonChip::VlanReading > readVlans() const override;
 
    VlanTable & table() { return table_; }
    const VlanTable & table() const { return table_; }

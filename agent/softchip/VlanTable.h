@@ -39,7 +39,7 @@ class VlanTable {
    };
 
    /** `plan` outlives the table. */
-   explicit VlanTable( FaultPlan & plan ) : plan_( plan ) {}
+   explicit VlanTable( FaultPlan & plan ) : plan_( plan ) { plan.hookIs( "doUpdateVlan" ); }
 
    Hearer< Hook > hook;
 

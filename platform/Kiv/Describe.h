@@ -23,10 +23,50 @@ struct ValueTypeOf {
    static constexpr ValueType type = { toText, withText };
 };
 
+/** The walk of a collection. */
+template< class Collection >
+class EntryWalkOf : public EntryWalk {
+ public:
+   explicit EntryWalkOf( const Collection & of ) : walk_( const_cast< Collection & >( of ) ) {}
+   bool next( const void *& key, const void *& value ) override {
+      if ( const bool onward = std::exchange( begun_, true );
+           walk_ && ( onward || !walk_.alive() ) ) {
+         ++walk_;
+      }
+      if ( walk_ ) {
+         show( walk_, key, value );
+      }
+      return bool( walk_ );
+   }
+
+ private:
+   template< class Walk >
+   static void show( const Walk & walk, const void *& key, const void *& value ) {
+      if constexpr ( requires { walk.key(); } ) {
+         key = &walk.key();
+         value = shown( walk.value() );
+      } else {
+         key = nullptr;
+         value = &*walk;
+      }
+   }
+   static const void * shown( const Nothing & ) { return nullptr; }
+   template< class T >
+   static const void * shown( const Velto::Ptr< T > & entity ) {
+      return static_cast< const Velto::Node * >( entity.ptr() );
+   }
+   template< class V >
+   static const void * shown( const V & value ) {
+      return &value;
+   }
+
+   typename Collection::Walk walk_;
+   bool begun_ = false;
+};
+
 /** Makes an AttrDesc of what an attribute's line knows. */
 struct Describe {
    using Node = Velto::Node;
-   using Visit = void ( * )( void * context, const void * key, const void * value );
 
    template< class E >
    static E & self( Node & node ) {
@@ -39,6 +79,11 @@ struct Describe {
    template< class T >
    static const T & as( const void * p ) {
       return *static_cast< const T * >( p );
+   }
+
+   template< class Collection >
+   static std::unique_ptr< EntryWalk > entries( const Collection & of ) {
+      return of.empty() ? nullptr : std::make_unique< EntryWalkOf< Collection > >( of );
    }
 
    template< class E, class T, T E::*field, void ( E::*set )( Read< T > ) >
@@ -108,11 +153,7 @@ struct Describe {
       d.set = []( Node & n, const void * k, const void * ) {
          ( self< E >( n ).*insert )( as< K >( k ) );
       };
-      d.each = []( const Node & n, void * context, Visit visit ) {
-         for ( Iterator i( self< E >( n ).*field ); i; ++i ) {
-            visit( context, &i.key(), nullptr );
-         }
-      };
+      d.walk = []( const Node & n ) { return entries( self< E >( n ).*field ); };
       return d;
    }
 
@@ -127,11 +168,7 @@ struct Describe {
       d.set = []( Node & n, const void * k, const void * v ) {
          ( self< E >( n ).*insert )( as< K >( k ), as< V >( v ) );
       };
-      d.each = []( const Node & n, void * context, Visit visit ) {
-         for ( Iterator i( self< E >( n ).*field ); i; ++i ) {
-            visit( context, &i.key(), &i.value() );
-         }
-      };
+      d.walk = []( const Node & n ) { return entries( self< E >( n ).*field ); };
       return d;
    }
 
@@ -145,11 +182,7 @@ struct Describe {
       d.set = []( Node & n, const void * k, const void * ) {
          ( self< E >( n ).*create )( as< K >( k ) );
       };
-      d.each = []( const Node & n, void * context, Visit visit ) {
-         for ( Iterator i( self< E >( n ).*field ); i; ++i ) {
-            visit( context, &i.key(), static_cast< const Node * >( i.ptr() ) );
-         }
-      };
+      d.walk = []( const Node & n ) { return entries( self< E >( n ).*field ); };
       return d;
    }
 
@@ -163,11 +196,7 @@ struct Describe {
          ( self< E >( n ).*enq )( as< T >( v ) );
       };
       d.del = []( Node & n, const void * k ) { ( self< E >( n ).*( k ? deq : eraseAll ) )(); };
-      d.each = []( const Node & n, void * context, Visit visit ) {
-         for ( const T & v : self< E >( n ).*field ) {
-            visit( context, nullptr, &v );
-         }
-      };
+      d.walk = []( const Node & n ) { return entries( self< E >( n ).*field ); };
       return d;
    }
 };

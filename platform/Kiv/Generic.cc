@@ -184,12 +184,7 @@ String
 GenericIf::text( const Node & node, const AttrDesc & attr, const void * key ) {
    if ( attr.kind == AttrKind::queue || ( attr.key && !key ) ) {
       String all;
-      struct Context {
-         const AttrDesc & attr;
-         String & all;
-      } context = { attr, all };
-      attr.each( node, &context, []( void * c, const void * k, const void * v ) {
-         auto & [attr, all] = *static_cast< Context * >( c );
+      attr.each( node, [&]( const void * k, const void * v ) {
          all += all.empty() ? "" : ", ";
          all += k ? attr.key->toText( k ) : String();
          all += k && v && attr.value ? ": " : "";
@@ -298,7 +293,45 @@ GenericIf::del( Node & root, const String & path ) {
    if ( p.last.hasKey && !p.attr->key ) {
       refuse( path, "'" + p.last.attribute + "' has no keys" );
    }
-   withKey( *p.attr, p.last, path, [&]( const void * key ) { erase( *p.node, *p.attr, key ); } );
+   withKey( *p.attr, p.last, path, [&]( const void * key ) {
+      if ( key && p.attr->at && !p.attr->at( *p.node, key ) ) {
+         refuse( path, "there is no " + p.last.attribute + "[" + p.last.key + "]" );
+      }
+      erase( *p.node, *p.attr, key );
+   } );
+}
+
+/** What lies at the path, of which the entities are entered. */
+GenericIf::Dump::Dump( const Node & root, const String & path, const String & before ) {
+   const String full = before + ( before.empty() || path.empty() ? "" : "/" ) + path;
+   if ( path.empty() ) {
+      enter( root, full.empty() ? full : full + "/" );
+      return;
+   }
+   const Place p = placeOf( const_cast< Node & >( root ), path );
+   const AttrDesc & attr = *p.attr;
+   if ( attr.walk && !p.last.hasKey ) { // all that it holds
+      frames_.push_back( { p.node, full.substr( 0, full.size() - p.last.attribute.size() ), 0, 0,
+                           &attr, attr.walk( *p.node ) } );
+      return;
+   }
+   checkKey( attr, p.last, path );
+   withKey( attr, p.last, path, [&]( const void * key ) {
+      const void * value = attr.at( *p.node, key );
+      if ( !value ) {
+         refuse( path, "there is no " + path );
+      }
+      if ( leadsOn( attr ) ) {
+         enter( *static_cast< const Node * >( value ), full + "/" );
+      } else {
+         single_ = { full, text( *p.node, attr, key ), false };
+      }
+   } );
+}
+
+const AttrDesc &
+GenericIf::attribute( const Node & root, const String & path ) {
+   return *placeOf( const_cast< Node & >( root ), path ).attr;
 }
 
 Node *

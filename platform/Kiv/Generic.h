@@ -9,6 +9,9 @@
 // Everything that a path, a name or a value can have wrong raises Velto::RangeError with one
 // line that says where and what was expected; nothing has been changed then.
 
+#include <optional>
+#include <vector>
+
 #include "platform/Kiv/TypeData.h"
 
 namespace Kiv {
@@ -22,7 +25,8 @@ class GenericIf {
    static void set( Velto::Node & root, const String & path, const String & text );
    /** Creates the entity (or the set's key) at `path` if it is not there. */
    static void insert( Velto::Node & root, const String & path );
-   /** Removes the entry at `path`; without a key everything that the attribute holds. */
+   /** Removes the entry at `path`, which must be there; without a key everything that the attribute
+       holds. */
    static void del( Velto::Node & root, const String & path );
 
    /** One line of a dump: where, and the text of the value. `isEntity` marks the line that only
@@ -32,10 +36,35 @@ class GenericIf {
       String value;
       bool isEntity = false;
    };
-   using Take = void ( * )( void * context, const Line & line );
-   /** Hands out every attribute below `root`, depth first, in order of declaration. Pointers to
-       entities that live elsewhere are not followed. */
-   static void dump( const Velto::Node & root, void * context, Take take );
+   /** Everything below a place, depth first, in order of declaration, a line at a time. Pointers to
+       entities that live elsewhere are not followed. Between two lines anything may change: each
+       line tells what is when it is asked for. Counts the entities that it stands in. */
+   class Dump {
+    public:
+      /** Of what is at `path` below `root`: an entity ("" is the root), all that a collection
+          holds, or one value. Paths of lines begin with `before`, a slash between. Raises
+          Velto::RangeError for a path that leads to nothing. */
+      explicit Dump( const Velto::Node & root, const String & path = "",
+                     const String & before = "" );
+      /** The next line; false behind the last one. */
+      bool next( Line & line );
+
+    private:
+      struct Frame {
+         Velto::Ptr< const Velto::Node > node;
+         String prefix;                   // of its attributes' paths
+         int at;                          // the index of the attribute that is next,
+         int end;                         // and of the one behind the last
+         const AttrDesc * attr = nullptr; // whose entries are walked
+         std::unique_ptr< EntryWalk > walk = nullptr;
+      };
+      void enter( const Velto::Node & node, const String & prefix );
+      bool begin( Frame & frame, const AttrDesc & attr, Line & line );
+      void show( const AttrDesc & attr, const void * value, Line & line );
+
+      std::vector< Frame > frames_;
+      std::optional< Line > single_;
+   };
    /** The dump as text, a line each: "path = value", or "path" for an entity. */
    static String dump( const Velto::Node & root );
    /** Applies what dump() wrote. Every line is checked for its path before the first is applied;
@@ -44,6 +73,9 @@ class GenericIf {
 
    /** The entity at `path`; "" is `root` itself. Null if a key on the way is absent. */
    static Velto::Node * find( Velto::Node & root, const String & path );
+
+   /** The attribute that a path leads to; what lies on the way to it must be there. */
+   static const AttrDesc & attribute( const Velto::Node & root, const String & path );
 
    /** Splits a path into segments at slashes outside brackets. */
    struct Segment {

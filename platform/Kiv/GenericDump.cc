@@ -1,3 +1,4 @@
+#include <utility>
 #include <vector>
 
 #include "platform/Kiv/Generic.h"
@@ -9,65 +10,6 @@ namespace Kiv {
 namespace {
 
 using Velto::Node;
-
-void dumpNode( const Node & node, const String & prefix, void * context, GenericIf::Take take );
-
-struct Dumper {
-   const AttrDesc & attr;
-   const String & path; // of the attribute
-   void * context;
-   GenericIf::Take take;
-
-   void visit( const void * key, const void * value ) const {
-      String where = key ? path + "[" + attr.key->toText( key ) + "]" : path;
-      if ( attr.kind == AttrKind::entities ) {
-         entity( where, static_cast< const Node * >( value ) );
-      } else if ( attr.kind == AttrKind::set ) {
-         take( context, { where, "True", false } );
-      } else {
-         take( context, { where, attr.value->toText( value ), false } );
-      }
-   }
-   void entity( const String & where, const Node * node ) const {
-      take( context, { where, "", true } );
-      dumpNode( *node, where + "/", context, take );
-   }
-};
-
-void
-dumpAttr( const Node & node, const AttrDesc & attr, const String & path, void * context,
-          GenericIf::Take take ) {
-   Dumper dumper = { attr, path, context, take };
-   if ( attr.each ) {
-      attr.each( node, &dumper, []( void * d, const void * key, const void * value ) {
-         static_cast< Dumper * >( d )->visit( key, value );
-      } );
-      return;
-   }
-   const void * value = attr.at( node, nullptr );
-   if ( attr.kind == AttrKind::scalar ) {
-      dumper.visit( nullptr, value );
-   } else if ( attr.kind == AttrKind::ownedEntity && value ) {
-      dumper.entity( path, static_cast< const Node * >( value ) );
-   }
-}
-
-void
-dumpType( const Node & node, const TypeData * type, const String & prefix, void * context,
-          GenericIf::Take take ) {
-   if ( !type ) {
-      return;
-   }
-   dumpType( node, type->base, prefix, context, take );
-   for ( int i = 0; i < type->count; ++i ) {
-      dumpAttr( node, type->attrs[i], prefix + type->attrs[i].name, context, take );
-   }
-}
-
-void
-dumpNode( const Node & node, const String & prefix, void * context, GenericIf::Take take ) {
-   dumpType( node, node.typeData(), prefix, context, take );
-}
 
 /** Values may hold line ends; they stand escaped in a dump's text. */
 String
@@ -121,17 +63,73 @@ linesOf( const String & text ) {
 } // namespace
 
 void
-GenericIf::dump( const Node & root, void * context, Take take ) {
-   dumpNode( root, "", context, take );
+GenericIf::Dump::enter( const Node & node, const String & prefix ) {
+   auto type = node.typeData();
+   frames_.push_back( { &node, prefix, 0, type ? type->first + type->count : 0 } );
+}
+
+/** Makes the line of an entry, or of a scalar, whose path it has; stands in the entity then. */
+void
+GenericIf::Dump::show( const AttrDesc & attr, const void * value, Line & line ) {
+   const bool owned = attr.kind == AttrKind::entities || attr.kind == AttrKind::ownedEntity;
+   line.isEntity = owned;
+   line.value = owned                        ? String()
+                : attr.kind == AttrKind::set ? String( "True" )
+                                             : attr.value->toText( value );
+   if ( owned ) {
+      enter( *static_cast< const Node * >( value ), line.path + "/" );
+   }
+}
+
+/** Comes to an attribute of the frame's entity. False: there is no line of it yet. */
+bool
+GenericIf::Dump::begin( Frame & frame, const AttrDesc & attr, Line & line ) {
+   frame.attr = &attr;
+   if ( attr.walk ) {
+      frame.walk = attr.walk( *frame.node );
+      return false;
+   }
+   const void * value = attr.kind == AttrKind::pointer ? nullptr : attr.at( *frame.node, nullptr );
+   if ( value ) {
+      line.path = frame.prefix + attr.name;
+      show( attr, value, line );
+   }
+   return value;
+}
+
+bool
+GenericIf::Dump::next( Line & line ) {
+   if ( single_ ) {
+      line = *std::exchange( single_, std::nullopt );
+      return true;
+   }
+   const void * key;
+   const void * value;
+   while ( !frames_.empty() ) {
+      Frame & frame = frames_.back();
+      if ( frame.walk && frame.walk->next( key, value ) ) {
+         const AttrDesc & attr = *frame.attr;
+         line.path = frame.prefix + attr.name + ( key ? "[" + attr.key->toText( key ) + "]" : "" );
+         show( attr, value, line );
+         return true;
+      }
+      frame.walk.reset();
+      if ( frame.at == frame.end ) {
+         frames_.pop_back();
+      } else if ( begin( frame, *frame.node->typeData()->at( frame.at++ ), line ) ) {
+         return true;
+      }
+   }
+   return false;
 }
 
 String
 GenericIf::dump( const Node & root ) {
    String all;
-   dump( root, &all, []( void * c, const Line & line ) {
-      auto & all = *static_cast< String * >( c );
+   Dump dump( root );
+   for ( Line line; dump.next( line ); ) {
       all += escaped( line.path ) + ( line.isEntity ? "" : " = " + escaped( line.value ) ) + "\n";
-   } );
+   }
    return all;
 }
 

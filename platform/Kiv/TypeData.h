@@ -6,6 +6,8 @@
 //
 // The tables hold plain function pointers; nothing that reads them is a template.
 
+#include <memory>
+
 #include "platform/Velto/Node.h"
 #include "platform/Velto/Types.h"
 
@@ -33,6 +35,20 @@ enum class AttrKind : U8 {
    queue,
 };
 
+/** A walk over the entries of one attribute, in their order. It stays valid whatever happens to the
+    attribute, and to the entity that has it: entries that come are visited, those that go before
+    their turn are not, and it ends with the entity. */
+class EntryWalk {
+ public:
+   EntryWalk() = default;
+   EntryWalk( const EntryWalk & ) = delete;
+   EntryWalk & operator=( const EntryWalk & ) = delete;
+   virtual ~EntryWalk() = default;
+   /** The next entry's key and value, which hold until that entry is erased; false behind the last
+       one. What a kind has not is null. */
+   virtual bool next( const void *& key, const void *& value ) = 0;
+};
+
 /** One attribute of one class. What a kind has not is null. Values of the kinds pointer,
     ownedEntity and entities are handed over as `const Velto::Node *`. */
 struct AttrDesc {
@@ -48,10 +64,19 @@ struct AttrDesc {
    void ( *set )( Velto::Node &, const void * key, const void * value ) = nullptr;
    /** Removes the entry of `key`, of a queue its front; null empties the whole attribute. */
    void ( *del )( Velto::Node &, const void * key ) = nullptr;
-   /** Calls `visit` for each entry in order; the collection may change meanwhile. */
-   void ( *each )( const Velto::Node &, void * context,
-                   void ( *visit )( void * context, const void * key,
-                                    const void * value ) ) = nullptr;
+   /** A walk from the first entry; null for an attribute that has none now. */
+   std::unique_ptr< EntryWalk > ( *walk )( const Velto::Node & ) = nullptr;
+
+   /** Calls `visit( key, value )` for each entry in order, none for a kind without a walk; the
+       attribute may change meanwhile. */
+   template< class Visit >
+   void each( const Velto::Node & node, Visit && visit ) const {
+      const void * key;
+      const void * value;
+      for ( auto w = walk ? walk( node ) : nullptr; w && w->next( key, value ); ) {
+         visit( key, value );
+      }
+   }
 };
 
 struct TypeData {

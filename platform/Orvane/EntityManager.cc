@@ -97,30 +97,39 @@ EntityManager::del( const String & path ) {
        [&]( Kiv::Entity & e, const String & rest ) { Kiv::GenericIf::del( e, rest ); } );
 }
 
-void
-EntityManager::dump( const String & path, void * context, Kiv::GenericIf::Take take ) const {
+const Kiv::AttrDesc &
+EntityManager::attribute( const String & path ) const {
+   const Kiv::AttrDesc * found = nullptr;
    at( *this, path, [&]( Kiv::Entity & e, const String & rest ) {
-      struct Prefixed {
-         String prefix;
-         void * context;
-         Kiv::GenericIf::Take take;
-      } prefixed = { path + "/", context, take };
-      auto forward = []( void * c, const Kiv::GenericIf::Line & line ) {
-         auto & p = *static_cast< Prefixed * >( c );
-         p.take( p.context, { p.prefix + line.path, line.value, line.isEntity } );
-      };
-      Velto::Node * node = nullptr;
-      try {
-         node = Kiv::GenericIf::find( e, rest );
-      } catch ( const Velto::RangeError & ) {
-         take( context, { path, Kiv::GenericIf::get( e, rest ), false } );
-         return;
-      }
-      if ( !node ) {
-         throw Velto::RangeError( rest + ": there is no such entity" );
-      }
-      Kiv::GenericIf::dump( *node, &prefixed, forward );
+      found = &Kiv::GenericIf::attribute( e, rest );
    } );
+   return *found;
+}
+
+Dump::Dump( const EntityManager & entities, const String & path ) {
+   const String below = path.empty() ? path : path + "/";
+   for ( auto & m : entities.mounts() ) {
+      if ( m.path.starts_with( below ) ) {
+         left_.insert( left_.begin(), m );
+      }
+   }
+   if ( left_.empty() || entities.mounted( path ) ) {
+      at( entities, path, [&]( Kiv::Entity & e, const String & rest ) {
+         current_.emplace( e, rest, path.substr( 0, path.size() - rest.size() - !rest.empty() ) );
+      } );
+   }
+}
+
+bool
+Dump::next( Kiv::GenericIf::Line & line ) {
+   while ( !current_ || !current_->next( line ) ) {
+      if ( left_.empty() ) {
+         return false;
+      }
+      current_.emplace( *left_.back().entity, "", left_.back().path );
+      left_.pop_back();
+   }
+   return true;
 }
 
 } // namespace Orvane

@@ -59,12 +59,25 @@ class EntityManager {
    void set( const String & path, const String & text );
    void insert( const String & path );
    void del( const String & path );
-   /** Every line below `path`, with full paths. */
-   void dump( const String & path, void * context, Kiv::GenericIf::Take take ) const;
+   const Kiv::AttrDesc & attribute( const String & path ) const;
 
  private:
    [[noreturn]] static void refuseType( const String & path );
    std::vector< Mount > mounts_;
+};
+
+/** Every line below a path, with full paths, one at a time; see Kiv::GenericIf::Dump. */
+class Dump {
+ public:
+   /** `path` lies in a mount, or mounts lie below it, such as below "". Raises Velto::RangeError for
+       one that leads to nothing. */
+   Dump( const EntityManager & entities, const String & path );
+   /** The next line; false behind the last one. */
+   bool next( Kiv::GenericIf::Line & line );
+
+ private:
+   std::vector< EntityManager::Mount > left_; // the next one is the last
+   std::optional< Kiv::GenericIf::Dump > current_;
 };
 
 } // namespace Orvane

@@ -86,11 +86,18 @@ TEST( Programs, AnAgentOnTheExampleAnswersAndEndsCleanly ) {
    RunningAgent agent( { "--config", "examples/leaf.json" } );
    Result table = agent.ctl( "show port-channel PortChannel21" );
    EXPECT_EQ( table.code, 0 );
-   EXPECT_EQ( table.output,
-              "Port-channel   State  Members                   Programmed                Shared\n"
-              "-------------  -----  ------------------------  ------------------------  ------\n"
-              "PortChannel21  up     Ethernet40, Ethernet41,   Ethernet40, Ethernet41,\n"
-              "                      Ethernet42, Ethernet43    Ethernet42, Ethernet43\n" );
+   EXPECT_EQ( table.output, "Port-channel   State  Members                                         "
+                            "Programmed                                      Shared\n"
+                            "-------------  -----  ----------------------------------------------  "
+                            "----------------------------------------------  ------\n"
+                            "PortChannel21  up     Ethernet40, Ethernet41, Ethernet42, Ethernet43  "
+                            "Ethernet40, Ethernet41, Ethernet42, Ethernet43\n" );
+   // Everything, as it would be read again.
+   Result everything = agent.ctl( "dump" );
+   EXPECT_EQ( everything.code, 0 );
+   EXPECT_NE( everything.output.find( "\"bridging/vlan/config/vlanConfig[10]\": null,\n" ),
+              String::npos );
+   EXPECT_EQ( everything.output.substr( everything.output.size() - 3 ), "\n}\n" );
    Result value = agent.ctl( "get 'acsd/portToLag[Ethernet48]'" );
    EXPECT_EQ( value.output, "Port-Channel101\n" );
    EXPECT_EQ( agent.ctl( "get acsd/nothing" ).code, 1 );
@@ -131,8 +138,8 @@ TEST( Programs, AWatchPrintsChangesUntilTheAgentEnds ) {
 
 TEST( Programs, VirtualTimeMovesOnRequestOnly ) {
    RunningAgent agent( { "--virtual-time" } );
-   EXPECT_EQ( agent.ctl( "run 12.5" ).output, "uptime 12.5 s\n" );
-   EXPECT_EQ( agent.ctl( "run 2" ).output, "uptime 14.5 s\n" );
+   EXPECT_EQ( agent.ctl( "run 12.5" ).output, "uptime 12.500 s\n" );
+   EXPECT_EQ( agent.ctl( "run 2" ).output, "uptime 14.500 s\n" );
    EXPECT_EQ( agent.ctl( "run -1" ).code, 1 );
 }
 

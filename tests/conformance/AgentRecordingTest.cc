@@ -77,6 +77,7 @@ class AgentRecording : public ::testing::Test {
 
 TEST_F( AgentRecording, ARunOnRealTimeIsReplayed ) {
    for ( auto more : { "", "--virtual-time" } ) {
+      std::remove( ( base + ".rec" ).c_str() ); // no recording takes the place of another
       ASSERT_EQ( Tests::runProgram( "qon-agent " + options + more, text ), 0 ) << text;
       EXPECT_GT( hooks().size(), 200u );
       for ( const String call : {
@@ -140,6 +141,7 @@ TEST_F( AgentRecording, ExitCodesTellWhatIsWrong ) {
    EXPECT_EQ( replay( whole + "x\n" ), 2 );
    EXPECT_EQ( Tests::runProgram( "qon-agent --replay /nowhere", text ), 2 );
    // Another chip: one call less.
+   std::remove( ( base + ".other" ).c_str() ); // no recording takes the place of another
    RecordWriter writer( base + ".other" );
    RecordReader reader( "rec", whole );
    bool left = false;
@@ -155,6 +157,7 @@ TEST_F( AgentRecording, ExitCodesTellWhatIsWrong ) {
    EXPECT_EQ( Tests::runProgram( "qon-agent --replay " + base + ".other", text ), 1 );
    EXPECT_NE( text.find( " differs: recorded '" ), String::npos ) << text;
    // An agent with other features.
+   std::remove( ( base + ".other" ).c_str() );
    RecordWriter( base + ".other" ).write( { Record::Kind::input, "start ports elephants" } );
    EXPECT_EQ( Tests::runProgram( "qon-agent --replay " + base + ".other", text ), 2 );
    EXPECT_NE( text.find( "recorded with the features ports elephants" ), String::npos ) << text;

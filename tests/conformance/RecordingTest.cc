@@ -99,6 +99,7 @@ class Recording : public ::testing::Test {
    std::vector< String > record( int wished ) {
       Kiv::EventLoop loop;
       Velto::Ptr< Wishes > wishes;
+      std::remove( file.c_str() );
       FileRecorder recorder( loop, file );
       kindsOf( recorder, loop, wishes );
       recorder.input( "start", "" );
@@ -137,6 +138,7 @@ class Recording : public ::testing::Test {
       return all.str();
    }
    void contentIs( const std::vector< Record > & records ) {
+      std::remove( file.c_str() ); // no recording takes the place of another
       RecordWriter writer( file );
       for ( auto & record : records ) {
          writer.write( record );

@@ -70,8 +70,8 @@ class Saboteur : public Velto::Node {
                watch( static_cast< const Kiv::Entity * >(
                      static_cast< const Velto::Node * >( attr.at( entity, nullptr ) ) ) );
             } else if ( attr.kind == Kiv::AttrKind::entities ) {
-               attr.each( entity, this, []( void * self, const void *, const void * value ) {
-                  static_cast< Saboteur * >( self )->watch( static_cast< const Kiv::Entity * >(
+               attr.each( entity, [this]( const void *, const void * value ) {
+                  watch( static_cast< const Kiv::Entity * >(
                         static_cast< const Velto::Node * >( value ) ) );
                } );
             }

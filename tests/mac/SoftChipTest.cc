@@ -194,7 +194,7 @@ TEST_F( SoftMac, ALineThatIsWrongIsRefusedBeforeAnythingHappens ) {
          { R"("event": "mac", "op": "remove", "mac": "00:1c:73:00:00:01")",
            "field 'vlan' is missing" },
          { R"("event": "mac", "op": "flushVlan", "vlan": 4095)",
-           "Bridging::VlanId::value < 1 or > 4094 not allowed" },
+           "field 'vlan': expected a VLAN from 1 to 4094, found 4095" },
          { R"("event": "mac", "op": "flushVlan", "vlan": "ten")", "field 'vlan' cannot be" },
          { R"("event": "mac", "op": "remove", "mac": "zz", "vlan": 1)", "zz" },
          { R"("event": "fault", "trouble": "busy")", "expected one of the fields hook, table" },
@@ -289,6 +289,8 @@ TEST_F( SoftMac, AnAgentThatComesUpOverTheSameChipFindsItAsItWas ) {
 TEST( FaultPlan, CountsCallsOfEachHookAndRepeatsItself ) {
    auto run = []( U32 seed ) {
       SoftChip::FaultPlan plan;
+      plan.hookIs( "a" );
+      plan.hookIs( "b" );
       plan.seedIs( seed );
       plan.add( { "a", Trouble::fail, 3, 2 } );
       plan.add( { "a", Trouble::busy, 0, 0, 300 } );

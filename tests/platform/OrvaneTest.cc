@@ -10,6 +10,7 @@
 namespace {
 
 using Velto::String;
+using Lines = std::vector< String >;
 
 String
 errorOf( const std::function< void() > & use ) {
@@ -36,13 +37,28 @@ TEST( Orvane, TheLongestMountServesAPath ) {
    EXPECT_TRUE( status->intf( Ulnet::IntfId( "Ethernet3/1" ) ).distributing() );
    EXPECT_EQ( Mlag::MlagState::primary, mlag->mlagState() );
    EXPECT_EQ( "primary", manager.get( "interface/status/mlagState" ) );
-   std::vector< String > lines;
-   manager.dump( "interface/status/eth/lag/intfStatus[Port-Channel10]", &lines,
-                 []( void * c, const Kiv::GenericIf::Line & l ) {
-                    static_cast< std::vector< String > * >( c )->push_back( l.path );
-                 } );
-   ASSERT_EQ( 3u, lines.size() );
-   EXPECT_EQ( "interface/status/eth/lag/intfStatus[Port-Channel10]/intf[Ethernet3/1]", lines[0] );
+   auto dump = [&]( const String & path ) {
+      Lines lines;
+      Orvane::Dump dump( manager, path );
+      for ( Kiv::GenericIf::Line line; dump.next( line ); ) {
+         lines.push_back( line.path + ( line.isEntity ? "" : " = " + line.value ) );
+      }
+      return lines;
+   };
+   const String channel = "interface/status/eth/lag/intfStatus[Port-Channel10]";
+   const Lines inside = { channel + "/intf[Ethernet3/1] = Value('Interface::LagMember', ** "
+                                    "{'collecting': False, 'distributing': True})",
+                          channel + "/lacpFallbackEnabled = 0", channel + "/deviceName = " };
+   EXPECT_EQ( dump( channel ), inside );
+   // A collection alone, a value alone, and all mounts that there are below a place.
+   EXPECT_EQ( dump( channel + "/intf" ), Lines{ inside[0] } );
+   EXPECT_EQ( dump( channel + "/deviceName" ), Lines{ inside[2] } );
+   const Lines whole = dump( "" );
+   EXPECT_EQ( whole, dump( "interface" ) );
+   EXPECT_GT( whole.size(), dump( "interface/status/eth/lag" ).size() );
+   EXPECT_EQ( whole.front(), channel );
+   EXPECT_NE( "accepted", errorOf( [&] { dump( channel + "/intf[Ethernet4]" ); } ) );
+   EXPECT_NE( "accepted", errorOf( [&] { dump( "interf" ); } ) );
    manager.del( "interface/status/eth/lag/intfStatus[Port-Channel10]" );
    EXPECT_EQ( 0u, lag->intfStatuss() );
 }

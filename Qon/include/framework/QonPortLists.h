@@ -73,3 +73,10 @@ class QonLagPortList {
 };
 
 } // namespace Qon
+
+// Of their texts as stringValue() gives them: a snapshot of the state database is read again, though
+// nobody makes such a list of a text.
+template<>
+Qon::QonPortList Kiv::fromText< Qon::QonPortList >( const Velto::String & text );
+template<>
+Qon::QonLagPortList Kiv::fromText< Qon::QonLagPortList >( const Velto::String & text );
