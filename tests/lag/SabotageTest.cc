@@ -342,9 +342,11 @@ TEST( LagLaws, ReadByName ) {
    EXPECT_EQ( get( "status[Port-Channel9]" ), "None" );
    EXPECT_NE( get( "ethLagIntfStatusDir/intfStatus[Port-Channel1]" ), "None" );
    for ( auto change :
-         { +[]( LagSm & sm ) { Kiv::GenericIf::insert( sm, "status[Port-Channel9]" ); },
-           +[]( LagSm & sm ) { Kiv::GenericIf::set( sm, "localMember[Port-Channel1]", "{}" ); },
-           +[]( LagSm & sm ) { Kiv::GenericIf::del( sm, "localMember[Port-Channel1]" ); } } ) {
+         { +[]( Qon::LagSm & sm ) { Kiv::GenericIf::insert( sm, "status[Port-Channel9]" ); },
+           +[]( Qon::LagSm & sm ) {
+              Kiv::GenericIf::set( sm, "localMember[Port-Channel1]", "{}" );
+           },
+           +[]( Qon::LagSm & sm ) { Kiv::GenericIf::del( sm, "localMember[Port-Channel1]" ); } } ) {
       EXPECT_THROW( change( *w.lagSm ), Velto::RangeError );
    }
    bool listed = false;
