@@ -3,6 +3,8 @@
 #include <nlohmann/json.hpp>
 
 #include "agent/base/StateFile.h"
+#include "platform/types/Acl.h"
+#include "platform/types/Paths.h"
 #include "tests/agent/SocketClient.h"
 
 namespace Tests {
@@ -60,7 +62,9 @@ class FullWorld : public AgentWorld {
    /** Everything that is configured or published goes, and the chip's hosts too. */
    void wreck() {
       for ( auto & mount : std::vector( agent.entities().mounts() ) ) {
-         if ( mount.path != QonAgent::acsdPath ) {
+         if ( mount.path == Paths::aclIntfConfig ) {
+            emptyLists( *static_cast< Acl::IntfConfig * >( mount.entity.ptr() ) );
+         } else if ( mount.path != QonAgent::acsdPath ) {
             empty( *mount.entity );
          }
       }
@@ -75,6 +79,14 @@ class FullWorld : public AgentWorld {
       for ( auto & kind : kinds ) {
          if ( kind.name == line["event"] ) {
             kind.parse( line )();
+         }
+      }
+   }
+   /** Directions stay: each takes numbers of lists for good. */
+   static void emptyLists( Acl::IntfConfig & config ) {
+      for ( auto && [type, byType] : config.typeIteratorConst() ) {
+         for ( auto && [direction, intfs] : byType->directionIteratorConst() ) {
+            intfs->intfDelAll();
          }
       }
    }
