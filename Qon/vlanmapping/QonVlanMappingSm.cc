@@ -322,8 +322,8 @@ VlanMappingSm::delEgressNativeVlanTranslation( IntfId intf, Bridging::VlanId vla
 void
 VlanMappingSm::doAddToUnprogrammedList( IntfId intf, Key key, Direction direction, Source source ) {
    // fixed text
-   QON_TRACE( facility, 5, intf, " : Added to unprogrammed  interface list", " for ", direction,
-              " ", key );
+   QON_TRACE( facility, 5, intf, " : Added to unprogrammed  interface list", " for ",
+              Kiv::toText( direction ), " ", key );
    unprogrammedIntfListIs( UnprogrammedMapping( intf, source ) );
    armRetryClock();
 }
