@@ -393,10 +393,28 @@ AclDataSm::addUses() {
    error.pass();
 }
 
+/** An interface that left in the middle of the pass stays blocked until the next one has given it
+    to another instance. */
+bool
+AclDataSm::handsOver( IntfId intf ) const {
+   auto direction = aclSm_->directionSm( type_, key_.direction() );
+   if ( !aclSm_->willChange( this ) || !direction || !direction->intfActive( intf ) ) {
+      return false;
+   }
+   bool has = false;
+   for ( auto && entry : applied_ ) {
+      has = has || entry.key.pair().intfId() == intf;
+   }
+   return !has;
+}
+
 void
 AclDataSm::doUnblockTraffic() {
    Velto::FirstError error;
    for ( auto && entry : keysOf< IntfId >( blocks_ ) ) {
+      if ( handsOver( entry.key ) ) {
+         continue;
+      }
       error.run( [&] {
          aclSm_->blockIs( this, entry.key, false );
          blocks_.erase( entry.key );
@@ -486,7 +504,8 @@ AclDataSm::checkInvariants() const {
    if ( inHardware_ && data_->aclNumber() == aclNumberNone ) {
       return shown() + " is in hardware without a number";
    }
-   if ( aclSm_->phase() == AclApplyPhase::done && ( busy_ || !blocks_.empty() ) ) {
+   const bool left = !blocks_.empty() && !aclSm_->willChange( this );
+   if ( aclSm_->phase() == AclApplyPhase::done && ( busy_ || left ) ) {
       return shown() + " is left in the middle of a pass";
    }
    return {};

@@ -161,6 +161,7 @@ class AclDataSm : public QonBaseSm {
    void record( const AclUnitResults & results );
    void resultsAre( const AclUnitResults & results );
    void resultKnown();
+   bool handsOver( Ulnet::IntfId intf ) const;
    bool takeNumber();
    Velto::Ptr< const AclRuleSet > hardwareRules( const Velto::Ptr< const AclRuleSet > & source );
    AclOperation operationNow() const;

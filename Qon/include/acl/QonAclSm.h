@@ -167,6 +167,10 @@ class AclSm : public QonBaseSm, public Checked {
    void settle();
    /** The instance differs from what is in hardware. */
    void changed( AclDataSm * instance );
+   /** Whether the next pass looks at the instance. */
+   bool willChange( const AclDataSm * instance ) const {
+      return changed_.has( const_cast< AclDataSm * >( instance ) );
+   }
    /** A sub-interface has a list in one more direction, or in one less. */
    void subIntfAttachedIs( IntfId subIntf, bool attached );
    void instanceIs( AclDataSm * instance, bool there );
