@@ -393,19 +393,23 @@ AclDataSm::addUses() {
    error.pass();
 }
 
-/** An interface that left in the middle of the pass stays blocked until the next one has given it
-    to another instance. */
+/** An interface that the next pass gives to some instance stays blocked until then. */
 bool
-AclDataSm::handsOver( IntfId intf ) const {
-   auto direction = aclSm_->directionSm( type_, key_.direction() );
-   if ( !aclSm_->willChange( this ) || !direction || !direction->intfActive( intf ) ) {
+AclDataSm::handsOver( IntfId intf ) {
+   if ( !aclSm_->joinsNext( *this, intf ) ) {
       return false;
    }
-   bool has = false;
-   for ( auto && entry : applied_ ) {
-      has = has || entry.key.pair().intfId() == intf;
+   aclSm_->changed( this );
+   return true;
+}
+
+bool
+AclDataSm::joins( IntfId intf ) const {
+   bool joins = false;
+   for ( auto && entry : wanted_ ) {
+      joins = joins || ( entry.key.pair().intfId() == intf && !applied_.has( entry.key ) );
    }
-   return !has;
+   return joins;
 }
 
 void

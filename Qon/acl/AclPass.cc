@@ -326,6 +326,17 @@ AclSm::doCommits() {
    forEach( pass_, []( AclDataSm & instance ) { instance.addUses(); } );
 }
 
+bool
+AclSm::joinsNext( const AclDataSm & instance, IntfId intf ) const {
+   bool joins = false;
+   for ( auto && [other, held] : changed_ ) {
+      joins = joins ||
+              ( other->type() == instance.type() &&
+                other->key().direction() == instance.key().direction() && other->joins( intf ) );
+   }
+   return joins;
+}
+
 void
 AclSm::doUnblocks() {
    working_ = true;

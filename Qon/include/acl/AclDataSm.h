@@ -89,6 +89,8 @@ class AclDataSm : public QonBaseSm {
    const AclRuleSet * committedRules() const { return committed_ ? rules_.ptr() : nullptr; }
    /** The rules that are configured were refused: others are in force, or none. */
    bool failed() const { return failed_; }
+   /** The interface is wanted, and not there yet. */
+   bool joins( Ulnet::IntfId intf ) const;
    /** Some unit says that it fails, and somebody wants it. */
    bool failing() const { return hasErrors() && !unwanted(); }
    bool hasErrors() const;
@@ -161,7 +163,7 @@ class AclDataSm : public QonBaseSm {
    void record( const AclUnitResults & results );
    void resultsAre( const AclUnitResults & results );
    void resultKnown();
-   bool handsOver( Ulnet::IntfId intf ) const;
+   bool handsOver( Ulnet::IntfId intf );
    bool takeNumber();
    Velto::Ptr< const AclRuleSet > hardwareRules( const Velto::Ptr< const AclRuleSet > & source );
    AclOperation operationNow() const;

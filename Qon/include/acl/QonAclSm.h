@@ -171,6 +171,8 @@ class AclSm : public QonBaseSm, public Checked {
    bool willChange( const AclDataSm * instance ) const {
       return changed_.has( const_cast< AclDataSm * >( instance ) );
    }
+   /** Whether the next pass applies an instance of the same type and direction to the interface. */
+   bool joinsNext( const AclDataSm & instance, IntfId intf ) const;
    /** A sub-interface has a list in one more direction, or in one less. */
    void subIntfAttachedIs( IntfId subIntf, bool attached );
    void instanceIs( AclDataSm * instance, bool there );
