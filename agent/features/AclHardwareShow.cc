@@ -150,7 +150,8 @@ AclFeature::resources( Arguments ) const {
    if ( !aclSm_ ) {
       notServed( agent_, "access lists" );
    }
-   for ( auto & [unit, error] : aclSm_->unitErrors() ) {
+   const auto errors = aclSm_->unitErrors();
+   for ( auto & [unit, error] : errors ) {
       co_yield unitRow( unit, error );
    }
 }

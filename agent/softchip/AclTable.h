@@ -50,6 +50,7 @@ class AclTable {
    /** `plan` outlives the table. */
    AclTable( FaultPlan & plan, const AclLimits & limits ) : plan_( plan ), limits_( limits ) {
       plan.hookIs( "prepareAcl" );
+      plan.hookIs( "commitAcl" );
       plan.tableIs( "aclEntries" );
    }
 
