@@ -234,6 +234,8 @@ SimAcl::ruleDel( const Event & event ) {
 
 void
 SimAcl::typeAgain( const Event & event ) {
+   std::erase_if( guards_,
+                  [&]( auto & guard ) { return std::get< 0 >( guard ) == typeOf( event[0] ); } );
    config_->typeDel( typeOf( event[0] ) );
    if ( event[1] ) {
       config_->typeIs( typeOf( event[0] ) )->aclIs( nameOf( event[0] ) );
@@ -257,6 +259,10 @@ SimAcl::directionAgain( const Event & event ) {
       return;
    }
    ++directionsMade_;
+   // Without it no interface has a list, if only for a moment.
+   std::erase_if( guards_, [&]( auto & guard ) {
+      return std::get< 0 >( guard ) == typeOf( event[0] ) && std::get< 1 >( guard ) == which;
+   } );
    config->directionDel( which );
    auto again = config->directionIs( which );
    for ( auto & [intf, name] : event[1] ? held : std::map< IntfId, String >() ) {
