@@ -193,6 +193,17 @@ TEST_P( Owners, ARefusalIsForgottenWithTheWishThatWentInAPause ) {
    paused( [&] { first( 112 ); } );
    paused( [&] { first( 111 ); } );
    EXPECT_EQ( chip.held.at( name() ), 111u );
+   // What waits to be tried again goes on waiting, though its configuration is another one.
+   chip.answer = Status::notNow;
+   first( 113 );
+   paused( [&] {
+      c.first == cli ? config->switchIntfConfigDel( eth( 1 ) )
+                     : flowConfig->vlanXlateIntfConfigDel( eth( 1 ) );
+      first( 113 );
+   } );
+   chip.answer = Status::success;
+   scheduler.runFor( 20 );
+   EXPECT_EQ( chip.held.at( name() ), 113u );
    checkAll();
 }
 
