@@ -73,7 +73,8 @@ struct Library : Switch {
       acsd->initializedIs( true );
       capability->maxSupportedSessionsIs( 64 );
       configure( sessions, sources );
-      sm = Qon::MirroringSmIs( { acsd, config, capability, status, helper } );
+      sm = Qon::MirroringSmIs( { acsd, config, capability, status, helper, nullptr, nullptr,
+                                 nullptr, nullptr, nullptr, nullptr } );
       sm->initializedIs( true );
    }
    void join( IntfId lag, U32 members ) {

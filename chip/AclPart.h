@@ -25,6 +25,27 @@ struct HeldAcls {
    std::set< IntfId > blocked;
 };
 
+/** The header of a packet, as far as lists look at it. */
+struct AclPacket {
+   Ulnet::EthAddr ethSrc, ethDst;
+   U16 etherType = 0;
+   Ulnet::IpGenAddr src, dst; ///< of one family; null: no IP packet
+   U8 protocol = 0;
+   std::optional< U16 > srcPort, dstPort;
+   U8 tcpFlags = 0;
+   std::optional< U8 > icmpType, icmpCode;
+   bool fragment = false; ///< behind the first
+};
+
+/** What decides on a packet that passes an interface. */
+struct AclDecision {
+   enum class Verdict : U8 { noList, permit, deny, blocked };
+   Verdict verdict = Verdict::noList;
+   Qon::AclOperation acl; ///< the instance, and its rule; of a list's decision alone
+   Qon::AclRule rule;
+};
+using AclVerdict = AclDecision::Verdict;
+
 class AclPart {
  public:
    virtual ~AclPart() = default;
@@ -34,6 +55,15 @@ class AclPart {
 
    /** What the chip holds; none if it cannot be read back. */
    virtual std::optional< HeldAcls > acls() const { return std::nullopt; }
+   /** What the chip does with a packet: the first list that denies decides, else the last one that
+       was asked. `member`: of the port-channel that carries a sub-interface. None if it cannot
+       tell. */
+   virtual std::optional< AclDecision > lookup( IntfId intf, IntfId member,
+                                                Acl::AclDirection direction,
+                                                const AclPacket & packet ) const {
+      (void)intf, (void)member, (void)direction, (void)packet;
+      return std::nullopt;
+   }
 };
 
 } // namespace QonChip

@@ -32,5 +32,5 @@ endfunction()
 # Programs that are built to be run once or twice, such as tests: what is optimized in them does not
 # earn back the time that it takes. The libraries below them are as they are for everybody.
 function( qon_lightly_optimized target )
-   target_compile_options( ${target} PRIVATE $<$<CONFIG:Release>:-O0> )
+   target_compile_options( ${target} PRIVATE $<$<CONFIG:Release,Asan>:-O0> )
 endfunction()

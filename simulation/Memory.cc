@@ -39,6 +39,13 @@ operator new( std::size_t size ) {
    return taken( std::malloc( size ? size : 1 ) );
 }
 
+void *
+operator new( std::size_t size, const std::nothrow_t & ) noexcept {
+   void * p = std::malloc( size ? size : 1 );
+   live += p != nullptr;
+   return p;
+}
+
 void
 operator delete( void * p ) noexcept {
    given( p );

@@ -48,6 +48,8 @@ SimAcl::operations() {
          { "leave", 8, { Range::lag, Range::port }, &SimAcl::leave },
          { "managed", 4, { Range::port, Range::flag }, &SimAcl::managedIs },
          { "count", 1, { Range::few, Range::few }, &SimAcl::count },
+         { "session", 6, { Range::flag, Range::few }, &SimAcl::sessionIs },
+         { "dp-request", 2, {}, &SimAcl::dpRequest },
          { "force", 1, {}, &SimAcl::force },
          { "pause", 2, {}, &SimAcl::pause },
          { "finish", 25, { Range::hundred, Range::few }, &SimAcl::finish },
@@ -88,8 +90,9 @@ SimAcl::make() {
       directionsMade_ += config->directions();
    }
    readInternalVlans();
-   sm_ = Qon::AclSmIs(
-         { world_.acsd, config_, intfConfig_, params_, bridging_, subIntfs_, helper_ } );
+   sm_ = Qon::AclSmIs( { world_.acsd, config_, intfConfig_, params_, bridging_, subIntfs_, helper_,
+                         sessions_, errdisable_, nullptr, nullptr, dpRequest_, dpStatus_ } );
+   raised_.clear();
    sm_->initializedIs( true );
 }
 
@@ -156,6 +159,7 @@ SimAcl::detach( const Event & event ) {
 void
 SimAcl::listIs( const Event & event ) {
    config_->typeIs( typeOf( event[0] ) )->aclIs( nameOf( event[1] ) );
+   remember( typeOf( event[0] ), nameOf( event[1] ) );
 }
 
 void
@@ -163,6 +167,24 @@ SimAcl::listDel( const Event & event ) {
    if ( auto config = config_->type( typeOf( event[0] ) ) ) {
       config->aclDel( nameOf( event[1] ) );
    }
+}
+
+// What is beside the lists
+
+void
+SimAcl::sessionIs( const Event & event ) {
+   const String name = "session" + std::to_string( event[0] % 2 );
+   if ( event[1] < 2 ) {
+      sessions_->sessionDel( name );
+   } else {
+      sessions_->sessionIs( name )->mirrorGroupIs( event[1] < 4 ? Mirroring::mirrorGroupInvalid()
+                                                                : S32( event[1] ) );
+   }
+}
+
+void
+SimAcl::dpRequest( const Event & ) {
+   dpRequest_->requestTimeIs( dpRequest_->requestTime() + 1 );
 }
 
 void
@@ -194,8 +216,11 @@ SimAcl::ruleIs( const Event & event ) {
    }
    filter.fragmentsIs( kind > 95 );
    rule.ipIs( filter );
+   rule.mirrorSessionIs( kind % 7 < 2 ? "session" + std::to_string( kind % 7 ) : "" );
+   rule.logIs( kind % 11 == 0 );
    config->ruleIs( rule.seq(), rule );
    config->versionIs( config->version() + 1 );
+   remember( typeOf( event[0] ), nameOf( event[1] ) );
 }
 
 void
@@ -203,14 +228,18 @@ SimAcl::ruleDel( const Event & event ) {
    if ( auto config = list( event[0], event[1] ) ) {
       config->ruleDel( event[2] + 1 );
       config->versionIs( config->version() + 1 );
+      remember( typeOf( event[0] ), nameOf( event[1] ) );
    }
 }
 
 void
 SimAcl::typeAgain( const Event & event ) {
+   std::erase_if( guards_,
+                  [&]( auto & guard ) { return std::get< 0 >( guard ) == typeOf( event[0] ); } );
    config_->typeDel( typeOf( event[0] ) );
    if ( event[1] ) {
       config_->typeIs( typeOf( event[0] ) )->aclIs( nameOf( event[0] ) );
+      remember( typeOf( event[0] ), nameOf( event[0] ) );
    }
 }
 
@@ -230,6 +259,10 @@ SimAcl::directionAgain( const Event & event ) {
       return;
    }
    ++directionsMade_;
+   // Without it no interface has a list, if only for a moment.
+   std::erase_if( guards_, [&]( auto & guard ) {
+      return std::get< 0 >( guard ) == typeOf( event[0] ) && std::get< 1 >( guard ) == which;
+   } );
    config->directionDel( which );
    auto again = config->directionIs( which );
    for ( auto & [intf, name] : event[1] ? held : std::map< IntfId, String >() ) {
@@ -416,6 +449,7 @@ SimAcl::latencyIs( const Event & event ) {
 /** With a clean-up, or as after a crash: what is in the chip then is stale. */
 void
 SimAcl::restart( const Event & event ) {
+   guards_.clear();
    if ( event[0] < 4 ) {
       sm_->doCleanup();
    }
@@ -423,6 +457,36 @@ SimAcl::restart( const Event & event ) {
    helper_ = nullptr;
    helper_ = chip_.makeAclHelper();
    make();
+}
+
+void
+SimAcl::drawFaults( Rng & rng, std::vector< String > & lines ) const {
+   for ( auto trouble : { "fail", "busy", "full", "parity" } ) {
+      lines.push_back( "prepareAcl " + String( trouble ) + " 0 0 " + often( rng, 60 ) );
+   }
+   lines.push_back( "commitAcl fail 0 0 " + often( rng, 40 ) );
+   if ( rng.percent( 30 ) ) {
+      lines.push_back( "limit aclEntries " + often( rng, 60 ) );
+   }
+}
+
+/** A shortage is said once when it begins, and once when it ends or becomes another one. */
+void
+SimAcl::heard( const Kiv::LogDescriptor & message, const String & text ) {
+   const String name = message.name;
+   const bool full = name == "ACL_HW_RESOURCE_FULL", failed = name == "ACL_COMPUTATION_FAILED";
+   const bool normal = name == "ACL_HW_RESOURCE_NORMAL",
+              success = name == "ACL_COMPUTATION_SUCCESS";
+   if ( !full && !failed && !normal && !success ) {
+      return;
+   }
+   const auto from = text.rfind( '(' );
+   String & out = raised_[text.substr( from + 1, text.rfind( ')' ) - from - 1 )];
+   const char * const before = normal ? "ACL_HW_RESOURCE_FULL" : "ACL_COMPUTATION_FAILED";
+   if ( full || failed ? out == name : out != before ) {
+      wrongMessage_ = name + " after '" + out + "'";
+   }
+   out = full || failed ? name : "";
 }
 
 void
@@ -440,8 +504,11 @@ SimAcl::checkInvariants() const {
    if ( !chip_.table().misuse().empty() ) {
       return "misuse of the chip: " + chip_.table().misuse();
    }
+   if ( !wrongMessage_.empty() ) {
+      return "message: " + wrongMessage_;
+   }
    String wrong = sm_ ? sm_->checkInvariants() : "";
-   return wrong.empty() ? "" : "own invariant: " + wrong;
+   return wrong.empty() ? checkGuards() : "own invariant: " + wrong;
 }
 
 void
@@ -454,6 +521,7 @@ SimAcl::tearDown() {
       }
    }
    config_->typeDelAll();
+   sessions_->sessionDelAll();
    world_.acsd->internalVlanDelAll();
    if ( lagsAreOurs() ) {
       world_.acsd->portToLagDelAll();
@@ -465,6 +533,14 @@ SimAcl::tearDown() {
 String
 SimAcl::checkTornDown() const {
    const auto held = chip_.table().held();
+   for ( auto & [unit, message] : raised_ ) {
+      if ( !message.empty() ) {
+         return "left over: " + message + " of " + unit;
+      }
+   }
+   if ( errdisable_->intfStatuss() ) {
+      return "left over: an interface is out of service";
+   }
    return held.acls.empty() && held.blocked.empty() ? "" : "left over: the chip is not empty";
 }
 

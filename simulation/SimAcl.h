@@ -4,9 +4,13 @@
 // modes change, directions are made anew, the chip answers late and in any order.
 //
 // Checked after every event: the state machine's own invariants; and that the chip was asked for
-// nothing impossible (a number for two instances, a commit of what is not prepared, ...).
+// nothing impossible (a number for two instances, a commit of what is not prepared, ...); and that an
+// interface that had a list at rest and shall have one ever since is blocked, or some list decides on
+// what passes it, as long as no unit refuses anything and no update lets traffic pass. Messages of
+// shortages come once on entering and once on leaving.
 // At rest: the chip holds exactly the instances, interfaces and rules that the configuration wants,
-// and blocks nothing.
+// and blocks nothing; what a unit has refused is absent, or has rules that were configured before.
+// Interfaces are out of service while a list of theirs fails for another reason than a shortage.
 
 #include <map>
 
@@ -27,6 +31,8 @@ class SimAcl : public SimFeature {
    void start() override;
    bool ready() override;
    String checkInvariants() const override;
+   void heard( const Kiv::LogDescriptor & message, const String & text ) override;
+   void drawFaults( Rng & rng, std::vector< String > & lines ) const override;
    void faultsIs( bool on ) override;
    String checkAtRest() const override;
    void tearDown() override;
@@ -40,6 +46,8 @@ class SimAcl : public SimFeature {
    using Place = std::tuple< AclType, String, Qon::AclKey >;
    using Uses = std::set< Qon::AclIntfUse >;
    using Wanted = std::map< Place, Uses >;
+   /** Where a list decides. */
+   using Guard = std::tuple< AclType, AclDirection, Qon::AclIntfUse >;
 
    /** @name Operations */
    /** @{ */
@@ -62,6 +70,8 @@ class SimAcl : public SimFeature {
    void leave( const Event & event );
    void managedIs( const Event & event );
    void count( const Event & event );
+   void sessionIs( const Event & event );
+   void dpRequest( const Event & event );
    void force( const Event & event );
    void pause( const Event & event );
    void finish( const Event & event );
@@ -88,8 +98,16 @@ class SimAcl : public SimFeature {
    Wanted wanted() const;
    void addWanted( Wanted & wanted, AclType type, AclDirection direction, IntfId intf,
                    const String & name ) const;
-   std::vector< String > wantedRules( AclType type, const String & name ) const;
+   std::vector< String > wantedRules( AclType type, const String & name, bool groups ) const;
    String checkHeld( const QonChip::HeldAcl & held, const Wanted & wanted ) const;
+   String checkRules( const QonChip::HeldAcl & held, bool failed ) const;
+   const Qon::AclDataSm * instance( const Place & place ) const;
+   String checkErrdisabled( const Wanted & wanted ) const;
+   /** Remembers the rules of a list, to know them when they are brought back. */
+   void remember( AclType type, const String & name );
+   std::set< Guard > wantedUses() const;
+   String checkGuards() const;
+   bool permits( AclType type ) const;
    /** @} */
 
    Velto::Ptr< Acl::Config > config_ = Velto::make< Acl::Config >( "acl" );
@@ -99,6 +117,18 @@ class SimAcl : public SimFeature {
    Velto::Ptr< Interface::SubIntfConfigDir > subIntfs_ =
          Velto::make< Interface::SubIntfConfigDir >( "subIntf" );
    std::map< IntfId, U16 > internal_; ///< the last one that is a VLAN
+   Velto::Ptr< Mirroring::Status > sessions_ = Velto::make< Mirroring::Status >( "mirroring" );
+   Velto::Ptr< Errdisable::CauseStatus > errdisable_ =
+         Velto::make< Errdisable::CauseStatus >( "acl" );
+   Velto::Ptr< Acl::DpAclUpdateRequest > dpRequest_ =
+         Velto::make< Acl::DpAclUpdateRequest >( "request" );
+   Velto::Ptr< Acl::DpAclUpdateStatus > dpStatus_ =
+         Velto::make< Acl::DpAclUpdateStatus >( "status" );
+   std::map< std::pair< AclType, String >, std::set< std::vector< String > > > versions_;
+   std::map< String, String > raised_; ///< unit -> the message that is out
+   String wrongMessage_;
+   mutable std::set< Guard > guards_; ///< where a list has decided since the last rest
+   mutable U32 refusals_ = 0;         ///< of the chip, when that was looked at last
    U32 directionsMade_ = 0;           ///< of the state machine that there is
    U32 latency_ = 0;
    SoftChip::AclPart & chip_;

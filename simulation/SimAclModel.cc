@@ -99,16 +99,23 @@ SimAcl::wanted() const {
 
 /** A text each: what a rule does, and of what. */
 std::vector< String >
-SimAcl::wantedRules( AclType type, const String & name ) const {
+SimAcl::wantedRules( AclType type, const String & name, bool groups ) const {
    auto text = []( bool permit, const Acl::IpFilter & filter ) {
       return ( permit ? "permit " : "deny " ) + filter.stringValue();
+   };
+   auto group = [&]( const String & session ) {
+      auto status = session.empty() ? nullptr : sessions_->session( session );
+      const S32 number = status ? status->mirrorGroup() : Mirroring::mirrorGroupInvalid();
+      return groups && number != Mirroring::mirrorGroupInvalid()
+                   ? " to " + session + " in " + std::to_string( number )
+                   : "";
    };
    std::vector< String > rules;
    std::set< String > fragments;
    for ( auto && [seq, rule] : config_->type( type )->acl( name )->ruleIteratorConst() ) {
       const bool permit = rule.action() == Acl::RuleAction::permit;
       Acl::IpFilter rest = rule.ip();
-      rules.push_back( text( permit, rest ) );
+      rules.push_back( text( permit, rest ) + group( rule.mirrorSession() ) );
       const bool ports = rest.srcPort() != Acl::PortRange() || rest.dstPort() != Acl::PortRange();
       const U32 protocol = rest.protocol().value_or( 0 );
       if ( type == AclType::mac || !permit || !ports || rest.fragments() ||
@@ -148,20 +155,120 @@ SimAcl::checkHeld( const QonChip::HeldAcl & held, const Wanted & wanted ) const 
    if ( held.uses != found->second ) {
       return "interfaces of an instance: " + who;
    }
-   const auto rules = wantedRules( held.type, held.name );
-   const auto & have = held.rules->rules();
-   bool same = rules.size() == have.size();
-   for ( std::size_t i = 0; same && i < rules.size(); ++i ) {
-      const bool permit = have[i].rule.action() == Acl::RuleAction::permit;
-      same = rules[i] == ( permit ? "permit " : "deny " ) + have[i].rule.ip().stringValue();
+   auto sm = instance( found->first );
+   const String wrong = sm ? checkRules( held, sm->failed() ) : "instance that nobody knows";
+   return wrong.empty() ? "" : wrong + ": " + who;
+}
+
+const Qon::AclDataSm *
+SimAcl::instance( const Place & place ) const {
+   auto sm = sm_->aclConfigSm( std::get< 0 >( place ), std::get< 1 >( place ) );
+   return sm ? sm->aclDataSm( std::get< 2 >( place ) ) : nullptr;
+}
+
+/** What is configured; where that was refused, what was configured some time before. */
+String
+SimAcl::checkRules( const QonChip::HeldAcl & held, bool failed ) const {
+   std::vector< String > have;
+   for ( auto & [origin, id, rule, group] : held.rules->rules() ) {
+      const bool permit = rule.action() == Acl::RuleAction::permit;
+      have.push_back( ( permit ? "permit " : "deny " ) + rule.ip().stringValue() );
+      if ( !failed && group != Mirroring::mirrorGroupInvalid() ) {
+         have.back() += " to " + rule.mirrorSession() + " in " + std::to_string( group );
+      }
+      if ( rule.log() && held.key.direction() == AclDirection::out ) {
+         return "logging where there is none";
+      }
    }
-   return same ? "" : "rules of an instance: " + who;
+   if ( failed ) {
+      auto versions = versions_.find( { held.type, held.name } );
+      const bool known = versions != versions_.end() && versions->second.contains( have );
+      return known ? "" : "rules that nobody ever wanted";
+   }
+   return have == wantedRules( held.type, held.name, true ) ? "" : "rules of an instance";
+}
+
+void
+SimAcl::remember( AclType type, const String & name ) {
+   versions_[{ type, name }].insert( wantedRules( type, name, false ) );
+}
+
+/** Those whose list fails, unless hardware is just too small. */
+String
+SimAcl::checkErrdisabled( const Wanted & wanted ) const {
+   std::set< IntfId > out;
+   for ( auto & [place, uses] : wanted ) {
+      auto sm = instance( place );
+      bool broken = false;
+      for ( auto && [unit, error] : sm->status()->unitErrorIteratorConst() ) {
+         broken = broken || error == Qon::AclCreateError::unsupportedRule ||
+                  error == Qon::AclCreateError::unsupportedTcamFeature;
+      }
+      if ( broken && chip_.table().refusals() == 0 ) {
+         return "failure of what was never refused";
+      }
+      for ( auto && entry : broken ? sm->intfs() : Qon::KeySet< IntfId >() ) {
+         out.insert( entry.key );
+      }
+   }
+   for ( IntfId intf : out ) {
+      if ( !errdisable_->intfStatusHas( intf ) ) {
+         return "in service though its list fails: " + intf.stringValue();
+      }
+   }
+   return errdisable_->intfStatuss() == out.size() ? "" : "out of service without a reason";
+}
+
+// What passes while lists are exchanged
+
+bool
+SimAcl::permits( AclType type ) const {
+   return params_->permitDuringAclUpdateConfigHas( type )
+                ? params_->permitDuringAclUpdateConfig( type )
+                : params_->defaultActionDuringAclUpdatePermit();
+}
+
+std::set< SimAcl::Guard >
+SimAcl::wantedUses() const {
+   std::set< Guard > all;
+   for ( auto & [place, uses] : wanted() ) {
+      for ( auto & use : uses ) {
+         all.insert( { std::get< 0 >( place ), std::get< 2 >( place ).direction(), use } );
+      }
+   }
+   return all;
+}
+
+String
+SimAcl::checkGuards() const {
+   const auto & table = chip_.table();
+   if ( std::exchange( refusals_, table.refusals() ) != table.refusals() ) {
+      guards_.clear();
+   }
+   if ( guards_.empty() ) {
+      return {};
+   }
+   const auto now = wantedUses();
+   std::erase_if( guards_, [&]( auto & guard ) {
+      return !now.contains( guard ) || permits( std::get< 0 >( guard ) );
+   } );
+   for ( auto & [type, direction, use] : guards_ ) {
+      if ( !table.blocked( use.pair().intfId() ) && !table.decides( type, direction, use ) ) {
+         return "traffic passes without a list: " + Kiv::toText( type ) + " " +
+                Kiv::toText( direction ) + " " + use.stringValue();
+      }
+   }
+   return {};
 }
 
 String
 SimAcl::checkAtRest() const {
    const Wanted want = wanted();
    const auto held = chip_.table().held();
+   guards_.clear();
+   if ( dpStatus_->completedRequestTime() != dpRequest_->requestTime() ) {
+      return "request that is not answered";
+   }
    if ( !held.blocked.empty() ) {
       return "blocked at rest: " + held.blocked.begin()->stringValue();
    }
@@ -170,16 +277,30 @@ SimAcl::checkAtRest() const {
          return wrong;
       }
    }
-   if ( held.acls.size() != want.size() ) {
-      for ( auto & [place, uses] : want ) {
-         if ( std::none_of( held.acls.begin(), held.acls.end(), [&]( auto & acl ) {
-                 return Place( acl.type, acl.name, acl.key ) == place;
-              } ) ) {
+   std::size_t absent = 0;
+   for ( auto & [place, uses] : want ) {
+      auto sm = instance( place );
+      if ( std::none_of( held.acls.begin(), held.acls.end(), [&]( auto & acl ) {
+              return Place( acl.type, acl.name, acl.key ) == place;
+           } ) ) {
+         ++absent;
+         if ( !sm || !sm->failed() || chip_.table().refusals() == 0 ) {
             return "instance missing: " + std::get< 1 >( place ) + " " +
                    std::get< 2 >( place ).stringValue();
          }
       }
+   }
+   if ( held.acls.size() + absent != want.size() ) {
       return "two instances of one key";
+   }
+   if ( String wrong = checkErrdisabled( want ); !wrong.empty() ) {
+      return wrong;
+   }
+   for ( auto & guard : wantedUses() ) {
+      auto & [type, direction, use] = guard;
+      if ( !permits( type ) && chip_.table().decides( type, direction, use ) ) {
+         guards_.insert( guard );
+      }
    }
    return {};
 }

@@ -14,7 +14,7 @@ using Ulnet::IntfId;
 namespace {
 
 /** The setter of each level, by its number. */
-constexpr void ( IntfConfig::*stormSetters[] )( const OptionalThreshold & ) = {
+constexpr void ( IntfConfig::*stormSetters[] )( Kiv::Read< OptionalThreshold > ) = {
       &IntfConfig::uUcastLevelIs,    &IntfConfig::uUcastCpuLevelIs,
       &IntfConfig::broadcastLevelIs, &IntfConfig::broadcastCpuLevelIs,
       &IntfConfig::multicastLevelIs, &IntfConfig::multicastCpuLevelIs,

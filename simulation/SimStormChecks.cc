@@ -16,7 +16,7 @@ const SoftChip::StormTable::Limit noLimit{};
 constexpr U32 allLevels = 8;
 
 /** The attribute of each level, by its number. */
-constexpr const OptionalThreshold & ( IntfConfig::*stormGetters[] )() const = {
+constexpr Kiv::Read< OptionalThreshold > ( IntfConfig::*stormGetters[] )() const = {
       &IntfConfig::uUcastLevel,       &IntfConfig::uUcastCpuLevel, &IntfConfig::broadcastLevel,
       &IntfConfig::broadcastCpuLevel, &IntfConfig::multicastLevel, &IntfConfig::multicastCpuLevel,
       &IntfConfig::allLevel,          &IntfConfig::allCpuLevel };

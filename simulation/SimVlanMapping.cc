@@ -21,21 +21,25 @@ class ToldSm : public SoftChip::SoftVlanMappingSm {
 
    Status doAddIngressVlanMapping( IntfId intf, bool lag, const PortVlanKey & key,
                                    const Mapping & mapping ) override {
+      sim_.asked( Direction::ingress, key, intf, mapping );
       return told( Direction::ingress, key,
                    SoftVlanMappingSm::doAddIngressVlanMapping( intf, lag, key, mapping ) );
    }
    Status doAddEgressVlanMapping( IntfId intf, bool lag, const PortVlanKey & key,
                                   const Mapping & mapping ) override {
+      sim_.asked( Direction::egress, key, intf, mapping );
       return told( Direction::egress, key,
                    SoftVlanMappingSm::doAddEgressVlanMapping( intf, lag, key, mapping ) );
    }
    Status doUpdateIngressVlanMapping( IntfId intf, bool lag, const PortVlanKey & key,
                                       const Mapping & mapping ) override {
+      sim_.asked( Direction::ingress, key, intf, mapping );
       return told( Direction::ingress, key,
                    SoftVlanMappingSm::doUpdateIngressVlanMapping( intf, lag, key, mapping ) );
    }
    Status doUpdateEgressVlanMapping( IntfId intf, bool lag, const PortVlanKey & key,
                                      const Mapping & mapping ) override {
+      sim_.asked( Direction::egress, key, intf, mapping );
       return told( Direction::egress, key,
                    SoftVlanMappingSm::doUpdateEgressVlanMapping( intf, lag, key, mapping ) );
    }
@@ -74,9 +78,7 @@ SimVlanMapping::operations() {
          { "member", 6, { R::port, R::lag, R::few }, &SimVlanMapping::member },
          { "finish", 10, { R::few }, &SimVlanMapping::finish },
          { "latency", 2, { R::few }, &SimVlanMapping::latencyIs },
-         // Never drawn: what is wished during a second pause in a row can end as an entry that nobody
-         // wants; a history of 33 events shows it.
-         { "pause", 0, { R::flag }, &SimVlanMapping::pause },
+         { "pause", 1, { R::flag }, &SimVlanMapping::pause },
          { "delay", 1, { R::few }, &SimVlanMapping::delayIs },
          { "restart", 1, {}, &SimVlanMapping::restart },
    };
@@ -127,20 +129,34 @@ SimVlanMapping::portToLagHeard( IntfId port ) {
 }
 
 void
+SimVlanMapping::asked( Direction d, const PortVlanKey & key, IntfId intf, Model::Mapping mapping ) {
+   asked_[{ d, key }] = { intf, mapping };
+   model_.asked( keyOf( d, key ), key.portId() );
+}
+
+SimVlanMapping::Key
+SimVlanMapping::keyOf( Direction d, const PortVlanKey & key ) {
+   return { asked_[{ d, key }].first, d, key.vlanId(), Qon::isNative( key.key() ) };
+}
+
+void
 SimVlanMapping::answerHeard( Direction d, const PortVlanKey & key, Status status ) {
    if ( status == Status::full || status == Status::failed ) {
-      model_.refused( key.portId(), d, key.vlanId(), Qon::isNative( key.key() ) );
+      model_.refused( keyOf( d, key ), key.portId(), asked_[{ d, key }].second );
    }
 }
 
 void
 SimVlanMapping::removalHeard( Direction d, const PortVlanKey & key ) {
-   model_.removed( key.portId(), d, key.vlanId(), Qon::isNative( key.key() ) );
+   model_.removed( keyOf( d, key ), key.portId() );
 }
 
 void
 SimVlanMapping::configHeard( Direction d, const PortVlanKey & key ) {
-   if ( !directory_[U8( d )]->vlanMappingConfigHas( key ) ) {
+   if ( directory_[U8( d )]->vlanMappingConfigHas( key ) ) {
+      const auto config = directory_[U8( d )]->vlanMappingConfig( key );
+      asked( d, key, config.lag() ? config.lag() : key.portId(), config.mapping() );
+   } else {
       removalHeard( d, key );
    }
 }

@@ -41,6 +41,7 @@ class SimVlanMapping : public SimFeature, private Kiv::LogSink {
    void stop() override;
 
    /** From the hooks, before they are done and after. */
+   void asked( Direction d, const Qon::PortVlanKey & key, IntfId intf, Model::Mapping mapping );
    void answerHeard( Direction d, const Qon::PortVlanKey & key, Status status );
    void removalHeard( Direction d, const Qon::PortVlanKey & key );
 
@@ -66,6 +67,7 @@ class SimVlanMapping : public SimFeature, private Kiv::LogSink {
    void statusHeard( Direction d, const Qon::PortVlanKey & key );
    void startMachines();
    void nativeIs( IntfId intf, Direction d, U16 vlan );
+   Key keyOf( Direction d, const Qon::PortVlanKey & key );
    bool wasHandedOver( const Key & key ) const;
    bool isInChip( const Model::Port & port ) const;
 
@@ -81,6 +83,8 @@ class SimVlanMapping : public SimFeature, private Kiv::LogSink {
    SoftChip::VlanMappingTable & table_;
    Model model_;
    std::map< std::pair< IntfId, Direction >, U16 > natives_;
+   /** For which interface each key of a port was asked for last, and what. */
+   std::map< std::pair< Direction, Qon::PortVlanKey >, std::pair< IntfId, Model::Mapping > > asked_;
    bool paused_ = false;
    Kiv::LogSink * formerSink_;
 

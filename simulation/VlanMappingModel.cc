@@ -62,6 +62,12 @@ VlanMappingModel::may( const Key & key, const Claim & claim, U32 source ) const 
 
 void
 VlanMappingModel::settle( const Key & key, Claim & claim, U32 former, bool lost, bool silent ) {
+   for ( U32 source = 0; source < sources; ++source ) {
+      if ( claim.givenUp[source] != claim.wishes[source] ) {
+         claim.givenUp[source]
+               .reset(); // another wish was seen: should the old one come back, it is tried
+      }
+   }
    if ( claim.owner != nobody && !may( key, claim, claim.owner ) ) {
       lost = second_ ? !claim.wishes[claim.owner] : true;
       former = claim.owner;
@@ -176,16 +182,22 @@ VlanMappingModel::pausedIs( bool paused ) {
 }
 
 void
-VlanMappingModel::refused( IntfId port, Direction d, U16 vlan, bool native ) {
-   claims_[{ rulerOf( port ), d, vlan, native }].refused = true;
+VlanMappingModel::asked( const Key & key, IntfId port ) {
+   claims_[key].refused.erase( port );
 }
 
-/** The first removal after a refusal says that the owner has given it up. */
 void
-VlanMappingModel::removed( IntfId port, Direction d, U16 vlan, bool native ) {
-   const Key key = { rulerOf( port ), d, vlan, native };
+VlanMappingModel::refused( const Key & key, IntfId port, Mapping mapping ) {
+   claims_[key].refused[port] = { claims_[key].owner, mapping };
+}
+
+/** From a port that is the interface's no more it is taken for that reason. */
+void
+VlanMappingModel::removed( const Key & key, IntfId port ) {
    Claim & claim = claims_[key];
-   if ( std::exchange( claim.refused, false ) && claim.owner != nobody ) {
+   auto refusal = claim.refused.extract( port );
+   if ( refusal && rulerOf( port ) == key.intf && claim.owner != nobody &&
+        refusal.mapped() == std::pair( claim.owner, *claim.wishes[claim.owner] ) ) {
       const U32 former = claim.owner;
       claim.givenUp[former] = claim.wishes[former];
       claim.owner = nobody;

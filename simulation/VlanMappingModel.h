@@ -64,10 +64,11 @@ class VlanMappingModel {
    }
    /** @} */
 
-   /** @name The chip, of a port's key */
+   /** @name The chip, of a configured interface's key on a port */
    /** @{ */
-   void refused( IntfId port, Direction d, U16 vlan, bool native );
-   void removed( IntfId port, Direction d, U16 vlan, bool native );
+   void asked( const Key & key, IntfId port );
+   void refused( const Key & key, IntfId port, Mapping mapping );
+   void removed( const Key & key, IntfId port );
    /** @} */
 
    /** @name The log; what is wrong with the message, or nothing */
@@ -93,7 +94,8 @@ class VlanMappingModel {
       std::array< std::optional< Mapping >, sources > wishes;
       U32 owner = nobody;
       bool pending = false; ///< the owner's success is to be announced
-      bool refused = false; ///< what is removed next was refused
+      /** What ports refused, and whose it was: given up when it is taken from the port. */
+      std::map< IntfId, std::pair< U32, Mapping > > refused;
       std::optional< Mapping > givenUp[sources];
       std::optional< std::pair< U32, Mapping > > told[sources]; ///< conflicts
    };

@@ -59,6 +59,7 @@ AclConfigSm::doCleanup() {
    for ( AclDirection d : Acl::aclDirections ) {
       auto placed = std::exchange( keyOf_[U8( d )], {} );
       refused_[U8( d )] = {};
+      unsupported_[U8( d )] = {};
       if ( auto direction = aclSm_->directionSm( type_, d ) ) {
          for ( auto && [pair, key] : placed ) {
             direction->pairActiveIs( pair, false );
@@ -273,9 +274,35 @@ AclConfigSm::unsharedPortActiveIs( const IntfPairKey & pair, AclDirection direct
    }
 }
 
+/** Whether the pair's device has no access lists; one message for each device. */
+bool
+AclConfigSm::unsupported( const IntfPairKey & pair, AclDirection d ) {
+   if ( aclSm_->hardwareSupports( pair.intfId() ) ) {
+      unsupported_[U8( d )].erase( pair );
+      return false;
+   }
+   const String card = aclSm_->cardOf( pair.intfId() );
+   bool known = false;
+   for ( auto & pairs : unsupported_ ) {
+      for ( auto && [other, otherCard] : pairs ) {
+         known = known || otherCard == card;
+      }
+   }
+   *unsupported_[U8( d )].emplace( pair ).first = card;
+   if ( !known ) {
+      aclSm_->logAclUnsupportedHardware( name_, pair.intfId() );
+   }
+   return true;
+}
+
 void
 AclConfigSm::join( const IntfPairKey & pair, const AclKey & key, const Words & words ) {
    const AclDirection d = key.direction();
+   if ( unsupported( pair, d ) ) {
+      leave( pair, d, words );
+      unsupported_[U8( d )].emplace( pair ).first->assign( aclSm_->cardOf( pair.intfId() ) );
+      return;
+   }
    auto & keys = keyOf_[U8( d )];
    if ( auto before = keys.find( pair ); before && *before != key ) {
       leave( pair, d, words );
@@ -317,6 +344,7 @@ AclConfigSm::join( const IntfPairKey & pair, const AclKey & key, const Words & w
 
 void
 AclConfigSm::leave( const IntfPairKey & pair, AclDirection d, const Words & words ) {
+   unsupported_[U8( d )].erase( pair );
    const auto key = keyOf_[U8( d )].take( pair );
    if ( !key ) {
       return;

@@ -8,33 +8,6 @@ namespace Qon {
 
 using Ulnet::IntfId;
 
-// What the hardware tells
-
-AclDataStatusSm::AclDataStatusSm( AclDataSm * dataSm, Velto::Ptr< AclDataStatus > status )
-    : dataSm_( dataSm ), status_( std::move( status ) ) {}
-
-void
-AclDataStatusSm::handleInitialized() {
-   unitErrorWatch_.attach( this, initialized() ? status_.ptr() : nullptr );
-}
-
-void
-AclDataStatusSm::handleUnitError( const String & unit ) {
-   if ( status_->unitErrorHas( unit ) ) {
-      doSetHwStatus( unit, status_->unitError( unit ) );
-   }
-}
-
-void
-AclDataStatusSm::doSetHwStatus( const String & unit, AclCreateError error ) const {
-   if ( error == AclCreateError::success ) {
-      QON_TRACE( aclFacility, 4, "Succeeded install on ", unit ); // fixed text
-   } else {
-      QON_TRACE( aclFacility, 2, "Error on unit ", unit, " creating ", dataSm_->aclName(), ": ",
-                 Kiv::toText( error ) ); // fixed text
-   }
-}
-
 // What is wanted
 
 AclDataSm::AclDataSm( AclSm * aclSm, Acl::AclType type, const String & aclName, const AclKey & key,
@@ -142,6 +115,37 @@ AclDataSm::rulesChanged() {
    data_->dirtyIs( true );
 }
 
+bool
+AclDataSm::mirrorSessionChanged( const String & session ) {
+   auto configSm = aclSm_->aclConfigSm( type_, aclName_ );
+   if ( configSm && configSm->ruleSet()->mirrorSessions().has( session ) ) {
+      sessions_ = true;
+   } else if ( failed_ && committed_ && source_->mirrorSessions().has( session ) ) {
+      revert_ = true;
+      revertTo_ = good_;
+   } else {
+      return false;
+   }
+   aclSm_->changed( this );
+   data_->dirtyIs( true );
+   return true;
+}
+
+void
+AclDataSm::retryIs() {
+   retry_ = true;
+   aclSm_->changed( this );
+}
+
+KeySet< IntfId >
+AclDataSm::intfs() const {
+   KeySet< IntfId > all;
+   for ( auto && [pair, members] : pairs_ ) {
+      all.emplace( pair.intfId() );
+   }
+   return all;
+}
+
 void
 AclDataSm::retire() {
    const Velto::Hold alive( this );
@@ -163,13 +167,25 @@ AclDataSm::begin() {
    roundAgain_ = std::move( again_ );
    touched_ = {};
    again_ = {};
+   const bool revert = std::exchange( revert_, false ), retry = std::exchange( retry_, false );
+   const bool force = std::exchange( force_, false ), sessions = std::exchange( sessions_, false );
+   reverting_ = false;
+   makesRoom_ = true;
    if ( unwanted() ) {
       remake_ = true;
       return true;
    }
    auto configSm = aclSm_->aclConfigSm( type_, aclName_ );
-   VELTO_ASSERT( configSm != nullptr );
-   remake_ = std::exchange( force_, false ) || !committed_ || configSm->ruleSet() != rules_;
+   VELTO_ASSERT( configSm != NULL ); // fixed text
+   const auto wanted = configSm->ruleSet();
+   if ( failed_ ) {
+      const bool anew = force || retry || sessions || wanted != tried_ || !round_.empty();
+      reverting_ = !anew && revert;
+      remake_ = anew || reverting_;
+      makesRoom_ = remake_ && !reverting_ && !retry;
+   } else {
+      remake_ = force || sessions || !committed_ || wanted != source_;
+   }
    if ( !remake_ ) {
       data_->dirtyIs( false ); // the rules are what they were
    }
@@ -268,7 +284,10 @@ AclDataSm::uninstallAcl() {
 
 void
 AclDataSm::uninstallDone() {
-   uninstalling_ = inHardware_ = false;
+   uninstalling_ = false;
+   if ( std::exchange( inHardware_, false ) && makesRoom_ ) {
+      aclSm_->roomMade();
+   }
    applied_ = {};
    if ( !unwanted() ) {
       return;
@@ -289,6 +308,7 @@ AclDataSm::takeNumber() {
    waitsForNumber_ = result != AclCreateError::success;
    if ( waitsForNumber_ ) {
       record( { { "", result } } );
+      data_->dirtyIs( false );
    }
    return !waitsForNumber_;
 }
@@ -299,12 +319,15 @@ AclDataSm::prepareAcl() {
       return;
    }
    auto configSm = aclSm_->aclConfigSm( type_, aclName_ );
-   VELTO_ASSERT( configSm != nullptr );
-   rules_ = configSm->ruleSet();
+   VELTO_ASSERT( configSm != NULL ); // fixed text
+   source_ = reverting_ ? revertTo_ : configSm->ruleSet();
+   rules_ = hardwareRules( source_ );
+   if ( !reverting_ ) {
+      status_->aclDataStateIs( AclDataState::inProgress );
+   }
    operation_ = aclSm_->nextOperation();
    const U64 operation = operation_;
    inHardware_ = true;
-   data_->dirtyIs( false );
    const bool async = aclSm_->aclHelper()->asyncAclConfig();
    if ( async ) {
       aclSm_->outstandingIs( this, operation );
@@ -328,24 +351,7 @@ AclDataSm::prepareDone( const AclUnitResults & results ) {
    for ( auto & result : results ) {
       prepared_ = prepared_ && result.error == AclCreateError::success;
    }
-   record( results );
-}
-
-/** What the units say now, and nothing that they said before. */
-void
-AclDataSm::record( const AclUnitResults & results ) {
-   KeySet< String > units;
-   Velto::FirstError error;
-   for ( auto & result : results ) {
-      units.emplace( result.unit );
-      error.run( [&] { status_->unitErrorIs( result.unit, result.error ); } );
-   }
-   for ( auto && entry : keysOf< String >( status_->unitErrorIteratorConst() ) ) {
-      if ( !units.has( entry.key ) ) {
-         error.run( [&] { status_->unitErrorDel( entry.key ); } );
-      }
-   }
-   error.pass();
+   resultsAre( results );
 }
 
 void
@@ -367,7 +373,7 @@ AclDataSm::commitAcl() {
       }
    } );
    if ( !results.empty() ) {
-      error.run( [&] { record( results ); } );
+      error.run( [&] { resultsAre( results ); } );
    }
    error.pass();
 }
@@ -387,10 +393,32 @@ AclDataSm::addUses() {
    error.pass();
 }
 
+/** An interface that the next pass gives to some instance stays blocked until then. */
+bool
+AclDataSm::handsOver( IntfId intf ) {
+   if ( !aclSm_->joinsNext( *this, intf ) ) {
+      return false;
+   }
+   aclSm_->changed( this );
+   return true;
+}
+
+bool
+AclDataSm::joins( IntfId intf ) const {
+   bool joins = false;
+   for ( auto && entry : wanted_ ) {
+      joins = joins || ( entry.key.pair().intfId() == intf && !applied_.has( entry.key ) );
+   }
+   return joins;
+}
+
 void
 AclDataSm::doUnblockTraffic() {
    Velto::FirstError error;
    for ( auto && entry : keysOf< IntfId >( blocks_ ) ) {
+      if ( handsOver( entry.key ) ) {
+         continue;
+      }
       error.run( [&] {
          aclSm_->blockIs( this, entry.key, false );
          blocks_.erase( entry.key );
@@ -401,10 +429,17 @@ AclDataSm::doUnblockTraffic() {
 
 void
 AclDataSm::end() {
-   busy_ = remake_ = false;
+   const Velto::Hold alive( this );
+   busy_ = false;
    round_ = {};
    roundAgain_ = {};
    raised_ = std::exchange( raisedNow_, false );
+   if ( std::exchange( remake_, false ) && !unwanted() && !raised_ && !waitsForNumber_ ) {
+      resultKnown();
+   }
+   if ( !aclSm_ ) {
+      return;
+   }
    auto configSm = aclSm_->aclConfigSm( type_, aclName_ );
    if ( unwanted() && !inHardware_ && data_->aclNumber() == aclNumberNone && configSm &&
         configSm->aclDataSm( key_ ) == this ) {
@@ -414,7 +449,7 @@ AclDataSm::end() {
 
 bool
 AclDataSm::raised() {
-   committed_ = prepared_ = false;
+   committed_ = prepared_ = failed_ = false;
    raisedNow_ = true;
    return !raised_;
 }
@@ -473,7 +508,8 @@ AclDataSm::checkInvariants() const {
    if ( inHardware_ && data_->aclNumber() == aclNumberNone ) {
       return shown() + " is in hardware without a number";
    }
-   if ( aclSm_->phase() == AclApplyPhase::done && ( busy_ || !blocks_.empty() ) ) {
+   const bool left = !blocks_.empty() && !aclSm_->willChange( this );
+   if ( aclSm_->phase() == AclApplyPhase::done && ( busy_ || left ) ) {
       return shown() + " is left in the middle of a pass";
    }
    return {};

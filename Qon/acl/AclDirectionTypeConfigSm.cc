@@ -201,6 +201,11 @@ AclDirectionTypeConfigSm::reviewIntf( IntfId intf ) {
    }
    pairsDel( before, name, now.pairs );
    pairsAdd( name, now.pairs );
+   // A list that goes may be back before the pass is done; an interface that is detached is not.
+   if ( !attached && !active_.has( intf ) ) {
+      waitForBlockedDel( intf );
+      aclSm_->waitsChanged();
+   }
    reviewMode( intf );
 }
 
@@ -304,10 +309,6 @@ AclDirectionTypeConfigSm::pairActiveIs( const IntfPairKey & pair, bool active ) 
    count += active ? 1 : -1;
    if ( count == 0 ) {
       active_.erase( pair.intfId() );
-      if ( !addWait_.empty() || !removalWait_.empty() ) {
-         waitForBlockedDel( pair.intfId() );
-         aclSm_->waitsChanged();
-      }
    }
 }
 

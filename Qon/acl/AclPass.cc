@@ -163,8 +163,13 @@ AclSm::gather( bool forceRecreateAll ) {
       }
    }
    uninstallsAsked_ = false;
-   for ( auto && [instance, held] : std::exchange( changed_, {} ) ) {
-      pass_.push_back( held );
+   if ( !reverts_.empty() ) {
+      doAclRevert();
+   }
+   if ( pass_.empty() ) {
+      for ( auto && [instance, held] : std::exchange( changed_, {} ) ) {
+         pass_.push_back( held );
+      }
    }
    sort( pass_ );
    forEach( pass_, []( AclDataSm & instance ) { instance.begin(); } );
@@ -321,6 +326,17 @@ AclSm::doCommits() {
    forEach( pass_, []( AclDataSm & instance ) { instance.addUses(); } );
 }
 
+bool
+AclSm::joinsNext( const AclDataSm & instance, IntfId intf ) const {
+   bool joins = false;
+   for ( auto && [other, held] : changed_ ) {
+      joins = joins ||
+              ( other->type() == instance.type() &&
+                other->key().direction() == instance.key().direction() && other->joins( intf ) );
+   }
+   return joins;
+}
+
 void
 AclSm::doUnblocks() {
    working_ = true;
@@ -334,10 +350,13 @@ AclSm::passDone() {
    const Instances pass = std::exchange( pass_, {} );
    unInstallAcl_.clear();
    prepareAcl_.clear();
+   retryFailed();
    forEach( pass, []( AclDataSm & instance ) { instance.end(); } );
+   error_.run( [&] { checkStatus(); } );
    if ( !staleDone_ && !cleanedUp_ ) {
       staleDone_ = true;
       error_.run( [&] { QON_HOOK( AclHelper, aclHelper(), staleAclsDel ); } );
+      error_.run( [&] { staleErrdisablesDel(); } );
    }
    forEachDirection( [&]( AclDirectionTypeConfigSm & sm ) {
       for ( IntfId port : sm.deferredPorts() ) {
@@ -351,7 +370,8 @@ AclSm::passDone() {
          changed( entry.key );
       }
    }
-   if ( ( std::exchange( again_, false ) || !changed_.empty() ) && applyClock_ ) {
+   const bool due = !changed_.empty() || !reverts_.empty();
+   if ( ( std::exchange( again_, false ) || due ) && applyClock_ ) {
       applyClock_->timeMin( Kiv::now() );
    }
 }

@@ -8,6 +8,54 @@ KIV_DEFINE( Qon::AclDataStatus )
 
 namespace Qon {
 
+bool
+insufficientResources( AclCreateError error ) {
+   switch ( error ) {
+   case AclCreateError::hwResourceFull:
+   case AclCreateError::l4PortRanges:
+   case AclCreateError::udfResources:
+   case AclCreateError::aclLimit:
+   case AclCreateError::computationFailed:
+      return true;
+   default:
+      return false;
+   }
+}
+
+String
+aclErrorText( AclCreateError error, const String & unit, const String & aclName ) {
+   // fixed texts
+   switch ( error ) {
+   case AclCreateError::hwResourceFull:
+      return "Out of TCAM entries on " + unit;
+   case AclCreateError::unsupportedTcamFeature:
+      return "Unsupported feature in TCAM on " + unit;
+   case AclCreateError::l4PortRanges:
+      return "Too many L4 port ranges";
+   case AclCreateError::unsupportedAction:
+      return "Unsupported Acl action";
+   case AclCreateError::unsupportedRule:
+      return "Unsupported Acl rule, " + aclName;
+   case AclCreateError::udfResources:
+      return "Insufficient Hw resources to program UDFs on " + unit;
+   case AclCreateError::aclLimit:
+      return "Too many ACLs";
+   case AclCreateError::computationFailed:
+      return "Insufficient HW resources on " + unit;
+   default:
+      return error > AclCreateError::pending ? "Unknown error" : "";
+   }
+}
+
+AclRuleSet::AclRuleSet( std::vector< AclRule > rules ) : rules_( std::move( rules ) ) {
+   for ( auto & rule : rules_ ) {
+      logs_ = logs_ || rule.rule.log();
+      if ( !rule.rule.mirrorSession().empty() ) {
+         mirrorSessions_.emplace( rule.rule.mirrorSession() );
+      }
+   }
+}
+
 AclVlanIdOrNone::AclVlanIdOrNone( U32 value ) : value_( U16( value ) ) {
    if ( value > max_ ) {
       throw Velto::RangeError( "Qon::AclVlanIdOrNone::value > _max not allowed" ); // fixed text

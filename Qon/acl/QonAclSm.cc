@@ -26,6 +26,7 @@ void
 AclSm::handleInitialized() {
    if ( !initialized() ) {
       types_.rest();
+      sessions_.rest();
       return;
    }
    VELTO_ASSERT( !aclHelper()->asyncAclConfig() || aclHelper()->asyncBlockIntf() );
@@ -41,6 +42,8 @@ AclSm::handleInitialized() {
    cfgVlanWatch_.attach( this, in_.subIntfConfig.ptr() );
    internalVlanWatch_.attach( this, acsd() );
    managedWatch_.attach( this, acsd() );
+   sessionWatch_.attach( this, in_.mirroringStatus.ptr() );
+   cardWatch_.attach( this, in_.intfCards.ptr() );
    allManaged_ = acsd()->intfs() == 0;
    // Each compares what is there with what was done: one that raised is asked once more.
    Velto::FirstError error;
@@ -52,10 +55,18 @@ AclSm::handleInitialized() {
                  sm.reviewType( type );
               }
            },
-           +[]( AclSm & sm ) { sm.laterAll(); }, +[]( AclSm & sm ) { sm.settle(); } } ) {
+           +[]( AclSm & sm ) { sm.reviewSessions(); }, +[]( AclSm & sm ) { sm.laterAll(); },
+           +[]( AclSm & sm ) { sm.settle(); } } ) {
       error.run( [&] { step( *this ); } ) || error.run( [&] { step( *this ); } );
    }
    applyClock_->timeMin( Kiv::now() );
+   if ( in_.dpRequest && in_.dpStatus ) {
+      dpWatch_.attach( this, in_.dpRequest.ptr() );
+      if ( !dpClock_ ) {
+         dpClock_.attach( this, Velto::make< Kiv::Clock >() );
+      }
+      handleDpAclUpdateRequest();
+   }
    error.pass();
 }
 
@@ -63,6 +74,7 @@ void
 AclSm::kivDoZombieReactors() {
    QonBaseSm::kivDoZombieReactors();
    types_.kivDoZombieReactors();
+   sessions_.kivDoZombieReactors();
 }
 
 void
@@ -71,6 +83,7 @@ AclSm::doCleanup() {
    cleanedUp_ = true;
    keepsHardware_ = envSet( "HITLESS_RESTART_TEST" );
    applyClock_.attach( nullptr, nullptr );
+   dpClock_.attach( nullptr, nullptr );
    Velto::FirstError error;
    error.run( [&] { types_.removeAll(); } );
    for ( auto && entry : keysOf< AclDataSm * >( instances_ ) ) {
@@ -84,8 +97,17 @@ AclSm::doCleanup() {
          error.run( [&] { aclHelper()->blockIntf( intf, false ); } );
       }
    }
+   for ( auto && entry : std::exchange( errdisabled_, {} ) ) {
+      error.run( [&] {
+         if ( !keepsHardware_ ) {
+            in_.errdisable->intfStatusDel( entry.key );
+         }
+      } );
+   }
    outstanding_ = {};
    changed_ = {};
+   reverts_ = {};
+   failing_ = {};
    hasNotificationActiveIs( false );
    error.pass();
 }
@@ -222,12 +244,19 @@ AclSm::handleManagedIntf( const IntfId & intf ) {
    const bool all = acsd()->intfs() == 0;
    if ( std::exchange( allManaged_, all ) != all ) {
       laterAll();
+      settle();
    } else {
-      laterEverywhere( intf );
-      if ( auto lags = listedBy_.find( intf ) ) {
-         for ( auto && entry : *lags ) {
-            laterFamily( entry.key );
-         }
+      handleIntf( intf );
+   }
+}
+
+/** And those that it is a member of. */
+void
+AclSm::handleIntf( IntfId intf ) {
+   laterEverywhere( intf );
+   if ( auto lags = listedBy_.find( intf ) ) {
+      for ( auto && entry : *lags ) {
+         laterFamily( entry.key );
       }
    }
    settle();
@@ -367,6 +396,26 @@ AclSm::reviewVlans() {
    }
 }
 
+void
+AclSm::reviewSessions() {
+   if ( in_.mirroringStatus ) {
+      sessions_.reviewAll( in_.mirroringStatus->sessionIteratorConst(),
+                           [this]( const String & name ) {
+                              return Velto::Ptr< const Mirroring::SessionStatus >(
+                                    in_.mirroringStatus->session( name ) );
+                           } );
+   }
+}
+
+bool
+AclSm::blocked( IntfId intf ) const {
+   bool blocked = intfs_.has( intf );
+   types_.forEach( [&]( AclType, AclTypeConfigSm & sm ) {
+      blocked = blocked || sm.blockedIntf().has( intf );
+   } );
+   return blocked;
+}
+
 // Invariants
 
 void
@@ -375,6 +424,7 @@ AclSm::instanceIs( AclDataSm * instance, bool there ) {
       instances_.emplace( instance );
    } else {
       instances_.erase( instance );
+      failing_.erase( instance );
    }
 }
 
@@ -416,8 +466,8 @@ AclSm::checkInvariants() const {
       return "a pass is done, and something of it is left";
    }
    const bool armed = applyClock_ && !applyClock_->idle();
-   if ( initialized() && !cleanedUp_ && phase_ == AclApplyPhase::done && !changed_.empty() &&
-        !armed ) {
+   const bool due = !changed_.empty() || !reverts_.empty();
+   if ( initialized() && !cleanedUp_ && phase_ == AclApplyPhase::done && due && !armed ) {
       return "something has changed, and no pass will begin";
    }
    return {};

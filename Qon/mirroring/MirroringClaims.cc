@@ -9,53 +9,64 @@ namespace Qon {
 using KivMirroringSession = MirroringSm::KivMirroringSession;
 using Ulnet::IntfId;
 
+// --- What a configured interface leads to --------------------------------------------------------
+
+bool
+KivMirroringSession::KivIntf::aggregate() const {
+   return LagView( session_->root_->in_.acsd.ptr() ).role( intf_ ) == LagRole::aggregate;
+}
+
+void
+KivMirroringSession::KivIntf::hold( IntfId port, bool claim ) {
+   claim ? void( ports_.emplace( port ) ) : void( ports_.erase( port ) );
+   claimIs( port, claim );
+}
+
+void
+KivMirroringSession::KivIntf::claimAll( bool claim, First first, Velto::FirstError & error ) {
+   KeySet< IntfId > wanted;
+   if ( claim && !aggregate() ) {
+      wanted.emplace( intf_ );
+   } else if ( claim ) {
+      wanted = keysOf< IntfId >( LagView( session_->root_->in_.acsd.ptr() ).membersOf( intf_ ) );
+   }
+   const auto change = differenceOf< IntfId >( ports_, wanted );
+   for ( bool missing : { first == First::missing, first != First::missing } ) {
+      for ( IntfId port : missing ? change.missing : change.gone ) {
+         error.run( [&] { hold( port, missing ); } );
+      }
+   }
+   if ( std::exchange( used_, claim ) != claim ) {
+      claim ? session_->root_->useIs( intf_, session_ )
+            : session_->root_->useDel( intf_, session_ );
+   }
+}
+
+void
+KivMirroringSession::KivIntf::reviewMember( IntfId port ) {
+   const bool member = LagView( session_->root_->in_.acsd.ptr() ).lists( intf_, port );
+   if ( aggregate() && member != ports_.has( port ) ) {
+      hold( port, member );
+   }
+}
+
 // --- Sources -------------------------------------------------------------------------------------
 
 void
 KivMirroringSession::KivSource::addOrRemoveSource( bool add ) {
    if ( aggregate() ) {
       // fixed text
-      QON_TRACE( mirroringFacility, 5, intf_,
+      QON_TRACE( mirroringFacility, 5, intf(),
                  ": I'm a LAG, carrying out operation for all members" );
    }
-   KeySet< IntfId > wanted;
-   if ( add && !aggregate() ) {
-      wanted.emplace( intf_ );
-   } else if ( add ) {
-      wanted = keysOf< IntfId >( LagView( session_->root_->in_.acsd.ptr() ).membersOf( intf_ ) );
-   }
-   const auto change = differenceOf< IntfId >( ports_, wanted );
    Velto::FirstError error;
-   for ( IntfId port : change.gone ) {
-      error.run( [&] { unclaim( port ); } );
-   }
-   for ( IntfId port : change.missing ) {
-      error.run( [&] { claim( port ); } );
-   }
-   if ( std::exchange( used_, add ) != add ) {
-      add ? session_->root_->useIs( intf_, session_ ) : session_->root_->useDel( intf_, session_ );
-   }
+   claimAll( add, First::gone, error );
    error.pass();
 }
 
 void
-KivMirroringSession::KivSource::reviewMember( IntfId port ) {
-   const bool member = LagView( session_->root_->in_.acsd.ptr() ).lists( intf_, port );
-   if ( aggregate() && member != ports_.has( port ) ) {
-      member ? claim( port ) : unclaim( port );
-   }
-}
-
-void
-KivMirroringSession::KivSource::claim( IntfId port ) {
-   ports_.emplace( port );
-   session_->claimSource( port, this );
-}
-
-void
-KivMirroringSession::KivSource::unclaim( IntfId port ) {
-   ports_.erase( port );
-   session_->unclaimSource( port, this );
+KivMirroringSession::KivSource::claimIs( IntfId port, bool claim ) {
+   claim ? session_->claimSource( port, this ) : session_->unclaimSource( port, this );
 }
 
 void
@@ -99,11 +110,6 @@ KivMirroringSession::KivSrcIntf::handleInitialized() {
    }
    configWatch_.attach( this, config_.ptr(), handleSettings, this );
    addOrRemoveSource( true );
-}
-
-bool
-KivMirroringSession::KivSrcIntf::aggregate() const {
-   return LagView( session_->root_->in_.acsd.ptr() ).role( intf() ) == LagRole::aggregate;
 }
 
 MirrorSource
@@ -156,11 +162,6 @@ KivMirroringSession::KivSrcVxlanIntf::wanted() const {
 
 // --- Destinations --------------------------------------------------------------------------------
 
-bool
-KivMirroringSession::KivTargetIntf::aggregate() const {
-   return LagView( session_->root_->in_.acsd.ptr() ).role( intf_ ) == LagRole::aggregate;
-}
-
 void
 KivMirroringSession::KivTargetIntf::handleInitialized() {
    if ( initialized() ) {
@@ -168,51 +169,23 @@ KivMirroringSession::KivTargetIntf::handleInitialized() {
    }
 }
 
+/** What comes is claimed before what goes is left: a session that has a destination keeps one. */
 void
 KivMirroringSession::KivTargetIntf::addOrRemoveTarget( bool add ) {
    if ( aggregate() ) {
       // fixed text
-      QON_TRACE( mirroringFacility, 5, intf_, " is a LAG, carrying out operation for all members" );
+      QON_TRACE( mirroringFacility, 5, intf(),
+                 " is a LAG, carrying out operation for all members" );
    }
-   KeySet< IntfId > wanted;
-   if ( add && !aggregate() ) {
-      wanted.emplace( intf_ );
-   } else if ( add ) {
-      wanted = keysOf< IntfId >( LagView( session_->root_->in_.acsd.ptr() ).membersOf( intf_ ) );
-   }
-   const auto change = differenceOf< IntfId >( ports_, wanted );
    Velto::FirstError error;
-   for ( IntfId port : change.missing ) {
-      error.run( [&] { claim( port ); } );
-   }
-   for ( IntfId port : change.gone ) {
-      error.run( [&] { unclaim( port ); } );
-   }
-   if ( std::exchange( used_, add ) != add ) {
-      add ? session_->root_->useIs( intf_, session_ ) : session_->root_->useDel( intf_, session_ );
-   }
-   error.run( [&] { session_->publishTarget( intf_ ); } );
+   claimAll( add, First::missing, error );
+   error.run( [&] { session_->publishTarget( intf() ); } );
    error.pass();
 }
 
 void
-KivMirroringSession::KivTargetIntf::reviewMember( IntfId port ) {
-   const bool member = LagView( session_->root_->in_.acsd.ptr() ).lists( intf_, port );
-   if ( aggregate() && member != ports_.has( port ) ) {
-      member ? claim( port ) : unclaim( port );
-   }
-}
-
-void
-KivMirroringSession::KivTargetIntf::claim( IntfId port ) {
-   ports_.emplace( port );
-   session_->claimTarget( port, this );
-}
-
-void
-KivMirroringSession::KivTargetIntf::unclaim( IntfId port ) {
-   ports_.erase( port );
-   session_->unclaimTarget( port, this );
+KivMirroringSession::KivTargetIntf::claimIs( IntfId port, bool claim ) {
+   claim ? session_->claimTarget( port, this ) : session_->unclaimTarget( port, this );
 }
 
 void

@@ -96,7 +96,9 @@ VlanMappingSm::makeKivConfig( const IntfId & intf,
 void
 VlanMappingSm::cleanUpKivConfig( const IntfId & intf, KivConfig * ) {
    translations_->inputIs( intf, Source::BriselCli, nullptr );
-   unprogrammedDel( intf, Source::BriselCli );
+   if ( !config( intf ) ) { // another one wants what is tried again all the same
+      unprogrammedDel( intf, Source::BriselCli );
+   }
    translations_->settle();
 }
 
@@ -110,7 +112,9 @@ VlanMappingSm::makeFlowConfigSm(
 void
 VlanMappingSm::cleanUpFlowConfigSm( const IntfId & intf, QonFlowVlanXlateConfigSm * ) {
    translations_->inputIs( intf, Source::Steerline, nullptr );
-   unprogrammedDel( intf, Source::Steerline );
+   if ( !in_.flowVlanXlateConfigDir->vlanXlateIntfConfigHas( intf ) ) {
+      unprogrammedDel( intf, Source::Steerline );
+   }
    translations_->settle();
 }
 
@@ -322,8 +326,8 @@ VlanMappingSm::delEgressNativeVlanTranslation( IntfId intf, Bridging::VlanId vla
 void
 VlanMappingSm::doAddToUnprogrammedList( IntfId intf, Key key, Direction direction, Source source ) {
    // fixed text
-   QON_TRACE( facility, 5, intf, " : Added to unprogrammed  interface list", " for ", direction,
-              " ", key );
+   QON_TRACE( facility, 5, intf, " : Added to unprogrammed  interface list", " for ",
+              Kiv::toText( direction ), " ", key );
    unprogrammedIntfListIs( UnprogrammedMapping( intf, source ) );
    armRetryClock();
 }

@@ -210,6 +210,7 @@ LagInterlockSm::handleInitialized() {
 
 void
 LagInterlockSm::review( IntfId lag ) {
+   const Velto::Hold alive( this );
    auto merged = mergedConfig_->intfVlanMappingConfig( lag );
    const bool wanted = Ulnet::PortChannelIntfId::isPortChannelIntfId( lag ) && merged &&
                        merged->vlanMappingConfigs() && acsd_->lagToPortHas( lag );

@@ -90,7 +90,8 @@ IntfConfigMergeSm::reevaluateVlanMappingKey( const Key & key ) {
    for ( ConfigSource source : vlanMappingConfigSources ) {
       if ( active( source ) && holds( source, key ) ) {
          // fixed text
-         QON_TRACE( facility, 4, " picking ", source, " as the new winner for key ", key );
+         QON_TRACE( facility, 4, " picking ", Kiv::toText( source ), " as the new winner for key ",
+                    key );
          const Velto::Ptr< MergedIntfVlanMappingConfig > merged(
                merge_->inputs().mergedConfig->intfVlanMappingConfigIs( intf_ ) );
          merged->vlanMappingConfigIs( key, { source, mapping( source, key ) } );

@@ -16,17 +16,20 @@ VlanTranslations::Interface::empty() const {
 
 VlanTranslations::Interface &
 VlanTranslations::at( IntfId intf ) {
-   auto & held = *interfaces_.emplace( intf ).first;
-   if ( !held ) {
-      held = std::make_unique< Interface >();
+   if ( !find( intf ) ) {
+      recent_ = ( *interfaces_.emplace( intf ).first = std::make_unique< Interface >() ).get();
    }
-   return *held;
+   return *recent_;
 }
 
 const VlanTranslations::Interface *
 VlanTranslations::find( IntfId intf ) const {
-   auto held = interfaces_.find( intf );
-   return held ? held->get() : nullptr;
+   if ( !recent_ || recentIntf_ != intf ) {
+      auto held = interfaces_.find( intf );
+      recentIntf_ = intf;
+      recent_ = held ? held->get() : nullptr;
+   }
+   return recent_;
 }
 
 const VlanTranslations::Entry *
@@ -37,13 +40,14 @@ VlanTranslations::find( IntfId intf, Direction d, Key key ) const {
 
 VlanTranslations::Entry &
 VlanTranslations::entry( IntfId intf, Direction d, Key key ) {
-   return *at( intf ).entries[U8( d )].emplace( key ).first;
+   return at( intf ).entries[U8( d )].at( key );
 }
 
 void
 VlanTranslations::dropIfEmpty( IntfId intf ) {
    auto i = find( intf );
    if ( i && i->empty() ) {
+      recent_ = nullptr;
       interfaces_.erase( intf );
    }
 }
@@ -123,13 +127,6 @@ VlanTranslations::inputIs( IntfId intf, Source source, Velto::Ptr< const Config 
    Interface & i = at( intf );
    i.input[U8( source )] = config;
    if ( !config ) {
-      for ( auto * claims : { &i.givenUp, &i.reported } ) {
-         for ( auto walk = claims->begin(); walk != nullptr; ++walk ) {
-            if ( walk.key().source == source ) {
-               claims->erase( Claim( walk.key() ) );
-            }
-         }
-      }
       askAll( intf, source, false );
    }
 }
@@ -158,6 +155,7 @@ void
 VlanTranslations::askAll( IntfId intf, Source source, bool apply ) {
    Interface & i = at( intf );
    const Source again = apply ? source : Source::None;
+   forgetOld( intf, source );
    for ( Direction d : Bridging::vlanMappingDirections ) {
       if ( source == Source::BriselCli ) {
          askNative( intf, d );
@@ -183,12 +181,28 @@ VlanTranslations::askAll( IntfId intf, Source source, bool apply ) {
 void
 VlanTranslations::forgetOld( IntfId intf, Direction d, Key key, Source source ) {
    Interface & i = at( intf );
+   if ( i.givenUp.empty() && i.reported.empty() ) {
+      return;
+   }
    const Claim claim = { key, d, source };
    const auto wanted = wish( i, d, key, source );
    for ( auto * claims : { &i.givenUp, &i.reported } ) {
       auto old = claims->find( claim );
       if ( old && ( !wanted || !( *old == *wanted ) ) ) {
          claims->erase( claim );
+      }
+   }
+}
+
+/** The same for all keys: what went while nobody was listening is held by no entry. */
+void
+VlanTranslations::forgetOld( IntfId intf, Source source ) {
+   for ( auto claims : { &Interface::givenUp, &Interface::reported } ) {
+      for ( auto walk = ( at( intf ).*claims ).begin(); walk != nullptr; ++walk ) {
+         const Claim claim = walk.key();
+         if ( claim.source == source ) {
+            forgetOld( intf, claim.direction, claim.key, source );
+         }
       }
    }
 }
@@ -240,10 +254,8 @@ VlanTranslations::answer( const Question & q ) {
 void
 VlanTranslations::reviewKey( IntfId intf, Direction d, Key key, Source apply ) {
    Interface & i = at( intf );
-   if ( !i.givenUp.empty() || !i.reported.empty() ) {
-      for ( Source source : qonVlanMappingSources ) {
-         forgetOld( intf, d, key, source );
-      }
+   for ( Source source : qonVlanMappingSources ) {
+      forgetOld( intf, d, key, source );
    }
    if ( !find( intf, d, key ) && !wish( i, d, key, Source::BriselCli ) &&
         !wish( i, d, key, Source::Steerline ) ) {

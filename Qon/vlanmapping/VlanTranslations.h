@@ -53,6 +53,36 @@ class VlanTranslations {
 
       bool empty() const { return owner == Source::None && state == State::none; }
    };
+   /** Entries by key. It remembers where it found the last one: a question asks for one key many
+       times. */
+   class Entries {
+    public:
+      Entry * find( Key key ) {
+         if ( !recent_ || !( recentKey_ == key ) ) {
+            recentKey_ = key;
+            recent_ = table_.find( key );
+         }
+         return recent_;
+      }
+      /** Makes it if there is none. */
+      Entry & at( Key key ) {
+         Entry * held = find( key );
+         recent_ = held ? held : table_.emplace( key ).first;
+         return *recent_;
+      }
+      void erase( Key key ) {
+         recent_ = nullptr; // others may move
+         table_.erase( key );
+      }
+      bool empty() const { return table_.empty(); }
+      auto begin() { return table_.begin(); }
+      auto end() { return table_.end(); }
+
+    private:
+      Kiv::DenseMap< Key, Entry > table_;
+      Key recentKey_;
+      Entry * recent_ = nullptr;
+   };
    struct Claim {
       Key key;
       Direction direction;
@@ -67,8 +97,8 @@ class VlanTranslations {
       Velto::Ptr< const Config > input[2]; // of each source
       IntfId ruler;                        // whose translations it has, while it is a member
       std::vector< IntfId > members;
-      Kiv::DenseMap< Key, Entry > entries[2]; // of each direction
-      U16 native[2] = {};                     // the VLAN whose key was asked for last
+      mutable Entries entries[2]; // of each direction
+      U16 native[2] = {};         // the VLAN whose key was asked for last
       Kiv::DenseMap< Claim, Mapping > givenUp;
       Kiv::DenseMap< Claim, Mapping > reported; // as conflicts
 
@@ -95,6 +125,7 @@ class VlanTranslations {
    }
    /** A wish changed: what is remembered of another one is forgotten at once. */
    void forgetOld( IntfId intf, Direction d, Key key, Source source );
+   void forgetOld( IntfId intf, Source source );
    /** Looks at what was asked, unless that is held up. */
    void settle();
    /** Until settle() after `false`, only asks. */
@@ -188,6 +219,8 @@ class VlanTranslations {
    bool handing_ = false; // somebody ever had something handed over
    U32 version_ = 0;      // that was handed over last
    Kiv::DenseMap< IntfId, std::unique_ptr< Interface > > interfaces_;
+   mutable IntfId recentIntf_; // that was looked up last, and is there
+   mutable Interface * recent_ = nullptr;
    KeySet< PortVlanKey > delayed_[2]; // additions that wait for the codef clock
    WorkQueue< Question > work_;
 };

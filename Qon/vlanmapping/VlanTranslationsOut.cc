@@ -325,7 +325,7 @@ VlanTranslations::checkInterface( IntfId intf, const Interface & i ) const {
          }
          for ( auto && [key, mapping] : config->vlanXlateIteratorConst( d ) ) {
             if ( wish( i, d, key, source ) && !i.givenUp.has( { key, d, source } ) &&
-                 ( !i.entries[U8( d )].has( key ) ||
+                 ( !i.entries[U8( d )].find( key ) ||
                    i.entries[U8( d )].find( key )->owner == Source::None ) ) {
                return nameOf( d, PortVlanKey::of( intf, key ) ) + " is wanted, and nobody's";
             }

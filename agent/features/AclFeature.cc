@@ -14,11 +14,17 @@ AclFeature::AclFeature( Agent & agent )
       intfConfig_( agent.entities().mount< Acl::IntfConfig >( Paths::aclIntfConfig ) ),
       params_( agent.entities().mount< Acl::ParamConfig >( Paths::aclParamConfig ) ),
       subIntfs_( agent.entities().mount< Interface::SubIntfConfigDir >( Paths::subIntfConfig ) ),
-      bridging_( agent.entities().mount< Bridging::Config >( Paths::bridgingConfig ) ) {
+      bridging_( agent.entities().mount< Bridging::Config >( Paths::bridgingConfig ) ),
+      mirroring_( agent.entities().mount< Mirroring::Status >( Paths::mirroringStatus ) ),
+      errdisable_( agent.entities().mount< Errdisable::CauseStatus >( Paths::errdisableAcl ) ) {
    if ( part_ ) {
       helper_ = part_->makeAclHelper();
       aclSm_ = Qon::AclSmIs(
-            { agent.acsd(), config_, intfConfig_, params_, bridging_, subIntfs_, helper_ } );
+            { agent.acsd(), config_, intfConfig_, params_, bridging_, subIntfs_, helper_,
+              mirroring_, errdisable_, agent.epochStatus(),
+              agent.entities().mount< Acl::IntfCardConfig >( Paths::aclIntfCardConfig ),
+              agent.entities().mount< Acl::DpAclUpdateRequest >( Paths::aclDpUpdateRequest ),
+              agent.entities().mount< Acl::DpAclUpdateStatus >( Paths::aclDpUpdateStatus ) } );
       aclSm_->initializedIs( true );
    }
 }

@@ -55,6 +55,10 @@ class AclFeature : public AgentFeature {
    Row ruleRow( AclType type, const String & list, const Qon::AclRule & rule ) const;
    Rows hardware( Arguments arguments ) const;
    Row hardwareRow( const QonChip::HeldAcl & acl ) const;
+   Rows lookup( Arguments arguments ) const;
+   Rows resources( Arguments arguments ) const;
+   std::vector< ShowCommand > hardwareCommands() const;
+   String programmed( const Qon::AclDataSm & instance ) const;
 
    Agent & agent_;
    QonChip::AclPart * const part_; ///< null: the chip has none
@@ -63,6 +67,8 @@ class AclFeature : public AgentFeature {
    const Velto::Ptr< Acl::ParamConfig > params_;
    const Velto::Ptr< Interface::SubIntfConfigDir > subIntfs_;
    const Velto::Ptr< Bridging::Config > bridging_;
+   const Velto::Ptr< Mirroring::Status > mirroring_;
+   const Velto::Ptr< Errdisable::CauseStatus > errdisable_;
    std::map< std::pair< AclType, String >, std::map< U32, String > > ruleNames_;
    Velto::Ptr< QonHelper::AclHelper > helper_;
    Velto::Ptr< Qon::AclSm > aclSm_;

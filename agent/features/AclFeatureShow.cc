@@ -1,7 +1,7 @@
 // What there is to show of access lists.
 
 #include "Qon/include/framework/LagView.h"
-#include "agent/features/AclFeature.h"
+#include "agent/features/AclReading.h"
 #include "agent/features/Arguments.h"
 
 namespace QonAgent {
@@ -11,11 +11,6 @@ using Acl::AclType;
 using Ulnet::IntfId;
 
 namespace {
-
-String
-shown( const Qon::AclKey & key ) {
-   return key.vlan().isNone() ? key.group() : "VLAN " + key.vlan().stringValue();
-}
 
 String
 shown( const Acl::IpFilter & filter ) {
@@ -99,6 +94,22 @@ AclFeature::waitsFor( AclType type, AclDirection direction, IntfId intf,
    return aclSm_->managed( intf ) ? "" : "the port to be managed";
 }
 
+/** What is in force of an instance, and which units refuse what. */
+String
+AclFeature::programmed( const Qon::AclDataSm & instance ) const {
+   String text = !instance.failed()          ? ( instance.committedRules() ? "yes" : "no" )
+                 : instance.committedRules() ? "former rules"
+                                             : "no";
+   for ( auto && [unit, error] : instance.status()->unitErrorIteratorConst() ) {
+      if ( error != Qon::AclCreateError::success ) {
+         const String why = Qon::aclErrorText( error, unit, instance.aclName() );
+         text += "; " + ( unit.empty() ? "all chips" : unit ) + ": " +
+                 ( why.empty() ? "error " + Kiv::toText( U32( error ) ) : why );
+      }
+   }
+   return text;
+}
+
 /** An interface that has a list, and what became of that. */
 Row
 AclFeature::row( AclType type, AclDirection direction, IntfId intf, const String & name ) const {
@@ -124,16 +135,21 @@ AclFeature::row( AclType type, AclDirection direction, IntfId intf, const String
    }
    r.set( "active", active );
    if ( instance ) {
-      r.set( "instance", shown( instance->key() ) );
+      r.set( "instance", shownKey( instance->key() ) );
       if ( instance->data()->aclNumber() != Qon::aclNumberNone ) {
          r.set( "number", instance->data()->aclNumber() );
       }
       waits = !waits.empty()               ? waits
               : instance->waitsForNumber() ? "a free number"
+              : instance->failed()         ? "other rules, interfaces or room"
               : instance->committedRules() ? ""
               : instance->busy()           ? "the chip: " + Kiv::toText( aclSm_->phase() )
                                            : "the chip";
    }
+   if ( instance ) {
+      r.set( "programmed", programmed( *instance ) );
+   }
+   r.set( "out", aclSm_->blocked( intf ) ? "blocked" : aclSm_->errdisabled( intf ) ? "error" : "" );
    r.set( "waits", waits );
    return r;
 }
@@ -198,37 +214,6 @@ AclFeature::rules( Arguments arguments ) const {
    }
 }
 
-/** One instance in the chip. */
-Row
-AclFeature::hardwareRow( const QonChip::HeldAcl & acl ) const {
-   String intfs;
-   for ( auto & use : acl.uses ) {
-      intfs += ( intfs.empty() ? "" : " " ) + agent_.names().spelling( use.pair().intfId() );
-      intfs += use.lagMember() ? "/" + agent_.names().spelling( use.lagMember() ) : "";
-   }
-   return { { "number", acl.number },
-            { "type", Kiv::toText( acl.type ) },
-            { "direction", Kiv::toText( acl.key.direction() ) },
-            { "acl", acl.name },
-            { "instance", shown( acl.key ) },
-            { "rules", U32( acl.rules->rules().size() ) },
-            { "state", acl.stale       ? "stale"
-                       : acl.committed ? "in force"
-                                       : "prepared" },
-            { "interfaces", intfs } };
-}
-
-Rows
-AclFeature::hardware( Arguments ) const {
-   const auto held = part_ ? part_->acls() : std::nullopt;
-   if ( !held ) {
-      notServed( agent_, "the reading of access lists" );
-   }
-   for ( auto & acl : held->acls ) {
-      co_yield hardwareRow( acl );
-   }
-}
-
 std::vector< ShowCommand >
 AclFeature::showCommands() {
    const Column type = { "type", "Type" }, direction = { "direction", "Direction" },
@@ -248,41 +233,36 @@ AclFeature::showCommands() {
    list.known = known;
    Argument one = list;
    one.required = true;
-   return { { "acl",
-              "access lists: wanted on which interfaces, active on which, and what they wait for",
-              { list },
-              { type,
-                direction,
-                { "interface", "Wanted on" },
-                acl,
-                { "active", "Active on" },
-                instance,
-                number,
-                { "waits", "Waits for" } },
-              [this]( auto & arguments ) { return lists( arguments ); } },
-            { "acl rules",
-              "the rules of an access list in the order in which they are asked",
-              { one },
-              { type,
-                { "seq", "Seq", true },
-                { "rule", "Rule" },
-                { "origin", "Origin" },
-                { "action", "Action" },
-                { "matches", "Matches" },
-                { "mirror", "Mirrored to" } },
-              [this]( auto & arguments ) { return rules( arguments ); } },
-            { "hw acl",
-              "the instances of access lists in the chip",
-              {},
-              { number,
-                type,
-                direction,
-                acl,
-                instance,
-                { "rules", "Rules", true },
-                { "state", "State" },
-                { "interfaces", "Interfaces" } },
-              [this]( auto & arguments ) { return hardware( arguments ); } } };
+   std::vector< ShowCommand > commands = {
+         { "acl",
+           "access lists: wanted on which interfaces, active on which, and what they wait for",
+           { list },
+           { type,
+             direction,
+             { "interface", "Wanted on" },
+             acl,
+             { "active", "Active on" },
+             instance,
+             number,
+             { "programmed", "Programmed" },
+             { "out", "Out of service" },
+             { "waits", "Waits for" } },
+           [this]( auto & arguments ) { return lists( arguments ); } },
+         { "acl rules",
+           "the rules of an access list in the order in which they are asked",
+           { one },
+           { type,
+             { "seq", "Seq", true },
+             { "rule", "Rule" },
+             { "origin", "Origin" },
+             { "action", "Action" },
+             { "matches", "Matches" },
+             { "mirror", "Mirrored to" } },
+           [this]( auto & arguments ) { return rules( arguments ); } } };
+   for ( auto & command : hardwareCommands() ) {
+      commands.push_back( command );
+   }
+   return commands;
 }
 
 } // namespace QonAgent

@@ -29,4 +29,7 @@ bool sameWord( const String & text, const char * word );
 /** The rule that a row describes; of a list of that type. RowError for what no rule can say. */
 Acl::Rule aclRuleOf( const ConfigRow & row, Acl::AclType type );
 
+/** "default", or "VLAN 20" */
+String shownKey( const Qon::AclKey & key );
+
 } // namespace QonAgent

@@ -74,6 +74,7 @@ MirrorFeature::since( const String & name, const String & what, IntfId port ) co
 Rows
 MirrorFeature::sessions( Arguments arguments ) const {
    served();
+   sm_->updateCounters(); // whoever looks wants them as they are now
    for ( auto && [name, config] : config_->sessionIteratorConst() ) {
       if ( !arguments.has( 0 ) || arguments.text( 0 ) == name ) {
          for ( auto & row : sessionRows( name ) ) {

@@ -20,8 +20,8 @@ constexpr U64 mostSeconds = 86'400;
 /** The setters of a kind's levels: of the data plane, and of the CPU. */
 struct StormKind {
    const char * name;
-   void ( IntfConfig::*level )( const Bridging::StormControl::OptionalThreshold & );
-   void ( IntfConfig::*cpuLevel )( const Bridging::StormControl::OptionalThreshold & );
+   void ( IntfConfig::*level )( Kiv::Read< Bridging::StormControl::OptionalThreshold > );
+   void ( IntfConfig::*cpuLevel )( Kiv::Read< Bridging::StormControl::OptionalThreshold > );
    Qon::LevelType type;
 };
 constexpr StormKind stormKinds[] = {

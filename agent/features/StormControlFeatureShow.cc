@@ -19,7 +19,7 @@ shownThreshold( const Bridging::StormControl::OptionalThreshold & threshold ) {
    return threshold ? shownThreshold( *threshold ) : "";
 }
 
-const Bridging::StormControl::OptionalThreshold &
+Kiv::Read< Bridging::StormControl::OptionalThreshold >
 levelOf( const Bridging::StormControl::IntfConfig & config, Bridging::StormControl::Level level ) {
    return ( config.*Qon::StormControl::kindOf( level ).configured )();
 }

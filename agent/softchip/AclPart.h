@@ -16,6 +16,12 @@ class AclPart : public QonChip::AclPart {
    }
    std::optional< QonChip::HeldAcls > acls() const override { return table_.held(); }
 
+   std::optional< QonChip::AclDecision > lookup( QonChip::IntfId intf, QonChip::IntfId member,
+                                                 Acl::AclDirection direction,
+                                                 const AclPacket & packet ) const override {
+      return table_.lookup( intf, member, direction, packet );
+   }
+
    AclTable & table() { return table_; }
    const AclTable & table() const { return table_; }
    void latencyIs( Kiv::Seconds latency ) {

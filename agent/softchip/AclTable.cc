@@ -1,5 +1,7 @@
 #include "agent/softchip/AclTable.h"
 
+#include <algorithm>
+
 namespace SoftChip {
 
 using Qon::AclCreateError;
@@ -7,8 +9,36 @@ using Qon::AclOperation;
 using Qon::AclUnitResults;
 
 namespace {
-constexpr char unit[] = "Chip0";
+
+String
+unitName( U32 unit ) {
+   return "Chip" + std::to_string( unit );
+}
+
+AclCreateError
+errorOf( Trouble trouble ) {
+   switch ( trouble ) {
+   case Trouble::busy:
+      return AclCreateError::computationFailed;
+   case Trouble::parity:
+      return AclCreateError::unsupportedTcamFeature;
+   case Trouble::full:
+      return AclCreateError::hwResourceFull;
+   default:
+      return AclCreateError::unsupportedRule;
+   }
+}
+
 } // namespace
+
+AclUnitResults
+AclTable::everywhere( AclCreateError error ) const {
+   AclUnitResults results;
+   for ( U32 unit = 0; unit < limits_.units; ++unit ) {
+      results.push_back( { unitName( unit ), error } );
+   }
+   return results;
+}
 
 void
 AclTable::wrong( const AclOperation & acl, const char * what ) {
@@ -50,16 +80,19 @@ AclTable::prepareNow( const Place & place ) {
       return {};
    }
    Entry & entry = found->second;
-   const auto trouble = plan_.next( "prepareAcl" );
-   if ( trouble == Trouble::fail ) {
-      return { { unit, AclCreateError::unsupportedRule } };
-   }
    const std::size_t wanted = entriesUsed() + entry.acl.rules->rules().size();
-   if ( trouble || wanted > plan_.limit( "aclEntries", limits_.entries ) ) {
-      return { { unit, AclCreateError::hwResourceFull } };
+   const bool full = wanted > plan_.limit( "aclEntries", limits_.entries );
+   AclUnitResults results =
+         everywhere( full ? AclCreateError::hwResourceFull : AclCreateError::success );
+   entry.prepared = !full;
+   for ( auto & result : results ) {
+      if ( const auto trouble = plan_.next( "prepareAcl" ) ) {
+         result.error = errorOf( *trouble );
+         entry.prepared = false;
+      }
    }
-   entry.prepared = true;
-   return { { unit, AclCreateError::success } };
+   refusals_ += entry.prepared ? 0 : 1;
+   return results;
 }
 
 AclUnitResults
@@ -67,7 +100,7 @@ AclTable::prepare( const AclOperation & acl ) {
    const Place place{ generation_, acl.aclNumber };
    if ( acl.aclNumber == Qon::aclNumberNone || entries_.contains( place ) ) {
       wrong( acl, "prepared under a number that is in use" );
-      return { { unit, AclCreateError::unsupportedRule } };
+      return everywhere( AclCreateError::unsupportedRule );
    }
    entries_[place].acl = acl;
    if ( !limits_.async ) {
@@ -117,10 +150,14 @@ AclTable::commit( const AclOperation & acl ) {
    auto entry = entryOf( acl );
    if ( !entry || !entry->prepared || entry->committed ) {
       wrong( acl, "committed, and not prepared" );
-      return { { unit, AclCreateError::unsupportedRule } };
+      return everywhere( AclCreateError::unsupportedRule );
+   }
+   if ( const auto trouble = plan_.next( "commitAcl" ) ) {
+      ++refusals_;
+      return everywhere( errorOf( *trouble ) );
    }
    entry->committed = true;
-   return { { unit, AclCreateError::success } };
+   return everywhere( AclCreateError::success );
 }
 
 void
@@ -145,6 +182,55 @@ AclTable::blockNext() {
    if ( auto hearer = hook.of( request.ticket ) ) {
       hearer->blockAnswered( request.intf, request.on );
    }
+}
+
+bool
+AclTable::blocked( Ulnet::IntfId intf ) const {
+   bool blocked = false;
+   for ( auto & [generation, held] : blocked_ ) {
+      blocked = blocked || held == intf;
+   }
+   return blocked;
+}
+
+bool
+AclTable::decides( Acl::AclType type, Acl::AclDirection direction,
+                   const Qon::AclIntfUse & use ) const {
+   bool decides = false;
+   for ( auto & [place, entry] : entries_ ) {
+      decides = decides || ( entry.committed && entry.acl.type == type &&
+                             entry.acl.key.direction() == direction && entry.uses.contains( use ) );
+   }
+   return decides;
+}
+
+QonChip::AclDecision
+AclTable::lookup( Ulnet::IntfId intf, Ulnet::IntfId member, Acl::AclDirection direction,
+                  const AclPacket & packet ) const {
+   using QonChip::AclVerdict;
+   QonChip::AclDecision decision;
+   if ( blocked( intf ) ) {
+      decision.verdict = AclVerdict::blocked;
+      return decision;
+   }
+   for ( auto & [place, entry] : entries_ ) {
+      const bool here = std::any_of( entry.uses.begin(), entry.uses.end(), [&]( auto & use ) {
+         return use.pair().intfId() == intf && use.lagMember() == member;
+      } );
+      if ( !here || !entry.committed || entry.acl.key.direction() != direction ||
+           !concerns( entry.acl.type, packet ) || decision.verdict == AclVerdict::deny ) {
+         continue;
+      }
+      const auto & rules = entry.acl.rules->rules();
+      const auto rule = std::find_if( rules.begin(), rules.end(), [&]( auto & r ) {
+         return matches( entry.acl.type, r.rule, packet );
+      } );
+      if ( rule != rules.end() ) {
+         const bool permit = rule->rule.action() == Acl::RuleAction::permit;
+         decision = { permit ? AclVerdict::permit : AclVerdict::deny, entry.acl, *rule };
+      }
+   }
+   return decision;
 }
 
 QonChip::HeldAcls

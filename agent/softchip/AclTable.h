@@ -10,11 +10,13 @@
 // Invariants
 // 1. A number stands for one instance of a helper. What would break that, or what comes in a wrong
 //    order, is refused and remembered as misuse().
-// 2. All rules together take no more than `entries`; what does not fit is hwResourceFull.
+// 2. Each unit holds every instance. All rules together take no more than `entries` of a unit; what
+//    does not fit is hwResourceFull. An instance that one unit refuses decides on no unit.
 // 3. What a former helper left decides until sweep().
 
 #include <map>
 
+#include "agent/softchip/AclMatch.h"
 #include "agent/softchip/Completions.h"
 #include "agent/softchip/FaultPlan.h"
 #include "agent/softchip/Hearer.h"
@@ -24,11 +26,13 @@
 namespace SoftChip {
 
 struct AclLimits {
-   U32 entries = 65536;     ///< rules, of all instances together
+   U32 entries = 65536;     ///< rules of a unit, of all instances together
+   U32 units = 2;           ///< "Chip0" and up
    bool async = false;      ///< uninstalling and preparing are answered later
    bool asyncBlock = false; ///< blocking is; always with `async`
    bool raclSharing = true; ///< routed ports can share an instance
    bool icmpv6Rules = true;
+   bool egressLogging = false;
 };
 
 class AclTable {
@@ -46,6 +50,7 @@ class AclTable {
    /** `plan` outlives the table. */
    AclTable( FaultPlan & plan, const AclLimits & limits ) : plan_( plan ), limits_( limits ) {
       plan.hookIs( "prepareAcl" );
+      plan.hookIs( "commitAcl" );
       plan.tableIs( "aclEntries" );
    }
 
@@ -69,6 +74,16 @@ class AclTable {
    void readCounters() { ++counterReads_; }
 
    QonChip::HeldAcls held() const;
+   /** See QonChip::AclPart. */
+   QonChip::AclDecision lookup( Ulnet::IntfId intf, Ulnet::IntfId member,
+                                Acl::AclDirection direction, const AclPacket & packet ) const;
+   /** Whether no traffic passes the interface. */
+   bool blocked( Ulnet::IntfId intf ) const;
+   /** Whether a list of the type decides on what passes there. */
+   bool decides( Acl::AclType type, Acl::AclDirection direction,
+                 const Qon::AclIntfUse & use ) const;
+   /** How many times a unit has refused an instance. */
+   U32 refusals() const { return refusals_; }
    U32 entriesUsed() const;
    U32 counterReads() const { return counterReads_; }
    /** The first call that a chip could not have carried out; empty if there was none. */
@@ -90,6 +105,7 @@ class AclTable {
    void wrong( const Qon::AclOperation & acl, const char * what );
    void blockNext();
    Qon::AclUnitResults prepareNow( const Place & place );
+   Qon::AclUnitResults everywhere( Qon::AclCreateError error ) const;
 
    FaultPlan & plan_;
    AclLimits limits_;
@@ -105,6 +121,7 @@ class AclTable {
    };
    Kiv::Fifo< Request > requests_; // to block: done in their order
    U32 counterReads_ = 0;
+   U32 refusals_ = 0;
    String misuse_;
 };
 

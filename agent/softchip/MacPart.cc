@@ -20,7 +20,8 @@ namespace {
 /** In the order in which the hosts came. */
 class HostTableReader : public QonChip::HostReading {
  public:
-   explicit HostTableReader( const HostTable & table ) : table_( table ), walk_( table.entries() ) {}
+   explicit HostTableReader( const HostTable & table )
+       : table_( table ), walk_( table.entries() ) {}
    bool next( Qon::MacEntryKey & key, QonChip::HeldHost & held ) override {
       if ( const bool onward = std::exchange( begun_, true );
            walk_ && ( onward || !walk_.alive() ) ) {

@@ -21,6 +21,8 @@ class SoftAclHelper : public QonHelper::AclHelper, private AclTable::Hook {
       return table_.limits().async || table_.limits().asyncBlock;
    }
    bool shouldInstallIcmpv6Rules() const override { return table_.limits().icmpv6Rules; }
+   bool egressLoggingSupported() const override { return table_.limits().egressLogging; }
+   bool unitReportedByName( const String & ) const override { return true; }
    bool raclSharingSupported( Acl::AclType, Acl::AclDirection ) const override {
       return table_.limits().raclSharing;
    }

@@ -19,12 +19,14 @@ Verdict passVlanMapping( const Chip & chip, Travel & travel );
 Verdict passVlan( const Chip & chip, Travel & travel );
 Verdict passSpanningTree( const Chip & chip, Travel & travel );
 Verdict passStormControl( const Chip & chip, Travel & travel );
+Verdict passAcl( const Chip & chip, Travel & travel );
 Verdict passMirror( const Chip & chip, Travel & travel );
 Verdict passDestination( const Chip & chip, Travel & travel );
 
 Verdict passNotBack( const Chip & chip, const Travel & travel, Way & way );
 Verdict passMember( const Chip & chip, const Travel & travel, Way & way );
 Verdict passVlanOut( const Chip & chip, const Travel & travel, Way & way );
+Verdict passAclOut( const Chip & chip, const Travel & travel, Way & way );
 Verdict passVlanMappingOut( const Chip & chip, const Travel & travel, Way & way );
 Verdict passSpanningTreeOut( const Chip & chip, const Travel & travel, Way & way );
 Verdict passMirrorOut( const Chip & chip, const Travel & travel, Way & way );
@@ -35,6 +37,7 @@ inline constexpr Stage stages[] = {
       { "VLAN", passVlan },
       { "spanning tree", passSpanningTree },
       { "storm control", passStormControl },
+      { "access lists", passAcl },
       { "mirror", passMirror },
       { "destination", passDestination },
 };
@@ -44,6 +47,7 @@ inline constexpr PortStage portStages[] = {
       { "not back", passNotBack },
       { "member", passMember },
       { "VLAN", passVlanOut },
+      { "access lists", passAclOut },
       { "VLAN mapping", passVlanMappingOut },
       { "spanning tree", passSpanningTreeOut },
       { "mirror", passMirrorOut },

@@ -64,6 +64,25 @@ class EntryWalkOf : public EntryWalk {
    bool begun_ = false;
 };
 
+/** The walk of what an entity finds by key: those that were there at its begin, and still are. */
+template< class E, class K, auto get >
+class KeyWalk : public EntryWalk {
+ public:
+   KeyWalk( const E & of, std::vector< K > keys ) : of_( &of ), keys_( std::move( keys ) ) {}
+   bool next( const void *& key, const void *& value ) override {
+      for ( value = nullptr; !value && at_ < keys_.size(); ++at_ ) {
+         key = &keys_[at_];
+         value = static_cast< const Velto::Node * >( ( of_.ptr()->*get )( keys_[at_] ) );
+      }
+      return value;
+   }
+
+ private:
+   const Velto::Ptr< const E > of_;
+   const std::vector< K > keys_;
+   std::size_t at_ = 0;
+};
+
 /** Makes an AttrDesc of what an attribute's line knows. */
 struct Describe {
    using Node = Velto::Node;
@@ -183,6 +202,44 @@ struct Describe {
          ( self< E >( n ).*create )( as< K >( k ) );
       };
       d.walk = []( const Node & n ) { return entries( self< E >( n ).*field ); };
+      return d;
+   }
+
+   /** What an entity keeps by key and makes itself, such as its state machines: it can be read only.
+       `T * ( E::*get )( K ) const`, `std::vector< K > ( E::*keys )() const`. */
+   template< class E, class K, auto get, auto keys >
+   static constexpr AttrDesc children( const char * name ) {
+      AttrDesc d;
+      d.name = name;
+      d.kind = AttrKind::entities;
+      d.key = &ValueTypeOf< K >::type;
+      d.at = []( const Node & n, const void * k ) -> const void * {
+         return static_cast< const Node * >( ( self< E >( n ).*get )( as< K >( k ) ) );
+      };
+      d.walk = []( const Node & n ) -> std::unique_ptr< EntryWalk > {
+         return std::make_unique< KeyWalk< E, K, get > >( self< E >( n ),
+                                                          ( self< E >( n ).*keys )() );
+      };
+      return d;
+   }
+
+   /** A map of another entity, to which `get` leads, under a name of this one's: it can be read
+       only. `Attr` is that map's tag. */
+   template< class E, auto get, class Attr >
+   static constexpr AttrDesc mapOf( const char * name ) {
+      AttrDesc d;
+      d.name = name;
+      d.kind = AttrKind::map;
+      d.key = &ValueTypeOf< typename Attr::Key >::type;
+      d.value = &ValueTypeOf< typename Attr::Value >::type;
+      d.at = []( const Node & n, const void * k ) -> const void * {
+         const Node & other = *( self< E >( n ).*get )();
+         return other.typeData()->at( Attr::index )->at( other, k );
+      };
+      d.walk = []( const Node & n ) {
+         const Node & other = *( self< E >( n ).*get )();
+         return other.typeData()->at( Attr::index )->walk( other );
+      };
       return d;
    }
 

@@ -71,6 +71,16 @@ checkKey( const AttrDesc & attr, const GenericIf::Segment & s, const String & wh
    }
 }
 
+void
+checkChangeable( const AttrDesc & attr, const GenericIf::Segment & s, const String & where ) {
+   if ( !attr.set ) {
+      refuse( where,
+              "'" + s.attribute +
+                    ( attr.kind == AttrKind::pointer ? "' is a pointer and cannot be set by text"
+                                                     : "' can be read only" ) );
+   }
+}
+
 template< class F >
 void
 withKey( const AttrDesc & attr, const GenericIf::Segment & s, const String & where, F && use ) {
@@ -242,9 +252,7 @@ void
 GenericIf::setOrCheck( Node & root, const String & path, const String & value, bool sets ) {
    Place p = placeOf( root, path );
    checkKey( *p.attr, p.last, path );
-   if ( !p.attr->set ) {
-      refuse( path, "'" + p.last.attribute + "' is a pointer and cannot be set by text" );
-   }
+   checkChangeable( *p.attr, p.last, path );
    if ( p.attr->kind == AttrKind::entities || p.attr->kind == AttrKind::ownedEntity ) {
       refuse( path, "'" + p.last.attribute + "' holds entities: insert, or name an attribute" );
    }
@@ -295,6 +303,7 @@ GenericIf::insert( Node & root, const String & path ) {
    if ( p.attr->kind != AttrKind::entities && p.attr->kind != AttrKind::set ) {
       refuse( path, "'" + p.last.attribute + "' holds values: set it" );
    }
+   checkChangeable( *p.attr, p.last, path );
    withKey( *p.attr, p.last, path,
             [&]( const void * key ) { GenericIf::apply( *p.node, *p.attr, key, nullptr ); } );
 }

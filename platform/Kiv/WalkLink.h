@@ -1,8 +1,6 @@
 #pragma once
 // The list of a collection's open walks, through which a collection tells them what happens to it.
 
-#include <utility>
-
 namespace Kiv {
 
 /** Base of a walk's state `Step`, a member of one list at most. `first` of a list is null when it
@@ -16,7 +14,16 @@ class WalkLink {
    ~WalkLink() { unlink(); }
 
    void link( Step *& first ) {
-      others_ = std::exchange( first, static_cast< Step * >( this ) );
+      others_ = first;
+// The compiler does not see that the destructor takes it out again.
+#if defined __GNUC__ && !defined __clang__
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdangling-pointer"
+#endif
+      first = static_cast< Step * >( this );
+#if defined __GNUC__ && !defined __clang__
+#pragma GCC diagnostic pop
+#endif
       self_ = &first;
       if ( others_ ) {
          others_->self_ = &others_;
@@ -31,7 +38,9 @@ class WalkLink {
          self_ = nullptr;
       }
    }
-   Step * others() const { return others_; }
+   Step * others() const {
+      return others_;
+   }
 
  private:
    Step * others_ = nullptr;

@@ -103,4 +103,28 @@ class ParamConfig : public Kiv::Entity {
    }
 };
 
+/** Which card an interface is on. */
+class IntfCardConfig : public Kiv::Entity {
+   KIV_BODY( IntfCardConfig, Kiv::Entity )
+   KIV_MAP( Ulnet::IntfId, String, card )
+ public:
+   explicit IntfCardConfig( const String & name ) : Kiv::Entity( name ) {}
+};
+
+/** Somebody wants to know when all that is configured is in hardware. */
+class DpAclUpdateRequest : public Kiv::Entity {
+   KIV_BODY( DpAclUpdateRequest, Kiv::Entity )
+   KIV_ATTR( double, requestTime, 0 )
+ public:
+   explicit DpAclUpdateRequest( const String & name ) : Kiv::Entity( name ) {}
+};
+
+/** The answer: the request's time, when it is. */
+class DpAclUpdateStatus : public Kiv::Entity {
+   KIV_BODY( DpAclUpdateStatus, Kiv::Entity )
+   KIV_ATTR( double, completedRequestTime, 0 )
+ public:
+   explicit DpAclUpdateStatus( const String & name ) : Kiv::Entity( name ) {}
+};
+
 } // namespace Acl

@@ -89,10 +89,14 @@ inline constexpr char hardwareMirroringStatus[] =
 inline constexpr char tunnelStatus[] = "tunnel/status"; // Tunnel::Status
 
 // Access lists
-inline constexpr char aclConfig[] = "acl/config";                   // Acl::Config
-inline constexpr char aclIntfConfig[] = "acl/intf/config";          // Acl::IntfConfig
-inline constexpr char aclParamConfig[] = "acl/param/config";        // Acl::ParamConfig
-inline constexpr char subIntfConfig[] = "interface/config/subintf"; // Interface::SubIntfConfigDir
+inline constexpr char aclConfig[] = "acl/config";                    // Acl::Config
+inline constexpr char aclIntfConfig[] = "acl/intf/config";           // Acl::IntfConfig
+inline constexpr char aclParamConfig[] = "acl/param/config";         // Acl::ParamConfig
+inline constexpr char aclIntfCardConfig[] = "acl/intfcard/config";   // Acl::IntfCardConfig
+inline constexpr char aclDpUpdateRequest[] = "acl/dpupdate/request"; // Acl::DpAclUpdateRequest
+inline constexpr char aclDpUpdateStatus[] = "acl/dpupdate/status";   // Acl::DpAclUpdateStatus
+inline constexpr char errdisableAcl[] = "errdisable/cause/acl";      // Errdisable::CauseStatus
+inline constexpr char subIntfConfig[] = "interface/config/subintf";  // Interface::SubIntfConfigDir
 
 // The platform
 inline constexpr char hwEpochStatus[] = "hwEpoch/status"; // HwEpoch::Status

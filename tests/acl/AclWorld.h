@@ -75,7 +75,8 @@ class AclWorld : public Tests::World {
    ~AclWorld() { aclSm = nullptr; }
 
    void start() {
-      aclSm = Qon::AclSmIs( { acsd, config, intfs, params, bridging, subIntfs, helper } );
+      aclSm = Qon::AclSmIs( { acsd, config, intfs, params, bridging, subIntfs, helper, sessions,
+                              errdisable, epoch, cards, dpRequest, dpStatus } );
       const auto sm = aclSm; // which may end meanwhile
       sm->initializedIs( true );
    }
@@ -154,6 +155,12 @@ class AclWorld : public Tests::World {
    Ptr< Bridging::Config > bridging = Velto::make< Bridging::Config >( "bridging" );
    Ptr< Interface::SubIntfConfigDir > subIntfs =
          Velto::make< Interface::SubIntfConfigDir >( "subIntf" );
+   Ptr< Mirroring::Status > sessions = Velto::make< Mirroring::Status >( "mirroring" );
+   Ptr< Errdisable::CauseStatus > errdisable = Velto::make< Errdisable::CauseStatus >( "acl" );
+   Ptr< Qon::QonEpochStatus > epoch;
+   Ptr< Acl::IntfCardConfig > cards = Velto::make< Acl::IntfCardConfig >( "cards" );
+   Ptr< Acl::DpAclUpdateRequest > dpRequest = Velto::make< Acl::DpAclUpdateRequest >( "request" );
+   Ptr< Acl::DpAclUpdateStatus > dpStatus = Velto::make< Acl::DpAclUpdateStatus >( "status" );
    Ptr< Helper > helper = Velto::make< Helper >( table );
    Ptr< Qon::AclSm > aclSm;
 };

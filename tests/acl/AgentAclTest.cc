@@ -26,6 +26,8 @@ const char config[] = R"({
    "PORT": { "Ethernet0": {}, "Ethernet4": {}, "Ethernet8": {}, "Ethernet12": {} },
    "PORTCHANNEL": { "PortChannel7": {} },
    "PORTCHANNEL_MEMBER": { "PortChannel7|Ethernet8": {}, "PortChannel7|Ethernet12": {} },
+   "VLAN": { "Vlan10": {} },
+   "VLAN_MEMBER": { "Vlan10|Ethernet4": { "tagging_mode": "untagged" } },
    "ACL_TABLE_TYPE": { "OWN": { "MATCHES": "SRC_IP,DST_IP,IP_PROTOCOL", "BIND_POINTS": "PORT" },
                        "BOTH": { "MATCHES": ["SRC_IP", "SRC_IPV6"] } },
    "ACL_TABLE": {
@@ -125,6 +127,35 @@ TEST_F( AgentAcl, ASixthDirectionIsRefused ) {
               "F": { "type": "L3V6", "stage": "egress", "ports": ["Ethernet0"] } } })" );
    EXPECT_EQ( warnings( report, { "ACL_TABLE|F|stage", "ip ingress", "mac egress" } ), 1u );
    EXPECT_EQ( chipLists().size(), 5u );
+}
+
+TEST_F( AgentAcl, WhatTheChipDoesWithAPacket ) {
+   load( config );
+   auto & table = chip.of< SoftChip::AclPart >().table();
+   auto verdict = [&]( const String & intf, const String & packet ) {
+      for ( auto & command : agent.showCommands() ) {
+         if ( command.name == "hw acl lookup" ) {
+            auto made = runShow( agent, command, { "hw", "acl", "lookup", intf, "in", packet } );
+            const Row * row = made.next();
+            return row ? textOf( *row, "verdict" ) + " " + textOf( *row, "acl" ) : "";
+         }
+      }
+      return String();
+   };
+   const String web = "src=10.1.1.1,dst=10.0.0.9,protocol=6,flags=2,";
+   EXPECT_EQ( verdict( "Ethernet0", web + "dport=85" ), "permit DATA" );
+   EXPECT_EQ( verdict( "Ethernet0", web + "dport=91" ), "deny DATA" );
+   EXPECT_EQ( verdict( "Ethernet0", web + "fragment=1" ), "permit DATA" ); // shows no ports
+   EXPECT_EQ( verdict( "Ethernet8", "src=10.1.1.1,dst=10.0.0.3" ), "deny DATA" );
+   EXPECT_EQ( verdict( "Ethernet0", "src=1::1,dst=1::2" ), "no list " );
+   EXPECT_EQ( verdict( "Ethernet4", "smac=00:00:00:00:00:01,ethertype=2054" ), "deny FRAMES" );
+   EXPECT_THROW( verdict( "Ethernet4", "colour=3" ), Velto::RangeError );
+   EXPECT_THROW( verdict( "Ethernet4", "dport=70000" ), Velto::RangeError );
+   table.block( Tests::intf( "Ethernet4" ), true );
+   EXPECT_EQ( verdict( "Ethernet4", "src=10.1.1.1,dst=10.0.0.3" ), "blocked " );
+   const SoftChip::Frame frame{
+         Tests::intf( "Ethernet4" ), Ulnet::EthAddr( 2 ), Ulnet::EthAddr( 4 ), {} };
+   EXPECT_NE( chip.forward( frame ).steps.back().what.find( "blocked" ), String::npos );
 }
 
 TEST_F( AgentAcl, WhatItWaitsFor ) {

@@ -108,6 +108,7 @@ show( const FullWorld & w, const QonAgent::ShowCommand & command ) {
       if ( argument.required ) { // "hw frame PORT DST"
          words.push_back( argument.name == "PATH"                          ? "bridging"
                           : argument.name == "LIST"                        ? "DATA"
+                          : argument.name == "in|out"                      ? "in"
                           : argument.kind == QonAgent::Argument::Kind::mac ? "00:1c:73:00:00:01"
                                                                            : "Ethernet8" );
       }

@@ -333,7 +333,28 @@ TEST( LagLaws, ReadByName ) {
    w.mlagUp( po( 2 ) );
    EXPECT_EQ( Kiv::GenericIf::get( *w.lagSm, "mlagStatus/peerLinkIntf" ), "Port-Channel2" );
    w.join( 1, 1 );
-   EXPECT_EQ( Kiv::GenericIf::get( *w.lagSm, "acsd/portToLag[Ethernet1]" ), "Port-Channel1" );
+   auto get = [&]( const String & path ) { return Kiv::GenericIf::get( *w.lagSm, path ); };
+   EXPECT_EQ( get( "acsd/portToLag[Ethernet1]" ), "Port-Channel1" );
+   EXPECT_NE( get( "localMember[Port-Channel1]" ).find( "Ethernet1" ), String::npos );
+   EXPECT_EQ( get( "localMember" ), get( "acsd/lagToPort" ) );
+   EXPECT_EQ( get( "localMember[Port-Channel9]" ), "None" );
+   EXPECT_NE( get( "status[Port-Channel1]" ), "None" );
+   EXPECT_EQ( get( "status[Port-Channel9]" ), "None" );
+   EXPECT_NE( get( "ethLagIntfStatusDir/intfStatus[Port-Channel1]" ), "None" );
+   for ( auto change :
+         { +[]( Qon::LagSm & sm ) { Kiv::GenericIf::insert( sm, "status[Port-Channel9]" ); },
+           +[]( Qon::LagSm & sm ) {
+              Kiv::GenericIf::set( sm, "localMember[Port-Channel1]", "{}" );
+           },
+           +[]( Qon::LagSm & sm ) { Kiv::GenericIf::del( sm, "localMember[Port-Channel1]" ); } } ) {
+      EXPECT_THROW( change( *w.lagSm ), Velto::RangeError );
+   }
+   bool listed = false;
+   Kiv::GenericIf::Dump dump( *w.lagSm );
+   for ( Kiv::GenericIf::Line line; dump.next( line ); ) {
+      listed = listed || line.path == "status[Port-Channel1]";
+   }
+   EXPECT_TRUE( listed );
 }
 
 } // namespace

@@ -141,6 +141,14 @@ TEST_F( AgentMirrorTest, FromTheTableToTheCopies ) {
                                intf( "Ethernet16" ), intf( "Ethernet20" ) } ) );
 }
 
+/** How often a hook was called. */
+struct HookCalls : Qon::HookListener {
+   explicit HookCalls( const char * name ) : hook( String( "MirroringSmHelper::" ) + name ) {}
+   void hookCalled( const char * called, const String & ) override { count += hook == called; }
+   const String hook;
+   U32 count = 0;
+};
+
 TEST_F( AgentMirrorTest, WhyNotAndSinceWhen ) {
    world->load( config );
    world->agent.inputsRead();
@@ -151,7 +159,9 @@ TEST_F( AgentMirrorTest, WhyNotAndSinceWhen ) {
               "both source Ethernet4 over limit both directions to one port in cut-through mode" );
    EXPECT_EQ( lines( { "mirror", "span" } )[3],
               "span source Ethernet0 failed its access list is not there" );
+   const HookCalls counters( "updateCounters" );
    const Json rows = show( { "mirror", "both" } );
+   EXPECT_EQ( counters.count, 1u ); // read for whoever looks
    EXPECT_LT( rows[0]["since"].get< double >(), 1 );
    EXPECT_GE( rows[2]["since"].get< double >(), 4 );
    auto sessions = world->agent.entities().mount< Mirroring::Config >( "mirroring/config" );
@@ -170,12 +180,7 @@ TEST_F( AgentMirrorTest, AnAgentThatStartsAgainFindsItsSessions ) {
       agent.inputsRead();
       scheduler.runFor( 1 );
    };
-   struct Creations : Qon::HookListener {
-      void hookCalled( const char * hook, const String & ) override {
-         count += String( hook ) == "MirroringSmHelper::createMirror";
-      }
-      U32 count = 0;
-   } creations;
+   HookCalls creations( "createMirror" );
    auto & part = *chip.part< QonChip::MirrorPart >();
    QonChip::HeldMirrors before;
    {

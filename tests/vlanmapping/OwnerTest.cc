@@ -120,6 +120,93 @@ TEST_P( Owners, ARefusalIsSilentAndMakesRoomForTheOther ) {
    checkAll();
 }
 
+TEST_P( Owners, AnInnerVlanIsPartOfTheKey ) {
+   wantsInner( c.first, eth( 1 ), c.d, { 10, 20 }, { 110, 120 } );
+   second( 210 ); // the same VLAN with any inner one, or none
+   wantsInner( c.second, eth( 1 ), c.d, { 10, 30 }, { 210, 0 } );
+   EXPECT_EQ( takeLogs(), none );
+   EXPECT_EQ( chip.held, ( Held{ { name() + " inner 20", 110 },
+                                 { name(), 210 },
+                                 { name() + " inner 30", 210 } } ) );
+   wantsInner( c.second, eth( 1 ), c.d, { 10, 20 }, { 210, 0 } );
+   EXPECT_EQ( takeLogs(), std::vector{ conflictLog( 10, 210, "Ethernet1", c.direction(),
+                                                    c.secondName(), c.firstName() ) } );
+   chip.takeCalls();
+   wantsInner( c.first, eth( 1 ), c.d, { 10, 20 }, { 110, 121 } ); // the inner one alone changes
+   EXPECT_EQ( chip.takeCalls(), std::vector{ "update " + name() + " inner 20 -> 110" } );
+   for ( U16 bad : { 4095, 5000 } ) {
+      EXPECT_THROW( wantsInner( c.first, eth( 1 ), c.d, { 11, bad }, { 110, 0 } ),
+                    Velto::RangeError );
+      EXPECT_THROW( wantsInner( c.first, eth( 1 ), c.d, { 12, 20 }, { 110, bad } ),
+                    Velto::RangeError );
+   }
+   EXPECT_EQ( chip.held.size(), 3u );
+   checkAll();
+}
+
+TEST_P( Owners, AnInterfaceThatComesAnewInsideAHookBeginsAfresh ) {
+   auto anew = [&] {
+      c.first == cli ? config->switchIntfConfigDel( eth( 1 ) )
+                     : flowConfig->vlanXlateIntfConfigDel( eth( 1 ) );
+      first( 130, 30 );
+   };
+   first( 120, 20 );
+   second( 210 );
+   takeLogs();
+   chip.duringAdd = anew;
+   first( 140, 40 );
+   EXPECT_EQ( chip.held, ( Held{ { name(), 210 }, { name( 30 ), 130 } } ) );
+   // In one burst, with nothing between: what was refused may be had now.
+   chip.answers[name( 30 )] = Status::failed;
+   first( 131, 30 );
+   chip.answers.clear();
+   anew();
+   EXPECT_EQ( chip.held.at( name( 30 ) ), 130u );
+   chip.answer = Status::notNow;
+   chip.duringAdd = anew; // its place on the retry list goes with it
+   first( 150, 50 );
+   chip.answer = Status::success;
+   scheduler.runFor( 20 );
+   EXPECT_EQ( chip.held, ( Held{ { name(), 210 }, { name( 30 ), 130 } } ) );
+   EXPECT_TRUE( sm->clock()->idle() );
+   checkAll();
+}
+
+TEST_P( Owners, ARefusalIsForgottenWithTheWishThatWentInAPause ) {
+   auto paused = [&]( const std::function< void() > & change ) {
+      sm->initializedIs( false );
+      change();
+      sm->initializedIs( true );
+   };
+   chip.answers[name()] = Status::full;
+   first( 110 );
+   paused( [&] { second( 210, 20 ); } );
+   EXPECT_EQ( outcome( c.first, eth( 1 ), c.d, 10 ), Outcome::givenUp ); // it did not change
+   EXPECT_EQ( takeLogs().size(), 1u );
+   chip.answers.clear();
+   paused( [&] { first( 0 ); } ); // and no entry is left of it
+   paused( [&] { first( 110 ); } );
+   EXPECT_EQ( chip.held.at( name() ), 110u );
+   chip.answers[name()] = Status::full;
+   first( 111 );
+   chip.answers.clear();
+   paused( [&] { first( 112 ); } );
+   paused( [&] { first( 111 ); } );
+   EXPECT_EQ( chip.held.at( name() ), 111u );
+   // What waits to be tried again goes on waiting, though its configuration is another one.
+   chip.answer = Status::notNow;
+   first( 113 );
+   paused( [&] {
+      c.first == cli ? config->switchIntfConfigDel( eth( 1 ) )
+                     : flowConfig->vlanXlateIntfConfigDel( eth( 1 ) );
+      first( 113 );
+   } );
+   chip.answer = Status::success;
+   scheduler.runFor( 20 );
+   EXPECT_EQ( chip.held.at( name() ), 113u );
+   checkAll();
+}
+
 TEST_P( Owners, WhatIsOutOfRangeIsNobodysWish ) {
    for ( U32 vlan : { 0u, 4095u, 5000u } ) {
       EXPECT_THROW( wants( c.first, eth( 1 ), c.d, vlan, 110 ), Velto::RangeError );

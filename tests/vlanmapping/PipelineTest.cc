@@ -238,4 +238,16 @@ TEST( PipelineTexts, AStatusThatIsReadyBeforeTheStartIsFatal ) {
          0u );
 }
 
+TEST( PipelineTexts, AMergedKeyThatNobodyHoldsIsFatal ) {
+   PipelineWorld w;
+   w.startPipeline();
+   w.wants( cli, eth( 1 ), in, 10, 110 );
+   const auto all = w.merged->intfVlanMappingConfig( eth( 1 ) );
+   const auto data = all->vlanMappingConfig( key( in, 10 ) );
+   Kiv::Listener< Qon::MergedIntfVlanMappingConfig::vlanMappingConfigAttr > putsItBack(
+         all, [&]( const QonVlanMappingKey & k ) { all->vlanMappingConfigIs( k, data ); } );
+   EXPECT_DEATH( w.wants( cli, eth( 1 ), in, 10, 0 ),
+                 "!mergedIntfConfig\\(\\)->vlanMappingConfigHas\\( key \\)" );
+}
+
 } // namespace

@@ -307,25 +307,4 @@ TEST_P( Programming, ARestartGoesOnWithWhatTheDirectoriesHold ) {
    checkAll();
 }
 
-// --- Texts ---------------------------------------------------------------------------------------
-
-TEST( VlanMappingTexts, HooksThatNobodyOverrides ) {
-   VlanMappingWorld w;
-   auto bare = Qon::VlanMappingSmIs( w.inputs() );
-   bare->initializedIs( true );
-   EXPECT_FALSE( bare->gracefulRestartSupported() );
-   EXPECT_DEATH( w.wants( cli, eth( 1 ), in, 10, 110 ),
-                 "Call to unimplemented function VlanMappingSm::doAddIngressVlanMapping" );
-   EXPECT_DEATH( bare->doUpdateEgressVlanMapping( eth( 1 ), false, {}, {} ),
-                 "Call to unimplemented function VlanMappingSm::doUpdateEgressVlanMapping" );
-   EXPECT_DEATH( bare->doDelEgressVlanMapping( eth( 1 ), false, {} ),
-                 "Call to unimplemented function VlanMappingSm::doDelEgressVlanMapping" );
-   Tests::Env env( "QON_NOOP_AGENT", "" );
-   w.wants( cli, eth( 1 ), in, 10, 110 );
-   EXPECT_EQ( w.acsd->encapVlans(), 0u );
-   EXPECT_EQ( bare->outcome( eth( 1 ), in, { 10, 0 }, cli ), Outcome::programmed );
-   bare->doAddToUnprogrammedList( eth( 1 ), { 10, 0 }, in, Source::None );
-   EXPECT_DEATH( bare->reviewUnprogrammedIntfList(), "'0'" );
-}
-
 } // namespace

@@ -31,10 +31,12 @@ change( Saboteur & saboteur, VlanMappingWorld & w, const std::function< void() >
    does( [&] { w.member( 2, 2, false ); } );
 }
 
-TEST( VlanMappingSabotage, OfTheDirectories ) {
-   Tests::sabotage( []( Saboteur & saboteur ) {
+/** Of the first generation, by directories or by hooks. */
+void
+sabotageFirst( bool graceful ) {
+   Tests::sabotage( [=]( Saboteur & saboteur ) {
       VlanMappingWorld w;
-      w.chip.graceful = true;
+      w.chip.graceful = graceful;
       w.wants( cli, eth( 1 ), in, 5, 105 );
       w.member( 1, 1 );
       saboteur.watches( { w.acsd.ptr(), w.ingConfig.ptr(), w.egrConfig.ptr(), w.intfSets.ptr(),
@@ -52,6 +54,14 @@ TEST( VlanMappingSabotage, OfTheDirectories ) {
                                                   : w.sm->checkInvariants();
       } );
    } );
+}
+
+TEST( VlanMappingSabotage, OfTheDirectories ) {
+   sabotageFirst( true );
+}
+
+TEST( VlanMappingSabotage, OfWhatGoesWithTheHooks ) {
+   sabotageFirst( false );
 }
 
 TEST( VlanMappingSabotage, OfThePipeline ) {

@@ -39,7 +39,9 @@ using Held = std::map< String, U32 >;
 inline String
 nameOf( Direction d, const PortVlanKey & key ) {
    return Kiv::toText( d ) + " " + key.portId().stringValue() + " " + Kiv::toText( key.vlanId() ) +
-          ( key.innerVlanId() == Qon::nativeInnerVlan ? " native" : "" );
+          ( key.innerVlanId() == Qon::nativeInnerVlan ? " native"
+            : key.innerVlanId()                       ? " inner " + Kiv::toText( key.innerVlanId() )
+                                                      : "" );
 }
 
 struct Chip {
@@ -107,6 +109,14 @@ class VlanMappingWorld : public Tests::World {
                   : flowConfig->vlanXlateIntfConfigIs( intf );
       const VlanXlateKey key( U16( vlan ), 0 );
       mapped ? c->vlanXlateIs( d, key, { U16( mapped ), 0 } ) : c->vlanXlateDel( d, key );
+   }
+   void wantsInner( Source source, IntfId intf, Direction d, VlanXlateKey key,
+                    VlanXlateMapping mapping ) {
+      Ptr< Bridging::VlanXlateIntfConfig > c =
+            source == cli
+                  ? Ptr< Bridging::VlanXlateIntfConfig >( config->switchIntfConfigIs( intf ) )
+                  : flowConfig->vlanXlateIntfConfigIs( intf );
+      c->vlanXlateIs( d, key, mapping );
    }
    void member( U32 lag, U32 port, bool is = true ) {
       Qon::QonLagPortList list = acsd->lagToPort( po( lag ) );

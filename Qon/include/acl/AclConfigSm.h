@@ -113,6 +113,7 @@ class AclConfigSm : public QonBaseSm {
    };
    void join( const IntfPairKey & pair, const AclKey & key, const Words & words );
    void leave( const IntfPairKey & pair, Direction direction, const Words & words );
+   bool unsupported( const IntfPairKey & pair, Direction direction );
    void refusedIs( const IntfPairKey & pair, Direction direction, bool refused );
    bool shared( Direction direction, Acl::SharingKind kind ) const;
    AclKey portKey( const IntfPairKey & pair, Direction direction ) const;
@@ -126,6 +127,7 @@ class AclConfigSm : public QonBaseSm {
    Kiv::DenseMap< AclKey, Velto::Ptr< AclDataSm > > instances_;
    Kiv::DenseMap< IntfPairKey, AclKey > keyOf_[2]; // by direction
    KeySet< IntfPairKey > refused_[2];
+   Kiv::DenseMap< IntfPairKey, String > unsupported_[2]; // and the card that has no access lists
    Kiv::DenseMap< Acl::IpFilter, U32 > fragMap_;
    Kiv::DenseMap< Acl::ImplicitRuleType, U32 > implicitRuleId_;
    Velto::Ptr< const AclRuleSet > ruleSet_;

@@ -6,6 +6,7 @@
 //                         |
 //                  AclSm::changed( this ) -> a pass:
 //       doBlockTraffic, removeUses, uninstallAcl -> prepareAcl -> commitAcl, addUses -> doUnblockTraffic
+//       a unit fails: a pass of its own brings back the rules that were in force before, or nothing
 //
 // Invariants
 // 1. data()->activeIntfs() is the number of pairs.
@@ -13,6 +14,9 @@
 //    end is done; never longer.
 // 3. At most one operation of it is under way.
 // 4. What comes while a pass works on it is left to the next pass.
+// 5. What has failed is tried again when its rules, its interfaces or its mirror sessions change, when
+//    hardware has more room, and when somebody forces it; not otherwise. status() says of the rules
+//    that are configured, and not of those that were brought back in their place.
 //
 // Ownership: counted by AclConfigSm while the list is there, by AclSm while something is to be done.
 // Counts its numbers, so that they outlive the direction.
@@ -35,12 +39,16 @@ class AclDataStatusSm : public QonBaseSm {
    void handleUnitError( const String & unit );
    /** Says what became of the instance on a unit. */
    void doSetHwStatus( const String & unit, AclCreateError error ) const;
+   /** When the unit has answered last, in the order of all answers. */
+   U64 resultAt( const String & unit ) const;
+   void answered( const String & unit );
 
  private:
    AclDataSm * dataSm_;
    const Velto::Ptr< AclDataStatus > status_;
    Kiv::Watch< AclDataStatus::unitErrorAttr, AclDataStatusSm, &AclDataStatusSm::handleUnitError >
          unitErrorWatch_;
+   Kiv::DenseMap< String, U64 > resultAt_;
 };
 
 class AclDataSm : public QonBaseSm {
@@ -69,6 +77,8 @@ class AclDataSm : public QonBaseSm {
    bool pairHas( const IntfPairKey & pair ) const { return pairs_.has( pair ); }
    /** The rules may have changed. */
    void rulesChanged();
+   /** A mirror session has changed. True if rules of the instance name it. */
+   bool mirrorSessionChanged( const String & session );
    /** Its list is gone: nothing is wanted of it any more. */
    void retire();
    /** @} */
@@ -77,6 +87,15 @@ class AclDataSm : public QonBaseSm {
    /** @{ */
    /** The rules that decide now; null if it decides on nothing. */
    const AclRuleSet * committedRules() const { return committed_ ? rules_.ptr() : nullptr; }
+   /** The rules that are configured were refused: others are in force, or none. */
+   bool failed() const { return failed_; }
+   /** The interface is wanted, and not there yet. */
+   bool joins( Ulnet::IntfId intf ) const;
+   /** Some unit says that it fails, and somebody wants it. */
+   bool failing() const { return hasErrors() && !unwanted(); }
+   bool hasErrors() const;
+   /** The interfaces that it is to be applied to. */
+   KeySet< Ulnet::IntfId > intfs() const;
    bool inHardware() const { return inHardware_; }
    bool applied( const AclIntfUse & use ) const { return applied_.has( use ); }
    U32 uses() const { return applied_.size(); }
@@ -110,11 +129,15 @@ class AclDataSm : public QonBaseSm {
    bool unwanted() const { return retired_ || pairs_.empty(); }
    bool isUninstalling() const { return uninstalling_; }
    /** Whether this pass makes it anew. */
-   bool remade() const { return remake_ && !unwanted(); }
+   bool remade() const { return remake_ && !unwanted() && !( reverting_ && !revertTo_ ); }
    /** Whether this pass makes it anew, or gives it up. */
    bool changedWhole() const { return remake_; }
    /** Made anew in the next pass, whatever has changed. */
    void forceIs() { force_ = true; }
+   /** Tried again in the next pass: there is more room. */
+   void retryIs();
+   /** Whether the next pass is to bring back what was in force before. */
+   bool revertWanted() const { return revert_; }
    bool waitsForBlock( const class AclDirectionTypeConfigSm & direction ) const;
    bool blocks() const { return !blocks_.empty(); }
    /** A hook raised: what is in hardware is not known, and it is made anew. True the first time. */
@@ -138,7 +161,11 @@ class AclDataSm : public QonBaseSm {
    void block( const IntfPairKey & pair );
    void tellUse( const AclIntfUse & use, bool active );
    void record( const AclUnitResults & results );
+   void resultsAre( const AclUnitResults & results );
+   void resultKnown();
+   bool handsOver( Ulnet::IntfId intf );
    bool takeNumber();
+   Velto::Ptr< const AclRuleSet > hardwareRules( const Velto::Ptr< const AclRuleSet > & source );
    AclOperation operationNow() const;
 
    AclSm * aclSm_;
@@ -159,7 +186,12 @@ class AclDataSm : public QonBaseSm {
    KeySet< AclIntfUse > round_, roundAgain_;
    KeySet< Ulnet::IntfId > blocks_;
 
-   Velto::Ptr< const AclRuleSet > rules_; // that were prepared last
+   Velto::Ptr< const AclRuleSet > rules_;    // that were prepared last, as hardware got them
+   Velto::Ptr< const AclRuleSet > source_;   // what they were made of
+   Velto::Ptr< const AclRuleSet > good_;     // that were configured when it was in force last
+   Velto::Ptr< const AclRuleSet > revertTo_; // null: nothing is brought back
+   Velto::Ptr< const AclRuleSet > tried_;    // that have failed
+   Velto::Ptr< const AclRuleSet > logWarned_;
    U64 operation_ = 0;
    bool retired_ = false;
    bool busy_ = false;
@@ -169,7 +201,11 @@ class AclDataSm : public QonBaseSm {
    bool committed_ = false;
    bool uninstalling_ = false;
    bool waitsForNumber_ = false;
-   bool force_ = false;
+   bool force_ = false, retry_ = false, sessions_ = false;
+   bool failed_ = false;
+   bool revert_ = false;    // with the next pass
+   bool reverting_ = false; // in this pass
+   bool makesRoom_ = false; // in this pass, for others
    bool raised_ = false, raisedNow_ = false;
 };
 

@@ -14,8 +14,10 @@
 #include <vector>
 
 #include "Qon/include/framework/QonTypes.h"
+#include "Qon/include/framework/Reconcile.h"
 #include "platform/types/Acl.h"
 #include "platform/types/Bridging.h"
+#include "platform/types/Mirroring.h"
 
 namespace Qon {
 
@@ -93,12 +95,21 @@ enum class AclCreateError : U8 {
 KIV_ENUM( AclCreateError, success, hwResourceFull, unsupportedTcamFeature, l4PortRanges,
           unsupportedAction, unsupportedRule, udfResources, aclLimit, computationFailed, pending )
 
+/** Whether the error says that hardware is too small, and not that the list is wrong. */
+bool insufficientResources( AclCreateError error );
+/** What a trace says of the error. */
+String aclErrorText( AclCreateError error, const String & unit, const String & aclName );
+
 struct AclUnitResult {
    String unit;
    AclCreateError error;
 };
 /** What an operation came to, a unit each; empty: success on all. */
 using AclUnitResults = std::vector< AclUnitResult >;
+
+/** How far one instance has come. */
+enum class AclDataState : U8 { init = 0, inProgress = 1, done = 2, failure = 3 };
+KIV_ENUM( AclDataState, init, inProgress, done, failure )
 
 /** How far a pass has come that brings changed instances into hardware. */
 enum class AclApplyPhase : U8 { done = 0, uninstall = 1, prepare = 2, commit = 3, unblock = 4 };
@@ -108,8 +119,9 @@ KIV_ENUM( AclApplyPhase, done, uninstall, prepare, commit, unblock )
 struct AclRule {
    enum class Origin : U8 { configured, fragment, implicit };
    Origin origin = Origin::configured;
-   U32 id = 0; ///< the rule's own number; of a fragment rule that of the rule before it
-   Acl::Rule rule;
+   U32 id = 0;     ///< the rule's own number; of a fragment rule that of the rule before it
+   Acl::Rule rule; ///< without a session that is not there, and without logging where there is none
+   S32 mirrorGroup = Mirroring::mirrorGroupInvalid(); ///< of the rule's session
    bool operator==( const AclRule & ) const = default;
 };
 /** Ids of implicit rules begin here, above the numbers that configured rules have. */
@@ -118,11 +130,17 @@ constexpr U32 firstImplicitRuleId = 1u << 31;
 /** All rules of a list, in the order in which they are asked. Never changes. */
 class AclRuleSet : public Velto::Node {
  public:
-   explicit AclRuleSet( std::vector< AclRule > rules ) : rules_( std::move( rules ) ) {}
+   explicit AclRuleSet( std::vector< AclRule > rules );
    const std::vector< AclRule > & rules() const { return rules_; }
+   /** The mirror sessions that rules name. */
+   const KeySet< String > & mirrorSessions() const { return mirrorSessions_; }
+   /** Whether some rule logs. */
+   bool logs() const { return logs_; }
 
  private:
    const std::vector< AclRule > rules_;
+   KeySet< String > mirrorSessions_;
+   bool logs_ = false;
 };
 
 /** An instance that something is to be done with; what hooks get. */
@@ -175,6 +193,7 @@ class AclData : public Kiv::Entity {
 class AclDataStatus : public Kiv::Entity {
    KIV_BODY( AclDataStatus, Kiv::Entity )
    KIV_MAP( String, AclCreateError, unitError ) // by unit; empty name: all units
+   KIV_ATTR( AclDataState, aclDataState, AclDataState::init )
  public:
    explicit AclDataStatus( const AclKey & ) {}
 };

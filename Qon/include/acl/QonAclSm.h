@@ -16,13 +16,17 @@
 //    after.
 // 3. A number is held by one instance, and given back when the uninstall is done.
 // 4. While a pass is under way no other begins: what comes meanwhile is left to the next.
-// 5. VLANs of sub-interfaces are in the maps before anything is made of them.
+// 5. The units' errors, the messages of shortages and the interfaces that are taken out of service
+//    follow the records of all instances at the end of each pass, and at what comes outside of one.
+// 6. VLANs of sub-interfaces are in the maps before anything is made of them.
 //
 // Ownership: counts its inputs and the helper; owns the state machines of the types.
 
+#include "Qon/include/acl/AclMirrorSessionSm.h"
 #include "Qon/include/acl/AclTypeConfigSm.h"
 #include "Qon/include/framework/LagView.h"
 #include "Qon/include/framework/WorkQueue.h"
+#include "platform/types/Errdisable.h"
 #include "platform/types/SubIntf.h"
 
 namespace Qon {
@@ -64,6 +68,12 @@ class AclSm : public QonBaseSm, public Checked {
       Velto::Ptr< const Bridging::Config > bridgingConfig;
       Velto::Ptr< const Interface::SubIntfConfigDir > subIntfConfig;
       Velto::Ptr< QonHelper::AclHelper > helper;
+      Velto::Ptr< const Mirroring::Status > mirroringStatus = {};
+      Velto::Ptr< Errdisable::CauseStatus > errdisable = {}; ///< of this cause alone
+      Velto::Ptr< const QonEpochStatus > epoch = {};
+      Velto::Ptr< const Acl::IntfCardConfig > intfCards = {};
+      Velto::Ptr< const Acl::DpAclUpdateRequest > dpRequest = {}; ///< together with the status
+      Velto::Ptr< Acl::DpAclUpdateStatus > dpStatus = {};
    };
    explicit AclSm( Inputs inputs );
    ~AclSm() override;
@@ -115,6 +125,18 @@ class AclSm : public QonBaseSm, public Checked {
    std::vector< const AclDataSm * > blockIntfsPending() const;
    /** @} */
 
+   /** @name What became of it */
+   /** @{ */
+   /** The error that is stored for the unit; success if none is. */
+   AclCreateError unitError( const String & unit ) const;
+   /** All that are stored. */
+   std::vector< std::pair< String, AclCreateError > > unitErrors() const;
+   bool errdisabled( IntfId intf ) const { return errdisabled_.has( intf ); }
+   bool blocked( IntfId intf ) const;
+   /** Brings the units' errors, their messages and the interfaces out of service up to date. */
+   void checkStatus();
+   /** @} */
+
    /** @name What the chip reports; unknown and late answers are dropped */
    /** @{ */
    /** An operation of an asynchronous helper is done. */
@@ -145,6 +167,12 @@ class AclSm : public QonBaseSm, public Checked {
    void settle();
    /** The instance differs from what is in hardware. */
    void changed( AclDataSm * instance );
+   /** Whether the next pass looks at the instance. */
+   bool willChange( const AclDataSm * instance ) const {
+      return changed_.has( const_cast< AclDataSm * >( instance ) );
+   }
+   /** Whether the next pass applies an instance of the same type and direction to the interface. */
+   bool joinsNext( const AclDataSm & instance, IntfId intf ) const;
    /** A sub-interface has a list in one more direction, or in one less. */
    void subIntfAttachedIs( IntfId subIntf, bool attached );
    void instanceIs( AclDataSm * instance, bool there );
@@ -158,6 +186,18 @@ class AclSm : public QonBaseSm, public Checked {
    bool keepsHardware() const { return keepsHardware_; }
    /** Somebody waits no longer for a block. */
    void waitsChanged();
+   void statusChanged( AclDataSm * instance );
+   void revertLater( AclDataSm * instance );
+   /** Something is out of hardware. */
+   void roomMade() { roomMade_ = true; }
+   /** Whether rules can log that are asked when traffic leaves; says so if not and some do. */
+   bool egressLoggingIsSupported( AclType type, const String & name, Acl::AclDirection direction );
+   /** The group that the session has; invalid without one. */
+   S32 mirrorGroup( const String & session ) const;
+   void reapplyAclsWithMirrorSession( const String & session );
+   bool hardwareSupports( IntfId intf ) const;
+   String cardOf( IntfId intf ) const { return in_.intfCards->card( intf ); }
+   void logAclUnsupportedHardware( const String & acl, IntfId intf );
    /** @} */
 
    void handleType( const AclType & type );
@@ -169,12 +209,27 @@ class AclSm : public QonBaseSm, public Checked {
    void handlePortToLag( IntfId port, IntfId from, IntfId to );
    void handleLagToPort( IntfId lag, IntfId port );
    void handleApplyClock();
+   void handleMirroringSession( const String & name );
+   void handleCard( const IntfId & intf ) { handleIntf( intf ); }
+   void handleDpAclUpdateRequest();
+   void handleDpAclUpdateRequestTime();
 
  private:
    struct Work {
       AclType type;
       Acl::AclDirection direction;
       IntfId intf;
+   };
+   enum class Shortage : U8 { none, resources, computation };
+   /** What is stored of a unit. */
+   struct Unit {
+      AclCreateError error = AclCreateError::success;
+      Shortage raised = Shortage::none; // the message that is out
+   };
+   struct LastError {
+      AclCreateError error;
+      bool told; // there is a message for it
+      U64 at;
    };
    using Instances = std::vector< Velto::Ptr< AclDataSm > >;
 
@@ -184,6 +239,26 @@ class AclSm : public QonBaseSm, public Checked {
    void reviewVlans();
    void laterAll();
    void laterFamily( IntfId intf );
+   void handleIntf( IntfId intf );
+   Velto::Ptr< AclMirrorSessionSm >
+   makeSession( const String & name, const Velto::Ptr< const Mirroring::SessionStatus > & status );
+   void cleanUpSession( const String & name, AclMirrorSessionSm * sm );
+   void reviewSessions();
+
+   /** @name Results */
+   /** @{ */
+   Shortage shortageOf( AclCreateError error ) const;
+   String unitShown( const String & unit ) const;
+   void syslogUnitError( const String & unit );
+   void unitSucceeds( const String & unit, const Unit & before );
+   void lastErrors( Kiv::DenseMap< String, LastError > & last ) const;
+   void doErrdisable( const AclDataSm & instance, KeySet< IntfId > & intfs ) const;
+   void checkErrdisables();
+   void staleErrdisablesDel();
+   void doAclRevert();
+   void retryFailed();
+   /** @} */
+
    template< class Act >
    void forEachDirection( Act && act ) const {
       types_.forEach(
@@ -231,10 +306,18 @@ class AclSm : public QonBaseSm, public Checked {
    Kiv::DenseMap< U64, Velto::Ptr< AclDataSm > > outstanding_;
    Kiv::DenseMap< IntfId, Velto::Ptr< AclIntfSm > > intfs_;
    KeySet< AclDataSm * > instances_; // all that there are
+   KeySet< AclDataSm * > failing_;   // those whose record has an error
+   Kiv::DenseMap< AclDataSm *, Velto::Ptr< AclDataSm > > reverts_;
+   bool roomMade_ = false;
+   Kiv::DenseMap< String, Unit > units_; // that some instance fails on
+   KeySet< IntfId > errdisabled_;
    Velto::FirstError error_;
 
    SmCollection< AclType, bool, AclTypeConfigSm, AclSm, &AclSm::makeType, &AclSm::cleanUpType >
          types_{ this };
+   SmCollection< String, Velto::Ptr< const Mirroring::SessionStatus >, AclMirrorSessionSm, AclSm,
+                 &AclSm::makeSession, &AclSm::cleanUpSession >
+         sessions_{ this };
    Kiv::Watch< Acl::Config::typeAttr, AclSm, &AclSm::handleType > typeWatch_;
    Kiv::Watch< Acl::IntfConfig::typeAttr, AclSm, &AclSm::handleType > intfTypeWatch_;
    Kiv::Watch< Acl::ParamConfig::sharedModeAttr, AclSm, &AclSm::handleSharedMode > modeWatch_;
@@ -246,7 +329,13 @@ class AclSm : public QonBaseSm, public Checked {
          internalVlanWatch_;
    Kiv::Watch< QonCommonSmData::intfAttr, AclSm, &AclSm::handleManagedIntf > managedWatch_;
    LagFollower< AclSm, &AclSm::handlePortToLag, &AclSm::handleLagToPort > lags_;
+   Kiv::Watch< Mirroring::Status::sessionAttr, AclSm, &AclSm::handleMirroringSession >
+         sessionWatch_;
+   Kiv::Watch< Acl::IntfCardConfig::cardAttr, AclSm, &AclSm::handleCard > cardWatch_;
+   Kiv::Watch< Acl::DpAclUpdateRequest::requestTimeAttr, AclSm, &AclSm::handleDpAclUpdateRequest >
+         dpWatch_;
    Kiv::ClockReactor< AclSm, &AclSm::handleApplyClock > applyClock_;
+   Kiv::ClockReactor< AclSm, &AclSm::handleDpAclUpdateRequestTime > dpClock_;
 };
 
 Velto::Ptr< AclSm > AclSmIs( AclSm::Inputs inputs );

@@ -147,7 +147,19 @@ class LagSm : public QonBaseSm, public Checked {
    LagProgSm * lagProgSm() const { return in_.lagProgSm.ptr(); }
    VerifyData * verifyData() const { return in_.verifyData.ptr(); }
 
+   /** The aggregates that have a state machine. */
+   std::vector< Ulnet::IntfId > statusKeys() const { return status_.heldKeys(); }
+
    // What can be read by name; sharePeerLinkWithLag can be set, too.
+   KIV_DECLARE(
+         status, Ulnet::IntfId, NestedSm_Status,
+         template children< KivT, Ulnet::IntfId, &KivT::status, &KivT::statusKeys >( "status" ) )
+   KIV_DECLARE(
+         localMember, Ulnet::IntfId, QonLagPortList,
+         template mapOf< KivT, &KivT::acsd, QonCommonSmData::lagToPortAttr >( "localMember" ) )
+   KIV_DECLARE( ethLagIntfStatusDir, void, const Interface::EthLagIntfStatusDir,
+                template pointer< KivT, const Interface::EthLagIntfStatusDir,
+                                  &KivT::ethLagIntfStatusDir >( "ethLagIntfStatusDir" ) )
    KIV_DECLARE( acsd, void, QonCommonSmData,
                 template pointer< KivT, QonCommonSmData, &KivT::acsd >( "acsd" ) )
    KIV_DECLARE( verifyData, void, VerifyData,

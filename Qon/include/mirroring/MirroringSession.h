@@ -21,6 +21,7 @@ namespace Qon {
 
 class MirroringSm::KivMirroringSession : public QonBaseSm {
  public:
+   class KivIntf;
    class KivSource;
    class KivSrcIntf;
    class KivSrcVxlanIntf;
@@ -251,34 +252,50 @@ class MirroringSm::KivMirroringSession : public QonBaseSm {
    On< Mirroring::SessionHwStatus::aclStatusAttr, &Self::handleAclStatus > aclStatusWatch_;
 };
 
-/** An interface that is configured as a source: claims the ports that it leads to. */
-class MirroringSm::KivMirroringSession::KivSource : public QonBaseSm {
+/** A configured interface, and the ports that it leads to: itself, or the members of an aggregate. */
+class MirroringSm::KivMirroringSession::KivIntf : public QonBaseSm {
  public:
-   KivSource( KivMirroringSession * session, IntfId intf ) : session_( session ), intf_( intf ) {}
+   KivIntf( KivMirroringSession * session, IntfId intf ) : session_( session ), intf_( intf ) {}
 
    IntfId intf() const { return intf_; }
-   /** What each of its ports shall be. */
-   virtual MirrorSource wanted() const = 0;
    /** Whether it leads to other ports than itself. */
-   virtual bool aggregate() const { return false; }
-   /** Claims every port that it leads to, or none. */
-   void addOrRemoveSource( bool add );
+   virtual bool aggregate() const;
    /** Claims the port, or not, as the aggregate's list has it now. */
    void reviewMember( IntfId port );
    const KeySet< IntfId > & ports() const { return ports_; }
 
  protected:
-   void settingsChanged() { session_->ask( What::settings, intf_ ); }
+   enum class First : U8 { gone, missing };
+   /** Claims every port that it leads to, or none; `first` says what of a difference comes first. */
+   void claimAll( bool claim, First first, Velto::FirstError & error );
+   /** The session is to take the port for this interface, or to leave it. */
+   virtual void claimIs( IntfId port, bool claim ) = 0;
 
    KivMirroringSession * const session_;
 
  private:
-   void claim( IntfId port );
-   void unclaim( IntfId port );
+   void hold( IntfId port, bool claim );
 
    const IntfId intf_;
    KeySet< IntfId > ports_;
    bool used_ = false;
+};
+
+/** An interface that is configured as a source: claims the ports that it leads to. */
+class MirroringSm::KivMirroringSession::KivSource : public KivIntf {
+ public:
+   using KivIntf::KivIntf;
+
+   /** What each of its ports shall be. */
+   virtual MirrorSource wanted() const = 0;
+   /** Claims every port that it leads to, or none. */
+   void addOrRemoveSource( bool add );
+
+ protected:
+   void settingsChanged() { session_->ask( What::settings, intf() ); }
+
+ private:
+   void claimIs( IntfId port, bool claim ) override;
 };
 
 class MirroringSm::KivMirroringSession::KivSrcIntf : public KivSource {
@@ -288,7 +305,6 @@ class MirroringSm::KivMirroringSession::KivSrcIntf : public KivSource {
 
    void handleInitialized() override;
    MirrorSource wanted() const override;
-   bool aggregate() const override;
 
  private:
    /** Whatever changes of the configuration matters alike. */
@@ -308,6 +324,7 @@ class MirroringSm::KivMirroringSession::KivSrcVxlanIntf : public KivSource {
 
    void handleInitialized() override;
    MirrorSource wanted() const override;
+   bool aggregate() const override { return false; }
 
  private:
    void handleDirection() { settingsChanged(); }
@@ -320,27 +337,17 @@ class MirroringSm::KivMirroringSession::KivSrcVxlanIntf : public KivSource {
 };
 
 /** An interface that is configured as a destination: claims the ports that it leads to. */
-class MirroringSm::KivMirroringSession::KivTargetIntf : public QonBaseSm {
+class MirroringSm::KivMirroringSession::KivTargetIntf : public KivIntf {
  public:
-   KivTargetIntf( KivMirroringSession * session, IntfId intf )
-       : session_( session ), intf_( intf ) {}
+   using KivIntf::KivIntf;
 
    void handleInitialized() override;
-   IntfId intf() const { return intf_; }
-   bool aggregate() const;
    void addOrRemoveTarget( bool add );
-   void reviewMember( IntfId port );
    /** Says once of a destination of an internal session that the chip has no room for it. */
    void checkOverflow( IntfId port, bool failed );
 
  private:
-   void claim( IntfId port );
-   void unclaim( IntfId port );
-
-   KivMirroringSession * const session_;
-   const IntfId intf_;
-   KeySet< IntfId > ports_;
-   bool used_ = false;
+   void claimIs( IntfId port, bool claim ) override;
 };
 
 /** The tunnel of a session: idle, or in hardware.

@@ -61,7 +61,7 @@ struct LevelKind {
    Level level;
    LevelType type;
    bool cpu;
-   const OptionalThreshold & ( IntfConfig::*configured )() const;
+   Kiv::Read< OptionalThreshold > ( IntfConfig::*configured )() const;
 };
 /** By the number of the level. */
 extern const LevelKind levelKinds[levels];

@@ -1,0 +1,153 @@
+// What became of one instance, and what follows from it.
+
+#include "Qon/acl/AclTrace.h"
+#include "Qon/include/acl/QonAclSm.h"
+
+namespace Qon {
+
+// What the hardware tells
+
+AclDataStatusSm::AclDataStatusSm( AclDataSm * dataSm, Velto::Ptr< AclDataStatus > status )
+    : dataSm_( dataSm ), status_( std::move( status ) ) {}
+
+void
+AclDataStatusSm::handleInitialized() {
+   unitErrorWatch_.attach( this, initialized() ? status_.ptr() : nullptr );
+}
+
+void
+AclDataStatusSm::handleUnitError( const String & unit ) {
+   const Velto::Ptr< AclDataSm > alive( dataSm_ );
+   if ( status_->unitErrorHas( unit ) ) {
+      answered( unit );
+      doSetHwStatus( unit, status_->unitError( unit ) );
+   } else {
+      resultAt_.erase( unit );
+   }
+   if ( AclSm * aclSm = dataSm_->aclSm() ) {
+      aclSm->statusChanged( dataSm_ );
+   }
+}
+
+void
+AclDataStatusSm::answered( const String & unit ) {
+   if ( AclSm * aclSm = dataSm_->aclSm() ) {
+      *resultAt_.emplace( unit, U64( 0 ) ).first = aclSm->nextOperation();
+   }
+}
+
+U64
+AclDataStatusSm::resultAt( const String & unit ) const {
+   auto at = resultAt_.find( unit );
+   return at ? *at : 0;
+}
+
+void
+AclDataStatusSm::doSetHwStatus( const String & unit, AclCreateError error ) const {
+   if ( error == AclCreateError::success ) {
+      QON_TRACE( aclFacility, 4, "Succeeded install on ", unit ); // fixed text
+   } else {
+      QON_TRACE( aclFacility, 2, "Error on unit ", unit, " creating ", dataSm_->aclName(), ": ",
+                 aclErrorText( error, unit, dataSm_->aclName() ) ); // fixed text
+   }
+}
+
+// Of the instance
+
+bool
+AclDataSm::hasErrors() const {
+   bool errors = false;
+   for ( auto && [unit, error] : status_->unitErrorIteratorConst() ) {
+      errors = errors || error != AclCreateError::success;
+   }
+   return errors;
+}
+
+/** What is said of rules that were brought back hides nothing of those that are configured. */
+void
+AclDataSm::resultsAre( const AclUnitResults & results ) {
+   if ( !reverting_ ) {
+      record( results );
+   }
+}
+
+/** With the mirror sessions of the moment, and without logging where hardware has none. */
+Velto::Ptr< const AclRuleSet >
+AclDataSm::hardwareRules( const Velto::Ptr< const AclRuleSet > & source ) {
+   bool logging = true;
+   if ( key_.direction() == Acl::AclDirection::out && source->logs() ) {
+      logging = aclSm_->aclHelper()->egressLoggingSupported();
+      if ( !reverting_ && !( std::exchange( logWarned_, source ) == source ) ) {
+         aclSm_->egressLoggingIsSupported( type_, aclName_, key_.direction() );
+      }
+   }
+   if ( logging && source->mirrorSessions().empty() ) {
+      return source;
+   }
+   std::vector< AclRule > rules = source->rules();
+   for ( auto & rule : rules ) {
+      rule.rule.logIs( rule.rule.log() && logging );
+      rule.mirrorGroup = aclSm_->mirrorGroup( rule.rule.mirrorSession() );
+      if ( rule.mirrorGroup == Mirroring::mirrorGroupInvalid() ) {
+         rule.rule.mirrorSessionIs( "" );
+      }
+   }
+   return Velto::make< AclRuleSet >( std::move( rules ) );
+}
+
+/** What the units say now, and nothing that they said before. */
+void
+AclDataSm::record( const AclUnitResults & results ) {
+   KeySet< String > units;
+   Velto::FirstError error;
+   for ( auto & result : results ) {
+      units.emplace( result.unit );
+      statusSm_->answered( result.unit );
+      error.run( [&] { status_->unitErrorIs( result.unit, result.error ); } );
+   }
+   for ( auto && entry : keysOf< String >( status_->unitErrorIteratorConst() ) ) {
+      if ( !units.has( entry.key ) ) {
+         error.run( [&] { status_->unitErrorDel( entry.key ); } );
+      }
+   }
+   error.pass();
+}
+
+/** What failed gives way to what was in force before; what fails then, to nothing. */
+void
+AclDataSm::resultKnown() {
+   if ( reverting_ ) {
+      revert_ = !committed_ && inHardware_;
+      good_ = committed_ ? good_ : nullptr;
+      revertTo_ = nullptr;
+   } else if ( committed_ ) {
+      failed_ = false;
+      good_ = source_;
+   } else if ( !failing() ) {
+      aclSm_->changed( this ); // nobody said what became of it
+      return;
+   } else {
+      failed_ = true;
+      tried_ = source_;
+      revert_ = inHardware_;
+      revertTo_ = good_ && !( good_->rules() == source_->rules() ) ? good_ : nullptr;
+   }
+   if ( revert_ ) {
+      aclSm_->revertLater( this );
+   }
+   Velto::FirstError error;
+   if ( !reverting_ ) {
+      // fixed texts
+      QON_TRACE( aclFacility, 4, "Moving aclDataState to ", failed_ ? "Failure" : "Done" );
+      error.run( [&] {
+         status_->aclDataStateIs( failed_ ? AclDataState::failure : AclDataState::done );
+      } );
+   }
+   auto configSm = aclSm_ ? aclSm_->aclConfigSm( type_, aclName_ ) : nullptr;
+   if ( configSm && !sessions_ && configSm->ruleSet() == ( failed_ ? tried_ : source_ ) ) {
+      error.run( [&] { data_->dirtyIs( false ); } );
+   }
+   error.pass();
+}
+
+} // namespace Qon

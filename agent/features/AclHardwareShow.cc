@@ -1,0 +1,205 @@
+// What there is to show of access lists in the chip, and what the chip does with a packet.
+
+#include "agent/features/AclReading.h"
+#include "agent/features/Arguments.h"
+
+namespace QonAgent {
+
+using Acl::AclDirection;
+using Ulnet::IntfId;
+
+namespace {
+
+constexpr char packetForm[] = "src=10.0.0.1,dst=10.0.0.2,protocol=6,sport=1024,dport=80";
+
+template< class T >
+T
+fieldValue( const String & field, const String & text ) {
+   try {
+      return Kiv::fromText< T >( text );
+   } catch ( const Velto::RangeError & e ) {
+      throw Velto::RangeError( "packet: " + field + ": " + e.what() );
+   }
+}
+
+/** "src=10.0.0.1,dport=80": what is not named is zero, or not there. */
+QonChip::AclPacket
+packetOf( const String & text ) {
+   QonChip::AclPacket packet;
+   for ( const String & part : text.empty() ? std::vector< String >() : Kiv::split( text, ',' ) ) {
+      const auto sign = part.find( '=' );
+      const String field = part.substr( 0, sign );
+      const String value = sign == String::npos ? "" : part.substr( sign + 1 );
+      if ( field == "src" || field == "dst" ) {
+         ( field == "src" ? packet.src : packet.dst ) =
+               fieldValue< Ulnet::IpGenAddr >( field, value );
+      } else if ( field == "smac" || field == "dmac" ) {
+         ( field == "smac" ? packet.ethSrc : packet.ethDst ) =
+               fieldValue< Ulnet::EthAddr >( field, value );
+      } else if ( field == "sport" || field == "dport" ) {
+         ( field == "sport" ? packet.srcPort : packet.dstPort ) = fieldValue< U16 >( field, value );
+      } else if ( field == "protocol" ) {
+         packet.protocol = fieldValue< U8 >( field, value );
+      } else if ( field == "flags" ) {
+         packet.tcpFlags = fieldValue< U8 >( field, value );
+      } else if ( field == "icmp" ) {
+         packet.icmpType = fieldValue< U8 >( field, value );
+      } else if ( field == "ethertype" ) {
+         packet.etherType = fieldValue< U16 >( field, value );
+      } else if ( field == "fragment" ) {
+         packet.fragment = true;
+      } else {
+         throw Velto::RangeError( "packet: no field '" + field + "'; expected, for example, " +
+                                  packetForm );
+      }
+   }
+   return packet;
+}
+
+const char *
+shownVerdict( QonChip::AclVerdict verdict ) {
+   switch ( verdict ) {
+   case QonChip::AclVerdict::permit:
+      return "permit";
+   case QonChip::AclVerdict::deny:
+      return "deny";
+   case QonChip::AclVerdict::blocked:
+      return "blocked";
+   default:
+      return "no list";
+   }
+}
+
+Row
+decisionRow( const QonChip::AclDecision & decision ) {
+   Row r = { { "verdict", shownVerdict( decision.verdict ) } };
+   if ( !decision.acl.aclName.empty() ) {
+      r.set( "acl", decision.acl.aclName );
+      r.set( "type", Kiv::toText( decision.acl.type ) );
+      r.set( "instance", shownKey( decision.acl.key ) );
+      r.set( "number", decision.acl.aclNumber );
+      r.set( "rule", decision.rule.origin == Qon::AclRule::Origin::implicit
+                           ? "implicit"
+                           : Kiv::toText( decision.rule.id ) );
+      r.set( "mirror", decision.rule.rule.mirrorSession() );
+   }
+   return r;
+}
+
+Row
+unitRow( const String & unit, Qon::AclCreateError error ) {
+   return { { "unit", unit.empty() ? "all chips" : unit },
+            { "error", Qon::aclErrorText( error, unit, "" ) },
+            { "code", U32( error ) } };
+}
+
+} // namespace
+
+String
+shownKey( const Qon::AclKey & key ) {
+   return key.vlan().isNone() ? key.group() : "VLAN " + key.vlan().stringValue();
+}
+
+/** One instance in the chip. */
+Row
+AclFeature::hardwareRow( const QonChip::HeldAcl & acl ) const {
+   String intfs;
+   for ( auto & use : acl.uses ) {
+      intfs += ( intfs.empty() ? "" : " " ) + agent_.names().spelling( use.pair().intfId() );
+      intfs += use.lagMember() ? "/" + agent_.names().spelling( use.lagMember() ) : "";
+   }
+   return { { "number", acl.number },
+            { "type", Kiv::toText( acl.type ) },
+            { "direction", Kiv::toText( acl.key.direction() ) },
+            { "acl", acl.name },
+            { "instance", shownKey( acl.key ) },
+            { "rules", U32( acl.rules->rules().size() ) },
+            { "state", acl.stale       ? "stale"
+                       : acl.committed ? "in force"
+                                       : "prepared" },
+            { "interfaces", intfs } };
+}
+
+Rows
+AclFeature::hardware( Arguments ) const {
+   const auto held = part_ ? part_->acls() : std::nullopt;
+   if ( !held ) {
+      notServed( agent_, "the reading of access lists" );
+   }
+   for ( auto & acl : held->acls ) {
+      co_yield hardwareRow( acl );
+   }
+}
+
+/** Which rule of which instance decides on a packet. */
+Rows
+AclFeature::lookup( Arguments arguments ) const {
+   const IntfId intf = arguments.intf( 0 );
+   const auto direction = Kiv::fromText< AclDirection >( arguments.text( 1 ) );
+   const auto packet = packetOf( arguments.has( 2 ) ? arguments.text( 2 ) : "" );
+   const auto decision = part_ ? part_->lookup( intf, IntfId(), direction, packet ) : std::nullopt;
+   if ( !decision ) {
+      notServed( agent_, "questions about packets" );
+   }
+   co_yield decisionRow( *decision );
+}
+
+/** The units that some instance fails on. */
+Rows
+AclFeature::resources( Arguments ) const {
+   if ( !aclSm_ ) {
+      notServed( agent_, "access lists" );
+   }
+   const auto errors = aclSm_->unitErrors();
+   for ( auto & [unit, error] : errors ) {
+      co_yield unitRow( unit, error );
+   }
+}
+
+std::vector< ShowCommand >
+AclFeature::hardwareCommands() const {
+   const Column type = { "type", "Type" }, direction = { "direction", "Direction" },
+                acl = { "acl", "List" }, number = { "number", "Number", true },
+                instance = { "instance", "Instance" };
+   Argument intf = intfArgument( "INTF", "interface", []( IntfId ) { return true; } );
+   intf.required = true;
+   Argument way;
+   way.name = "in|out";
+   way.what = "direction";
+   way.required = true;
+   way.known = []( const ArgumentValue & v ) { return v.text == "in" || v.text == "out"; };
+   Argument packet;
+   packet.name = "FIELD=VALUE,...";
+   packet.what = "packet";
+   return {
+         { "hw acl",
+           "the instances of access lists in the chip",
+           {},
+           { number,
+             type,
+             direction,
+             acl,
+             instance,
+             { "rules", "Rules", true },
+             { "state", "State" },
+             { "interfaces", "Interfaces" } },
+           [this]( auto & arguments ) { return hardware( arguments ); } },
+         { "hw acl lookup",
+           "which rule of which instance decides on a packet, for example " + String( packetForm ),
+           { intf, way, packet },
+           { { "verdict", "Verdict" },
+             acl,
+             type,
+             instance,
+             number,
+             { "rule", "Rule" },
+             { "mirror", "Mirrored to" } },
+           [this]( auto & arguments ) { return lookup( arguments ); } },
+         { "resources acl",
+           "the units that fail to program an access list",
+           {},
+           { { "unit", "Unit" }, { "error", "Error" }, { "code", "Code", true } },
+           [this]( auto & arguments ) { return resources( arguments ); } } };
+}
+
+} // namespace QonAgent
