@@ -245,8 +245,9 @@ Ctl::logLevel() {
 
 int
 Ctl::complete() {
-   for ( auto & word :
-         client_.ask( { { "do", "complete" }, { "words", options_.words } } ).at( "words" ) ) {
+   const Json all =
+         client_.ask( { { "do", "complete" }, { "words", options_.words } } ).at( "words" );
+   for ( auto & word : all ) {
       print( printable( word ) + "\n" );
    }
    return 0;

@@ -6,6 +6,8 @@
 #include "agent/Events.h"
 #include "platform/Flintlog/Listen.h"
 #include "platform/Kiv/Log.h"
+#include "platform/types/Paths.h"
+#include "platform/types/Vlan.h"
 
 namespace QonAgent {
 
@@ -40,9 +42,21 @@ isKnown( const Agent & agent, const Argument & argument, const String & text ) {
    }
 }
 
+/** The VLANs that are configured. */
+std::vector< String >
+vlanNumbers( Agent & agent ) {
+   std::vector< String > all;
+   auto config =
+         dynamic_cast< Bridging::Vlan::Config * >( agent.entities().mounted( Paths::vlanConfig ) );
+   for ( auto i = config->vlanConfigIteratorConst(); i; ++i ) {
+      all.push_back( i.key().stringValue() );
+   }
+   return all;
+}
+
 /** What an argument can be, as far as that can be told. */
 void
-addArgument( const Agent & agent, const Argument & argument, Choice & choice ) {
+addArgument( Agent & agent, const Argument & argument, Choice & choice ) {
    auto offer = [&]( const String & text ) {
       if ( text.starts_with( choice.typed() ) && isKnown( agent, argument, text ) ) {
          choice.add( text );
@@ -55,8 +69,8 @@ addArgument( const Agent & agent, const Argument & argument, Choice & choice ) {
       }
       break;
    case Argument::Kind::vlan:
-      for ( U32 vlan = 1; vlan <= 4094; ++vlan ) {
-         offer( std::to_string( vlan ) );
+      for ( auto & number : vlanNumbers( agent ) ) {
+         offer( number );
       }
       break;
    case Argument::Kind::mac:

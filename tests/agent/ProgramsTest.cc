@@ -194,7 +194,7 @@ TEST( Programs, WhoAsksIsToldAndGivenUpInTime ) {
    Result later = sh( waits + path + " False & sleep 0.2; " + program( "qonctl" ) + " --socket " +
                       agent.socket + " event link port=Ethernet5 up=false; wait $!; echo rc=$?" );
    EXPECT_EQ( later.output, "rc=0\n" );
-   EXPECT_EQ( agent.ctl( "wait-until 'acsd/portToLag[Ethernet5]' None" ).code, 0 );
+   EXPECT_EQ( agent.ctl( "wait-until 'acsd/portToLag[Ethernet30]' None" ).code, 0 );
    Result sets = agent.ctl( "set acsd/minIntfs 3 acsd/nothing 1" );
    EXPECT_EQ( sets.code, 1 );
    EXPECT_EQ( agent.ctl( "get acsd/minIntfs" ).output, "0\n" );
