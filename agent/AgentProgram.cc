@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <optional>
+#include <utility>
 
 #include "agent/AgentRun.h"
 #include "agent/Reference.h"
@@ -61,13 +62,16 @@ say( const String & line ) {
    std::fprintf( stderr, "%s: %s\n", program.c_str(), printable( line ).c_str() );
 }
 
-/** Ends the loop on SIGTERM and SIGINT. */
+/** Hears SIGTERM and SIGINT, which end the agent, and SIGHUP. */
 class SignalWatch : private Kiv::FdWatch {
  public:
-   SignalWatch( Kiv::EventLoop & loop, bool & stopped )
-       : FdWatch( &loop, descriptor() ), stopped_( stopped ) {
+   explicit SignalWatch( Kiv::EventLoop & loop ) : FdWatch( &loop, descriptor() ) {
       wanted( true, false );
    }
+   bool stopped() const { return stopped_; }
+   /** Whether SIGHUP came since it was last asked. */
+   bool takeReload() { return std::exchange( reload_, false ); }
+
    ~SignalWatch() override { close( fd() ); }
 
  private:
@@ -76,6 +80,7 @@ class SignalWatch : private Kiv::FdWatch {
       sigemptyset( &set );
       sigaddset( &set, SIGTERM );
       sigaddset( &set, SIGINT );
+      sigaddset( &set, SIGHUP );
       VELTO_ASSERT( sigprocmask( SIG_BLOCK, &set, nullptr ) == 0 );
       int fd = signalfd( -1, &set, SFD_CLOEXEC | SFD_NONBLOCK );
       VELTO_ASSERT( fd >= 0 );
@@ -83,10 +88,13 @@ class SignalWatch : private Kiv::FdWatch {
    }
    void ready( bool, bool ) override {
       signalfd_siginfo info;
-      stopped_ = read( fd(), &info, sizeof( info ) ) == ssize_t( sizeof( info ) ) || stopped_;
+      if ( read( fd(), &info, sizeof( info ) ) == ssize_t( sizeof( info ) ) ) {
+         ( info.ssi_signo == SIGHUP ? reload_ : stopped_ ) = true;
+      }
    }
 
-   bool & stopped_;
+   bool stopped_ = false;
+   bool reload_ = false;
 };
 
 /** Descriptors are served in real time; the agent's clocks run on it, or on a time of their own. */
@@ -107,11 +115,11 @@ class Program {
    void advance( Kiv::Seconds by );
    void playVirtual();
    void oneRound( bool wait );
+   void reload();
 
    Options options_;
    Kiv::EventLoop loop_;
-   bool stopped_ = false;
-   SignalWatch signals_{ loop_, stopped_ };
+   SignalWatch signals_{ loop_ };
    std::optional< Kiv::VirtualScheduler > virtual_;
    std::optional< SocketServer > server_;
    std::optional< FileRecorder > recorder_;
@@ -181,15 +189,34 @@ Program::advance( Kiv::Seconds by ) {
 void
 Program::oneRound( bool wait ) {
    loop_.runOnce( wait ? Kiv::never : 0 );
+   if ( signals_.takeReload() ) {
+      reload();
+   }
    if ( virtual_ ) {
       virtual_->settle();
    }
 }
 
+/** Reads the configuration again, as a difference. What can not be read changes nothing. */
+void
+Program::reload() {
+   if ( options_.config.empty() || options_.config == "-" ) {
+      say( "warning: there is no file to read again: --config names none" );
+      return;
+   }
+   tellServiceManager( "RELOADING=1" );
+   try {
+      run_->config( options_.config );
+   } catch ( const Velto::RangeError & e ) {
+      say( String( "error: " ) + e.what() + "; everything stays as it is" );
+   }
+   tellServiceManager( "READY=1" );
+}
+
 /** From one firing to the next, with a look at the clients between them. */
 void
 Program::playVirtual() {
-   while ( playing() && !stopped_ ) {
+   while ( playing() && !signals_.stopped() ) {
       const Kiv::Seconds next = std::max( virtual_->time(), virtual_->nextTime() );
       run_->chip().pump( next - virtual_->time() );
       virtual_->runUntil( next );
@@ -217,13 +244,10 @@ Program::run() {
    auto finished = [this] {
       return options_.once && !playing() && scheduler().nextTime() > Kiv::now();
    };
-   while ( !stopped_ && !finished() ) {
+   while ( !signals_.stopped() && !finished() ) {
       oneRound( true );
    }
    tellServiceManager( "STOPPING=1" );
-   if ( recorder_ && !recorder_->good() ) {
-      say( "warning: " + options_.record + ": not everything could be written" );
-   }
 }
 
 void

@@ -149,8 +149,9 @@ LagFeature::mlag() const {
                             ( lagSm_->sharedPeerLink( lag ) ? "" : " (not now)" ) );
       }
    }
-   if ( !domain_.empty() || mlag_->mlagState() != Mlag::MlagState::disabled ) {
-      const Row made = { { "domain", domain_ },
+   const auto & domains = domain_.held();
+   if ( !domains.empty() || mlag_->mlagState() != Mlag::MlagState::disabled ) {
+      const Row made = { { "domain", domains.empty() ? "" : domains.begin()->first },
                          { "state", Kiv::toText( mlag_->mlagState() ) },
                          { "peerLink", names.spelling( mlag_->peerLinkIntf() ) },
                          { "redirection", yesNo( mlag_->fastMacRedirection() ) },

@@ -14,6 +14,7 @@
 #include <map>
 
 #include "agent/AgentFeature.h"
+#include "agent/Configured.h"
 #include "chip/VlanMappingPart.h"
 #include "platform/Kiv/Listener.h"
 
@@ -52,6 +53,10 @@ class VlanMappingFeature : public AgentFeature {
       bool native = false;
    };
    using Name = std::tuple< IntfId, Direction, U16, U16, bool, bool >;
+   static Name nameOf( const Wish & wish );
+   void become( const std::vector< Wish > & wishes );
+   void modeIs( IntfId intf, bool flowsOnly, const bool * former );
+   void leave( IntfId intf );
 
    template< class T >
    Velto::Ptr< T > mount( const char * path ) const;
@@ -83,6 +88,8 @@ class VlanMappingFeature : public AgentFeature {
    QonChip::VlanMappingPart * const part_; ///< null: the chip has none
    const Velto::Ptr< Bridging::Config > config_;
    const Velto::Ptr< Qon::QonFlowVlanXlateConfigDir > flow_;
+   Configured< Name, Mapping > configured_;
+   Configured< IntfId, bool > flowsOnly_; ///< of interfaces with rows
    std::map< Name, Kiv::Seconds > since_; ///< when what was wanted by rows and events changed
    Velto::Ptr< Qon::VlanMappingSm > first_;
 

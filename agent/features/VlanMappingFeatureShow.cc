@@ -145,8 +145,7 @@ VlanMappingFeature::row( const Wish & wish ) const {
                { "owner", owner },
                { "programmed", yesNo( why.empty() ) },
                { "reason", why } };
-   auto since = since_.find( { wish.intf, wish.direction, wish.key.vlanId(), wish.key.innerVlanId(),
-                               wish.flow, wish.native } );
+   auto since = since_.find( nameOf( wish ) );
    if ( since != since_.end() ) {
       row.set( "since", Kiv::now() - since->second );
    }

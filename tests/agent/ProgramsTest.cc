@@ -210,6 +210,25 @@ TEST( Programs, WhoAsksIsToldAndGivenUpInTime ) {
               "qonctl: " + agent.socket + ": the agent has not answered within 0.2 s\n" );
 }
 
+TEST( Programs, TheConfigurationIsReadAgainOnRequest ) {
+   const String file = "/tmp/qon-reload." + std::to_string( getpid() );
+   auto write = [&]( const String & text ) { std::ofstream( file ) << text; };
+   write( R"({"PORT": {"Ethernet0": {}, "Ethernet4": {}}, "VLAN": {"Vlan10": {}}})" );
+   RunningAgent agent( { "--config", file } );
+   const String vlan = " 'bridging/vlan/config/vlanConfig[";
+   EXPECT_EQ( agent.ctl( "get" + vlan + "10]'" ).code, 0 );
+   write( R"({"PORT": {"Ethernet0": {}, "Eth)" ); // while somebody writes it
+   kill( agent.pid, SIGHUP );
+   EXPECT_EQ( agent.ctl( "get 'acsd/intf[Ethernet4]'" ).output, "True\n" );
+   write( R"({"PORT": {"Ethernet0": {}}, "VLAN": {"Vlan20": {}}})" );
+   kill( agent.pid, SIGHUP );
+   EXPECT_EQ( agent.ctl( "wait-until 'acsd/intf[Ethernet4]' None --within 20" ).code, 0 );
+   EXPECT_EQ( agent.ctl( "show vlan --json" ).output.find( "10" ), String::npos );
+   EXPECT_NE( agent.ctl( "show vlan --json" ).output.find( "20" ), String::npos );
+   EXPECT_EQ( agent.end( SIGTERM ), 0 );
+   unlink( file.c_str() );
+}
+
 TEST( Programs, OfSeveralThatStartAtOnceOneServes ) {
    const String socket = "/tmp/qon-race." + std::to_string( getpid() );
    // Left behind by one that died.
