@@ -77,6 +77,8 @@ class AgentFeature {
    virtual void inputsRead() {}
 
    virtual std::vector< Counter > counters() const { return {}; }
+   /** How the names of what is its own begin: classes of hooks, types of the state database, tasks. */
+   virtual std::vector< String > ownNames() const { return {}; }
    virtual std::vector< ShowCommand > showCommands() { return {}; }
    virtual std::vector< EventKind > eventKinds() { return {}; }
 };

@@ -30,6 +30,9 @@ class AclFeature : public AgentFeature {
    void configure( ConfigReader & reader ) override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
+   std::vector< String > ownNames() const override {
+      return { "Acl::", "AclHelper", "Interface::SubIntf" };
+   }
 
    /** Null if the chip has no part for it. */
    Qon::AclSm * aclSm() const { return aclSm_.ptr(); }

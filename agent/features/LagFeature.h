@@ -43,6 +43,10 @@ class LagFeature : public AgentFeature {
    void configure( ConfigReader & reader ) override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
+   std::vector< String > ownNames() const override {
+      return { "Hardware::Lag",     "LagPacketDriver", "LagConfigAggregatorSm",
+               "Interface::EthLag", "Mlag::",          "Lag::" };
+   }
 
  private:
    /** What a row of PORTCHANNEL says, of itself and of its members. */

@@ -31,6 +31,9 @@ class MirrorFeature : public AgentFeature {
    void inputsRead() override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
+   std::vector< String > ownNames() const override {
+      return { "Mirroring::", "MirroringSmHelper", "Tunnel::" };
+   }
 
    /** Null if the chip has no mirror sessions. */
    Qon::MirroringSm * mirroringSm() const { return sm_.ptr(); }

@@ -19,6 +19,7 @@ class PortsFeature : public AgentFeature {
    void configure( ConfigReader & reader ) override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
+   std::vector< String > ownNames() const override { return { "Interface::EthPhy" }; }
 
  private:
    /** What a row says. */

@@ -30,6 +30,10 @@ class StormControlFeature : public AgentFeature {
    void configure( ConfigReader & reader ) override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
+   std::vector< String > ownNames() const override {
+      return { "Bridging::StormControl", "StormControlSmHelper", "QonStormControlSmHelperV2",
+               "Qon::StormControl" };
+   }
 
  private:
    using IntfId = Ulnet::IntfId;

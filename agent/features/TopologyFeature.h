@@ -32,6 +32,9 @@ class TopologyFeature : public AgentFeature {
    void configure( ConfigReader & reader ) override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
+   std::vector< String > ownNames() const override {
+      return { "Bridging::Topology::", "TopoHelper", "StpSm", "VlanTopoHelper", "TapAgg::" };
+   }
 
    /** Null if the chip has neither topology tables nor VLANs. */
    Qon::StpSm * stpSm() const { return stpSm_.ptr(); }

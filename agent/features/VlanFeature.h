@@ -27,6 +27,7 @@ class VlanFeature : public AgentFeature {
    void configure( ConfigReader & reader ) override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
+   std::vector< String > ownNames() const override { return { "Bridging::Vlan::", "VlanHelper" }; }
    std::vector< Counter > counters() const override;
 
    /** Null if the chip has none. */

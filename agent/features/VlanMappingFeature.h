@@ -36,6 +36,10 @@ class VlanMappingFeature : public AgentFeature {
    void configure( ConfigReader & reader ) override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
+   std::vector< String > ownNames() const override {
+      return { "VlanMapping", "Bridging::SwitchIntf", "Bridging::VlanXlate", "Qon::QonVlanMapping",
+               "Qon::VlanMapping" };
+   }
 
    /** Null in the second generation, and on a chip that serves no mappings. */
    Qon::VlanMappingSm * first() const { return first_.ptr(); }
