@@ -127,6 +127,7 @@ AclDataSm::resultKnown() {
       aclSm_->changed( this ); // nobody said what became of it
       return;
    } else {
+      failedSince_ = failed_ ? failedSince_ : Kiv::now();
       failed_ = true;
       tried_ = source_;
       revert_ = inHardware_;

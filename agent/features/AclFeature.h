@@ -30,6 +30,7 @@ class AclFeature : public AgentFeature {
    void configure( ConfigReader & reader ) override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
+   std::vector< Counter > counters() const override;
    std::vector< String > ownNames() const override {
       return { "Acl::", "AclHelper", "Interface::SubIntf" };
    }

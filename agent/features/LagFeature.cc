@@ -42,7 +42,8 @@ LagFeature::LagFeature( Agent & agent )
       state_( agent.entities().mount< Hardware::Lag::Status >( Paths::hardwareLagState ) ),
       mlagConfig_( agent.entities().mount< Mlag::Config >( Paths::mlagConfig ) ),
       mlag_( agent.entities().mount< Mlag::Status >( Paths::mlagStatus ) ),
-      programmer_( part_ ? part_->makeProgrammer( hardware_, held_ ) : nullptr ) {
+      programmer_( part_ ? part_->makeProgrammer( hardware_, held_ ) : nullptr ),
+      times_( agent.entities(), Paths::hardwareLagState ) {
    const String & writer = agent.setting( writerOption );
    if ( writer == byStatus ) {
       progSm_ = Qon::LagProgSmIs( hardware_, held_, fapIdPorts_ );

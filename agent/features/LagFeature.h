@@ -25,6 +25,7 @@
 #include "Qon/include/lag/QonLagStateAggregatorSm.h"
 #include "agent/AgentFeature.h"
 #include "agent/Configured.h"
+#include "agent/base/ChangeTimes.h"
 #include "chip/LagPart.h"
 #include "platform/Kiv/Listener.h"
 
@@ -43,6 +44,7 @@ class LagFeature : public AgentFeature {
    void configure( ConfigReader & reader ) override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
+   std::vector< Counter > counters() const override;
    std::vector< String > ownNames() const override {
       return { "Hardware::Lag",     "LagPacketDriver", "LagConfigAggregatorSm",
                "Interface::EthLag", "Mlag::",          "Lag::" };
@@ -121,6 +123,7 @@ class LagFeature : public AgentFeature {
    Velto::Ptr< Qon::QonLagCreatorSm > creator_;
    Velto::Ptr< Qon::LagStateAggregatorSm > stateAggregator_;
    Kiv::Listener< Mlag::Config::peerLinkSharerAttr > sharerHeard_;
+   const ChangeTimes times_; // of state_
    Configured< Ulnet::IntfId, Channel > channels_;
    Configured< Ulnet::IntfId, Member > members_;
    Configured< String, Ulnet::IntfId > domain_;

@@ -34,11 +34,13 @@ LagFeature::mlagBecomes( const Reading & reading ) {
    domain_.become(
          reading.domains,
          [this]( const String &, Ulnet::IntfId ) {
+            mlagConfig_->domainIs( "" );
             mlag_->mlagStateIs( Mlag::MlagState::disabled );
             mlag_->fastMacRedirectionIs( false );
             mlag_->peerLinkIntfIs( Ulnet::IntfId() );
          },
-         [this]( const String &, Ulnet::IntfId link, const Ulnet::IntfId * former ) {
+         [this]( const String & name, Ulnet::IntfId link, const Ulnet::IntfId * former ) {
+            mlagConfig_->domainIs( name );
             mlag_->peerLinkIntfIs( link );
             if ( !former ) {
                mlag_->fastMacRedirectionIs( true );

@@ -1,5 +1,6 @@
 #include "agent/features/MirrorFeature.h"
 
+#include "Qon/include/framework/Reconcile.h"
 #include "agent/ConfigReader.h"
 #include "agent/features/Arguments.h"
 #include "agent/features/MirrorJournal.h"
@@ -34,9 +35,18 @@ MirrorFeature::MirrorFeature( Agent & agent )
 
 void
 MirrorFeature::inputsRead() {
-   if ( sm_ ) {
-      sm_->initializedIs( true );
+   if ( !sm_ ) {
+      return;
    }
+   // A snapshot may tell of sessions that this chip does not hold.
+   if ( const auto held = part_->mirrors() ) {
+      for ( auto && [name, session] : hwStatus_->sessionIteratorConst() ) {
+         if ( !held->contains( name ) ) {
+            hwStatus_->sessionDel( name );
+         }
+      }
+   }
+   sm_->initializedIs( true );
 }
 
 MirrorFeature::~MirrorFeature() = default;

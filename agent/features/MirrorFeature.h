@@ -31,6 +31,7 @@ class MirrorFeature : public AgentFeature {
    void inputsRead() override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
+   std::vector< Counter > counters() const override;
    std::vector< String > ownNames() const override {
       return { "Mirroring::", "MirroringSmHelper", "Tunnel::" };
    }

@@ -90,7 +90,8 @@ StormControlFeature::StormControlFeature( Agent & agent )
             Paths::hardwareStormControlStatus ) ),
       causes_( agent.entities().mount< Errdisable::CauseConfig >( Paths::errdisableConfig ) ),
       disabled_(
-            agent.entities().mount< Errdisable::CauseStatus >( Paths::errdisableStormControl ) ) {
+            agent.entities().mount< Errdisable::CauseStatus >( Paths::errdisableStormControl ) ),
+      times_( agent.entities(), Paths::stormControlConfig ) {
    if ( !part_ ) {
       return;
    }
@@ -273,7 +274,7 @@ StormControlFeature::leave( IntfId intf ) {
    const auto config = config_->intf( intf );
    bool said = logging_.held().contains( intf );
    for ( auto & kind : Qon::StormControl::levelKinds ) {
-      said = said || ( config && ( config->*kind.configured )() );
+      said = said || ( config && ( ( *config ).*kind.configured )() );
    }
    if ( !said ) {
       config_->intfDel( intf );

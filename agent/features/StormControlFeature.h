@@ -15,6 +15,7 @@
 #include "Qon/include/stormcontrol/QonStormControlSmV2.h"
 #include "agent/AgentFeature.h"
 #include "agent/Configured.h"
+#include "agent/base/ChangeTimes.h"
 #include "chip/StormControlPart.h"
 
 namespace QonAgent {
@@ -96,6 +97,7 @@ class StormControlFeature : public AgentFeature {
    const Velto::Ptr< Qon::StormControl::PlatformStatus > platformStatus_;
    const Velto::Ptr< Errdisable::CauseConfig > causes_;
    const Velto::Ptr< Errdisable::CauseStatus > disabled_;
+   const ChangeTimes times_; // of config_
    Configured< IntfId, bool > logging_;
    Configured< KindOfIntf, Levels > levels_;
    Configured< U8, Threshold > classes_;

@@ -366,10 +366,18 @@ TopologyFeature::topologyRow( const String & name, const Topology::TopoConfig & 
       }
       vlans = ranges( numbers );
    }
-   return { { "topology", name },
-            { "id", topo.topoId() },
-            { "active", yesNo( stpSm_->topoSm( name ) ) },
-            { "vlans", vlans } };
+   Row row = { { "topology", name },
+               { "id", topo.topoId() },
+               { "active", yesNo( stpSm_->topoSm( name ) ) },
+               { "vlans", vlans } };
+   const auto status = status_->topoStatus( name );
+   if ( const auto since = stpSm_->noRoomSince( name ) ) {
+      row.set( "reason", "no room in the chip" );
+      row.set( "since", Kiv::now() - *since );
+   } else if ( !status || status->topoId() != topo.topoId() ) {
+      row.set( "reason", "its status has another id" );
+   }
+   return row;
 }
 
 Row
@@ -381,8 +389,12 @@ TopologyFeature::portRow( const Row & whole, const String & name, IntfId intf,
    const auto topoSm = stpSm_->topoSm( name );
    if ( auto port = topoSm ? topoSm->topoPortSm( intf ) : nullptr ) {
       row.set( "acknowledged", Kiv::toText( port->status()->state() ) );
-      row.set( "waiting", yesNo( topoSm->pendingHas( intf ) ) );
+      const bool waits = topoSm->pendingHas( intf );
+      row.set( "waiting", yesNo( waits ) );
       row.set( "flushes", port->status()->fdbFlushReport() );
+      if ( waits ) {
+         row.set( "reason", "the chip is not done" );
+      }
    }
    return row;
 }
@@ -404,6 +416,15 @@ TopologyFeature::hardware() const {
    }
 }
 
+std::vector< Counter >
+TopologyFeature::counters() const {
+   U64 without = 0;
+   for ( auto i = config_->topoConfigIteratorConst(); stpSm_ && i; ++i ) {
+      without += stpSm_->noRoomSince( i.key() ).has_value();
+   }
+   return { { "topologies", config_->topoConfigs() }, { "topologies without room", without } };
+}
+
 std::vector< ShowCommand >
 TopologyFeature::showCommands() {
    const Column topology = { "topology", "Topology" }, intf = { "interface", "Interface" };
@@ -420,6 +441,8 @@ TopologyFeature::showCommands() {
                 { "wanted", "Wanted" },
                 { "acknowledged", "Acknowledged" },
                 { "waiting", "Waiting" },
+                { "reason", "Reason" },
+                { "since", "Since s", true },
                 { "vlans", "VLANs" } },
               [this]( auto & arguments ) { return topologies( arguments ); } },
             { "hw topology",

@@ -32,6 +32,7 @@ class TopologyFeature : public AgentFeature {
    void configure( ConfigReader & reader ) override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
+   std::vector< Counter > counters() const override;
    std::vector< String > ownNames() const override {
       return { "Bridging::Topology::", "TopoHelper", "StpSm", "VlanTopoHelper", "TapAgg::" };
    }

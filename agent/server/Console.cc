@@ -6,10 +6,10 @@
 
 #include "agent/Changes.h"
 #include "agent/base/Fields.h"
+#include "agent/base/PathWatch.h"
 #include "agent/base/Printable.h"
 #include "agent/base/StateFile.h"
 #include "agent/server/Completions.h"
-#include "agent/server/PathWatch.h"
 
 namespace QonAgent {
 

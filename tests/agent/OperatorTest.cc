@@ -76,6 +76,38 @@ TEST( Operator, WhatTheChipRefusedIsShownUntilItIsAskedForAgainOrWithdrawn ) {
    }
 }
 
+TEST( Operator, WhatTheChipHasNoRoomForIsShownWithReasonAndTime ) {
+   OperatorWorld w;
+   for ( auto table : { "lagTable", "aclEntries", "stormLimiters", "vlanMappingTable" } ) {
+      w.chip.faults().limitIs( table, 0 );
+   }
+   w.chip.faults().limitIs( "topoTable", 1 );
+   w.load( R"({"PORT": {"Ethernet0": {}, "Ethernet4": {}},
+   "PORTCHANNEL": {"PortChannel1": {}}, "PORTCHANNEL_MEMBER": {"PortChannel1|Ethernet0": {}},
+   "VLAN": {"Vlan10": {}, "Vlan20": {}}, "VLAN_MEMBER": {"Vlan10|Ethernet4": {}},
+   "STP": {"GLOBAL": {"mode": "pvst"}}, "STP_VLAN": {"Vlan10": {}, "Vlan20": {}},
+   "VLAN_MAPPING": {"Ethernet4|ingress|30": {"mapped_vlan": "10"}},
+   "PORT_STORM_CONTROL": {"Ethernet4|broadcast": {"kbps": "1000"}},
+   "ACL_TABLE": {"DATA": {"type": "L3", "ports": ["Ethernet4"]}},
+   "ACL_RULE": {"DATA|ONE": {"PRIORITY": "1", "PACKET_ACTION": "DROP", "SRC_IP": "10.0.0.0/8"}}})" );
+   w.scheduler.runFor( 3 );
+   struct {
+      const char * words;
+      const char * field;
+      const char * says;
+   } const cases[] = { { "port-channel members", "reason", "no room for a group" },
+                       { "acl", "waits", "other rules, interfaces or room" },
+                       { "storm-control", "reason", "no limiter" },
+                       { "vlan-mapping", "reason", "table full or refused" },
+                       { "topology Vlan20", "reason", "no room in the chip" } };
+   for ( auto & c : cases ) {
+      const Json rows = w.show( c.words );
+      ASSERT_EQ( rows.size(), 1u ) << c.words << rows;
+      EXPECT_EQ( rows[0].value( c.field, "" ), c.says ) << rows;
+      EXPECT_GE( rows[0].value( "since", 0.0 ), 2.5 ) << c.words << rows;
+   }
+}
+
 TEST( Operator, ShowVlanTellsWhatTheChipDoes ) {
    OperatorWorld w;
    w.load( config );

@@ -222,10 +222,26 @@ TEST( Programs, TheConfigurationIsReadAgainOnRequest ) {
    EXPECT_EQ( agent.ctl( "get 'acsd/intf[Ethernet4]'" ).output, "True\n" );
    write( R"({"PORT": {"Ethernet0": {}}, "VLAN": {"Vlan20": {}}})" );
    kill( agent.pid, SIGHUP );
-   EXPECT_EQ( agent.ctl( "wait-until 'acsd/intf[Ethernet4]' None --within 20" ).code, 0 );
+   EXPECT_EQ( agent.ctl( "wait-until 'acsd/intf[Ethernet4]' None --timeout 20" ).code, 0 );
    EXPECT_EQ( agent.ctl( "show vlan --json" ).output.find( "10" ), String::npos );
    EXPECT_NE( agent.ctl( "show vlan --json" ).output.find( "20" ), String::npos );
    EXPECT_EQ( agent.end( SIGTERM ), 0 );
+   unlink( file.c_str() );
+}
+
+TEST( Programs, ARecordingThatCannotGoOnIsOneMessageAndTheAgentGoesOn ) {
+   const String file = "/tmp/qon-recorded." + std::to_string( getpid() );
+   // The configuration alone takes more.
+   Result run = sh( "ulimit -f 4; " + program( "qon-agent" ) +
+                    " --once --virtual-time --config examples/leaf.json --record " + file );
+   EXPECT_EQ( run.code, 0 ) << run.output;
+   EXPECT_NE( run.output.find( "rows used, 0 warnings" ), String::npos ) << run.output;
+   const auto said = run.output.find( "warning: " + file + ": the recording ends here" );
+   ASSERT_NE( said, String::npos ) << run.output;
+   EXPECT_NE( run.output.find( ": File too large\n", said ), String::npos ) << run.output;
+   EXPECT_EQ( run.output.find( "warning: ", said + 1 ), String::npos ) << run.output;
+   Result replayed = sh( program( "qon-agent" ) + " --replay " + file );
+   EXPECT_EQ( replayed.output.find( "differs" ), String::npos ) << replayed.output;
    unlink( file.c_str() );
 }
 

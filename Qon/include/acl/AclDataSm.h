@@ -25,6 +25,7 @@
 
 #include "Qon/include/acl/AclHelper.h"
 #include "Qon/include/framework/Reconcile.h"
+#include "platform/Kiv/Time.h"
 
 namespace Qon {
 
@@ -89,6 +90,8 @@ class AclDataSm : public QonBaseSm {
    const AclRuleSet * committedRules() const { return committed_ ? rules_.ptr() : nullptr; }
    /** The rules that are configured were refused: others are in force, or none. */
    bool failed() const { return failed_; }
+   /** When that began. */
+   Kiv::Seconds failedSince() const { return failedSince_; }
    /** The interface is wanted, and not there yet. */
    bool joins( Ulnet::IntfId intf ) const;
    /** Some unit says that it fails, and somebody wants it. */
@@ -203,6 +206,7 @@ class AclDataSm : public QonBaseSm {
    bool waitsForNumber_ = false;
    bool force_ = false, retry_ = false, sessions_ = false;
    bool failed_ = false;
+   Kiv::Seconds failedSince_ = 0;
    bool revert_ = false;    // with the next pass
    bool reverting_ = false; // in this pass
    bool makesRoom_ = false; // in this pass, for others
