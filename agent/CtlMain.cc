@@ -405,7 +405,8 @@ describe( CLI::App & app, Options & options, Command & command ) {
                           &Ctl::waitUntil ) );
    wait->add_option( "VALUE", options.value, "its text; None: there is none" )->required();
    options.seconds = 60;
-   wait->add_option( "--within", options.seconds, "seconds to wait" )->capture_default_str();
+   wait->add_option( "--timeout,--within", options.seconds, "seconds to wait" )
+         ->capture_default_str();
    auto trace = sub( "trace", "print the traces of a facility where the agent's messages go",
                      &Ctl::trace );
    trace->add_option( "FACILITY", options.path, "its name" )->required();
@@ -450,7 +451,7 @@ const char examples[] =
       "  qonctl get 'acsd/portToLag[Ethernet0]'\n"
       "  qonctl set 'interface/status/eth/phy/intfStatus[Ethernet0]/linkUp' False\n"
       "  qonctl event link port=Ethernet0 up=false\n"
-      "  qonctl wait-until 'acsd/portToLag[Ethernet0]' Port-Channel7 --within 10\n"
+      "  qonctl wait-until 'acsd/portToLag[Ethernet0]' Port-Channel7 --timeout 10\n"
       "  qonctl insert 'interface/status/eth/lag/intfStatus[Port-Channel7]'\n"
       "  qonctl delete 'interface/status/eth/lag/intfStatus[Port-Channel7]'\n"
       "  qonctl watch acsd/lagToPort\n"
