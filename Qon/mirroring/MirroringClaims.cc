@@ -61,7 +61,7 @@ KivMirroringSession::KivIntf::claimAll( bool claim, First first, Velto::FirstErr
 void
 KivMirroringSession::KivIntf::reviewMember( IntfId port ) {
    const bool member = LagView( session_->root_->in_.acsd.ptr() ).lists( intf_, port );
-   if ( aggregate() && member != holds( port ) ) {
+   if ( member != holds( port ) && aggregate() ) {
       hold( port, member );
    }
 }
@@ -87,15 +87,17 @@ KivMirroringSession::KivSource::claimIs( IntfId port, bool claim ) {
 
 void
 KivMirroringSession::claimSource( IntfId port, KivSource * by ) {
-   auto & claims = sources_.emplace( port ).first->claims;
-   auto place = by->aggregate() ? std::find_if( claims.begin(), claims.end(),
-                                                []( auto claim ) { return !claim->aggregate(); } )
-                                : claims.end();
+   auto & source = *sources_.emplace( port ).first;
+   auto & claims = source.claims;
+   auto place = !claims.empty() && by->aggregate()
+                      ? std::find_if( claims.begin(), claims.end(),
+                                      []( auto claim ) { return !claim->aggregate(); } )
+                      : claims.end();
    claims.insert( place, by );
    if ( port != by->intf() ) {
       root_->useIs( port, this );
    }
-   reviewSource( port );
+   reviewSource( port, source );
 }
 
 void
@@ -105,7 +107,7 @@ KivMirroringSession::unclaimSource( IntfId port, KivSource * by ) {
    }
    if ( auto source = sources_.find( port ) ) {
       std::erase( source->claims, by );
-      reviewSource( port );
+      reviewSource( port, *source );
    }
 }
 

@@ -160,12 +160,12 @@ MirroringSm::answer( const Work & work ) {
       session->reviewWaiting();
       return;
    case What::member:
-      forEachOf( usersOf( work.intf ),
-                 [&]( KivMirroringSession & user ) { user.reviewMember( work.intf, work.port ); } );
+      forEachUser( work.intf, [&]( KivMirroringSession & user ) {
+         user.reviewMember( work.intf, work.port );
+      } );
       return;
    case What::intf:
-      forEachOf( usersOf( work.intf ),
-                 [&]( KivMirroringSession & user ) { user.revaluate( work.intf ); } );
+      forEachUser( work.intf, [&]( KivMirroringSession & user ) { user.revaluate( work.intf ); } );
       return;
    case What::tunnels:
       forEachOf( allSessions(), [&]( KivMirroringSession & each ) {

@@ -178,6 +178,7 @@ class MirroringSm::KivMirroringSession : public QonBaseSm {
 
    // Sources
    void reviewSource( IntfId port, Redo redo = Redo::ifChanged );
+   void reviewSource( IntfId port, SourcePort & source, Redo redo = Redo::ifChanged );
    void reviewSources();
    MirrorReason sourceWanted( IntfId port, SourcePort & source );
    MirrorReason reasonOf( IntfId port, SourcePort & source, Velto::FirstError & error );
@@ -196,7 +197,7 @@ class MirroringSm::KivMirroringSession : public QonBaseSm {
    void invalidOverlapLoggedIs( U32 overlaps );
    void reviewWaiting();
    void judgeSources( bool programmedFirst );
-   void publishSource( IntfId port );
+   void publishSource( IntfId port, const MirrorSrcIntfLocal & local );
    void publishEgress();
    void claimSource( IntfId port, KivSource * by );
    void unclaimSource( IntfId port, KivSource * by );

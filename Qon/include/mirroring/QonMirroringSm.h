@@ -190,6 +190,17 @@ class MirroringSm : public QonBaseSm, public Checked {
    void useIs( IntfId intf, KivMirroringSession * session );
    void useDel( IntfId intf, KivMirroringSession * session );
    std::vector< SessionPtr > usersOf( IntfId intf ) const;
+   /** Calls `act( KivMirroringSession & )` for each user, whichever raises. */
+   template< class Act >
+   void forEachUser( IntfId intf, Act && act ) const {
+      auto users = users_.find( intf );
+      if ( users && users->others.empty() ) {
+         const SessionPtr only = users->first.session;
+         act( *only );
+      } else if ( users ) {
+         forEachOf( usersOf( intf ), act );
+      }
+   }
    std::vector< SessionPtr > allSessions() const;
    /** Calls `act( KivMirroringSession & )` for each, whichever raises. */
    template< class Act >
