@@ -199,8 +199,10 @@ SimMirror::checkKeptOut( const std::map< Where, Seen > & sources ) const {
 String
 SimMirror::checkWell( const std::map< Where, Seen > & sources ) const {
    std::erase_if( words_.flagged, [&]( auto & entry ) {
-      return !entry.second || config_->session( entry.first ) != entry.second ||
-             !sm_->session( entry.first );
+      auto session = sm_->session( entry.first );
+      // What was said of a session of the same name that has just gone is none of this one's.
+      return !entry.second || config_->session( entry.first ) != entry.second || !session ||
+             ( words_.disturbed && !session->resourceMessageLogged() );
    } );
    const bool well = std::all_of( sources.begin(), sources.end(),
                                   []( auto & entry ) { return entry.second.kept == Kept::in; } );
