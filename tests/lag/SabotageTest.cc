@@ -7,6 +7,7 @@
 #include "Qon/include/lag/QonLagCreatorSm.h"
 #include "Qon/include/lag/QonLagStateAggregatorSm.h"
 #include "platform/Kiv/Generic.h"
+#include "platform/Kiv/Listener.h"
 #include "tests/lag/LagWorld.h"
 
 namespace {
@@ -321,6 +322,37 @@ TEST( LagLaws, AGroupGoesOnToForwardUntilTheHardwarePortsHaveBeenRead ) {
    w.prog->inputsReadIs( true );
    EXPECT_EQ( w.hardware( 1 ), Ports{ eth( 1 ) } );
    w.checkAll();
+}
+
+/** What one watcher of the hardware's groups raises costs none of the other groups its write. */
+TEST( LagLaws, AGroupWhoseWatcherRaisesKeepsNoOtherFromItsMembers ) {
+   LagWorld w;
+   w.guard.reset();
+   for ( U32 stale : { 7, 8 } ) {
+      w.config->lagIs( po( stale ), stale )->memberIs( eth( stale ), Hardware::Lag::Member() );
+   }
+   w.prog = Qon::LagProgSmIs( w.config, w.status, w.fapIdPorts );
+   w.prog->initializedIs( true );
+   w.prog->inputsReadIs( true );
+   const Qon::QonLagPort both( true, true );
+   for ( U32 n : { 1, 2, 3 } ) {
+      w.prog->memberIs( po( n ), eth( 1 ), both, n != 1 );
+   }
+   U32 raises = 1;
+   Kiv::Listener< Hardware::Lag::Config::lagAttr > watcher( w.config.ptr(), [&]( IntfId lag ) {
+      if ( lag == po( raises ) ) {
+         throw Velto::RangeError( "watcher" );
+      }
+   } );
+   EXPECT_THROW( w.hardwarePorts( 1, 1 ), Velto::RangeError );
+   for ( U32 n : { 1, 2, 3 } ) {
+      EXPECT_EQ( w.hardware( n, n != 1 ), Ports{ eth( 1 ) } ) << n;
+   }
+   EXPECT_THROW( w.prog->memberIs( po( 4 ), eth( 1 ), both, false ), Velto::RangeError ); // moves
+   EXPECT_EQ( w.hardware( 4 ), Ports{ eth( 1 ) } );
+   raises = 7;
+   EXPECT_THROW( w.prog->removeStale(), Velto::RangeError );
+   EXPECT_TRUE( w.hardware( 7 ).empty() && w.hardware( 8 ).empty() );
 }
 
 TEST( LagLaws, ReadByName ) {
