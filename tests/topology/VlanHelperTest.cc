@@ -490,14 +490,17 @@ TEST_F( VlanTopoTest, AnotherChipIsToldWhatHasBeenDoneLongAgo ) {
    rest();
    SoftChip::VlanTable blank{ faults };
    auto others = Velto::make< SoftChip::SoftVlanHelper >( "others", acsd.ptr(), blank );
-   others->requestPortVlanMembershipChange( Qon::PortVlanMembershipChangeKind::setOverride,
-                                            intf( "Ethernet1" ), VlanId( 8 ), true, true, true );
+   for ( String port : { "Ethernet1", "Ethernet2" } ) {
+      others->requestPortVlanMembershipChange( Qon::PortVlanMembershipChangeKind::setOverride,
+                                               intf( port ), VlanId( 8 ), true, true, true );
+   }
    vlanTopo->vlanHelperIs( others );
    for ( U32 round = 0; round < 10; ++round ) {
       scheduler.settle();
       blank.completions().finishAll();
    }
    EXPECT_TRUE( blank.has( VlanId( 8 ), intf( "Ethernet1" ) ) );
+   EXPECT_FALSE( blank.has( VlanId( 8 ), intf( "Ethernet2" ) ) ); // blocked
    stpSm = nullptr;
    vlanTopo->vlanHelperIs( nullptr ); // its table goes first
 }
