@@ -355,6 +355,25 @@ TEST( LagLaws, AGroupWhoseWatcherRaisesKeepsNoOtherFromItsMembers ) {
    EXPECT_TRUE( w.hardware( 7 ).empty() && w.hardware( 8 ).empty() );
 }
 
+TEST( LagLaws, AllThatWasLentGoesWhoeverRaises ) {
+   LagWorld w;
+   w.guard.reset();
+   w.hardwarePorts( 1, 4 );
+   w.join( 1, 1 );
+   for ( U32 port : { 2, 3, 4 } ) {
+      w.join( 2, port );
+   }
+   w.start();
+   w.lagSm->sharePeerLinkWithLagIs( po( 1 ), true );
+   w.mlagUp( po( 2 ) );
+   EXPECT_EQ( w.hardware( 1, true ).size(), 3u );
+   Kiv::Listener< Hardware::Lag::LagConfig::memberAttr > watcher(
+         w.config->lag( po( 1 ) ), []( IntfId ) { throw Velto::RangeError( "watcher" ); } );
+   EXPECT_THROW( w.lagSm->sharePeerLinkWithLagIs( po( 1 ), false ), Velto::RangeError );
+   EXPECT_EQ( w.hardware( 1, true ), Ports() );
+   EXPECT_EQ( w.hardware( 1 ), Ports{ eth( 1 ) } );
+}
+
 TEST( LagLaws, ReadByName ) {
    LagWorld w;
    w.start();
