@@ -7,10 +7,10 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <ctime>
 #include <functional>
 #include <nlohmann/json.hpp>
 
+#include "agent/base/ClockText.h"
 #include "agent/base/Printable.h"
 #include "agent/base/Version.h"
 #include "agent/ctl/Client.h"
@@ -57,20 +57,6 @@ U32
 tableWidth() {
    winsize size = {};
    return ioctl( STDOUT_FILENO, TIOCGWINSZ, &size ) == 0 ? size.ws_col : 0;
-}
-
-/** "2026-11-22 13:05:07.123", now. */
-String
-stamp() {
-   const auto now = std::chrono::system_clock::now().time_since_epoch();
-   const auto milliseconds = std::chrono::duration_cast< std::chrono::milliseconds >( now ).count();
-   const auto seconds = std::time_t( milliseconds / 1000 );
-   std::tm local = {};
-   localtime_r( &seconds, &local );
-   char text[40];
-   const auto size = std::strftime( text, sizeof( text ), "%Y-%m-%d %H:%M:%S", &local );
-   std::snprintf( text + size, sizeof( text ) - size, ".%03u", unsigned( milliseconds % 1000 ) );
-   return text;
 }
 
 U32
@@ -272,12 +258,13 @@ Ctl::printChange( const Json & line ) const {
    if ( options_.json ) {
       Json whole = line;
       if ( options_.stamps ) {
-         whole["time"] = stamp();
+         whole["time"] = clockText( Kiv::now() );
       }
       printJson( whole, -1 );
       return;
    }
-   String text = ( options_.stamps ? stamp() + " " : "" ) + printable( line.at( "path" ) );
+   String text =
+         ( options_.stamps ? clockText( Kiv::now() ) + " " : "" ) + printable( line.at( "path" ) );
    if ( line.contains( "entity" ) ) {
       text += line.at( "entity" ).get< bool >() ? "" : " is gone";
    } else {

@@ -3,36 +3,17 @@
 #include <malloc.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <ctime>
 #include <fstream>
 
+#include "agent/base/ClockText.h"
 #include "agent/base/Version.h"
 #include "platform/Kiv/Log.h"
-#include "platform/Kiv/TimeOfDay.h"
 
 namespace QonAgent {
 
 namespace {
 
 constexpr char ofNone[] = "agent"; // whose work is of no feature
-
-/** "2026-11-22 13:05:07.123" in the time zone of the process; nothing on a time of one's own. */
-String
-clockText( Kiv::Seconds at ) {
-   const auto day = Kiv::timeOfDay( at );
-   if ( !day ) {
-      return "";
-   }
-   const auto milliseconds = U64( *day * 1000 );
-   const auto seconds = std::time_t( milliseconds / 1000 );
-   std::tm local = {};
-   localtime_r( &seconds, &local );
-   char text[40];
-   const auto size = std::strftime( text, sizeof( text ), "%Y-%m-%d %H:%M:%S", &local );
-   std::snprintf( text + size, sizeof( text ) - size, ".%03u", unsigned( milliseconds % 1000 ) );
-   return text;
-}
 
 /** A line of /proc/self/status in bytes. */
 U64
