@@ -156,6 +156,18 @@ VlanMappingFeature::wishOf( ConfigReader & reader, const ConfigRow & row ) const
    return wish;
 }
 
+std::vector< ConfigTable >
+VlanMappingFeature::tables() const {
+   return { { "VLAN_MAPPING",
+              "interface|ingress or egress|VLAN, or with |inner VLAN behind it",
+              { { "mapped_vlan", "the VLAN that it becomes" },
+                { "mapped_inner", "the inner VLAN that it becomes" },
+                { "source", "cli or flow; cli" },
+                { "native", "true: the VLAN is the native one, without the other fields; false" } },
+              { R"("Ethernet8|ingress|30": {"mapped_vlan": "10"})",
+                R"("Ethernet8|egress|20": {"native": "true"})" } } };
+}
+
 void
 VlanMappingFeature::configure( ConfigReader & reader ) {
    auto natives = std::make_shared< std::map< std::pair< IntfId, Direction >, U16 > >();

@@ -31,7 +31,7 @@ class VlanMappingFeature : public AgentFeature {
    static std::vector< FeatureOption > options();
    explicit VlanMappingFeature( Agent & agent );
 
-   std::vector< String > tables() const override { return { "VLAN_MAPPING" }; }
+   std::vector< ConfigTable > tables() const override;
    void configure( ConfigReader & reader ) override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
