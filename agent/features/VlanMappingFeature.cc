@@ -75,6 +75,15 @@ VlanMappingFeature::VlanMappingFeature( Agent & agent )
    }
 }
 
+VlanMappingFeature::~VlanMappingFeature() {
+   if ( first_ ) {
+      first_->listenerIs( nullptr );
+   }
+   if ( second_ ) {
+      second_->listenerIs( nullptr );
+   }
+}
+
 void
 VlanMappingFeature::makeFirst() {
    using Configs = Qon::QonVlanMappingConfigDir;
@@ -88,6 +97,7 @@ VlanMappingFeature::makeFirst() {
            egress, mount< Qon::QonVlanLagMemberStatusDir >( Paths::vlanLagMemberStatus ),
            agent_.acsd()->verifyData() },
          { ingress, egress } );
+   first_->listenerIs( this );
    first_->initializedIs( true );
 }
 
@@ -112,6 +122,7 @@ VlanMappingFeature::makeSecond() {
            mount< Output >( Paths::bridgingConfigOutputState ),
            mount< Output >( Paths::qonFlowConfigOutputState ),
            mount< Output >( Paths::nativeVlanConfigOutputState ), &agent_.scheduler() } );
+   second_->listenerIs( this );
    second_->initializedIs( true );
    follower_ = part_->makePlatformFollower( platform, answers );
 }
@@ -195,8 +206,6 @@ VlanMappingFeature::configure( ConfigReader & reader ) {
 
 void
 VlanMappingFeature::wishIs( const Wish & wish ) {
-   since_[{ wish.intf, wish.direction, wish.key.vlanId(), wish.key.innerVlanId(), wish.flow,
-            wish.native }] = Kiv::now();
    if ( wish.native ) {
       config_->switchIntfConfigIs( wish.intf )
             ->nativeVlanIs( wish.direction, VlanIdOrNone( wish.mapping.vlanId() ) );
