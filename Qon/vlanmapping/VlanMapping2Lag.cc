@@ -143,26 +143,25 @@ LagResolutionSm::reviewKey( IntfId port, IntfId ruler, const Key & key ) {
                    ? std::optional( merged->vlanMappingConfig( key ) )
                    : std::nullopt;
    };
+   Velto::FirstError error;
    if ( wanted() ) {
-      const Velto::Ptr< PlatformIntfVlanMappingConfig > held(
-            platformConfig_->intfVlanMappingConfigIs( port ) );
-      // Its publication may have changed what is wanted, or ended it.
-      if ( const auto data = wanted() ) {
-         const PlatformVlanMappingData before = held->vlanMappingConfig( key );
-         if ( !before.version() || !( before.merged() == *data ) || before.intf() != ruler ) {
-            held->vlanMappingConfigIs( key, { *data, ruler, ++version_ } );
-         }
-         return;
-      }
+      error.run( [&] { platformConfig_->intfVlanMappingConfigIs( port ); } );
    }
    const Velto::Ptr< PlatformIntfVlanMappingConfig > held(
          platformConfig_->intfVlanMappingConfig( port ) );
-   if ( held ) {
-      held->vlanMappingConfigDel( key );
+   // The publication of the port may have changed what is wanted, or ended it.
+   if ( const auto data = wanted(); held && data ) {
+      const PlatformVlanMappingData before = held->vlanMappingConfig( key );
+      if ( !before.version() || !( before.merged() == *data ) || before.intf() != ruler ) {
+         error.run( [&] { held->vlanMappingConfigIs( key, { *data, ruler, ++version_ } ); } );
+      }
+   } else if ( held ) {
+      error.run( [&] { held->vlanMappingConfigDel( key ); } );
       if ( !held->vlanMappingConfigs() ) {
-         platformConfig_->intfVlanMappingConfigDel( port );
+         error.run( [&] { platformConfig_->intfVlanMappingConfigDel( port ); } );
       }
    }
+   error.pass();
 }
 
 String

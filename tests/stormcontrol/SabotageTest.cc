@@ -89,7 +89,7 @@ TEST( StormSabotage, OfTheSecondGeneration ) {
       SecondWorld w;
       // A chip that answers at once.
       w.notes().during = [&]( const String & call ) {
-         if ( call.find( " Broadcast: " ) != String::npos ) {
+         if ( call.starts_with( "Ethernet" ) && call.find( ": " ) != String::npos ) {
             const U32 port = U32( call[8] - '0' );
             w.answer( port, w.version( port ) );
          }
