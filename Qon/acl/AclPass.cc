@@ -278,11 +278,6 @@ AclSm::passDone() {
    retryFailed();
    forEach( pass, []( AclDataSm & instance ) { instance.end(); } );
    error_.run( [&] { checkStatus(); } );
-   if ( !staleDone_ && !cleanedUp_ ) {
-      staleDone_ = true;
-      error_.run( [&] { QON_HOOK( AclHelper, aclHelper(), staleAclsDel ); } );
-      error_.run( [&] { staleErrdisablesDel(); } );
-   }
    forEachDirection( [&]( AclDirectionTypeConfigSm & sm ) {
       for ( IntfId port : sm.deferredPorts() ) {
          error_.run( [&] { sm.updateAclOnLagMember( port ); } );
@@ -295,10 +290,24 @@ AclSm::passDone() {
          changed( entry.key );
       }
    }
+   staleDel();
    const bool due = !changed_.empty() || !reverts_.empty();
    if ( ( std::exchange( again_, false ) || due ) && applyClock_ ) {
       applyClock_->timeMin( Kiv::now() );
    }
+}
+
+/** What is left of a former life decides until all that is wanted has been tried. */
+void
+AclSm::staleDel() {
+   if ( staleDone_ || cleanedUp_ || !changed_.empty() || !reverts_.empty() ) {
+      return;
+   }
+   staleDone_ = true;
+   error_.run( [&] { QON_HOOK( AclHelper, aclHelper(), staleAclsDel ); } );
+   error_.run( [&] { staleErrdisablesDel(); } );
+   roomMade();
+   retryFailed();
 }
 
 // The chip's answers

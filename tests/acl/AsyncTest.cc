@@ -403,6 +403,31 @@ TEST( AclEnd, CleanUpEmptiesTheChipUnlessARestartIsTested ) {
    }
 }
 
+TEST( AclEnd, WhatAFormerLifeLeftDecidesUntilNothingWaits ) {
+   LateWorld w;
+   w.list( "b" );
+   w.start();
+   w.answerAll();
+   w.aclSm = nullptr; // as after a crash
+   w.helper = nullptr;
+   w.helper = Velto::make< Helper >( w.table );
+   w.start();
+   w.settle();
+   w.attach( "Ethernet1", "b" ); // in the middle of the first pass
+   const Qon::AclIntfUse use( IntfPairKey( intf( "Ethernet1" ), {} ), {} );
+   for ( U32 n = 0; n < 12; ++n ) {
+      w.settle();
+      EXPECT_TRUE( w.table.blocked( intf( "Ethernet1" ) ) ||
+                   !w.table.deciders( ip, in, use ).empty() )
+            << n;
+      auto & blocks = w.table.blockCompletions();
+      auto & rest = w.table.completions();
+      blocks.waiting() ? blocks.finish( 0 ) : rest.waiting() ? rest.finish( 0 ) : void();
+   }
+   w.answerAll();
+   EXPECT_EQ( w.chip(), Chip{ "b( 0, in, default ): Ethernet1" } );
+}
+
 TEST( AclSabotage, OfAclSm ) {
    Tests::sabotage( []( Tests::Saboteur & saboteur ) {
       AclWorld w;

@@ -287,6 +287,7 @@ class AclSm : public QonBaseSm, public Checked {
    void doCommits();
    void doUnblocks();
    void passDone();
+   void staleDel();
    /** Each of them, whichever raises. */
    template< class Act >
    void forEach( const Instances & instances, Act && act );
