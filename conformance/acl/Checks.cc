@@ -190,8 +190,7 @@ void
 checkHosts( Trial & t ) {
    AclStage stage( t );
    if ( !stage.helper->perHostAclSupported() ) {
-      t.notLooked( "no lists of single hosts" );
-      return;
+      t.skip( "the chip has no lists of single hosts" );
    }
    stage.list( 0, 2 );
    stage.list( 1, 2 );
