@@ -314,8 +314,17 @@ AclDataSm::madeAnewNext() const {
    return !unwanted() && ( raisedNow_ ? !raised_ : willRevert() );
 }
 
+/** Whoever leaves a port-channel may have a list of its own in a moment, and a host another one: that
+    is looked at in a pass, which blocks them meanwhile. */
 bool
 AclDataSm::onlyIntfsChange() const {
+   for ( auto && entry : touched_ ) {
+      const AclIntfUse & use = entry.key;
+      const bool leaves = applied_.has( use ) && ( !wanted( use ) || again_.has( use ) );
+      if ( leaves && ( use.pair().lagIntf() || use.lagMember() || hasHost( use ) ) ) {
+         return false;
+      }
+   }
    return committed_ && !failed_ && !unwanted() && !busy_ && !force_ && !retry_ && !sessions_ &&
           !revert_ && blocks_.empty() && !data_->dirty();
 }

@@ -37,6 +37,12 @@ AclTable::everywhere( AclCreateError error ) const {
    return results;
 }
 
+/** Without any there is nobody who could refuse. */
+bool
+AclTable::anyUnit() const {
+   return !everywhere( AclCreateError::success ).empty();
+}
+
 /** Whoever has made the instances is told what becomes of them. */
 void
 AclTable::unitChanged( const String & unit ) {
@@ -123,7 +129,7 @@ AclTable::prepareNow( const Place & place ) {
    }
    Entry & entry = found->second;
    const std::size_t wanted = entriesUsed() + entry.acl.rules->rules().size();
-   const bool full = wanted > plan_.limit( "aclEntries", limits_.entries );
+   const bool full = anyUnit() && wanted > plan_.limit( "aclEntries", limits_.entries );
    AclUnitResults results =
          everywhere( full ? AclCreateError::hwResourceFull : AclCreateError::success );
    entry.prepared = !full;
@@ -194,7 +200,7 @@ AclTable::commit( const AclOperation & acl ) {
       wrong( acl, "committed, and not prepared" );
       return everywhere( AclCreateError::unsupportedRule );
    }
-   if ( const auto trouble = plan_.next( "commitAcl" ) ) {
+   if ( const auto trouble = anyUnit() ? plan_.next( "commitAcl" ) : std::nullopt ) {
       ++refusals_;
       return everywhere( errorOf( *trouble ) );
    }

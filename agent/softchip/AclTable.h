@@ -112,6 +112,7 @@ class AclTable {
    void blockNext();
    Qon::AclUnitResults prepareNow( const Place & place );
    Qon::AclUnitResults everywhere( Qon::AclCreateError error ) const;
+   bool anyUnit() const;
    void unitChanged( const String & unit );
    String unitName( U32 unit ) const { return "Chip" + std::to_string( unit ); }
 
