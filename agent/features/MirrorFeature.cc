@@ -179,14 +179,27 @@ MirrorFeature::parseMode( const Json & line ) {
    return [=, this] { mode_->forwardingModeIs( mode ); };
 }
 
+namespace {
+
+/** One of those that there are: numbers of others are no names. */
+Acl::AclType
+aclType( const String & name ) {
+   for ( Acl::AclType type : Acl::aclTypes ) {
+      if ( Kiv::toText( type ) == name ) {
+         return type;
+      }
+   }
+   throw Velto::RangeError( "'" + name + "' is no type of access list: ip, mac or ipv6" );
+}
+
+} // namespace
+
 std::function< void() >
 MirrorFeature::parseAcl( const Json & line ) {
    const String session = fieldOf< String >( line, "session" );
    const IntfId intf = agent_.names().typed( fieldOf< String >( line, "intf" ) );
    const String acl = fieldOf< String >( line, "acl" );
-   const auto type = hasField( line, "type" )
-                           ? Kiv::fromText< Acl::AclType >( fieldOf< String >( line, "type" ) )
-                           : Acl::AclType::ip;
+   const auto type = aclType( hasField( line, "type" ) ? fieldOf< String >( line, "type" ) : "ip" );
    return [=, this] {
       auto config = config_->session( session );
       auto source = config ? config->srcIntf( intf ) : nullptr;

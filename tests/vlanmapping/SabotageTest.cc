@@ -113,12 +113,15 @@ TEST( VlanMappingSabotage, OfThePipeline ) {
          Tests::does( saboteur, [&] { w.mode( po( 1 ), Mode::flow ); } );
          Tests::does( saboteur, [&] { w.leaves( 1, 1 ); } );
          follow();
+         const String state =
+               Tests::held( { w.platform.ptr(), w.sourceStatus.ptr(), w.interlock.ptr(),
+                              w.merged.ptr(), w.sources.ptr(), w.acsd.ptr() } );
+         // Three stages watch this: who comes after one that raises hears nothing of it.
          saboteur.does( [&] { w.config->switchIntfConfigDel( po( 1 ) ); } );
          if ( w.sm2 ) {
             w.checkPipeline();
          }
-         ends( Tests::held( { w.platform.ptr(), w.sourceStatus.ptr(), w.interlock.ptr(),
-                              w.merged.ptr(), w.sources.ptr(), w.acsd.ptr() } ) );
+         ends( state );
       } );
    }
 }
