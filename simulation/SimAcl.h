@@ -31,6 +31,7 @@ class SimAcl : public SimFeature {
 
    void start() override;
    bool ready() override;
+   void meanwhile() override;
    String checkInvariants() const override;
    void heard( const Kiv::LogDescriptor & message, const String & text ) override;
    void drawFaults( Rng & rng, std::vector< String > & lines ) const override;
@@ -117,6 +118,7 @@ class SimAcl : public SimFeature {
    void remember( AclType type, const String & name );
    std::map< Guard, Place > wantedUses() const;
    void takeGuards() const;
+   void dropGuards( const std::map< Guard, Place > & now ) const;
    String checkGuards() const;
    String checkGuard( const Guard & guard, const Admitted & admitted ) const;
    bool refusedAt( const Guard & guard, const Place & place ) const;

@@ -305,6 +305,26 @@ SimAcl::takeGuards() const {
          recent_[{ type, name }].insert( wantedRules( type, name, false ) );
       }
    }
+   for ( auto & acl : chip_.table().held().acls ) { // also what was brought back long ago
+      recent_[{ acl.type, acl.name }].insert( textsOf( acl.rules ) );
+   }
+}
+
+/** Where no list is wanted, and where one was refused, nothing needs to decide. */
+void
+SimAcl::dropGuards( const std::map< Guard, Place > & now ) const {
+   std::erase_if( guards_, [&]( auto & guard ) {
+      auto place = now.find( guard.first );
+      return place == now.end() || permits( std::get< 0 >( guard.first ) ) ||
+             refusedAt( guard.first, place->second );
+   } );
+}
+
+void
+SimAcl::meanwhile() {
+   if ( sm_ && !guards_.empty() ) {
+      dropGuards( wantedUses() );
+   }
 }
 
 String
@@ -342,11 +362,7 @@ SimAcl::checkGuards() const {
       return {};
    }
    const auto now = wantedUses();
-   std::erase_if( guards_, [&]( auto & guard ) {
-      auto place = now.find( guard.first );
-      return place == now.end() || permits( std::get< 0 >( guard.first ) ) ||
-             refusedAt( guard.first, place->second );
-   } );
+   dropGuards( now );
    for ( auto & [guard, admitted] : guards_ ) {
       admitted.lists.insert( std::get< 1 >( now.at( guard ) ) );
       if ( String wrong = checkGuard( guard, admitted ); !wrong.empty() ) {

@@ -267,6 +267,16 @@ AclDirectionTypeConfigSm::pairsAdd( const String & name, const Pairs & wanted ) 
 
 // Members that wait
 
+bool
+AclDirectionTypeConfigSm::deferredAt( IntfId member ) const {
+   for ( auto && entry : deferred_ ) {
+      if ( entry.key.intfId() == member ) {
+         return true;
+      }
+   }
+   return false;
+}
+
 std::vector< IntfId >
 AclDirectionTypeConfigSm::deferredPorts() const {
    std::vector< IntfId > ports;

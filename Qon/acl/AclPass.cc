@@ -251,11 +251,20 @@ AclSm::doCommits() {
 
 bool
 AclSm::joinsNext( const AclDataSm & instance, IntfId intf ) const {
-   bool joins = false;
-   for ( auto && [other, held] : changed_ ) {
+   auto direction = directionSm( instance.type(), instance.key().direction() );
+   bool joins = direction && direction->deferredAt( intf );
+   auto ask = [&]( const AclDataSm & other ) {
       joins = joins ||
-              ( other->type() == instance.type() &&
-                other->key().direction() == instance.key().direction() && other->joins( intf ) );
+              ( other.type() == instance.type() &&
+                other.key().direction() == instance.key().direction() && other.joins( intf ) );
+   };
+   for ( auto && [other, held] : changed_ ) {
+      ask( *other );
+   }
+   for ( auto & other : pass_ ) {
+      if ( other->willRevert() ) {
+         ask( *other );
+      }
    }
    return joins;
 }

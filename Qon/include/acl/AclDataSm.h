@@ -154,6 +154,8 @@ class AclDataSm : public QonBaseSm {
    void retryIs();
    /** Whether the next pass is to bring back what was in force before. */
    bool revertWanted() const { return revert_; }
+   /** Whether this pass has found that so. */
+   bool willRevert() const;
    bool waitsForBlock( const class AclDirectionTypeConfigSm & direction ) const;
    bool blocks() const { return !blocks_.empty(); }
    /** A hook raised: what is in hardware is not known, and it is made anew. True the first time. */
@@ -182,7 +184,6 @@ class AclDataSm : public QonBaseSm {
    void resultsAre( const AclUnitResults & results );
    void resultKnown( bool willRevert );
    bool handsOver( Ulnet::IntfId intf );
-   bool willRevert() const;
    bool madeAnewNext() const;
    class AclConfigSm * configured() const;
    bool takeNumber();
