@@ -331,14 +331,13 @@ AclSm::handleMirroringSession( const String & name ) {
                                  in_.mirroringStatus->session( name ) ) );
 }
 
+/** Also those that nothing wants at the moment: somebody may again before the pass. */
 void
 AclSm::reapplyAclsWithMirrorSession( const String & session ) {
    QON_TRACE( aclFacility, 4, "Reapplying ACLs with session ", session ); // fixed text
    for ( auto && entry : keysOf< AclDataSm * >( instances_ ) ) {
       const Velto::Ptr< AclDataSm > instance( entry.key );
-      if ( !instance->unwanted() ) {
-         instance->mirrorSessionChanged( session );
-      }
+      instance->mirrorSessionChanged( session );
    }
 }
 
