@@ -150,6 +150,31 @@ TEST( AclLate, MembersThatJoinInTheMiddleAreDeferred ) {
    EXPECT_EQ( w.chip(), Chip{} );
 }
 
+TEST( AclLate, AMemberThatIsBackInTheMiddleStaysBlocked ) {
+   LateWorld w;
+   w.attach( "Port-Channel1", "a" );
+   w.detach( "Ethernet1" );
+   w.members( "Port-Channel1", { "Ethernet3" } );
+   w.start();
+   w.answerAll();
+   w.rule( "a", 1 );
+   w.settle();
+   w.answer(); // blocked; the uninstall is under way
+   w.members( "Port-Channel1", {} );
+   w.members( "Port-Channel1", { "Ethernet3" } );
+   EXPECT_EQ( w.aclSm->directionSm( ip, in )->deferredMembers(), 1u );
+   bool open = false;
+   w.helper->heard = [&]( const String & ) {
+      const Qon::AclIntfUse use( IntfPairKey( intf( "Ethernet3" ), intf( "Port-Channel1" ) ), {} );
+      open = open ||
+             ( !w.table.blocked( intf( "Ethernet3" ) ) && w.table.deciders( ip, in, use ).empty() );
+   };
+   w.answerAll();
+   w.helper->heard = nullptr;
+   EXPECT_FALSE( open );
+   EXPECT_EQ( w.chip(), Chip{ "a( 0, in, default ): Ethernet3@Port-Channel1" } );
+}
+
 TEST( AclLate, WhatTheChipTellsOfListsThatAreNotThere ) {
    LateWorld w;
    w.start();

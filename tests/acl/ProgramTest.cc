@@ -155,25 +155,34 @@ TEST( AclRevert, KeepsInterfacesBlockedThatListsOfBothDirectionsShare ) {
    w.rule( "a", 1 );
    w.list( "o" );
    w.attach( "Ethernet1", "o", ip, out );
+   w.list( "b" );
+   w.attach( "Ethernet2", "b" );
    w.start();
    w.settle();
    w.picky->refuses["a"] = { { "Chip1", AclCreateError::unsupportedRule } };
    w.picky->rules = 3;
    w.edit();
    w.edit( "o" );
-   bool open = false;
-   w.helper->heard = [&]( const String & ) {
-      const auto decides = [&]( AclDirection d ) {
-         return !w.table.deciders( ip, d, { IntfPairKey( intf( "Ethernet1" ), {} ), {} } ).empty();
-      };
-      open = open ||
-             ( !w.table.blocked( intf( "Ethernet1" ) ) && !( decides( in ) && decides( out ) ) );
+   std::set< String > open;
+   auto decides = [&]( const char * name, AclDirection d ) {
+      return !w.table.deciders( ip, d, { IntfPairKey( intf( name ), {} ), {} } ).empty();
    };
-   w.helper->takeCalls();
+   w.helper->heard = [&]( const String & ) {
+      for ( auto [name, d] :
+            { std::pair( "Ethernet1", in ), { "Ethernet1", out }, { "Ethernet2", in } } ) {
+         if ( !w.table.blocked( intf( name ) ) && !decides( name, d ) ) {
+            open.insert( name );
+         }
+      }
+   };
+   w.settle();
+   EXPECT_EQ( open, std::set< String >{} );
+   EXPECT_TRUE( w.sm( "a" )->aclDataSm( portKey() )->failed() );
+   w.attach( "Ethernet2", "a" ); // to a list that is tried again, and back
    w.settle();
    w.helper->heard = nullptr;
-   EXPECT_FALSE( open );
-   EXPECT_TRUE( w.sm( "a" )->aclDataSm( portKey() )->failed() );
+   EXPECT_EQ( open, std::set< String >{} );
+   EXPECT_TRUE( decides( "Ethernet2", in ) );
    EXPECT_TRUE( w.table.held().blocked.empty() );
 }
 
@@ -335,6 +344,12 @@ TEST( AclMirror, ExactlyTheListsThatNameTheSession ) {
    w.settle();
    EXPECT_EQ( changes( [&] { session()->mirrorGroupIs( 4 ); } ), 6u );
    EXPECT_EQ( held().mirrorGroup, 4 );
+   changes( [&] { // while nothing wants the list, for a moment
+      w.detach( "Ethernet1" );
+      session()->mirrorGroupIs( 5 );
+      w.attach( "Ethernet1", "a" );
+   } );
+   EXPECT_EQ( held().mirrorGroup, 5 );
    EXPECT_EQ( changes( [&] { w.sessions->sessionDel( "s" ); } ), 6u );
    EXPECT_EQ( held().rule.mirrorSession(), "" );
 }
