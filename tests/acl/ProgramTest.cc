@@ -336,6 +336,12 @@ TEST( AclMirror, ExactlyTheListsThatNameTheSession ) {
    EXPECT_EQ( held().rule.mirrorSession(), "s" );
    EXPECT_EQ( held().mirrorGroup, 3 );
    EXPECT_EQ( changes( [&] { w.sessions->sessionIs( "t" )->mirrorGroupIs( 1 ); } ), 0u );
+   changes( [&] { // while nothing wants the list, for a moment
+      w.detach( "Ethernet1" );
+      session()->mirrorGroupIs( 5 );
+      w.attach( "Ethernet1", "a" );
+   } );
+   EXPECT_EQ( held().mirrorGroup, 5 );
    w.picky->refuses["a"] = { { "Chip1", AclCreateError::unsupportedRule } };
    w.picky->rules = 3;
    w.edit(); // what names the session is brought back, and is made anew with it
@@ -344,12 +350,6 @@ TEST( AclMirror, ExactlyTheListsThatNameTheSession ) {
    w.settle();
    EXPECT_EQ( changes( [&] { session()->mirrorGroupIs( 4 ); } ), 6u );
    EXPECT_EQ( held().mirrorGroup, 4 );
-   changes( [&] { // while nothing wants the list, for a moment
-      w.detach( "Ethernet1" );
-      session()->mirrorGroupIs( 5 );
-      w.attach( "Ethernet1", "a" );
-   } );
-   EXPECT_EQ( held().mirrorGroup, 5 );
    EXPECT_EQ( changes( [&] { w.sessions->sessionDel( "s" ); } ), 6u );
    EXPECT_EQ( held().rule.mirrorSession(), "" );
 }
