@@ -77,7 +77,7 @@ std::vector< EventKind >
 AclFeature::eventKinds() {
    return { { "acl-host",
               R"({"time": 1, "event": "acl-host", "intf": "Ethernet0", "host": )"
-              R"("00:1c:73:00:00:01", "acl": "DATAACL", "type": "ip"})",
+              R"("02:11:22:00:00:01", "acl": "DATAACL", "type": "ip"})",
               [this]( const Json & line ) { return parseHost( line ); } },
             { "acl",
               R"({"time": 1, "event": "acl", "intf": "Ethernet0", "acl": "DATAACL", "type": "ip",)"

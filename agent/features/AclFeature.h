@@ -3,7 +3,7 @@
 // has of them.
 //
 //    {"event": "acl", "intf": "Ethernet0", "acl": "DATAACL", "type": "ip", "direction": "in"}
-//    {"event": "acl-host", "intf": "Ethernet0", "host": "00:1c:73:00:00:01", "acl": "DATAACL",
+//    {"event": "acl-host", "intf": "Ethernet0", "host": "02:11:22:00:00:01", "acl": "DATAACL",
 //     "type": "ip"}
 //
 // An empty `acl` takes the list off the interface, or off the host.
