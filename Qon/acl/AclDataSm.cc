@@ -297,7 +297,7 @@ AclDataSm::handsOver( IntfId intf ) {
    if ( !aclSm_->joinsNext( *this, intf ) ) {
       return false;
    }
-   aclSm_->changed( this );
+   aclSm_->nextIs( this );
    return true;
 }
 
@@ -327,15 +327,6 @@ AclDataSm::onlyIntfsChange() const {
    }
    return committed_ && !failed_ && !unwanted() && !busy_ && !force_ && !retry_ && !sessions_ &&
           !revert_ && blocks_.empty() && !data_->dirty();
-}
-
-bool
-AclDataSm::joins( IntfId intf ) const {
-   bool joins = false;
-   for ( auto && entry : wanted_ ) {
-      joins = joins || ( entry.key.pair().intfId() == intf && !applied_.has( entry.key ) );
-   }
-   return joins;
 }
 
 void

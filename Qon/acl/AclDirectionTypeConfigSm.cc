@@ -258,6 +258,7 @@ AclDirectionTypeConfigSm::pairsAdd( const String & name, const Pairs & wanted ) 
       if ( joins && !other && configSm->busyFor( pair, direction() ) ) {
          QON_TRACE( aclFacility, 4, "deferring addition of lag member ", pair.intfId() ); // fixed
          deferred_.emplace( pair );
+         aclSm_->memberWaits();
          continue;
       }
       deferred_.erase( pair );
@@ -266,16 +267,6 @@ AclDirectionTypeConfigSm::pairsAdd( const String & name, const Pairs & wanted ) 
 }
 
 // Members that wait
-
-bool
-AclDirectionTypeConfigSm::deferredAt( IntfId member ) const {
-   for ( auto && entry : deferred_ ) {
-      if ( entry.key.intfId() == member ) {
-         return true;
-      }
-   }
-   return false;
-}
 
 std::vector< IntfId >
 AclDirectionTypeConfigSm::deferredPorts() const {

@@ -28,6 +28,12 @@ sort( std::vector< Velto::Ptr< AclDataSm > > & instances ) {
 
 void
 AclSm::changed( AclDataSm * instance ) {
+   joinsKnown_ = false;
+   nextIs( instance );
+}
+
+void
+AclSm::nextIs( AclDataSm * instance ) {
    changed_.emplace( instance, Velto::Ptr< AclDataSm >( instance ) );
    if ( phase_ == AclApplyPhase::done && applyClock_ ) {
       applyClock_->timeMin( Kiv::now() );
@@ -249,30 +255,49 @@ AclSm::doCommits() {
    forEach( pass_, []( AclDataSm & instance ) { instance.addUses(); } );
 }
 
-bool
-AclSm::joinsNext( const AclDataSm & instance, IntfId intf ) const {
-   auto direction = directionSm( instance.type(), instance.key().direction() );
-   bool joins = direction && direction->deferredAt( intf );
-   auto ask = [&]( const AclDataSm & other ) {
-      joins = joins ||
-              ( other.type() == instance.type() &&
-                other.key().direction() == instance.key().direction() && other.joins( intf ) );
+/** Marks the interfaces that the next pass gives to some instance, and those that wait for it. */
+void
+AclSm::lookForJoins() {
+   joinsKnown_ = true;
+   ++joinsLook_;
+   auto mark = [&]( AclType type, AclDirection direction, IntfId intf ) {
+      if ( auto sm = intfs_.find( intf ) ) {
+         ( *sm )->joinsIs( type, direction, joinsLook_ );
+      }
    };
-   for ( auto && [other, held] : changed_ ) {
-      ask( *other );
+   auto markAll = [&]( const AclDataSm & instance ) {
+      instance.forEachJoining(
+            [&]( IntfId intf ) { mark( instance.type(), instance.key().direction(), intf ); } );
+   };
+   for ( auto && [instance, held] : changed_ ) {
+      markAll( *instance );
    }
-   for ( auto & other : pass_ ) {
-      if ( other->willRevert() ) {
-         ask( *other );
+   for ( auto & instance : pass_ ) {
+      if ( instance->willRevert() ) {
+         markAll( *instance );
       }
    }
-   return joins;
+   forEachDirection( [&]( AclDirectionTypeConfigSm & sm ) {
+      for ( IntfId port : sm.deferredPorts() ) {
+         mark( sm.type(), sm.direction(), port );
+      }
+   } );
+}
+
+bool
+AclSm::joinsNext( const AclDataSm & instance, IntfId intf ) {
+   if ( !joinsKnown_ ) {
+      lookForJoins();
+   }
+   const AclIntfSm * sm = aclIntfSm( intf );
+   return sm && sm->joins( instance.type(), instance.key().direction(), joinsLook_ );
 }
 
 void
 AclSm::doUnblocks() {
    working_ = true;
    const Velto::AtEnd idle( [this] { working_ = false; } );
+   joinsKnown_ = false;
    forEach( unblockAcl_, []( AclDataSm & instance ) { instance.doUnblockTraffic(); } );
    unblockAcl_.clear();
 }

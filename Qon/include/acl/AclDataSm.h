@@ -101,8 +101,15 @@ class AclDataSm : public QonBaseSm {
    const AclRuleSet * committedRules() const { return committed_ ? rules_.ptr() : nullptr; }
    /** The rules that are configured were refused: others are in force, or none. */
    bool failed() const { return failed_; }
-   /** The interface is wanted, and not there yet. */
-   bool joins( Ulnet::IntfId intf ) const;
+   /** The interfaces that are wanted, and not there yet. */
+   template< class Act >
+   void forEachJoining( Act && act ) const {
+      for ( auto && entry : wanted_ ) {
+         if ( !applied_.has( entry.key ) ) {
+            act( entry.key.pair().intfId() );
+         }
+      }
+   }
    /** Some unit says that it fails, and somebody wants it. */
    bool failing() const { return hasErrors() && !unwanted(); }
    bool hasErrors() const;

@@ -105,7 +105,6 @@ class AclDirectionTypeConfigSm : public QonBaseSm {
    /** @{ */
    bool deferred( const IntfPairKey & pair ) const { return deferred_.has( pair ); }
    U32 deferredMembers() const { return deferred_.size(); }
-   bool deferredAt( IntfId member ) const;
    std::vector< IntfId > deferredPorts() const;
    void updateAclOnLagMember( IntfId member );
    /** The list is gone. */

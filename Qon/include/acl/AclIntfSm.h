@@ -29,6 +29,14 @@ class AclIntfSm : public Velto::Node {
       return pairs_[U8( type )][U8( direction )] != 0;
    }
 
+   /** The next pass gives a list of the type and direction to it: so it was in the look of that number. */
+   void joinsIs( Acl::AclType type, Acl::AclDirection direction, U64 look ) {
+      joins_[U8( type )][U8( direction )] = look;
+   }
+   bool joins( Acl::AclType type, Acl::AclDirection direction, U64 look ) const {
+      return joins_[U8( type )][U8( direction )] == look;
+   }
+
    /** The instance wishes the block, or no longer. True if it is the first, or was the last. */
    bool wantToBlockIs( const AclDataSm * instance, bool block );
    U32 wantToBlocks() const { return wantToBlock_.size(); }
@@ -52,6 +60,7 @@ class AclIntfSm : public Velto::Node {
  private:
    U32 pairs_[3][2] = {};
    U32 used_ = 0; // all pairs
+   U64 joins_[3][2] = {};
    KeySet< const AclDataSm * > wantToBlock_;
    U32 unanswered_ = 0;
    bool blocked_ = false;

@@ -167,6 +167,8 @@ class AclSm : public QonBaseSm, public Checked {
    void settle();
    /** The instance differs from what is in hardware. */
    void changed( AclDataSm * instance );
+   /** Looked at in the next pass, though it is what it was. */
+   void nextIs( AclDataSm * instance );
    /** Whether the next pass looks at the instance. */
    bool willChange( const AclDataSm * instance ) const {
       return changed_.has( const_cast< AclDataSm * >( instance ) );
@@ -175,7 +177,9 @@ class AclSm : public QonBaseSm, public Checked {
    void pairActiveIs( AclType type, Acl::AclDirection direction, IntfId intf, bool active );
    bool intfActive( AclType type, Acl::AclDirection direction, IntfId intf ) const;
    /** Whether the next pass applies an instance of the same type and direction to the interface. */
-   bool joinsNext( const AclDataSm & instance, IntfId intf ) const;
+   bool joinsNext( const AclDataSm & instance, IntfId intf );
+   /** A member of a port-channel waits for the next pass. */
+   void memberWaits() { joinsKnown_ = false; }
    /** A sub-interface has a list in one more direction, or in one less. */
    void subIntfAttachedIs( IntfId subIntf, bool attached );
    void instanceIs( AclDataSm * instance, bool there );
@@ -285,6 +289,7 @@ class AclSm : public QonBaseSm, public Checked {
    void doUninstalls();
    void doPrepares();
    void doCommits();
+   void lookForJoins();
    void doUnblocks();
    void passDone();
    void staleDel();
@@ -325,6 +330,8 @@ class AclSm : public QonBaseSm, public Checked {
    bool starting_ = false;
    bool saidAgain_ = false; // messages that raised were tried once more
    bool numberFreed_ = false;
+   bool joinsKnown_ = false; // as the interfaces are marked
+   U64 joinsLook_ = 0;
    U64 operations_ = 0;
    Kiv::DenseMap< AclDataSm *, Velto::Ptr< AclDataSm > > changed_;
    Instances pass_, unInstallAcl_, prepareAcl_, unblockAcl_;
