@@ -13,12 +13,12 @@
 #include "agent/AgentRun.h"
 #include "agent/Reference.h"
 #include "agent/base/Json.h"
-#include "agent/base/Printable.h"
 #include "agent/base/Readiness.h"
 #include "agent/base/Version.h"
 #include "agent/server/Console.h"
 #include "agent/server/SocketServer.h"
 #include "platform/Kiv/EventLoop.h"
+#include "platform/Kiv/Printable.h"
 
 namespace QonAgent {
 
@@ -59,7 +59,7 @@ String program; // argv[0] without its folder, with which messages begin
 
 void
 say( const String & line ) {
-   std::fprintf( stderr, "%s: %s\n", program.c_str(), printable( line ).c_str() );
+   std::fprintf( stderr, "%s: %s\n", program.c_str(), Kiv::printable( line ).c_str() );
 }
 
 /** Hears SIGTERM and SIGINT, which end the agent, and SIGHUP. */
@@ -360,7 +360,7 @@ agentMain( int argc, char ** argv, const Chips & chips ) {
    describe( app, options, chips );
    app.set_version_flag( "--version", program + " " + agentVersion() );
    app.failure_message( []( const CLI::App *, const CLI::Error & e ) {
-      return program + ": error: " + e.what() + "; --help tells more\n";
+      return program + ": error: " + Kiv::printable( e.what() ) + "; --help tells more\n";
    } );
    try {
       app.parse( argc, argv );

@@ -180,7 +180,9 @@ StpSm::topoInUse( const String & name ) {
    }
    if ( !QON_HOOK( TopoHelper, topoHelper(), allocTopo, name ) ) {
       STP_TRACE( "handleInitialized no room for topo ", name );
-      topoUsers_.emplace( name ).first->noRoomSince = Kiv::now();
+      if ( auto use = topoUsers_.find( name ) ) { // unless the hook gave it up again
+         use->noRoomSince = Kiv::now();
+      }
    }
 }
 

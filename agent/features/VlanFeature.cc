@@ -275,7 +275,10 @@ VlanFeature::counters() const {
       waiting += state.requested != state.completed;
       failed += state.failed;
    }
-   return { { "VLANs", vlans }, { "VLANs that wait", waiting }, { "VLANs that failed", failed } };
+   return { { "VLANs", vlans },
+            { "VLANs that wait", waiting },
+            { "VLANs that failed", failed },
+            { "retries", helper_ ? helper_->retries() : 0 } };
 }
 
 std::vector< ShowCommand >

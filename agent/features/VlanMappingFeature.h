@@ -35,6 +35,7 @@ class VlanMappingFeature : public AgentFeature, private Qon::VlanMappingListener
 
    std::vector< ConfigTable > tables() const override;
    void configure( ConfigReader & reader ) override;
+   std::vector< Counter > counters() const override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
    std::vector< String > ownNames() const override {

@@ -7,9 +7,9 @@
 #include "agent/Changes.h"
 #include "agent/base/Fields.h"
 #include "agent/base/PathWatch.h"
-#include "agent/base/Printable.h"
 #include "agent/base/StateFile.h"
 #include "agent/server/Completions.h"
+#include "platform/Kiv/Printable.h"
 
 namespace QonAgent {
 
@@ -62,7 +62,8 @@ drained( const LongAnswer & answer ) {
 
 void
 TraceLines::trace( const char * facility, U8 level, const String & text ) {
-   std::fprintf( stderr, "%s %u %s\n", facility, unsigned( level ), printable( text ).c_str() );
+   std::fprintf( stderr, "%s %u %s\n", facility, unsigned( level ),
+                 Kiv::printable( text ).c_str() );
 }
 
 Console::Console( Agent & agent ) : agent_( agent ), own_( agent ), shows_( agent.showCommands() ) {

@@ -46,7 +46,7 @@ class FullWorld : public AgentWorld {
    void fill() {
       load( R"({"PORT": {}})" ); // what is said as before would not come back
       load( everything );
-      for ( auto mac : { "00:1c:73:00:00:01", "00:1c:73:00:00:02", "00:1c:73:00:00:03" } ) {
+      for ( auto mac : { "02:11:22:00:00:01", "02:11:22:00:00:02", "02:11:22:00:00:03" } ) {
          event( { { "event", "mac" },
                   { "op", "add" },
                   { "mac", mac },
@@ -56,7 +56,7 @@ class FullWorld : public AgentWorld {
       }
       event( { { "event", "mac" },
                { "op", "add" },
-               { "mac", "00:1c:73:00:00:04" },
+               { "mac", "02:11:22:00:00:04" },
                { "vlan", 20 },
                { "intf", "Ethernet12" } } );
    }
@@ -110,7 +110,7 @@ show( const FullWorld & w, const QonAgent::ShowCommand & command ) {
          words.push_back( argument.name == "PATH"                          ? "bridging"
                           : argument.name == "LIST"                        ? "DATA"
                           : argument.name == "in|out"                      ? "in"
-                          : argument.kind == QonAgent::Argument::Kind::mac ? "00:1c:73:00:00:01"
+                          : argument.kind == QonAgent::Argument::Kind::mac ? "02:11:22:00:00:01"
                                                                            : "Ethernet8" );
       }
    }

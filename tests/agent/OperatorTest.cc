@@ -9,9 +9,9 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
-#include "agent/base/Printable.h"
 #include "agent/player/EventPlayer.h"
 #include "agent/record/Replay.h"
+#include "platform/Kiv/Printable.h"
 #include "tests/agent/SocketClient.h"
 
 namespace Tests {
@@ -48,7 +48,7 @@ class OperatorWorld : public AgentWorld {
 TEST( Operator, WhatTheChipRefusedIsShownUntilItIsAskedForAgainOrWithdrawn ) {
    OperatorWorld w;
    w.load( config );
-   const String add = R"({"event": "mac", "op": "add", "mac": "00:1c:73:00:00:01", "vlan": 10, )"
+   const String add = R"({"event": "mac", "op": "add", "mac": "02:11:22:00:00:01", "vlan": 10, )"
                       R"("intf": "Ethernet4"})"
                       "\n";
    const String fail = R"({"event": "fault", "hook": "writeToHw", "trouble": "fail"})"
@@ -184,10 +184,10 @@ TEST( Operator, RelationsThatCannotBeMeantAreOneWarningEach ) {
 }
 
 TEST( Operator, TextsFromOutsideDoNotReachATerminalAsTheyAre ) {
-   EXPECT_EQ( QonAgent::printable( "Ä\x1b[2J\n\x7f\xff\xc2\x9b|" ),
+   EXPECT_EQ( Kiv::printable( "Ä\x1b[2J\n\x7f\xff\xc2\x9b|" ),
               "Ä\\x1b[2J\\x0a\\x7f\\xff\\xc2\\x9b|" );
    // A character that is not whole.
-   EXPECT_EQ( QonAgent::printable( "\xe2\x82" ), "\\xe2\\x82" );
+   EXPECT_EQ( Kiv::printable( "\xe2\x82" ), "\\xe2\\x82" );
 }
 
 /** A socket in a folder of its own. */

@@ -166,7 +166,7 @@ TEST( Reload, WhatIsSaidAsBeforeStaysAsItIs ) {
    w.event( { { "event", "mlag" }, { "state", "inactive" } } );
    w.event( { { "event", "mac" },
               { "op", "add" },
-              { "mac", "00:1c:73:00:00:01" },
+              { "mac", "02:11:22:00:00:01" },
               { "vlan", 10 },
               { "intf", "Ethernet8" } } );
    const Lines before = w.state( true );
