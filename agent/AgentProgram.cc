@@ -13,6 +13,7 @@
 #include "agent/AgentRun.h"
 #include "agent/Reference.h"
 #include "agent/base/Json.h"
+#include "agent/base/PlainWords.h"
 #include "agent/base/Readiness.h"
 #include "agent/base/Version.h"
 #include "agent/server/Console.h"
@@ -59,7 +60,8 @@ String program; // argv[0] without its folder, with which messages begin
 
 void
 say( const String & line ) {
-   std::fprintf( stderr, "%s: %s\n", program.c_str(), Kiv::printable( line ).c_str() );
+   std::fprintf( stderr, "%s: %s\n", program.c_str(),
+                 Kiv::printable( plainWords( line ) ).c_str() );
 }
 
 /** Hears SIGTERM and SIGINT, which end the agent, and SIGHUP. */

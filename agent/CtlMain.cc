@@ -210,6 +210,9 @@ int
 Ctl::event() {
    Json line = Json::parse( options_.words[0], nullptr, false );
    if ( !line.is_object() ) {
+      if ( options_.words[0].starts_with( "{" ) ) {
+         throw Velto::RangeError( "event: not valid JSON: " + options_.words[0] );
+      }
       line = { { "event", options_.words[0] } };
       for ( std::size_t i = 1; i < options_.words.size(); ++i ) {
          const String & word = options_.words[i];

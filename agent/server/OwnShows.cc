@@ -224,7 +224,7 @@ OwnShows::commands() const {
          { "counters",
            "the work of the agent and of each feature: how much, how long, what waits, what failed",
            {},
-           { { "feature", "Feature" }, { "counter", "What" }, { "value", "Number", true } },
+           { { "feature", "Feature" }, { "counter", "What" }, { "value", "Value", true } },
            [this]( auto & ) { return counterRows(); } },
          { "hooks",
            "how often each hook of the chip was called",

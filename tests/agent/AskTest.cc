@@ -154,6 +154,34 @@ TEST( Ask, WorkIsCounted ) {
    EXPECT_EQ( w.look( "uptime", "since", "", "uptime" ), w.agent.uptime() ); // no time of day here
 }
 
+TEST( Ask, RetriesAreCounted ) {
+   AskedWorld w;
+   w.load( R"({"PORT": {"Ethernet4": {}, "Ethernet8": {}}, "VLAN": {"Vlan10": {}},
+   "VLAN_MEMBER": {"Vlan10|Ethernet4": {}}})" );
+   w.scheduler.runFor( 100 );
+   for ( auto feature : { "mac", "vlan", "vlan-mapping", "acl" } ) {
+      EXPECT_EQ( w.counter( feature, "retries" ), 0u ) << feature;
+   }
+   w.chip.faults().limitIs( "hostTable", 0 );
+   for ( auto & [hook, trouble] : std::map< String, String >{
+               { "vlanMapping", "busy" }, { "doUpdateVlan", "fail" }, { "prepareAcl", "full" } } ) {
+      EXPECT_EQ( w.event( { { "event", "fault" }, { "hook", hook }, { "trouble", trouble } } ),
+                 fine );
+   }
+   w.event( { { "event", "mac" },
+              { "op", "add" },
+              { "mac", "02:11:22:00:00:01" },
+              { "vlan", 10 },
+              { "intf", "Ethernet4" } } );
+   w.load( R"({"PORT": {"Ethernet4": {}, "Ethernet8": {}}, "VLAN": {"Vlan10": {}},
+   "VLAN_MEMBER": {"Vlan10|Ethernet8": {}},
+   "VLAN_MAPPING": {"Ethernet4|ingress|30": {"mapped_vlan": "10"}}})" );
+   w.scheduler.runFor( 100 );
+   EXPECT_EQ( w.counter( "vlan", "retries" ), 1u );
+   EXPECT_EQ( w.counter( "vlan-mapping", "retries" ), 1u );
+   EXPECT_GE( w.counter( "mac", "retries" ), 2u ); // it still does not fit
+}
+
 class SlowTask : public Kiv::Task {
  public:
    using Task::Task;

@@ -145,6 +145,23 @@ TEST( Operator, WhatIsMisspelledIsNamedWithWhatThereIs ) {
          { R"({"event": "link", "port": "Ethernet4", "up": true, "sped": 1})",
            "field 'sped' is not known here; there are: port, up" },
    };
+   struct {
+      const char * line;
+      const char * raised;
+   } const refused[] = {
+         { R"({"event": "vlanMember", "vlan": 9999, "intf": "Ethernet8", "mode": "none"})",
+           "field 'vlan': expected a VLAN from 1 to 4094, found 9999" },
+         { R"({"event": "vlanMember", "vlan": -1, "intf": "Ethernet8", "mode": "none"})",
+           "field 'vlan': expected a whole number from 0 to 4294967295, found -1" },
+         { R"({"event": "vlanMember", "vlan": 10.5, "intf": "Ethernet8", "mode": "none"})",
+           "field 'vlan': expected a whole number from 0 to 4294967295, found 10.5" },
+         { R"({"event": "vlanMember", "vlan": 4294967306, "intf": "Ethernet8", "mode": "none"})",
+           "field 'vlan': expected a whole number from 0 to 4294967295, found 4294967306" },
+         { R"({"event": "link", "port": "Ethernet4", "up": 1})",
+           "field 'up': expected true or false, found 1" },
+         { R"({"event": "link", "port": ["Ethernet4"], "up": true})",
+           R"(field 'port': expected a text, found ["Ethernet4"])" },
+   };
    for ( auto & c : cases ) {
       const Lines said = w.play( c.line );
       ASSERT_EQ( said.size(), 1u ) << c.line;
@@ -152,11 +169,13 @@ TEST( Operator, WhatIsMisspelledIsNamedWithWhatThereIs ) {
                  String( "warning: f:1: " ) + c.said );
    }
    EXPECT_EQ( w.show( "vlan 99999" ), "expected a VLAN from 1 to 4094, found '99999'" );
-   try {
-      w.play( R"({"event": "vlanMember", "vlan": 9999, "intf": "Ethernet8", "mode": "none"})" );
-      ADD_FAILURE();
-   } catch ( const Velto::RangeError & e ) {
-      EXPECT_STREQ( e.what(), "f:1: field 'vlan': expected a VLAN from 1 to 4094, found 9999" );
+   for ( auto & r : refused ) {
+      try {
+         w.play( r.line );
+         ADD_FAILURE() << r.line;
+      } catch ( const Velto::RangeError & e ) {
+         EXPECT_EQ( e.what(), String( "f:1: " ) + r.raised );
+      }
    }
 }
 
