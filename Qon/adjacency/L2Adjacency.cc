@@ -36,67 +36,62 @@ combineExpectedL2AdjForwardingStates( L2AdjForwardingState a, L2AdjForwardingSta
 void
 L2AdjTableType::setTableTypeForAdj( const GlobalFecId & fec, TableType type ) {
    const GlobalFecId fecId( fec );
-   const TableTypeBoolSet bit( type );
-   if ( adjEntryAndTableType( fecId ).has( type ) ) {
+   auto & types = *adjEntryAndTableType_.emplace( fecId ).first;
+   if ( types.has( type ) ) {
       return;
    }
-   // The count first: who hears of it and takes the type away again finds no bit yet.
-   const Velto::Hold alive( this );
-   Velto::FirstError error;
-   error.run( [&] { adjTableTypeIs( type, adjTableType( type ) + 1 ); } );
-   const auto held = adjEntryAndTableType( fecId );
-   error.run( [&] {
-      if ( held.has( type ) ) { // who heard of it set the type as well
-         decrementTableTypeInternal( type );
-      } else {
-         adjEntryAndTableTypeIs( fecId, held | bit );
-      }
-   } );
-   error.pass();
+   types = types | TableTypeBoolSet( type );
+   ++*adjTableType_.emplace( type, 0u ).first;
+   publish( fecId, TableTypeBoolSet( type ) );
 }
 
 void
-L2AdjTableType::unsetTableTypeForAdj( const GlobalFecId & fec, TableType type ) {
+L2AdjTableType::unsetTableTypeForAdj( const GlobalFecId & fecId, TableType type ) {
+   release( fecId, TableTypeBoolSet( type ) );
+}
+
+void
+L2AdjTableType::handleAdjEntry( const GlobalFecId & fecId, bool holds ) {
+   if ( !holds ) {
+      release( fecId, ~TableTypeBoolSet() );
+   }
+}
+
+/** Takes those of `types` from the FEC that it has. */
+void
+L2AdjTableType::release( const GlobalFecId & fec, TableTypeBoolSet types ) {
    const GlobalFecId fecId( fec );
-   const auto held = adjEntryAndTableType( fecId );
-   if ( !held.has( type ) ) {
+   auto * held = adjEntryAndTableType_.find( fecId );
+   const auto gone = held ? *held & types : TableTypeBoolSet();
+   if ( !gone ) {
       return;
    }
-   const Velto::Hold alive( this );
-   const auto left = held & ~TableTypeBoolSet( type );
-   Velto::FirstError error;
-   error.run( [&] {
-      if ( left ) {
-         adjEntryAndTableTypeIs( fecId, left );
-      } else {
-         adjEntryAndTableTypeDel( fecId );
-      }
-   } );
-   error.run( [&] { decrementTableTypeInternal( type ); } );
-   error.pass();
+   *held = *held & ~gone;
+   if ( !*held ) {
+      adjEntryAndTableType_.erase( fecId );
+   }
+   forEachType( gone, [&]( TableType type ) { decrementTableTypeInternal( type ); } );
+   publish( fecId, gone );
 }
 
 void
 L2AdjTableType::decrementTableTypeInternal( TableType type ) {
-   if ( const U32 count = adjTableType( type ); count > 1 ) {
-      adjTableTypeIs( type, count - 1 );
+   auto * count = adjTableType_.find( type );
+   if ( count && *count > 1 ) {
+      --*count;
    } else {
-      adjTableTypeDel( type );
+      adjTableType_.erase( type );
    }
 }
 
+/** Both maps hold already what is told: who hears it may change it again. */
 void
-L2AdjTableType::handleAdjEntry( const GlobalFecId & fec, bool holds ) {
-   const GlobalFecId fecId( fec );
-   const auto types = adjEntryAndTableType( fecId );
-   if ( holds || !types ) {
-      return;
-   }
+L2AdjTableType::publish( const GlobalFecId & fecId, TableTypeBoolSet changed ) {
    const Velto::Hold alive( this );
    Velto::FirstError error;
-   error.run( [&] { adjEntryAndTableTypeDel( fecId ); } );
-   forEachType( types, [&]( TableType type ) {
-      error.run( [&] { decrementTableTypeInternal( type ); } );
+   error.run( [&] { kivPublish( adjEntryAndTableTypeAttr::index, fecId ); } );
+   forEachType( changed, [&]( TableType type ) {
+      error.run( [&] { kivPublish( adjTableTypeAttr::index, type ); } );
    } );
    error.pass();
 }
@@ -219,10 +214,7 @@ L2Adjacency::setTableTypeForAdj( const GlobalFecId & fec, TableType type ) {
    // fixed text
    QON_L2ADJ_ASSERT( adjEntryHas( fecId ) ||
                      ( proxiedAdj() && proxiedAdj()->proxiedAdjEntryHas( fecId ) ) );
-   Velto::FirstError error;
-   error.run( [&] { types->setTableTypeForAdj( fecId, type ); } );
-   error.run( [&] { types->handleAdjEntry( fecId, holds( fecId ) ); } );
-   error.pass();
+   types->setTableTypeForAdj( fecId, type );
 }
 
 void
@@ -355,7 +347,7 @@ L2Adjacency::potentialEcmp() const {
 
 bool
 L2Adjacency::potentialHasBackup() const {
-   return potentialHasBackup_ || l2AdjData().backupVia() ||
+   return potentialHasBackup_ || l2AdjData().backupVia().value_or( NextHop() ) ||
           ( proxiedAdj() && proxiedAdj()->potentialHasBackup() );
 }
 

@@ -33,6 +33,9 @@ NextHopCollection::NextHopCollection( const Velto::String & text ) {
       }
    }
    updateTotalWeight();
+   if ( !mayContainDuplicateNextHops() ) {
+      mergeDuplicates();
+   }
 }
 
 // Entries and next hops
@@ -63,7 +66,7 @@ NextHopCollection::nextHop( const NextHop & nextHop ) const {
 
 NextHopIteratorConst
 NextHopCollection::nextHopIteratorConst() const {
-   return NextHopIteratorConst( viaAndWeightSnapshot(), true );
+   return NextHopIteratorConst( viaAndWeightSnapshot() );
 }
 
 NextHopCollection::AggWeightsResult

@@ -133,8 +133,8 @@ NextHopWeights::stringValue() const {
    return w.text();
 }
 
-NextHopIteratorConst::NextHopIteratorConst( PlatformApi::ViaList::Snapshot list, bool duplicates )
-    : list_( std::move( list ) ), duplicates_( duplicates ) {
+NextHopIteratorConst::NextHopIteratorConst( PlatformApi::ViaList::Snapshot list )
+    : list_( std::move( list ) ) {
    skip();
 }
 
@@ -147,7 +147,7 @@ NextHopIteratorConst::step() {
 /** On to an entry that is a next hop, and the first one of it. */
 void
 NextHopIteratorConst::skip() {
-   while ( !atEnd() && ( !current() || ( duplicates_ && !seen_.emplace( current() ).second ) ) ) {
+   while ( !atEnd() && ( !current() || !seen_.emplace( current() ).second ) ) {
       ++at_;
    }
 }

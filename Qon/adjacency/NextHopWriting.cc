@@ -390,9 +390,9 @@ NextHopCollection::nhgInfoMut() {
       info = Velto::make< NextHopGroupInfo >();
    }
    KivStash::makeSole( info, []( const NextHopGroupInfo & shared ) {
-      return Velto::make< NextHopGroupInfo >( shared.content );
+      return Velto::make< NextHopGroupInfo >( shared.content() );
    } );
-   return info->content;
+   return info->content_;
 }
 
 template< class T >
@@ -454,7 +454,7 @@ NextHopCollection::nhgInfoIsOrCopyFrom( NextHopGroupInfo::Ptr && info ) {
       return;
    }
    KivStash::makeSole( taken, []( const NextHopGroupInfo & shared ) {
-      return Velto::make< NextHopGroupInfo >( shared.content );
+      return Velto::make< NextHopGroupInfo >( shared.content() );
    } );
    viaListMut().groupInfo = std::move( taken );
    QON_L2ADJ_ASSERT( viaListWrapper_.viaList()->nhgInfo()->useCount() == 1 ); // fixed text

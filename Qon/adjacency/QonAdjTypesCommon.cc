@@ -65,6 +65,9 @@ EncapInfo::EncapInfo( const String & text ) {
 #define QON_ENCAP_READ_( text, x, Payload, kind, factory )                                         \
    if ( r.is( #text ) ) {                                                                          \
       if ( const auto payload = Kiv::fromText< Payload >( r.value() ); payload != Payload() ) {    \
+         if ( wrapper_ ) {                                                                         \
+            Kiv::textRefused( "one encapsulation", r.name() );                                     \
+         }                                                                                         \
          wrapper_ = factory();                                                                     \
          x##Is( payload );                                                                         \
       }                                                                                            \

@@ -26,7 +26,7 @@ ViaList::copyViaList() const {
 
 const NextHopGroupInfo::Content &
 ViaList::groupContent() const {
-   return groupInfo ? groupInfo->content : Kiv::absent< NextHopGroupInfo::Content >();
+   return groupInfo ? groupInfo->content() : Kiv::absent< NextHopGroupInfo::Content >();
 }
 
 bool
@@ -39,7 +39,8 @@ ViaList::sameContent( const ViaList & other ) const {
    return tunnelType == other.tunnelType && flags.unrecorded() == other.flags.unrecorded() &&
           vias == other.vias &&
           ( groupInfo == other.groupInfo ||
-            ( groupInfo && other.groupInfo && groupInfo->content == other.groupInfo->content ) );
+            ( groupInfo && other.groupInfo &&
+              groupInfo->content() == other.groupInfo->content() ) );
 }
 
 std::strong_ordering
@@ -54,7 +55,7 @@ ViaList::compareContent( const ViaList & other ) const {
       if ( auto byPresence = bool( groupInfo ) <=> bool( other.groupInfo ); byPresence != 0 ) {
          return byPresence;
       }
-   } else if ( auto byInfo = groupInfo->content <=> other.groupInfo->content; byInfo != 0 ) {
+   } else if ( auto byInfo = groupInfo->content() <=> other.groupInfo->content(); byInfo != 0 ) {
       return byInfo;
    }
    return tunnelType <=> other.tunnelType;
@@ -71,7 +72,7 @@ ViaList::computeHash() const {
    for ( const auto & entry : vias ) {
       h = Kiv::hashCombine( h, entry.via().hash() + entry.weight() );
    }
-   return groupInfo ? Kiv::hashCombine( h, groupInfo->content.hash() ) : h;
+   return groupInfo ? Kiv::hashCombine( h, groupInfo->content().hash() ) : h;
 }
 
 namespace {
@@ -83,7 +84,7 @@ ViaList::stringValue() const {
    Kiv::ValueWriter w( "Qon::PlatformApi::ViaList" );
    w.field( "viaAndWeight", vias );
    w.field( "flags", flags );
-   w.field( "nhgInfo", groupInfo ? OptionalContent( groupInfo->content ) : OptionalContent() );
+   w.field( "nhgInfo", groupInfo ? OptionalContent( groupInfo->content() ) : OptionalContent() );
    w.field( "tunnelType", tunnelType );
    return w.text();
 }
@@ -93,6 +94,14 @@ ViaList::read( const Velto::String & text ) {
    for ( Kiv::ValueReader r( "Qon::PlatformApi::ViaList", text ); r.next(); ) {
       if ( r.is( "viaAndWeight" ) ) {
          r.get( vias );
+         if ( vias.size() > mostVias ) {
+            Kiv::textRefused( "at most 65535 entries", Kiv::toText( U64( vias.size() ) ) );
+         }
+         for ( const auto & entry : vias ) {
+            if ( entry.weight() == 0 ) {
+               Kiv::textRefused( "weights of 1 or more", entry.stringValue() );
+            }
+         }
       } else if ( r.is( "flags" ) ) {
          r.get( flags );
       } else if ( r.is( "nhgInfo" ) ) {

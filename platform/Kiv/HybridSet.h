@@ -7,7 +7,8 @@
 // Invariants
 // 1. It is the same set in both forms. A set that has become empty starts in the object again.
 // 2. A walk stays valid while keys come and go, whichever form the set takes on: it visits what was
-//    there and is not erased before its turn, and what comes meanwhile. The set outlives its walks.
+//    there and is not erased before its turn, and what comes meanwhile; it may end where all keys go
+//    at once. The set outlives its walks.
 // 3. Order of insertion.
 
 #include <optional>
@@ -146,7 +147,10 @@ class HybridSet {
       const x##Map gone( std::move( x##_ ) );                                                      \
       ::Velto::FirstError error;                                                                   \
       for ( typename x##Map::Walk i( gone ); i; ++i ) {                                            \
-         error.run( [&] { x##Changed( i.key() ); } );                                              \
+         error.run( [&] { handler( i.key() ); } );                                                 \
+      }                                                                                            \
+      for ( typename x##Map::Walk i( gone ); i && this->kivWatched(); ++i ) {                      \
+         error.run( [&] { this->kivPublish( x##Attr::index, i.key() ); } );                        \
       }                                                                                            \
       error.pass();                                                                                \
    }                                                                                               \

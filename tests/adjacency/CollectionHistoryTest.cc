@@ -2,6 +2,7 @@
 // random histories, and after every step all collections are what their models say.
 
 #include <algorithm>
+#include <map>
 #include <optional>
 #include <set>
 
@@ -19,6 +20,7 @@ constexpr U64 most = 0xffffffff;
 constexpr int unset = -1;
 constexpr int distinctHops = 5;
 constexpr U32 collections = 4;
+constexpr int apart = -1, ended = -2; // in no table, in one that is no more
 
 struct Entry {
    int via;
@@ -34,7 +36,7 @@ struct Model {
    U16 shim = 0;
    U32 type = 0; // of the tunnel
    std::optional< U32 > ttl;
-   bool consolidated = false;
+   int table = apart; // that it is consolidated in
 
    bool mayDuplicate() const { return group || duplicates || ordered || shim & 1; }
    bool hasOrder() const { return ordered || ( group && !unordered ); }
@@ -100,6 +102,8 @@ class History {
       for ( int i = 0; i < distinctHops; ++i ) {
          hops.push_back( vias.handle( via( U32( i ) ) ) );
       }
+      tables[0].emplace();
+      tables[1].emplace();
    }
 
    void step() {
@@ -110,7 +114,7 @@ class History {
       if ( quiet && model() == before ) { // what changes nothing copies nothing
          EXPECT_EQ( list, real().viaListWrapper().viaList() );
       } else if ( quiet && !model().sameList( before ) ) {
-         model().consolidated = false;
+         model().table = apart;
       }
       checkOne( real(), model() );
    }
@@ -122,14 +126,20 @@ class History {
             reals[i].verify();
          }
       }
-      checkTable();
+      checkTables();
       checkEquality();
-      checkViews();
+      for ( const auto & view : views ) {
+         checkView( view );
+      }
    }
 
  private:
+   /** Iterators of one moment, and what they are to show. */
    struct View {
-      Qon::ViaAndWeightIteratorConst iterator;
+      Qon::ViaAndWeightIteratorConst entry;
+      Qon::NextHopIteratorConst nextHop;
+      Qon::NextHopAggregateWeightIteratorConst sum;
+      Qon::NextHopBitmapExternIteratorConst bitmap;
       Entries entries;
    };
 
@@ -143,17 +153,29 @@ class History {
          }
       }
    }
-   void checkViews() {
-      for ( auto & view : views ) {
-         auto i = view.iterator;
-         for ( auto & e : view.entries ) {
-            ASSERT_TRUE( i );
-            ASSERT_EQ( hopOf( e.via ), i->via() );
-            ASSERT_EQ( e.weight, i->weight() );
-            ++i;
+   void checkView( View view ) {
+      std::vector< int > order; // of the next hops
+      std::map< int, std::pair< U64, QonTypes::ViaBitmap > > gathered;
+      for ( U32 at = 0; at < view.entries.size(); ++at, ++view.entry ) {
+         const auto & e = view.entries[at];
+         ASSERT_EQ( hopOf( e.via ), view.entry->via() );
+         ASSERT_EQ( e.weight, view.entry->weight() );
+         if ( e.via != unset ) {
+            auto [g, fresh] = gathered.try_emplace( e.via );
+            fresh ? order.push_back( e.via ) : void();
+            g->second.first += e.weight;
+            g->second.second.bitIs( at );
          }
-         ASSERT_FALSE( i );
       }
+      for ( int via : order ) {
+         ASSERT_EQ( hopOf( via ), *view.nextHop );
+         ASSERT_EQ( hopOf( via ), view.sum->nextHop );
+         ASSERT_EQ( gathered[via].first, view.sum->weight );
+         ASSERT_EQ( hopOf( via ), view.bitmap->nextHop );
+         ASSERT_EQ( gathered[via].second, view.bitmap->bitmap );
+         ++view.nextHop, ++view.sum, ++view.bitmap;
+      }
+      ASSERT_FALSE( view.entry || view.nextHop || view.sum || view.bitmap );
    }
 
    NextHopCollection & real() { return reals[at]; }
@@ -194,7 +216,7 @@ class History {
       return indexes;
    }
    void mergeUnlessAllowed() {
-      model().consolidated = false;
+      model().table = apart;
       model().merge();
    }
 
@@ -336,31 +358,41 @@ class History {
       switch ( what ) {
       case 18:
       case 19:
-         real().consolidate( &table );
-         m.consolidated = true;
+         if ( const U32 table = rng.below( 2 ); rng.percent( 3 ) ) {
+            endTable( int( table ) );
+         } else {
+            real().consolidate( &*tables[table] );
+            m.table = m.table == apart ? int( table ) : m.table;
+         }
          return false;
       case 20:
-         reals[other] = real();
          models[other] = m;
+         if ( other != at && rng.percent( 30 ) ) {
+            reals[other] = std::move( real() );
+            m = Model();
+         } else {
+            reals[other] = real();
+         }
          return false;
       case 21:
          if ( views.size() > 4 ) {
             views.erase( views.begin() + rng.below( U32( views.size() ) ) );
          }
-         views.push_back( { real().viaAndWeightIteratorConst(), m.entries } );
+         views.push_back( { real().viaAndWeightIteratorConst(), real().nextHopIteratorConst(),
+                            real().nextHopAggregateWeightIteratorConst(),
+                            real().nextHopBitmapExternIteratorConst(), m.entries } );
          return true;
       case 22:
          if ( rng.percent( 30 ) ) {
             real().ttlIs( *( m.ttl = rng.between( 1, 3 ) ) );
          } else if ( rng.percent( 50 ) ) {
-            m.consolidated &= real().nhgInfo() == reals[other].nhgInfo();
-            real().nhgInfoIs(
-                  const_cast< Qon::PlatformApi::NextHopGroupInfo * >( reals[other].nhgInfo() ) );
+            m.table = real().nhgInfo() == reals[other].nhgInfo() ? m.table : apart;
+            real().nhgInfoIs( reals[other].nhgInfo() );
             m.ttl = models[other].ttl;
             return false;
          } else {
-            real().unconsolidate();
-            m.consolidated = false;
+            rng.percent( 50 ) ? real().unconsolidate() : real().viaAndWeightsReserve( 50 );
+            m.table = real().consolidated() ? m.table : apart;
             return false;
          }
          return true;
@@ -370,7 +402,7 @@ class History {
             m.entries.clear();
          } else if ( rng.percent( 30 ) ) {
             real() = NextHopCollection( real().stringValue() );
-            m.consolidated = false;
+            mergeUnlessAllowed();
             return false;
          } else {
             return replaceWrapper( other );
@@ -386,11 +418,18 @@ class History {
          m.entries = o.entries;
          m.type = o.type;
          m.ttl = o.ttl;
-         m.consolidated = o.consolidated && m.mayDuplicate() == o.mayDuplicate() &&
-                          m.hasOrder() == o.hasOrder();
+         m.table = m.mayDuplicate() == o.mayDuplicate() && m.hasOrder() == o.hasOrder() ? o.table
+                                                                                        : apart;
          return false;
       }
       return true;
+   }
+
+   void endTable( int table ) {
+      tables[table].emplace();
+      for ( auto & m : models ) {
+         m.table = m.table == table ? ended : m.table;
+      }
    }
 
    void checkOne( const NextHopCollection & c, const Model & m ) {
@@ -406,7 +445,7 @@ class History {
          }
       }
       if ( c.totalWeightAndShimAttrs() != ( total | U64( m.shim ) << 48 ) ||
-           c.consolidated() != m.consolidated || c.isNextHopGroup() != m.group ||
+           c.consolidated() != ( m.table != apart ) || c.isNextHopGroup() != m.group ||
            c.mayContainDuplicateNextHops() != m.mayDuplicate() ||
            c.specifiesNextHopOrder() != m.hasOrder() || c.swOnly() != m.swOnly ||
            U32( c.tunnelType() ) != m.type || bool( c.nhgInfo() ) != m.ttl.has_value() ||
@@ -414,33 +453,34 @@ class History {
          FAIL() << "other than the model: " << c.stringValue();
       }
    }
-   /** The table holds what is held, each list once. */
-   void checkTable() {
+   /** The tables hold what is held, each list once. */
+   void checkTables() {
       std::set< const ViaList * > held;
       for ( U32 i = 0; i < collections; ++i ) {
          auto list = reals[i].viaListWrapper().viaList();
-         ASSERT_EQ( models[i].consolidated, list->interned() );
+         ASSERT_EQ( models[i].table >= 0, list->interned() );
          if ( list->interned() ) {
             held.insert( list );
          }
-         for ( U32 j = 0; j < i && models[i].consolidated; ++j ) {
-            const bool same = models[j].consolidated && models[i].sameList( models[j] ) &&
+         for ( U32 j = 0; j < i && models[i].table >= 0; ++j ) {
+            const bool same = models[j].table == models[i].table &&
+                              models[i].sameList( models[j] ) &&
                               models[i].mayDuplicate() == models[j].mayDuplicate() &&
                               models[i].hasOrder() == models[j].hasOrder();
             ASSERT_EQ( same, list == reals[j].viaListWrapper().viaList() );
          }
       }
       for ( auto & view : views ) {
-         if ( view.iterator.list()->interned() ) {
-            held.insert( view.iterator.list() );
+         if ( view.entry.list()->interned() ) {
+            held.insert( view.entry.list() );
          }
       }
-      ASSERT_EQ( held.size(), table.viaLists() );
+      ASSERT_EQ( held.size(), tables[0]->viaLists() + tables[1]->viaLists() );
    }
 
    Kiv::Rng rng;
    Qon::NextHopDedupTable vias;
-   Qon::PlatformApi::ViaListDedupTable table;
+   std::optional< Qon::PlatformApi::ViaListDedupTable > tables[2];
    std::vector< NextHop > hops;
    NextHopCollection reals[collections];
    Model models[collections];

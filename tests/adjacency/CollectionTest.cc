@@ -160,6 +160,21 @@ TEST( Collection, NoWeightIsZero ) {
    EXPECT_DEATH( l.nextHopIs( b, 0 ), text );
 }
 
+TEST( Collection, VerifyFindsWhatMayNotStandTwice ) {
+   auto l = list( { { a, 1 }, { {}, 2 }, { b, 1 }, { {}, 3 }, { a, 2 } } );
+   l.verify();
+   NextHopCollection other;
+   other.viaPush( a );
+   other.viaPush( hop( 0 ) );
+   EXPECT_DEATH( other.verify(), "QonL2AdjTypes:.*'!duplicates \\|\\| "
+                                 "mayContainDuplicateNextHops\\(\\)' failed" );
+   // A list that somebody else made.
+   other.replaceViaListWrapper( l.viaListWrapper() );
+   EXPECT_EQ( 9u, other.totalWeight() );
+   EXPECT_DEATH( other.verify(), "duplicates" );
+   EXPECT_EQ( 9u, NextHopCollection( l.viaListWrapper(), l.flags(), {}, 7 ).totalWeight() );
+}
+
 TEST( Collection, HasNoMoreThan65535Entries ) {
    NextHopCollection l;
    l.duplicatesAllowedIs( true );
@@ -207,8 +222,9 @@ TEST( Collection, ConsolidationNeedsATableAndOutlivesIt ) {
 TEST( Collection, GroupInformationIsCopiedBeforeItIsWritten ) {
    NextHopCollection l, other;
    EXPECT_EQ( 0u, l.ttl() );
-   auto info = Velto::make< NextHopGroupInfo >();
-   info->content.tosIs( 7 );
+   NextHopGroupInfo::Content content;
+   content.tosIs( 7 );
+   auto info = Velto::make< NextHopGroupInfo >( content );
    const auto sole = info.ptr();
    l.nhgInfoIsOrCopyFrom( std::move( info ) );
    EXPECT_EQ( sole, l.nhgInfo() );
@@ -222,8 +238,7 @@ TEST( Collection, GroupInformationIsCopiedBeforeItIsWritten ) {
    EXPECT_TRUE( l.nextHopGroupEntryResolution( 3 ).nextHop().empty() );
    other.tosIs( 8 );
    EXPECT_EQ( std::pair( 7, 8 ), std::pair( int( l.tos() ), int( other.tos() ) ) );
-   NextHopGroupInfo::Ptr shared( const_cast< NextHopGroupInfo * >( l.nhgInfo() ) );
-   other.nhgInfoIsOrCopyFrom( NextHopGroupInfo::Ptr( shared ) );
+   other.nhgInfoIsOrCopyFrom( NextHopGroupInfo::Ptr( l.nhgInfo() ) );
    EXPECT_NE( l.nhgInfo(), other.nhgInfo() );
    EXPECT_EQ( 7, other.tos() );
 }
@@ -294,12 +309,14 @@ TEST( Collection, FlagsThatDoNotCountAreKeptAndShown ) {
 }
 
 TEST( Collection, MovedFromIsAnEmptyOne ) {
-   auto l = list( { { a, 1 } } );
-   const auto taken = std::move( l ).viaListWrapper();
-   Qon::ViaListWrapper wrapper( taken );
-   const Qon::ViaListWrapper gone( std::move( wrapper ) );
-   EXPECT_EQ( Qon::ViaListWrapper(), wrapper ); // NOLINT: that is the question
-   EXPECT_EQ( 1u, gone.viaList()->viaAndWeights() );
+   auto l = list( { { a, 1 }, { a, 2 } } );
+   auto taken = std::move( l );
+   EXPECT_EQ( NextHopCollection(), l ); // NOLINT: that is the question
+   l.viaPush( b );
+   l.verify();
+   l = std::move( taken );
+   EXPECT_EQ( "A1 A2", shown( l ) );
+   EXPECT_EQ( NextHopCollection(), taken ); // NOLINT
 }
 
 } // namespace

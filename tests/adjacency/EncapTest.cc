@@ -94,6 +94,7 @@ TEST( Encap, OfOneKindIsOfNoOther ) {
       EXPECT_DEATH( other.read( e ), text );
       EXPECT_DEATH( other.write( e, 1 ), text );
    }
+   EXPECT_THROW( EncapInfo( "{greEncap: {key: 1}, gueEncap: {dstPort: 1}}" ), Velto::RangeError );
    EncapInfo none;
    EXPECT_DEATH( none.greEncapIs( {} ), "EncapInfo type is none" );
 }

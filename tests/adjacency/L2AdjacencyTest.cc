@@ -299,6 +299,44 @@ TEST( TableTypes, FollowTheFecsThatAreHeld ) {
    }
 }
 
+TEST( TableTypes, SetsAndCountsAgreeWheneverOneIsHeardOf ) {
+   auto adj = adjacency();
+   const auto types = adj->l2AdjTableTypeIs();
+   String heard;
+   const auto ask = [&]( const char * what ) {
+      heard += what;
+      EXPECT_EQ( "", adj->checkInvariants() ) << heard;
+   };
+   Kiv::Listener< Qon::L2AdjTableType::adjEntryAndTableTypeAttr > sets(
+         types.ptr(), [&]( const GlobalFecId & ) { ask( "set " ); } );
+   Kiv::Listener< Qon::L2AdjTableType::adjTableTypeAttr > counts(
+         types.ptr(), [&]( const TableType & ) { ask( "count " ); } );
+   adj->adjEntryIs( one );
+   adj->adjEntryIs( two );
+   adj->setTableTypeForAdj( one, TableType::mpls );
+   adj->setTableTypeForAdj( one, TableType::urpf );
+   adj->setTableTypeForAdj( two, TableType::urpf );
+   unset( *adj, one, TableType::urpf );
+   EXPECT_EQ( "set count set count set count set count ", heard );
+   heard.clear();
+   adj->setTableTypeForAdj( two, TableType::mpls );
+   adj->adjEntryDel( two );
+   EXPECT_EQ( "set count set count count ", heard );
+}
+
+TEST( TableTypes, WhoComesBackWhileAllLeaveStartsAfresh ) {
+   auto adj = adjacency();
+   adj->adjEntryIs( one );
+   adj->adjEntryIs( two );
+   adj->setTableTypeForAdj( two, TableType::mpls );
+   Kiv::Listener< L2Adjacency::adjEntryAttr > back( adj.ptr(), [&]( const GlobalFecId & fec ) {
+      fec == one ? adj->adjEntryIs( two ) : void();
+   } );
+   adj->adjEntryDelAll();
+   EXPECT_TRUE( adj->adjEntryHas( two ) );
+   EXPECT_EQ( 0u, adj->adjTableTypes() );
+}
+
 TEST( TableTypes, WatchersMayUndoWhatTheyHear ) {
    auto adj = adjacency();
    adj->adjEntryIs( one );

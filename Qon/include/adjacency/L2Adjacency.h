@@ -83,7 +83,8 @@ class ProxiedAdj : public Kiv::Entity {
    explicit ProxiedAdj( const Velto::String & name ) : Kiv::Entity( name ) {}
 };
 
-/** The table types of one adjacency by FEC, and the number of FECs by type. */
+/** The table types of one adjacency by FEC, and the number of FECs by type. Each change is made of
+    both before either is published. */
 class L2AdjTableType : public Kiv::Entity {
    KIV_BODY( L2AdjTableType, Kiv::Entity )
    KIV_MAP( GlobalFecId, TableTypeBoolSet, adjEntryAndTableType )
@@ -101,7 +102,9 @@ class L2AdjTableType : public Kiv::Entity {
    TableTypeBoolSet adjTableTypeBoolSet() const;
 
  private:
+   void release( const GlobalFecId & fecId, TableTypeBoolSet types );
    void decrementTableTypeInternal( TableType type );
+   void publish( const GlobalFecId & fecId, TableTypeBoolSet changed );
 };
 
 /** What only few adjacencies have. */

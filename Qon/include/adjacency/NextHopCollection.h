@@ -88,14 +88,28 @@ class NextHopCollection {
                  foundDuplicateEntries )
    };
 
-   static constexpr U32 mostVias = 65535;
+   static constexpr U32 mostVias = ViaList::mostVias;
    static constexpr U64 mostWeight = 0xffffffff; // of one entry
 
    NextHopCollection() = default;
    /** Of `totalWeightAndShimAttrs` the upper 16 bits count; the total is that of the list. */
    NextHopCollection( ViaListWrapper viaListWrapper, NextHopCollectionFlags flags,
                       NextHopGroupNhCollMetadata nhgMetadata, U64 totalWeightAndShimAttrs );
+   /** Merges equal next hops where the text does not allow them. */
    explicit NextHopCollection( const Velto::String & text );
+   NextHopCollection( const NextHopCollection & ) = default;
+   /** What is moved from is as a fresh one. */
+   NextHopCollection( NextHopCollection && o ) noexcept
+       : viaListWrapper_( std::move( o.viaListWrapper_ ) ), flags_( std::exchange( o.flags_, {} ) ),
+         nhgMetadata_( std::exchange( o.nhgMetadata_, {} ) ),
+         totalWeightAndShimAttrs_( std::exchange( o.totalWeightAndShimAttrs_, 0 ) ) {}
+   NextHopCollection & operator=( NextHopCollection o ) noexcept {
+      std::swap( viaListWrapper_, o.viaListWrapper_ );
+      std::swap( flags_, o.flags_ );
+      std::swap( nhgMetadata_, o.nhgMetadata_ );
+      std::swap( totalWeightAndShimAttrs_, o.totalWeightAndShimAttrs_ );
+      return *this;
+   }
 
    /** @name What it is made of */
    /** @{ */
@@ -188,6 +202,10 @@ class NextHopCollection {
    /** Flags that are carried along, and make no difference to what the collection is. */
    void flagsValueEqExcludedIs( U32 v ) { flags_.flagsValueEqExcludedIs( v ); }
    void shimAttrsIs( NextHopCollectionShimBuiltAttrs v );
+   /** The upper 16 bits count; the total is that of the list. */
+   void totalWeightAndShimAttrsIs( U64 v ) {
+      shimAttrsIs( NextHopCollectionShimBuiltAttrs( U16( v >> shimAttrsShift ) ) );
+   }
    void nhgMetadataIs( const NextHopGroupNhCollMetadata & v );
    /** @} */
 
@@ -208,7 +226,7 @@ class NextHopCollection {
    /** @name The next-hop group's information. Without one, everything reads as 0; the first write
        creates it. */
    /** @{ */
-   const NextHopGroupInfo * nhgInfo() const { return list().nhgInfo(); }
+   NextHopGroupInfo * nhgInfo() const { return list().nhgInfo(); }
    U32 nhgId() const { return list().groupContent().nhgId(); }
    PlatformApi::GreKeyType greKeyType() const { return list().groupContent().greKeyType(); }
    U8 tos() const { return list().groupContent().tos(); }
@@ -269,6 +287,7 @@ class NextHopCollection {
    void consolidate( const PlatformApi::ViaListDedupTable * viaListDedupTable );
    void unconsolidate();
    void replaceViaListWrapper( const ViaListWrapper & wrapper );
+   void viaListWrapperIs( const ViaListWrapper & v ) { replaceViaListWrapper( v ); }
    /** @} */
 
    /** Adds the total up from scratch. No call needs it; for lists that somebody else made. */

@@ -142,8 +142,7 @@ class ViaAndWeightIteratorConst : public CheckedIterator< ViaAndWeightIteratorCo
 class NextHopIteratorConst : public CheckedIterator< NextHopIteratorConst > {
  public:
    static constexpr const char * name = "NextHopIteratorConst"; // fixed text
-   /** Without `duplicates`, no next hop has two entries. */
-   NextHopIteratorConst( PlatformApi::ViaList::Snapshot list, bool duplicates );
+   explicit NextHopIteratorConst( PlatformApi::ViaList::Snapshot list );
 
  private:
    friend class CheckedIterator< NextHopIteratorConst >;
@@ -153,7 +152,6 @@ class NextHopIteratorConst : public CheckedIterator< NextHopIteratorConst > {
    const NextHop & current() const { return list_->vias[at_].via(); }
 
    PlatformApi::ViaList::Snapshot list_;
-   bool duplicates_;
    Kiv::DenseMap< NextHop, Kiv::Nothing > seen_;
    U32 at_ = 0;
 };

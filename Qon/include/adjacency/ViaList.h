@@ -15,6 +15,10 @@
 
 #include "Qon/include/adjacency/Via.h"
 
+namespace Qon {
+class NextHopCollection;
+}
+
 namespace Qon::PlatformApi {
 
 enum class LabelType : U8 { labelUnset, labelPerPrefix, labelPerNextHop, labelPerVrf };
@@ -67,9 +71,12 @@ class NextHopGroupInfo : public Velto::Node {
                  entryResolution )
    };
    NextHopGroupInfo() = default;
-   explicit NextHopGroupInfo( const Content & c ) : content( c ) {}
+   explicit NextHopGroupInfo( const Content & content ) : content_( content ) {}
+   const Content & content() const { return content_; }
 
-   Content content;
+ private:
+   friend class Qon::NextHopCollection; // which copies before it writes
+   Content content_;
 };
 
 class ViaList final : public KivStash::Dedupable< ViaList > {
@@ -79,6 +86,7 @@ class ViaList final : public KivStash::Dedupable< ViaList > {
    using Content = ViaList;
    using Vias = Kiv::ValueList< ViaAndWeight >;
    using TunnelType = Tunnel::TunnelTable::Type;
+   static constexpr U32 mostVias = 65535;
 
    ViaList() = default;
    ~ViaList() override { dedupLeave(); }
@@ -87,7 +95,7 @@ class ViaList final : public KivStash::Dedupable< ViaList > {
 
    /** How many there are. */
    U32 viaAndWeights() const { return U32( vias.size() ); }
-   const NextHopGroupInfo * nhgInfo() const { return groupInfo.ptr(); }
+   NextHopGroupInfo * nhgInfo() const { return groupInfo.ptr(); }
    /** The group's information, or an empty one. */
    const NextHopGroupInfo::Content & groupContent() const;
 
@@ -97,7 +105,8 @@ class ViaList final : public KivStash::Dedupable< ViaList > {
    std::strong_ordering compareContent( const ViaList & other ) const;
    U64 contentHash() const;
    Velto::String stringValue() const;
-   /** Takes over what the text says; raises Velto::RangeError. */
+   /** Takes over what the text says; raises Velto::RangeError, also for a weight of 0 and for more
+       than 65535 entries. */
    void read( const Velto::String & text );
 
    // For whoever may write.
