@@ -7,6 +7,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <utility>
 
@@ -67,12 +68,11 @@ say( const String & line ) {
 /** Hears SIGTERM and SIGINT, which end the agent, and SIGHUP. */
 class SignalWatch : private Kiv::FdWatch {
  public:
-   explicit SignalWatch( Kiv::EventLoop & loop ) : FdWatch( &loop, descriptor() ) {
+   SignalWatch( Kiv::EventLoop & loop, std::function< void() > reload )
+       : FdWatch( &loop, descriptor() ), reload_( std::move( reload ) ) {
       wanted( true, false );
    }
    bool stopped() const { return stopped_; }
-   /** Whether SIGHUP came since it was last asked. */
-   bool takeReload() { return std::exchange( reload_, false ); }
 
    ~SignalWatch() override { close( fd() ); }
 
@@ -91,12 +91,16 @@ class SignalWatch : private Kiv::FdWatch {
    void ready( bool, bool ) override {
       signalfd_siginfo info;
       if ( read( fd(), &info, sizeof( info ) ) == ssize_t( sizeof( info ) ) ) {
-         ( info.ssi_signo == SIGHUP ? reload_ : stopped_ ) = true;
+         if ( info.ssi_signo == SIGHUP ) {
+            reload_();
+         } else {
+            stopped_ = true;
+         }
       }
    }
 
+   const std::function< void() > reload_;
    bool stopped_ = false;
-   bool reload_ = false;
 };
 
 /** Descriptors are served in real time; the agent's clocks run on it, or on a time of their own. */
@@ -121,7 +125,7 @@ class Program {
 
    Options options_;
    Kiv::EventLoop loop_;
-   SignalWatch signals_{ loop_ };
+   SignalWatch signals_{ loop_, [this] { reload(); } };
    std::optional< Kiv::VirtualScheduler > virtual_;
    std::optional< SocketServer > server_;
    std::optional< FileRecorder > recorder_;
@@ -191,9 +195,6 @@ Program::advance( Kiv::Seconds by ) {
 void
 Program::oneRound( bool wait ) {
    loop_.runOnce( wait ? Kiv::never : 0 );
-   if ( signals_.takeReload() ) {
-      reload();
-   }
    if ( virtual_ ) {
       virtual_->settle();
    }
