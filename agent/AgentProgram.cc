@@ -52,7 +52,7 @@ modeOf( const String & text ) {
    char * end = nullptr;
    const unsigned long mode = std::strtoul( text.c_str(), &end, 8 );
    if ( text.empty() || *end || mode > 0777 ) {
-      throw CLI::ValidationError( "--socket-mode", "expected up to 0777, found '" + text + "'" );
+      throw CLI::ValidationError( "expected up to 0777, found '" + text + "'" );
    }
    return Kiv::toText( U32( mode ) );
 }

@@ -43,9 +43,16 @@ VlanFeature::VlanFeature( Agent & agent )
 
 VlanId
 VlanFeature::vlanOf( ConfigReader & reader, const String & name ) const {
-   const IntfId intf = reader.intf( "", name );
+   IntfId intf;
+   try {
+      intf = reader.intf( "", name );
+   } catch ( const RowError & ) {
+      if ( !name.starts_with( "Vlan" ) ) {
+         throw;
+      }
+   }
    if ( !Ulnet::VlanIntfId::isVlanIntfId( intf ) ) {
-      throw RowError( "", "'" + name + "' is not the name of a VLAN" );
+      throw RowError( "", "'" + name + "' is not the name of a VLAN, Vlan1 to Vlan4094" );
    }
    return VlanId( Ulnet::VlanIntfId::vlanNum( intf ) );
 }

@@ -185,7 +185,7 @@ TEST( Operator, RelationsThatCannotBeMeantAreOneWarningEach ) {
          R"({"PORT": {"Ethernet0": {}, "Ethernet4": {}},
    "PORTCHANNEL": {"PortChannel1": {}, "PortChannel11001": {}},
    "PORTCHANNEL_MEMBER": {"PortChannel1|Ethernet0": {}},
-   "VLAN": {"Vlan10": {}, "Vlan20": {}, "Vlan30": {}},
+   "VLAN": {"Vlan10": {}, "Vlan20": {}, "Vlan30": {}, "Vlan4095": {}},
    "VLAN_MEMBER": {"Vlan10|Ethernet4": {}, "Vlan20|Ethernet4": {}, "Vlan30|Ethernet4": {},
                    "Vlan10|Ethernet0": {"tagging_mode": "tagged"},
                    "Vlan20|Ethernet0": {"tagging_mode": "tagged"}},
@@ -194,6 +194,8 @@ TEST( Operator, RelationsThatCannotBeMeantAreOneWarningEach ) {
          report.warnings,
          ( Lines{ "x.json: PORTCHANNEL|PortChannel11001: port-channels of a switch have numbers up "
                   "to 9999",
+                  "x.json: VLAN|Vlan4095: 'Vlan4095' is not the name of a VLAN, Vlan1 to Vlan4094; "
+                  "row skipped",
                   "x.json: VLAN_MEMBER|Vlan20|Ethernet4|tagging_mode: Ethernet4 is untagged in "
                   "Vlan10 already",
                   "x.json: VLAN_MEMBER|Vlan10|Ethernet0: Ethernet0 is a member of PortChannel1, "

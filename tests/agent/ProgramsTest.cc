@@ -385,6 +385,9 @@ TEST( Programs, CommandLinesThatAreWrong ) {
       Result result = sh( program( words ) );
       EXPECT_EQ( result.code, 2 ) << words << result.output;
    }
+   EXPECT_EQ(
+         sh( program( "qon-agent --socket-mode 999" ) ).output,
+         "qon-agent: error: --socket-mode: expected up to 0777, found '999'; --help tells more\n" );
    for ( auto name : { "qon-agent --help", "qonctl --help" } ) {
       Result help = sh( program( name ) );
       EXPECT_EQ( help.code, 0 );
