@@ -178,7 +178,7 @@ TEST( ChipSeam, AMakerThatMakesNoneEndsTheProgramsWithAMessageInTheirName ) {
                 "^my-agent: error: there is no chip 'chip': its maker returned none\n$" );
    EXPECT_EXIT( exit( QonConformance::conformanceMain( 1, arguments, none ) ),
                 testing::ExitedWithCode( 2 ),
-                "^my-agent: there is no chip: its maker returned none\n$" );
+                "^my-agent: error: there is no chip: its maker returned none\n$" );
 }
 
 TEST( ChipSeam, ArgumentsThatAreWrongAreAnsweredAlikeByEveryCommand ) {
