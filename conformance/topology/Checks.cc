@@ -232,12 +232,21 @@ checkRandom( Trial & t ) {
    stage.judge( random, random );
 }
 
-constexpr Check checks[] = {
-      { done, checkDone },           { newest, checkNewest },   { vlan, checkVlan },
-      { absent, checkAbsent },       { again, checkAgain },     { full, checkFull },
-      { flush, checkFlush },         { flushed, checkFlushed }, { verify, checkVerify },
-      { tapagg, checkTapagg },       { cleanup, checkCleanup }, { destructor, checkDestructor },
-      { successor, checkSuccessor }, { random, checkRandom } };
+constexpr Check checks[] = { { done, checkDone },
+                             { early, checkEarly },
+                             { newest, checkNewest },
+                             { vlan, checkVlan },
+                             { absent, checkAbsent },
+                             { again, checkAgain },
+                             { full, checkFull },
+                             { flush, checkFlush },
+                             { flushed, checkFlushed },
+                             { verify, checkVerify },
+                             { tapagg, checkTapagg },
+                             { cleanup, checkCleanup },
+                             { destructor, checkDestructor },
+                             { successor, checkSuccessor },
+                             { random, checkRandom } };
 
 String
 heldBy( const QonChip::Chip & chip ) {

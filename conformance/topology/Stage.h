@@ -281,6 +281,7 @@ class TopoStage {
 void twoTopologies( TopoStage & stage );
 
 // Checks of tables and hosts; the others stand beside their list.
+void checkEarly( Trial & t );
 void checkAgain( Trial & t );
 void checkFull( Trial & t );
 void checkFlushed( Trial & t );

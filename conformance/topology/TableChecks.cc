@@ -5,6 +5,29 @@
 
 namespace QonConformance::Topology {
 
+/** States of several ports, one after the other, each while the chip is still at the one before. */
+void
+checkEarly( Trial & t ) {
+   TopoStage stage( t );
+   constexpr Kiv::Seconds often = 0.0005;
+   constexpr U32 looks = 100;
+   twoTopologies( stage );
+   stage.lookAround();
+   for ( PortState state : { PortState::discarding, PortState::forwarding } ) {
+      for ( U32 port = 0; port < 4; ++port ) {
+         stage.port( 0, port, state );
+         t.run( often );
+         stage.look();
+      }
+      t.did( "four ports of the first " + Kiv::toText( state ) + ", half a millisecond apart" );
+      for ( U32 n = 0; n < looks; ++n ) {
+         t.run( often );
+         stage.look();
+      }
+      stage.rest();
+   }
+}
+
 /** The topology comes back while the chip is still at what was handed over for the one before. */
 void
 checkAgain( Trial & t ) {
