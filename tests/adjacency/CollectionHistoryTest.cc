@@ -233,15 +233,7 @@ class History {
       case 0:
       case 1:
       case 2:
-         if ( m.mayDuplicate() && !m.entries.empty() && rng.percent( 20 ) ) {
-            real().viaAndWeightPush( real().viaAndWeightFront() ); // which lies in the list
-            m.entries.push_back( m.entries[0] );
-         } else if ( m.mayDuplicate() || !has( number ) ) {
-            what == 0 ? real().viaAndWeightPush( { hopOf( number ), w } )
-                      : real().viaAndWeightEmplaceBack( hopOf( number ), w );
-            m.entries.push_back( { number, w } );
-         }
-         return true;
+         return push( what, number, w );
       case 3:
          if ( !m.entries.empty() ) {
             const U32 index = rng.below( U32( m.entries.size() ) );
@@ -296,6 +288,18 @@ class History {
          m.compress();
          return true;
       }
+   }
+   bool push( U32 what, int number, U32 w ) {
+      auto & m = model();
+      if ( m.mayDuplicate() && !m.entries.empty() && rng.percent( 20 ) ) {
+         real().viaAndWeightPush( real().viaAndWeightFront() ); // which lies in the list
+         m.entries.push_back( m.entries[0] );
+      } else if ( m.mayDuplicate() || !has( number ) ) {
+         what == 0 ? real().viaAndWeightPush( { hopOf( number ), w } )
+                   : real().viaAndWeightEmplaceBack( hopOf( number ), w );
+         m.entries.push_back( { number, w } );
+      }
+      return true;
    }
    bool replace( U32 what, int number ) {
       auto & m = model();
