@@ -263,13 +263,12 @@ TEST( Conformance, EachFaultOfTheBrokenChipIsAFinding ) {
          { "kept-port", "acl.intfs" },
    };
    EXPECT_EQ( brokenChip( "", text ), 1 );
-   EXPECT_NE( text.find( "\n" + std::to_string( std::size( faults ) ) + " findings\n" ),
-              String::npos )
-         << text;
    for ( auto [fault, contract] : faults ) {
+      EXPECT_NE( text.find( String( ". " ) + contract + ":" ), String::npos ) << text;
+   }
+   for ( auto [fault, contract] : faults ) { // some break another contract, too
       EXPECT_EQ( brokenChip( String( "--fault " ) + fault, text ), 1 );
       EXPECT_NE( text.find( String( "\n1. " ) + contract + ":" ), String::npos ) << text;
-      EXPECT_NE( text.find( "\n1 finding\n" ), String::npos ) << text;
    }
 }
 
