@@ -498,7 +498,7 @@ TEST( CollectionHistory, EveryCollectionIsWhatItsOwnHistoryMadeOfIt ) {
       History history( seed );
       for ( U32 i = 0; i < steps && !testing::Test::HasFailure(); ++i ) {
          history.step();
-         if ( i % 8 == 0 ) {
+         if ( i % 16 == 0 ) {
             history.check();
          }
       }
