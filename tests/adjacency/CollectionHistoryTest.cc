@@ -224,6 +224,17 @@ class History {
    bool act( U32 what ) {
       return what < 11 ? write( what ) : what < 18 ? flag( what ) : share( what );
    }
+   void push( U32 what, int number, U32 w ) {
+      auto & m = model();
+      if ( m.mayDuplicate() && !m.entries.empty() && rng.percent( 20 ) ) {
+         real().viaAndWeightPush( real().viaAndWeightFront() ); // which lies in the list
+         m.entries.push_back( m.entries[0] );
+      } else if ( m.mayDuplicate() || !has( number ) ) {
+         what == 0 ? real().viaAndWeightPush( { hopOf( number ), w } )
+                   : real().viaAndWeightEmplaceBack( hopOf( number ), w );
+         m.entries.push_back( { number, w } );
+      }
+   }
    bool write( U32 what ) {
       auto & m = model();
       const int number = anyHop();
@@ -233,7 +244,8 @@ class History {
       case 0:
       case 1:
       case 2:
-         return push( what, number, w );
+         push( what, number, w );
+         return true;
       case 3:
          if ( !m.entries.empty() ) {
             const U32 index = rng.below( U32( m.entries.size() ) );
@@ -288,18 +300,6 @@ class History {
          m.compress();
          return true;
       }
-   }
-   bool push( U32 what, int number, U32 w ) {
-      auto & m = model();
-      if ( m.mayDuplicate() && !m.entries.empty() && rng.percent( 20 ) ) {
-         real().viaAndWeightPush( real().viaAndWeightFront() ); // which lies in the list
-         m.entries.push_back( m.entries[0] );
-      } else if ( m.mayDuplicate() || !has( number ) ) {
-         what == 0 ? real().viaAndWeightPush( { hopOf( number ), w } )
-                   : real().viaAndWeightEmplaceBack( hopOf( number ), w );
-         m.entries.push_back( { number, w } );
-      }
-      return true;
    }
    bool replace( U32 what, int number ) {
       auto & m = model();
@@ -502,7 +502,7 @@ TEST( CollectionHistory, EveryCollectionIsWhatItsOwnHistoryMadeOfIt ) {
       History history( seed );
       for ( U32 i = 0; i < steps && !testing::Test::HasFailure(); ++i ) {
          history.step();
-         if ( i % 8 == 0 ) {
+         if ( i % 16 == 0 ) {
             history.check();
          }
       }
