@@ -167,7 +167,7 @@ class PipedMac : public Qon::QonMacProgrammer {
    Status writeToHw( const Qon::MacCmdPtr & cmd ) override {
       const U64 number = ++numbers_; // of all programmers: transactions begin anew with each
       asked_[number] = cmd->transactionId();
-      auto & pair = cmd->key().key();
+      const auto pair = cmd->key().key(); // key() is a value
       const String id = toText( number ), vlan = pair.vlan().stringValue(),
                    what = cmd->intf().stringValue() + " " + toText( cmd->entryType() );
       if ( cmd->type() == Type::removeHost ) {
