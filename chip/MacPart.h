@@ -46,7 +46,8 @@ class MacPart {
  public:
    virtual ~MacPart() = default;
 
-   /** The hook object; not initialized yet. */
+   /** The hook object; not initialized yet. It hears nothing until its user sets hasNotificationActive
+       and initialized, in this order. */
    virtual Ptr< Qon::QonMacProgrammer > makeProgrammer() = 0;
 
    /** The chip's host table; none if the chip cannot be read back. */

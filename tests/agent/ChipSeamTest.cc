@@ -147,7 +147,15 @@ class MacChip : public QonChip::Chip {
  private:
    SoftChip::FaultPlan faults_;
    SoftChip::Board board_;
-   SoftChip::MacPart mac_;
+   /** As a chip makes it that does not know Qon::smIs(): hearing nothing by itself. */
+   struct PlainMac : SoftChip::MacPart {
+      using SoftChip::MacPart::MacPart;
+      Velto::Ptr< Qon::QonMacProgrammer > makeProgrammer() override {
+         auto programmer = SoftChip::MacPart::makeProgrammer();
+         programmer->hasNotificationActiveIs( false );
+         return programmer;
+      }
+   } mac_;
 };
 
 TEST( ChipSeam, AChipOfOnePartIsServedAndTheRestSaysSo ) {
