@@ -100,7 +100,9 @@ class Link {
       child_ = ::fork();
       VELTO_ASSERT( child_ >= 0 );
       if ( child_ == 0 ) {
-         ::close( ends[0] );
+         ::close_range( 3, unsigned( ends[1] - 1 ),
+                        0 ); // what the agent had open is not the chip's
+         ::close_range( unsigned( ends[1] + 1 ), ~0u, 0 );
          Server().serve( ends[1] );
          ::_exit( 0 );
       }
