@@ -48,12 +48,11 @@ VlanXlateConfigSm::doApplyConfig() {
 
 void
 VlanXlateConfigSm::handleVlanXlate( Direction direction, const Key & key ) {
-   const bool wanted = config_->vlanXlateHas( direction, key );
    const auto mapping = config_->vlanXlate( direction, key );
+   // A mapping that is not there is 0, too.
+   const bool wanted = mapping.vlanId() || config_->vlanXlateHas( direction, key );
    if ( !isNative( key ) ) {
-      sm_->translations_->forgetOld( intf(), direction, key, source_ );
-      sm_->translations_->askKey( intf(), direction, key );
-      sm_->translations_->settle();
+      sm_->translations_->wishChanged( intf(), direction, key, source_ );
    }
    if ( wanted ) {
       Bridging::checkVlanXlate( key );

@@ -15,32 +15,17 @@ VlanTranslations::Interface::empty() const {
 // --- The tables ----------------------------------------------------------------------------------
 
 VlanTranslations::Interface &
-VlanTranslations::at( IntfId intf ) {
-   if ( !find( intf ) ) {
-      recent_ = ( *interfaces_.emplace( intf ).first = std::make_unique< Interface >() ).get();
-   }
+VlanTranslations::make( IntfId intf ) {
+   recentIntf_ = intf;
+   recent_ = ( *interfaces_.emplace( intf ).first = std::make_unique< Interface >() ).get();
    return *recent_;
 }
 
 const VlanTranslations::Interface *
-VlanTranslations::find( IntfId intf ) const {
-   if ( !recent_ || recentIntf_ != intf ) {
-      auto held = interfaces_.find( intf );
-      recentIntf_ = intf;
-      recent_ = held ? held->get() : nullptr;
-   }
-   return recent_;
-}
-
-const VlanTranslations::Entry *
-VlanTranslations::find( IntfId intf, Direction d, Key key ) const {
-   auto i = find( intf );
-   return i ? i->entries[U8( d )].find( key ) : nullptr;
-}
-
-VlanTranslations::Entry &
-VlanTranslations::entry( IntfId intf, Direction d, Key key ) {
-   return at( intf ).entries[U8( d )].at( key );
+VlanTranslations::look( IntfId intf ) const {
+   auto held = interfaces_.find( intf );
+   recentIntf_ = intf;
+   return recent_ = held ? held->get() : nullptr;
 }
 
 void
@@ -126,6 +111,7 @@ void
 VlanTranslations::inputIs( IntfId intf, Source source, Velto::Ptr< const Config > config ) {
    Interface & i = at( intf );
    i.input[U8( source )] = config;
+   forgetWishes(); // that were the former one's
    if ( !config ) {
       askAll( intf, source, false );
    }
@@ -134,6 +120,18 @@ VlanTranslations::inputIs( IntfId intf, Source source, Velto::Ptr< const Config 
 void
 VlanTranslations::askKey( IntfId intf, Direction d, Key key, Source apply ) {
    ask( { What::key, d, apply, intf, key } );
+}
+
+void
+VlanTranslations::wishChanged( IntfId intf, Direction d, Key key, Source source ) {
+   forgetOld( intf, d, key, source );
+   forgetWishes();
+   const Question question = { What::key, d, Source::None, intf, key };
+   if ( holdUp_ ) {
+      work_.add( question );
+   } else {
+      work_.ask( sm_, question, [this]( const Question & q ) { answer( q ); } );
+   }
 }
 
 void
@@ -181,7 +179,7 @@ VlanTranslations::askAll( IntfId intf, Source source, bool apply ) {
 bool
 VlanTranslations::forgetOld( IntfId intf, Direction d, Key key, Source source ) {
    Interface & i = at( intf );
-   if ( i.givenUp.empty() && i.reported.empty() ) {
+   if ( !i.remembers() ) {
       return false;
    }
    const Claim claim = { key, d, source };
@@ -258,19 +256,24 @@ VlanTranslations::answer( const Question & q ) {
 void
 VlanTranslations::reviewKey( IntfId intf, Direction d, Key key, Source apply ) {
    Interface & i = at( intf );
-   for ( Source source : qonVlanMappingSources ) {
-      forgetOld( intf, d, key, source );
+   forgetWishes();
+   if ( i.remembers() ) {
+      for ( Source source : qonVlanMappingSources ) {
+         forgetOld( intf, d, key, source );
+      }
    }
-   if ( !find( intf, d, key ) && !wish( i, d, key, Source::BriselCli ) &&
-        !wish( i, d, key, Source::Steerline ) ) {
+   if ( !find( intf, d, key ) && !knownWish( i, d, key, Source::BriselCli ) &&
+        !knownWish( i, d, key, Source::Steerline ) ) {
       return;
    }
    settleOwner( intf, d, key, apply );
    const Source owner = entry( intf, d, key ).owner;
-   if ( owner == Source::None && !i.ruler ) {
-      withdraw( intf, d, key ); // what an exception left behind
+   if ( owner == Source::None ) {
+      if ( !i.ruler ) {
+         withdraw( intf, d, key ); // what an exception left behind
+      }
    } else if ( i.input[0] && i.input[1] ) {
-      reportConflicts( intf, d, key );
+      reportConflicts( intf, d, key, owner );
    }
    conclude( intf, d, key );
 }
@@ -303,7 +306,7 @@ VlanTranslations::settleOwner( IntfId intf, Direction d, Key key, Source apply )
          if ( next == Source::None ) {
             return;
          }
-         claim( d, intf, key, *wish( i, d, key, next ), isLag( intf ), next );
+         claim( d, intf, key, *knownWish( i, d, key, next ), isLag( intf ), next );
          if ( entry( intf, d, key ).owner != Source::None ) {
             return;
          }
@@ -311,7 +314,7 @@ VlanTranslations::settleOwner( IntfId intf, Direction d, Key key, Source apply )
          continue;
       }
       const Source owner = e.owner;
-      const auto wanted = wish( i, d, key, owner );
+      const auto & wanted = knownWish( i, d, key, owner );
       if ( !wanted ) {
          withdraw( intf, d, key );
          former = owner;
@@ -333,7 +336,7 @@ QonVlanMappingSource
 VlanTranslations::nextOwner( IntfId intf, Direction d, Key key, Source former ) const {
    const Interface & i = *find( intf );
    auto may = [&]( Source source ) {
-      return wish( i, d, key, source ) && !i.givenUp.has( { key, d, source } );
+      return knownWish( i, d, key, source ) && !i.givenUp.has( { key, d, source } );
    };
    for ( Source source : qonVlanMappingSources ) {
       if ( source != former && may( source ) ) {
@@ -344,14 +347,14 @@ VlanTranslations::nextOwner( IntfId intf, Direction d, Key key, Source former ) 
 }
 
 void
-VlanTranslations::reportConflicts( IntfId intf, Direction d, Key key ) {
+VlanTranslations::reportConflicts( IntfId intf, Direction d, Key key, Source owner ) {
    Interface & i = at( intf );
-   const Source owner = entry( intf, d, key ).owner;
    for ( Source source : qonVlanMappingSources ) {
-      const Claim claim = { key, d, source };
-      const auto wanted = source == owner ? std::nullopt : wish( i, d, key, source );
-      if ( owner != Source::None && wanted && !i.givenUp.has( claim ) ) {
-         reportConflict( intf, d, key, source, *wanted );
+      if ( source != owner ) {
+         const auto & wanted = knownWish( i, d, key, source );
+         if ( wanted && !i.givenUp.has( { key, d, source } ) ) {
+            reportConflict( intf, d, key, source, *wanted );
+         }
       }
    }
 }
@@ -407,7 +410,7 @@ VlanTranslations::Status
 VlanTranslations::claim( Direction d, IntfId intf, Key key, Mapping mapping, bool inLag,
                          Source source ) {
    Entry & e = entry( intf, d, key );
-   if ( e.owner == Source::None && !at( intf ).reported.empty() ) {
+   if ( e.owner == Source::None ) {
       for ( Source any : qonVlanMappingSources ) {
          at( intf ).reported.erase( { key, d, any } );
       }

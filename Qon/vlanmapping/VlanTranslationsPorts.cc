@@ -29,8 +29,9 @@ VlanTranslations::program( IntfId intf, Direction d, Key key, bool inLag, Source
 VlanTranslations::Status
 VlanTranslations::programPort( IntfId intf, IntfId port, Direction d, Key key, bool inLag,
                                Source apply ) {
-   const Mapping mapping = entry( intf, d, key ).mapping;
-   const Source owner = entry( intf, d, key ).owner;
+   const Entry & claim = entry( intf, d, key );
+   const Mapping mapping = claim.mapping;
+   const Source owner = claim.owner;
    Entry & e = entry( port, d, key );
    const bool fresh = e.state == State::none;
    const bool same = !fresh && e.held == mapping && e.heldFor == owner;
