@@ -48,15 +48,12 @@ VlanXlateConfigSm::doApplyConfig() {
 
 void
 VlanXlateConfigSm::handleVlanXlate( Direction direction, const Key & key ) {
-   const auto mapping = config_->vlanXlate( direction, key );
-   // A mapping that is not there is 0, too.
-   const bool wanted = mapping.vlanId() || config_->vlanXlateHas( direction, key );
-   if ( !isNative( key ) ) {
-      sm_->translations_->wishChanged( intf(), direction, key, source_ );
-   }
-   if ( wanted ) {
+   const Velto::Ptr< const Config > config = config_;
+   const bool fine =
+         !isNative( key ) && sm_->translations_->wishChanged( intf(), direction, key, source_ );
+   if ( !fine && config->vlanXlateHas( direction, key ) ) {
       Bridging::checkVlanXlate( key );
-      Bridging::checkVlanXlate( mapping );
+      Bridging::checkVlanXlate( config->vlanXlate( direction, key ) );
    }
 }
 

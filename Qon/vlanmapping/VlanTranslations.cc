@@ -16,6 +16,7 @@ VlanTranslations::Interface::empty() const {
 
 VlanTranslations::Interface &
 VlanTranslations::make( IntfId intf ) {
+   forgetWishes(); // one that was dropped may have had its place
    recentIntf_ = intf;
    recent_ = ( *interfaces_.emplace( intf ).first = std::make_unique< Interface >() ).get();
    return *recent_;
@@ -117,16 +118,18 @@ VlanTranslations::askKey( IntfId intf, Direction d, Key key, Source apply ) {
    ask( { What::key, d, apply, intf, key } );
 }
 
-void
+bool
 VlanTranslations::wishChanged( IntfId intf, Direction d, Key key, Source source ) {
    forgetOld( intf, d, key, source );
    forgetWishes();
+   const bool there = knownWish( place( intf, d, key ), source ).has_value();
    const Question question = { What::key, d, Source::None, intf, key };
    if ( holdUp_ ) {
-      work_.add( question );
+      ask( question );
    } else {
       work_.ask( sm_, question, [this]( const Question & q ) { answer( q ); } );
    }
+   return there;
 }
 
 void
@@ -250,7 +253,7 @@ VlanTranslations::answer( const Question & q ) {
 
 void
 VlanTranslations::reviewKey( const Place & p, Source apply ) {
-   forgetWishes();
+   const Velto::AtEnd done( [this] { forgetWishes(); } );
    if ( p.of.remembers() ) {
       for ( Source source : qonVlanMappingSources ) {
          forgetOld( p.intf, p.direction, p.key, source );

@@ -133,8 +133,9 @@ class VlanTranslations {
    /** The native VLAN changed: both keys that it is about. */
    void askNative( IntfId intf, Direction d );
    void askKey( IntfId intf, Direction d, Key key, Source apply = Source::None );
-   /** The source wants something else under the key: askKey() and settle() in one. */
-   void wishChanged( IntfId intf, Direction d, Key key, Source source );
+   /** The source wants something else under the key: askKey() and settle() in one. False if what it
+       wants cannot be, or it wants nothing. */
+   bool wishChanged( IntfId intf, Direction d, Key key, Source source );
    /** Every key that is wanted by the source or kept. */
    void askAll( IntfId intf, Source source, bool apply );
    void askPort( IntfId port ) { ask( { What::port, {}, Source::None, port, {} } ); }
