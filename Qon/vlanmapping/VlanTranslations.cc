@@ -364,6 +364,12 @@ VlanTranslations::reportConflict( const Place & p, Source source, Mapping wanted
    }
 }
 
+bool
+VlanTranslations::owned( Interface & i, Direction d, Key key ) {
+   auto e = i.entries[U8( d )].find( key );
+   return e && e->owner != Source::None;
+}
+
 VlanTranslations::Status
 VlanTranslations::add( Direction d, IntfId intf, Key key, Mapping mapping, bool inLag,
                        Source source ) {
@@ -381,6 +387,10 @@ VlanTranslations::add( Direction d, IntfId intf, Key key, Mapping mapping, bool 
       reportConflict( p, source, mapping );
    } else {
       p.entry().announce = false;
+      if ( U16 & native = p.of.native[U8( d )];
+           isNative( key ) && !owned( p.of, d, nativeKey( Bridging::VlanIdOrNone( native ) ) ) ) {
+         native = key.vlanId(); // until the configuration says something
+      }
       status = claim( p, mapping, inLag, source );
    }
    conclude( p );

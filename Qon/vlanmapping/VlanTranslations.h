@@ -101,7 +101,7 @@ class VlanTranslations {
       IntfId ruler;                        // whose translations it has, while it is a member
       std::vector< IntfId > members;
       mutable Entries entries[2]; // of each direction
-      U16 native[2] = {};         // the VLAN whose key was asked for last
+      U16 native[2] = {};         // the VLAN whose key was asked or added last
       Kiv::DenseMap< Claim, Mapping > givenUp;
       Kiv::DenseMap< Claim, Mapping > reported; // as conflicts
 
@@ -234,6 +234,7 @@ class VlanTranslations {
    void forgetWishes() { wishes_[0].of = wishes_[1].of = nullptr; }
    IntfId rulerOf( IntfId port ) const;
 
+   static bool owned( Interface & i, Direction d, Key key );
    void reviewKey( const Place & p, Source apply );
    void settleOwner( const Place & p, Source apply );
    Source nextOwner( const Place & p, Source former ) const;

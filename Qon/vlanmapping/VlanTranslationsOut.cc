@@ -117,18 +117,15 @@ void
 VlanTranslations::reviewEncap( IntfId intf ) {
    auto acsd = sm_->acsd();
    auto i = find( intf );
-   auto config = i ? i->input[U8( Source::BriselCli )].ptr() : nullptr;
-   const auto vlan =
-         config ? static_cast< const Bridging::SwitchIntfConfig * >( config )->egressNativeVlan()
-                : Bridging::VlanIdOrNone();
+   const U16 vlan = i ? i->native[U8( Direction::egress )] : 0;
    bool there = false;
-   if ( !vlan.isNone() ) {
+   if ( vlan ) {
       for ( IntfId port : targets( intf, *i, isLag( intf ) ) ) {
-         auto held = find( port, Direction::egress, nativeKey( vlan ) );
+         auto held = find( port, Direction::egress, nativeKey( Bridging::VlanId( vlan ) ) );
          there |= held && ( programmed( *held ) || held->state == State::handedOver );
       }
    }
-   there ? acsd->encapVlanIs( intf, vlan ) : acsd->encapVlanDel( intf );
+   there ? acsd->encapVlanIs( intf, Bridging::VlanId( vlan ) ) : acsd->encapVlanDel( intf );
 }
 
 // --- Start ---------------------------------------------------------------------------------------
