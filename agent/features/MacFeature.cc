@@ -119,6 +119,7 @@ MacFeature::parse( const Json & line ) {
       if ( !programmer_ ) {
          notServed( agent_, "MAC addresses" );
       }
+      mustBeThere( agent_, intf );
       hand( Qon::indirectAccessMacCmdFactory( type, key, intf, entryType ) );
    };
 }
