@@ -260,6 +260,7 @@ TEST( Conformance, EachFaultOfTheBrokenChipIsAFinding ) {
          { "kept-mapping", "vlanmapping.latest" },
          { "one-destination", "mirror.last" },
          { "kept-port", "acl.intfs" },
+         { "first-group", "tapagg.ports" },
    };
    EXPECT_EQ( brokenChip( "", text ), 1 );
    EXPECT_NE( text.find( "\n" + std::to_string( std::size( faults ) ) + " findings\n" ),
