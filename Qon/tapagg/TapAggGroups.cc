@@ -200,14 +200,15 @@ TapAggSm::reviewPmapGroup( const String & name ) {
 void
 TapAggSm::noteGroup( U32 id, IntfId intf ) {
    const AllocatedGroupInfo::Ptr info = allocatedGroupInfo( id );
-   if ( !info ) {
+   const bool single = lagView().role( intf ) != LagRole::aggregate;
+   if ( !info || ( single && info->intfListHas( intf ) ) ) {
       return;
    }
    QonPortList ports;
    lagView().forEachTarget( intf, EmptyAggregate::nothing,
                             [&]( IntfId port ) { ports.portIs( port ); } );
-   info->intfListIs( intf, ports );
    allocatedPortInfoIs( intf )->groupIs( info->groupOwner() );
+   info->intfListIs( intf, ports );
 }
 
 bool
@@ -238,13 +239,13 @@ TapAggSm::prune( const AllocatedGroupInfo::Ptr & info ) {
       if ( inGroup( intf, info->groupId() ) ) {
          continue;
       }
-      info->intfListDel( intf );
       if ( const Velto::Ptr< AllocatedPortInfo > port = allocatedPortInfo( intf ) ) {
          port->groupDel( info->groupOwner() );
          if ( port->groups() == 0 ) {
             allocatedPortInfoDel( intf );
          }
       }
+      info->intfListDel( intf );
    }
 }
 

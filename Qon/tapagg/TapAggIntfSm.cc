@@ -1,5 +1,7 @@
 // What tap ports and tool ports have in common.
 
+#include <algorithm>
+
 #include "Qon/tapagg/TapAggTrace.h"
 
 namespace Qon {
@@ -51,8 +53,8 @@ TapAggIntfSm::reason() const {
    if ( names_.empty() ) {
       return TapAggReason::noGroups;
    }
-   for ( auto && name : names_ ) {
-      if ( root_->groupIdOf( name.key ) == 0 ) {
+   for ( const String & name : names_ ) {
+      if ( root_->groupIdOf( name ) == 0 ) {
          return TapAggReason::pending;
       }
    }
@@ -67,7 +69,7 @@ TapAggIntfSm::review() {
       takeBack();
       return;
    }
-   const KeySet< String > wanted = wantedNames();
+   const TapAggNames wanted = wantedNames();
    useNames( wanted );
    if ( !hw_.told_ ) {
       hw_.isLag_ = root_->lagView().role( intf_ ) == LagRole::aggregate;
@@ -75,7 +77,7 @@ TapAggIntfSm::review() {
       hw_.told_ = true;
    }
    reviewSettings( true );
-   reviewGroups();
+   reviewGroups( wanted );
    leaveNames( wanted );
    if ( !hw_.initialized_ ) {
       hw_.initialized_ = true;
@@ -107,19 +109,33 @@ TapAggIntfSm::forget() {
 
 // --- Groups --------------------------------------------------------------------------------------
 
+/** Those that are new come to those that there are. */
 void
-TapAggIntfSm::useNames( const KeySet< String > & wanted ) {
-   for ( auto && name : wanted ) {
-      if ( names_.emplace( name.key ).second ) {
-         root_->useIs( name.key, *this, true );
-      }
+TapAggIntfSm::useNames( const TapAggNames & wanted ) {
+   TapAggNames fresh, all;
+   if ( wanted == names_ ) {
+      return;
+   }
+   std::set_difference( wanted.begin(), wanted.end(), names_.begin(), names_.end(),
+                        std::back_inserter( fresh ) );
+   std::set_union( wanted.begin(), wanted.end(), names_.begin(), names_.end(),
+                   std::back_inserter( all ) );
+   names_ = std::move( all );
+   for ( const String & name : fresh ) {
+      root_->useIs( name, *this, true );
    }
 }
 
 void
-TapAggIntfSm::leaveNames( const KeySet< String > & wanted ) {
-   for ( const String & name : differenceOf< String >( names_, wanted ).gone ) {
-      names_.erase( name );
+TapAggIntfSm::leaveNames( const TapAggNames & wanted ) {
+   TapAggNames gone;
+   if ( wanted == names_ ) {
+      return;
+   }
+   std::set_difference( names_.begin(), names_.end(), wanted.begin(), wanted.end(),
+                        std::back_inserter( gone ) );
+   names_ = wanted;
+   for ( const String & name : gone ) {
       root_->useIs( name, *this, false );
    }
 }

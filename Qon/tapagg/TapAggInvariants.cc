@@ -61,11 +61,11 @@ TapAggSm::brokenPorts() const {
       if ( hw.told() != serves( sm ) || hw.initialized() != hw.told() ) {
          broken = where + ": is set up, and should not be, or the other way round";
       }
-      for ( auto && name : sm.names() ) {
-         auto users = users_.users( name.key );
+      for ( const String & name : sm.names() ) {
+         auto users = users_.users( name );
          if ( !users ||
               !( sm.role() == TapAggRole::tap ? users->taps : users->tools ).has( sm.intf() ) ) {
-            broken = where + ": is no user of " + name.key;
+            broken = where + ": is no user of " + name;
          }
       }
       for ( auto && group : hw.groups() ) {

@@ -9,11 +9,23 @@ TapAggTapSm::TapAggTapSm( TapAggSm * root, Velto::Ptr< const Config > config )
 
 void
 TapAggTapSm::attach() {
-   groupsWatch_.attach( this, config_.ptr() );
-   greStripForEpWatch_.attach( this, config_.ptr() );
-#define ATTACH( Type, name, Handler, Configured, hook ) name##Watch_.attach( this, config_.ptr() );
-   QON_TAP_SETTINGS( ATTACH )
-#undef ATTACH
+   configWatch_.attach( this, config_.ptr(), heard, this );
+}
+
+void
+TapAggTapSm::heard( void * self, const Kiv::Entity &, int attribute, const void * key ) {
+   auto sm = static_cast< TapAggTapSm * >( self );
+   switch ( attribute ) {
+   case Config::groupsAttr::index:
+      return sm->handleGroups();
+   case Config::greStripForEpAttr::index:
+      return sm->handleTapGreStripForEp( *static_cast< const Ulnet::IpGenAddr * >( key ) );
+#define HEARD( Type, name, Handler, Configured, hook )                                             \
+   case Config::name##Attr::index:                                                                 \
+      return sm->handle##Handler();
+      QON_TAP_SETTINGS( HEARD )
+#undef HEARD
+   }
 }
 
 // --- How the chip is told ------------------------------------------------------------------------
@@ -127,20 +139,16 @@ TapAggTapSm::reviewSettings( bool wanted ) {
 
 // --- Its group -----------------------------------------------------------------------------------
 
-KeySet< String >
+TapAggNames
 TapAggTapSm::wantedNames() const {
-   KeySet< String > names;
-   if ( !config_->groups().empty() ) {
-      names.emplace( config_->groups().stringValue() );
-   }
-   return names;
+   return config_->groups().empty() ? TapAggNames()
+                                    : TapAggNames{ config_->groups().stringValue() };
 }
 
 /** Another group comes over the one before. */
 void
-TapAggTapSm::reviewGroups() {
-   const String name = config_->groups().stringValue();
-   const U32 id = name.empty() ? 0 : root_->groupFor( name );
+TapAggTapSm::reviewGroups( const TapAggNames & wanted ) {
+   const U32 id = wanted.empty() ? 0 : root_->groupFor( wanted.front() );
    if ( id == 0 ) {
       removeGroups();
       return;

@@ -1,5 +1,7 @@
 // Tool ports: their settings, their groups, and the members of port-channels in them.
 
+#include <algorithm>
+
 #include "Qon/tapagg/TapAggTrace.h"
 
 namespace Qon {
@@ -12,10 +14,21 @@ TapAggToolSm::TapAggToolSm( TapAggSm * root, Velto::Ptr< const Config > config )
 
 void
 TapAggToolSm::attach() {
-   groupWatch_.attach( this, config_.ptr() );
-#define ATTACH( Type, name, Handler, Configured, hook ) name##Watch_.attach( this, config_.ptr() );
-   QON_TOOL_SETTINGS( ATTACH )
-#undef ATTACH
+   configWatch_.attach( this, config_.ptr(), heard, this );
+}
+
+void
+TapAggToolSm::heard( void * self, const Kiv::Entity &, int attribute, const void * key ) {
+   auto sm = static_cast< TapAggToolSm * >( self );
+   switch ( attribute ) {
+   case Config::groupAttr::index:
+      return sm->handleToolGroupMembership( *static_cast< const String * >( key ) );
+#define HEARD( Type, name, Handler, Configured, hook )                                             \
+   case Config::name##Attr::index:                                                                 \
+      return sm->handle##Handler();
+      QON_TOOL_SETTINGS( HEARD )
+#undef HEARD
+   }
 }
 
 void
@@ -109,50 +122,63 @@ TapAggToolSm::active() const {
    return !status.activeHas( intf() ) || status.active( intf() );
 }
 
-KeySet< String >
+TapAggNames
 TapAggToolSm::wantedNames() const {
-   return keysOf< String >( config_->groupIteratorConst() );
+   TapAggNames names;
+   for ( auto && [group, none] : config_->groupIteratorConst() ) {
+      names.push_back( group );
+   }
+   std::sort( names.begin(), names.end() );
+   return names;
 }
 
 /** Those of its names, and those that join one of them, as far as they have an id. A tool port that
     is not active keeps its groups, and is in none. */
-KeySet< U32 >
-TapAggToolSm::wantedGroups() const {
-   KeySet< U32 > ids;
-   for ( auto && entry : wantedNames() ) {
-      if ( const U32 id = root_->groupFor( entry.key ); id && active() ) {
-         ids.emplace( id );
+std::vector< U32 >
+TapAggToolSm::wantedGroups( const TapAggNames & names ) const {
+   std::vector< U32 > ids;
+   const bool takes = active();
+   for ( const String & name : names ) {
+      if ( const U32 id = root_->groupFor( name ); id && takes ) {
+         ids.push_back( id );
       }
-      for ( const String & join : root_->users().joinsOf( entry.key ) ) {
-         if ( const U32 id = root_->groupIdOf( join ); id && active() ) {
-            ids.emplace( id );
+      for ( const String & join : root_->users().joinsOf( name ) ) {
+         if ( const U32 id = root_->groupIdOf( join ); id && takes ) {
+            ids.push_back( id );
          }
       }
    }
+   std::sort( ids.begin(), ids.end() );
+   ids.erase( std::unique( ids.begin(), ids.end() ), ids.end() );
    return ids;
 }
 
 /** Frames go on coming: it enters a group before it leaves another. */
 void
-TapAggToolSm::reviewGroups() {
-   const KeySet< U32 > wanted = wantedGroups();
-   for ( auto && entry : wanted ) {
-      if ( !hw_.groups_.has( entry.key ) ) {
-         QON_HOOK( TapAggHelper, helper(), addToolPortAssociation, intf(), entry.key );
-         hw_.groups_.emplace( entry.key );
+TapAggToolSm::reviewGroups( const TapAggNames & names ) {
+   const std::vector< U32 > wanted = wantedGroups( names );
+   for ( U32 id : wanted ) {
+      if ( !hw_.groups_.has( id ) ) {
+         QON_HOOK( TapAggHelper, helper(), addToolPortAssociation, intf(), id );
+         hw_.groups_.emplace( id );
       }
-      reviewMembers( entry.key, true );
-      noteGroup( entry.key );
+      reviewMembers( id, true );
+      noteGroup( id );
    }
-   for ( U32 gone : differenceOf< U32 >( hw_.groups_, wanted ).gone ) {
-      removeGroup( gone );
+   if ( hw_.groups_.size() > wanted.size() ) { // it holds all that are wanted
+      for ( U32 gone : differenceOf< U32 >( hw_.groups_, wanted ).gone ) {
+         removeGroup( gone );
+      }
    }
 }
 
 void
 TapAggToolSm::reviewMembers( U32 group, bool wanted ) {
+   if ( !hw_.isLag() ) {
+      return;
+   }
    std::vector< IntfId > members;
-   if ( wanted && hw_.isLag() ) {
+   if ( wanted ) {
       members = root_->lagView().membersOf( intf() );
    }
    auto tell = [&]( IntfId member, bool add ) {

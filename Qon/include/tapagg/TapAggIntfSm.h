@@ -27,6 +27,9 @@ namespace Qon {
 
 class TapAggSm;
 
+/** Names of groups. */
+using TapAggNames = std::vector< String >;
+
 /** Type, attribute of the configuration, handleX, configureX, hook; in the order of the set-up. */
 #define QON_TAP_SETTINGS( X )                                                                      \
    X( U32, truncationSize, TapTruncationSize, TruncationSize, tapTruncationSizeIs )                \
@@ -88,8 +91,8 @@ class TapAggIntfSm : public QonBaseSm {
    IntfId intf() const { return intf_; }
    TapAggRole role() const { return role_; }
    const TapAggHwPort & hw() const { return hw_; }
-   /** The groups that it uses, whether they have an id or not. */
-   const KeySet< String > & names() const { return names_; }
+   /** The groups that it uses, whether they have an id or not, in order. */
+   const TapAggNames & names() const { return names_; }
    TapAggReason reason() const;
 
    void handleInitialized() override;
@@ -121,11 +124,12 @@ class TapAggIntfSm : public QonBaseSm {
    // What the roles differ in
    virtual void attach() = 0;
    virtual void configurePort( bool enable ) = 0;
-   virtual KeySet< String > wantedNames() const = 0;
+   /** In order. */
+   virtual TapAggNames wantedNames() const = 0;
    /** In order, or all neutral in reverse order. */
    virtual void reviewSettings( bool wanted ) = 0;
    virtual void forgetSettings() = 0;
-   virtual void reviewGroups() = 0;
+   virtual void reviewGroups( const TapAggNames & wanted ) = 0;
    virtual void removeGroups() = 0;
    virtual bool active() const { return true; }
    virtual bool verifyPort( bool enabled ) const = 0;
@@ -145,10 +149,10 @@ class TapAggIntfSm : public QonBaseSm {
    TapAggHwPort hw_;
 
  private:
-   void useNames( const KeySet< String > & wanted );
-   void leaveNames( const KeySet< String > & wanted );
+   void useNames( const TapAggNames & wanted );
+   void leaveNames( const TapAggNames & wanted );
 
-   KeySet< String > names_;
+   TapAggNames names_;
 };
 
 /** A tap port. */
@@ -194,12 +198,12 @@ class TapAggTapSm : public TapAggIntfSm {
    void configurePort( bool enable ) override {
       configureTapPort( enable );
    }
-   KeySet< String > wantedNames() const override;
+   TapAggNames wantedNames() const override;
    void reviewSettings( bool wanted ) override;
    void forgetSettings() override {
       applied_ = {};
    }
-   void reviewGroups() override;
+   void reviewGroups( const TapAggNames & wanted ) override;
    void removeGroups() override;
    bool verifyPort( bool enabled ) const override;
    bool verifyGroup( U32 group ) const override;
@@ -214,13 +218,7 @@ class TapAggTapSm : public TapAggIntfSm {
 
    const Velto::Ptr< const Config > config_;
    Settings applied_;
-   Kiv::Watch< Config::groupsAttr, TapAggTapSm, &TapAggTapSm::handleGroups > groupsWatch_;
-   Kiv::Watch< Config::greStripForEpAttr, TapAggTapSm, &TapAggTapSm::handleTapGreStripForEp >
-         greStripForEpWatch_;
-#define QON_TAP_WATCH( Type, name, Handler, Configured, hook )                                     \
-   Kiv::Watch< Config::name##Attr, TapAggTapSm, &TapAggTapSm::handle##Handler > name##Watch_;
-   QON_TAP_SETTINGS( QON_TAP_WATCH )
-#undef QON_TAP_WATCH
+   Kiv::EntityWatch configWatch_;
 };
 
 /** A tool port. */
@@ -260,12 +258,12 @@ class TapAggToolSm : public TapAggIntfSm {
    void configurePort( bool enable ) override {
       configureToolPort( enable );
    }
-   KeySet< String > wantedNames() const override;
+   TapAggNames wantedNames() const override;
    void reviewSettings( bool wanted ) override;
    void forgetSettings() override {
       applied_ = {};
    }
-   void reviewGroups() override;
+   void reviewGroups( const TapAggNames & wanted ) override;
    void removeGroups() override;
    bool active() const override;
    bool verifyPort( bool enabled ) const override;
@@ -273,7 +271,7 @@ class TapAggToolSm : public TapAggIntfSm {
    void verifySettings() const override;
 
    Settings wantedSettings() const;
-   KeySet< U32 > wantedGroups() const;
+   std::vector< U32 > wantedGroups( const TapAggNames & names ) const;
    void reviewMembers( U32 group, bool wanted );
    void removeGroup( U32 group );
 #define QON_TOOL_APPLY( Type, name, Handler, Configured, hook )                                    \
@@ -283,12 +281,7 @@ class TapAggToolSm : public TapAggIntfSm {
 
    const Velto::Ptr< const Config > config_;
    Settings applied_;
-   Kiv::Watch< Config::groupAttr, TapAggToolSm, &TapAggToolSm::handleToolGroupMembership >
-         groupWatch_;
-#define QON_TOOL_WATCH( Type, name, Handler, Configured, hook )                                    \
-   Kiv::Watch< Config::name##Attr, TapAggToolSm, &TapAggToolSm::handle##Handler > name##Watch_;
-   QON_TOOL_SETTINGS( QON_TOOL_WATCH )
-#undef QON_TOOL_WATCH
+   Kiv::EntityWatch configWatch_;
 };
 
 } // namespace Qon
