@@ -147,6 +147,9 @@ TapAggSm::start() {
    if ( allocatedGroupInfos() || pendingAggGroups() ) {
       scheduleGroupCleanup();
    }
+   for ( auto && entry : keysOf< FlushKey >( in_.flushReplies->replyIteratorConst() ) ) {
+      handleFlushReply( entry.key );
+   }
 }
 
 /** Every key that is configured or held becomes a question. */

@@ -1,6 +1,7 @@
 // What tap ports and tool ports have in common.
 
 #include <algorithm>
+#include <iterator>
 
 #include "Qon/tapagg/TapAggTrace.h"
 
