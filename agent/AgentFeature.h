@@ -30,17 +30,33 @@ using Velto::String;
 class Agent;
 class ConfigReader;
 
+/** A table of a ConfigDB file, for those who write one. */
+struct ConfigTable {
+   String name;
+   String key; ///< its parts, "port-channel|port"
+   /** Those that are read: a name, and what it may say. */
+   std::vector< std::pair< String, String > > fields;
+   std::vector< String > examples; ///< rows: "key": {...}
+};
+
 /** One kind of line of an event stream: {"time": 1.5, "event": NAME, ...}. */
 struct EventKind {
    String name;
    String help; ///< an example of the line
    /** Checks a line and returns what makes it happen. Velto::RangeError says what is wrong. */
    std::function< std::function< void() >( const Json & line ) > parse;
+   std::vector< String > examples = {}; ///< further lines, of its other forms
 };
 
 /** Features check their tables in this order: what a stage finds in the file is known to those
     behind it. */
 enum class ConfigStage : U8 { ports, aggregates, vlans, others };
+
+/** How often, or how much of, something there was or is. */
+struct Counter {
+   const char * name; ///< "commands that wait"
+   U64 value;
+};
 
 class AgentFeature {
  public:
@@ -50,7 +66,7 @@ class AgentFeature {
    virtual ~AgentFeature() = default;
 
    /** The tables of a ConfigDB file that configure() understands. */
-   virtual std::vector< String > tables() const { return {}; }
+   virtual std::vector< ConfigTable > tables() const { return {}; }
    virtual ConfigStage configStage() const { return ConfigStage::others; }
    /** Checks the rows of its tables and queues, with reader.apply(), what makes entities of them.
        See ConfigReader.h. */
@@ -59,6 +75,7 @@ class AgentFeature {
    /** The state and the configuration that the agent starts with have been read. */
    virtual void inputsRead() {}
 
+   virtual std::vector< Counter > counters() const { return {}; }
    virtual std::vector< ShowCommand > showCommands() { return {}; }
    virtual std::vector< EventKind > eventKinds() { return {}; }
 };

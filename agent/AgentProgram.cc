@@ -10,8 +10,10 @@
 #include <optional>
 
 #include "agent/AgentRun.h"
+#include "agent/Reference.h"
 #include "agent/base/Json.h"
 #include "agent/base/Printable.h"
+#include "agent/base/Readiness.h"
 #include "agent/base/Version.h"
 #include "agent/server/Console.h"
 #include "agent/server/SocketServer.h"
@@ -38,6 +40,7 @@ struct Options {
    String replay;
    bool virtualTime = false;
    bool once = false;
+   bool describe = false;
 };
 
 /** Octal digits as a number. */
@@ -141,6 +144,7 @@ Program::Program( const Options & options, const Chips & chips ) : options_( opt
    run_.emplace( scheduler(), recorder_ ? &*recorder_ : nullptr, say, chips );
    run_->begin( options.chip, options.settings );
    console_.emplace( run_->agent() );
+   console_->loopIs( &loop_ );
    console_->changeIs( [this]( const String & kind, const String & text ) {
       return run_->change( kind, text );
    } );
@@ -198,6 +202,7 @@ Program::run() {
    if ( server_ ) {
       say( "ready, serving " + options_.socket );
    }
+   tellServiceManager( "READY=1" );
    if ( run_->player() ) {
       run_->play();
    }
@@ -215,6 +220,7 @@ Program::run() {
    while ( !stopped_ && !finished() ) {
       oneRound( true );
    }
+   tellServiceManager( "STOPPING=1" );
    if ( recorder_ && !recorder_->good() ) {
       say( "warning: " + options_.record + ": not everything could be written" );
    }
@@ -244,6 +250,9 @@ describe( CLI::App & app, Options & options, const Chips & chips ) {
    app.add_flag( "--virtual-time", options.virtualTime,
                  "time moves with events and with 'qonctl run' only" );
    app.add_flag( "--once", options.once, "load, play the events, come to rest, and end" );
+   app.add_flag(
+         "--describe", options.describe,
+         "print what this agent understands and shows, with examples; nothing else is done" );
    app.add_option( "--record", options.record, "write everything that comes in to a recording" )
          ->type_name( "FILE" );
    app.add_option( "--replay", options.replay,
@@ -285,7 +294,7 @@ settled( Options & options, const CLI::App & app ) {
    if ( app.count( "--socket" ) ) {
       return options.socket.empty() ? "--socket: a path is expected, it is empty" : "";
    }
-   if ( options.once || !options.replay.empty() ) {
+   if ( options.once || options.describe || !options.replay.empty() ) {
       return "";
    }
    try {
@@ -296,6 +305,19 @@ settled( Options & options, const CLI::App & app ) {
       return e.what();
    }
    return "";
+}
+
+} // namespace
+
+namespace {
+
+int
+printReference( const Options & options, const Chips & chips ) {
+   Kiv::VirtualScheduler scheduler;
+   AgentRun run( scheduler, nullptr, say, chips );
+   run.begin( options.chip, options.settings );
+   std::fputs( referenceOf( run.agent(), Console( run.agent() ).shows() ).c_str(), stdout );
+   return 0;
 }
 
 } // namespace
@@ -334,6 +356,9 @@ agentMain( int argc, char ** argv, const Chips & chips ) {
       Kiv::logSinkIs( &Kiv::logSyslog() );
    }
    try {
+      if ( options.describe ) {
+         return printReference( options, chips );
+      }
       Program program( options, chips );
       program.load();
       program.run();

@@ -4,7 +4,10 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
+#include <ctime>
 #include <functional>
 #include <nlohmann/json.hpp>
 
@@ -30,6 +33,7 @@ struct Options {
    String value;
    String message;
    double seconds = 0;
+   bool stamps = false;
    std::vector< String > words;
 };
 
@@ -53,6 +57,30 @@ U32
 tableWidth() {
    winsize size = {};
    return ioctl( STDOUT_FILENO, TIOCGWINSZ, &size ) == 0 ? size.ws_col : 0;
+}
+
+/** "2026-11-22 13:05:07.123", now. */
+String
+stamp() {
+   const auto now = std::chrono::system_clock::now().time_since_epoch();
+   const auto milliseconds = std::chrono::duration_cast< std::chrono::milliseconds >( now ).count();
+   const auto seconds = std::time_t( milliseconds / 1000 );
+   std::tm local = {};
+   localtime_r( &seconds, &local );
+   char text[40];
+   const auto size = std::strftime( text, sizeof( text ), "%Y-%m-%d %H:%M:%S", &local );
+   std::snprintf( text + size, sizeof( text ) - size, ".%03u", unsigned( milliseconds % 1000 ) );
+   return text;
+}
+
+U32
+levelOf( const String & text ) {
+   char * end = nullptr;
+   const unsigned long level = std::strtoul( text.c_str(), &end, 10 );
+   if ( text.empty() || *end || level > 9 ) {
+      throw Velto::RangeError( "expected a level from 0 to 9, found '" + text + "'" );
+   }
+   return U32( level );
 }
 
 /** The rows of a table that the console makes itself. */
@@ -85,8 +113,14 @@ class Ctl {
 
    int show();
    int get();
+   int set();
    int change( const char * what );
+   int event();
    int watch();
+   int waitUntil();
+   int trace();
+   int logLevel();
+   int complete();
    int dump();
    int raise();
    int run();
@@ -94,6 +128,7 @@ class Ctl {
 
  private:
    int showHelp();
+   void printChange( const Json & line ) const;
    void printTable( const Json & columns, const Json & rows ) const;
 
    const Options & options_;
@@ -151,13 +186,70 @@ Ctl::get() {
    return 0;
 }
 
+/** Several values are set together, or none of them. */
+int
+Ctl::set() {
+   if ( options_.words.size() % 2 ) {
+      throw Velto::RangeError( "set: every PATH needs a VALUE" );
+   }
+   Json values = Json::object();
+   for ( std::size_t i = 0; i < options_.words.size(); i += 2 ) {
+      values[options_.words[i]] = options_.words[i + 1];
+   }
+   client_.ask( { { "do", "set" }, { "values", values } } );
+   return 0;
+}
+
 int
 Ctl::change( const char * what ) {
-   Json request = { { "do", what }, { "path", options_.path } };
-   if ( String( what ) == "set" ) {
-      request["value"] = options_.value;
+   client_.ask( { { "do", what }, { "path", options_.path } } );
+   return 0;
+}
+
+/** A line as of a stream of events, or its kind and FIELD=VALUE for each field. */
+int
+Ctl::event() {
+   Json line = Json::parse( options_.words[0], nullptr, false );
+   if ( !line.is_object() ) {
+      line = { { "event", options_.words[0] } };
+      for ( std::size_t i = 1; i < options_.words.size(); ++i ) {
+         const String & word = options_.words[i];
+         const auto end = word.find( '=' );
+         if ( end == String::npos ) {
+            throw Velto::RangeError( "event: expected FIELD=VALUE, found '" + word + "'" );
+         }
+         const String value = word.substr( end + 1 );
+         const Json parsed = Json::parse( value, nullptr, false );
+         line[word.substr( 0, end )] = parsed.is_discarded() ? Json( value ) : parsed;
+      }
+   }
+   client_.ask( { { "do", "event" }, { "line", line } } );
+   return 0;
+}
+
+int
+Ctl::trace() {
+   Json request = { { "do", "trace" }, { "facility", options_.path } };
+   if ( options_.value != "off" ) {
+      request["level"] = U32( levelOf( options_.value ) );
    }
    client_.ask( request );
+   return 0;
+}
+
+int
+Ctl::logLevel() {
+   client_.ask( { { "do", "logLevel" }, { "level", levelOf( options_.value ) } } );
+   return 0;
+}
+
+int
+Ctl::complete() {
+   const Json all =
+         client_.ask( { { "do", "complete" }, { "words", options_.words } } ).at( "words" );
+   for ( auto & word : all ) {
+      print( printable( word ) + "\n" );
+   }
    return 0;
 }
 
@@ -169,19 +261,62 @@ Ctl::watch() {
       if ( line.contains( "ok" ) ) {
          continue; // all that was there has been told
       }
-      if ( options_.json ) {
-         printJson( line, -1 );
-      } else if ( line.contains( "entity" ) ) {
-         print( printable( line.at( "path" ) ) +
-                ( line.at( "entity" ).get< bool >() ? "\n" : " is gone\n" ) );
-      } else {
-         auto & value = line.at( "value" );
-         print( printable( line.at( "path" ) ) +
-                ( value.is_null() ? " is gone" : " = " + printable( value ) ) + "\n" );
-      }
+      printChange( line );
       std::fflush( stdout );
    }
    throw NoAgent( options_.socket + ": the agent ended" );
+}
+
+void
+Ctl::printChange( const Json & line ) const {
+   if ( options_.json ) {
+      Json whole = line;
+      if ( options_.stamps ) {
+         whole["time"] = stamp();
+      }
+      printJson( whole, -1 );
+      return;
+   }
+   String text = ( options_.stamps ? stamp() + " " : "" ) + printable( line.at( "path" ) );
+   if ( line.contains( "entity" ) ) {
+      text += line.at( "entity" ).get< bool >() ? "" : " is gone";
+   } else {
+      auto & value = line.at( "value" );
+      text += value.is_null() ? " is gone" : " = " + printable( value );
+   }
+   print( text + "\n" );
+}
+
+/** Until the value at a path is what it shall be; "None" while there is none. */
+int
+Ctl::waitUntil() {
+   const auto deadline =
+         std::chrono::steady_clock::now() + std::chrono::duration< double >( options_.seconds );
+   client_.ask( { { "do", "watch" }, { "path", options_.path } } );
+   String value = "None";
+   bool present = false; // all that was there has been told
+   for ( Json line;; ) {
+      const std::chrono::duration< double > left = deadline - std::chrono::steady_clock::now();
+      client_.timeoutIs( std::max( left.count(), 0.001 ) );
+      try {
+         if ( !client_.next( line ) ) {
+            throw NoAgent( options_.socket + ": the agent ended" );
+         }
+      } catch ( const Silence & ) {
+         throw Velto::RangeError( options_.path + ": is " + value + " and not " + options_.value +
+                                  " after " + jsonText( options_.seconds ) + " s" );
+      }
+      present = present || line.contains( "ok" );
+      if ( line.contains( "value" ) && line.at( "path" ) == options_.path ) {
+         value = line.at( "value" ).is_null() ? "None" : line.at( "value" ).get< String >();
+      } else if ( line.contains( "entity" ) && !line.at( "entity" ).get< bool >() &&
+                  options_.path.starts_with( line.at( "path" ).get< String >() ) ) {
+         value = "None";
+      }
+      if ( present && value == options_.value ) {
+         return 0;
+      }
+   }
 }
 
 int
@@ -249,15 +384,41 @@ describe( CLI::App & app, Options & options, Command & command ) {
    sub( "show", "show a table; alone: the tables there are", &Ctl::show )
          ->add_option( "WHAT", options.words, "name of the table, and its arguments" );
    path( sub( "get", "print the value at a path", &Ctl::get ) );
-   path( sub( "set", "set the value at a path", []( Ctl & c ) { return c.change( "set" ); } ) )
-         ->add_option( "VALUE", options.value, "its text" )
-         ->required();
+   sub( "set", "set the value at a path; several are set together, or none of them", &Ctl::set )
+         ->add_option( "PATH_VALUE", options.words, "a path and its text, as often as needed" )
+         ->required()
+         ->expected( 2, -1 );
    path( sub( "insert", "make the entity at a path",
               []( Ctl & c ) { return c.change( "insert" ); } ) );
    path( sub( "delete", "remove what is at a path",
               []( Ctl & c ) { return c.change( "delete" ); } ) );
+   sub( "event", "let an event happen, of the kinds that qon-agent --events plays", &Ctl::event )
+         ->add_option( "EVENT", options.words,
+                       "its kind, then FIELD=VALUE for each field; or a line" )
+         ->required();
    path( sub( "watch", "print what is below a path, then every change, until interrupted",
-              &Ctl::watch ) );
+              &Ctl::watch ) )
+         ->add_flag( "-t,--stamps", options.stamps, "with the time of day at which it came" );
+   auto wait = path( sub( "wait-until",
+                          "wait until the value at a path is this one; exit code 1 if "
+                          "it does not come to it in time",
+                          &Ctl::waitUntil ) );
+   wait->add_option( "VALUE", options.value, "its text; None: there is none" )->required();
+   options.seconds = 60;
+   wait->add_option( "--within", options.seconds, "seconds to wait" )->capture_default_str();
+   auto trace = sub( "trace", "print the traces of a facility where the agent's messages go",
+                     &Ctl::trace );
+   trace->add_option( "FACILITY", options.path, "its name" )->required();
+   trace->add_option( "LEVEL", options.value, "up to which level of detail, 0 to 9; or off" )
+         ->required();
+   sub( "log-level",
+        "pass on messages of the log up to a severity: 3 errors, 4 warnings, 5 notices, 6 "
+        "all",
+        &Ctl::logLevel )
+         ->add_option( "SEVERITY", options.value, "a number" )
+         ->required();
+   sub( "complete", "print what the last word of a command line can become", &Ctl::complete )
+         ->add_option( "WORD", options.words, "the words of the line, behind --" );
    sub( "dump", "print a snapshot that qon-agent --state reads; without a path, of everything",
         &Ctl::dump )
          ->add_option( "PATH", options.path, "path in the state database" );
@@ -270,6 +431,16 @@ describe( CLI::App & app, Options & options, Command & command ) {
    sub( "verify", "let the agent verify itself; exit code 1 if it finds something", &Ctl::verify );
 }
 
+/** The commands that begin so. */
+void
+printCommands( const CLI::App & app, const String & typed ) {
+   for ( auto command : app.get_subcommands( {} ) ) {
+      if ( command->get_name().starts_with( typed ) ) {
+         print( command->get_name() + "\n" );
+      }
+   }
+}
+
 const char examples[] =
       "Examples:\n"
       "  qonctl show                               what can be shown\n"
@@ -278,6 +449,8 @@ const char examples[] =
       "  qonctl show entity interface/status/eth/lag\n"
       "  qonctl get 'acsd/portToLag[Ethernet0]'\n"
       "  qonctl set 'interface/status/eth/phy/intfStatus[Ethernet0]/linkUp' False\n"
+      "  qonctl event link port=Ethernet0 up=false\n"
+      "  qonctl wait-until 'acsd/portToLag[Ethernet0]' Port-Channel7 --within 10\n"
       "  qonctl insert 'interface/status/eth/lag/intfStatus[Port-Channel7]'\n"
       "  qonctl delete 'interface/status/eth/lag/intfStatus[Port-Channel7]'\n"
       "  qonctl watch acsd/lagToPort\n"
@@ -315,6 +488,10 @@ main( int argc, char ** argv ) {
       std::fprintf( stderr, "qonctl: %s\n", printable( why ).c_str() );
       return code;
    };
+   if ( app.got_subcommand( "complete" ) && options.words.size() < 2 ) {
+      printCommands( app, options.words.empty() ? "" : options.words[0] );
+      return 0;
+   }
    String note; // behind errors about the socket
    try {
       if ( app.count( "--socket" ) && options.socket.empty() ) {

@@ -16,13 +16,14 @@ constexpr int exitFindings = 1;
 constexpr int exitUsage = 2;
 
 constexpr char usage[] =
-      "usage: %s [--list] [--only ID] [--seed N] [--steps N] [--json]\n"
+      "usage: %s [--list] [--only ID] [--seed N] [--steps N] [--json] [--version]\n"
       "Shows whether the hook classes of a chip keep the contracts of the library.\n"
       "  --list     the contracts: id and promise\n"
       "  --only ID  one contract (mac.full) or the contracts of a feature (mac)\n"
       "  --seed N   of the random histories; 1 unless given\n"
       "  --steps N  of each random history; 2000 unless given\n"
       "  --json     the result as JSON\n"
+      "  --version  which version this is\n"
       "Exit codes: 0 no findings, 1 findings, 2 a wrong command line or no chip.\n";
 
 using Result = Outcome::Result;
@@ -32,6 +33,7 @@ struct CommandLine {
    bool list = false;
    bool json = false;
    bool help = false;
+   bool version = false;
 };
 
 U64
@@ -58,6 +60,8 @@ parse( int argc, const char * const * argv ) {
       String option = argv[n];
       if ( option == "--list" || option == "--json" || option == "--help" || option == "-h" ) {
          ( option == "--list" ? line.list : option == "--json" ? line.json : line.help ) = true;
+      } else if ( option == "--version" ) {
+         line.version = true;
       } else if ( option == "--only" ) {
          line.options.only = value( n );
       } else if ( option == "--seed" ) {
@@ -172,6 +176,10 @@ conformanceMain( int argc, const char * const * argv, const MakeChip & make ) {
       CommandLine line = parse( argc, argv );
       if ( line.help ) {
          std::printf( usage, argv[0] );
+         return 0;
+      }
+      if ( line.version ) {
+         std::printf( "%s %s\n", std::filesystem::path( argv[0] ).filename().c_str(), QON_VERSION );
          return 0;
       }
       if ( line.list ) {

@@ -16,6 +16,7 @@
 #include <ctime>
 #include <fstream>
 
+#include "agent/base/Version.h"
 #include "platform/Velto/Assert.h"
 #include "simulation/Run.h"
 
@@ -195,6 +196,10 @@ main( int argc, char ** argv ) {
    app.add_option( "--out", options.out, "Where the history of a failure is written" );
    app.add_option( "--transcript", options.transcript, "Write what happened, a line each" );
    app.add_flag( "--list", options.list, "Print the transcript's number of every seed" );
+   app.set_version_flag( "--version", "qon-sim " + QonAgent::agentVersion() );
+   app.failure_message( []( const CLI::App *, const CLI::Error & e ) {
+      return std::string( "qon-sim: error: " ) + e.what() + "; --help tells more\n";
+   } );
    try {
       app.parse( argc, argv );
    } catch ( const CLI::ParseError & error ) {

@@ -129,7 +129,10 @@ SimMirror::checkInvariants() const {
          return wrong;
       }
    }
-   return {};
+   if ( String wrong = queue_.check(); !wrong.empty() ) {
+      return wrong;
+   }
+   return checkWords();
 }
 
 /** Each group is free once, or one session's. */
@@ -172,9 +175,7 @@ SimMirror::checkGroups() const {
 
 String
 SimMirror::checkSession( const String & name ) const {
-   static const Told nothing;
-   auto found = told_.find( name );
-   const Told & told = found == told_.end() ? nothing : found->second;
+   const Told & told = toldOf( name );
    for ( auto check :
          { &SimMirror::checkDestinations, &SimMirror::checkSources, &SimMirror::checkStatus } ) {
       if ( String wrong = ( this->*check )( name, told ); !wrong.empty() ) {

@@ -75,12 +75,15 @@ TapAggSm::settle() {
 
 void
 TapAggSm::drain() {
-   questions_.drain( this, [this]( const Question & question ) {
-      // A start asks everything; what was asked before it, while nothing was heard, it asks anew.
-      if ( initialized() || stopping_ || question.what == What::stop ) {
-         answer( question );
-      }
-   } );
+   questions_.drain( this, [this]( const Question & question ) { take( question ); } );
+}
+
+/** A start asks everything; what was asked before it, while nothing was heard, it asks anew. */
+void
+TapAggSm::take( const Question & question ) {
+   if ( initialized() || stopping_ || question.what == What::stop ) {
+      answer( question );
+   }
 }
 
 void
@@ -130,8 +133,12 @@ TapAggSm::answer( const Question & question ) {
 
 void
 TapAggSm::ask( TapAggRole role, IntfId intf ) {
-   later( role == TapAggRole::tap ? What::tapPort : What::toolPort, intf );
-   settle();
+   const What what = role == TapAggRole::tap ? What::tapPort : What::toolPort;
+   if ( initialized() ) {
+      questions_.ask( this, { what, intf }, [this]( const Question & q ) { take( q ); } );
+   } else {
+      later( what, intf );
+   }
 }
 
 // --- Start, mode and end -------------------------------------------------------------------------

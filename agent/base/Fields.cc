@@ -9,14 +9,18 @@ namespace QonAgent {
 
 bool
 hasField( const Json & line, const char * field ) {
-   FieldsAsked::note( field );
+   if ( FieldsAsked::noting() ) {
+      FieldsAsked::note( field );
+   }
    return line.contains( field );
 }
 
 template< class T >
 T
 fieldOf( const Json & line, const char * field ) {
-   FieldsAsked::note( field );
+   if ( FieldsAsked::noting() ) {
+      FieldsAsked::note( field );
+   }
    auto found = line.find( field );
    if ( found == line.end() ) {
       throw Velto::RangeError( String( "field '" ) + field + "' is missing" );
@@ -38,10 +42,9 @@ FieldsAsked::~FieldsAsked() {
 }
 
 void
-FieldsAsked::note( const char * field ) {
-   if ( current_ ) {
-      current_->names_.insert( field );
-   }
+FieldsAsked::note( const String & field ) {
+   VELTO_ASSERT( current_ );
+   current_->names_.insert( field );
 }
 
 // Here alone, so that whoever reads a field needs nothing of what JSON is made of.

@@ -25,9 +25,7 @@ class AclFeature : public AgentFeature {
  public:
    explicit AclFeature( Agent & agent );
    ~AclFeature() override;
-   std::vector< String > tables() const override {
-      return { "ACL_TABLE_TYPE", "ACL_TABLE", "ACL_RULE", "VLAN_SUB_INTERFACE" };
-   }
+   std::vector< ConfigTable > tables() const override;
    void configure( ConfigReader & reader ) override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;

@@ -40,6 +40,7 @@ LagFeature::LagFeature( Agent & agent )
       hardware_( agent.entities().mount< Hardware::Lag::Config >( Paths::hardwareLagConfig ) ),
       held_( agent.entities().mount< Hardware::Lag::Status >( Paths::hardwareLagStatus ) ),
       state_( agent.entities().mount< Hardware::Lag::Status >( Paths::hardwareLagState ) ),
+      mlagConfig_( agent.entities().mount< Mlag::Config >( Paths::mlagConfig ) ),
       mlag_( agent.entities().mount< Mlag::Status >( Paths::mlagStatus ) ),
       programmer_( part_ ? part_->makeProgrammer( hardware_, held_ ) : nullptr ) {
    const String & writer = agent.setting( writerOption );
@@ -52,6 +53,10 @@ LagFeature::LagFeature( Agent & agent )
          agent.entities().mount< Lag::Input::IntfDeviceNameDir >( Paths::lagInputDeviceName ),
          mlag_, agent.acsd()->verifyData(), progSm_ );
    lagSm_->initializedIs( true );
+   sharerHeard_.attach( mlagConfig_.ptr(), [this]( const Ulnet::IntfId & lag ) {
+      mlagConfig_->peerLinkSharerHas( lag ) ? lagSm_->sharePeerLinkWithLagIs( lag, true )
+                                            : lagSm_->sharePeerLinkWithLagDel( lag );
+   } );
    stateAggregator_ = Qon::LagStateAggregatorSmIs( { held_ }, state_ );
    stateAggregator_->initializedIs( true );
    if ( writer == byInterfaces ) {
@@ -93,6 +98,26 @@ LagFeature::makeMembersWriter() {
                  : Velto::Ptr< Qon::LagPacketDriver >( Velto::make< QonChip::EveryLagDriver >() ) },
          hardware_ );
    creator_->initializedIs( true );
+}
+
+std::vector< ConfigTable >
+LagFeature::tables() const {
+   return {
+         { "PORTCHANNEL",
+           "port-channel",
+           { { "admin_status", "up or down; up" },
+             { "static", "true: without LACP; false" },
+             { "fallback", "true: what is done without LACP is in fallback_mode; false" },
+             { "fallback_mode", "static or individual; static" },
+             { "members", "ports, a list; as rows of PORTCHANNEL_MEMBER" } },
+           { R"("PortChannel1": {"admin_status": "up", "fallback": "true"})",
+             R"("PortChannel2": {"static": "true", "members": ["Ethernet4"]})" } },
+         { "PORTCHANNEL_MEMBER", "port-channel|port", {}, { R"("PortChannel1|Ethernet0": {})" } },
+         { "MCLAG_DOMAIN",
+           "domain",
+           { { "peer_link", "a port-channel or a port" } },
+           { R"("1": {"peer_link": "PortChannel2"})" } },
+         { "MCLAG_INTERFACE", "domain|port-channel", {}, { R"("1|PortChannel1": {})" } } };
 }
 
 void

@@ -25,6 +25,7 @@
 #include "Qon/include/lag/QonLagStateAggregatorSm.h"
 #include "agent/AgentFeature.h"
 #include "chip/LagPart.h"
+#include "platform/Kiv/Listener.h"
 
 namespace QonAgent {
 
@@ -35,9 +36,7 @@ class LagFeature : public AgentFeature {
    explicit LagFeature( Agent & agent );
    static std::vector< FeatureOption > options();
 
-   std::vector< String > tables() const override {
-      return { "PORTCHANNEL", "PORTCHANNEL_MEMBER", "MCLAG_DOMAIN", "MCLAG_INTERFACE" };
-   }
+   std::vector< ConfigTable > tables() const override;
    ConfigStage configStage() const override { return ConfigStage::aggregates; }
    void inputsRead() override;
    void configure( ConfigReader & reader ) override;
@@ -87,6 +86,7 @@ class LagFeature : public AgentFeature {
    const Velto::Ptr< Hardware::Lag::Config > hardware_;
    const Velto::Ptr< Hardware::Lag::Status > held_;
    const Velto::Ptr< Hardware::Lag::Status > state_; // merged
+   const Velto::Ptr< Mlag::Config > mlagConfig_;
    const Velto::Ptr< Mlag::Status > mlag_;
    const Velto::Ptr< Velto::Node > programmer_; // the chip's; null if it has none
    Velto::Ptr< Qon::LagProgSm > progSm_;
@@ -95,6 +95,7 @@ class LagFeature : public AgentFeature {
    Velto::Ptr< Qon::LagConfigMapCreatorSm > mapCreator_;
    Velto::Ptr< Qon::QonLagCreatorSm > creator_;
    Velto::Ptr< Qon::LagStateAggregatorSm > stateAggregator_;
+   Kiv::Listener< Mlag::Config::peerLinkSharerAttr > sharerHeard_;
    String domain_; // of MCLAG_DOMAIN
    std::map< Ulnet::IntfId, Channel > channels_;
 };

@@ -32,7 +32,7 @@ LagFeature::mlagInterface( ConfigReader & reader, const ConfigRow & row ) {
       throw RowError( "", "there is no domain '" + row.part( 0, 2 ) + "'" );
    }
    Ulnet::IntfId lag = reader.portChannel( "", row.part( 1, 2 ) );
-   reader.apply( [=, this] { lagSm_->sharePeerLinkWithLagIs( lag, true ); } );
+   reader.apply( [=, this] { mlagConfig_->peerLinkSharerIs( lag ); } );
 }
 
 /** A member as LACP would report it: it comes, changes what it may do, or goes. */

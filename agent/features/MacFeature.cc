@@ -260,6 +260,17 @@ MacFeature::hardware( Arguments arguments ) const {
    }
 }
 
+std::vector< Counter >
+MacFeature::counters() const {
+   if ( !programmer_ ) {
+      return {};
+   }
+   return { { "commands not answered", handed_.size() },
+            { "commands in flight", programmer_->inProgAddrOps() },
+            { "commands in overflow", programmer_->overflowAddrOp().size() },
+            { "commands refused", refused_.size() } };
+}
+
 std::vector< ShowCommand >
 MacFeature::showCommands() {
    Column mac = { "mac", "MAC address" }, vlan = { "vlan", "VLAN", true },

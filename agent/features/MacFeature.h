@@ -20,6 +20,7 @@ class MacFeature : public AgentFeature {
    ~MacFeature() override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
+   std::vector< Counter > counters() const override;
 
    /** Null if the chip has none. */
    Qon::QonMacProgrammer * programmer() const { return programmer_.ptr(); }

@@ -43,6 +43,27 @@ MirrorFeature::~MirrorFeature() = default;
 
 // --- Configuration -------------------------------------------------------------------------------
 
+std::vector< ConfigTable >
+MirrorFeature::tables() const {
+   return {
+         { "MIRROR_SESSION",
+           "session",
+           { { "type", "SPAN or ERSPAN; ERSPAN with a dst_ip, else SPAN" },
+             { "dst_port", "of SPAN: ports and port-channels, a list" },
+             { "src_port", "ports and port-channels, a list" },
+             { "direction", "RX, TX or BOTH; BOTH" },
+             { "sample_rate", "one of how many frames, 0 to 16777216; 0: each" },
+             { "truncate_size", "bytes, 0 to 9216; 0: whole frames" },
+             { "src_ip", "of ERSPAN: an address" },
+             { "dst_ip", "of ERSPAN: an address of the same family" },
+             { "gre_type", "of ERSPAN: the protocol, up to 0xffff; 0x88be" },
+             { "ttl", "of ERSPAN: 0 to 255; 64" },
+             { "dscp", "of ERSPAN: 0 to 63; 0" },
+             { "vrf", "of ERSPAN: a name" } },
+           { R"("span": {"dst_port": "Ethernet8", "src_port": "Ethernet12", "direction": "RX"})",
+             R"("far": {"src_ip": "10.0.0.1", "dst_ip": "10.0.0.2", "src_port": "Ethernet12"})" } } };
+}
+
 void
 MirrorFeature::configure( ConfigReader & reader ) {
    reader.eachRow( "MIRROR_SESSION", [&]( const ConfigRow & row ) { session( reader, row ); } );
@@ -158,14 +179,27 @@ MirrorFeature::parseMode( const Json & line ) {
    return [=, this] { mode_->forwardingModeIs( mode ); };
 }
 
+namespace {
+
+/** One of those that there are: numbers of others are no names. */
+Acl::AclType
+aclType( const String & name ) {
+   for ( Acl::AclType type : Acl::aclTypes ) {
+      if ( Kiv::toText( type ) == name ) {
+         return type;
+      }
+   }
+   throw Velto::RangeError( "'" + name + "' is no type of access list: ip, mac or ipv6" );
+}
+
+} // namespace
+
 std::function< void() >
 MirrorFeature::parseAcl( const Json & line ) {
    const String session = fieldOf< String >( line, "session" );
    const IntfId intf = agent_.names().typed( fieldOf< String >( line, "intf" ) );
    const String acl = fieldOf< String >( line, "acl" );
-   const auto type = hasField( line, "type" )
-                           ? Kiv::fromText< Acl::AclType >( fieldOf< String >( line, "type" ) )
-                           : Acl::AclType::ip;
+   const auto type = aclType( hasField( line, "type" ) ? fieldOf< String >( line, "type" ) : "ip" );
    return [=, this] {
       auto config = config_->session( session );
       auto source = config ? config->srcIntf( intf ) : nullptr;

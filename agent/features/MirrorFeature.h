@@ -23,7 +23,7 @@ class MirrorFeature : public AgentFeature {
    explicit MirrorFeature( Agent & agent );
    ~MirrorFeature() override;
 
-   std::vector< String > tables() const override { return { "MIRROR_SESSION" }; }
+   std::vector< ConfigTable > tables() const override;
    void configure( ConfigReader & reader ) override;
    /** The state machine begins when it knows what is still wanted of what the chip holds. */
    void inputsRead() override;

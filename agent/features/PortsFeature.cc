@@ -25,6 +25,16 @@ PortsFeature::hwPort( Ulnet::IntfId intf ) const {
    return port ? *port : Qon::FapIdPort( 0, hwPorts_->fapIdPorts() + 1 );
 }
 
+std::vector< ConfigTable >
+PortsFeature::tables() const {
+   return { { "PORT",
+              "port",
+              { { "admin_status", "up or down; up" }, { "speed", "Mb/s" } },
+              { R"("Ethernet0": {"speed": "25000"})", R"("Ethernet4": {})",
+                R"("Ethernet8": {"speed": "10000"})",
+                R"("Ethernet12": {"admin_status": "down"})" } } };
+}
+
 void
 PortsFeature::configure( ConfigReader & reader ) {
    reader.eachRow( "PORT", [&]( const ConfigRow & row ) {

@@ -13,7 +13,7 @@ namespace QonAgent {
 class PortsFeature : public AgentFeature {
  public:
    explicit PortsFeature( Agent & agent );
-   std::vector< String > tables() const override { return { "PORT" }; }
+   std::vector< ConfigTable > tables() const override;
    ConfigStage configStage() const override { return ConfigStage::ports; }
    void configure( ConfigReader & reader ) override;
    std::vector< ShowCommand > showCommands() override;

@@ -131,6 +131,32 @@ StormControlFeature::sm() const {
 
 // --- Configuration -------------------------------------------------------------------------------
 
+std::vector< ConfigTable >
+StormControlFeature::tables() const {
+   return { { "PORT_STORM_CONTROL",
+              "interface, or interface|kind of traffic",
+              { { "drop_logging", "of an interface: true or false; false" },
+                { "kbps", "of a kind of traffic: the most of it" },
+                { "percent", "the same by the speed, 0 to 100" },
+                { "pps", "the same in packets a second" },
+                { "cpu_kbps", "the same of what goes to the CPU" },
+                { "cpu_percent", "the same" },
+                { "cpu_pps", "the same" } },
+              { R"("Ethernet8": {"drop_logging": "true"})",
+                R"("Ethernet8|broadcast": {"kbps": "1000"})" } },
+            { "STORM_CONTROL",
+              "GLOBAL, or TC|traffic class",
+              { { "drop_logging", "true or false; false" },
+                { "drop_logging_interval", "seconds between two messages" },
+                { "counter_period", "seconds between two readings; 10" },
+                { "errdisable", "true: interfaces that drop are disabled; false" },
+                { "burst_time", "microseconds, up to 1000000" },
+                { "kbps", "of a traffic class: the most of it" },
+                { "percent", "the same by the speed, 0 to 100" },
+                { "pps", "the same in packets a second" } },
+              { R"("GLOBAL": {"counter_period": "2"})", R"("TC|3": {"pps": "500"})" } } };
+}
+
 void
 StormControlFeature::configure( ConfigReader & reader ) {
    reader.eachRow( "PORT_STORM_CONTROL", [&]( const ConfigRow & row ) {

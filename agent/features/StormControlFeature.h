@@ -25,9 +25,7 @@ class StormControlFeature : public AgentFeature {
    explicit StormControlFeature( Agent & agent );
    static std::vector< FeatureOption > options();
 
-   std::vector< String > tables() const override {
-      return { "PORT_STORM_CONTROL", "STORM_CONTROL" };
-   }
+   std::vector< ConfigTable > tables() const override;
    void configure( ConfigReader & reader ) override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;

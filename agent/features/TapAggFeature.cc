@@ -43,6 +43,47 @@ TapAggFeature::tapAggSm() const {
 
 // --- Configuration -------------------------------------------------------------------------------
 
+std::vector< ConfigTable >
+TapAggFeature::tables() const {
+   const String yes = "true or false; false", bytes = "bytes, 0 to 65535; 0: ";
+   return { { "TAP_AGG",
+              "GLOBAL",
+              { { "mode", "on or off, of tap-aggregation mode; off" },
+                { "tcam_profile", "a name" },
+                { "mac_acl_match_ip", yes },
+                { "log_resource_full", "true or false; true" } },
+              { R"("GLOBAL": {"mode": "on"})" } },
+            { "TAP_PORT",
+              "port or port-channel",
+              { { "groups", "names without ',', a list" },
+                { "truncate_size", bytes + "whole frames" },
+                { "identity", "a VLAN tag that is added, 0 to 4094; 0: none" },
+                { "inner_identity", "the one behind it, 0 to 4094; 0: none" },
+                { "mac_address", "the destination that frames get; none: they keep theirs" },
+                { "header_remove", bytes + "none are taken off the front" },
+                { "gre_strip", yes },
+                { "gre_strip_endpoints", "addresses whose tunnels are stripped, a list" },
+                { "vxlan_strip", yes },
+                { "mpls_pop", yes },
+                { "raw", "true or false, frames pass as they are; false" },
+                { "policy_map", "a map of TAP_POLICY_MAP" } },
+              { R"("Ethernet0": {"groups": "web,mail", "truncate_size": "128"})" } },
+            { "TOOL_PORT",
+              "port or port-channel",
+              { { "groups", "names without ',', a list" },
+                { "truncate_size", bytes + "whole frames" },
+                { "identity_tagging", "none, dot1q or qinq; none" },
+                { "dot1q_remove", "VLAN tags that are taken off, 0 to 2; 0" },
+                { "br_strip", yes },
+                { "vn_strip", yes },
+                { "mpls_pop", yes } },
+              { R"("Ethernet4": {"groups": "web", "identity_tagging": "dot1q"})" } },
+            { "TAP_POLICY_MAP",
+              "map|class",
+              { { "groups", "names without ',', a list" } },
+              { R"("map1|voice": {"groups": "voice"})" } } };
+}
+
 void
 TapAggFeature::configure( ConfigReader & reader ) {
    reader.eachRow( "TAP_AGG", [&]( const ConfigRow & row ) { global( reader, row ); } );

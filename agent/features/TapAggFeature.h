@@ -33,9 +33,7 @@ class TapAggFeature : public AgentFeature {
    explicit TapAggFeature( Agent & agent );
    ~TapAggFeature() override;
 
-   std::vector< String > tables() const override {
-      return { "TAP_AGG", "TAP_PORT", "TOOL_PORT", "TAP_POLICY_MAP" };
-   }
+   std::vector< ConfigTable > tables() const override;
    void configure( ConfigReader & reader ) override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;

@@ -71,6 +71,23 @@ TopologyFeature::makeStpSm() {
 
 // --- Configuration -------------------------------------------------------------------------------
 
+std::vector< ConfigTable >
+TopologyFeature::tables() const {
+   return { { "STP",
+              "GLOBAL",
+              { { "mode", "none, pvst or mst; none" } },
+              { R"("GLOBAL": {"mode": "pvst"})" } },
+            { "STP_VLAN",
+              "VLAN",
+              { { "enabled", "true or false; true" } },
+              { R"("Vlan10": {"enabled": "true"})" } },
+            { "STP_PORT",
+              "port or port-channel",
+              { { "enabled", "true or false; true" },
+                { "portfast", "true: forwards from the start; false" } },
+              { R"("Ethernet8": {"portfast": "true"})" } } };
+}
+
 void
 TopologyFeature::configure( ConfigReader & reader ) {
    auto tree = std::make_shared< SpanningTree >();

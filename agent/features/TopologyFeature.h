@@ -28,7 +28,7 @@ class TopologyFeature : public AgentFeature {
    explicit TopologyFeature( Agent & agent );
    ~TopologyFeature() override;
 
-   std::vector< String > tables() const override { return { "STP", "STP_VLAN", "STP_PORT" }; }
+   std::vector< ConfigTable > tables() const override;
    void configure( ConfigReader & reader ) override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;

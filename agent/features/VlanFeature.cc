@@ -47,6 +47,19 @@ VlanFeature::vlanOf( ConfigReader & reader, const String & name ) const {
    return VlanId( Ulnet::VlanIntfId::vlanNum( intf ) );
 }
 
+std::vector< ConfigTable >
+VlanFeature::tables() const {
+   return {
+         { "VLAN",
+           "VLAN",
+           { { "vlanid", "its number, as in the key" } },
+           { R"("Vlan10": {"vlanid": "10"})", R"("Vlan20": {})" } },
+         { "VLAN_MEMBER",
+           "VLAN|port or port-channel",
+           { { "tagging_mode", "tagged, untagged or priority_tagged; untagged" } },
+           { R"("Vlan10|Ethernet8": {"tagging_mode": "tagged"})", R"("Vlan20|Ethernet8": {})" } } };
+}
+
 void
 VlanFeature::configure( ConfigReader & reader ) {
    std::bitset< lastVlan + 1 > known;
@@ -218,6 +231,17 @@ VlanFeature::hardware( Arguments arguments ) const {
          break;
       }
    }
+}
+
+std::vector< Counter >
+VlanFeature::counters() const {
+   U64 vlans = 0, waiting = 0, failed = 0;
+   for ( auto i = config_->vlanConfigIteratorConst(); helper_ && i; ++i, ++vlans ) {
+      const auto state = helper_->updateState( i.key() );
+      waiting += state.requested != state.completed;
+      failed += state.failed;
+   }
+   return { { "VLANs", vlans }, { "VLANs that wait", waiting }, { "VLANs that failed", failed } };
 }
 
 std::vector< ShowCommand >

@@ -21,11 +21,12 @@ class ConfigRow;
 class VlanFeature : public AgentFeature {
  public:
    explicit VlanFeature( Agent & agent );
-   std::vector< String > tables() const override { return { "VLAN", "VLAN_MEMBER" }; }
+   std::vector< ConfigTable > tables() const override;
    ConfigStage configStage() const override { return ConfigStage::vlans; }
    void configure( ConfigReader & reader ) override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
+   std::vector< Counter > counters() const override;
 
    /** Null if the chip has none. */
    Qon::VlanHelper * helper() const { return helper_.ptr(); }

@@ -75,6 +75,15 @@ VlanMappingFeature::VlanMappingFeature( Agent & agent )
    }
 }
 
+VlanMappingFeature::~VlanMappingFeature() {
+   if ( first_ ) {
+      first_->listenerIs( nullptr );
+   }
+   if ( second_ ) {
+      second_->listenerIs( nullptr );
+   }
+}
+
 void
 VlanMappingFeature::makeFirst() {
    using Configs = Qon::QonVlanMappingConfigDir;
@@ -88,6 +97,7 @@ VlanMappingFeature::makeFirst() {
            egress, mount< Qon::QonVlanLagMemberStatusDir >( Paths::vlanLagMemberStatus ),
            agent_.acsd()->verifyData() },
          { ingress, egress } );
+   first_->listenerIs( this );
    first_->initializedIs( true );
 }
 
@@ -112,6 +122,7 @@ VlanMappingFeature::makeSecond() {
            mount< Output >( Paths::bridgingConfigOutputState ),
            mount< Output >( Paths::qonFlowConfigOutputState ),
            mount< Output >( Paths::nativeVlanConfigOutputState ), &agent_.scheduler() } );
+   second_->listenerIs( this );
    second_->initializedIs( true );
    follower_ = part_->makePlatformFollower( platform, answers );
 }
@@ -156,6 +167,18 @@ VlanMappingFeature::wishOf( ConfigReader & reader, const ConfigRow & row ) const
    return wish;
 }
 
+std::vector< ConfigTable >
+VlanMappingFeature::tables() const {
+   return { { "VLAN_MAPPING",
+              "interface|ingress or egress|VLAN, or with |inner VLAN behind it",
+              { { "mapped_vlan", "the VLAN that it becomes" },
+                { "mapped_inner", "the inner VLAN that it becomes" },
+                { "source", "cli or flow; cli" },
+                { "native", "true: the VLAN is the native one, without the other fields; false" } },
+              { R"("Ethernet8|ingress|30": {"mapped_vlan": "10"})",
+                R"("Ethernet8|egress|20": {"native": "true"})" } } };
+}
+
 void
 VlanMappingFeature::configure( ConfigReader & reader ) {
    auto natives = std::make_shared< std::map< std::pair< IntfId, Direction >, U16 > >();
@@ -183,8 +206,6 @@ VlanMappingFeature::configure( ConfigReader & reader ) {
 
 void
 VlanMappingFeature::wishIs( const Wish & wish ) {
-   since_[{ wish.intf, wish.direction, wish.key.vlanId(), wish.key.innerVlanId(), wish.flow,
-            wish.native }] = Kiv::now();
    if ( wish.native ) {
       config_->switchIntfConfigIs( wish.intf )
             ->nativeVlanIs( wish.direction, VlanIdOrNone( wish.mapping.vlanId() ) );

@@ -76,6 +76,7 @@ EventLoop::runOnce( Seconds limit ) {
    epoll_event events[32];
    int n = epoll_wait( epoll_, events, 32, waitTime( limit ) );
    VELTO_ASSERT( n >= 0 || errno == EINTR );
+   const Seconds began = Kiv::now();
    for ( int i = 0; i < n; ++i ) {
       int fd = events[i].data.fd;
       if ( fd == timer_ ) {
@@ -87,6 +88,13 @@ EventLoop::runOnce( Seconds limit ) {
       }
    }
    turn();
+   const Seconds ended = Kiv::now();
+   ++times_.rounds;
+   times_.busy += ended - began;
+   if ( ended - began > times_.longest ) {
+      times_.longest = ended - began;
+      times_.longestAt = ended;
+   }
 }
 
 void

@@ -35,6 +35,14 @@ class FdWatch {
    int fd_;
 };
 
+/** What the rounds of a loop took, waiting excepted: descriptors, clocks and a slice each. */
+struct RoundTimes {
+   U64 rounds = 0;
+   Seconds busy = 0;
+   Seconds longest = 0;
+   Seconds longestAt = 0; ///< when that one ended
+};
+
 class EventLoop : public TaskScheduler {
  public:
    EventLoop();
@@ -46,6 +54,8 @@ class EventLoop : public TaskScheduler {
    void stop() { stopped_ = true; }
    /** Waits at most `limit` seconds for something to do, and does one round of it. */
    void runOnce( Seconds limit );
+   /** Since the loop was made. */
+   const RoundTimes & roundTimes() const { return times_; }
 
  private:
    friend class FdWatch;
@@ -54,6 +64,7 @@ class EventLoop : public TaskScheduler {
    int epoll_ = -1;
    int timer_ = -1;
    bool stopped_ = false;
+   RoundTimes times_;
    std::vector< FdWatch * > live_; // by descriptor
 };
 

@@ -86,6 +86,12 @@ EntityManager::set( const String & path, const String & text ) {
 }
 
 void
+EntityManager::check( const String & path, const String & text ) const {
+   at( *this, path,
+       [&]( Kiv::Entity & e, const String & rest ) { Kiv::GenericIf::check( e, rest, text ); } );
+}
+
+void
 EntityManager::insert( const String & path ) {
    at( *this, path,
        [&]( Kiv::Entity & e, const String & rest ) { Kiv::GenericIf::insert( e, rest ); } );

@@ -21,6 +21,7 @@ inline constexpr char hardwareLagOfConfig[] = "hardware/lag/ofconfig";   // Hard
 inline constexpr char aggregatedLagConfig[] =
       "lag/config/aggregated"; // Hardware::Lag::AggregatedLagConfigDir
 inline constexpr char lagMemberStatus[] = "lag/member/status"; // Hardware::Lag::MemberStatusDir
+inline constexpr char mlagConfig[] = "mlag/config";            // Mlag::Config
 inline constexpr char mlagStatus[] = "mlag/status";            // Mlag::Status
 
 // Bridging

@@ -254,12 +254,8 @@ stateOf( QonAgent::Agent & agent ) {
 }
 
 TEST( LongAnswers, ASnapshotOfEveryMountGoesBackIn ) {
-   // Without aggregates that share the peer link: who shares is told to the state machine, and stands
-   // nowhere in the state database.
+   // Without sessions: a start believes the hardware's status that those of an earlier life are there.
    String config = everything;
-   const String sharing = R"(, "MCLAG_INTERFACE": {"1|PortChannel1": {}})";
-   config.erase( config.find( sharing ), sharing.size() );
-   // Nor sessions: a start believes the hardware's status that those of an earlier life are there.
    const auto sessions = config.find( R"("MIRROR_SESSION")" );
    config.erase( sessions, config.find( R"("PORT_STORM_CONTROL")" ) - sessions );
    AgentWorld w;

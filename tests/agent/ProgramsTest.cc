@@ -180,6 +180,116 @@ TEST( Programs, BadInputIsOneLineAndExitCode2 ) {
               "qon-agent: error: /: is a directory, a file was expected\n" );
 }
 
+TEST( Programs, WhoAsksIsToldAndGivenUpInTime ) {
+   RunningAgent agent( { "--config", "examples/leaf.json", "--virtual-time" } );
+   const String path = "'interface/status/eth/phy/intfStatus[Ethernet5]/linkUp'";
+   Result met = agent.ctl( "wait-until " + path + " True" );
+   EXPECT_EQ( met.code, 0 ) << met.output;
+   Result missed = agent.ctl( "wait-until " + path + " False --within 0.2" );
+   EXPECT_EQ( missed.code, 1 );
+   EXPECT_EQ( missed.output,
+              "qonctl: interface/status/eth/phy/intfStatus[Ethernet5]/linkUp: is True "
+              "and not False after 0.2 s\n" );
+   const String waits = program( "qonctl" ) + " --socket " + agent.socket + " wait-until ";
+   Result later = sh( waits + path + " False & sleep 0.2; " + program( "qonctl" ) + " --socket " +
+                      agent.socket + " event link port=Ethernet5 up=false; wait $!; echo rc=$?" );
+   EXPECT_EQ( later.output, "rc=0\n" );
+   EXPECT_EQ( agent.ctl( "wait-until 'acsd/portToLag[Ethernet30]' None" ).code, 0 );
+   Result sets = agent.ctl( "set acsd/minIntfs 3 acsd/nothing 1" );
+   EXPECT_EQ( sets.code, 1 );
+   EXPECT_EQ( agent.ctl( "get acsd/minIntfs" ).output, "0\n" );
+   EXPECT_EQ( sh( program( "qonctl" ) + " complete -- wa" ).output, "watch\nwait-until\n" );
+   EXPECT_EQ( agent.ctl( "complete -- show mac vl" ).output, "vlan\n" );
+   // One that does not answer any more.
+   kill( agent.pid, SIGSTOP );
+   Result silent = sh( program( "qonctl" ) + " --socket " + agent.socket +
+                       " --timeout 0.2 get acsd/minIntfs" );
+   kill( agent.pid, SIGCONT );
+   EXPECT_EQ( silent.code, 2 );
+   EXPECT_EQ( silent.output,
+              "qonctl: " + agent.socket + ": the agent has not answered within 0.2 s\n" );
+}
+
+TEST( Programs, OfSeveralThatStartAtOnceOneServes ) {
+   const String socket = "/tmp/qon-race." + std::to_string( getpid() );
+   // Left behind by one that died.
+   sh( "python3 -c 'import socket; socket.socket( socket.AF_UNIX ).bind( \"" + socket + "\" )'" );
+   const String said = socket + ".said";
+   String command;
+   for ( int i = 0; i < 6; ++i ) {
+      command += program( "qon-agent" ) + " --socket " + socket + " 2>> " + said +
+                 " & pids=\"$pids $!\"; ";
+   }
+   Result started = sh( command + "for i in $(seq 300); do [ \"$( grep -c busy " + said +
+                        " )\" = 5 ] && grep -q ready " + said +
+                        " && break; sleep 0.1; done; kill $pids 2> /dev/null; wait; cat " + said +
+                        "; test -e " + socket + " && echo left; rm -f " + said );
+   U32 ready = 0, busy = 0;
+   for ( std::size_t at = 0; ( at = started.output.find( "ready", at ) ) != String::npos; ++at ) {
+      ++ready;
+   }
+   for ( std::size_t at = 0; ( at = started.output.find( "busy", at ) ) != String::npos; ++at ) {
+      ++busy;
+   }
+   EXPECT_EQ( ready, 1u ) << started.output;
+   EXPECT_EQ( busy, 5u ) << started.output;
+   EXPECT_EQ( started.output.find( "left" ), String::npos );
+}
+
+TEST( Programs, WhereTheSocketComesFromIsSaid ) {
+   const String agent = program( "qon-agent" ), ctl = program( "qonctl" );
+   Result ofAgent = sh( "QON_SOCKET=/nowhere/s " + agent );
+   EXPECT_EQ( ofAgent.code, 2 );
+   EXPECT_EQ( ofAgent.output,
+              "qon-agent: error: /nowhere/s: no socket can be made here: No such file "
+              "or directory (chosen by QON_SOCKET)\n" );
+   Result ofCtl = sh( "QON_SOCKET=/nowhere/s " + ctl + " get acsd/minIntfs" );
+   EXPECT_EQ( ofCtl.code, 2 );
+   EXPECT_EQ( ofCtl.output, "qonctl: /nowhere/s: no agent serves this socket: No such file or "
+                            "directory (chosen by QON_SOCKET)\n" );
+   EXPECT_EQ( sh( "QON_SOCKET=/nowhere/s " + agent + " --once" ).code, 0 );
+   EXPECT_EQ( sh( agent + " --socket ''" ).output,
+              "qon-agent: error: --socket: a path is expected, it is empty\n" );
+   EXPECT_EQ( sh( ctl + " --socket '' get acsd/minIntfs" ).output,
+              "qonctl: --socket: a path is expected, it is empty\n" );
+   // Without anything else it is nowhere where others can put one.
+   Result home = sh( "env -u QON_SOCKET -u XDG_RUNTIME_DIR HOME=/nowhere " + ctl + " get acsd/x" );
+   EXPECT_EQ( home.output.find( "/tmp" ), String::npos ) << home.output;
+}
+
+TEST( Programs, AServiceManagerIsToldWhenTheAgentIsReady ) {
+   const String socket = "/tmp/qon-notify." + std::to_string( getpid() );
+   Result told =
+         sh( "rm -f " + socket + "; NOTIFY_SOCKET=" + socket +
+             " python3 -c \"import socket, subprocess\n"
+             "s = socket.socket( socket.AF_UNIX, socket.SOCK_DGRAM )\n"
+             "s.bind( '" +
+             socket + "' )\ns.settimeout( 20 )\nsubprocess.run( ['" + program( "qon-agent" ) +
+             "', '--once'] )\nprint( s.recv( 99 ), s.recv( 99 ) )\"; rm " + socket );
+   EXPECT_EQ( told.output, "b'READY=1' b'STOPPING=1'\n" );
+}
+
+TEST( Programs, ManualPagesNameEveryOptionAndCommand ) {
+   struct {
+      const char * name;
+      const char * page;
+   } const pages[] = { { "qon-agent", "docs/man/qon-agent.8" },
+                       { "qonctl", "docs/man/qonctl.1" },
+                       { "qon-conformance", "docs/man/qon-conformance.1" } };
+   for ( auto & p : pages ) {
+      // The page without what formats it, against every option, and every command, of --help.
+      Result missing = sh(
+            "sed 's/\\\\-/-/g' " + String( p.page ) + " > /tmp/qon-page.$$; " + program( p.name ) +
+            " --help | sed '/^Examples/,$d' | grep -oE -e '--[a-z][a-z-]+|^  [a-z][a-z-]+ ' "
+            "| tr -d ' ' | sort -u | while read word; do grep -q -e \"$word\" "
+            "/tmp/qon-page.$$ || echo $word; done; rm /tmp/qon-page.$$" );
+      EXPECT_EQ( missing.output, "" ) << p.name;
+      Result version = sh( program( p.name ) + " --version" );
+      EXPECT_EQ( version.code, 0 );
+      EXPECT_EQ( version.output.find( String( p.name ) + " 1." ), 0u ) << version.output;
+   }
+}
+
 TEST( Programs, CommandLinesThatAreWrong ) {
    for ( auto words : { "qon-agent --colour", "qon-agent --log paper", "qonctl", "qonctl dance",
                         "qonctl get", "qonctl set acsd/minIntfs" } ) {

@@ -288,6 +288,19 @@ TEST( MirrorLimits, OneRecoveryForAllSessions ) {
    EXPECT_EQ( w.broken(), "" );
 }
 
+TEST( MirrorLimits, AStopIsNoRecovery ) {
+   SourceWorld w( 1, 1 );
+   w.session( "t", 9 );
+   for ( const char * name : { "s", "t" } ) {
+      w.source( name, 2 );
+      w.source( name, 3 );
+   }
+   w.config->session( "t" )->srcIntfDel( eth( 3 ) ); // not yet: the other one's
+   w.messages();
+   w.sm->doCleanup();
+   EXPECT_EQ( w.messages(), Calls() );
+}
+
 TEST( MirrorLimits, CutThroughKeepsBothDirectionsApart ) {
    SourceWorld w( 4, 4 );
    w.source( "s", 2, Direction::both );

@@ -201,6 +201,7 @@ class TapAggSm : public QonBaseSm, public Checked {
    }
    void settle();
    void drain();
+   void take( const Question & question );
    void answer( const Question & question );
    void ask( TapAggRole role, IntfId intf );
 

@@ -154,6 +154,8 @@ class StpSm : public QonBaseSm, public Checked {
    void portsChanged() { ++portChanges_; }
    void handleLag( Ulnet::IntfId port, Ulnet::IntfId from, Ulnet::IntfId to );
    void handleLagList( Ulnet::IntfId lag, Ulnet::IntfId port );
+   template< class Tell >
+   void membershipChanged( Tell && tell );
    String wantedTopo( Bridging::VlanId vlan ) const;
    void takeOut( Bridging::VlanId vlan, const String & topoName );
    void putIn( Bridging::VlanId vlan, const String & topoName );
@@ -253,6 +255,7 @@ class TopoSm : public QonBaseSm {
    bool works() const { return initialized() && !zombie() && stpSm_->initialized(); }
    /** Brings every port up to date, after a time in which nothing was heard. */
    void refresh();
+   void refreshPort( const Ulnet::IntfId & intf );
    /** The hardware has taken everything that was handed over. */
    void stateDone();
    /** Returns the number of the request. */

@@ -102,6 +102,8 @@ class VlanHelper : public VlanHelperBase, public Checked {
       forEachPort( vlan, false, act );
    }
    String checkInvariants() const override;
+   /** When what failed is tried again; never: nothing did. */
+   Kiv::Seconds retryTime() const { return retryClock_->time(); }
    /** @} */
 
  private:

@@ -217,6 +217,8 @@ class VlanMappingSm : public QonBaseSm, public Checked {
    KIV_NESTED_ENUM( Outcome, unwanted, conflict, givenUp, resting, waiting, handedOver, programmed )
    /** The same for a key of a configured interface. */
    Outcome outcome( IntfId intf, Direction direction, Key key, Source source ) const;
+   /** Hears when that may have changed; not counted, null for none. */
+   void listenerIs( VlanMappingListener * listener ) { listener_ = listener; }
 
    KivConfig * kivConfig( IntfId intf ) const { return kivConfig_.sm( intf ); }
    QonFlowVlanXlateConfigSm * flowConfigSm( IntfId intf ) const { return flowConfigSm_.sm( intf ); }
@@ -253,13 +255,19 @@ class VlanMappingSm : public QonBaseSm, public Checked {
                       Mapping mapping );
    void callDel( Direction d, IntfId intf, bool isLag, const PortVlanKey & key );
 
-   void start();
+   void start( bool graceful );
+   void tell( IntfId intf, Direction direction, Key key ) const {
+      if ( listener_ ) {
+         listener_->outcomeHeard( intf, direction, key );
+      }
+   }
    void unprogrammedDel( IntfId intf, Source source );
    void armRetryClock();
    void handleCodefIngress();
    void handleCodefEgress();
 
    const Inputs in_;
+   VlanMappingListener * listener_ = nullptr;
    VerifyCheck check_;
    const std::unique_ptr< VlanTranslations > translations_;
    SmCollection< IntfId, Velto::Ptr< const Bridging::SwitchIntfConfig >, KivConfig, VlanMappingSm,
