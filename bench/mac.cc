@@ -20,11 +20,11 @@
 #include <deque>
 #include <map>
 #include <memory>
-#include <random>
 #include <unordered_map>
 #include <vector>
 
 #include "Qon/include/mac/QonChipProgrammer.h"
+#include "platform/Kiv/Rng.h"
 
 namespace {
 
@@ -328,7 +328,7 @@ keysOf( U32 n ) {
                           Bridging::VlanIdOrNone( 1 + i % 16 ) },
                         Qon::MacHwType::macHwKeyBridge } );
    }
-   std::shuffle( keys.begin(), keys.end(), std::mt19937( 1 ) );
+   std::shuffle( keys.begin(), keys.end(), Kiv::Rng( 1 ) );
    return keys;
 }
 

@@ -4,8 +4,8 @@
 //    step, step ... -> check( time it is, time that the clock is set for, interval )
 //
 // Whatever armed it did so since the last look; so it is set for a moment between an interval after
-// that look and an interval after this one. Once set it is never put off; whether it must be set, its
-// owner knows.
+// that look and an interval after this one. Once set it is never put off, unless it may have been
+// stopped and armed again meanwhile; whether it must be set, its owner knows.
 
 #include "platform/Kiv/Clock.h"
 
@@ -21,13 +21,14 @@ class ClockLaw {
       last_ = time;
    }
    /** What is wrong, or nothing. */
-   String check( Kiv::Seconds now, Kiv::Seconds time, Kiv::Seconds interval ) {
+   String check( Kiv::Seconds now, Kiv::Seconds time, Kiv::Seconds interval,
+                 bool mayStop = false ) {
       const Kiv::Seconds before = before_, last = last_;
       lookAt( now, time );
       if ( time == Kiv::never || time == last ) {
          return {};
       }
-      if ( last > now && last < time ) {
+      if ( last > now && last < time && !mayStop ) {
          return "put off from " + std::to_string( last ) + " to " + std::to_string( time );
       }
       if ( time < before + interval || time > now + interval ) {

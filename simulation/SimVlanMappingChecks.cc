@@ -24,7 +24,8 @@ SimVlanMapping::checkInvariants() const {
 /** That it is armed while something waits is an invariant of the state machine. */
 String
 SimVlanMapping::checkRetry() const {
-   const String wrong = retries_.check( world_.scheduler.time(), first_->clock()->time(), 5.0 );
+   const String wrong =
+         retries_.check( world_.scheduler.time(), first_->clock()->time(), 5.0, true );
    return wrong.empty() ? "" : "clock of what waits: " + wrong;
 }
 

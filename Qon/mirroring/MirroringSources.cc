@@ -81,11 +81,12 @@ KivMirroringSession::reviewSource( IntfId port, SourcePort & source, Redo redo )
 MirrorReason
 KivMirroringSession::reasonOf( IntfId port, SourcePort & source, Velto::FirstError & error ) {
    auto & local = source.local;
-   const MirrorSource before = local.aclFull_ ? local.wanted_ : MirrorSource();
+   const bool full = local.aclFull_ || local.aclFullLogged_;
+   const MirrorSource before = full ? local.wanted_ : MirrorSource();
    MirrorReason reason = MirrorReason::refused;
    error.run( [&] {
       reason = sourceWanted( port, source );
-      if ( local.aclFull_ && !( local.wanted_ == before ) ) {
+      if ( full && !( local.wanted_ == before ) ) {
          local.aclFull_ = local.aclFullLogged_ = false;
          reason = sourceWanted( port, source );
       }

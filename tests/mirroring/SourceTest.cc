@@ -207,6 +207,23 @@ TEST( MirrorFilters, WithoutRoomTheyAreTriedAgainWhenAnotherGoes ) {
    EXPECT_EQ( w.broken(), "" );
 }
 
+TEST( MirrorFilters, AnotherOneThatFindsNoRoomEitherIsAnotherMessage ) {
+   SourceWorld w;
+   w.acl( "list" );
+   w.acl( "other" );
+   w.filter( "s", 2, "list" );
+   w.filter( "s", 3, "list" );
+   auto hw = w.hwStatus->sessionIs( "s" );
+   hw->aclStatusIs( eth( 3 ), QonTypes::TableAddStatus::full );
+   EXPECT_EQ( w.messages(), Calls{ aclFull } );
+   w.config->session( "s" )->srcIntfDel( eth( 2 ) ); // it is tried again, and not answered yet
+   w.filter( "s", 3, "other" );
+   hw->aclStatusIs( eth( 3 ), QonTypes::TableAddStatus::handedOver );
+   hw->aclStatusIs( eth( 3 ), QonTypes::TableAddStatus::full );
+   EXPECT_EQ( w.messages(), Calls{ aclFull } );
+   EXPECT_EQ( w.broken(), "" );
+}
+
 // --- What fits -----------------------------------------------------------------------------------
 
 TEST( MirrorLimits, OverAndBackByEveryWay ) {
