@@ -419,6 +419,7 @@ SimTapAgg::restart( const Event & event ) {
    }
    sm_ = nullptr;
    helper_ = nullptr;
+   table_.tcamProfileIs( "" ); // which a new life does not know of
    start();
 }
 

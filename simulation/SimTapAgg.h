@@ -103,7 +103,7 @@ class SimTapAgg : public SimFeature {
    Velto::Ptr< Qon::TapAggSm > sm_;
 
    std::map< String, Kiv::Seconds > lastUse_;
-   Kiv::Seconds leftAt_ = 0; ///< when the mode, a pause or a life ended last
+   mutable Kiv::Seconds leftAt_ = 0; ///< when the mode, a pause or a life ended last
    U32 nested_ = 0;
    U32 serial_ = 0;
    bool inHook_ = false;

@@ -188,6 +188,9 @@ SimTapAgg::checkInvariants() const {
    if ( table_.refused() ) {
       return "refused: " + table_.takeRefused().front();
    }
+   if ( tapMode() ) {
+      leftAt_ = Kiv::now();
+   }
    if ( paused_ ) {
       return {};
    }
@@ -239,6 +242,7 @@ SimTapAgg::checkAtRest() const {
 
 void
 SimTapAgg::tearDown() {
+   nested_ = 0;
    config_->tapPortDelAll();
    config_->toolPortDelAll();
    pmapGroups_->groupDelAll();

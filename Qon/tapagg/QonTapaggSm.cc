@@ -52,7 +52,6 @@ TapAggSm::handleInitialized() {
    flushReplyWatch_.attach( this, in_.flushReplies.ptr() );
    check_.attach< &TapAggSm::handleVerify >( in_.verifyData, "QonTapaggSm", this );
    later( What::start );
-   lags_.attach( this, in_.acsd.ptr() );
    settle();
 }
 
@@ -143,20 +142,26 @@ TapAggSm::ask( TapAggRole role, IntfId intf ) {
 
 // --- Start, mode and end -------------------------------------------------------------------------
 
-/** What was left by the clocks while nothing was heard is made good, too. */
+/** What was left by the clocks while nothing was heard is made good, too; and what members joined or
+    left meanwhile, which at the first start nobody knows. */
 void
 TapAggSm::start() {
-   later( What::tcamProfile );
-   if ( !reviewMode() ) {
-      askAll();
-      later( active_ ? What::pending : What::left );
-   }
+   Velto::FirstError error;
+   error.run( [this] { lags_.attach( this, in_.acsd.ptr() ); } );
+   error.run( [this] { reviewTcamProfile(); } );
+   error.run( [this] {
+      if ( !reviewMode() ) {
+         askAll();
+         later( active_ ? What::pending : What::left );
+      }
+   } );
    if ( allocatedGroupInfos() || pendingAggGroups() ) {
       scheduleGroupCleanup();
    }
    for ( auto && entry : keysOf< FlushKey >( in_.flushReplies->replyIteratorConst() ) ) {
-      handleFlushReply( entry.key );
+      error.run( [&] { handleFlushReply( entry.key ); } );
    }
+   error.pass();
 }
 
 /** Every key that is configured or held becomes a question. */
@@ -183,6 +188,9 @@ TapAggSm::askAll() {
    auto names = keysOf< String >( in_.pmapGroupConfig->groupIteratorConst() );
    for ( auto && entry : in_.pmapGroupStatus->groupNameToIdIteratorConst() ) {
       names.emplace( entry.key );
+   }
+   for ( const String & name : users_.pmapGroups() ) {
+      names.emplace( name ); // one that is pending is published nowhere
    }
    for ( auto && entry : names ) {
       later( What::pmapGroup, {}, entry.key );
@@ -259,17 +267,17 @@ TapAggSm::stop() {
 
 void
 TapAggSm::stopped() {
-   const Velto::AtEnd done( [this] {
-      forgetHardware();
-      stopping_ = false;
-   } );
+   const Velto::AtEnd done( [this] { stopping_ = false; } );
    Velto::FirstError error;
-   error.run( [this] { cleanUpGroups(); } );
-   error.run( [this] {
+   auto freeGroups = [this] { cleanUpGroups(); };
+   auto cleanUp = [this] {
       if ( hwInited_ ) {
          QON_HOOK( TapAggHelper, in_.helper, hwCleanup );
       }
-   } );
+   };
+   error.run( freeGroups ) || error.run( freeGroups );
+   error.run( cleanUp ) || error.run( cleanUp );
+   error.run( [this] { forgetHardware(); } );
    error.run( [this] { initializedIs( false ); } );
    error.run( [this] { restAll(); } ); // should it have been false before
    error.pass();
@@ -279,14 +287,17 @@ TapAggSm::stopped() {
 void
 TapAggSm::forgetHardware() {
    hwInited_ = false;
-   taps_.forEach( []( IntfId, TapAggTapSm & sm ) { sm.forget(); } );
-   tools_.forEach( []( IntfId, TapAggToolSm & sm ) { sm.forget(); } );
+   Velto::FirstError error;
+   auto forget = [&]( IntfId, TapAggIntfSm & sm ) { error.run( [&] { sm.forget(); } ); };
+   taps_.forEach( forget );
+   tools_.forEach( forget );
    groupIds_.clear();
-   allocatedGroupInfoDelAll();
-   allocatedPortInfoDelAll();
-   pendingAggGroupDelAll();
+   error.run( [this] { allocatedGroupInfoDelAll(); } );
+   error.run( [this] { allocatedPortInfoDelAll(); } );
+   error.run( [this] { pendingAggGroupDelAll(); } );
    groupCleanupClock_->timeIs( Kiv::never );
    hwCleanupClock_->timeIs( Kiv::never );
+   error.pass();
 }
 
 // --- The hardware's clean-up ---------------------------------------------------------------------
@@ -355,12 +366,16 @@ TapAggSm::initedToolPortCountInc( S32 change ) {
 
 void
 TapAggSm::initedCountInc( const TapAggIntfSm & sm, S32 change ) {
-   sm.role() == TapAggRole::tap ? initedTapPortCountInc( change )
-                                : initedToolPortCountInc( change );
+   Velto::FirstError error;
+   error.run( [&] {
+      sm.role() == TapAggRole::tap ? initedTapPortCountInc( change )
+                                   : initedToolPortCountInc( change );
+   } );
    if ( change < 0 ) {
       doMaybeScheduleHwCleanup();
    }
    portStateChanged( sm );
+   error.pass();
 }
 
 // --- What is heard -------------------------------------------------------------------------------
@@ -434,12 +449,12 @@ TapAggSm::handleTcamProfile() {
 void
 TapAggSm::reviewTcamProfile() {
    const String profile = tapAggConfig()->tcamProfile();
-   if ( profile == tcamProfile_ ) {
-      return;
+   if ( profile != tcamProfile_ ) {
+      QON_HOOK( TapAggHelper, in_.helper, handleTcamProfile, profile );
+      tcamProfile_ = profile;
+      maxFrameSizeStale_ = true;
    }
-   QON_HOOK( TapAggHelper, in_.helper, handleTcamProfile, profile );
-   tcamProfile_ = profile;
-   if ( active_ ) {
+   if ( active_ && maxFrameSizeStale_ ) {
       askMaxFrameSize();
       askAll();
    }
@@ -448,6 +463,7 @@ TapAggSm::reviewTcamProfile() {
 void
 TapAggSm::askMaxFrameSize() {
    maxFrameSize_ = QON_HOOK( TapAggHelper, in_.helper, getMaxExternalFrameSizeTapAgg );
+   maxFrameSizeStale_ = false;
 }
 
 Velto::Ptr< TapAggSm >

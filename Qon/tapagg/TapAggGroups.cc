@@ -28,28 +28,38 @@ U32
 TapAggSm::createTapAggGroup( const String & name ) {
    const Velto::Hold alive( this );
    const U32 id = QON_HOOK( TapAggHelper, in_.helper, allocateAggGroup, name );
-   if ( id == 0 ) {
-      pendingAggGroupIs( name, true );
-      groupStateChanged( name );
-      if ( !retrying_ ) { // which nothing would come of
-         scheduleGroupCleanup();
-      }
-      raiseHwResourceFull();
-      return 0;
-   }
-   pendingAggGroupDel( name );
-   const AllocatedGroupInfo::Ptr info = allocatedGroupInfoIs( id );
-   if ( info->groupOwner() != name && groupIdOf( info->groupOwner() ) == id ) {
-      const String former = info->groupOwner();
+   id ? groupIs( name, id ) : groupIsPending( name );
+   return id;
+}
+
+void
+TapAggSm::groupIs( const String & name, U32 id ) {
+   *groupIds_.emplace( name ).first = id;
+   scheduleGroupCleanup();
+   Velto::FirstError error;
+   error.run( [&] { pendingAggGroupDel( name ); } );
+   error.run( [&] { allocatedGroupInfoIs( id ); } );
+   const AllocatedGroupInfo::Ptr info = allocatedGroupInfo( id );
+   if ( const String former = info->groupOwner(); former != name && groupIdOf( former ) == id ) {
       groupIds_.erase( former );
       askUsers( former );
    }
-   *groupIds_.emplace( name ).first = id;
-   scheduleGroupCleanup();
-   info->groupOwnerIs( name );
+   error.run( [&] { info->groupOwnerIs( name ); } );
    groupStateChanged( name );
-   updateTapAggGroup( name, id, info );
-   return id;
+   error.run( [&] { updateTapAggGroup( name, id, info ); } );
+   error.pass();
+}
+
+void
+TapAggSm::groupIsPending( const String & name ) {
+   if ( !retrying_ ) { // which nothing would come of
+      scheduleGroupCleanup();
+   }
+   Velto::FirstError error;
+   error.run( [&] { pendingAggGroupIs( name, true ); } );
+   groupStateChanged( name );
+   raiseHwResourceFull();
+   error.pass();
 }
 
 /** In a retry of all names, once. */
@@ -75,16 +85,18 @@ TapAggSm::releaseTapAggGroup( const String & owner, U32 id ) {
    const String name = owner; // may be the entry's own
    QON_HOOK( TapAggHelper, in_.helper, deallocateAggGroup, id );
    released_ = true;
-   allocatedGroupInfoDel( id );
+   if ( !cleaning_ ) {
+      scheduleGroupCleanup(); // for those that are pending
+   }
+   Velto::FirstError error;
    if ( groupIdOf( name ) == id ) {
       groupIds_.erase( name );
       groupStateChanged( name );
       askUsers( name );
    }
-   if ( !cleaning_ ) {
-      scheduleGroupCleanup(); // for those that are pending
-   }
-   settle();
+   error.run( [&] { allocatedGroupInfoDel( id ); } );
+   error.run( [&] { settle(); } );
+   error.pass();
 }
 
 void

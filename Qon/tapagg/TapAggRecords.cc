@@ -25,6 +25,17 @@ TapAggUsers::noteParts( const String & name, bool used ) {
 }
 
 std::vector< String >
+TapAggUsers::pmapGroups() const {
+   std::vector< String > names;
+   for ( auto && entry : users_ ) {
+      if ( entry.value.pmapGroup ) {
+         names.push_back( entry.key );
+      }
+   }
+   return names;
+}
+
+std::vector< String >
 TapAggUsers::joinsOf( const String & part ) const {
    std::vector< String > names;
    if ( auto joins = joins_.find( part ) ) {

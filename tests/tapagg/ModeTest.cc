@@ -150,8 +150,10 @@ TEST( TapAggMode, TheCleanUpTakesEverythingOutAtOnce ) {
    EXPECT_FALSE( w.sm->initialized() );
    w.sm->initializedIs( true );
    EXPECT_EQ( w.reached( eth( 1 ) ), "Ethernet11 Port-Channel1(Ethernet5)" );
-   // Paused, and between mode and clean-up.
+   // Paused, where a name that was pending goes; and between mode and clean-up.
+   w.pmapGroups->groupIs( "waits" );
    w.sm->initializedIs( false );
+   w.pmapGroups->groupDel( "waits" );
    w.sm->doCleanup();
    EXPECT_TRUE( w.empty() );
    w.sm->initializedIs( true );

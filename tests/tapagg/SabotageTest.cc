@@ -9,36 +9,55 @@ namespace {
 using namespace TapAggTests;
 using Tests::Saboteur;
 
-/** Every kind of change; at its end two taps reach two tools. */
+/** Every kind of change; at its end two taps reach two tools. Of a step in which something raised the
+    rest is done, too: what was done is the same again, and silent. */
 template< class Does >
 void
 flow( TapAggWorld & w, Does && does ) {
-   does( [&] { w.start(); } );
-   does( [&] { w.mode(); } );
-   does( [&] { w.tap( eth( 1 ), "a" ); } );
-   does( [&] { w.tool( eth( 11 ), "a" ); } );
-   does( [&] { w.pmapGroups->groupIs( "p" ); } );
-   does( [&] { w.classMap( "map", "class", "a,c" ); } );
-   does( [&] { w.tap( eth( 2 ), "b,a" )->mplsPopIs( true ); } );
-   does( [&] { w.join( 1, 5 ); } );
-   does( [&] { w.toolPorts->activeIs( eth( 11 ), false ); } );
-   does( [&] { w.pmapGroups->groupDel( "p" ); } );
-   does( [&] { w.wait( 1.1 ); } );
-   does( [&] { w.pmapGroups->groupIs( "q" ); } );
-   does( [&] { w.otherMode(); } );
-   does( [&] { w.wait( 5.1 ); } );
-   does( [&] { w.mode(); } );
-   does( [&] { w.join( 1, 6 ); } );
-   does( [&] { w.policyMaps->policyMapDel( "map" ); } );
-   does( [&] { w.toolPorts->activeDel( eth( 11 ) ); } );
-   does( [&] { w.leave( 1, 5 ); } );
-   does( [&] { w.wait( 1.1 ); } );
+   auto step = [&]( const std::function< void() > & act ) {
+      does( [&] {
+         try {
+            act();
+         } catch ( const Velto::RangeError & ) {
+            act();
+            throw;
+         }
+      } );
+   };
+   step( [&] {
+      if ( w.sm ) {
+         w.sm->initializedIs( true );
+      }
+   } );
+   step( [&] { w.mode(); } );
+   step( [&] { w.config->tcamProfileIs( "short" ); } );
+   step( [&] { w.tap( eth( 1 ), "a" )->truncationSizeIs( 5000 ); } );
+   step( [&] { w.tool( eth( 11 ), "a" ); } );
+   step( [&] { w.pmapGroups->groupIs( "p" ); } );
+   step( [&] { w.classMap( "map", "class", "a,c" ); } );
+   step( [&] { w.tap( eth( 2 ), "b,a" )->mplsPopIs( true ); } );
+   step( [&] { w.join( 1, 5 ); } );
+   step( [&] { w.toolPorts->activeIs( eth( 11 ), false ); } );
+   step( [&] { w.pmapGroups->groupDel( "p" ); } );
+   step( [&] { w.wait( 1.1 ); } );
+   step( [&] { w.pmapGroups->groupIs( "q" ); } );
+   step( [&] { w.otherMode(); } );
+   step( [&] { w.wait( 5.1 ); } );
+   step( [&] { w.mode(); } );
+   step( [&] { w.join( 1, 6 ); } );
+   step( [&] { w.policyMaps->policyMapDel( "map" ); } );
+   step( [&] { w.toolPorts->activeDel( eth( 11 ) ); } );
+   step( [&] { w.leave( 1, 5 ); } );
+   step( [&] { w.wait( 1.1 ); } );
 }
 
 void
 prepare( TapAggWorld & w ) {
    w.tool( po( 1 ), "b" );
+   w.join( 2, 7 );
+   w.join( 2, 8 );
    w.pmapStatus->groupNameToIdIs( "stale", 3 );
+   w.sm = Qon::smIs< Qon::TapAggSm >( w.inputs() );
 }
 
 String
@@ -49,6 +68,8 @@ differs( TapAggWorld & w ) {
    return w.reached( eth( 1 ) ) != "Ethernet11"                            ? "way of Ethernet1"
           : w.reached( eth( 2 ) ) != "Ethernet11 Port-Channel1(Ethernet6)" ? "way of Ethernet2"
           : !w.table.held().taps.at( eth( 2 ) ).mplsPop                    ? "a setting"
+          : w.table.held().taps.at( eth( 1 ) ).truncationSize != 1000      ? "a bound"
+          : w.sm->portToLags() != 3                                        ? "members"
           : w.table.held().groups.size() != 4                              ? "groups"
           : w.pmapStatus->groupNameToIds() != 1                            ? "published ids"
                                                                            : "";
@@ -71,12 +92,14 @@ template< class Act, class End >
 void
 atEachCall( U32 groups, Act && act, End && end ) {
    U32 at = 1;
-   for ( U32 calls = at; calls >= at && !testing::Test::HasFailure(); ++at ) {
+   for ( bool struck = true; struck && !testing::Test::HasFailure(); ++at ) {
       TapAggWorld w( groups );
       prepare( w );
-      calls = 0;
+      struck = false;
+      U32 calls = 0;
       w.log.during = [&]( const String & ) {
          if ( ++calls == at ) {
+            struck = true;
             act( w );
          }
       };

@@ -246,6 +246,8 @@ class TapAggSm : public QonBaseSm, public Checked {
    // Groups
    /** The id of the name's group, which is asked for unless it is pending; 0 is none. */
    U32 groupFor( const String & name );
+   void groupIs( const String & name, U32 id );
+   void groupIsPending( const String & name );
    void useIs( const String & name, const TapAggIntfSm & sm, bool use );
    void useIs( const String & name, const TapAggClassKey & key, bool use );
    void pmapUseIs( const String & name, bool use );
@@ -280,7 +282,8 @@ class TapAggSm : public QonBaseSm, public Checked {
    bool hwInited_ = false;
    bool stopping_ = false;
    U32 maxFrameSize_ = 0;
-   String tcamProfile_; // as the chip was told last
+   bool maxFrameSizeStale_ = false; // another profile came since it was asked
+   String tcamProfile_;             // as the chip was told last
    Kiv::DenseMap< String, U32 > groupIds_;
    TapAggUsers users_;
    bool released_ = false; // a group was freed, and those that are pending were not asked since

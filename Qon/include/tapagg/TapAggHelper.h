@@ -71,7 +71,8 @@ class TapAggHelper : public QonBaseHelper {
    virtual void taggingOnEgressIs( IntfId intf, ToolIdentityMode mode );
    /** @} */
 
-   /** Another profile is configured, or none (empty); whatever the mode is. */
+   /** Another profile is configured than before, or none (empty), with which a life of the agent begins;
+       whatever the mode is. */
    virtual void handleTcamProfile( const String & profile );
    /** No frame is longer for the chip, in bytes; 0: no bound. Asked when the mode is entered and when
        the profile has changed. */

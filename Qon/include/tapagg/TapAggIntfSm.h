@@ -194,6 +194,7 @@ class TapAggTapSm : public TapAggIntfSm {
    };
    using Apply = void ( TapAggTapSm::* )( const Settings & want );
 
+   static void heard( void * self, const Kiv::Entity &, int attribute, const void * key );
    void attach() override;
    void configurePort( bool enable ) override {
       configureTapPort( enable );
@@ -254,6 +255,7 @@ class TapAggToolSm : public TapAggIntfSm {
    };
    using Apply = void ( TapAggToolSm::* )( const Settings & want );
 
+   static void heard( void * self, const Kiv::Entity &, int attribute, const void * key );
    void attach() override;
    void configurePort( bool enable ) override {
       configureToolPort( enable );

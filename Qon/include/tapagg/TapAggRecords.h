@@ -64,6 +64,8 @@ class TapAggUsers {
    bool has( const String & name ) const { return users_.has( name ); }
    /** Of that name; null is none. */
    const Users * users( const String & name ) const { return users_.find( name ); }
+   /** The names that policy maps use without a class. */
+   std::vector< String > pmapGroups() const;
    /** The names that are used and join others, `part` among them. */
    std::vector< String > joinsOf( const String & part ) const;
    /** The tool ports that use one of the names which `name` joins; none of a plain name. */
