@@ -324,7 +324,7 @@ std::vector< MacEntryKey >
 keysOf( U32 n ) {
    std::vector< MacEntryKey > keys;
    for ( U32 i = 0; i < n; ++i ) {
-      keys.push_back( { { Ulnet::EthAddr( 0x001c73000000ull + i / 16 ),
+      keys.push_back( { { Ulnet::EthAddr( 0x021122000000ull + i / 16 ),
                           Bridging::VlanIdOrNone( 1 + i % 16 ) },
                         Qon::MacHwType::macHwKeyBridge } );
    }

@@ -69,7 +69,7 @@ keyAt( U64 i, U64 & key ) {
 }
 void
 keyAt( U64 i, MacAndVlan & key ) {
-   key = { 0x001c73000000ull + i / 16, U16( 1 + i % 16 ) };
+   key = { 0x021122000000ull + i / 16, U16( 1 + i % 16 ) };
 }
 
 /** `n` keys from the i-th on, in an order that no allocator follows. */

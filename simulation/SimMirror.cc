@@ -121,12 +121,21 @@ class SimMirror::Helper : public SoftChip::SoftMirroringHelper {
 
  private:
    void filterDone( const String & name, IntfId port, bool applied ) override {
+      auto & words = sim_->words_;
+      auto known = words.aclKnown.find( { name, port } );
+      const bool isKnown =
+            known != words.aclKnown.end() && known->second == sim_->config_->session( name );
       if ( applied ) {
-         sim_->words_.aclKnown.erase( { name, port } );
+         words.aclKnown.erase( { name, port } );
+         if ( words.aclRefused.contains( { name, port } ) ) {
+            words.aclRefused[{ name, port }] = true;
+         }
       } else {
          sim_->told_[name].refusedSources.insert( port );
-         sim_->words_.aclRefused.insert( { name, port } );
-         ++sim_->words_.filtersRefused;
+         if ( !isKnown ) {
+            words.aclRefused[{ name, port }] = false;
+         }
+         ++words.filtersRefused;
       }
       SoftMirroringHelper::filterDone( name, port, applied );
    }

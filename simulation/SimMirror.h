@@ -89,8 +89,9 @@ class SimMirror : public SimFeature {
       std::vector< Said > now; // since the last look, as the following
       std::vector< String > waits;
       U32 aclFull = 0, filtersRefused = 0;
-      std::set< Where > aclRefused, refused; // filters, destinations of internal sessions
-      bool disturbed = false;                // something came and went, perhaps
+      std::map< Where, bool > aclRefused; // filters that were known to have room; taken since
+      std::set< Where > refused;          // destinations of internal sessions
+      bool disturbed = false;             // something came and went, perhaps
 
       std::map< Where, Seen > sources;
       std::map< String, SessionConfigPtr > waiting, flagged;

@@ -233,14 +233,16 @@ SimMirror::checkRefusals() const {
              !wantedTargets( *config ).contains( entry.first.port );
    } );
    U32 fresh = 0;
-   for ( auto & where : words_.aclRefused ) {
+   for ( auto & [where, taken] : words_.aclRefused ) {
       const SessionConfigPtr config = config_->session( where.name );
       auto session = sm_->session( where.name );
       auto local = session ? session->srcIntfLocal( where.port ) : nullptr;
       // One that is not wanted any more when the chip's answer is heard is not spoken of.
       const bool wanted = local && !local->wanted().aclName.empty();
-      fresh += config && wanted && words_.aclKnown[where] != config;
-      words_.aclKnown[where] = config;
+      fresh += config && wanted;
+      if ( !taken ) {
+         words_.aclKnown[where] = config;
+      }
    }
    std::erase_if( words_.aclKnown, [&]( auto & entry ) {
       auto session = sm_->session( entry.first.name );

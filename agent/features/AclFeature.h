@@ -3,8 +3,10 @@
 // has of them.
 //
 //    {"event": "acl", "intf": "Ethernet0", "acl": "DATAACL", "type": "ip", "direction": "in"}
+//    {"event": "acl-host", "intf": "Ethernet0", "host": "02:11:22:00:00:01", "acl": "DATAACL",
+//     "type": "ip"}
 //
-// An empty `acl` takes the list off the interface.
+// An empty `acl` takes the list off the interface, or off the host.
 //
 // A table of type L3, L3V6 or L2 becomes a list of type ip, ipv6 or mac. Its rules are asked in
 // descending order of priority, rules of the same priority in the order of the file; what no rule
@@ -46,6 +48,7 @@ class AclFeature : public AgentFeature {
    void directionNeeded( Reading & reading, AclType type, AclDirection direction ) const;
    void rulesAre( AclType type, const String & name, const Reading & reading );
    std::function< void() > parseAttach( const Json & line );
+   std::function< void() > parseHost( const Json & line );
 
    Rows lists( Arguments arguments ) const;
    Row row( AclType type, AclDirection direction, Ulnet::IntfId intf, const String & name ) const;
@@ -59,12 +62,15 @@ class AclFeature : public AgentFeature {
    Rows resources( Arguments arguments ) const;
    std::vector< ShowCommand > hardwareCommands() const;
    String programmed( const Qon::AclDataSm & instance ) const;
+   String failingOn( const String & unit ) const;
+   String passWaitsFor( const Qon::AclDataSm & instance ) const;
 
    Agent & agent_;
    QonChip::AclPart * const part_; ///< null: the chip has none
    const Velto::Ptr< Acl::Config > config_;
    const Velto::Ptr< Acl::IntfConfig > intfConfig_;
    const Velto::Ptr< Acl::ParamConfig > params_;
+   const Velto::Ptr< Acl::PerHostConfig > hosts_;
    const Velto::Ptr< Interface::SubIntfConfigDir > subIntfs_;
    const Velto::Ptr< Bridging::Config > bridging_;
    const Velto::Ptr< Mirroring::Status > mirroring_;

@@ -67,7 +67,7 @@ AclFeature::tables() const {
              R"("SIX|ONE": {"PRIORITY": "1", "SRC_IPV6": "2001:db8::/32", "DST_IPV6": "2001:db8::/48",
                 "ICMPV6_TYPE": "128", "ICMPV6_CODE": "0"})",
              R"("FRAMES|ONE": {"PRIORITY": "1", "PACKET_ACTION": "DROP",
-                "SRC_MAC": "00:1c:73:00:00:01", "DST_MAC": "00:1c:73:00:00:00/ff:ff:ff:00:00:00",
+                "SRC_MAC": "02:11:22:00:00:01", "DST_MAC": "02:11:22:00:00:00/ff:ff:ff:00:00:00",
                 "ETHER_TYPE": "0x806"})" } },
          { "VLAN_SUB_INTERFACE",
            "sub-interface",

@@ -301,7 +301,7 @@ MacFeature::showCommands() {
 std::vector< EventKind >
 MacFeature::eventKinds() {
    return { { "mac",
-              R"({"time": 1, "event": "mac", "op": "add", "mac": "00:1c:73:00:00:01", "vlan": 10,)"
+              R"({"time": 1, "event": "mac", "op": "add", "mac": "02:11:22:00:00:01", "vlan": 10,)"
               R"( "intf": "Ethernet0"})",
               [this]( const Json & line ) { return parse( line ); } } };
 }

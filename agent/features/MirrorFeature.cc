@@ -221,7 +221,7 @@ MirrorFeature::eventKinds() {
    };
    return { kind( "tunnel",
                   R"("dst": "10.0.0.2", "intf": "Ethernet0", )"
-                  R"("nextHop": "00:1c:73:00:00:01")",
+                  R"("nextHop": "02:11:22:00:00:01")",
                   &MirrorFeature::parseTunnel ),
             kind( "forwardingMode", R"("mode": "cutThrough")", &MirrorFeature::parseMode ),
             kind( "mirrorFilter",

@@ -47,7 +47,7 @@ class MacStage {
    }
 
    static MacEntryKey key( U32 host ) {
-      return { { Ulnet::EthAddr( 0x001c73000000ull + host ), vlanOf( host ) },
+      return { { Ulnet::EthAddr( 0x021122000000ull + host ), vlanOf( host ) },
                Qon::MacHwType::macHwKeyBridge };
    }
    static Bridging::VlanIdOrNone vlanOf( U32 host ) {

@@ -124,7 +124,7 @@ TEST( Ask, WorkIsCounted ) {
    w.event( { { "event", "fault" }, { "hook", "writeToHw" }, { "trouble", "fail" } } );
    w.event( { { "event", "mac" },
               { "op", "add" },
-              { "mac", "00:1c:73:00:00:01" },
+              { "mac", "02:11:22:00:00:01" },
               { "vlan", 10 },
               { "intf", "Ethernet4" } } );
    w.scheduler.runFor( 1 );

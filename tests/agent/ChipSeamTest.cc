@@ -92,7 +92,7 @@ comesTo( SoftChip::ChipKind kind, const QonAgent::Features & features ) {
    OverChip world( chip, scheduler, features );
    EXPECT_TRUE( world.event( R"({"event": "chipLatency", "seconds": 0.2})" ) );
    EXPECT_TRUE( world.load().warnings.empty() );
-   EXPECT_TRUE( world.event( R"({"event": "mac", "op": "add", "mac": "00:1c:73:00:00:01",
+   EXPECT_TRUE( world.event( R"({"event": "mac", "op": "add", "mac": "02:11:22:00:00:01",
                                  "vlan": 10, "intf": "Ethernet0"})" ) );
    return heldBy( chip ) + "\n" + std::to_string( world.show( { "hw", "mac" } ).size() );
 }
@@ -155,7 +155,7 @@ TEST( ChipSeam, AChipOfOnePartIsServedAndTheRestSaysSo ) {
    MacChip chip( scheduler );
    OverChip world( chip, scheduler );
    EXPECT_TRUE( world.load().warnings.empty() );
-   EXPECT_TRUE( world.event( R"({"event": "mac", "op": "add", "mac": "00:1c:73:00:00:01",
+   EXPECT_TRUE( world.event( R"({"event": "mac", "op": "add", "mac": "02:11:22:00:00:01",
                                  "vlan": 10, "intf": "Ethernet0"})" ) );
    EXPECT_EQ( world.show( { "mac" } )[0]["state"], "programmed" );
    EXPECT_EQ( world.show( { "hw", "mac" } )[0]["interface"], "Ethernet0" );
@@ -165,7 +165,7 @@ TEST( ChipSeam, AChipOfOnePartIsServedAndTheRestSaysSo ) {
    EXPECT_EQ( world.show( { "topology" } ), "the chip 'mac-only' does not serve topologies" );
    EXPECT_EQ( world.show( { "port-channel", "members", "PortChannel7" } )[0]["reason"],
               "no groups in the chip" );
-   EXPECT_EQ( world.show( { "hw", "frame", "Ethernet0", "00:1c:73:00:00:01" } ),
+   EXPECT_EQ( world.show( { "hw", "frame", "Ethernet0", "02:11:22:00:00:01" } ),
               "there is nothing to show as 'hw'" );
    EXPECT_FALSE( world.event( R"({"event": "chipLatency", "seconds": 1})" ) );
 }

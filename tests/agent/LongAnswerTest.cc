@@ -45,7 +45,7 @@ class FullWorld : public AgentWorld {
    FullWorld() { fill(); }
    void fill() {
       load( everything );
-      for ( auto mac : { "00:1c:73:00:00:01", "00:1c:73:00:00:02", "00:1c:73:00:00:03" } ) {
+      for ( auto mac : { "02:11:22:00:00:01", "02:11:22:00:00:02", "02:11:22:00:00:03" } ) {
          event( { { "event", "mac" },
                   { "op", "add" },
                   { "mac", mac },
@@ -55,7 +55,7 @@ class FullWorld : public AgentWorld {
       }
       event( { { "event", "mac" },
                { "op", "add" },
-               { "mac", "00:1c:73:00:00:04" },
+               { "mac", "02:11:22:00:00:04" },
                { "vlan", 20 },
                { "intf", "Ethernet12" } } );
    }
@@ -109,7 +109,7 @@ show( const FullWorld & w, const QonAgent::ShowCommand & command ) {
          words.push_back( argument.name == "PATH"                          ? "bridging"
                           : argument.name == "LIST"                        ? "DATA"
                           : argument.name == "in|out"                      ? "in"
-                          : argument.kind == QonAgent::Argument::Kind::mac ? "00:1c:73:00:00:01"
+                          : argument.kind == QonAgent::Argument::Kind::mac ? "02:11:22:00:00:01"
                                                                            : "Ethernet8" );
       }
    }

@@ -48,7 +48,7 @@ class OperatorWorld : public AgentWorld {
 TEST( Operator, WhatTheChipRefusedIsShownUntilItIsAskedForAgainOrWithdrawn ) {
    OperatorWorld w;
    w.load( config );
-   const String add = R"({"event": "mac", "op": "add", "mac": "00:1c:73:00:00:01", "vlan": 10, )"
+   const String add = R"({"event": "mac", "op": "add", "mac": "02:11:22:00:00:01", "vlan": 10, )"
                       R"("intf": "Ethernet4"})"
                       "\n";
    const String fail = R"({"event": "fault", "hook": "writeToHw", "trouble": "fail"})"

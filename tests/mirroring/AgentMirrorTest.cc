@@ -131,10 +131,10 @@ TEST_F( AgentMirrorTest, FromTheTableToTheCopies ) {
    EXPECT_EQ( lines( { "hw", "mirror" } ).size(), 8u );
 
    // From Ethernet4 to Ethernet0: mirrored as it comes in, and as it leaves.
-   event( R"("event": "mac", "op": "add", "vlan": 10, "mac": "00:1c:73:00:00:01", )"
+   event( R"("event": "mac", "op": "add", "vlan": 10, "mac": "02:11:22:00:00:01", )"
           R"("intf": "Ethernet0")" );
    std::set< Ulnet::IntfId > out;
-   for ( auto & copy : copies( "Ethernet4", "00:1c:73:00:00:01" ) ) {
+   for ( auto & copy : copies( "Ethernet4", "02:11:22:00:00:01" ) ) {
       out.insert( copy.port );
    }
    EXPECT_EQ( out, ( std::set{ intf( "Ethernet0" ), intf( "Ethernet8" ), intf( "Ethernet12" ),
@@ -159,9 +159,9 @@ TEST_F( AgentMirrorTest, AFilterTakesWhatItsListPermits ) {
       made.macIs( filter );
       list->ruleIs( number, made );
    };
-   rule( 10, Acl::RuleAction::deny, "00:1c:73:00:00:02" );
-   rule( 20, Acl::RuleAction::permit, "00:1c:73:00:00:01" );
-   rule( 30, Acl::RuleAction::permit, "00:1c:73:00:00:02" );
+   rule( 10, Acl::RuleAction::deny, "02:11:22:00:00:02" );
+   rule( 20, Acl::RuleAction::permit, "02:11:22:00:00:01" );
+   rule( 30, Acl::RuleAction::permit, "02:11:22:00:00:02" );
    event( R"("event": "mirrorFilter", "session": "span", "intf": "Ethernet0", "acl": "some", )"
           R"("type": "mac")" );
    auto taken = [&]( const String & to ) {
@@ -169,17 +169,17 @@ TEST_F( AgentMirrorTest, AFilterTakesWhatItsListPermits ) {
       return std::any_of( all.begin(), all.end(),
                           []( const Copy & copy ) { return copy.port == intf( "Ethernet8" ); } );
    };
-   EXPECT_TRUE( taken( "00:1c:73:00:00:01" ) );
-   EXPECT_FALSE( taken( "00:1c:73:00:00:02" ) ); // denied before it is permitted
-   EXPECT_FALSE( taken( "00:1c:73:00:00:03" ) );
-   rule( 5, Acl::RuleAction::permit, "00:1c:73:00:00:03" );
+   EXPECT_TRUE( taken( "02:11:22:00:00:01" ) );
+   EXPECT_FALSE( taken( "02:11:22:00:00:02" ) ); // denied before it is permitted
+   EXPECT_FALSE( taken( "02:11:22:00:00:03" ) );
+   rule( 5, Acl::RuleAction::permit, "02:11:22:00:00:03" );
    list->versionIs( 2 );
    world->scheduler.runFor( 1 );
-   EXPECT_TRUE( taken( "00:1c:73:00:00:03" ) );
+   EXPECT_TRUE( taken( "02:11:22:00:00:03" ) );
    world->chip.faults().limitIs( "mirrorFilters", 0 );
    list->versionIs( 3 );
    world->scheduler.runFor( 1 );
-   EXPECT_FALSE( taken( "00:1c:73:00:00:01" ) );
+   EXPECT_FALSE( taken( "02:11:22:00:00:01" ) );
 }
 
 /** How often a hook was called. */

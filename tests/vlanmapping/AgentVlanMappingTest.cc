@@ -110,7 +110,7 @@ TEST_P( AgentVlanMapping, RowsReachTheChipAndFramesAreTranslated ) {
       std::set< U32 > tags;
       for ( auto & copy :
             chip.forward( { Tests::intf( "Ethernet0" ), Ulnet::EthAddr( "ff:ff:ff:ff:ff:ff" ),
-                            Ulnet::EthAddr( "00:1c:73:00:00:01" ),
+                            Ulnet::EthAddr( "02:11:22:00:00:01" ),
                             Bridging::VlanIdOrNone( vlan ) } )
                   .copies ) {
          tags.insert( copy.tag.value() );
