@@ -22,7 +22,7 @@ const char config[] = R"({
    "TAP_AGG": { "GLOBAL": { "mode": "on", "tcam_profile": "tap" } },
    "TAP_PORT": {
       "Ethernet0": { "groups": "web,mail", "truncate_size": "128", "identity": "100",
-                     "mac_address": "02:00:5e:00:00:01", "gre_strip_endpoints": "10.0.0.1" },
+                     "mac_address": "02:11:22:00:00:01", "gre_strip_endpoints": "10.0.0.1" },
       "Ethernet4": { "groups": [ "mail" ], "raw": "true", "policy_map": "pm" },
       "Ethernet99": { "groups": "web" },
       "Ethernet12": { "groups": [ "a,b" ] } },
@@ -107,7 +107,7 @@ TEST_F( TapAggAgent, FromTheTablesToTheTools ) {
    ASSERT_EQ( ways.size(), 2u );
    EXPECT_EQ( ways[0]["tool"], "Ethernet8" );
    EXPECT_EQ( ways[0]["changes"], ( Json{ "GRE header off to 10.0.0.1", "1 VLAN tags off",
-                                          "to 02:00:5e:00:00:01", "tag 100", "cut to 128" } ) );
+                                          "to 02:11:22:00:00:01", "tag 100", "cut to 128" } ) );
    EXPECT_EQ( ways[1]["ports"], Json{ "Ethernet12" } );
    EXPECT_EQ( show( { "hw", "tap-agg", "path", "Ethernet8" } ),
               "there is no tap port 'Ethernet8'" );
