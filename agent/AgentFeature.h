@@ -68,14 +68,17 @@ class AgentFeature {
    /** The tables of a ConfigDB file that configure() understands. */
    virtual std::vector< ConfigTable > tables() const { return {}; }
    virtual ConfigStage configStage() const { return ConfigStage::others; }
-   /** Checks the rows of its tables and queues, with reader.apply(), what makes entities of them.
-       See ConfigReader.h. */
+   /** Checks the rows of its tables and queues, with reader.apply(), what makes entities of them. A
+       file that comes behind another one is a difference to it: what was said and is no more is
+       taken away, what is said as before is left alone. See ConfigReader.h and Configured.h. */
    virtual void configure( ConfigReader & reader ) { (void)reader; }
 
    /** The state and the configuration that the agent starts with have been read. */
    virtual void inputsRead() {}
 
    virtual std::vector< Counter > counters() const { return {}; }
+   /** How the names of what is its own begin: classes of hooks, types of the state database, tasks. */
+   virtual std::vector< String > ownNames() const { return {}; }
    virtual std::vector< ShowCommand > showCommands() { return {}; }
    virtual std::vector< EventKind > eventKinds() { return {}; }
 };

@@ -5,17 +5,19 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <ctime>
+#include <cstring>
 #include <functional>
 #include <nlohmann/json.hpp>
 
-#include "agent/base/Printable.h"
+#include "agent/base/ClockText.h"
 #include "agent/base/Version.h"
 #include "agent/ctl/Client.h"
 #include "agent/ctl/Table.h"
 #include "agent/server/SocketServer.h"
+#include "platform/Kiv/Printable.h"
 
 namespace {
 
@@ -37,9 +39,17 @@ struct Options {
    std::vector< String > words;
 };
 
+/** Velto::RangeError: the output takes no more. */
+void
+checkOutput( bool written ) {
+   if ( !written ) {
+      throw Velto::RangeError( String( "standard output: " ) + std::strerror( errno ) );
+   }
+}
+
 void
 print( const String & text ) {
-   std::fputs( text.c_str(), stdout );
+   checkOutput( std::fputs( text.c_str(), stdout ) >= 0 );
 }
 
 String
@@ -57,20 +67,6 @@ U32
 tableWidth() {
    winsize size = {};
    return ioctl( STDOUT_FILENO, TIOCGWINSZ, &size ) == 0 ? size.ws_col : 0;
-}
-
-/** "2026-11-22 13:05:07.123", now. */
-String
-stamp() {
-   const auto now = std::chrono::system_clock::now().time_since_epoch();
-   const auto milliseconds = std::chrono::duration_cast< std::chrono::milliseconds >( now ).count();
-   const auto seconds = std::time_t( milliseconds / 1000 );
-   std::tm local = {};
-   localtime_r( &seconds, &local );
-   char text[40];
-   const auto size = std::strftime( text, sizeof( text ), "%Y-%m-%d %H:%M:%S", &local );
-   std::snprintf( text + size, sizeof( text ) - size, ".%03u", unsigned( milliseconds % 1000 ) );
-   return text;
 }
 
 U32
@@ -181,7 +177,7 @@ Ctl::get() {
    if ( options_.json ) {
       printJson( value );
    } else {
-      print( printable( value ) + "\n" );
+      print( Kiv::printable( value ) + "\n" );
    }
    return 0;
 }
@@ -194,6 +190,9 @@ Ctl::set() {
    }
    Json values = Json::object();
    for ( std::size_t i = 0; i < options_.words.size(); i += 2 ) {
+      if ( values.contains( options_.words[i] ) ) {
+         throw Velto::RangeError( "set: " + options_.words[i] + " is there twice" );
+      }
       values[options_.words[i]] = options_.words[i + 1];
    }
    client_.ask( { { "do", "set" }, { "values", values } } );
@@ -211,6 +210,9 @@ int
 Ctl::event() {
    Json line = Json::parse( options_.words[0], nullptr, false );
    if ( !line.is_object() ) {
+      if ( options_.words[0].starts_with( "{" ) ) {
+         throw Velto::RangeError( "event: not valid JSON: " + options_.words[0] );
+      }
       line = { { "event", options_.words[0] } };
       for ( std::size_t i = 1; i < options_.words.size(); ++i ) {
          const String & word = options_.words[i];
@@ -248,7 +250,7 @@ Ctl::complete() {
    const Json all =
          client_.ask( { { "do", "complete" }, { "words", options_.words } } ).at( "words" );
    for ( auto & word : all ) {
-      print( printable( word ) + "\n" );
+      print( Kiv::printable( word ) + "\n" );
    }
    return 0;
 }
@@ -262,7 +264,7 @@ Ctl::watch() {
          continue; // all that was there has been told
       }
       printChange( line );
-      std::fflush( stdout );
+      checkOutput( std::fflush( stdout ) == 0 );
    }
    throw NoAgent( options_.socket + ": the agent ended" );
 }
@@ -272,17 +274,18 @@ Ctl::printChange( const Json & line ) const {
    if ( options_.json ) {
       Json whole = line;
       if ( options_.stamps ) {
-         whole["time"] = stamp();
+         whole["time"] = clockText( Kiv::now() );
       }
       printJson( whole, -1 );
       return;
    }
-   String text = ( options_.stamps ? stamp() + " " : "" ) + printable( line.at( "path" ) );
+   String text = ( options_.stamps ? clockText( Kiv::now() ) + " " : "" ) +
+                 Kiv::printable( line.at( "path" ) );
    if ( line.contains( "entity" ) ) {
       text += line.at( "entity" ).get< bool >() ? "" : " is gone";
    } else {
       auto & value = line.at( "value" );
-      text += value.is_null() ? " is gone" : " = " + printable( value );
+      text += value.is_null() ? " is gone" : " = " + Kiv::printable( value );
    }
    print( text + "\n" );
 }
@@ -299,6 +302,9 @@ Ctl::waitUntil() {
       const std::chrono::duration< double > left = deadline - std::chrono::steady_clock::now();
       client_.timeoutIs( std::max( left.count(), 0.001 ) );
       try {
+         if ( left.count() <= 0 && present ) {
+            throw Silence( "" ); // lines that never end are no answer
+         }
          if ( !client_.next( line ) ) {
             throw NoAgent( options_.socket + ": the agent ended" );
          }
@@ -405,7 +411,9 @@ describe( CLI::App & app, Options & options, Command & command ) {
                           &Ctl::waitUntil ) );
    wait->add_option( "VALUE", options.value, "its text; None: there is none" )->required();
    options.seconds = 60;
-   wait->add_option( "--within", options.seconds, "seconds to wait" )->capture_default_str();
+   wait->add_option( "--timeout,--within", options.seconds, "seconds to wait" )
+         ->check( CLI::NonNegativeNumber )
+         ->capture_default_str();
    auto trace = sub( "trace", "print the traces of a facility where the agent's messages go",
                      &Ctl::trace );
    trace->add_option( "FACILITY", options.path, "its name" )->required();
@@ -450,14 +458,14 @@ const char examples[] =
       "  qonctl get 'acsd/portToLag[Ethernet0]'\n"
       "  qonctl set 'interface/status/eth/phy/intfStatus[Ethernet0]/linkUp' False\n"
       "  qonctl event link port=Ethernet0 up=false\n"
-      "  qonctl wait-until 'acsd/portToLag[Ethernet0]' Port-Channel7 --within 10\n"
+      "  qonctl wait-until 'acsd/portToLag[Ethernet0]' Port-Channel7 --timeout 10\n"
       "  qonctl insert 'interface/status/eth/lag/intfStatus[Port-Channel7]'\n"
       "  qonctl delete 'interface/status/eth/lag/intfStatus[Port-Channel7]'\n"
       "  qonctl watch acsd/lagToPort\n"
       "  qonctl raise ETH_MACADDRBANKFULL switch1 00:11:22:33:44:55 10\n"
       "  qonctl verify\n\n"
-      "Exit codes: 0 done, 1 the agent refused or verification found something,\n"
-      "2 no agent, or a wrong command line.";
+      "Exit codes: 0 done, 1 the agent refused, verification found something, or the output could\n"
+      "not be written, 2 no agent, or a wrong command line.";
 
 } // namespace
 
@@ -467,13 +475,15 @@ main( int argc, char ** argv ) {
    Command command;
    CLI::App app( "Console of a running qon-agent." );
    app.add_option( "-s,--socket", options.socket, "the agent's socket" )->type_name( "PATH" );
-   app.add_option( "--wait", options.wait, "seconds to wait for the agent to be there" );
+   app.add_option( "--wait", options.wait, "seconds to wait for the agent to be there" )
+         ->check( CLI::NonNegativeNumber );
    app.add_option( "--timeout", options.timeout,
                    "seconds after which an agent that says nothing is given up; 0: never" )
+         ->check( CLI::NonNegativeNumber )
          ->capture_default_str();
    app.set_version_flag( "--version", "qonctl " + agentVersion() );
    app.failure_message( []( const CLI::App *, const CLI::Error & e ) {
-      return String( "qonctl: error: " ) + e.what() + "; --help tells more\n";
+      return "qonctl: error: " + Kiv::printable( e.what() ) + "; --help tells more\n";
    } );
    app.add_flag( "--json", options.json, "JSON instead of tables, for scripts" );
    app.require_subcommand( 1 );
@@ -485,7 +495,7 @@ main( int argc, char ** argv ) {
       return app.exit( e ) ? exitNoAgent : 0;
    }
    auto failed = []( const String & why, int code ) {
-      std::fprintf( stderr, "qonctl: %s\n", printable( why ).c_str() );
+      std::fprintf( stderr, "qonctl: %s\n", Kiv::printable( why ).c_str() );
       return code;
    };
    if ( app.got_subcommand( "complete" ) && options.words.size() < 2 ) {
@@ -503,7 +513,9 @@ main( int argc, char ** argv ) {
          note = choice.ofEnvironment ? socketFromEnvironment : "";
       }
       Ctl ctl( options );
-      return command( ctl );
+      const int code = command( ctl );
+      checkOutput( std::fflush( stdout ) == 0 );
+      return code;
    } catch ( const NoAgent & e ) {
       return failed( e.what() + note, exitNoAgent );
    } catch ( const Velto::RangeError & e ) {

@@ -1,6 +1,5 @@
 #pragma once
-// How often each hook of the chip's agent was called, while this lives. Hooks that somebody listens to
-// take longer: it is made when it is first asked for.
+// How often each hook of the chip's agent was called, while this lives.
 
 #include <map>
 #include <unordered_map>
@@ -11,6 +10,7 @@ namespace QonAgent {
 
 class HookCounts : private Qon::HookListener {
  public:
+   HookCounts() : HookListener( false ) {}
    /** By name, "Class::hook". */
    std::map< Velto::String, U64 > byName() const {
       std::map< Velto::String, U64 > all;

@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "conformance/Conformance.h"
+#include "platform/Kiv/Printable.h"
 #include "platform/Kiv/Text.h"
 
 namespace QonConformance {
@@ -26,6 +27,7 @@ constexpr char usage[] =
       "  --version  which version this is\n"
       "Exit codes: 0 no findings, 1 findings, 2 a wrong command line or no chip.\n";
 
+using Kiv::printable;
 using Result = Outcome::Result;
 
 struct CommandLine {
@@ -119,7 +121,7 @@ printOutcome( const Outcome & outcome ) {
    } else if ( !outcome.why.empty() ) {
       result += ": " + outcome.why;
    }
-   std::printf( "%-16s %s\n", outcome.check.c_str(), result.c_str() );
+   std::printf( "%-16s %s\n", outcome.check.c_str(), printable( result ).c_str() );
    std::fflush( stdout );
 }
 
@@ -134,8 +136,8 @@ printSummary( const std::vector< Outcome > & outcomes, const std::vector< Findin
    int n = 0;
    for ( auto & finding : findings ) {
       std::printf( "\n%d. %s: %s\n   done:     %s\n   expected: %s\n   found:    %s\n", ++n,
-                   finding.id.c_str(), finding.promise.c_str(), finding.did.c_str(),
-                   finding.expected.c_str(), finding.found.c_str() );
+                   finding.id.c_str(), finding.promise.c_str(), printable( finding.did ).c_str(),
+                   printable( finding.expected ).c_str(), printable( finding.found ).c_str() );
    }
    std::printf( "\n%d finding%s\n", n, n == 1 ? "" : "s" );
    for ( Result result : { Result::notLooked, Result::skipped } ) {
@@ -194,8 +196,8 @@ conformanceMain( int argc, const char * const * argv, const MakeChip & make ) {
       }
       return findings.empty() ? 0 : exitFindings;
    } catch ( const Velto::RangeError & e ) {
-      std::fprintf( stderr, "%s: %s\n", std::filesystem::path( argv[0] ).filename().c_str(),
-                    e.what() );
+      std::fprintf( stderr, "%s: error: %s\n", std::filesystem::path( argv[0] ).filename().c_str(),
+                    printable( e.what() ).c_str() );
       return exitUsage;
    }
 }

@@ -148,6 +148,7 @@ AclDataSm::resultKnown( bool willRevert ) {
       aclSm_->changed( this ); // nobody said what became of it
       return;
    } else {
+      failedSince_ = failed_ ? failedSince_ : Kiv::now();
       failed_ = true;
       tried_ = source_;
       revertTo_ = willRevert ? good_ : nullptr;

@@ -286,6 +286,7 @@ AclSm::retryFailed() {
          shortage = shortage || insufficientResources( error );
       }
       if ( shortage && instance.failed() && !instance.busy() && !instance.unwanted() ) {
+         ++retries_;
          instance.retryIs();
       }
    }

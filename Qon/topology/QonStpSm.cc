@@ -175,17 +175,20 @@ StpSm::topoInput( const String & name ) const {
 
 void
 StpSm::topoInUse( const String & name ) {
-   if ( ++*topoUsers_.emplace( name ).first > 1 ) {
+   if ( ++topoUsers_.emplace( name ).first->users > 1 ) {
       return;
    }
    if ( !QON_HOOK( TopoHelper, topoHelper(), allocTopo, name ) ) {
       STP_TRACE( "handleInitialized no room for topo ", name );
+      if ( auto use = topoUsers_.find( name ) ) { // unless the hook gave it up again
+         use->noRoomSince = Kiv::now();
+      }
    }
 }
 
 void
 StpSm::topoNotInUse( const String & name ) {
-   if ( U32 * users = topoUsers_.find( name ); !users || --*users ) {
+   if ( auto use = topoUsers_.find( name ); !use || --use->users ) {
       return;
    }
    topoUsers_.erase( name );

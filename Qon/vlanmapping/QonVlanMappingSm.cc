@@ -371,6 +371,7 @@ VlanMappingSm::reviewUnprogrammedIntfList() {
          VELTO_ASSERT( 0 ); // nobody else has anything to apply
       }
       if ( sm && sm->initialized() ) {
+         ++retries_;
          error.run( [&] { sm->doApplyConfig(); } );
       }
    }

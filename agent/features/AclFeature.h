@@ -17,6 +17,7 @@
 
 #include "Qon/include/acl/QonAclSm.h"
 #include "agent/AgentFeature.h"
+#include "agent/Configured.h"
 #include "chip/AclPart.h"
 
 namespace QonAgent {
@@ -31,6 +32,10 @@ class AclFeature : public AgentFeature {
    void configure( ConfigReader & reader ) override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
+   std::vector< Counter > counters() const override;
+   std::vector< String > ownNames() const override {
+      return { "Acl::", "AclHelper", "Interface::SubIntf" };
+   }
 
    /** Null if the chip has no part for it. */
    Qon::AclSm * aclSm() const { return aclSm_.ptr(); }
@@ -38,15 +43,30 @@ class AclFeature : public AgentFeature {
  private:
    using AclType = Acl::AclType;
    using AclDirection = Acl::AclDirection;
-   /** What a file says, while it is being read; see AclFeatureConfig.cc. */
+   /** What a file says, while it is being read; see AclReading.h. */
    struct Reading;
+   struct NamedRule {
+      String name;
+      U64 priority;
+      Acl::Rule rule;
+      bool operator==( const NamedRule & ) const = default;
+   };
+   struct List {
+      AclType type;
+      std::vector< NamedRule > rules;
+      bool operator==( const List & ) const = default;
+   };
+   /** Where an interface has a list. */
+   using Place = std::tuple< AclType, AclDirection, Ulnet::IntfId >;
 
    void readTypes( ConfigReader & reader, Reading & reading ) const;
    void readTables( ConfigReader & reader, Reading & reading );
    void readRules( ConfigReader & reader, Reading & reading ) const;
-   void readSubIntfs( ConfigReader & reader );
+   void readSubIntfs( ConfigReader & reader, Reading & reading ) const;
+   void become( const Reading & reading );
+   void listIs( const String & name, const List & list, const List * former );
+   void listDel( AclType type, const String & name );
    void directionNeeded( Reading & reading, AclType type, AclDirection direction ) const;
-   void rulesAre( AclType type, const String & name, const Reading & reading );
    std::function< void() > parseAttach( const Json & line );
    std::function< void() > parseHost( const Json & line );
 
@@ -78,6 +98,9 @@ class AclFeature : public AgentFeature {
    std::map< std::pair< AclType, String >, std::map< U32, String > > ruleNames_;
    Velto::Ptr< QonHelper::AclHelper > helper_;
    Velto::Ptr< Qon::AclSm > aclSm_;
+   Configured< String, List > lists_;
+   Configured< Place, String > intfs_;
+   Configured< Ulnet::IntfId, U16 > subIntfVlans_;
 };
 
 } // namespace QonAgent

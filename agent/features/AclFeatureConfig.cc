@@ -81,16 +81,33 @@ AclFeature::configure( ConfigReader & reader ) {
    readTypes( reader, *reading );
    readTables( reader, *reading );
    readRules( reader, *reading );
-   readSubIntfs( reader );
-   reader.apply( [this, reading] {
-      for ( auto & [name, list] : reading->lists ) {
-         rulesAre( list.type, name, *reading );
-      }
-      for ( auto & [place, name] : reading->intfs ) {
-         auto & [type, direction, intf] = place;
-         intfConfig_->typeIs( type )->directionIs( direction )->intfIs( intf, name );
-      }
-   } );
+   readSubIntfs( reader, *reading );
+   reader.apply( [this, reading] { become( *reading ); } );
+}
+
+void
+AclFeature::become( const Reading & reading ) {
+   subIntfVlans_.become(
+         reading.subIntfs, [this]( IntfId intf, U16 ) { subIntfs_->vlanDel( intf ); },
+         [this]( IntfId intf, U16 vlan, auto ) {
+            subIntfs_->vlanIs( intf, Bridging::VlanIdOrNone( U32( vlan ) ) );
+         } );
+   lists_.become(
+         { reading.lists.begin(), reading.lists.end() },
+         [this]( const String & name, const List & list ) { listDel( list.type, name ); },
+         [this]( const String & name, const List & list, const List * former ) {
+            listIs( name, list, former );
+         } );
+   intfs_.become(
+         { reading.intfs.begin(), reading.intfs.end() },
+         [this]( const Place & place, const String & ) {
+            auto & [type, direction, intf] = place;
+            intfConfig_->typeIs( type )->directionIs( direction )->intfDel( intf );
+         },
+         [this]( const Place & place, const String & name, auto ) {
+            auto & [type, direction, intf] = place;
+            intfConfig_->typeIs( type )->directionIs( direction )->intfIs( intf, name );
+         } );
 }
 
 /** What a type of its own can match tells which of our types it is. */
@@ -191,13 +208,16 @@ AclFeature::readRules( ConfigReader & reader, Reading & reading ) const {
 
 /** In descending order of priority, and then everything else. */
 void
-AclFeature::rulesAre( AclType type, const String & name, const Reading & reading ) {
-   auto config = config_->typeIs( type )->aclIs( name );
-   auto rules = reading.lists.at( name ).rules;
+AclFeature::listIs( const String & name, const List & list, const List * former ) {
+   if ( former && former->type != list.type ) {
+      listDel( former->type, name );
+   }
+   auto config = config_->typeIs( list.type )->aclIs( name );
+   auto rules = list.rules;
    std::stable_sort( rules.begin(), rules.end(),
                      []( auto & a, auto & b ) { return a.priority > b.priority; } );
    rules.push_back( { "(everything else)", 0, Acl::Rule() } );
-   auto & names = ruleNames_[{ type, name }];
+   auto & names = ruleNames_[{ list.type, name }];
    names.clear();
    U32 seq = 0;
    for ( auto & [ruleName, priority, rule] : rules ) {
@@ -214,9 +234,15 @@ AclFeature::rulesAre( AclType type, const String & name, const Reading & reading
    config->versionIs( config->version() + 1 );
 }
 
+void
+AclFeature::listDel( AclType type, const String & name ) {
+   ruleNames_.erase( { type, name } );
+   config_->typeIs( type )->aclDel( name );
+}
+
 /** Rows with an address have two parts, and are somebody else's. */
 void
-AclFeature::readSubIntfs( ConfigReader & reader ) {
+AclFeature::readSubIntfs( ConfigReader & reader, Reading & reading ) const {
    reader.eachRow( "VLAN_SUB_INTERFACE", [&]( const ConfigRow & row ) {
       if ( row.parts() == 2 ) {
          return;
@@ -233,8 +259,7 @@ AclFeature::readSubIntfs( ConfigReader & reader ) {
       if ( vlan > 4094 ) {
          throw RowError( "vlan", "is missing, and the sub-interface's number is no VLAN's" );
       }
-      reader.apply(
-            [=, this] { subIntfs_->vlanIs( intf, Bridging::VlanIdOrNone( U32( vlan ) ) ); } );
+      reading.subIntfs.emplace_back( intf, U16( vlan ) );
    } );
 }
 

@@ -168,6 +168,9 @@ AclFeature::row( AclType type, AclDirection direction, IntfId intf, const String
    if ( instance ) {
       r.set( "programmed", programmed( *instance ) );
    }
+   if ( instance && instance->failed() ) {
+      r.set( "since", Kiv::now() - instance->failedSince() );
+   }
    r.set( "out", aclSm_->blocked( intf ) ? "blocked" : aclSm_->errdisabled( intf ) ? "error" : "" );
    r.set( "waits", waits );
    return r;
@@ -233,6 +236,20 @@ AclFeature::rules( Arguments arguments ) const {
    }
 }
 
+std::vector< Counter >
+AclFeature::counters() const {
+   if ( !aclSm_ ) {
+      return {};
+   }
+   U64 failing = 0;
+   for ( auto & [unit, error] : aclSm_->unitErrors() ) {
+      failing += error != Qon::AclCreateError::success;
+   }
+   return { { "operations not answered", aclSm_->outstandingOperations() },
+            { "units that refuse something", failing },
+            { "retries", aclSm_->retries() } };
+}
+
 std::vector< ShowCommand >
 AclFeature::showCommands() {
    const Column type = { "type", "Type" }, direction = { "direction", "Direction" },
@@ -265,7 +282,8 @@ AclFeature::showCommands() {
              number,
              { "programmed", "Programmed" },
              { "out", "Out of service" },
-             { "waits", "Waits for" } },
+             { "waits", "Waits for" },
+             { "since", "Since s", true } },
            [this]( auto & arguments ) { return lists( arguments ); } },
          { "acl rules",
            "the rules of an access list in the order in which they are asked",

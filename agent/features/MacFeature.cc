@@ -268,7 +268,8 @@ MacFeature::counters() const {
    return { { "commands not answered", handed_.size() },
             { "commands in flight", programmer_->inProgAddrOps() },
             { "commands in overflow", programmer_->overflowAddrOp().size() },
-            { "commands refused", refused_.size() } };
+            { "commands refused", refused_.size() },
+            { "retries", programmer_->retries() } };
 }
 
 std::vector< ShowCommand >

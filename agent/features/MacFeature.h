@@ -20,6 +20,9 @@ class MacFeature : public AgentFeature {
    ~MacFeature() override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
+   std::vector< String > ownNames() const override {
+      return { "QonMacProgrammer", "Qon::IndirectAccessMacCmd" };
+   }
    std::vector< Counter > counters() const override;
 
    /** Null if the chip has none. */

@@ -209,6 +209,16 @@ MirrorFeature::hardware() const {
    }
 }
 
+std::vector< Counter >
+MirrorFeature::counters() const {
+   U64 waiting = 0;
+   for ( auto i = config_->sessionIteratorConst(); sm_ && i; ++i ) {
+      const auto session = sm_->session( i.key() );
+      waiting += !session || !session->createdInHw();
+   }
+   return { { "sessions", config_->sessions() }, { "sessions that wait", waiting } };
+}
+
 std::vector< ShowCommand >
 MirrorFeature::showCommands() {
    const Column session = { "session", "Session" }, group = { "group", "Group", true },

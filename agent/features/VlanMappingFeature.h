@@ -14,6 +14,7 @@
 #include <map>
 
 #include "agent/AgentFeature.h"
+#include "agent/Configured.h"
 #include "chip/VlanMappingPart.h"
 #include "platform/Kiv/Listener.h"
 
@@ -34,8 +35,13 @@ class VlanMappingFeature : public AgentFeature, private Qon::VlanMappingListener
 
    std::vector< ConfigTable > tables() const override;
    void configure( ConfigReader & reader ) override;
+   std::vector< Counter > counters() const override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
+   std::vector< String > ownNames() const override {
+      return { "VlanMapping", "Bridging::SwitchIntf", "Bridging::VlanXlate", "Qon::QonVlanMapping",
+               "Qon::VlanMapping" };
+   }
 
    /** Null in the second generation, and on a chip that serves no mappings. */
    Qon::VlanMappingSm * first() const { return first_.ptr(); }
@@ -53,10 +59,7 @@ class VlanMappingFeature : public AgentFeature, private Qon::VlanMappingListener
       bool native = false;
    };
    using Name = std::tuple< IntfId, Direction, U16, U16, bool, bool >;
-   static Name nameOf( const Wish & wish ) {
-      return { wish.intf, wish.direction, wish.key.vlanId(), wish.key.innerVlanId(),
-               wish.flow, wish.native };
-   }
+   static Name nameOf( const Wish & wish );
    /** What became of a wish: the owner of its key, and what it waits for; empty if there is no such
        thing. */
    struct Fate {
@@ -69,6 +72,10 @@ class VlanMappingFeature : public AgentFeature, private Qon::VlanMappingListener
       Mapping mapping;
       Kiv::Seconds time = 0;
    };
+
+   void become( const std::vector< Wish > & wishes );
+   void modeIs( IntfId intf, bool flowsOnly, const bool * former );
+   void leave( IntfId intf );
 
    template< class T >
    Velto::Ptr< T > mount( const char * path ) const;
@@ -102,7 +109,9 @@ class VlanMappingFeature : public AgentFeature, private Qon::VlanMappingListener
    QonChip::VlanMappingPart * const part_; ///< null: the chip has none
    const Velto::Ptr< Bridging::Config > config_;
    const Velto::Ptr< Qon::QonFlowVlanXlateConfigDir > flow_;
-   std::map< Name, Since > since_; ///< when what became of it changed
+   Configured< Name, Mapping > configured_;
+   Configured< IntfId, bool > flowsOnly_; ///< of interfaces with rows
+   std::map< Name, Since > since_;        ///< when what became of it changed
    Velto::Ptr< Qon::VlanMappingSm > first_;
 
    Velto::Ptr< Qon::ProgrammedPortToLag > portToLag_;

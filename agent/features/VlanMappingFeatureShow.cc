@@ -249,6 +249,16 @@ VlanMappingFeature::heldRow( const QonChip::HeldTranslationKey & name,
             { "native", yesNo( Qon::isNative( key.key() ) ) } };
 }
 
+/** The chip itself tries again in the second generation. */
+std::vector< Counter >
+VlanMappingFeature::counters() const {
+   if ( !first_ ) {
+      return {};
+   }
+   return { { "interfaces to be tried again", first_->unprogrammedIntfLists() },
+            { "retries", first_->retries() } };
+}
+
 std::vector< ShowCommand >
 VlanMappingFeature::showCommands() {
    const Column intf = { "interface", "Interface" }, dir = { "direction", "Direction" },

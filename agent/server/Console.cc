@@ -1,15 +1,16 @@
 #include "agent/server/Console.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "agent/Changes.h"
 #include "agent/base/Fields.h"
-#include "agent/base/Printable.h"
+#include "agent/base/PathWatch.h"
 #include "agent/base/StateFile.h"
 #include "agent/server/Completions.h"
-#include "agent/server/PathWatch.h"
+#include "platform/Kiv/Printable.h"
 
 namespace QonAgent {
 
@@ -62,7 +63,8 @@ drained( const LongAnswer & answer ) {
 
 void
 TraceLines::trace( const char * facility, U8 level, const String & text ) {
-   std::fprintf( stderr, "%s %u %s\n", facility, unsigned( level ), printable( text ).c_str() );
+   std::fprintf( stderr, "%s %u %s\n", facility, unsigned( level ),
+                 Kiv::printable( text ).c_str() );
 }
 
 Console::Console( Agent & agent ) : agent_( agent ), own_( agent ), shows_( agent.showCommands() ) {
@@ -158,13 +160,23 @@ Console::help( const Json & ) {
    return reply;
 }
 
+/** As many of the words as it takes to see that no table is called so. */
+String
+Console::unknownOf( const std::vector< String > & words ) const {
+   const bool begins = std::any_of( shows_.begin(), shows_.end(), [&]( auto & command ) {
+      return command.name.starts_with( words[0] + " " );
+   } );
+   return begins && words.size() > 1 ? words[0] + " " + words[1] : words[0];
+}
+
 LongAnswer
 Console::show( const Json & request ) {
    auto words = fieldOf< std::vector< String > >( request, "words" );
    const ShowCommand * command = findShow( shows_, words );
    if ( !command ) {
       throw RangeError( words.empty() ? "show what?"
-                                      : "there is nothing to show as '" + words[0] + "'" );
+                                      : "there is nothing to show as '" + unknownOf( words ) +
+                                              "'; 'show' alone lists what there is" );
    }
    return answerOf( *command, runShow( agent_, *command, words ) );
 }

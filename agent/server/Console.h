@@ -82,6 +82,7 @@ class Console {
    Json run( const Json & request );
 
    LongAnswer show( const Json & request );
+   String unknownOf( const std::vector< String > & words ) const;
    LongAnswer dump( const Json & request );
 
    void watch( Connection & connection, const Json & request );

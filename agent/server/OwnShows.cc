@@ -3,34 +3,17 @@
 #include <malloc.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <ctime>
 #include <fstream>
 
+#include "agent/base/ClockText.h"
 #include "agent/base/Version.h"
 #include "platform/Kiv/Log.h"
-#include "platform/Kiv/TimeOfDay.h"
 
 namespace QonAgent {
 
 namespace {
 
-/** "2026-11-22 13:05:07.123" in the time zone of the process; nothing on a time of one's own. */
-String
-clockText( Kiv::Seconds at ) {
-   const auto day = Kiv::timeOfDay( at );
-   if ( !day ) {
-      return "";
-   }
-   const auto milliseconds = U64( *day * 1000 );
-   const auto seconds = std::time_t( milliseconds / 1000 );
-   std::tm local = {};
-   localtime_r( &seconds, &local );
-   char text[40];
-   const auto size = std::strftime( text, sizeof( text ), "%Y-%m-%d %H:%M:%S", &local );
-   std::snprintf( text + size, sizeof( text ) - size, ".%03u", unsigned( milliseconds % 1000 ) );
-   return text;
-}
+constexpr char ofNone[] = "agent"; // whose work is of no feature
 
 /** A line of /proc/self/status in bytes. */
 U64
@@ -122,38 +105,75 @@ OwnShows::memoryRows() const {
    }
 }
 
-Rows
-OwnShows::counterRows() const {
-   if ( loop_ ) {
-      const Kiv::RoundTimes times = loop_->roundTimes();
-      const std::pair< const char *, Value > all[] = {
-            { "turns", times.rounds },
-            { "seconds in turns", times.busy },
-            { "longest turn in seconds", times.longest },
-            { "longest turn at uptime",
-              times.rounds ? times.longestAt - agent_.began() : Kiv::Seconds() } };
-      for ( auto & [counter, value] : all ) {
-         const Row made = { { "feature", "agent" }, { "counter", counter }, { "value", value } };
-         co_yield made;
+/** Work by feature, and under "agent" what is of none. */
+std::map< String, OwnShows::Work >
+OwnShows::workByFeature() const {
+   std::vector< std::pair< String, String > > owners; // by how a name begins
+   for ( std::size_t i = 0; i < agent_.features().size(); ++i ) {
+      for ( auto & begin : agent_.features()[i]->ownNames() ) {
+         owners.emplace_back( begin, agent_.featureNames()[i] );
       }
    }
-   for ( std::size_t i = 0; i < agent_.features().size(); ++i ) {
-      for ( auto & counter : agent_.features()[i]->counters() ) {
-         const Row made = { { "feature", agent_.featureNames()[i] },
-                            { "counter", counter.name },
-                            { "value", counter.value } };
+   std::map< String, Work > all;
+   auto workOf = [&]( const String & name ) -> Work & {
+      for ( auto & [begin, owner] : owners ) {
+         if ( name.starts_with( begin ) ) {
+            return all[owner];
+         }
+      }
+      return all[ofNone];
+   };
+   for ( auto && [type, changes] : changeCounts_.byType() ) {
+      workOf( type ? type->name : "" ).changes += changes;
+   }
+   for ( auto & [hook, calls] : hookCounts_.byName() ) {
+      workOf( hook ).hookCalls += calls;
+   }
+   if ( loop_ ) {
+      for ( auto & [task, times] : loop_->slices() ) {
+         workOf( task ).turns.add( times );
+      }
+      all[ofNone].turns = loop_->rounds(); // all slices are part of them
+   }
+   return all;
+}
+
+Rows
+OwnShows::counterRows() const {
+   auto work = workByFeature();
+   std::vector< String > names = agent_.featureNames();
+   names.insert( names.begin(), ofNone );
+   for ( std::size_t i = 0; i < names.size(); ++i ) {
+      const Work & of = work[names[i]];
+      const std::pair< const char *, Value > all[] = {
+            { "changes heard", of.changes },
+            { "calls of hooks", of.hookCalls },
+            { i ? "slices" : "turns", of.turns.times },
+            { i ? "seconds in slices" : "seconds in turns", of.turns.busy },
+            { i ? "longest slice in seconds" : "longest turn in seconds", of.turns.longest },
+            { i ? "longest slice ended at" : "longest turn ended at",
+              of.turns.times ? clockText( of.turns.longestAt ) : "" } };
+      for ( auto & [counter, value] : all ) {
+         const Row made = { { "feature", names[i] }, { "counter", counter }, { "value", value } };
+         co_yield made;
+      }
+      const auto counters = i ? agent_.features()[i - 1]->counters() : ownCounters();
+      for ( auto & counter : counters ) {
+         const Row made = {
+               { "feature", names[i] }, { "counter", counter.name }, { "value", counter.value } };
          co_yield made;
       }
    }
 }
 
+std::vector< Counter >
+OwnShows::ownCounters() const {
+   return { { "messages", agent_.log().gone() + agent_.log().records().size() } };
+}
+
 Rows
 OwnShows::hookRows() const {
-   if ( !hookCounts_ ) {
-      hookCounts_.emplace();
-   }
-   const auto counts = hookCounts_->byName();
-   for ( auto & [hook, calls] : counts ) {
+   for ( auto & [hook, calls] : hookCounts_.byName() ) {
       const Row made = { { "hook", hook }, { "calls", calls } };
       co_yield made;
    }
@@ -204,10 +224,10 @@ OwnShows::commands() const {
          { "counters",
            "the work of the agent and of each feature: how much, how long, what waits, what failed",
            {},
-           { { "feature", "Feature" }, { "counter", "What" }, { "value", "Number", true } },
+           { { "feature", "Feature" }, { "counter", "What" }, { "value", "Value", true } },
            [this]( auto & ) { return counterRows(); } },
          { "hooks",
-           "how often each hook of the chip was called since this was first asked",
+           "how often each hook of the chip was called",
            {},
            { { "hook", "Hook" }, { "calls", "Calls", true } },
            [this]( auto & ) { return hookRows(); } },

@@ -4,10 +4,9 @@
 //
 // Ownership: the agent outlives it, and the loop, if it is told of one.
 
-#include <optional>
-
 #include "agent/Agent.h"
 #include "agent/HookCounts.h"
+#include "platform/Kiv/ChangeCounts.h"
 #include "platform/Kiv/EventLoop.h"
 
 namespace QonAgent {
@@ -30,9 +29,19 @@ class OwnShows {
    Rows counterRows() const;
    Rows hookRows() const;
 
+   /** What somebody has done since the agent began. */
+   struct Work {
+      U64 changes = 0;
+      U64 hookCalls = 0;
+      Kiv::WorkTimes turns;
+   };
+   std::map< String, Work > workByFeature() const;
+   std::vector< Counter > ownCounters() const;
+
    Agent & agent_;
    const Kiv::EventLoop * loop_ = nullptr;
-   mutable std::optional< HookCounts > hookCounts_;
+   HookCounts hookCounts_;
+   Kiv::ChangeCounts changeCounts_;
 };
 
 } // namespace QonAgent

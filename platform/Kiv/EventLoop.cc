@@ -5,9 +5,43 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cmath>
 
+#include "platform/Velto/Scope.h"
+
 namespace Kiv {
+
+namespace {
+
+/** Not a reading of now(): nothing depends on it, and a recording has none of it. */
+Seconds
+measured() {
+   const auto time = std::chrono::steady_clock::now().time_since_epoch();
+   return std::chrono::duration< Seconds >( time ).count();
+}
+
+} // namespace
+
+void
+WorkTimes::add( Seconds began, Seconds ended ) {
+   ++times;
+   busy += ended - began;
+   if ( ended - began > longest ) {
+      longest = ended - began;
+      longestAt = ended;
+   }
+}
+
+void
+WorkTimes::add( const WorkTimes & others ) {
+   times += others.times;
+   busy += others.busy;
+   if ( others.longest > longest ) {
+      longest = others.longest;
+      longestAt = others.longestAt;
+   }
+}
 
 FdWatch::FdWatch( EventLoop * loop, int fd ) : loop_( loop ), fd_( fd ) {
    VELTO_ASSERT( loop && fd >= 0 );
@@ -76,7 +110,7 @@ EventLoop::runOnce( Seconds limit ) {
    epoll_event events[32];
    int n = epoll_wait( epoll_, events, 32, waitTime( limit ) );
    VELTO_ASSERT( n >= 0 || errno == EINTR );
-   const Seconds began = Kiv::now();
+   const Seconds began = measured();
    for ( int i = 0; i < n; ++i ) {
       int fd = events[i].data.fd;
       if ( fd == timer_ ) {
@@ -88,13 +122,15 @@ EventLoop::runOnce( Seconds limit ) {
       }
    }
    turn();
-   const Seconds ended = Kiv::now();
-   ++times_.rounds;
-   times_.busy += ended - began;
-   if ( ended - began > times_.longest ) {
-      times_.longest = ended - began;
-      times_.longestAt = ended;
-   }
+   rounds_.add( began, measured() );
+}
+
+bool
+EventLoop::runSliceOf( Task & task ) {
+   const Seconds began = measured();
+   const String name = task.name();
+   const Velto::AtEnd noted( [&] { slices_[name].add( began, measured() ); } );
+   return task.run();
 }
 
 void

@@ -9,6 +9,7 @@
 //
 // Ownership: the loop does not own descriptors; an FdWatch does not close its own.
 
+#include <map>
 #include <vector>
 
 #include "platform/Kiv/TaskScheduler.h"
@@ -35,12 +36,14 @@ class FdWatch {
    int fd_;
 };
 
-/** What the rounds of a loop took, waiting excepted: descriptors, clocks and a slice each. */
-struct RoundTimes {
-   U64 rounds = 0;
+/** How long several pieces of work took. */
+struct WorkTimes {
+   U64 times = 0;
    Seconds busy = 0;
    Seconds longest = 0;
    Seconds longestAt = 0; ///< when that one ended
+   void add( Seconds began, Seconds ended );
+   void add( const WorkTimes & others );
 };
 
 class EventLoop : public TaskScheduler {
@@ -54,17 +57,21 @@ class EventLoop : public TaskScheduler {
    void stop() { stopped_ = true; }
    /** Waits at most `limit` seconds for something to do, and does one round of it. */
    void runOnce( Seconds limit );
-   /** Since the loop was made. */
-   const RoundTimes & roundTimes() const { return times_; }
+   /** The rounds since the loop was made, waiting excepted: descriptors, clocks and a slice each. */
+   const WorkTimes & rounds() const { return rounds_; }
+   /** The slices of the tasks, by their names. */
+   const std::map< String, WorkTimes > & slices() const { return slices_; }
 
  private:
    friend class FdWatch;
+   bool runSliceOf( Task & task ) override;
    int waitTime( Seconds limit );
 
    int epoll_ = -1;
    int timer_ = -1;
    bool stopped_ = false;
-   RoundTimes times_;
+   WorkTimes rounds_;
+   std::map< String, WorkTimes > slices_;
    std::vector< FdWatch * > live_; // by descriptor
 };
 

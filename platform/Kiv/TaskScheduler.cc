@@ -83,7 +83,7 @@ TaskScheduler::runSlice() {
       running_ = nullptr;
    } );
    deadline_ = Kiv::now() + budget_.seconds;
-   more = task->run();
+   more = runSliceOf( *task );
    return true;
 }
 

@@ -71,7 +71,7 @@ class TurnWatch {
 class TaskScheduler {
  public:
    TaskScheduler() = default;
-   ~TaskScheduler();
+   virtual ~TaskScheduler();
    TaskScheduler( const TaskScheduler & ) = delete;
    TaskScheduler & operator=( const TaskScheduler & ) = delete;
 
@@ -85,6 +85,11 @@ class TaskScheduler {
    void turnWatchIs( TurnWatch * watch ) { turnWatch_ = watch; }
    /** When the next turn has something to do: -infinity with a task awake, never with nothing. */
    Seconds nextTime() const;
+
+ protected:
+   /** Runs a slice, and says whether work is left. Who notes how long slices take adds to it; the task
+       may be gone then. */
+   virtual bool runSliceOf( Task & task ) { return task.run(); }
 
  private:
    friend class Task;

@@ -47,7 +47,7 @@ EntityManager::mountOf( const String & path, String & rest ) const {
       }
    }
    if ( !best ) {
-      throw Velto::RangeError( path + ": lies in no mount" );
+      throw Velto::RangeError( ( path.empty() ? "an empty path" : path ) + ": lies in no mount" );
    }
    rest = path.size() == best->path.size() ? String() : path.substr( best->path.size() + 1 );
    return *best;

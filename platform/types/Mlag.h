@@ -19,6 +19,7 @@ KIV_ENUM( MlagState, disabled, inactive, connecting, primary, secondary )
 /** Which aggregates the peer link stands in for, as the switch is configured. */
 class Config : public Kiv::Entity {
    KIV_BODY( Config, Kiv::Entity )
+   KIV_ATTR( Velto::String, domain, "" )
    KIV_SET( Ulnet::IntfId, peerLinkSharer )
  public:
    explicit Config( const Velto::String & name ) : Kiv::Entity( name ) {}

@@ -36,7 +36,7 @@ adjacency( U32 hops = 1 ) {
 }
 
 void
-unset( L2Adjacency & adj, GlobalFecId fec, TableType type ) {
+typeDel( L2Adjacency & adj, GlobalFecId fec, TableType type ) {
    adj.unsetTableTypeForAdj( *Velto::make< AdjEntry >( fec ), type );
 }
 
@@ -150,10 +150,10 @@ TEST( TableTypes, AreCountedOnceForEachFec ) {
    adj->setTableTypeForAdj( two, TableType::unicast );
    ASSERT_TRUE( adj->l2AdjTableType() );
    EXPECT_EQ( 2u, adj->l2AdjTableType()->adjTableType( TableType::unicast ) );
-   unset( *adj, one, TableType::unicast );
-   unset( *adj, one, TableType::unicast );
+   typeDel( *adj, one, TableType::unicast );
+   typeDel( *adj, one, TableType::unicast );
    EXPECT_EQ( 1u, adj->l2AdjTableType()->adjTableType( TableType::unicast ) );
-   unset( *adj, two, TableType::unicast );
+   typeDel( *adj, two, TableType::unicast );
    EXPECT_EQ( 0u, adj->adjTableTypes() );
    EXPECT_DEATH( adj->setTableTypeForAdj( three, TableType::mpls ),
                  "QonL2AdjTypes:.*'adjEntryHas\\( fecId \\) \\|\\| \\( proxiedAdj\\(\\) && "
@@ -266,7 +266,7 @@ class TypesHistory {
          members.erase( fec );
          break;
       case 2:
-         unset( *adj, fec, type );
+         typeDel( *adj, fec, type );
          types[fec].erase( type );
          break;
       default:
@@ -316,7 +316,7 @@ TEST( TableTypes, SetsAndCountsAgreeWheneverOneIsHeardOf ) {
    adj->setTableTypeForAdj( one, TableType::mpls );
    adj->setTableTypeForAdj( one, TableType::urpf );
    adj->setTableTypeForAdj( two, TableType::urpf );
-   unset( *adj, one, TableType::urpf );
+   typeDel( *adj, one, TableType::urpf );
    EXPECT_EQ( "set count set count set count set count ", heard );
    heard.clear();
    adj->setTableTypeForAdj( two, TableType::mpls );
@@ -343,7 +343,7 @@ TEST( TableTypes, WatchersMayUndoWhatTheyHear ) {
    auto types = adj->l2AdjTableTypeIs();
    Kiv::Listener< Qon::L2AdjTableType::adjTableTypeAttr > undo( types.ptr(),
                                                                 [&]( const TableType & type ) {
-                                                                   unset( *adj, one, type );
+                                                                   typeDel( *adj, one, type );
                                                                    adj->adjEntryDel( one );
                                                                 } );
    adj->setTableTypeForAdj( one, TableType::mpls );
@@ -395,7 +395,7 @@ TEST( AdjacencySabotage, OfItsFecsAndTypes ) {
       step( [&] { adj->setTableTypeForAdj( two, TableType::mpls ); } );
       step( [&] { adj->setTableTypeForAdj( two, TableType::urpf ); } );
       step( [&] { proxied->proxiedAdjEntryIs( one ); } );
-      step( [&] { unset( *adj, two, TableType::mpls ); } );
+      step( [&] { typeDel( *adj, two, TableType::mpls ); } );
       step( [&] { adj->adjEntryDel( one ); } );
       step( [&] { proxied->proxiedAdjEntryDel( one ); } );
       step( [&] { adj->configRefCountInc( 1 ); } );

@@ -32,13 +32,25 @@ class AskedWorld : public AgentWorld {
    Json event( const Json & line ) { return ask( { { "do", "event" }, { "line", line } } ); }
    /** Field `of` of the row whose field `field` says so. */
    Json look( const String & table, const char * field, const String & is, const char * of ) {
+      return look( table, { { field, is } }, of );
+   }
+   /** The same, where it has all of these fields. */
+   Json look( const String & table, const Json & fields, const char * of ) {
       Json answer = ask( { { "do", "show" }, { "words", { table } } } );
       for ( auto & row : answer["rows"] ) {
-         if ( row[field] == is ) {
+         bool fits = true;
+         for ( auto & [field, is] : fields.items() ) {
+            fits = fits && row[field] == is;
+         }
+         if ( fits ) {
             return row[of];
          }
       }
       return nullptr;
+   }
+   U64 counter( const String & feature, const String & what ) {
+      Json value = look( "counters", { { "feature", feature }, { "counter", what } }, "value" );
+      return value.is_number() ? value.get< U64 >() : ~U64( 0 );
    }
    QonAgent::Console console{ agent };
 };
@@ -114,13 +126,21 @@ TEST( Ask, WordsAreCompletedByWhatThereIs ) {
 
 TEST( Ask, WorkIsCounted ) {
    AskedWorld w;
-   EXPECT_EQ( w.look( "hooks", "hook", "VlanHelper::doUpdateVlan", "calls" ), nullptr );
+   auto updates = [&] {
+      return w.look( "hooks", "hook", "VlanHelper::doUpdateVlan", "calls" ).get< U64 >();
+   };
+   const U64 changes = w.counter( "vlan", "changes heard" ), before = updates(),
+             calls = w.counter( "vlan", "calls of hooks" ),
+             others = w.counter( "lag", "calls of hooks" );
    w.event( { { "event", "vlanMember" },
               { "vlan", 20 },
               { "intf", "Ethernet4" },
               { "mode", "tagged" } } );
    w.scheduler.runFor( 1 );
-   EXPECT_EQ( w.look( "hooks", "hook", "VlanHelper::doUpdateVlan", "calls" ), 1u );
+   EXPECT_EQ( updates(), before + 1 );
+   EXPECT_GT( w.counter( "vlan", "calls of hooks" ), calls );
+   EXPECT_EQ( w.counter( "vlan", "changes heard" ), changes + 1 );
+   EXPECT_EQ( w.counter( "lag", "calls of hooks" ), others );
    w.event( { { "event", "fault" }, { "hook", "writeToHw" }, { "trouble", "fail" } } );
    w.event( { { "event", "mac" },
               { "op", "add" },
@@ -128,10 +148,66 @@ TEST( Ask, WorkIsCounted ) {
               { "vlan", 10 },
               { "intf", "Ethernet4" } } );
    w.scheduler.runFor( 1 );
-   EXPECT_EQ( w.look( "counters", "counter", "commands refused", "value" ), 1u );
-   EXPECT_EQ( w.look( "counters", "counter", "VLANs", "value" ), 3u );
+   EXPECT_EQ( w.counter( "mac", "commands refused" ), 1u );
+   EXPECT_EQ( w.counter( "vlan", "VLANs" ), 3u );
    EXPECT_GT( w.look( "memory", "what", "resident", "bytes" ).get< U64 >(), 1000000u );
    EXPECT_EQ( w.look( "uptime", "since", "", "uptime" ), w.agent.uptime() ); // no time of day here
+}
+
+TEST( Ask, RetriesAreCounted ) {
+   AskedWorld w;
+   w.load( R"({"PORT": {"Ethernet4": {}, "Ethernet8": {}}, "VLAN": {"Vlan10": {}},
+   "VLAN_MEMBER": {"Vlan10|Ethernet4": {}}})" );
+   w.scheduler.runFor( 100 );
+   for ( auto feature : { "mac", "vlan", "vlan-mapping", "acl" } ) {
+      EXPECT_EQ( w.counter( feature, "retries" ), 0u ) << feature;
+   }
+   w.chip.faults().limitIs( "hostTable", 0 );
+   for ( auto & [hook, trouble] : std::map< String, String >{
+               { "vlanMapping", "busy" }, { "doUpdateVlan", "fail" }, { "prepareAcl", "full" } } ) {
+      EXPECT_EQ( w.event( { { "event", "fault" }, { "hook", hook }, { "trouble", trouble } } ),
+                 fine );
+   }
+   w.event( { { "event", "mac" },
+              { "op", "add" },
+              { "mac", "02:11:22:00:00:01" },
+              { "vlan", 10 },
+              { "intf", "Ethernet4" } } );
+   w.load( R"({"PORT": {"Ethernet4": {}, "Ethernet8": {}}, "VLAN": {"Vlan10": {}},
+   "VLAN_MEMBER": {"Vlan10|Ethernet8": {}},
+   "VLAN_MAPPING": {"Ethernet4|ingress|30": {"mapped_vlan": "10"}}})" );
+   w.scheduler.runFor( 100 );
+   EXPECT_EQ( w.counter( "vlan", "retries" ), 1u );
+   EXPECT_EQ( w.counter( "vlan-mapping", "retries" ), 1u );
+   EXPECT_GE( w.counter( "mac", "retries" ), 2u ); // it still does not fit
+}
+
+class SlowTask : public Kiv::Task {
+ public:
+   using Task::Task;
+   bool run() override {
+      usleep( 20000 );
+      return false;
+   }
+};
+
+TEST( Ask, TurnsAndSlicesAreMeasured ) {
+   AskedWorld w;
+   Kiv::EventLoop loop;
+   SlowTask task( &loop, 1, "LagConfigAggregatorSm" );
+   loop.runOnce( 0 );
+   task.wake();
+   loop.runOnce( 0 );
+   w.console.loopIs( &loop );
+   auto look = [&]( const String & feature, const String & counter ) {
+      return w.look( "counters", { { "feature", feature }, { "counter", counter } }, "value" )
+            .get< double >();
+   };
+   EXPECT_EQ( look( "agent", "turns" ), 2 );
+   EXPECT_GE( look( "agent", "longest turn in seconds" ), 0.02 );
+   EXPECT_EQ( look( "lag", "slices" ), 1 );
+   EXPECT_GE( look( "lag", "longest slice in seconds" ), 0.02 );
+   EXPECT_EQ( look( "vlan", "slices" ), 0 );
 }
 
 TEST( Ask, TracesAndMessagesAreHeardAsFarAsTheyAreAskedFor ) {

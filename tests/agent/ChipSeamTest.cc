@@ -166,7 +166,7 @@ TEST( ChipSeam, AChipOfOnePartIsServedAndTheRestSaysSo ) {
    EXPECT_EQ( world.show( { "port-channel", "members", "PortChannel7" } )[0]["reason"],
               "no groups in the chip" );
    EXPECT_EQ( world.show( { "hw", "frame", "Ethernet0", "02:11:22:00:00:01" } ),
-              "there is nothing to show as 'hw'" );
+              "there is nothing to show as 'hw frame'; 'show' alone lists what there is" );
    EXPECT_FALSE( world.event( R"({"event": "chipLatency", "seconds": 1})" ) );
 }
 

@@ -44,6 +44,7 @@ class FullWorld : public AgentWorld {
  public:
    FullWorld() { fill(); }
    void fill() {
+      load( R"({"PORT": {}})" ); // what is said as before would not come back
       load( everything );
       for ( auto mac : { "02:11:22:00:00:01", "02:11:22:00:00:02", "02:11:22:00:00:03" } ) {
          event( { { "event", "mac" },
@@ -254,12 +255,8 @@ stateOf( QonAgent::Agent & agent ) {
 }
 
 TEST( LongAnswers, ASnapshotOfEveryMountGoesBackIn ) {
-   // Without sessions: a start believes the hardware's status that those of an earlier life are there.
-   String config = everything;
-   const auto sessions = config.find( R"("MIRROR_SESSION")" );
-   config.erase( sessions, config.find( R"("PORT_STORM_CONTROL")" ) - sessions );
    AgentWorld w;
-   w.load( config );
+   w.load( everything );
    w.acsd().freeMirrorSessionEnq( 3 ); // a queue that a fresh agent has something else in
    w.acsd().freeMirrorSessionEnq( 4 );
    w.agent.inputsRead();
@@ -282,6 +279,18 @@ TEST( LongAnswers, ASnapshotOfEveryMountGoesBackIn ) {
    EXPECT_EQ( more, Lines() );
    EXPECT_EQ( less, Lines() );
    EXPECT_GT( wanted.size(), 150u );
+}
+
+TEST( LongAnswers, AQueueOfASnapshotTakesThePlaceOfWhatWasInIt ) {
+   const String path = "acsd/freeMirrorSession";
+   AgentWorld w;
+   w.acsd().freeMirrorSessionEnq( 3 );
+   w.acsd().freeMirrorSessionEnq( 4 );
+   const Json taken = QonAgent::takeState( w.agent.entities(), path );
+   AgentWorld fresh;
+   fresh.acsd().freeMirrorSessionEnq( 7 );
+   QonAgent::applyState( fresh.agent.entities(), QonAgent::parseState( taken.dump() ) );
+   EXPECT_EQ( QonAgent::takeState( fresh.agent.entities(), path ), taken );
 }
 
 TEST( LongAnswers, AreFilteredByArgumentsWithKeywords ) {

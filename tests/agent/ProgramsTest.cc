@@ -158,7 +158,7 @@ TEST( Programs, BadInputIsOneLineAndExitCode2 ) {
          { "--config", "{\"PORT\": {\n  \"Ethernet0\"",
            ":2:13: not valid JSON: it ends too early" },
          { "--state", "{\"nowhere/x\": 1}", ": nowhere/x: lies in no mount" },
-         { "--events", "{\"event\": 7}", ":1: field 'event' cannot be 7" },
+         { "--events", "{\"event\": 7}", ":1: field 'event': expected a text, found 7" },
    };
    for ( auto & c : cases ) {
       Result result = check( c.option, c.content );
@@ -198,6 +198,10 @@ TEST( Programs, WhoAsksIsToldAndGivenUpInTime ) {
    Result sets = agent.ctl( "set acsd/minIntfs 3 acsd/nothing 1" );
    EXPECT_EQ( sets.code, 1 );
    EXPECT_EQ( agent.ctl( "get acsd/minIntfs" ).output, "0\n" );
+   EXPECT_EQ( agent.ctl( "set acsd/minIntfs 3 acsd/minIntfs 4" ).output,
+              "qonctl: set: acsd/minIntfs is there twice\n" );
+   EXPECT_EQ( agent.ctl( "insert 'bridging/vlan/config/vlanConfig[5000]'" ).output,
+              "qonctl: bridging/vlan/config/vlanConfig[5000]: expected a VLAN from 1 to 4094\n" );
    EXPECT_EQ( sh( program( "qonctl" ) + " complete -- wa" ).output, "watch\nwait-until\n" );
    EXPECT_EQ( agent.ctl( "complete -- show mac vl" ).output, "vlan\n" );
    // One that does not answer any more.
@@ -208,6 +212,91 @@ TEST( Programs, WhoAsksIsToldAndGivenUpInTime ) {
    EXPECT_EQ( silent.code, 2 );
    EXPECT_EQ( silent.output,
               "qonctl: " + agent.socket + ": the agent has not answered within 0.2 s\n" );
+}
+
+TEST( Programs, TheConfigurationIsReadAgainOnRequest ) {
+   const String file = "/tmp/qon-reload." + std::to_string( getpid() );
+   auto write = [&]( const String & text ) { std::ofstream( file ) << text; };
+   write( R"({"PORT": {"Ethernet0": {}, "Ethernet4": {}}, "VLAN": {"Vlan10": {}}})" );
+   RunningAgent agent( { "--config", file } );
+   const String vlan = " 'bridging/vlan/config/vlanConfig[";
+   EXPECT_EQ( agent.ctl( "get" + vlan + "10]'" ).code, 0 );
+   write( R"({"PORT": {"Ethernet0": {}, "Eth)" ); // while somebody writes it
+   kill( agent.pid, SIGHUP );
+   EXPECT_EQ( agent.ctl( "get 'acsd/intf[Ethernet4]'" ).output, "True\n" );
+   write( R"({"PORT": {"Ethernet0": {}}, "VLAN": {"Vlan20": {}}})" );
+   kill( agent.pid, SIGHUP );
+   EXPECT_EQ( agent.ctl( "wait-until 'acsd/intf[Ethernet4]' None --timeout 20" ).code, 0 );
+   EXPECT_EQ( agent.ctl( "show vlan --json" ).output.find( "10" ), String::npos );
+   EXPECT_NE( agent.ctl( "show vlan --json" ).output.find( "20" ), String::npos );
+   EXPECT_EQ( agent.end( SIGTERM ), 0 );
+   unlink( file.c_str() );
+}
+
+TEST( Programs, ARecordingThatCannotGoOnIsOneMessageAndTheAgentGoesOn ) {
+   const String file = "/tmp/qon-recorded." + std::to_string( getpid() );
+   // The configuration alone takes more.
+   Result run = sh( "ulimit -f 4; " + program( "qon-agent" ) +
+                    " --once --virtual-time --config examples/leaf.json --record " + file );
+   EXPECT_EQ( run.code, 0 ) << run.output;
+   EXPECT_NE( run.output.find( "rows used, 0 warnings" ), String::npos ) << run.output;
+   const auto said = run.output.find( "warning: " + file + ": the recording ends here" );
+   ASSERT_NE( said, String::npos ) << run.output;
+   EXPECT_NE( run.output.find( ": File too large\n", said ), String::npos ) << run.output;
+   EXPECT_EQ( run.output.find( "warning: ", said + 1 ), String::npos ) << run.output;
+   Result replayed = sh( program( "qon-agent" ) + " --replay " + file );
+   EXPECT_EQ( replayed.output.find( "differs" ), String::npos ) << replayed.output;
+   unlink( file.c_str() );
+}
+
+TEST( Programs, AFullDiskIsOneMessageAndTheAgentGoesOn ) {
+   if ( sh( "unshare -rm mount -t tmpfs none /mnt" ).code != 0 ) {
+      GTEST_SKIP() << "no file system of one's own here";
+   }
+   const String socket = "/tmp/qon-full." + std::to_string( getpid() ), ctl = program( "qonctl" );
+   Result run =
+         sh( "unshare -rm sh -c 'mount -t tmpfs -o size=16k none /mnt || exit; " +
+             program( "qon-agent" ) + " --socket " + socket +
+             " --config examples/leaf.json --record /mnt/r & " + ctl + " --wait 20 --socket " +
+             socket + " event link port=Ethernet5 up=false; for i in " + "$(seq 99); do " + ctl +
+             " --socket " + socket + " get acsd/minIntfs; done | sort -u; " + ctl + " --socket " +
+             socket + " show interfaces Ethernet5 --json; df /mnt | tail -1; " +
+             "kill $!; wait $!; echo rc=$?'" );
+   const auto said = run.output.find( "the recording ends here" );
+   ASSERT_NE( said, String::npos ) << run.output;
+   EXPECT_NE( run.output.find( "No space left on device", said ), String::npos ) << run.output;
+   EXPECT_EQ( run.output.find( "the recording ends here", said + 1 ), String::npos ) << run.output;
+   EXPECT_NE( run.output.find( R"("link":"down")" ), String::npos ) << run.output;
+   EXPECT_NE( run.output.find( "rc=0" ), String::npos ) << run.output;
+}
+
+TEST( Programs, OutputThatTakesNoMoreIsAnError ) {
+   RunningAgent agent( { "--config", "examples/leaf.json" } );
+   for ( auto words : { "dump", "show interfaces", "get acsd/minIntfs", "watch acsd" } ) {
+      Result full = agent.ctl( String( words ) + " > /dev/full" );
+      EXPECT_EQ( full.code, 1 ) << words;
+      EXPECT_EQ( full.output, "qonctl: standard output: No space left on device\n" ) << words;
+   }
+   EXPECT_EQ( agent.end( SIGTERM ), 0 );
+}
+
+TEST( Programs, WhatIsTypedComesBackEscaped ) {
+   const String evil = "'E\x1b[31m\xff'";
+   for ( auto words : { "qon-agent --once --config", "qon-agent --colour", "qon-agent --replay",
+                        "qonctl --socket", "qonctl get x", "qon-sim --features", "qon-sim --replay",
+                        "qon-sim --faults", "qon-sim --seed", "qon-conformance --only",
+                        "qon-conformance --latency", "qon-conformance" } ) {
+      const String name = String( words ).substr( 0, String( words ).find( ' ' ) );
+      if ( access( program( name ).c_str(), X_OK ) != 0 ) {
+         continue; // the simulation is not built by what these tests need
+      }
+      const Result said = sh( program( words ) + " " + evil +
+                              ( String( words ) == "qonctl --socket" ? " show" : "" ) );
+      EXPECT_EQ( said.code, 2 ) << words << said.output;
+      EXPECT_EQ( said.output.find( name + ": " ), 0u ) << words << said.output;
+      EXPECT_NE( said.output.find( "E\\x1b[31m\\xff" ), String::npos ) << words << said.output;
+      EXPECT_EQ( said.output.find_first_of( "\x1b\xff" ), String::npos ) << words;
+   }
 }
 
 TEST( Programs, OfSeveralThatStartAtOnceOneServes ) {
@@ -296,6 +385,9 @@ TEST( Programs, CommandLinesThatAreWrong ) {
       Result result = sh( program( words ) );
       EXPECT_EQ( result.code, 2 ) << words << result.output;
    }
+   EXPECT_EQ(
+         sh( program( "qon-agent --socket-mode 999" ) ).output,
+         "qon-agent: error: --socket-mode: expected up to 0777, found '999'; --help tells more\n" );
    for ( auto name : { "qon-agent --help", "qonctl --help" } ) {
       Result help = sh( program( name ) );
       EXPECT_EQ( help.code, 0 );

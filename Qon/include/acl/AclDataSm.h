@@ -101,6 +101,8 @@ class AclDataSm : public QonBaseSm {
    const AclRuleSet * committedRules() const { return committed_ ? rules_.ptr() : nullptr; }
    /** The rules that are configured were refused: others are in force, or none. */
    bool failed() const { return failed_; }
+   /** When that began. */
+   Kiv::Seconds failedSince() const { return failedSince_; }
    /** The interfaces that are wanted, and not there yet. */
    template< class Act >
    void forEachJoining( Act && act ) const {
@@ -233,6 +235,7 @@ class AclDataSm : public QonBaseSm {
    bool waitsForNumber_ = false;
    bool force_ = false, retry_ = false, sessions_ = false;
    bool failed_ = false;
+   Kiv::Seconds failedSince_ = 0;
    bool revert_ = false;                     // with the next pass
    bool reverting_ = false;                  // in this pass
    bool makesRoom_ = false;                  // in this pass, for others

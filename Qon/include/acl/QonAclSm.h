@@ -106,6 +106,8 @@ class AclSm : public QonBaseSm, public Checked {
    U32 unblockAcls() const { return U32( unblockAcl_.size() ); }
    /** Operations that the chip has not answered. */
    U32 outstandingOperations() const { return outstanding_.size(); }
+   /** How often an instance without room was tried again since others made room. */
+   U64 retries() const { return retries_; }
    /** The instances that wait for a block to take hold. */
    std::vector< const AclDataSm * > blockIntfsPending() const;
    /** @} */
@@ -341,6 +343,7 @@ class AclSm : public QonBaseSm, public Checked {
    KeySet< AclDataSm * > failing_;   // those whose record has an error
    Kiv::DenseMap< AclDataSm *, Velto::Ptr< AclDataSm > > reverts_;
    bool roomMade_ = false;
+   U64 retries_ = 0;
    Kiv::DenseMap< String, Unit > units_; // that some instance fails on
    KeySet< IntfId > errdisabled_;
    Velto::Ptr< AclCallbackDataSm > callbackDataSm_[3]; // by type

@@ -188,6 +188,8 @@ class VlanMappingSm : public QonBaseSm, public Checked {
    void doAddToUnprogrammedList( IntfId intf, Key key, Direction direction, Source source );
    /** Takes the list and applies what was on it. */
    void reviewUnprogrammedIntfList();
+   /** How often an interface was applied again so. */
+   U64 retries() const { return retries_; }
 
    void handleQonIngVlanMappingStatus( const PortVlanKey & key );
    void handleQonEgrVlanMappingStatus( const PortVlanKey & key );
@@ -277,6 +279,7 @@ class VlanMappingSm : public QonBaseSm, public Checked {
                  QonFlowVlanXlateConfigSm, VlanMappingSm, &VlanMappingSm::makeFlowConfigSm,
                  &VlanMappingSm::cleanUpFlowConfigSm >
          flowConfigSm_{ this };
+   U64 retries_ = 0;
    Kiv::ClockReactor< VlanMappingSm, &VlanMappingSm::reviewUnprogrammedIntfList > retryClock_;
    Kiv::ClockReactor< VlanMappingSm, &VlanMappingSm::handleCodefIngress > codefClockIngress_;
    Kiv::ClockReactor< VlanMappingSm, &VlanMappingSm::handleCodefEgress > codefClockEgress_;
