@@ -1,5 +1,6 @@
 #include "agent/features/TapAggFeature.h"
 
+#include "Qon/include/framework/Reconcile.h"
 #include "agent/ConfigReader.h"
 #include "agent/features/Arguments.h"
 #include "agent/features/TapAggJournal.h"
@@ -86,10 +87,41 @@ TapAggFeature::tables() const {
 
 void
 TapAggFeature::configure( ConfigReader & reader ) {
-   reader.eachRow( "TAP_AGG", [&]( const ConfigRow & row ) { global( reader, row ); } );
-   reader.eachRow( "TAP_PORT", [&]( const ConfigRow & row ) { tapPort( reader, row ); } );
-   reader.eachRow( "TOOL_PORT", [&]( const ConfigRow & row ) { toolPort( reader, row ); } );
-   reader.eachRow( "TAP_POLICY_MAP", [&]( const ConfigRow & row ) { policyMap( reader, row ); } );
+   auto global = std::make_shared< Global >();
+   auto taps = std::make_shared< Configured< IntfId, Tap >::Said >();
+   auto tools = std::make_shared< Configured< IntfId, Tool >::Said >();
+   auto classes = std::make_shared< Configured< ClassName, TapGroups >::Said >();
+   reader.eachRow( "TAP_AGG", [&]( const ConfigRow & row ) { *global = globalOf( row ); } );
+   reader.eachRow( "TAP_PORT", [&]( const ConfigRow & row ) {
+      taps->emplace_back( reader.portOrChannel( "", row.part( 0, 1 ) ), tapOf( row ) );
+   } );
+   reader.eachRow( "TOOL_PORT", [&]( const ConfigRow & row ) {
+      tools->emplace_back( reader.portOrChannel( "", row.part( 0, 1 ) ), toolOf( row ) );
+   } );
+   reader.eachRow( "TAP_POLICY_MAP", [&]( const ConfigRow & row ) {
+      classes->emplace_back( ClassName( row.part( 0, 2 ), row.part( 1, 2 ) ), classOf( row ) );
+   } );
+   reader.apply( [=, this] {
+      Velto::FirstError error;
+      error.run( [&] {
+         tools_.become(
+               *tools, [this]( IntfId intf, auto & ) { toolDel( intf ); },
+               [this]( IntfId intf, const Tool & is, auto ) { toolIs( intf, is ); } );
+      } );
+      error.run( [&] {
+         taps_.become(
+               *taps, [this]( IntfId intf, const Tap & was ) { tapDel( intf, was ); },
+               [this]( IntfId intf, const Tap & is, auto was ) { tapIs( intf, is, was ); } );
+      } );
+      error.run( [&] {
+         classes_.become(
+               *classes, [this]( auto & name, auto & was ) { classDel( name, was ); },
+               [this]( auto & name, auto & is, auto was ) { classIs( name, is, was ); } );
+      } );
+      const Global was = std::exchange( global_, *global );
+      error.run( [&] { globalIs( *global, was ); } );
+      error.pass();
+   } );
 }
 
 namespace {
@@ -114,12 +146,12 @@ groupsIn( const ConfigRow & row ) {
    return groups;
 }
 
-std::vector< Ulnet::IpGenAddr >
+std::set< Ulnet::IpGenAddr >
 endpointsIn( const ConfigRow & row, const char * field ) {
-   std::vector< Ulnet::IpGenAddr > endpoints;
+   std::set< Ulnet::IpGenAddr > endpoints;
    for ( const String & text : row.list( field ) ) {
       try {
-         endpoints.emplace_back( text );
+         endpoints.emplace( text );
       } catch ( const Velto::RangeError & ) {
          throw RowError( field, "'" + text + "' is not an IP address" );
       }
@@ -149,93 +181,169 @@ TapAggFeature::modeIs( bool on ) {
                                         : Qon::HwOperationalMode::switching );
 }
 
-void
-TapAggFeature::global( ConfigReader & reader, const ConfigRow & row ) {
+TapAggFeature::Global
+TapAggFeature::globalOf( const ConfigRow & row ) {
    if ( row.key() != "GLOBAL" ) {
       throw RowError( "", "expected the key GLOBAL" );
    }
-   const bool on = row.flag( "mode", false ), logged = row.flag( "log_resource_full", true ),
-              matchIp = row.flag( "mac_acl_match_ip", false );
-   const String profile = row.text( "tcam_profile" );
-   reader.apply( [=, this] {
-      config_->tcamProfileIs( profile );
-      config_->trafficSteeringMacAclMatchIpIs( matchIp );
-      status_->logHwResourceFullIs( logged );
-      modeIs( on );
-   } );
+   Global is;
+   is.on = row.flag( "mode", false );
+   is.logged = row.flag( "log_resource_full", true );
+   is.matchIp = row.flag( "mac_acl_match_ip", false );
+   is.profile = row.text( "tcam_profile" );
+   return is;
+}
+
+/** A mode that an event brought stays until the file says another one than before. */
+void
+TapAggFeature::globalIs( const Global & is, const Global & was ) {
+   if ( is == was ) {
+      return;
+   }
+   config_->tcamProfileIs( is.profile );
+   config_->trafficSteeringMacAclMatchIpIs( is.matchIp );
+   status_->logHwResourceFullIs( is.logged );
+   if ( is.on != was.on ) {
+      modeIs( is.on );
+   }
+}
+
+TapAggFeature::Tap
+TapAggFeature::tapOf( const ConfigRow & row ) {
+   Tap is;
+   is.groups = groupsIn( row );
+   is.truncationSize = U32( row.number( "truncate_size", 0, mostBytes, 0 ) );
+   is.headerRemove = U32( row.number( "header_remove", 0, mostBytes, 0 ) );
+   is.identity.outerIs( U16( row.number( "identity", 0, 4094, 0 ) ) );
+   is.identity.innerIs( U16( row.number( "inner_identity", 0, 4094, 0 ) ) );
+   is.macAddress = macIn( row, "mac_address" );
+   is.greStrip = row.flag( "gre_strip", false );
+   is.vxlanStrip = row.flag( "vxlan_strip", false );
+   is.mplsPop = row.flag( "mpls_pop", false );
+   is.raw = row.flag( "raw", false );
+   is.endpoints = endpointsIn( row, "gre_strip_endpoints" );
+   is.policyMap = row.text( "policy_map" );
+   return is;
 }
 
 void
-TapAggFeature::tapPort( ConfigReader & reader, const ConfigRow & row ) {
-   const IntfId intf = reader.portOrChannel( "", row.part( 0, 1 ) );
-   const TapGroups groups = groupsIn( row );
-   const U32 size = U32( row.number( "truncate_size", 0, mostBytes, 0 ) ),
-             remove = U32( row.number( "header_remove", 0, mostBytes, 0 ) );
-   const Bridging::IdentityTuple identity( U16( row.number( "identity", 0, 4094, 0 ) ),
-                                           U16( row.number( "inner_identity", 0, 4094, 0 ) ) );
-   const auto mac = macIn( row, "mac_address" );
-   const bool gre = row.flag( "gre_strip", false ), vxlan = row.flag( "vxlan_strip", false ),
-              mpls = row.flag( "mpls_pop", false ), raw = row.flag( "raw", false );
-   const auto endpoints = endpointsIn( row, "gre_strip_endpoints" );
-   const String policy = row.text( "policy_map" );
-   reader.apply( [=, this] {
-      auto tap = config_->tapPortIs( intf );
-      tap->truncationSizeIs( size );
-      tap->identityIs( identity );
-      tap->macAddressIs( mac );
-      tap->headerRemoveIs( remove );
-      tap->greStripIs( gre );
-      for ( auto & endpoint : endpoints ) {
-         tap->greStripForEpIs( endpoint, true );
-      }
-      tap->vxlanStripIs( vxlan );
-      tap->mplsPopIs( mpls );
-      tap->groupsIs( groups );
-      raw ? config_->tapRawIntfIs( intf ) : config_->tapRawIntfDel( intf );
-      if ( !policy.empty() ) {
-         policyMaps_->servicePolicyIs( intf )->policyMapIs( policy );
-      }
-      hwConfig_->tapIntfIs( intf );
-   } );
+TapAggFeature::tapIs( IntfId intf, const Tap & is, const Tap * was ) {
+   auto tap = config_->tapPortIs( intf );
+   tap->truncationSizeIs( is.truncationSize );
+   tap->identityIs( is.identity );
+   tap->macAddressIs( is.macAddress );
+   tap->headerRemoveIs( is.headerRemove );
+   tap->greStripIs( is.greStrip );
+   Qon::reconcile< Ulnet::IpGenAddr >(
+         tap->greStripForEpIteratorConst(), is.endpoints,
+         [&]( const Ulnet::IpGenAddr & end ) { tap->greStripForEpDel( end ); },
+         [&]( const Ulnet::IpGenAddr & end ) { tap->greStripForEpIs( end, true ); } );
+   tap->vxlanStripIs( is.vxlanStrip );
+   tap->mplsPopIs( is.mplsPop );
+   tap->groupsIs( is.groups );
+   is.raw ? config_->tapRawIntfIs( intf ) : config_->tapRawIntfDel( intf );
+   if ( !is.policyMap.empty() ) {
+      policyMaps_->servicePolicyIs( intf )->policyMapIs( is.policyMap );
+   } else if ( was && !was->policyMap.empty() ) {
+      policyMaps_->servicePolicyDel( intf );
+   }
+   hwConfig_->tapIntfIs( intf );
 }
 
 void
-TapAggFeature::toolPort( ConfigReader & reader, const ConfigRow & row ) {
-   const IntfId intf = reader.portOrChannel( "", row.part( 0, 1 ) );
-   const TapGroups groups = groupsIn( row );
-   const U32 size = U32( row.number( "truncate_size", 0, mostBytes, 0 ) );
-   const auto tagging =
+TapAggFeature::tapDel( IntfId intf, const Tap & was ) {
+   config_->tapPortDel( intf );
+   config_->tapRawIntfDel( intf );
+   if ( !was.policyMap.empty() ) {
+      policyMaps_->servicePolicyDel( intf );
+   }
+   hwConfig_->tapIntfDel( intf );
+}
+
+TapAggFeature::Tool
+TapAggFeature::toolOf( const ConfigRow & row ) {
+   Tool is;
+   is.groups = groupsIn( row );
+   is.truncationSize = U32( row.number( "truncate_size", 0, mostBytes, 0 ) );
+   is.identityTagging =
          ToolIdentityMode( row.word( "identity_tagging", { "none", "dot1q", "qinq" }, 0 ) );
-   const U8 tags = U8( row.number( "dot1q_remove", 0, 2, 0 ) );
-   const bool br = row.flag( "br_strip", false ), vn = row.flag( "vn_strip", false ),
-              mpls = row.flag( "mpls_pop", false );
-   reader.apply( [=, this] {
-      auto tool = config_->toolPortIs( intf );
-      tool->truncationSizeIs( size );
-      tool->identityTaggingIs( tagging );
-      tool->dot1qRemoveIs( tags );
-      tool->brStripIs( br );
-      tool->vnStripIs( vn );
-      tool->mplsPopIs( mpls );
-      for ( const String & name : groups ) {
-         tool->groupIs( name );
-      }
-      hwConfig_->toolIntfIs( intf );
-   } );
+   is.dot1qRemove = U8( row.number( "dot1q_remove", 0, 2, 0 ) );
+   is.brStrip = row.flag( "br_strip", false );
+   is.vnStrip = row.flag( "vn_strip", false );
+   is.mplsPop = row.flag( "mpls_pop", false );
+   return is;
 }
 
-/** "MAP|CLASS"; the ids of its groups are published for whoever programs the map. */
 void
-TapAggFeature::policyMap( ConfigReader & reader, const ConfigRow & row ) {
-   const String map = row.part( 0, 2 ), className = row.part( 1, 2 );
+TapAggFeature::toolIs( IntfId intf, const Tool & is ) {
+   auto tool = config_->toolPortIs( intf );
+   tool->truncationSizeIs( is.truncationSize );
+   tool->identityTaggingIs( is.identityTagging );
+   tool->dot1qRemoveIs( is.dot1qRemove );
+   tool->brStripIs( is.brStrip );
+   tool->vnStripIs( is.vnStrip );
+   tool->mplsPopIs( is.mplsPop );
+   toolGroupsAre( intf, is.groups );
+}
+
+void
+TapAggFeature::toolDel( IntfId intf ) {
+   config_->toolPortDel( intf );
+   hwConfig_->toolIntfDel( intf );
+}
+
+/** New ones first. */
+void
+TapAggFeature::toolGroupsAre( IntfId intf, const TapGroups & groups ) {
+   auto tool = config_->toolPortIs( intf );
+   for ( const String & group : groups ) {
+      tool->groupIs( group );
+   }
+   Qon::reconcile< String >(
+         tool->groupIteratorConst(), groups, [&]( const String & g ) { tool->groupDel( g ); },
+         []( const String & ) {} );
+   hwConfig_->toolIntfIs( intf );
+}
+
+TapAggFeature::TapGroups
+TapAggFeature::classOf( const ConfigRow & row ) {
    const TapGroups groups = groupsIn( row );
    if ( groups.empty() ) {
       throw RowError( "groups", "a class needs a group for its frames" );
    }
-   reader.apply( [=, this] {
-      policyMaps_->policyMapIs( map )->classMapIs( className )->groupsIs( groups );
-      pmapGroups_->groupIs( groups.stringValue() );
-   } );
+   return groups;
+}
+
+/** The ids of its groups are published for whoever programs the map. */
+void
+TapAggFeature::classIs( const ClassName & name, const TapGroups & is, const TapGroups * was ) {
+   policyMaps_->policyMapIs( name.first )->classMapIs( name.second )->groupsIs( is );
+   pmapGroups_->groupIs( is.stringValue() );
+   if ( was ) {
+      leaveGroups( *was );
+   }
+}
+
+void
+TapAggFeature::classDel( const ClassName & name, const TapGroups & was ) {
+   if ( const Velto::Ptr< TapAgg::PolicyMap > map = policyMaps_->policyMap( name.first ) ) {
+      map->classMapDel( name.second );
+      if ( map->classMaps() == 0 ) {
+         policyMaps_->policyMapDel( name.first );
+      }
+   }
+   leaveGroups( was );
+}
+
+/** Unless another class has them. */
+void
+TapAggFeature::leaveGroups( const TapGroups & groups ) {
+   for ( auto & [name, held] : classes_.held() ) {
+      if ( held == groups ) {
+         return;
+      }
+   }
+   pmapGroups_->groupDel( groups.stringValue() );
 }
 
 // --- Events --------------------------------------------------------------------------------------
@@ -266,13 +374,7 @@ TapAggFeature::parseTapGroups( const Json & line ) {
 TapAggFeature::Parsed
 TapAggFeature::parseToolGroups( const Json & line ) {
    const IntfId intf = agent_.names().typed( fieldOf< String >( line, "port" ) );
-   return [=, this, groups = groupsField( line )] {
-      auto tool = config_->toolPortIs( intf );
-      Qon::reconcile< String >(
-            tool->groupIteratorConst(), groups, [&]( const String & g ) { tool->groupDel( g ); },
-            [&]( const String & g ) { tool->groupIs( g ); } );
-      hwConfig_->toolIntfIs( intf );
-   };
+   return [=, this, groups = groupsField( line )] { toolGroupsAre( intf, groups ); };
 }
 
 TapAggFeature::Parsed
@@ -310,6 +412,15 @@ TapAggFeature::eventKinds() {
             kind( "toolGroups", R"("port": "Ethernet4", "groups": ["a"])", &F::parseToolGroups ),
             kind( "toolPort", R"("port": "Ethernet4", "active": false)", &F::parseToolPort ),
             kind( "hostFlushed", R"("port": "PortChannel1")", &F::parseFlushed ) };
+}
+
+std::vector< Counter >
+TapAggFeature::counters() const {
+   if ( !sm_ ) {
+      return {};
+   }
+   return { { "groups", sm_->allocatedGroupInfos() },
+            { "groups that wait", sm_->pendingAggGroups() } };
 }
 
 FeatureKind

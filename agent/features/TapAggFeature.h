@@ -15,9 +15,11 @@
 // Sources: TapAggFeature.cc (configuration, events), TapAggFeatureShow.cc.
 
 #include <map>
+#include <set>
 
 #include "Qon/include/tapagg/QonTapaggSm.h"
 #include "agent/AgentFeature.h"
+#include "agent/Configured.h"
 #include "chip/TapAggPart.h"
 
 namespace SoftChip {
@@ -37,6 +39,10 @@ class TapAggFeature : public AgentFeature {
    void configure( ConfigReader & reader ) override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
+   std::vector< Counter > counters() const override;
+   std::vector< String > ownNames() const override {
+      return { "TapAgg::", "TapAggHelper", "Bridging::Input::", "Bridging::HostFlush::" };
+   }
 
    /** Null if the chip has no tap aggregation. */
    Qon::TapAggSm * tapAggSm() const;
@@ -47,10 +53,48 @@ class TapAggFeature : public AgentFeature {
    using Parsed = std::function< void() >;
    class Journal;
 
-   void global( ConfigReader & reader, const ConfigRow & row );
-   void tapPort( ConfigReader & reader, const ConfigRow & row );
-   void toolPort( ConfigReader & reader, const ConfigRow & row );
-   void policyMap( ConfigReader & reader, const ConfigRow & row );
+   // What rows say.
+   struct Global {
+      bool on = false;
+      bool matchIp = false;
+      bool logged = true;
+      String profile;
+      bool operator==( const Global & ) const = default;
+   };
+   struct Tap {
+      TapGroups groups;
+      U32 truncationSize = 0;
+      Bridging::IdentityTuple identity;
+      Ulnet::EthAddr macAddress;
+      U32 headerRemove = 0;
+      bool greStrip = false, vxlanStrip = false, mplsPop = false, raw = false;
+      std::set< Ulnet::IpGenAddr > endpoints;
+      String policyMap;
+      bool operator==( const Tap & ) const = default;
+   };
+   struct Tool {
+      TapGroups groups;
+      U32 truncationSize = 0;
+      Bridging::Input::ToolIdentityMode identityTagging = {};
+      U8 dot1qRemove = 0;
+      bool brStrip = false, vnStrip = false, mplsPop = false;
+      bool operator==( const Tool & ) const = default;
+   };
+   using ClassName = std::pair< String, String >; ///< of the map, and its own
+
+   static Global globalOf( const ConfigRow & row );
+   static Tap tapOf( const ConfigRow & row );
+   static Tool toolOf( const ConfigRow & row );
+   static TapGroups classOf( const ConfigRow & row );
+   void globalIs( const Global & is, const Global & was );
+   void tapIs( IntfId intf, const Tap & is, const Tap * was );
+   void tapDel( IntfId intf, const Tap & was );
+   void toolIs( IntfId intf, const Tool & is );
+   void toolDel( IntfId intf );
+   void classIs( const ClassName & name, const TapGroups & is, const TapGroups * was );
+   void classDel( const ClassName & name, const TapGroups & was );
+   void leaveGroups( const TapGroups & groups );
+   void toolGroupsAre( IntfId intf, const TapGroups & groups );
    void modeIs( bool on );
    Parsed parseTapGroups( const Json & line );
    Parsed parseToolGroups( const Json & line );
@@ -77,6 +121,10 @@ class TapAggFeature : public AgentFeature {
    const Velto::Ptr< Bridging::HostFlush::RequestDir > requests_;
    const Velto::Ptr< Bridging::HostFlush::ReplyDir > replies_;
    Velto::Ptr< Journal > sm_;
+   Global global_;
+   Configured< IntfId, Tap > taps_;
+   Configured< IntfId, Tool > tools_;
+   Configured< ClassName, TapGroups > classes_;
 };
 
 } // namespace QonAgent

@@ -36,11 +36,15 @@ const char config[] = R"({
 class TapAggAgent : public testing::Test {
  protected:
    TapAggAgent() {
-      auto db = QonAgent::ConfigDb::parse( "x.json", config );
-      report = QonAgent::ConfigReader( agent, db ).load();
+      report = load( config );
       agent.inputsRead();
       scheduler.runFor( 1 );
    }
+   QonAgent::ConfigReport load( const String & text ) {
+      auto db = QonAgent::ConfigDb::parse( "x.json", text );
+      return QonAgent::ConfigReader( agent, db ).load();
+   }
+   const QonChip::HeldTapAgg & held() { return chip.of< SoftChip::TapAggPart >().table().held(); }
    void event( const String & text ) {
       const Json line = Json::parse( "{" + text + "}" );
       for ( auto & kind : agent.eventKinds() ) {
@@ -124,6 +128,38 @@ TEST_F( TapAggAgent, FromTheTablesToTheTools ) {
    event( R"("event": "operationalMode", "mode": "switching")" );
    scheduler.runFor( 5 );
    EXPECT_EQ( show( { "hw", "tap-agg" } ).size(), 0u );
+   EXPECT_FALSE( chip.of< SoftChip::TapAggPart >().table().refused() );
+}
+
+/** A file that comes behind another one is a difference to it. */
+TEST_F( TapAggAgent, AFileIsReadAgain ) {
+   const String ports = R"("PORT": { "Ethernet0": {}, "Ethernet4": {}, "Ethernet8": {} })";
+   const String next = "{" + ports + R"(, "TAP_AGG": { "GLOBAL": { "mode": "on" } },
+      "TAP_PORT": { "Ethernet0": { "groups": "mail" } },
+      "TOOL_PORT": { "Ethernet8": { "groups": "web,mail" } },
+      "TAP_POLICY_MAP": { "pm|fax": { "groups": "voice" }, "pm2|fax": { "groups": "fax" } } })";
+   EXPECT_EQ( load( next ).warnings, std::vector< String >() );
+   scheduler.runFor( 1.1 );
+   QonChip::HeldTapPort neutral;
+   neutral.group = held().taps.at( intf( "Ethernet0" ) ).group;
+   EXPECT_EQ( held().taps, ( std::map{ std::pair( intf( "Ethernet0" ), neutral ) } ) );
+   EXPECT_EQ( held().tools.size(), 1u );
+   EXPECT_EQ( held().groups.size(), 4u );
+   EXPECT_EQ( out( "Ethernet0" ), std::set{ intf( "Ethernet8" ) } );
+   auto maps = agent.entities().mount< TapAgg::PolicyMapConfig >( "tapagg/policymap/config" );
+   auto ids = agent.entities().mount< TapAgg::PmapGroupStatus >( "tapagg/pmapgroup/status" );
+   auto followed = agent.entities().mount< TapAgg::HwConfig >( "tapagg/hwconfig" );
+   EXPECT_EQ( maps->servicePolicies() + maps->policyMap( "pm" )->classMaps(), 1u );
+   EXPECT_EQ( ids->groupNameToIds(), 2u );
+   EXPECT_EQ( followed->tapIntfs() + followed->toolIntfs(), 2u );
+   // What became of it meanwhile stays.
+   event( R"("event": "toolGroups", "port": "Ethernet8", "groups": ["web"])" );
+   load( next );
+   EXPECT_TRUE( out( "Ethernet0" ).empty() );
+   load( "{" + ports + "}" );
+   EXPECT_EQ( maps->policyMaps() + ids->groupNameToIds(), 0u );
+   scheduler.runFor( 6 );
+   EXPECT_EQ( held(), QonChip::HeldTapAgg() );
    EXPECT_FALSE( chip.of< SoftChip::TapAggPart >().table().refused() );
 }
 
