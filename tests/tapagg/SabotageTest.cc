@@ -127,6 +127,37 @@ TEST( TapAggSabotage, HooksThatRaise ) {
          } );
 }
 
+/** Everything goes nevertheless. */
+TEST( TapAggSabotage, HooksThatRaiseInTheCleanUp ) {
+   bool struck = true;
+   for ( U32 at = 1; struck && !testing::Test::HasFailure(); ++at ) {
+      TapAggWorld w;
+      prepare( w );
+      w.join( 1, 5 );
+      w.tap( eth( 1 ), "a" )->mplsPopIs( true );
+      w.mode();
+      w.sm->initializedIs( true );
+      struck = false;
+      U32 calls = 0;
+      w.log.during = [&]( const String & ) {
+         if ( ++calls == at ) {
+            struck = true;
+            throw Velto::RangeError( "hook" );
+         }
+      };
+      SCOPED_TRACE( "call " + std::to_string( at ) );
+      try {
+         w.sm->doCleanup();
+         EXPECT_FALSE( struck );
+      } catch ( const Velto::RangeError & ) {
+         EXPECT_TRUE( struck );
+      }
+      EXPECT_TRUE( w.empty() );
+      EXPECT_FALSE( w.sm->initialized() );
+      EXPECT_TRUE( !struck || at < calls );
+   }
+}
+
 TEST( TapAggSabotage, HooksThatEndTheStateMachine ) {
    atEachCall(
          64, []( TapAggWorld & w ) { w.sm = nullptr; },
