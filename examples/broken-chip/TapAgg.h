@@ -70,7 +70,7 @@ class ChipTapAgg : public Qon::TapAggHelper {
 
    bool verifyHwState() override { return held_.inited; }
    bool verifyAggGroup( const String & name, U32 group ) override {
-      return held_.groups[group] == name;
+      return of( held_.groups, group ) == name;
    }
    bool verifyTapPort( IntfId intf, bool enabled, bool ) override {
       return held_.taps.contains( intf ) == enabled;
@@ -79,32 +79,41 @@ class ChipTapAgg : public Qon::TapAggHelper {
       return held_.tools.contains( intf ) == enabled;
    }
    bool verifyTapPortAssociation( IntfId intf, U32 group ) override {
-      return tap( intf ).group == group;
+      return of( held_.taps, intf ).group == group;
    }
    bool verifyToolPortAssociation( IntfId intf, U32 group ) override {
-      return tool( intf ).groups.contains( group );
+      return of( held_.tools, intf ).groups.contains( group );
    }
    bool verifyTapTruncationSize( IntfId intf, U32 size ) override {
-      return tap( intf ).truncationSize == size;
+      return of( held_.taps, intf ).truncationSize == size;
    }
    bool verifyToolTruncationSize( IntfId intf, U32 size ) override {
-      return tool( intf ).truncationSize == size;
+      return of( held_.tools, intf ).truncationSize == size;
    }
    bool verifyIdentityTag( IntfId intf, const IdentityTuple & identity ) override {
-      return tap( intf ).identity == identity;
+      return of( held_.taps, intf ).identity == identity;
    }
    bool verifyTaggingOnEgress( IntfId intf, ToolIdentityMode mode ) override {
-      return tool( intf ).identityTagging == mode;
+      return of( held_.tools, intf ).identityTagging == mode;
    }
    bool verifyToolBrStrip( IntfId intf, bool strip ) override {
-      return tool( intf ).brStrip == strip;
+      return of( held_.tools, intf ).brStrip == strip;
    }
-   bool verifyToolMplsPop( IntfId intf, bool pop ) override { return tool( intf ).mplsPop == pop; }
+   bool verifyToolMplsPop( IntfId intf, bool pop ) override {
+      return of( held_.tools, intf ).mplsPop == pop;
+   }
    bool verifyToolVnStrip( IntfId intf, bool strip ) override {
-      return tool( intf ).vnStrip == strip;
+      return of( held_.tools, intf ).vnStrip == strip;
    }
 
  private:
+   /** What the table has under the key; without an entry, what a new one would have. */
+   template< class Table >
+   static typename Table::mapped_type of( const Table & table,
+                                          const typename Table::key_type & key ) {
+      auto entry = table.find( key );
+      return entry == table.end() ? typename Table::mapped_type() : entry->second;
+   }
    QonChip::HeldTapPort & tap( IntfId intf ) { return held_.taps[intf]; }
    QonChip::HeldToolPort & tool( IntfId intf ) { return held_.tools[intf]; }
 
