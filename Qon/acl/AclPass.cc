@@ -8,6 +8,7 @@
 
 namespace Qon {
 
+using Acl::AclDirection;
 using Acl::AclType;
 using Ulnet::IntfId;
 
