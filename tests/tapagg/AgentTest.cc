@@ -149,7 +149,7 @@ TEST_F( TapAggAgent, AFileIsReadAgain ) {
    auto maps = agent.entities().mount< TapAgg::PolicyMapConfig >( "tapagg/policymap/config" );
    auto ids = agent.entities().mount< TapAgg::PmapGroupStatus >( "tapagg/pmapgroup/status" );
    auto followed = agent.entities().mount< TapAgg::HwConfig >( "tapagg/hwconfig" );
-   EXPECT_EQ( maps->servicePolicies() + maps->policyMap( "pm" )->classMaps(), 1u );
+   EXPECT_EQ( maps->servicePolicys() + maps->policyMap( "pm" )->classMaps(), 1u );
    EXPECT_EQ( ids->groupNameToIds(), 2u );
    EXPECT_EQ( followed->tapIntfs() + followed->toolIntfs(), 2u );
    // What became of it meanwhile stays.
