@@ -26,6 +26,8 @@ using namespace QonAgent;
 constexpr int exitRefused = 1; // also: verification has findings
 constexpr int exitNoAgent = 2; // also: the command line is wrong
 
+const CLI::Range aTime( 0.0, 1e6 ); // in seconds
+
 struct Options {
    String socket; // empty: the one of the environment, or the default
    double wait = 0;
@@ -412,7 +414,7 @@ describe( CLI::App & app, Options & options, Command & command ) {
    wait->add_option( "VALUE", options.value, "its text; None: there is none" )->required();
    options.seconds = 60;
    wait->add_option( "--timeout,--within", options.seconds, "seconds to wait" )
-         ->check( CLI::NonNegativeNumber )
+         ->check( aTime )
          ->capture_default_str();
    auto trace = sub( "trace", "print the traces of a facility where the agent's messages go",
                      &Ctl::trace );
@@ -476,10 +478,10 @@ main( int argc, char ** argv ) {
    CLI::App app( "Console of a running qon-agent." );
    app.add_option( "-s,--socket", options.socket, "the agent's socket" )->type_name( "PATH" );
    app.add_option( "--wait", options.wait, "seconds to wait for the agent to be there" )
-         ->check( CLI::NonNegativeNumber );
+         ->check( aTime );
    app.add_option( "--timeout", options.timeout,
                    "seconds after which an agent that says nothing is given up; 0: never" )
-         ->check( CLI::NonNegativeNumber )
+         ->check( aTime )
          ->capture_default_str();
    app.set_version_flag( "--version", "qonctl " + agentVersion() );
    app.failure_message( []( const CLI::App *, const CLI::Error & e ) {

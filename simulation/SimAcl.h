@@ -55,6 +55,7 @@ class SimAcl : public SimFeature {
    struct Admitted {
       std::set< std::pair< String, Texts > > old; ///< by the list's name
       std::set< String > lists;                   ///< that it should have had since
+      Place place;                                ///< where the state machine has it
    };
 
    /** @name Operations */

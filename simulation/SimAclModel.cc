@@ -296,6 +296,7 @@ SimAcl::takeGuards() const {
       for ( auto acl : chip_.table().deciders( type, direction, use ) ) {
          admitted.old.insert( { acl->aclName, textsOf( acl->rules ) } );
       }
+      admitted.place = place;
       if ( !permits( type ) && !admitted.old.empty() ) {
          guards_[guard] = admitted;
       }
@@ -313,11 +314,16 @@ SimAcl::takeGuards() const {
 /** Where no list is wanted, and where one was refused, nothing needs to decide. */
 void
 SimAcl::dropGuards( const std::map< Guard, Place > & now ) const {
-   std::erase_if( guards_, [&]( auto & guard ) {
-      auto place = now.find( guard.first );
-      return place == now.end() || permits( std::get< 0 >( guard.first ) ) ||
-             refusedAt( guard.first, place->second );
-   } );
+   for ( auto entry = guards_.begin(); entry != guards_.end(); ) {
+      auto & [guard, admitted] = *entry;
+      auto place = now.find( guard );
+      if ( place != now.end() && sm_->initialized() ) { // else nothing is heard of it
+         admitted.place = place->second;
+      }
+      const bool drop = place == now.end() || permits( std::get< 0 >( guard ) ) ||
+                        refusedAt( guard, admitted.place );
+      entry = drop ? guards_.erase( entry ) : std::next( entry );
+   }
 }
 
 void

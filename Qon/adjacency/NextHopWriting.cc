@@ -30,7 +30,6 @@ checkWeight( const ViaAndWeight & viaAndWeightIn ) {
 /** Room for one more. */
 void
 grow( ViaList::Vias & vias ) {
-   checkSize( U32( vias.size() ) + 1 );
    if ( vias.size() == vias.capacity() ) {
       vias.reserve( std::min< std::size_t >( 2 * vias.capacity() + !vias.capacity(),
                                              NextHopCollection::mostVias ) );
@@ -60,11 +59,11 @@ void
 NextHopCollection::viaAndWeightPush( const ViaAndWeight & viaAndWeight ) {
    checkWeight( viaAndWeight );
    checkSize( viaAndWeights() + 1 );
-   const ViaAndWeight fresh( viaAndWeight ); // it may lie in the list
+   ViaAndWeight fresh( viaAndWeight ); // it may lie in the list
    auto & vias = viaListMut().vias;
    grow( vias );
-   vias.push_back( fresh );
    totalWeightIs( totalWeight() + fresh.weight() );
+   vias.push_back( std::move( fresh ) );
 }
 
 void
@@ -224,36 +223,24 @@ NextHopCollection::replaceNextHopsAtIndexes( const Indexes & idxsToDel,
     largest weight stays, and later ones are merged into it. */
 void
 NextHopCollection::mergeDuplicates() {
-   Kiv::DenseMap< NextHop, U32 > first;
+   Kiv::DenseMap< NextHop, U32 > into; // where in `weights` what equals it goes
+   std::vector< std::pair< U32, U32 > > weights;
    Indexes merged;
-   std::vector< U64 > sums( viaAndWeights() );
    for ( U32 index = 0; index < viaAndWeights(); ++index ) {
       const auto & entry = list().vias[index];
-      sums[index] = entry.weight();
       if ( !entry.via() ) {
          continue;
       }
-      auto [into, fresh] = first.emplace( entry.via(), index );
-      if ( fresh ) {
-         continue;
-      }
-      if ( sums[*into] + entry.weight() > mostWeight ) {
-         *into = index;
-      } else {
-         sums[*into] += entry.weight();
+      auto [at, fresh] = into.emplace( entry.via(), U32( weights.size() ) );
+      if ( !fresh && U64( weights[*at].second ) + entry.weight() <= mostWeight ) {
+         weights[*at].second += entry.weight();
          merged.push_back( index );
+      } else {
+         *at = U32( weights.size() );
+         weights.emplace_back( index, entry.weight() );
       }
    }
-   if ( merged.empty() ) {
-      return;
-   }
-   const U64 total = totalWeight();
-   auto & vias = viaListMut().vias;
-   for ( U32 index = 0; index < vias.size(); ++index ) {
-      vias[index].weightIs( U32( sums[index] ) );
-   }
-   delNextHopsAtIndexes( merged );
-   totalWeightIs( total );
+   mergeEntries( weights, merged );
 }
 
 void
@@ -283,10 +270,23 @@ NextHopCollection::compressAdjacentVias() {
       }
    }
    close();
-   for ( auto [at, weight] : runs ) {
-      viaAndWeightIs( at, ViaAndWeight( list().vias[at].via(), weight ) );
+   mergeEntries( runs, idxsToDel );
+}
+
+/** Gives entries the weights of others that go: the total stays. */
+void
+NextHopCollection::mergeEntries( const std::vector< std::pair< U32, U32 > > & weights,
+                                 const Indexes & idxsToDel ) {
+   if ( idxsToDel.empty() ) {
+      return;
+   }
+   const U64 total = totalWeight();
+   auto & vias = viaListMut().vias;
+   for ( auto [at, weight] : weights ) {
+      vias[at].weightIs( weight );
    }
    delNextHopsAtIndexes( idxsToDel );
+   totalWeightIs( total );
 }
 
 // Flags

@@ -92,6 +92,7 @@ MacFeature::MacFeature( Agent & agent )
     : agent_( agent ), part_( agent.chip().part< QonChip::MacPart >() ),
       programmer_( part_ ? part_->makeProgrammer() : nullptr ) {
    if ( programmer_ ) {
+      programmer_->hasNotificationActiveIs( true );
       programmer_->initializedIs( true );
    }
 }

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cmath>
+#include <utility>
 
 #include "platform/Velto/Scope.h"
 
@@ -68,7 +69,13 @@ FdWatch::wanted( bool readable, bool writable ) {
    VELTO_ASSERT( epoll_ctl( loop_->epoll_, EPOLL_CTL_MOD, fd_, &e ) == 0 );
 }
 
-EventLoop::EventLoop() {
+namespace {
+
+EventLoop * latest = nullptr;
+
+} // namespace
+
+EventLoop::EventLoop() : former_( std::exchange( latest, this ) ) {
    epoll_ = epoll_create1( EPOLL_CLOEXEC );
    timer_ = timerfd_create( CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK );
    VELTO_ASSERT( epoll_ >= 0 && timer_ >= 0 );
@@ -79,8 +86,22 @@ EventLoop::EventLoop() {
 }
 
 EventLoop::~EventLoop() {
+   EventLoop ** link = &latest;
+   while ( *link != this ) {
+      link = &( *link )->former_;
+   }
+   *link = former_;
    close( timer_ );
    close( epoll_ );
+}
+
+EventLoop *
+EventLoop::of( const TaskScheduler * scheduler ) {
+   EventLoop * loop = latest;
+   while ( loop && loop != scheduler ) {
+      loop = loop->former_;
+   }
+   return loop;
 }
 
 /** Arms the timer for the next clock; what epoll may wait, in milliseconds. */

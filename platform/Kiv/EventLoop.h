@@ -50,6 +50,8 @@ class EventLoop : public TaskScheduler {
  public:
    EventLoop();
    ~EventLoop();
+   /** The loop that a scheduler is; null for one whose time is virtual, which watches nothing. */
+   static EventLoop * of( const TaskScheduler * scheduler );
 
    /** Runs until stop(). Kiv::now() is the system's monotonic clock. */
    void run();
@@ -67,6 +69,7 @@ class EventLoop : public TaskScheduler {
    bool runSliceOf( Task & task ) override;
    int waitTime( Seconds limit );
 
+   EventLoop * former_; // the one that was made before, of those that live
    int epoll_ = -1;
    int timer_ = -1;
    bool stopped_ = false;

@@ -24,7 +24,7 @@ class HybridSet {
    HybridSet() = default;
    HybridSet( HybridSet && o ) noexcept
        : many_( std::move( o.many_ ) ), one_( std::move( o.one_ ) ),
-         inlined_( std::exchange( o.inlined_, false ) ) {}
+         inlined_( std::exchange( o.inlined_, false ) ), came_( o.came_ ) {}
    HybridSet & operator=( const HybridSet & ) = delete;
 
    U32 size() const { return inlined_ ? 1 : many_.size(); }
@@ -36,6 +36,7 @@ class HybridSet {
    bool insert( const K & k ) {
       if ( empty() ) {
          one_ = k;
+         ++came_;
          return inlined_ = true;
       }
       if ( inlined_ && one_ != k ) {
@@ -50,6 +51,9 @@ class HybridSet {
          inlined_ = false;
          return true;
       }
+      if ( !many_.empty() && many_.front().key == k ) {
+         ++came_;
+      }
       return many_.erase( k );
    }
 
@@ -62,49 +66,50 @@ class HybridSet {
             if ( *walk_ ) { // it ends with what DelAll took away
                ++*walk_;
             }
-            skip();
-            open_ = walk_ || set_->inlined_;
-            one_ = set_->one_;
-         } else if ( set_->inlined_ && one_ != set_->one_ ) {
-            one_ = set_->one_;
+            settle();
+         } else if ( const bool same = came_ == set_->came_; set_->inlined_ ) {
+            same ? void( open_ = false ) : showOne();
          } else {
-            done_ = one_;
-            open_ = false;
-            if ( !set_->inlined_ ) {
-               open();
+            open();
+            if ( open_ && same && walk_->alive() && walk_->key() == one_ ) {
+               ++*this; // it was shown when it was in the object
             }
          }
          return *this;
       }
       const K & key() const { return walk_ ? walk_->key() : one_; }
       const Nothing & value() const { return nothing; }
-      bool alive() const { return walk_ ? walk_->alive() : set_->has( one_ ); }
+      bool alive() const {
+         return walk_ ? walk_->alive() : came_ == set_->came_ && set_->has( one_ );
+      }
 
     private:
       using Many = DenseMap< K, Nothing >;
       void open() {
-         if ( set_->inlined_ ) {
-            one_ = set_->one_;
-         } else if ( !set_->many_.empty() ) {
+         if ( !set_->inlined_ ) {
             walk_.emplace( const_cast< Many & >( set_->many_ ) );
-            skip();
          }
-         open_ = walk_ || set_->inlined_;
+         settle();
       }
-      /** What was visited in the object is not visited again; a walk at its end is none. */
-      void skip() {
-         while ( *walk_ && walk_->alive() && done_ && walk_->key() == *done_ ) {
-            ++*walk_;
+      /** On what the walk shows; where that has ended, on what has come into the object since. */
+      void settle() {
+         if ( walk_ && *walk_ ) {
+            open_ = true;
+            return;
          }
-         if ( !*walk_ ) {
-            walk_.reset();
-         }
+         walk_.reset();
+         set_->inlined_ ? showOne() : void( open_ = false );
+      }
+      void showOne() {
+         one_ = set_->one_;
+         came_ = set_->came_;
+         open_ = true;
       }
       static constexpr Nothing nothing{};
       const HybridSet * set_;
       std::optional< typename Many::Walk > walk_;
-      std::optional< K > done_;
       K one_{};
+      U16 came_ = 0;
       bool open_ = false;
    };
 
@@ -112,6 +117,7 @@ class HybridSet {
    DenseMap< K, Nothing > many_; // empty while the only key is in the object
    K one_{};
    bool inlined_ = false;
+   U16 came_ = 0; // changes when a key comes into the object, and when the first of many goes
 };
 
 } // namespace Kiv

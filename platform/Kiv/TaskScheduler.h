@@ -21,7 +21,8 @@ namespace Kiv {
 
 class TaskScheduler;
 
-/** Work that is done in slices. The owner keeps it; its destruction withdraws it. */
+/** Work that is done in slices. The owner keeps it; its destruction withdraws it. It may outlive its
+    scheduler, and then does nothing. */
 class Task {
  public:
    Task( TaskScheduler * scheduler, U32 priority, const String & name );
@@ -47,7 +48,9 @@ class Task {
    TaskScheduler * scheduler_;
    U32 priority_;
    bool awake_ = false;
-   Task * next_ = nullptr;
+   Task * next_ = nullptr;   // in the queue
+   Task * before_ = nullptr; // of all tasks
+   Task * after_ = nullptr;
    String name_;
 };
 
@@ -101,6 +104,7 @@ class TaskScheduler {
    TimerWheel wheel_;
    SliceBudget budget_;
    TurnWatch * turnWatch_ = nullptr;
+   Task * tasks_ = nullptr;
    Task * ready_ = nullptr; // by priority, then by arrival
    Task * running_ = nullptr;
    Seconds deadline_ = 0;

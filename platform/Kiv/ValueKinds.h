@@ -224,15 +224,7 @@ class Uncompared {
    constexpr explicit T( KivWord value ) : value_( KivWord( value & allBits ) ) {}                 \
    constexpr explicit T( Bit bit ) : T( KivWord( U64( 1 ) << U32( bit ) ) ) {}                     \
    explicit T( const Velto::String & text ) {                                                      \
-      ::Kiv::ValueReader r( #ns "::" #T, text );                                                   \
-      while ( r.next() ) {                                                                         \
-         try {                                                                                     \
-            KIV_EACH( KIV_BIT_READ_, __VA_ARGS__ )                                                 \
-         } catch ( const Velto::RangeError & e ) {                                                 \
-            r.refuseValue( e );                                                                    \
-         }                                                                                         \
-         r.refuseField();                                                                          \
-      }                                                                                            \
+      KIV_READ_FIELDS_( ns, T, KIV_BIT_READ_, __VA_ARGS__ )                                        \
    }                                                                                               \
    constexpr KivWord value() const {                                                               \
       return value_;                                                                               \

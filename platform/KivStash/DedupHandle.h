@@ -153,11 +153,11 @@ class DedupHandle {
    friend class DedupTable< T >;
    struct Shared final : Dedupable< Shared > {
       using Content = T;
-      Shared( const T & v, U64 h ) : value( v ), valueHash( h ) {}
+      Shared( const T & v, U64 h ) : valueHash( h ), value( v ) {}
       ~Shared() override { this->dedupLeave(); }
       const T & dedupContent() const { return value; }
+      const U64 valueHash; // beside the count
       const T value;
-      const U64 valueHash;
    };
    explicit DedupHandle( Velto::Ptr< Shared > node ) : node_( std::move( node ) ) {}
    Velto::Ptr< Shared > node_;

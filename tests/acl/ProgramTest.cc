@@ -275,9 +275,11 @@ TEST( AclRevert, WhatFoundNoRoomIsTriedWhenOthersGo ) {
    w.settle();
    EXPECT_EQ( w.chip(), Chip{ "a( 0, in, default ): Ethernet1" } );
    EXPECT_EQ( w.errdisable->intfStatuss(), 0u ); // a shortage is no fault of the list
+   EXPECT_EQ( w.aclSm->retries(), 0u );
    w.detach( "Ethernet1" );
    w.settle();
    EXPECT_EQ( w.chip(), Chip{ "b( 0, in, default ): Ethernet2" } );
+   EXPECT_EQ( w.aclSm->retries(), 1u );
    EXPECT_EQ( w.logged().size(), 4u ); // both units, twice
 }
 

@@ -289,7 +289,7 @@ class TypesHistory {
 };
 
 TEST( TableTypes, FollowTheFecsThatAreHeld ) {
-   for ( U32 seed = 0; seed < 100 && !testing::Test::HasFailure(); ++seed ) {
+   for ( U32 seed = 0; seed < seeds( 300 ) && !testing::Test::HasFailure(); ++seed ) {
       SCOPED_TRACE( seed );
       TypesHistory history( seed );
       for ( U32 i = 0; i < 1000 && !testing::Test::HasFailure(); ++i ) {
@@ -359,24 +359,37 @@ TEST( TableTypes, WatchersMayUndoWhatTheyHear ) {
    EXPECT_EQ( "", other->checkInvariants() );
 }
 
-TEST( TableTypes, WalksSeeTheSetWhicheverFormItHas ) {
-   auto adj = adjacency();
-   adj->adjEntryIs( one );
-   std::vector< U64 > walked;
-   for ( auto i = adj->adjEntryIteratorConst(); i; ++i ) {
-      walked.push_back( i.key().value() );
-      if ( i.key() == one ) {
-         adj->adjEntryIs( two );
-         adj->adjEntryIs( three );
-      } else if ( i.key() == two ) {
-         adj->adjEntryDelAll();
-         adj->adjEntryIs( GlobalFecId( 4 ) );
-      } else if ( i.key() == GlobalFecId( 4 ) ) {
-         adj->adjEntryDel( GlobalFecId( 4 ) );
-         adj->adjEntryIs( GlobalFecId( 5 ) );
+/** Who stays from when it was first there to the end of a walk is visited once. */
+TEST( HybridSet, WalksSeeTheSetWhicheverFormItHas ) {
+   for ( U32 seed = 0; seed < seeds( 5000 ) && !testing::Test::HasFailure(); ++seed ) {
+      SCOPED_TRACE( seed );
+      Kiv::Rng rng( seed );
+      Kiv::HybridSet< U32 > set;
+      std::map< U32, int > visits;
+      const auto change = [&] {
+         const U32 key = rng.below( 4 );
+         const bool came = rng.percent( 60 );
+         ASSERT_EQ( came != visits.count( key ), came ? set.insert( key ) : set.erase( key ) );
+         came ? void( visits.emplace( key, 0 ) ) : void( visits.erase( key ) );
+         ASSERT_EQ( visits.size(), set.size() );
+      };
+      for ( U32 n = rng.below( 6 ); n; --n ) {
+         change();
+      }
+      U32 steps = 0;
+      for ( Kiv::HybridSet< U32 >::Walk walk( set ); walk; ++walk, ++steps ) {
+         ASSERT_TRUE( walk.alive() );
+         ++visits[walk.key()];
+         const U32 key = walk.key();
+         for ( U32 n = steps < 20 ? rng.below( 4 ) : 0; n; --n ) {
+            change();
+         }
+         ASSERT_TRUE( walk.alive() ? visits.count( key ) && visits[key] : true );
+      }
+      for ( auto [key, times] : visits ) {
+         ASSERT_EQ( 1, times ) << key;
       }
    }
-   EXPECT_EQ( ( std::vector< U64 >{ 1, 2, 4, 5 } ), walked );
 }
 
 TEST( AdjacencySabotage, OfItsFecsAndTypes ) {

@@ -14,6 +14,8 @@ fields( const char * type ) {
    const String text = T().stringValue();
    EXPECT_EQ( 0u, text.find( "Value('" + String( type ) + "', ** {'" ) ) << text;
    EXPECT_EQ( T(), T( text ) );
+   EXPECT_TRUE( T().isEq( T() ) && T().hash() == T( text ).hash() );
+   static_assert( std::three_way_comparable< T > );
    String names;
    for ( Kiv::ValueReader r( type, text ); r.next(); ) {
       names += ( names.empty() ? "" : " " ) + r.name();

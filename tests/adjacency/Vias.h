@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
 #include "Qon/include/adjacency/NextHopCollection.h"
 
 namespace Tests {
@@ -11,6 +13,13 @@ using Qon::NextHop;
 using Qon::NextHopCollection;
 using Qon::NextHopType;
 using Velto::String;
+
+/** How many random histories there are. A longer search is made by hand: ADJACENCY_SEEDS=20000. */
+inline U32
+seeds( U32 usual ) {
+   const char * wanted = std::getenv( "ADJACENCY_SEEDS" );
+   return wanted ? U32( std::atoi( wanted ) ) : usual;
+}
 
 /** Next hop `number`, of that type. */
 inline Qon::PlatformApi::Via

@@ -163,8 +163,8 @@ TEST( Ask, RetriesAreCounted ) {
       EXPECT_EQ( w.counter( feature, "retries" ), 0u ) << feature;
    }
    w.chip.faults().limitIs( "hostTable", 0 );
-   for ( auto & [hook, trouble] : std::map< String, String >{
-               { "vlanMapping", "busy" }, { "doUpdateVlan", "fail" }, { "prepareAcl", "full" } } ) {
+   for ( auto & [hook, trouble] :
+         std::map< String, String >{ { "vlanMapping", "busy" }, { "doUpdateVlan", "fail" } } ) {
       EXPECT_EQ( w.event( { { "event", "fault" }, { "hook", hook }, { "trouble", trouble } } ),
                  fine );
    }

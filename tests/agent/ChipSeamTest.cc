@@ -147,7 +147,15 @@ class MacChip : public QonChip::Chip {
  private:
    SoftChip::FaultPlan faults_;
    SoftChip::Board board_;
-   SoftChip::MacPart mac_;
+   /** As a chip makes it that does not know Qon::smIs(): hearing nothing by itself. */
+   struct PlainMac : SoftChip::MacPart {
+      using SoftChip::MacPart::MacPart;
+      Velto::Ptr< Qon::QonMacProgrammer > makeProgrammer() override {
+         auto programmer = SoftChip::MacPart::makeProgrammer();
+         programmer->hasNotificationActiveIs( false );
+         return programmer;
+      }
+   } mac_;
 };
 
 TEST( ChipSeam, AChipOfOnePartIsServedAndTheRestSaysSo ) {
@@ -178,7 +186,7 @@ TEST( ChipSeam, AMakerThatMakesNoneEndsTheProgramsWithAMessageInTheirName ) {
                 "^my-agent: error: there is no chip 'chip': its maker returned none\n$" );
    EXPECT_EXIT( exit( QonConformance::conformanceMain( 1, arguments, none ) ),
                 testing::ExitedWithCode( 2 ),
-                "^my-agent: there is no chip: its maker returned none\n$" );
+                "^my-agent: error: there is no chip: its maker returned none\n$" );
 }
 
 TEST( ChipSeam, ArgumentsThatAreWrongAreAnsweredAlikeByEveryCommand ) {

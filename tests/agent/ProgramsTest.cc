@@ -381,7 +381,7 @@ TEST( Programs, ManualPagesNameEveryOptionAndCommand ) {
 
 TEST( Programs, CommandLinesThatAreWrong ) {
    for ( auto words : { "qon-agent --colour", "qon-agent --log paper", "qonctl", "qonctl dance",
-                        "qonctl get", "qonctl set acsd/minIntfs" } ) {
+                        "qonctl get", "qonctl set acsd/minIntfs", "qonctl --timeout -1 show" } ) {
       Result result = sh( program( words ) );
       EXPECT_EQ( result.code, 2 ) << words << result.output;
    }

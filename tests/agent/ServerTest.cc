@@ -131,6 +131,27 @@ TEST( Server, ASlowReaderIsNotReadFromAndOthersAreServed ) {
    }
 }
 
+TEST( Server, ManyRequestsAtOnceLeaveRoomForOthersAndAreAllAnswered ) {
+   ServerWorld w;
+   SocketClient many( w.loop, w.path ), other( w.loop, w.path );
+   w.loop.runOnce( 0 );
+   const U32 requests = 300; // 15 kB: one packet
+   String all;
+   for ( U32 i = 0; i < requests; ++i ) {
+      all += getMode;
+   }
+   many.send( all );
+   many.endInput();
+   other.send( getMode );
+   EXPECT_EQ( other.line(), mode );
+   const U64 before = w.loop.rounds().times;
+   for ( U32 i = 0; i < requests; ++i ) {
+      ASSERT_EQ( many.line(), mode ) << i;
+   }
+   EXPECT_GE( w.loop.rounds().times - before, requests / Connection::linesATurn / 2 );
+   EXPECT_TRUE( many.ended() );
+}
+
 TEST( Server, AWatcherThatSaysNothingMoreStillHears ) {
    ServerWorld w;
    SocketClient watcher( w.loop, w.path );

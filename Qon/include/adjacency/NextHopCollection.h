@@ -329,6 +329,8 @@ class NextHopCollection {
    template< class Change >
    void changeManners( Change && change );
    void mergeDuplicates();
+   void mergeEntries( const std::vector< std::pair< U32, U32 > > & weights,
+                      const Indexes & idxsToDel );
    void totalWeightIs( U64 total ) {
       totalWeightAndShimAttrs_ =
             ( totalWeightAndShimAttrs_ & ~totalWeightMask ) | ( total & totalWeightMask );
