@@ -230,7 +230,7 @@ TapAggSm::reviewMode() {
 
 void
 TapAggSm::enter() {
-   hwCleanupClock_->timeIs( Kiv::never );
+   const Velto::AtEnd settled( [this] { doMaybeScheduleHwCleanup(); } ); // should the chip raise
    if ( !hwInited_ ) {
       QON_HOOK( TapAggHelper, in_.helper, hwInit );
       hwInited_ = true;
@@ -269,6 +269,10 @@ void
 TapAggSm::stopped() {
    const Velto::AtEnd done( [this] { stopping_ = false; } );
    Velto::FirstError error;
+   // Ports at which the chip raised are asked about behind this.
+   auto takeBack = [&]( IntfId, TapAggIntfSm & sm ) { error.run( [&] { sm.takeBack(); } ); };
+   taps_.forEach( takeBack );
+   tools_.forEach( takeBack );
    auto freeGroups = [this] { cleanUpGroups(); };
    auto cleanUp = [this] {
       if ( hwInited_ ) {
@@ -291,10 +295,17 @@ TapAggSm::forgetHardware() {
    auto forget = [&]( IntfId, TapAggIntfSm & sm ) { error.run( [&] { sm.forget(); } ); };
    taps_.forEach( forget );
    tools_.forEach( forget );
+   auto names = keysOf< String >( pendingAggGroupIteratorConst() );
+   for ( auto && entry : groupIds_ ) {
+      names.emplace( entry.key );
+   }
    groupIds_.clear();
    error.run( [this] { allocatedGroupInfoDelAll(); } );
    error.run( [this] { allocatedPortInfoDelAll(); } );
    error.run( [this] { pendingAggGroupDelAll(); } );
+   for ( auto && entry : names ) {
+      groupStateChanged( entry.key );
+   }
    groupCleanupClock_->timeIs( Kiv::never );
    hwCleanupClock_->timeIs( Kiv::never );
    error.pass();

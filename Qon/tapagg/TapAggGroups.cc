@@ -39,14 +39,34 @@ TapAggSm::groupIs( const String & name, U32 id ) {
    Velto::FirstError error;
    error.run( [&] { pendingAggGroupDel( name ); } );
    error.run( [&] { allocatedGroupInfoIs( id ); } );
-   const AllocatedGroupInfo::Ptr info = allocatedGroupInfo( id );
-   if ( const String former = info->groupOwner(); former != name && groupIdOf( former ) == id ) {
+   if ( const AllocatedGroupInfo::Ptr info = allocatedGroupInfo( id ) ) {
+      error.run( [&] { ownerIs( info, name ); } );
+      groupStateChanged( name );
+      error.run( [&] { updateTapAggGroup( name, id, info ); } );
+   }
+   error.pass();
+}
+
+/** Whom the chip gave the group before is pending: asked again at once, it might give the same one. Who
+    is in it knows it by the new name. */
+void
+TapAggSm::ownerIs( const AllocatedGroupInfo::Ptr & info, const String & name ) {
+   const String former = info->groupOwner();
+   if ( former == name ) {
+      return;
+   }
+   Velto::FirstError error;
+   if ( groupIdOf( former ) == info->groupId() ) {
       groupIds_.erase( former );
+      error.run( [&] { pendingAggGroupIs( former, true ); } );
+      groupStateChanged( former );
       askUsers( former );
    }
    error.run( [&] { info->groupOwnerIs( name ); } );
-   groupStateChanged( name );
-   error.run( [&] { updateTapAggGroup( name, id, info ); } );
+   for ( auto && entry : keysOf< IntfId >( info->intfListIteratorConst() ) ) {
+      error.run( [&] { portGroupDel( entry.key, former ); } );
+      error.run( [&] { allocatedPortInfoIs( entry.key )->groupIs( name ); } );
+   }
    error.pass();
 }
 
@@ -251,13 +271,20 @@ TapAggSm::prune( const AllocatedGroupInfo::Ptr & info ) {
       if ( inGroup( intf, info->groupId() ) ) {
          continue;
       }
-      if ( const Velto::Ptr< AllocatedPortInfo > port = allocatedPortInfo( intf ) ) {
-         port->groupDel( info->groupOwner() );
-         if ( port->groups() == 0 ) {
-            allocatedPortInfoDel( intf );
-         }
+      if ( !inGroup( intf, groupIdOf( info->groupOwner() ) ) ) {
+         portGroupDel( intf, info->groupOwner() );
       }
       info->intfListDel( intf );
+   }
+}
+
+void
+TapAggSm::portGroupDel( IntfId intf, const String & name ) {
+   if ( const Velto::Ptr< AllocatedPortInfo > port = allocatedPortInfo( intf ) ) {
+      port->groupDel( name );
+      if ( port->groups() == 0 ) {
+         allocatedPortInfoDel( intf );
+      }
    }
 }
 
@@ -299,27 +326,30 @@ TapAggSm::cleanUpGroups() {
    if ( released_ && error.run( [this] { retryPending(); } ) ) {
       released_ = false;
    }
-   dropUnusedPending();
+   error.run( [this] { dropUnusedPending(); } );
    error.pass();
 }
 
 void
 TapAggSm::dropUnusedPending() {
+   Velto::FirstError error;
    for ( auto && entry : keysOf< String >( pendingAggGroupIteratorConst() ) ) {
       if ( !groupInUse( entry.key ) ) {
-         pendingAggGroupDel( entry.key );
+         error.run( [&] { pendingAggGroupDel( entry.key ); } );
+         groupStateChanged( entry.key );
       }
    }
+   error.pass();
 }
 
 /** By name; what is not free now leaves its name pending. */
 void
 TapAggSm::retryPending() {
-   dropUnusedPending();
    retrying_ = true;
    saidFull_ = false;
    const Velto::AtEnd done( [this] { retrying_ = false; } );
    Velto::FirstError error;
+   error.run( [this] { dropUnusedPending(); } );
    for ( auto && entry : keysOf< String >( pendingAggGroupIteratorConst() ) ) {
       error.run( [&] { createTapAggGroup( entry.key ); } );
    }

@@ -74,22 +74,38 @@ TapAggSm::handleLagToPort( IntfId lag, IntfId ) {
    settle();
 }
 
+bool
+TapAggSm::isNoMember( IntfId lag ) const {
+   const bool member = lagView().role( lag ) == LagRole::member;
+   if ( member ) {
+      qonAssert( "Must be called on the LAG interface, not the members." ); // fixed text
+   }
+   return !member;
+}
+
 void
 TapAggSm::addOrRemoveLagPort( IntfId lag, IntfId port, bool add ) {
-   if ( lagView().role( lag ) == LagRole::member ) {
-      qonAssert( "Must be called on the LAG interface, not the members." ); // fixed text
+   if ( !isNoMember( lag ) ) {
       return;
    }
-   if ( add ) {
-      portToLagIs( port, lag );
-   } else if ( portToLag( port ) == lag ) {
-      portToLagDel( port );
-   }
-   flushLag( lag );
+   const Velto::Hold alive( this );
+   Velto::FirstError error;
+   error.run( [&] {
+      if ( add ) {
+         portToLagIs( port, lag );
+      } else if ( portToLag( port ) == lag ) {
+         portToLagDel( port );
+      }
+   } );
+   error.run( [&] { flushLag( lag ); } );
+   error.pass();
 }
 
 void
 TapAggSm::flushLag( IntfId lag ) {
+   if ( !isNoMember( lag ) ) {
+      return;
+   }
    const bool concerned = tapAggConfig()->tapPortHas( lag ) || tapAggConfig()->toolPortHas( lag );
    if ( active_ && concerned ) {
       QON_TRACE( tapAggFacility, 3, "Enqueuing flush request for intf ", lag ); // fixed text

@@ -167,7 +167,7 @@ TEST_F( TapAggAgent, WhoWantsWhatAndWhyNot ) {
    chip.faults().limitIs( "tapGroups", 4 );
    event( R"("event": "toolPort", "port": "Ethernet8", "active": false)" );
    event( R"("event": "tapGroups", "port": "Ethernet4", "groups": ["full"])" );
-   const Json rows = show( { "tap-agg" } );
+   Json rows = show( { "tap-agg" } );
    auto row = [&]( const String & what, const String & name ) {
       for ( auto & each : rows ) {
          if ( each["what"] == what && each["name"] == name ) {
@@ -187,6 +187,13 @@ TEST_F( TapAggAgent, WhoWantsWhatAndWhyNot ) {
    EXPECT_EQ( row( "tool", "Ethernet8" )["state"], "programmed" );
    EXPECT_EQ( logs.records().size(), 1u );
    EXPECT_EQ( lines( { "hw", "tap-agg" } ).size(), 8u );
+   // Who wants it anew has waited since then.
+   const double since = row( "group", "full" )["since"].get< double >();
+   event( R"("event": "tapGroups", "port": "Ethernet4", "groups": [])" );
+   event( R"("event": "tapGroups", "port": "Ethernet4", "groups": ["full"])" );
+   rows = show( { "tap-agg" } );
+   EXPECT_EQ( row( "group", "full" )["state"], "pending" );
+   EXPECT_GT( row( "group", "full" )["since"].get< double >(), since );
 }
 
 } // namespace

@@ -180,6 +180,34 @@ TEST( TapAggGroup, ReleasesThatAreAskedFor ) {
    EXPECT_EQ( w.broken(), "" );
 }
 
+/** Gives "b" a group that is another one's. */
+class SharingHelper : public SoftChip::SoftTapAggHelper {
+ public:
+   using SoftTapAggHelper::SoftTapAggHelper;
+   U32 allocateAggGroup( const String & name ) override {
+      return name == "b" ? 1 : SoftTapAggHelper::allocateAggGroup( name );
+   }
+};
+
+TEST( TapAggGroup, AnIdThatIsGivenToAnotherNameIsThatOnes ) {
+   TapAggWorld w;
+   w.helper = Velto::make< SharingHelper >( w.table );
+   w.tap( eth( 1 ), "a" );
+   w.startInMode();
+   w.pmapGroups->groupIs( "b" );
+   EXPECT_EQ( w.pmapStatus->groupNameToId( "b" ), 1u );
+   EXPECT_EQ( w.sm->allocatedGroupInfo( 1 )->groupOwner(), "b" );
+   EXPECT_TRUE( w.sm->pendingAggGroup( "a" ) );
+   EXPECT_EQ( w.table.held().taps.at( eth( 1 ) ).group, 0u );
+   EXPECT_EQ( w.broken(), "" );
+   w.pmapGroups->groupDel( "b" );
+   w.wait( 1.1 );
+   EXPECT_EQ( w.table.held().taps.at( eth( 1 ) ).group, 1u );
+   EXPECT_TRUE( w.sm->allocatedPortInfo( eth( 1 ) )->group( "a" ) );
+   EXPECT_FALSE( w.sm->allocatedPortInfo( eth( 1 ) )->group( "b" ) );
+   EXPECT_EQ( w.broken(), "" );
+}
+
 TEST( TapAggGroup, ClassesOfPolicyMapsAreUsers ) {
    TapAggWorld w;
    w.tool( eth( 11 ), "a" );

@@ -62,6 +62,26 @@ TEST( TapAggMode, BackInTimeTheChipIsNotSetUpAgain ) {
    EXPECT_EQ( w.broken(), "" );
 }
 
+TEST( TapAggMode, AChipThatIsSetUpInVainIsCleanedUp ) {
+   TapAggWorld w;
+   configure( w );
+   w.start();
+   w.log.during = []( const String & call ) {
+      if ( call == "getMaxExternalFrameSizeTapAgg" ) {
+         throw Velto::RangeError( "hook" );
+      }
+   };
+   EXPECT_THROW( w.mode(), Velto::RangeError );
+   EXPECT_FALSE( w.sm->active() );
+   EXPECT_EQ( w.broken(), "" );
+   w.wait( 5.1 );
+   EXPECT_TRUE( w.empty() );
+   w.log.during = nullptr;
+   w.otherMode();
+   w.mode();
+   EXPECT_EQ( w.reached( eth( 1 ) ), "Ethernet11" );
+}
+
 /** Agents may have more to wait for. */
 class BusySm : public Qon::TapAggSm {
  public:
@@ -194,12 +214,10 @@ TEST( TapAggMode, FlushesOfMembers ) {
    EXPECT_EQ( w.requests->requests(), 0u );
    w.leave( 1, 5 );
    EXPECT_EQ( w.requests->requests(), 0u );
-   EXPECT_DEATH(
-         {
-            w.join( 1, 5 );
-            w.sm->addOrRemoveLagPort( eth( 5 ), eth( 7 ), true );
-         },
-         "Must be called on the LAG interface, not the members." );
+   w.join( 1, 5 );
+   const char * const notOnMembers = "Must be called on the LAG interface, not the members.";
+   EXPECT_DEATH( w.sm->addOrRemoveLagPort( eth( 5 ), eth( 7 ), true ), notOnMembers );
+   EXPECT_DEATH( w.sm->flushLag( eth( 5 ) ), notOnMembers );
 }
 
 TEST( TapAggMode, VerificationFindsWhatTheChipLost ) {

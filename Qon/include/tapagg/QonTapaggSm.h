@@ -76,7 +76,7 @@ class TapAggSm : public QonBaseSm, public Checked {
    /** @name For whoever keeps a history
        Called after the fact; they change nothing. */
    /** @{ */
-   /** The name has got a group, or lost it, or is pending. */
+   /** The name has got a group, or lost it, or is pending, or is so no more. */
    virtual void groupStateChanged( const String & name ) { (void)name; }
    /** The port has been set up, or taken back. */
    virtual void portStateChanged( const TapAggIntfSm & sm ) { (void)sm; }
@@ -239,6 +239,8 @@ class TapAggSm : public QonBaseSm, public Checked {
    }
    /** Whether the port shall be set up. */
    bool serves( const TapAggIntfSm & sm ) const;
+   /** Of what an operation on port-channels is called for. */
+   bool isNoMember( IntfId lag ) const;
    void initedCountInc( const TapAggIntfSm & sm, S32 change );
    template< class Collection >
    static std::vector< const TapAggHwPort * > hwPorts( const Collection & ports );
@@ -256,6 +258,8 @@ class TapAggSm : public QonBaseSm, public Checked {
    void askUsers( const String & name );
    void reviewPmapGroup( const String & name );
    void noteGroup( U32 id, IntfId intf );
+   void ownerIs( const AllocatedGroupInfo::Ptr & info, const String & name );
+   void portGroupDel( IntfId intf, const String & name );
    bool inGroup( IntfId intf, U32 id ) const;
    void retryPending();
    void dropUnusedPending();
