@@ -50,6 +50,10 @@ class SimTapAgg::Helper : public SoftChip::SoftTapAggHelper {
       SoftTapAggHelper::deallocateAggGroup( group );
       sim_->hookHeard();
    }
+   U32 getMaxExternalFrameSizeTapAgg() override {
+      sim_->left_ = true; // the mode is entered, and may be left before anybody looks
+      return SoftTapAggHelper::getMaxExternalFrameSizeTapAgg();
+   }
    void tapPortIs( IntfId intf, bool enable, bool isLag ) override {
       complainIf( isLag != Ulnet::PortChannelIntfId::isPortChannelIntfId( intf ), "a tap's kind" );
       SoftTapAggHelper::tapPortIs( intf, enable, isLag );
@@ -139,7 +143,7 @@ SimTapAgg::shape( const World & world, SoftChip::Shape & shape ) {
 void
 SimTapAgg::start() {
    stale_ = table_.held().inited;
-   leftAt_ = Kiv::now();
+   left_ = true;
    helper_ = Velto::make< Helper >( this, table_ );
    sm_ = Qon::TapAggSmIs( { world_.acsd, config_, helper_, status_, tools_, pmapGroups_,
                             pmapStatus_, policyMaps_, requests_, replies_, nullptr,
@@ -381,7 +385,6 @@ SimTapAgg::modeIs( const Event & event ) {
    // Other features want to see other modes, too.
    const auto wanted = event[0] % ( mode ? 2 : 4 ) ? Qon::HwOperationalMode::tapAgg
                                                    : Qon::HwOperationalMode( event[0] / 4 % 2 );
-   leftAt_ = tapMode() ? Kiv::now() : leftAt_;
    mode ? mode->switchTo( wanted ) : world_.acsd->operationalModeIs( wanted );
 }
 
@@ -394,7 +397,7 @@ SimTapAgg::nestedIs( const Event & event ) {
 void
 SimTapAgg::pause( const Event & event ) {
    if ( paused_ != bool( event[0] ) ) {
-      leftAt_ = Kiv::now();
+      left_ = true;
       paused_ = event[0];
       sm_->initializedIs( !paused_ );
    }
@@ -413,7 +416,7 @@ SimTapAgg::restart( const Event & event ) {
       if ( !stale_ && ( held.inited || !held.groups.empty() || !held.taps.empty() ) ) {
          world_.report( "tapagg", "clean-up: something is left" );
       }
-      leftAt_ = Kiv::now();
+      left_ = true;
       sm_->initializedIs( true );
       return;
    }
@@ -437,7 +440,7 @@ void
 SimTapAgg::faultsIs( bool on ) {
    if ( !on && sm_ && paused_ ) {
       paused_ = false;
-      leftAt_ = Kiv::now();
+      left_ = true;
       sm_->initializedIs( true );
    }
 }

@@ -103,7 +103,8 @@ class SimTapAgg : public SimFeature {
    Velto::Ptr< Qon::TapAggSm > sm_;
 
    std::map< String, Kiv::Seconds > lastUse_;
-   mutable Kiv::Seconds leftAt_ = 0; ///< when the mode, a pause or a life ended last
+   mutable Kiv::Seconds leftAt_ = 0; ///< when the mode, a pause or a life ended last, at the latest
+   mutable bool left_ = false;       ///< one of them may have ended since somebody looked
    U32 nested_ = 0;
    U32 serial_ = 0;
    bool inHook_ = false;

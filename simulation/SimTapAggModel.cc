@@ -188,9 +188,10 @@ SimTapAgg::checkInvariants() const {
    if ( table_.refused() ) {
       return "refused: " + table_.takeRefused().front();
    }
-   if ( tapMode() ) {
-      leftAt_ = Kiv::now();
+   if ( tapMode() || left_ ) {
+      leftAt_ = Kiv::now(); // by now it may be left, and what follows was done
    }
+   left_ = tapMode();
    if ( paused_ ) {
       return {};
    }
@@ -204,8 +205,7 @@ SimTapAgg::checkInvariants() const {
    if ( stale_ ) {
       return {};
    }
-   // When its turn comes, the scheduler decides; reading the time may cost time.
-   const bool waits = sm_->hwCleanupTime() < leftAt_ + 5.5;
+   const bool waits = sm_->hwCleanupTime() <= leftAt_ + 5;
    if ( tapMode() != table_.held().inited && ( tapMode() || !waits ) ) {
       return "mode: the chip is set up, and should not be, or the other way round";
    }
