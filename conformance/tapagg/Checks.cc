@@ -229,12 +229,19 @@ checkGroup( Trial & t ) {
 void
 checkFull( Trial & t ) {
    TapAggStage stage( t );
-   U32 given = 0, first = 0;
-   for ( U32 id = 1; id && given < manyGroups; given += id != 0 ) {
-      id = stage.helper->allocateAggGroup( name( given ) );
-      first = first ? first : id;
+   std::set< U32 > ids;
+   U32 id = 1;
+   while ( id && ids.size() < manyGroups ) {
+      id = stage.helper->allocateAggGroup( name( U32( ids.size() ) ) );
+      if ( id && !ids.insert( id ).second ) {
+         t.broken( full, "an id of its own, or 0", Kiv::toText( id ) );
+      }
    }
+   const U32 given = U32( ids.size() );
    t.did( "allocated " + Kiv::toText( given ) + " groups" );
+   if ( given == 0 ) {
+      t.broken( full, "a group", "none" );
+   }
    if ( given == manyGroups ) {
       t.skip( "the chip has room for " + Kiv::toText( manyGroups ) + " groups" );
    }
@@ -242,8 +249,8 @@ checkFull( Trial & t ) {
         held && held->groups.size() != given ) {
       t.broken( full, Kiv::toText( given ) + " groups", Kiv::toText( U32( held->groups.size() ) ) );
    }
-   stage.helper->deallocateAggGroup( first );
-   t.did( "freed the first one" );
+   stage.helper->deallocateAggGroup( *ids.begin() );
+   t.did( "freed one" );
    if ( !stage.helper->allocateAggGroup( name( given ) ) ) {
       t.broken( full, "room for one more", "none" );
    }
