@@ -145,6 +145,9 @@ class TapAggStage {
       port.brStrip = tool.brStrip();
       port.vnStrip = tool.vnStrip();
       port.mplsPop = tool.mplsPop();
+      if ( toolPorts->activeHas( intf ) && !toolPorts->active( intf ) ) {
+         return port;
+      }
       for ( auto & [id, name] : groups ) {
          for ( const String & group : TapGroups( name ) ) {
             if ( tool.groupHas( group ) && sm->groupInUse( name ) ) {
@@ -373,6 +376,7 @@ checkDestructor( Trial & t ) {
    TapAggStage stage( t );
    stage.tap( 0, "a" );
    stage.tool( t.port( 1 ), "a" );
+   stage.judge( destructor );
    t.judgeDestruction( destructor, [&] { stage.end(); } );
 }
 
