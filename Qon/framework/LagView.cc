@@ -1,6 +1,7 @@
 #include "Qon/include/framework/LagView.h"
 
 #include "Qon/include/framework/Reconcile.h"
+#include "platform/Velto/Scope.h"
 
 namespace Qon {
 
@@ -18,16 +19,18 @@ LagFollowerBase::attachTo( Velto::Node * owner, const QonCommonSmData * acsd ) {
    for ( auto && [port, lag] : acsd->portToLagIteratorConst() ) {
       ports.emplace( port );
    }
+   Velto::FirstError error;
    for ( auto && entry : ports ) {
-      handlePortToLag( entry.key );
+      error.run( [&] { handlePortToLag( entry.key ); } );
    }
    auto lags = keysOf< Ulnet::IntfId >( portsOf_ );
    for ( auto && [lag, list] : acsd->lagToPortIteratorConst() ) {
       lags.emplace( lag );
    }
    for ( auto && entry : lags ) {
-      handleLagToPort( entry.key );
+      error.run( [&] { handleLagToPort( entry.key ); } );
    }
+   error.pass();
 }
 
 void
@@ -70,11 +73,13 @@ LagFollowerBase::handleLagToPort( const Ulnet::IntfId & lag ) {
       portsOf_.erase( lag );
    }
    const Velto::Ptr< Velto::Node > keep( owner_ );
+   Velto::FirstError error;
    for ( auto * ports : { &change.gone, &change.missing } ) {
       for ( Ulnet::IntfId port : *ports ) {
-         tellList_( owner_, lag, port );
+         error.run( [&] { tellList_( owner_, lag, port ); } );
       }
    }
+   error.pass();
 }
 
 } // namespace Qon

@@ -7,6 +7,7 @@
 #include "agent/softchip/LagTable.h"
 #include "agent/softchip/MirrorTable.h"
 #include "agent/softchip/StormTable.h"
+#include "agent/softchip/TapAggTable.h"
 #include "agent/softchip/VlanMappingTable.h"
 
 namespace SoftChip {
@@ -19,6 +20,7 @@ struct Shape {
    StormShape storm = {};
    VlanMappingShape vlanMapping = {};
    MirrorLimits mirrors = {};
+   TapAggLimits tapAgg = {};
    AclLimits acls = {};
    Kiv::Seconds latency = 0; ///< see Chip::latencyIs()
 };

@@ -5,7 +5,7 @@
 //    library -> ChipMac, ChipTopo, ChipVlan, ChipLag -> (a little later) -> Tables
 //                                                                        -> done, to the library
 //            -> ChipStorm (Storm.h), ChipVlanMapping (VlanMapping.h), ChipMirror (Mirror.h),
-//               ChipAcl (Acl.h)                                          -> at once -> Tables
+//               ChipAcl (Acl.h), ChipTapAgg (TapAgg.h)                   -> at once -> Tables
 //    SmallChip: Tables, and a part for each feature, which reads them back
 //
 // Each hook class can be told to have one fault, as a developer might make it. The tables stand in
@@ -14,6 +14,7 @@
 #include "Acl.h"
 #include "Mirror.h"
 #include "Storm.h"
+#include "TapAgg.h"
 #include "VlanMapping.h"
 
 namespace Chip {
@@ -279,6 +280,7 @@ class SmallChip : public QonChip::Chip,
                   QonChip::StormControlPart,
                   QonChip::VlanMappingPart,
                   QonChip::MirrorPart,
+                  QonChip::TapAggPart,
                   QonChip::AclPart {
  public:
    explicit SmallChip( Kiv::TaskScheduler & scheduler, Faults faults = {} )
@@ -290,6 +292,7 @@ class SmallChip : public QonChip::Chip,
       add< QonChip::LagPart >( *this );
       add< QonChip::StormControlPart >( *this );
       add< QonChip::MirrorPart >( *this );
+      add< QonChip::TapAggPart >( *this );
       add< QonChip::AclPart >( *this );
    }
    String name() const override { return "small"; }
@@ -348,6 +351,10 @@ class SmallChip : public QonChip::Chip,
       return Velto::make< Mirror >( tables_, faults_, capability, status );
    }
    std::optional< QonChip::HeldMirrors > mirrors() const override { return tables_.mirrors; }
+   Ptr< Qon::TapAggHelper > makeTapAggHelper() override {
+      return Velto::make< ChipTapAgg >( tables_, faults_ );
+   }
+   std::optional< QonChip::HeldTapAgg > tapAgg() const override { return tables_.tapAgg; }
 
    Ptr< QonHelper::AclHelper > makeAclHelper() override {
       return Velto::make< Acl >( tables_, faults_ );

@@ -9,6 +9,7 @@
 #include "chip/MacPart.h"
 #include "chip/MirrorPart.h"
 #include "chip/StormControlPart.h"
+#include "chip/TapAggPart.h"
 #include "chip/TopologyPart.h"
 #include "chip/VlanMappingPart.h"
 #include "chip/VlanPart.h"
@@ -30,12 +31,14 @@ struct Faults {
    bool keptMapping = false;    ///< a translation that is there already keeps its mapping
    bool keptLevel = false;      ///< no limit is taken for nothing new: the one before stays
    bool oneDestination = false; ///< of several destinations to remove only the first one goes
+   bool firstGroup = false;     ///< a tap port that has a group keeps it when it is given another
 };
 
 /** What the chip holds. */
 struct Tables {
    static constexpr std::size_t hostRoom = 1024, topoRoom = 16, lagRoom = 16, memberRoom = 8,
                                 mirrorRoom = 4, translationRoom = 512, ruleRoom = 32768;
+   static constexpr U32 tapGroupRoom = 16;
 
    QonChip::HeldHosts hosts;
    QonChip::HeldTopologies topologies;
@@ -45,6 +48,7 @@ struct Tables {
    QonChip::HeldMirrors mirrors;
    QonChip::HeldAcls acls;
    QonChip::HeldStormControl storm;
+   QonChip::HeldTapAgg tapAgg;
    QonChip::HeldTranslations translations;
 };
 

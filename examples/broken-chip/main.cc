@@ -25,6 +25,7 @@ constexpr NamedFault named[] = {
       { "kept-port", &Faults::keptPort },
       { "kept-mapping", &Faults::keptMapping },
       { "one-destination", &Faults::oneDestination },
+      { "first-group", &Faults::firstGroup },
 };
 
 /** Takes --fault NAME and --healthy out of the arguments. False for an unknown name. */
