@@ -274,6 +274,8 @@ class StormControlBaseSm : public QonBaseSm, public Checked {
    }
    /** Looks at everything that waits; nothing before the start and during it. */
    void settle();
+   /** later(), then settle(). */
+   void ask( What what, IntfId intf = IntfId(), U8 trafficClass = 0 );
    bool started() const { return started_; }
    /** Orphans of the status: interfaces and traffic classes without configuration. */
    void removeOrphanedStatus();
@@ -298,11 +300,13 @@ class StormControlBaseSm : public QonBaseSm, public Checked {
    void attachAll();
    void reviewAll();
    void laterForAll();
+   bool settles() const { return initialized() && started_ && !starting_; }
    void review( const Question & question );
    void reviewIntf( IntfId intf );
    void settleMachine( StormControlIntfSm & machine, const Want & want );
    bool managed( IntfId intf ) const;
    bool fitForMachine( IntfId intf ) const;
+   bool fitForMachine( IntfId base, const Interface::EthPhyIntfStatus * phy ) const;
    void traceWhyNot( IntfId intf ) const;
 
    const Inputs in_;
