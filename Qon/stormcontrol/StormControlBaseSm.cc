@@ -430,16 +430,26 @@ void
 StormControlBaseSm::settleMachine( StormControlIntfSm & machine, const Want & want ) {
    machine.ownerIs( want.effective.config );
    if ( !want.active ) {
-      if ( !machine.cleared_ ) {
-         clear( machine, want );
-         machine.cleared_ = true;
-      }
+      rest( machine, want );
       return;
    }
    if ( std::exchange( machine.cleared_, false ) ) {
       machine.forget();
    }
    program( machine, want );
+}
+
+/** Nothing is programmed on an inactive port; whose configuration holds is shown all the same. */
+void
+StormControlBaseSm::rest( StormControlIntfSm & machine, const Want & want ) {
+   Velto::FirstError error;
+   if ( !machine.cleared_ ) {
+      machine.cleared_ = error.run( [&] { clear( machine, want ); } );
+   }
+   if ( const auto status = statusOf( machine.intf() ); status ) {
+      error.run( [&] { status->lagIs( want.effective.lag ); } );
+   }
+   error.pass();
 }
 
 Velto::Ptr< StormControlIntfSm >
