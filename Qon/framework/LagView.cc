@@ -5,6 +5,24 @@
 
 namespace Qon {
 
+namespace {
+
+/** Those of `ports` that `others` has not. Groups are small: to look through them is faster than to
+    make sets of them. */
+template< class Ports, class Others >
+std::vector< Ulnet::IntfId >
+portsWithout( const Ports & ports, const Others & others ) {
+   std::vector< Ulnet::IntfId > result;
+   for ( auto & element : ports ) {
+      if ( !others.portHas( keyOfElement( element ) ) ) {
+         result.push_back( keyOfElement( element ) );
+      }
+   }
+   return result;
+}
+
+} // namespace
+
 void
 LagFollowerBase::attachTo( Velto::Node * owner, const QonCommonSmData * acsd ) {
    acsd_ = acsd;
@@ -56,17 +74,13 @@ LagFollowerBase::handleLagToPort( const Ulnet::IntfId & lag ) {
    if ( !acsd_ || !tellList_ ) {
       return;
    }
-   auto held = portsOf_.find( lag );
-   const auto change = differenceOf< Ulnet::IntfId >( held ? *held : QonPortList(),
-                                                      LagView( acsd_ ).membersOf( lag ) );
-   if ( change.empty() ) {
-      return;
-   }
+   const auto & now = acsd_->lagToPort( lag );
    auto & told = *portsOf_.emplace( lag ).first;
-   for ( Ulnet::IntfId port : change.gone ) {
+   const auto gone = portsWithout( told, now ), missing = portsWithout( now, told );
+   for ( Ulnet::IntfId port : gone ) {
       told.portDel( port );
    }
-   for ( Ulnet::IntfId port : change.missing ) {
+   for ( Ulnet::IntfId port : missing ) {
       told.portIs( port );
    }
    if ( told.ports() == 0 ) {
@@ -74,7 +88,7 @@ LagFollowerBase::handleLagToPort( const Ulnet::IntfId & lag ) {
    }
    const Velto::Ptr< Velto::Node > keep( owner_ );
    Velto::FirstError error;
-   for ( auto * ports : { &change.gone, &change.missing } ) {
+   for ( auto * ports : { &gone, &missing } ) {
       for ( Ulnet::IntfId port : *ports ) {
          error.run( [&] { tellList_( owner_, lag, port ); } );
       }
