@@ -114,11 +114,12 @@ AclDataSm::configured() const {
 /** Blocks the interface of the pair, if some list applies to it afterwards too. */
 void
 AclDataSm::block( const IntfPairKey & pair ) {
+   const AclIntfSm * sm = aclSm_->aclIntfSm( pair.intfId() );
    auto direction = aclSm_->directionSm( type_, key_.direction() );
-   if ( !direction || !aclSm_->intfActive( type_, key_.direction(), pair.intfId() ) ||
-        !blocks_.emplace( pair.intfId() ).second ) {
+   if ( !direction || !sm || !sm->active( type_, key_.direction() ) || sm->wantsToBlock( this ) ) {
       return;
    }
+   blocks_.push_back( pair.intfId() );
    if ( aclSm_->blockIs( this, pair.intfId(), true ) ) {
       direction->intfRemovalWaitForBlockedIs( pair );
    }
@@ -155,8 +156,7 @@ AclDataSm::operationNow() const {
 
 /** Remembers, then tells. */
 void
-AclDataSm::tellUse( const AclOperation & acl, const AclIntfUse & use, bool active ) {
-   Use & state = *uses_.emplace( use, Use() ).first;
+AclDataSm::tellUse( const AclOperation & acl, const AclIntfUse & use, Use & state, bool active ) {
    state.applied = active;
    useDone( use, state );
    if ( hasHost( use ) ) {
@@ -174,9 +174,9 @@ AclDataSm::removeUses() {
    }
    Velto::FirstError error;
    for ( auto & use : round_ ) {
-      const Use * state = uses_.find( use );
+      Use * state = uses_.find( use );
       if ( state && state->leaves() ) {
-         error.run( [&] { tellUse( operationNow(), use, false ); } );
+         error.run( [&] { tellUse( operationNow(), use, *state, false ); } );
       }
    }
    error.pass();
@@ -297,7 +297,7 @@ AclDataSm::commitAcl() {
    }
    const AclOperation acl = operationNow();
    for ( auto & use : wanted ) {
-      error.run( [&] { tellUse( acl, use, true ); } );
+      error.run( [&] { tellUse( acl, use, *uses_.emplace( use, Use() ).first, true ); } );
    }
    AclUnitResults results;
    error.run( [&] {
@@ -320,9 +320,9 @@ AclDataSm::addUses() {
    }
    Velto::FirstError error;
    for ( auto & use : round_ ) {
-      const Use * state = uses_.find( use );
+      Use * state = uses_.find( use );
       if ( state && state->wanted && !state->applied ) {
-         error.run( [&] { tellUse( operationNow(), use, true ); } );
+         error.run( [&] { tellUse( operationNow(), use, *state, true ); } );
       }
    }
    error.pass();
@@ -372,15 +372,11 @@ AclDataSm::onlyIntfsChange() const {
 void
 AclDataSm::doUnblockTraffic() {
    Velto::FirstError error;
-   for ( auto && entry : blocks_ ) {
-      const IntfId intf = entry.key;
-      if ( madeAnewNext() || handsOver( intf ) ) {
-         continue;
+   for ( IntfId intf : std::exchange( blocks_, {} ) ) {
+      if ( madeAnewNext() || handsOver( intf ) ||
+           !error.run( [&] { aclSm_->blockIs( this, intf, false ); } ) ) {
+         blocks_.push_back( intf );
       }
-      error.run( [&] {
-         aclSm_->blockIs( this, intf, false );
-         blocks_.erase( intf );
-      } );
    }
    error.pass();
 }
@@ -389,11 +385,6 @@ void
 AclDataSm::end() {
    const Velto::Hold alive( this );
    busy_ = false;
-   for ( auto & use : round_ ) {
-      if ( Use * state = uses_.find( use ) ) {
-         state->rejoins = false;
-      }
-   }
    round_.clear();
    const bool revert = willRevert();
    if ( std::exchange( remake_, false ) && !unwanted() && !raisedNow_ && !waitsForNumber_ ) {

@@ -182,13 +182,13 @@ AclDirectionTypeConfigSm::wantedPairs( IntfId intf ) const {
 
 void
 AclDirectionTypeConfigSm::reviewIntf( IntfId intf ) {
-   const bool attached = !cleanedUp_ && config_->intfHas( intf );
+   const String name = cleanedUp_ ? String() : config_->intf( intf );
+   const bool attached = !name.empty() || ( !cleanedUp_ && config_->intfHas( intf ) );
    Held * held = held_.find( intf );
    if ( !attached && !held ) {
       return;
    }
    const Velto::Hold alive( this );
-   const String name = attached ? config_->intf( intf ) : String();
    const Pairs wanted = attached ? wantedPairs( intf ) : Pairs();
    const bool wasHeld = held;
    const Held before = held ? std::move( *held ) : Held();

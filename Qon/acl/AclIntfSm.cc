@@ -2,8 +2,6 @@
 
 #include "Qon/include/acl/AclIntfSm.h"
 
-#include <algorithm>
-
 #include "Qon/acl/AclTrace.h"
 #include "Qon/include/acl/QonAclSm.h"
 #include "Qon/include/framework/HookTap.h"
@@ -82,9 +80,10 @@ AclSm::aclIntfSm( IntfId intf ) const {
 
 void
 AclSm::pairActiveIs( AclType type, AclDirection direction, IntfId intf, bool active ) {
-   AclIntfSm & sm = *intfSmIs( intf );
-   sm.pairActiveIs( type, direction, active );
-   if ( sm.idle() ) {
+   auto held = active ? &intfSmIs( intf ) : intfs_.find( intf );
+   VELTO_ASSERT( held );
+   ( *held )->pairActiveIs( type, direction, active );
+   if ( ( *held )->idle() ) {
       intfSmIdle( intf );
    }
 }

@@ -66,14 +66,13 @@ NextHopCollection::updateTotalWeight() {
 // Entries
 
 void
-NextHopCollection::viaAndWeightPush( const ViaAndWeight & viaAndWeight ) {
+NextHopCollection::viaAndWeightPush( ViaAndWeight && viaAndWeight ) {
    checkWeight( viaAndWeight );
    checkSize( viaAndWeights() + 1 );
-   ViaAndWeight fresh( viaAndWeight ); // it may lie in the list
    auto & vias = viaListMut().vias;
    grow( vias );
-   totalWeightIs( totalWeight() + fresh.weight() );
-   vias.push_back( std::move( fresh ) );
+   totalWeightIs( totalWeight() + viaAndWeight.weight() );
+   vias.push_back( std::move( viaAndWeight ) );
 }
 
 void

@@ -31,13 +31,17 @@ ViaList::groupContent() const {
 
 bool
 ViaList::operator==( const ViaList & other ) const {
-   return flags == other.flags && sameContent( other );
+   return flags == other.flags && sameEntries( other );
 }
 
 bool
 ViaList::sameContent( const ViaList & other ) const {
-   return tunnelType == other.tunnelType && flags.unrecorded() == other.flags.unrecorded() &&
-          vias == other.vias &&
+   return flags.unrecorded() == other.flags.unrecorded() && sameEntries( other );
+}
+
+bool
+ViaList::sameEntries( const ViaList & other ) const {
+   return tunnelType == other.tunnelType && vias == other.vias &&
           ( groupInfo == other.groupInfo ||
             ( groupInfo && other.groupInfo &&
               groupInfo->content() == other.groupInfo->content() ) );
@@ -68,7 +72,9 @@ ViaList::contentHash() const {
 
 U64
 ViaList::computeHash() const {
-   U64 h = Kiv::hashOf( vias.size(), flags.unrecorded().hash(), tunnelType );
+   const U32 manners = U32( flags.dlbEcmpEnable() ) | U32( flags.labelType() ) << 1 |
+                       U32( flags.mplsPayloadType() ) << 9 | U32( flags.mplsTtlMode() ) << 17;
+   U64 h = Kiv::hashOf( vias.size(), manners, tunnelType );
    for ( const auto & entry : vias ) {
       h = Kiv::hashCombine( h, entry.via().hash() + entry.weight() );
    }

@@ -191,7 +191,7 @@ class AclDataSm : public QonBaseSm {
       bool wanted = false, applied = false;
       bool touched = false; // to be looked at in the next pass
       bool again = false;   // applied, left, and perhaps joined again
-      bool rejoins = false; // the same, as this pass has found it
+      bool rejoins = false; // the same, as the last pass has found it that looked at the place
       bool needed() const { return wanted || applied || touched; }
       bool leaves() const { return applied && ( !wanted || rejoins ); }
    };
@@ -204,7 +204,7 @@ class AclDataSm : public QonBaseSm {
    void hostsChanged( const AclIntfUse & use, bool active );
    void countMember( Ulnet::IntfId member, bool joins );
    void block( const IntfPairKey & pair );
-   void tellUse( const AclOperation & acl, const AclIntfUse & use, bool active );
+   void tellUse( const AclOperation & acl, const AclIntfUse & use, Use & state, bool active );
    void record( const AclUnitResults & results );
    void resultsAre( const AclUnitResults & results );
    void resultKnown( bool willRevert );
@@ -229,7 +229,7 @@ class AclDataSm : public QonBaseSm {
    Kiv::DenseMap< AclIntfUse, U32 > hosts_;      // how many times
    Kiv::DenseMap< AclIntfUse, Use > uses_;       // in the order in which they came to be wanted
    std::vector< AclIntfUse > touched_, round_;   // for the next pass, and of this one
-   KeySet< Ulnet::IntfId > blocks_;
+   std::vector< Ulnet::IntfId > blocks_;
 
    Velto::Ptr< const AclRuleSet > rules_;    // that were prepared last, as hardware got them
    Velto::Ptr< const AclRuleSet > source_;   // what they were made of

@@ -13,6 +13,7 @@
 //
 // Ownership: counted by AclSm. Instances take their wishes back before they end.
 
+#include <algorithm>
 #include <vector>
 
 #include "platform/Velto/Node.h"
@@ -40,6 +41,9 @@ class AclIntfSm : public Velto::Node {
 
    /** The instance wishes the block, or no longer. True if it is the first, or was the last. */
    bool wantToBlockIs( const AclDataSm * instance, bool block );
+   bool wantsToBlock( const AclDataSm * instance ) const {
+      return std::find( wantToBlock_.begin(), wantToBlock_.end(), instance ) != wantToBlock_.end();
+   }
    U32 wantToBlocks() const { return U32( wantToBlock_.size() ); }
    /** Whether another instance of the same type wishes the block. */
    bool othersWantToBlock( const AclDataSm * instance ) const;

@@ -248,7 +248,10 @@ class NextHopCollection {
    /** @name Writing entries. A weight of 0 is fatal, and an index past the end. */
    /** @{ */
    void viaPush( const NextHop & via ) { viaAndWeightPush( ViaAndWeight( via, 1 ) ); }
-   void viaAndWeightPush( const ViaAndWeight & viaAndWeight );
+   void viaAndWeightPush( const ViaAndWeight & viaAndWeight ) {
+      viaAndWeightPush( ViaAndWeight( viaAndWeight ) ); // it may lie in the list
+   }
+   void viaAndWeightPush( ViaAndWeight && viaAndWeight );
    void viaAndWeightIs( U32 index, const ViaAndWeight & viaAndWeight );
    /** As viaAndWeightIs and viaAndWeightPush, of the arguments that make an entry. */
    template< class... Args >

@@ -119,6 +119,7 @@ class ViaList final : public KivStash::Dedupable< ViaList > {
 
  private:
    friend class ViaListDedupTable;
+   bool sameEntries( const ViaList & other ) const;
    U64 computeHash() const;
    U64 contentHash_ = 0; // while it is in a table
 };
