@@ -1,5 +1,6 @@
 // Mirror sessions: one source comes and goes, and a port-channel of 16 joins, against a table written
-// by hand that keeps the same configuration, records, counts and status, and calls the same chip.
+// by hand that keeps the same configuration, records, counts and status, and calls the same chip. Which
+// ports a port-channel has won and lost both find out from its list.
 //
 // "sources" is how many the session has, "sessions" how many there are: neither should matter.
 
@@ -116,12 +117,15 @@ struct Table : Switch {
          }
       }
    }
-   void add( const String & name, IntfId port ) {
+   void add( const String & name, IntfId port ) { add( name, port, port ); }
+   /** `intf` is configured, and leads to the port. */
+   void add( const String & name, IntfId port, IntfId intf ) {
       auto & session = *sessions.find( name );
-      auto source = session.config->srcIntf( port );
+      auto source = session.config->srcIntf( intf );
       auto [record, fresh] = session.records.emplace( port );
       Qon::MirroringSmHelper * chip = helper.ptr();
       if ( fresh && chip->isValidIntf( nullptr, port, false ) &&
+           ( intf == port || chip->isValidIntf( nullptr, intf, false ) ) &&
            chip->sourcesFit( name, 0, session.sources + 1 ) &&
            chip->addSourceToHardware( name, session.group, -1, port, source->direction() ) ) {
          *record = { source->direction(), source->aclName(), source->aclPriority() };
@@ -139,7 +143,23 @@ struct Table : Switch {
          --session.sources;
       }
    }
+   /** A group leads to other ports than before: who has left goes, who has come comes. */
+   void follow( const String & name, IntfId lag ) {
+      const auto & now = acsd->lagToPort( lag );
+      auto & before = *portsOf.emplace( lag ).first;
+      for ( IntfId port : before ) {
+         if ( !now.portHas( port ) ) {
+            remove( name, port );
+         }
+      }
+      before.clear();
+      for ( auto & [port, flags] : now ) {
+         before.push_back( port );
+         add( name, port, lag );
+      }
+   }
    Kiv::DenseMap< String, Session > sessions;
+   Kiv::DenseMap< IntfId, std::vector< IntfId > > portsOf;
 };
 
 /** ns for a source that comes and goes. */
@@ -200,20 +220,13 @@ channelJoins( benchmark::State & state ) {
             },
             5000 );
       Table table( sessions, sources );
-      auto session = table.config->session( name );
-      for ( U32 n = 0; n < lagMembers; ++n ) {
-         session->srcIntfIs( EthIntfId::intfId( 2000 + n ), Direction::rx );
-      }
+      table.config->session( name )->srcIntfIs( lag, Direction::rx );
       floor = Bench::nsPerCall(
             [&] {
                table.join( lag, lagMembers );
-               for ( U32 n = 0; n < lagMembers; ++n ) {
-                  table.add( name, EthIntfId::intfId( 2000 + n ) );
-               }
+               table.follow( name, lag );
                table.join( lag, 0 );
-               for ( U32 n = 0; n < lagMembers; ++n ) {
-                  table.remove( name, EthIntfId::intfId( 2000 + n ) );
-               }
+               table.follow( name, lag );
             },
             5000 );
    }
