@@ -116,12 +116,12 @@ TEST( VlanMappingSabotage, OfThePipeline ) {
          const String state =
                Tests::held( { w.platform.ptr(), w.sourceStatus.ptr(), w.interlock.ptr(),
                               w.merged.ptr(), w.sources.ptr(), w.acsd.ptr() } );
-         // Three stages watch this: who comes after one that raises hears nothing of it.
-         saboteur.does( [&] { w.config->switchIntfConfigDel( po( 1 ) ); } );
          if ( w.sm2 ) {
             w.checkPipeline();
          }
-         ends( state );
+         // Three stages watch this: who comes after one that raises hears nothing of it.
+         saboteur.does( [&] { w.config->switchIntfConfigDel( po( 1 ) ); } );
+         ends( slices ? String() : state );
       } );
    }
 }
