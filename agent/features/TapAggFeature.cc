@@ -173,10 +173,6 @@ macIn( const ConfigRow & row, const char * field ) {
 
 void
 TapAggFeature::modeIs( bool on ) {
-   if ( on && hwConfig_->tapAggTopoId() == 0 ) {
-      hwConfig_->tapAggTopoNameIs( "TapAgg" );
-      hwConfig_->tapAggTopoIdIs( 4095 );
-   }
    agent_.acsd()->operationalModeIs( on ? Qon::HwOperationalMode::tapAgg
                                         : Qon::HwOperationalMode::switching );
 }

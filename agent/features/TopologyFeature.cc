@@ -37,6 +37,8 @@ TopologyFeature::TopologyFeature( Agent & agent )
       status_( agent.entities().mount< Topology::Inst::Status >( Paths::topologyStatus ) ),
       tapAgg_( agent.entities().mount< TapAgg::HwConfig >( Paths::tapAggHwConfig ) ),
       stpSm_( makeStpSm() ) {
+   tapAgg_->tapAggTopoNameIs( "TapAgg" ); // the mode may be set before anything says otherwise
+   tapAgg_->tapAggTopoIdIs( 4095 );
    agent.acsd()->tapAggHwConfigIs( tapAgg_ );
    if ( stpSm_ ) {
       stpSm_->initializedIs( true );
@@ -275,13 +277,7 @@ TopologyFeature::parseVlan( const Json & line ) {
 TopologyFeature::Parsed
 TopologyFeature::parseMode( const Json & line ) {
    const auto mode = Kiv::fromText< Qon::HwOperationalMode >( fieldOf< String >( line, "mode" ) );
-   return [=, this] {
-      if ( mode == Qon::HwOperationalMode::tapAgg && tapAgg_->tapAggTopoId() == 0 ) {
-         tapAgg_->tapAggTopoNameIs( "TapAgg" );
-         tapAgg_->tapAggTopoIdIs( 4095 );
-      }
-      agent_.acsd()->operationalModeIs( mode );
-   };
+   return [=, this] { agent_.acsd()->operationalModeIs( mode ); };
 }
 
 TopologyFeature::Parsed
