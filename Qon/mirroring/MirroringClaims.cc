@@ -70,7 +70,7 @@ KivMirroringSession::KivIntf::reviewMember( IntfId port ) {
 
 void
 KivMirroringSession::KivSource::addOrRemoveSource( bool add ) {
-   if ( aggregate() ) {
+   if ( mirroringFacility.hears( 5 ) && aggregate() ) {
       // fixed text
       QON_TRACE( mirroringFacility, 5, intf(),
                  ": I'm a LAG, carrying out operation for all members" );
@@ -86,14 +86,37 @@ KivMirroringSession::KivSource::claimIs( IntfId port, bool claim ) {
 }
 
 void
+KivMirroringSession::Claims::add( KivSource * by ) {
+   if ( !first_ ) {
+      first_ = by;
+      return;
+   }
+   const bool aggregate = by->aggregate();
+   if ( aggregate && !first_->aggregate() ) {
+      others_.insert( others_.begin(), std::exchange( first_, by ) );
+      return;
+   }
+   auto own = []( const KivSource * claim ) { return !claim->aggregate(); };
+   others_.insert( aggregate ? std::find_if( others_.begin(), others_.end(), own ) : others_.end(),
+                   by );
+}
+
+void
+KivMirroringSession::Claims::remove( KivSource * by ) {
+   if ( first_ != by ) {
+      std::erase( others_, by );
+   } else if ( others_.empty() ) {
+      first_ = nullptr;
+   } else {
+      first_ = others_.front();
+      others_.erase( others_.begin() );
+   }
+}
+
+void
 KivMirroringSession::claimSource( IntfId port, KivSource * by ) {
    auto & source = *sources_.emplace( port ).first;
-   auto & claims = source.claims;
-   auto place = !claims.empty() && by->aggregate()
-                      ? std::find_if( claims.begin(), claims.end(),
-                                      []( auto claim ) { return !claim->aggregate(); } )
-                      : claims.end();
-   claims.insert( place, by );
+   source.claims.add( by );
    if ( port != by->intf() ) {
       root_->useIs( port, this );
    }
@@ -106,7 +129,7 @@ KivMirroringSession::unclaimSource( IntfId port, KivSource * by ) {
       root_->useDel( port, this );
    }
    if ( auto source = sources_.find( port ) ) {
-      std::erase( source->claims, by );
+      source->claims.remove( by );
       reviewSource( port, *source );
    }
 }

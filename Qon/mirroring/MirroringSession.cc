@@ -64,6 +64,7 @@ KivMirroringSession::program() {
    unfinished_ = true;
    Velto::FirstError error;
    error.run( [&] { root_->in_.status->sessionIs( name_ ); } );
+   status_ = root_->in_.status->session( name_ );
    error.run( [&] {
       starting_ = true;
       const Velto::AtEnd done( [this] { starting_ = false; } );
@@ -207,7 +208,7 @@ KivMirroringSession::prepareToDie() {
 
 Mirroring::SessionStatus *
 KivMirroringSession::status() const {
-   return live_ ? root_->in_.status->session( name_ ) : nullptr;
+   return live_ ? status_.ptr() : nullptr;
 }
 
 // --- What is configured --------------------------------------------------------------------------

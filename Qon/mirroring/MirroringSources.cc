@@ -425,7 +425,7 @@ KivMirroringSession::publishEgress() {
    auto & acsd = *root_->in_.acsd;
    if ( createdInHw_ && counts_.tx() ) {
       acsd.mirrorSessionNameToEgressIdIs( name_, U8( mirrorGroup_ ) );
-   } else {
+   } else if ( acsd.mirrorSessionNameToEgressIds() ) {
       acsd.mirrorSessionNameToEgressIdDel( name_ );
    }
 }

@@ -92,8 +92,21 @@ class MirroringSm::KivMirroringSession : public QonBaseSm {
       U32 uni() const { return rxOnly + txOnly; }
       void change( Direction direction, S32 by );
    };
+   /** Who claims a source port, whose it is first: the aggregates, then its own configuration. Mostly
+       one, which takes no room of its own. */
+   class Claims {
+    public:
+      bool empty() const { return first_ == nullptr; }
+      KivSource * front() const { return first_; }
+      void add( KivSource * by );
+      void remove( KivSource * by );
+
+    private:
+      KivSource * first_ = nullptr;
+      std::vector< KivSource * > others_;
+   };
    struct SourcePort {
-      std::vector< KivSource * > claims;
+      Claims claims;
       MirrorSrcIntfLocal local;
    };
    struct TargetPort {
@@ -208,6 +221,7 @@ class MirroringSm::KivMirroringSession : public QonBaseSm {
    MirroringSm * const root_;
    const String name_;
    const Velto::Ptr< const Config > config_;
+   Velto::Ptr< Mirroring::SessionStatus > status_; // from the first step of program() on
    S32 mirrorGroup_ = Mirroring::mirrorGroupInvalid();
    bool live_ = false;       // between its start and its end
    bool unfinished_ = false; // program() raised
