@@ -22,7 +22,7 @@
 // 5. An empty map is one pointer. What its entries took is given back as they go.
 //
 // The map owns keys and values. Both must be movable, K copyable too; what is left of a moved one
-// must be inert. V may be an empty class (a set): it takes no room. No locks: one thread.
+// must be inert, and so must a constructor be that is noexcept: others may change the map. V may be an empty class (a set): it takes no room. No locks: one thread.
 
 #include <memory>
 #include <optional>
@@ -239,9 +239,9 @@ DenseMap< K, V >::emplace( const K & key, A &&... args ) {
       return { &entryAt( p.chunk, p.at )->value, false };
    }
    Entry fresh( key, std::forward< A >( args )... );
-   constexpr bool plain = std::is_trivially_copy_constructible_v< K > &&
-                          std::is_trivially_constructible_v< V, A &&... >;
-   if constexpr ( !plain ) {
+   constexpr bool inert =
+         std::is_nothrow_copy_constructible_v< K > && std::is_nothrow_constructible_v< V, A &&... >;
+   if constexpr ( !inert ) {
       // The constructor may have changed the map.
       if ( Place p = search( fresh.key, hash ); p.chunk ) {
          return { &entryAt( p.chunk, p.at )->value, false };
