@@ -148,7 +148,7 @@ TEST( Server, ManyRequestsAtOnceLeaveRoomForOthersAndAreAllAnswered ) {
    for ( U32 i = 0; i < requests; ++i ) {
       ASSERT_EQ( many.line(), mode ) << i;
    }
-   EXPECT_GE( w.loop.rounds().times - before, requests / Connection::linesATurn / 2 );
+   EXPECT_GE( w.loop.rounds().times - before, 20u ); // some fifteen in each at most
    EXPECT_TRUE( many.ended() );
 }
 
@@ -229,7 +229,10 @@ TEST( Server, TakesOverTheSocketOfTheDeadButNotOfTheLiving ) {
       return "";
    };
    EXPECT_EQ( attempt( w.path ), w.path + ": busy: another agent serves this socket" );
-   EXPECT_EQ( attempt( "CMakeLists.txt" ), "CMakeLists.txt: is not a socket, and stays" );
+   const String plain = w.path + ".plain";
+   close( open( plain.c_str(), O_CREAT | O_WRONLY, 0600 ) );
+   EXPECT_EQ( attempt( plain ), plain + ": is not a socket, and stays" );
+   EXPECT_EQ( unlink( plain.c_str() ), 0 );
    EXPECT_EQ( attempt( "/no/such/folder/s" ),
               "/no/such/folder/s: no socket can be made here: No such file or directory" );
    EXPECT_EQ( attempt( String( 200, 'x' ) ),
