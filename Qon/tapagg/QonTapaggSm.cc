@@ -51,8 +51,7 @@ TapAggSm::handleInitialized() {
    servicePolicyWatch_.attach( this, in_.policyMapConfig.ptr() );
    flushReplyWatch_.attach( this, in_.flushReplies.ptr() );
    check_.attach< &TapAggSm::handleVerify >( in_.verifyData, "QonTapaggSm", this );
-   later( What::start );
-   settle();
+   ask( { What::start } );
 }
 
 void
@@ -131,13 +130,17 @@ TapAggSm::answer( const Question & question ) {
 }
 
 void
-TapAggSm::ask( TapAggRole role, IntfId intf ) {
-   const What what = role == TapAggRole::tap ? What::tapPort : What::toolPort;
+TapAggSm::ask( Question question ) {
    if ( initialized() ) {
-      questions_.ask( this, { what, intf }, [this]( const Question & q ) { take( q ); } );
+      questions_.ask( this, std::move( question ), [this]( const Question & q ) { take( q ); } );
    } else {
-      later( what, intf );
+      questions_.add( std::move( question ) );
    }
+}
+
+void
+TapAggSm::askPort( TapAggRole role, IntfId intf ) {
+   ask( { role == TapAggRole::tap ? What::tapPort : What::toolPort, intf } );
 }
 
 // --- Start, mode and end -------------------------------------------------------------------------
@@ -326,8 +329,7 @@ TapAggSm::doMaybeScheduleHwCleanup() {
 
 void
 TapAggSm::handleHwCleanupTime() {
-   later( What::hwCleanup );
-   settle();
+   ask( { What::hwCleanup } );
 }
 
 template< class Collection >
@@ -393,18 +395,17 @@ TapAggSm::initedCountInc( const TapAggIntfSm & sm, S32 change ) {
 
 void
 TapAggSm::handleMode() {
-   later( What::mode );
-   settle();
+   ask( { What::mode } );
 }
 
 void
 TapAggSm::handleTapPort( const IntfId & intf ) {
-   ask( TapAggRole::tap, intf );
+   askPort( TapAggRole::tap, intf );
 }
 
 void
 TapAggSm::handleToolPort( const IntfId & intf ) {
-   ask( TapAggRole::tool, intf );
+   askPort( TapAggRole::tool, intf );
 }
 
 void
@@ -416,30 +417,27 @@ TapAggSm::handleTapRawIntf( const IntfId & intf ) {
 
 void
 TapAggSm::handleToolGroupMembership( const IntfId & intf ) {
-   ask( TapAggRole::tool, intf );
+   askPort( TapAggRole::tool, intf );
 }
 
 void
 TapAggSm::handleActiveToolPortChange( const IntfId & intf ) {
-   ask( TapAggRole::tool, intf );
+   askPort( TapAggRole::tool, intf );
 }
 
 void
 TapAggSm::handlePmapGroupConfig( const String & name ) {
-   later( What::pmapGroup, {}, name );
-   settle();
+   ask( { What::pmapGroup, {}, name } );
 }
 
 void
 TapAggSm::handlePolicyMap( const String & name ) {
-   later( What::policyMap, {}, name );
-   settle();
+   ask( { What::policyMap, {}, name } );
 }
 
 void
 TapAggSm::handleServicePolicy( const IntfId & intf ) {
-   later( What::servicePolicy, intf );
-   settle();
+   ask( { What::servicePolicy, intf } );
 }
 
 /** Rules of every policy map are made otherwise from now on. */
@@ -453,8 +451,7 @@ TapAggSm::handleTrafficSteeringMacAclMatchIp() {
 
 void
 TapAggSm::handleTcamProfile() {
-   later( What::tcamProfile );
-   settle();
+   ask( { What::tcamProfile } );
 }
 
 void

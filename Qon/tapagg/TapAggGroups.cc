@@ -259,8 +259,7 @@ TapAggSm::scheduleGroupCleanup() {
 
 void
 TapAggSm::handleGroupCleanupTime() {
-   later( What::groupCleanup );
-   settle();
+   ask( { What::groupCleanup } );
 }
 
 /** Interfaces that are not in the group any more leave its lists. */

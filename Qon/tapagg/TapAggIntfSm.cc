@@ -1,7 +1,6 @@
 // What tap ports and tool ports have in common.
 
 #include <algorithm>
-#include <iterator>
 
 #include "Qon/tapagg/TapAggTrace.h"
 
@@ -39,7 +38,7 @@ TapAggIntfSm::counts() const {
 void
 TapAggIntfSm::changed() {
    if ( counts() ) {
-      root_->ask( role_, intf_ );
+      root_->askPort( role_, intf_ );
    }
 }
 
@@ -113,32 +112,24 @@ TapAggIntfSm::forget() {
 /** Those that are new come to those that there are. */
 void
 TapAggIntfSm::useNames( const TapAggNames & wanted ) {
-   TapAggNames fresh, all;
-   if ( wanted == names_ ) {
-      return;
-   }
-   std::set_difference( wanted.begin(), wanted.end(), names_.begin(), names_.end(),
-                        std::back_inserter( fresh ) );
-   std::set_union( wanted.begin(), wanted.end(), names_.begin(), names_.end(),
-                   std::back_inserter( all ) );
-   names_ = std::move( all );
-   for ( const String & name : fresh ) {
-      root_->useIs( name, *this, true );
+   for ( const String & name : wanted ) {
+      auto at = std::lower_bound( names_.begin(), names_.end(), name );
+      if ( at == names_.end() || *at != name ) {
+         names_.insert( at, name );
+         root_->useIs( name, *this, true );
+      }
    }
 }
 
 void
 TapAggIntfSm::leaveNames( const TapAggNames & wanted ) {
-   TapAggNames gone;
-   if ( wanted == names_ ) {
-      return;
-   }
-   std::set_difference( names_.begin(), names_.end(), wanted.begin(), wanted.end(),
-                        std::back_inserter( gone ) );
-   names_ = wanted;
-   for ( const String & name : gone ) {
-      root_->useIs( name, *this, false );
-   }
+   std::erase_if( names_, [&]( const String & name ) {
+      const bool gone = !std::binary_search( wanted.begin(), wanted.end(), name );
+      if ( gone ) {
+         root_->useIs( name, *this, false );
+      }
+      return gone;
+   } );
 }
 
 void

@@ -21,8 +21,7 @@ TapAggClassMapSm::handleInitialized() {
 
 void
 TapAggClassMapSm::handleGroups() {
-   root_->later( TapAggSm::What::classMap, {}, key_.policyMap(), key_.classMap() );
-   root_->settle();
+   root_->ask( { TapAggSm::What::classMap, {}, key_.policyMap(), key_.classMap() } );
 }
 
 void
@@ -63,8 +62,7 @@ TapAggPolicyMapSm::kivDoZombieReactors() {
 
 void
 TapAggPolicyMapSm::handleClassMap( const String & name ) {
-   root_->later( TapAggSm::What::classMap, {}, name_, name );
-   root_->settle();
+   root_->ask( { TapAggSm::What::classMap, {}, name_, name } );
 }
 
 void
@@ -82,8 +80,8 @@ TapAggPolicyMapSm::reviewAll() {
 
 void
 TapAggPolicyMapSm::reviewClass( const String & name ) {
-   classMaps_.review( name, config_->classMap( name ) );
-   if ( auto sm = classMapSm( name ) ) {
+   const Velto::Ptr< TapAggClassMapSm > sm = classMaps_.reviewed( name, config_->classMap( name ) );
+   if ( sm ) {
       sm->review( root_->active() );
    }
 }

@@ -22,23 +22,24 @@ void
 TapAggSm::cleanUpPort( TapAggIntfSm & sm ) {
    auto end = [&] { sm.takeBack(); };
    Velto::FirstError error;
-   error.run( end ) || error.run( end );
-   sm.forget();
+   if ( !error.run( end ) && !error.run( end ) ) {
+      sm.forget();
+   }
    error.pass();
 }
 
 void
 TapAggSm::reviewTapPort( IntfId intf ) {
-   taps_.review( intf, tapAggConfig()->tapPort( intf ) );
-   if ( auto sm = tapSm( intf ) ) {
+   const Velto::Ptr< TapAggTapSm > sm = taps_.reviewed( intf, tapAggConfig()->tapPort( intf ) );
+   if ( sm ) {
       sm->review();
    }
 }
 
 void
 TapAggSm::reviewToolPort( IntfId intf ) {
-   tools_.review( intf, tapAggConfig()->toolPort( intf ) );
-   if ( auto sm = toolSm( intf ) ) {
+   const Velto::Ptr< TapAggToolSm > sm = tools_.reviewed( intf, tapAggConfig()->toolPort( intf ) );
+   if ( sm ) {
       sm->review();
    }
 }
@@ -70,8 +71,7 @@ TapAggSm::handlePortToLag( IntfId port, IntfId from, IntfId to ) {
 void
 TapAggSm::handleLagToPort( IntfId lag, IntfId ) {
    later( What::tapPort, lag );
-   later( What::toolPort, lag );
-   settle();
+   ask( { What::toolPort, lag } );
 }
 
 bool

@@ -125,16 +125,7 @@ TapAggTapSm::reviewSettings( bool wanted ) {
    static constexpr Apply appliers[] = { QON_TAP_SETTINGS( APPLIER ) &
                                          TapAggTapSm::applyTapGreStripForEp };
 #undef APPLIER
-   if ( wanted ) {
-      const Settings want = wantedSettings();
-      for ( auto apply = std::begin( appliers ); apply != std::end( appliers ); ++apply ) {
-         ( this->**apply )( want );
-      }
-   } else {
-      for ( auto apply = std::rbegin( appliers ); apply != std::rend( appliers ); ++apply ) {
-         ( this->**apply )( Settings() );
-      }
-   }
+   applySettings( *this, appliers, wanted ? wantedSettings() : Settings(), !wanted );
 }
 
 // --- Its group -----------------------------------------------------------------------------------

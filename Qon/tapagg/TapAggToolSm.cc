@@ -102,16 +102,7 @@ TapAggToolSm::reviewSettings( bool wanted ) {
 #define APPLIER( Type, name, Handler, Configured, hook ) &TapAggToolSm::apply##Handler,
    static constexpr Apply appliers[] = { QON_TOOL_SETTINGS( APPLIER ) };
 #undef APPLIER
-   if ( wanted ) {
-      const Settings want = wantedSettings();
-      for ( auto apply = std::begin( appliers ); apply != std::end( appliers ); ++apply ) {
-         ( this->**apply )( want );
-      }
-   } else {
-      for ( auto apply = std::rbegin( appliers ); apply != std::rend( appliers ); ++apply ) {
-         ( this->**apply )( Settings() );
-      }
-   }
+   applySettings( *this, appliers, wanted ? wantedSettings() : Settings(), !wanted );
 }
 
 // --- Its groups ----------------------------------------------------------------------------------
@@ -202,8 +193,8 @@ TapAggToolSm::removeGroup( U32 group ) {
 
 void
 TapAggToolSm::removeGroups() {
-   for ( auto && entry : keysOf< U32 >( hw_.groups_ ) ) {
-      removeGroup( entry.key );
+   while ( !hw_.groups_.empty() ) {
+      removeGroup( hw_.groups_.front().key );
    }
 }
 

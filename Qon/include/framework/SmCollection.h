@@ -67,29 +67,22 @@ class SmCollection {
 
    /** Makes true that the child of `key` stands for `wanted`. Idempotent. */
    void review( const K & key, const Input & wanted ) {
-      Child * child = wanted ? children_.emplace( key ).first : children_.find( key );
-      if ( !child ) {
-         return;
-      }
-      if ( child->input == wanted && !child->busy ) {
-         wake( *child );
-         return;
-      }
-      child->wanted = wanted;
-      if ( !child->busy ) {
-         settle( K( key ), *child );
+      if ( Child * child = childFor( key, wanted ) ) {
+         bring( key, *child, wanted );
       }
    }
 
    /** review(), then sm( key ), for one who holds the owner: a single look-up where the child is as
        it shall be. */
    Sm * reviewed( const K & key, const Input & wanted ) {
-      auto child = children_.find( key );
-      if ( child && !child->busy && child->input == wanted && child->sm &&
-           child->sm->initialized() ) {
+      Child * child = childFor( key, wanted );
+      if ( !child ) {
+         return nullptr;
+      }
+      if ( !child->busy && child->input == wanted && child->sm && child->sm->initialized() ) {
          return child->sm.ptr();
       }
-      review( key, wanted );
+      bring( key, *child, wanted );
       return sm( key );
    }
 
@@ -152,6 +145,19 @@ class SmCollection {
    }
 
  private:
+   Child * childFor( const K & key, const Input & wanted ) {
+      return wanted ? children_.emplace( key ).first : children_.find( key );
+   }
+   void bring( const K & key, Child & child, const Input & wanted ) {
+      if ( child.input == wanted && !child.busy ) {
+         wake( child );
+         return;
+      }
+      child.wanted = wanted;
+      if ( !child.busy ) {
+         settle( K( key ), child );
+      }
+   }
    static void wake( const Child & child ) {
       if ( Velto::Ptr< Sm > sm = child.sm ) {
          sm->initializedIs( true );

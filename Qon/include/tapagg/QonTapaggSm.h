@@ -195,15 +195,16 @@ class TapAggSm : public QonBaseSm, public Checked {
       String name = {};
       String classMap = {};
    };
-   void later( What what, IntfId intf = {}, const String & name = "",
-               const String & classMap = "" ) {
-      questions_.add( { what, intf, name, classMap } );
+   void later( What what, IntfId intf = {}, String name = "", String classMap = "" ) {
+      questions_.add( { what, intf, std::move( name ), std::move( classMap ) } );
    }
+   /** later(), then settle(). */
+   void ask( Question question );
    void settle();
    void drain();
    void take( const Question & question );
    void answer( const Question & question );
-   void ask( TapAggRole role, IntfId intf );
+   void askPort( TapAggRole role, IntfId intf );
 
    // Start, mode, end
    void start();

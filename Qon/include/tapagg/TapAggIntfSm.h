@@ -136,6 +136,15 @@ class TapAggIntfSm : public QonBaseSm {
    virtual bool verifyGroup( U32 group ) const = 0;
    virtual void verifySettings() const = 0;
 
+   /** Calls `appliers` of `sm` in their order, or, where the port goes, in reverse. */
+   template< class Sm, class Settings, std::size_t n >
+   static void applySettings( Sm & sm, void ( Sm::*const ( &appliers )[n] )( const Settings & ),
+                              const Settings & want, bool goes ) {
+      for ( std::size_t i = 0; i < n; ++i ) {
+         ( sm.*appliers[goes ? n - 1 - i : i] )( want );
+      }
+   }
+
    /** Puts the port into the lists of the group. */
    void noteGroup( U32 group ) const;
    /** An association went: the group may be nobody's by now. */

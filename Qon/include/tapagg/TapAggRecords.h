@@ -75,17 +75,16 @@ class TapAggUsers {
        it. */
    template< class Act >
    bool change( const String & name, Act && act ) {
-      const bool before = users_.has( name );
-      Users & users = *users_.emplace( name ).first;
-      act( users );
-      const bool after = !users.empty();
+      auto [users, fresh] = users_.emplace( name );
+      act( *users );
+      const bool after = !users->empty();
       if ( !after ) {
          users_.erase( name );
       }
-      if ( before != after ) {
+      if ( fresh == after ) {
          noteParts( name, after );
       }
-      return before != after;
+      return fresh == after;
    }
 
  private:
