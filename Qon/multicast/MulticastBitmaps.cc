@@ -1,0 +1,208 @@
+// The bitmaps: one for each set of ports, and the one that floods.
+
+#include "Qon/multicast/MulticastTrace.h"
+
+namespace Qon {
+
+using QonTypes::Bitmap;
+
+// --- Sets of ports ---------------------------------------------------------------------------------
+
+MulticastHelper::BitmapPtr
+MulticastHelper::bitmapFor( const Bitmap & ports ) {
+   if ( auto held = bitmapList_.find( ports ) ) {
+      ++( *held )->refCount_;
+      return *held;
+   }
+   BitmapPtr bitmap = makeBitmap( ports );
+   bitmapList_.emplace( ports, bitmap );
+   bitmap->refCount_ = 1;
+   bool taken = false;
+   const Velto::AtEnd undo( [&] {
+      if ( !taken ) {
+         bitmap->refCount_ = 0;
+         bitmapList_.erase( ports );
+      }
+   } );
+   taken = takeGroup( *bitmap );
+   return taken ? bitmap : nullptr;
+}
+
+MulticastHelper::BitmapPtr
+MulticastHelper::makeBitmap( const Bitmap & ports ) {
+   if ( !bitmapInfo_ ) {
+      bitmapInfo_ = factory()->getBitmapInfoType();
+   }
+   BitmapPtr bitmap = factory()->getHardwareL2MulticastBitmap( ports, *bitmapInfo_ );
+   bitmap->number_ = bitmapsMade_++;
+   return bitmap;
+}
+
+bool
+MulticastHelper::takeGroup( HardwareL2MulticastBitmap & bitmap ) {
+   QON_TELL_HOOK( HardwareL2MulticastBitmap, createL2MulticastEntry, bitmap.ports() );
+   bitmap.groupIndex_ = bitmap.createL2MulticastEntry();
+   return bitmap.groupIndex_ != HardwareL2MulticastBitmap::noGroup;
+}
+
+void
+MulticastHelper::writeBitmap( HardwareL2MulticastBitmap & bitmap, const QonPortList & lags ) {
+   if ( bitmap.wasWritten_ ) {
+      QON_TRACE( multicastFacility, 5,
+                 "Found bitmap with the correct bits but it has to be reprogrammed" );
+      QON_TELL_HOOK( HardwareL2MulticastBitmap, modifyGroupsInHardware, bitmap.groupIndex(),
+                     bitmap.ports() );
+      bitmap.modifyGroupsInHardware( bitmap.ports() );
+   } else {
+      QON_TELL_HOOK( HardwareL2MulticastBitmap, writeGroupsToHardware, bitmap.groupIndex(),
+                     bitmap.ports() );
+      bitmap.writeGroupsToHardware( bitmap.ports() );
+   }
+   bitmap.shadow_ = bitmap.ports_;
+   bitmap.lagList_ = lags;
+   bitmap.written_ = bitmap.wasWritten_ = true;
+   bitmap.lagRemoved_ = false;
+}
+
+void
+MulticastHelper::countDel( HardwareL2MulticastBitmap & bitmap, U32 & count ) {
+   VELTO_ASSERT( count > 0 );
+   --count;
+   if ( bitmap.unused() && &bitmap != overflow()->floodBitmap() ) {
+      unused_.push_back( bitmap.ports() );
+   }
+}
+
+/** Whoever was without entries for a moment may have found some again. */
+void
+MulticastHelper::freeUnused() {
+   Velto::FirstError error;
+   while ( !unused_.empty() ) {
+      const Bitmap ports = std::move( unused_.back() );
+      unused_.pop_back();
+      if ( auto held = bitmapList_.find( ports ); held && ( *held )->unused() ) {
+         error.run( [&] { freeHardwareBitmap( ports ); } );
+      }
+   }
+   error.pass();
+}
+
+void
+MulticastHelper::emptyBitmap( HardwareL2MulticastBitmap & bitmap ) {
+   bitmap.written_ = false;
+   bitmap.shadow_.clear();
+   QON_TELL_HOOK( HardwareL2MulticastBitmap, writeGroupsToHardware, bitmap.groupIndex(), Bitmap() );
+   bitmap.writeGroupsToHardware( Bitmap() );
+}
+
+void
+MulticastHelper::freeHardwareBitmap( const Bitmap & ports ) {
+   const Velto::Hold alive( this );
+   const Bitmap key = ports; // it may be the bitmap's own
+   BitmapPtr bitmap = bitmapList_.find( key ) ? *bitmapList_.find( key ) : nullptr;
+   if ( !bitmap ) {
+      return;
+   }
+   VELTO_ASSERT( bitmap->refCount() == 0 );
+   Velto::FirstError error;
+   error.run( [&] { emptyBitmap( *bitmap ); } );
+   bitmapList_.erase( key );
+   bitmap = nullptr; // its group is free only now
+   error.run( [&] { reviewFlood(); } );
+   if ( overflow()->mcastEntryNeedingHwEntrys() ) {
+      reviewOverflowedGroups();
+   }
+   error.pass();
+}
+
+// --- The set that floods, and the queue of those that use it ---------------------------------------
+
+MulticastOverflow *
+MulticastHelper::overflow() {
+   if ( !overflow_ ) {
+      overflow_ = Velto::make< MulticastOverflow >( "multicastOverflow" );
+   }
+   return overflow_.ptr();
+}
+
+void
+MulticastHelper::addFloodEntry() {
+   if ( !overflow()->floodBitmap() ) {
+      for ( auto && [port, present] : acsd()->intfIteratorConst() ) {
+         portPresenceIs( port, true );
+      }
+      overflow()->floodBitmapIs( makeBitmap( resolved_ ) );
+   }
+   reviewFlood();
+}
+
+/** Brings the set that floods to the ports that there are. Without a group it tries to get one. */
+void
+MulticastHelper::reviewFlood() {
+   const BitmapPtr flood( overflow()->floodBitmap() );
+   if ( !flood ) {
+      return;
+   }
+   if ( flood->ports() != resolved_ ) {
+      flood->ports_ = resolved_;
+      flood->written_ = false;
+   }
+   if ( flood->groupIndex() == HardwareL2MulticastBitmap::noGroup && !takeGroup( *flood ) ) {
+      return;
+   }
+   if ( flood->stale() ) {
+      writeBitmap( *flood, {} );
+   }
+}
+
+void
+MulticastHelper::reviewOverflowedGroups() {
+   while ( overflow()->mcastEntryNeedingHwEntrys() ) {
+      const EntryPtr entry = overflow()->mcastEntryNeedingHwEntryFront();
+      overflow()->mcastEntryNeedingHwEntryDeq();
+      entry->retry_ = 0;
+      if ( overflow()->vGroupNeedingHwEntryHas( entry->vGroup() ) ) {
+         overflow()->vGroupNeedingHwEntryDel( entry->vGroup() );
+         groupOverflowList_.erase( entry->macVlan() );
+         queueGroup( *entry );
+      }
+   }
+   if ( groupList_.size() ) {
+      review_->kickReview();
+   }
+}
+
+void
+MulticastHelper::handleParityEvent( const String & table ) {
+   const Velto::Hold alive( this );
+   Velto::FirstError error;
+   if ( table == multicastTable ) {
+      auto doubt = []( HardwareL2MulticastBitmap & bitmap ) {
+         bitmap.shadow_.clear();
+         bitmap.written_ = false;
+      };
+      for ( auto && [ports, bitmap] : bitmapList_ ) {
+         doubt( *bitmap );
+      }
+      if ( auto flood = overflow()->floodBitmap() ) {
+         doubt( *flood );
+         error.run( [&] { reviewFlood(); } );
+      }
+   } else if ( table == macTable ) {
+      for ( auto && [id, entry] : entryList_ ) {
+         const EntryPtr held = entry;
+         held->macTableEntryCreated_ = false;
+         if ( held->macBitmap_ && !held->deleted() ) {
+            QON_TELL_HOOK( HardwareL2MulticastEntry, deleteHwShadowedMacTableEntry, held->macAddr(),
+                           held->vlanId() );
+            error.run( [&] { held->deleteHwShadowedMacTableEntry(); } );
+         }
+      }
+   } else {
+      return;
+   }
+   queueAll();
+   error.pass();
+}
+
+} // namespace Qon
