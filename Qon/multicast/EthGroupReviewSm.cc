@@ -82,10 +82,15 @@ EthGroupReviewSm::reviewEthGroupSet() {
    const Velto::Hold helperAlive( helper_ ), alive( this );
    reviewing_ = true;
    const Velto::AtEnd done( [this] { reviewing_ = false; } );
-   slice(
-         ethGroupClock(), config_->reviewTime(), config_->reviewPause(),
-         [this] { return helper_->groupList().size() != 0 && !helper_->cleanupWanted_; },
-         [this] { helper_->reviewFirst(); } );
+   Velto::FirstError error;
+   error.run( [this] { helper_->repairFlood(); } );
+   error.run( [this] {
+      slice(
+            ethGroupClock(), config_->reviewTime(), config_->reviewPause(),
+            [this] { return helper_->groupList().size() != 0; },
+            [this] { helper_->reviewFirst(); } );
+   } );
+   error.pass();
 }
 
 /** Whoever waits for a bitmap comes first, in the order of the queue. */
@@ -111,10 +116,6 @@ EthGroupReviewSm::delEthGroupSet() {
    const Velto::Hold helperAlive( helper_ ), alive( this );
    deleting_ = true;
    const Velto::AtEnd done( [this] { deleting_ = false; } );
-   if ( helper_->cleanupWanted_ ) {
-      helper_->doCleanup();
-      return;
-   }
    U32 left = helper_->groupDelList().size(); // those that are queued again are for the next run
    slice(
          ethGroupDelClock(), config_->delTime(), config_->delPause(),
@@ -123,6 +124,9 @@ EthGroupReviewSm::delEthGroupSet() {
             --left;
             helper_->deleteFirst();
          } );
+   if ( helper_->cleanupWanted_ ) {
+      helper_->doCleanup();
+   }
    if ( helper_->groupDelList().size() ) {
       wakeUp( ethGroupDelClock(), Kiv::now() + config_->delPause() );
    }

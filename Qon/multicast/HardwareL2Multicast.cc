@@ -25,10 +25,11 @@ MulticastDataFactory::getHardwareL2MulticastEntry( MulticastHelper * helper, S64
 }
 
 Velto::Ptr< HardwareL2MulticastBitmap >
-MulticastDataFactory::getHardwareL2MulticastBitmap( const QonTypes::Bitmap & ports,
+MulticastDataFactory::getHardwareL2MulticastBitmap( MulticastHelper * helper,
+                                                    const QonTypes::Bitmap & ports,
                                                     const BitmapInfoType & info ) {
    qonAssert( unimplementedFunction( "MulticastDataFactory::getHardwareL2MulticastBitmap" ) );
-   return Velto::make< HardwareL2MulticastBitmap >( ports, info );
+   return Velto::make< HardwareL2MulticastBitmap >( helper, ports, info );
 }
 
 U32
@@ -43,9 +44,10 @@ MulticastDataFactory::getBitmapInfoType() {
    return {};
 }
 
-HardwareL2MulticastBitmap::HardwareL2MulticastBitmap( const QonTypes::Bitmap & ports,
+HardwareL2MulticastBitmap::HardwareL2MulticastBitmap( MulticastHelper * helper,
+                                                      const QonTypes::Bitmap & ports,
                                                       const BitmapInfoType & info )
-    : QonBaseHelper( String() ), ports_( ports ), info_( info ) {}
+    : QonBaseHelper( String() ), helper_( helper ), ports_( ports ), info_( info ) {}
 
 /** Without a chip every set has a group of its own. */
 S64

@@ -100,6 +100,7 @@ IgmpSnoopingSm::handleInitialized() {
             in_.staticConfig->groupIteratorConst(),
             [this]( const McastAddr & key ) { return staticGroupWanted( key ); } );
    } );
+   helper()->deleteOrphans();
    error.pass();
 }
 

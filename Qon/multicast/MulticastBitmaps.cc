@@ -6,6 +6,22 @@ namespace Qon {
 
 using QonTypes::Bitmap;
 
+namespace {
+
+/** Counts a hook while it is being called. */
+class Calling {
+ public:
+   explicit Calling( U32 & count ) : count_( count ) { ++count_; }
+   Calling( const Calling & ) = delete;
+   Calling & operator=( const Calling & ) = delete;
+   ~Calling() { --count_; }
+
+ private:
+   U32 & count_;
+};
+
+} // namespace
+
 // --- Sets of ports ---------------------------------------------------------------------------------
 
 MulticastHelper::BitmapPtr
@@ -33,13 +49,14 @@ MulticastHelper::makeBitmap( const Bitmap & ports ) {
    if ( !bitmapInfo_ ) {
       bitmapInfo_ = factory()->getBitmapInfoType();
    }
-   BitmapPtr bitmap = factory()->getHardwareL2MulticastBitmap( ports, *bitmapInfo_ );
+   BitmapPtr bitmap = factory()->getHardwareL2MulticastBitmap( this, ports, *bitmapInfo_ );
    bitmap->number_ = bitmapsMade_++;
    return bitmap;
 }
 
 bool
 MulticastHelper::takeGroup( HardwareL2MulticastBitmap & bitmap ) {
+   const Calling calling( busy_ );
    QON_TELL_HOOK( HardwareL2MulticastBitmap, createL2MulticastEntry, bitmap.ports() );
    bitmap.groupIndex_ = bitmap.createL2MulticastEntry();
    return bitmap.groupIndex_ != HardwareL2MulticastBitmap::noGroup;
@@ -47,6 +64,7 @@ MulticastHelper::takeGroup( HardwareL2MulticastBitmap & bitmap ) {
 
 void
 MulticastHelper::writeBitmap( HardwareL2MulticastBitmap & bitmap, const QonPortList & lags ) {
+   const Calling calling( busy_ );
    if ( bitmap.wasWritten_ ) {
       QON_TRACE( multicastFacility, 5,
                  "Found bitmap with the correct bits but it has to be reprogrammed" );
@@ -89,10 +107,19 @@ MulticastHelper::freeUnused() {
 
 void
 MulticastHelper::emptyBitmap( HardwareL2MulticastBitmap & bitmap ) {
+   const Calling calling( busy_ );
    bitmap.written_ = false;
    bitmap.shadow_.clear();
    QON_TELL_HOOK( HardwareL2MulticastBitmap, writeGroupsToHardware, bitmap.groupIndex(), Bitmap() );
    bitmap.writeGroupsToHardware( Bitmap() );
+}
+
+/** Once more if it raises. */
+void
+MulticastHelper::emptyBitmap( HardwareL2MulticastBitmap & bitmap, Velto::FirstError & error ) {
+   if ( !error.run( [&] { emptyBitmap( bitmap ); } ) ) {
+      error.run( [&] { emptyBitmap( bitmap ); } );
+   }
 }
 
 void
@@ -105,7 +132,7 @@ MulticastHelper::freeHardwareBitmap( const Bitmap & ports ) {
    }
    VELTO_ASSERT( bitmap->refCount() == 0 );
    Velto::FirstError error;
-   error.run( [&] { emptyBitmap( *bitmap ); } );
+   emptyBitmap( *bitmap, error );
    bitmapList_.erase( key );
    bitmap = nullptr; // its group is free only now
    error.run( [&] { reviewFlood(); } );
@@ -127,6 +154,7 @@ MulticastHelper::overflow() {
 
 void
 MulticastHelper::addFloodEntry() {
+   cleanupWanted_ = false; // somebody begins anew
    if ( !overflow()->floodBitmap() ) {
       for ( auto && [port, present] : acsd()->intfIteratorConst() ) {
          portPresenceIs( port, true );
@@ -152,6 +180,25 @@ MulticastHelper::reviewFlood() {
    }
    if ( flood->stale() ) {
       writeBitmap( *flood, {} );
+   }
+}
+
+/** What raised when it was to be written. */
+void
+MulticastHelper::repairFlood() {
+   auto flood = overflow()->floodBitmap();
+   if ( flood && flood->groupIndex() != HardwareL2MulticastBitmap::noGroup && flood->stale() ) {
+      reviewFlood();
+   }
+}
+
+void
+MulticastHelper::dropFlood( Velto::FirstError & error ) {
+   if ( BitmapPtr flood = overflow()->floodBitmap(); flood ) {
+      overflow()->floodBitmapIs( nullptr );
+      if ( flood->groupIndex() != HardwareL2MulticastBitmap::noGroup ) {
+         emptyBitmap( *flood, error );
+      }
    }
 }
 
@@ -202,6 +249,7 @@ MulticastHelper::handleParityEvent( const String & table ) {
       return;
    }
    queueAll();
+   review_->kickReview();
    error.pass();
 }
 

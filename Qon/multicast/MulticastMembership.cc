@@ -279,6 +279,7 @@ void
 MulticastHelper::handleAcsdIntf( IntfId intf ) {
    const Velto::Hold alive( this );
    if ( portPresenceIs( intf, acsd()->intfHas( intf ) ) ) {
+      review_->kickReview(); // which writes what could not be written here
       reviewFlood();
    }
 }

@@ -336,28 +336,32 @@ MulticastHelper::doCleanup() {
       review_->stopReview();
       return;
    }
+   const Velto::Hold alive( this );
+   waiting_.clear();
    if ( busy_ ) {
-      cleanupWanted_ = true; // when the group that is under way is done
+      forEachEntry( [this]( Entry & entry ) { queueDeletion( entry ); } );
+      cleanupWanted_ = true;
       review_->kickDel();
       return;
    }
-   const Velto::Hold alive( this );
    cleanupWanted_ = false;
-   review_->stopReview();
-   waiting_.clear();
    Velto::FirstError error;
    while ( entryList_.size() ) {
       const EntryPtr entry = entryList_.front().value;
       error.run( [&] { endGroup( entry, true ); } );
    }
-   if ( BitmapPtr flood = overflow()->floodBitmap(); flood ) {
-      overflow()->floodBitmapIs( nullptr );
-      if ( flood->groupIndex() != HardwareL2MulticastBitmap::noGroup ) {
-         error.run( [&] { emptyBitmap( *flood ); } );
-      }
-   }
+   dropFlood( error );
    review_->stopReview();
    error.pass();
+}
+
+void
+MulticastHelper::deleteOrphans() {
+   forEachEntry( [this]( Entry & entry ) {
+      if ( !entry.sm_ && !entry.deleted() ) {
+         queueDeletion( entry );
+      }
+   } );
 }
 
 } // namespace Qon

@@ -165,7 +165,8 @@ class QonCommonSmData : public Kiv::Entity {
 
    // This agent drives a chip of the fabric, without ports of its own. Writer: hosting agent.
    KIV_ATTR( bool, isFabricSlice, false )
-   // Parity errors, by their place. Writer: parity slice. Readers: MulticastReactorSm.
+   // Parity errors, by their place. Writer: parity slice, hosting agent.
+   // Readers: MulticastReactorSm.
    KIV_MAP( ParityEvent::Key, ParityEvent, parityEvent )
    // Requests, checks and findings of verification runs.
    // Writer: QonCommonSmData. Readers: VerifySm, VerifyAgentSm, VerifyAgentSmCliCallback, StpSm,

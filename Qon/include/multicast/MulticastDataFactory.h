@@ -13,7 +13,8 @@
 // 1. A bitmap's set is written before the first MAC entry points at it, and is emptied and given back
 //    after the last one points elsewhere.
 // 2. refCount is the number of entries that point at a bitmap. One at which nobody points any more is
-//    freed: its chip's class returns the group in its destructor.
+//    freed: its chip's class returns the group in its destructor. One that is not freed when it ends
+//    leaves the group as it is: the agent ends, and the chip goes on.
 // 3. Every hook is done when it returns. One that raises has done nothing, and is called again.
 // 4. One call at a time for an entry: what a hook changes is taken up when the review that called it goes
 //    on.
@@ -48,7 +49,8 @@ class HardwareL2MulticastBitmap : public QonBaseHelper {
    using IntfId = Ulnet::IntfId;
    static constexpr S64 noGroup = -1;
 
-   HardwareL2MulticastBitmap( const QonTypes::Bitmap & ports, const BitmapInfoType & info );
+   HardwareL2MulticastBitmap( MulticastHelper * helper, const QonTypes::Bitmap & ports,
+                              const BitmapInfoType & info );
 
    /** Takes a group of the chip. Returns its index, or noGroup if none is free: the object is dropped
        then, and nothing more is called. */
@@ -60,6 +62,8 @@ class HardwareL2MulticastBitmap : public QonBaseHelper {
        since an aggregate of lagList() went and came back, with other logical ports perhaps. */
    virtual void modifyGroupsInHardware( const QonTypes::Bitmap & ports );
 
+   /** Knows of which ports the numbers are: portsOf(). */
+   MulticastHelper * helper() const { return helper_; }
    /** The set that it stands for. */
    const QonTypes::Bitmap & ports() const { return ports_; }
    const BitmapInfoType & info() const { return info_; }
@@ -70,6 +74,8 @@ class HardwareL2MulticastBitmap : public QonBaseHelper {
    /** The aggregates that some of the ports came from when it was written last. */
    const QonPortList & lagList() const { return lagList_; }
    bool lagRemoved() const { return lagRemoved_; }
+   /** Whether the group is to be given back when this ends. */
+   bool freed() const { return refCount_ == 0 && !written_; }
    /** Whether the chip's copy is to be written again. */
    bool stale() const { return !written_ || lagRemoved_; }
 
@@ -79,6 +85,7 @@ class HardwareL2MulticastBitmap : public QonBaseHelper {
 
    bool unused() const { return refCount_ == 0 && macEntries_ == 0; }
 
+   MulticastHelper * const helper_;
    QonTypes::Bitmap ports_;
    QonTypes::Bitmap shadow_;
    QonPortList lagList_;
@@ -192,7 +199,8 @@ class MulticastDataFactory : public QonBaseHelper {
    getHardwareL2MulticastEntry( MulticastHelper * helper, S64 vGroup );
    /** Makes the chip's bitmap for a set of ports; without effects in the chip. */
    virtual Velto::Ptr< HardwareL2MulticastBitmap >
-   getHardwareL2MulticastBitmap( const QonTypes::Bitmap & ports, const BitmapInfoType & info );
+   getHardwareL2MulticastBitmap( MulticastHelper * helper, const QonTypes::Bitmap & ports,
+                                 const BitmapInfoType & info );
    /** The limit of (group address, VLAN) pairs; asked whenever a message names it. */
    virtual U32 getMaxL2MulticastGroups();
    /** Asked once, before the first bitmap. */

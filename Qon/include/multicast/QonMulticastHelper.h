@@ -134,6 +134,10 @@ class MulticastHelper : public QonBaseHelper, public Checked {
    void freeHardwareBitmap( const QonTypes::Bitmap & ports );
    /** Whoever waits for a bitmap is pending, in the order of the queue. */
    void reviewOverflowedGroups();
+   /** The place of a group among those that wait for a bitmap, from 1; 0: it does not wait. */
+   U32 placeInQueue( const Entry & entry ) const {
+      return entry.retry_ ? overflow_->before( entry.retry_ ) + 1 : 0;
+   }
    /** The number of a port; gives it one if it has none. */
    U32 bitOf( IntfId port );
    /** Null: no port has the number. */
@@ -147,8 +151,11 @@ class MulticastHelper : public QonBaseHelper, public Checked {
    bool handleVerify( const MulticastSmBase::Ptr & sm );
    bool waitToVerify() const { return waitToVerify_; }
    String checkInvariants() const override;
-   /** Takes all groups and the flood set out of the chip; while the agent restarts they stay there. */
+   /** Takes all groups and the flood set out of the chip; called by one of its hooks, as soon as that has
+       returned. While the agent restarts they stay there. */
    void doCleanup();
+   /** Queues the groups for deletion that no state machine has, since theirs ended without a word. */
+   void deleteOrphans();
 
    // --- What there is -----------------------------------------------------------------------------
 
@@ -268,7 +275,10 @@ class MulticastHelper : public QonBaseHelper, public Checked {
    bool takeGroup( HardwareL2MulticastBitmap & bitmap );
    void writeBitmap( HardwareL2MulticastBitmap & bitmap, const QonPortList & lags );
    void emptyBitmap( HardwareL2MulticastBitmap & bitmap );
+   void emptyBitmap( HardwareL2MulticastBitmap & bitmap, Velto::FirstError & error );
    void reviewFlood();
+   void repairFlood();
+   void dropFlood( Velto::FirstError & error );
    void countDel( HardwareL2MulticastBitmap & bitmap, U32 & count );
    void freeUnused();
 
@@ -283,7 +293,7 @@ class MulticastHelper : public QonBaseHelper, public Checked {
    U32 bitmapsMade_ = 0;
    bool waitToVerify_ = false;
    bool cleanupWanted_ = false;
-   U32 busy_ = 0; // groups of which a hook is being called
+   U32 busy_ = 0; // hooks that are being called
    S64 vGroup_ = 0;
 
    Kiv::DenseMap< S64, EntryPtr > entryList_;
