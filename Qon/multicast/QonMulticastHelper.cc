@@ -109,15 +109,16 @@ MulticastHelper::createMulticastAddr( const Ulnet::EthAddr & addr, U32 vlan, S64
       QON_TRACE( multicastFacility, 1, "No group for ", shownGroup( key ), ": ", vGroup );
       return;
    }
+   VELTO_ASSERT( !entry->addressed_ || entry->macVlan() == key );
+   const EntryPtr former( entryOf( key ) );
+   entry->macVlan_ = key;
+   entry->addressed_ = true;
+   *idOf_.emplace( key, vGroup ).first = vGroup; // nobody else takes it meanwhile
    Velto::FirstError error;
-   if ( const EntryPtr former = entryOf( key ); former && former != entry ) {
+   if ( former && former != entry ) {
       VELTO_ASSERT( former->deleted() );
       error.run( [&] { endGroup( former, true ); } );
    }
-   VELTO_ASSERT( !entry->addressed_ || entry->macVlan() == key );
-   entry->macVlan_ = key;
-   entry->addressed_ = true;
-   *idOf_.emplace( key, vGroup ).first = vGroup;
    if ( entry->hadMember_ ) {
       queueGroup( *entry );
       review_->kickReview();
