@@ -1,5 +1,7 @@
 // What must be of multicast groups, by the configuration and the shared data.
 
+#include <algorithm>
+
 #include "agent/softchip/MacPart.h"
 #include "simulation/SimMulticast.h"
 #include "simulation/World.h"
