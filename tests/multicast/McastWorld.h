@@ -69,8 +69,7 @@ struct Chip {
    }
    void giveBack( S64 index ) {
       for ( auto & [k, leads] : macs ) {
-         EXPECT_NE( leads, index )
-               << "a MAC entry leads to a group that is given back";
+         EXPECT_NE( leads, index ) << "a MAC entry leads to a group that is given back";
       }
       EXPECT_TRUE( group[index].empty() ) << "a group is given back with ports";
       group.erase( index );
