@@ -23,6 +23,9 @@ RecentLog::message( const Kiv::LogDescriptor & descriptor, const String & text )
       records_.pop_front();
       ++gone_;
    }
+   if ( descriptor.severity > level_ ) {
+      return;
+   }
    ( next_ ? *next_ : Kiv::logStandardError() ).message( descriptor, text );
 }
 
@@ -38,6 +41,7 @@ Agent::Agent( Kiv::TaskScheduler & scheduler, QonChip::Chip & chip, const Featur
    epochStatus_->hwEpochStatusIs( epoch.ptr() );
    epochStatus_->initializedIs( true );
    for ( auto & kind : features ) {
+      featureNames_.push_back( kind.name );
       features_.push_back( kind.make( *this ) );
    }
 }

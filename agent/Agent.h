@@ -9,7 +9,8 @@
 // 1. Everything runs on the scheduler's one thread; the agent itself never waits.
 // 2. Features are made in order and end in reverse; then the hook objects that they shared; the
 //    shared data goes last.
-// 3. A message of the log is remembered (the last `logDepth`) and then passed on.
+// 3. A message of the log is remembered (the last `logDepth`) and then passed on, if its severity
+//    is of the level that was asked for.
 //
 // Ownership: owns the entity manager, the shared data and the features; not the scheduler and the
 // chip, which must outlive it.
@@ -45,6 +46,9 @@ class RecentLog : public Kiv::LogSink {
    RecentLog();
    ~RecentLog() override;
    void message( const Kiv::LogDescriptor & descriptor, const String & text ) override;
+   /** Messages less severe than that are remembered, and not passed on. */
+   void levelIs( U32 least ) { level_ = least; }
+   U32 level() const { return level_; }
    const std::deque< Record > & records() const { return records_; }
    /** How many messages came before the first of records(). */
    U64 gone() const { return gone_; }
@@ -52,6 +56,7 @@ class RecentLog : public Kiv::LogSink {
  private:
    Kiv::LogSink * next_;
    U64 gone_ = 0;
+   U32 level_ = Kiv::logInformational;
    std::deque< Record > records_;
 };
 
@@ -80,6 +85,9 @@ class Agent {
    Qon::QonCommonSmData * acsd() const { return acsd_.ptr(); }
    Qon::QonEpochStatus * epochStatus() const { return epochStatus_.ptr(); }
    const std::vector< std::unique_ptr< AgentFeature > > & features() const { return features_; }
+   /** Their names, in the same order. */
+   const std::vector< String > & featureNames() const { return featureNames_; }
+   RecentLog & log() { return log_; }
    const RecentLog & log() const { return log_; }
 
    QonChip::Chip & chip() const { return chip_; }
@@ -130,6 +138,7 @@ class Agent {
    IntfNames names_;
    Verification verification_;
    std::map< std::type_index, Velto::Ptr< Velto::Node > > shared_;
+   std::vector< String > featureNames_;
    std::vector< std::unique_ptr< AgentFeature > > features_;
 };
 

@@ -30,17 +30,33 @@ using Velto::String;
 class Agent;
 class ConfigReader;
 
+/** A table of a ConfigDB file, for those who write one. */
+struct ConfigTable {
+   String name;
+   String key; ///< its parts, "port-channel|port"
+   /** Those that are read: a name, and what it may say. */
+   std::vector< std::pair< String, String > > fields;
+   std::vector< String > examples; ///< rows: "key": {...}
+};
+
 /** One kind of line of an event stream: {"time": 1.5, "event": NAME, ...}. */
 struct EventKind {
    String name;
    String help; ///< an example of the line
    /** Checks a line and returns what makes it happen. Velto::RangeError says what is wrong. */
    std::function< std::function< void() >( const Json & line ) > parse;
+   std::vector< String > examples = {}; ///< further lines, of its other forms
 };
 
 /** Features check their tables in this order: what a stage finds in the file is known to those
     behind it. */
 enum class ConfigStage : U8 { ports, aggregates, vlans, others };
+
+/** How often, or how much of, something there was or is. */
+struct Counter {
+   const char * name; ///< "commands that wait"
+   U64 value;
+};
 
 class AgentFeature {
  public:
@@ -50,15 +66,19 @@ class AgentFeature {
    virtual ~AgentFeature() = default;
 
    /** The tables of a ConfigDB file that configure() understands. */
-   virtual std::vector< String > tables() const { return {}; }
+   virtual std::vector< ConfigTable > tables() const { return {}; }
    virtual ConfigStage configStage() const { return ConfigStage::others; }
-   /** Checks the rows of its tables and queues, with reader.apply(), what makes entities of them.
-       See ConfigReader.h. */
+   /** Checks the rows of its tables and queues, with reader.apply(), what makes entities of them. A
+       file that comes behind another one is a difference to it: what was said and is no more is
+       taken away, what is said as before is left alone. See ConfigReader.h and Configured.h. */
    virtual void configure( ConfigReader & reader ) { (void)reader; }
 
    /** The state and the configuration that the agent starts with have been read. */
    virtual void inputsRead() {}
 
+   virtual std::vector< Counter > counters() const { return {}; }
+   /** How the names of what is its own begin: classes of hooks, types of the state database, tasks. */
+   virtual std::vector< String > ownNames() const { return {}; }
    virtual std::vector< ShowCommand > showCommands() { return {}; }
    virtual std::vector< EventKind > eventKinds() { return {}; }
 };

@@ -7,15 +7,20 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <optional>
+#include <utility>
 
 #include "agent/AgentRun.h"
+#include "agent/Reference.h"
 #include "agent/base/Json.h"
-#include "agent/base/Printable.h"
+#include "agent/base/PlainWords.h"
+#include "agent/base/Readiness.h"
 #include "agent/base/Version.h"
 #include "agent/server/Console.h"
 #include "agent/server/SocketServer.h"
 #include "platform/Kiv/EventLoop.h"
+#include "platform/Kiv/Printable.h"
 
 namespace QonAgent {
 
@@ -38,6 +43,7 @@ struct Options {
    String replay;
    bool virtualTime = false;
    bool once = false;
+   bool describe = false;
 };
 
 /** Octal digits as a number. */
@@ -46,7 +52,7 @@ modeOf( const String & text ) {
    char * end = nullptr;
    const unsigned long mode = std::strtoul( text.c_str(), &end, 8 );
    if ( text.empty() || *end || mode > 0777 ) {
-      throw CLI::ValidationError( "--socket-mode", "expected up to 0777, found '" + text + "'" );
+      throw CLI::ValidationError( "expected up to 0777, found '" + text + "'" );
    }
    return Kiv::toText( U32( mode ) );
 }
@@ -55,16 +61,19 @@ String program; // argv[0] without its folder, with which messages begin
 
 void
 say( const String & line ) {
-   std::fprintf( stderr, "%s: %s\n", program.c_str(), printable( line ).c_str() );
+   std::fprintf( stderr, "%s: %s\n", program.c_str(),
+                 Kiv::printable( plainWords( line ) ).c_str() );
 }
 
-/** Ends the loop on SIGTERM and SIGINT. */
+/** Hears SIGTERM and SIGINT, which end the agent, and SIGHUP. */
 class SignalWatch : private Kiv::FdWatch {
  public:
-   SignalWatch( Kiv::EventLoop & loop, bool & stopped )
-       : FdWatch( &loop, descriptor() ), stopped_( stopped ) {
+   SignalWatch( Kiv::EventLoop & loop, std::function< void() > reload )
+       : FdWatch( &loop, descriptor() ), reload_( std::move( reload ) ) {
       wanted( true, false );
    }
+   bool stopped() const { return stopped_; }
+
    ~SignalWatch() override { close( fd() ); }
 
  private:
@@ -73,6 +82,7 @@ class SignalWatch : private Kiv::FdWatch {
       sigemptyset( &set );
       sigaddset( &set, SIGTERM );
       sigaddset( &set, SIGINT );
+      sigaddset( &set, SIGHUP );
       VELTO_ASSERT( sigprocmask( SIG_BLOCK, &set, nullptr ) == 0 );
       int fd = signalfd( -1, &set, SFD_CLOEXEC | SFD_NONBLOCK );
       VELTO_ASSERT( fd >= 0 );
@@ -80,10 +90,17 @@ class SignalWatch : private Kiv::FdWatch {
    }
    void ready( bool, bool ) override {
       signalfd_siginfo info;
-      stopped_ = read( fd(), &info, sizeof( info ) ) == ssize_t( sizeof( info ) ) || stopped_;
+      if ( read( fd(), &info, sizeof( info ) ) == ssize_t( sizeof( info ) ) ) {
+         if ( info.ssi_signo == SIGHUP ) {
+            reload_();
+         } else {
+            stopped_ = true;
+         }
+      }
    }
 
-   bool & stopped_;
+   const std::function< void() > reload_;
+   bool stopped_ = false;
 };
 
 /** Descriptors are served in real time; the agent's clocks run on it, or on a time of their own. */
@@ -104,11 +121,11 @@ class Program {
    void advance( Kiv::Seconds by );
    void playVirtual();
    void oneRound( bool wait );
+   void reload();
 
    Options options_;
    Kiv::EventLoop loop_;
-   bool stopped_ = false;
-   SignalWatch signals_{ loop_, stopped_ };
+   SignalWatch signals_{ loop_, [this] { reload(); } };
    std::optional< Kiv::VirtualScheduler > virtual_;
    std::optional< SocketServer > server_;
    std::optional< FileRecorder > recorder_;
@@ -141,6 +158,7 @@ Program::Program( const Options & options, const Chips & chips ) : options_( opt
    run_.emplace( scheduler(), recorder_ ? &*recorder_ : nullptr, say, chips );
    run_->begin( options.chip, options.settings );
    console_.emplace( run_->agent() );
+   console_->loopIs( &loop_ );
    console_->changeIs( [this]( const String & kind, const String & text ) {
       return run_->change( kind, text );
    } );
@@ -182,10 +200,26 @@ Program::oneRound( bool wait ) {
    }
 }
 
+/** Reads the configuration again, as a difference. What can not be read changes nothing. */
+void
+Program::reload() {
+   if ( options_.config.empty() || options_.config == "-" ) {
+      say( "warning: there is no file to read again: --config names none" );
+      return;
+   }
+   tellServiceManager( "RELOADING=1" );
+   try {
+      run_->config( options_.config );
+   } catch ( const Velto::RangeError & e ) {
+      say( String( "error: " ) + e.what() + "; everything stays as it is" );
+   }
+   tellServiceManager( "READY=1" );
+}
+
 /** From one firing to the next, with a look at the clients between them. */
 void
 Program::playVirtual() {
-   while ( playing() && !stopped_ ) {
+   while ( playing() && !signals_.stopped() ) {
       const Kiv::Seconds next = std::max( virtual_->time(), virtual_->nextTime() );
       run_->chip().pump( next - virtual_->time() );
       virtual_->runUntil( next );
@@ -198,6 +232,7 @@ Program::run() {
    if ( server_ ) {
       say( "ready, serving " + options_.socket );
    }
+   tellServiceManager( "READY=1" );
    if ( run_->player() ) {
       run_->play();
    }
@@ -212,12 +247,10 @@ Program::run() {
    auto finished = [this] {
       return options_.once && !playing() && scheduler().nextTime() > Kiv::now();
    };
-   while ( !stopped_ && !finished() ) {
+   while ( !signals_.stopped() && !finished() ) {
       oneRound( true );
    }
-   if ( recorder_ && !recorder_->good() ) {
-      say( "warning: " + options_.record + ": not everything could be written" );
-   }
+   tellServiceManager( "STOPPING=1" );
 }
 
 void
@@ -244,6 +277,9 @@ describe( CLI::App & app, Options & options, const Chips & chips ) {
    app.add_flag( "--virtual-time", options.virtualTime,
                  "time moves with events and with 'qonctl run' only" );
    app.add_flag( "--once", options.once, "load, play the events, come to rest, and end" );
+   app.add_flag(
+         "--describe", options.describe,
+         "print what this agent understands and shows, with examples; nothing else is done" );
    app.add_option( "--record", options.record, "write everything that comes in to a recording" )
          ->type_name( "FILE" );
    app.add_option( "--replay", options.replay,
@@ -285,7 +321,7 @@ settled( Options & options, const CLI::App & app ) {
    if ( app.count( "--socket" ) ) {
       return options.socket.empty() ? "--socket: a path is expected, it is empty" : "";
    }
-   if ( options.once || !options.replay.empty() ) {
+   if ( options.once || options.describe || !options.replay.empty() ) {
       return "";
    }
    try {
@@ -296,6 +332,19 @@ settled( Options & options, const CLI::App & app ) {
       return e.what();
    }
    return "";
+}
+
+} // namespace
+
+namespace {
+
+int
+printReference( const Options & options, const Chips & chips ) {
+   Kiv::VirtualScheduler scheduler;
+   AgentRun run( scheduler, nullptr, say, chips );
+   run.begin( options.chip, options.settings );
+   std::fputs( referenceOf( run.agent(), Console( run.agent() ).shows() ).c_str(), stdout );
+   return 0;
 }
 
 } // namespace
@@ -314,7 +363,7 @@ agentMain( int argc, char ** argv, const Chips & chips ) {
    describe( app, options, chips );
    app.set_version_flag( "--version", program + " " + agentVersion() );
    app.failure_message( []( const CLI::App *, const CLI::Error & e ) {
-      return program + ": error: " + e.what() + "; --help tells more\n";
+      return program + ": error: " + Kiv::printable( e.what() ) + "; --help tells more\n";
    } );
    try {
       app.parse( argc, argv );
@@ -334,6 +383,9 @@ agentMain( int argc, char ** argv, const Chips & chips ) {
       Kiv::logSinkIs( &Kiv::logSyslog() );
    }
    try {
+      if ( options.describe ) {
+         return printReference( options, chips );
+      }
       Program program( options, chips );
       program.load();
       program.run();

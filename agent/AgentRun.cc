@@ -1,5 +1,7 @@
 #include "agent/AgentRun.h"
 
+#include <malloc.h>
+
 #include <cstdlib>
 #include <sstream>
 
@@ -116,16 +118,16 @@ AgentRun::giveKinds() {
       kind( name, [this, load]( const String & text ) {
          need();
          auto end = text.find( '\n' );
-         load( text.substr( 0, end ), text.substr( end + 1 ) );
+         load( text.substr( 0, end ), std::string_view( text ).substr( end + 1 ) );
       } );
    };
-   file( "state", [this]( const String & name, const String & text ) {
-      applyStateText( agent_->entities(), name, text );
+   file( "state", [this]( const String & name, std::string_view text ) {
+      applyStateText( agent_->entities(), name, String( text ) );
    } );
    file( "config",
-         [this]( const String & name, const String & text ) { loadConfig( name, text ); } );
-   file( "events", [this]( const String & name, const String & text ) {
-      player_ = EventPlayer::parse( *agent_, name, text, say_ );
+         [this]( const String & name, std::string_view text ) { loadConfig( name, text ); } );
+   file( "events", [this]( const String & name, std::string_view text ) {
+      player_ = EventPlayer::parse( *agent_, name, String( text ), say_ );
    } );
    for ( auto & name : changeKinds() ) {
       kind( name, [this, name]( const String & text ) {
@@ -213,9 +215,11 @@ AgentRun::start( const String & description ) {
    }
 }
 
+/** The memory that a file took while it was read is given back: all of it lies in small pieces. */
 void
 AgentRun::inputFile( const String & kind, const String & file ) {
    input( kind, file + "\n" + readFile( file ) );
+   malloc_trim( 0 );
 }
 
 void
@@ -250,9 +254,11 @@ AgentRun::change( const String & kind, const String & text ) {
 }
 
 void
-AgentRun::loadConfig( const String & file, const String & text ) {
-   auto db = ConfigDb::parse( file, text );
-   auto report = ConfigReader( *agent_, db ).load();
+AgentRun::loadConfig( const String & file, std::string_view text ) {
+   const auto report = [&] {
+      const auto db = ConfigDb::parse( file, text );
+      return ConfigReader( *agent_, db ).load();
+   }();
    for ( auto & warning : report.warnings ) {
       say_( "warning: " + warning );
    }

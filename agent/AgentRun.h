@@ -16,6 +16,7 @@
 // outlive it.
 
 #include <optional>
+#include <string_view>
 
 #include "agent/Agent.h"
 #include "agent/AgentProgram.h"
@@ -65,7 +66,7 @@ class AgentRun {
    void start( const String & description );
    const QonChip::MakeChip & makerOf( const String & chip ) const;
    void refuse( const String & why );
-   void loadConfig( const String & file, const String & text );
+   void loadConfig( const String & file, std::string_view text );
    void need() const;
 
    Kiv::TaskScheduler & scheduler_;

@@ -3,6 +3,10 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <nlohmann/json.hpp>
+
+#include "agent/Events.h"
+#include "agent/base/StateFile.h"
 #include "platform/Kiv/Text.h"
 
 namespace QonAgent {
@@ -44,11 +48,43 @@ verify( Agent & agent, const String & command ) {
    return capture.content();
 }
 
+/** Values that come together: all of them are looked at before the first is set, so that one that
+    does not fit leaves everything as it was. */
+void
+setTogether( Orvane::EntityManager & entities, const State & values ) {
+   for ( auto & [path, value] : values ) {
+      entities.check( path, textOfJson( value ) );
+   }
+   for ( auto & [path, value] : values ) {
+      entities.set( path, textOfJson( value ) );
+   }
+}
+
+/** An event that a client gives: it happens now. */
+void
+happen( Agent & agent, const String & text ) {
+   const Json line = parseJson( text );
+   if ( !line.is_object() ) {
+      throw Velto::RangeError( "expected an object such as {\"event\": \"link\", ...}, found " +
+                               String( line.type_name() ) );
+   }
+   if ( line.contains( "time" ) ) {
+      throw Velto::RangeError( "an event that is given to a running agent has no time" );
+   }
+   String unknown;
+   auto happens = Events( agent ).parse( line, &unknown );
+   if ( !unknown.empty() ) {
+      throw Velto::RangeError( unknown );
+   }
+   happens();
+}
+
 } // namespace
 
 const std::vector< String > &
 changeKinds() {
-   static const std::vector< String > all = { "set", "insert", "delete", "raise", "verify" };
+   static const std::vector< String > all = { "set",   "together", "insert", "delete",
+                                              "event", "raise",    "verify" };
    return all;
 }
 
@@ -59,6 +95,10 @@ applyChange( Agent & agent, const String & kind, const String & text ) {
    String rest = end == String::npos ? String() : text.substr( end + 1 );
    if ( kind == "set" ) {
       agent.entities().set( first, rest );
+   } else if ( kind == "together" ) {
+      setTogether( agent.entities(), parseState( text ) );
+   } else if ( kind == "event" ) {
+      happen( agent, text );
    } else if ( kind == "insert" ) {
       agent.entities().insert( text );
    } else if ( kind == "delete" ) {

@@ -49,7 +49,7 @@ ConfigReader::nameTables() {
    std::vector< String > known;
    for ( auto & feature : agent_.features() ) {
       for ( auto & table : feature->tables() ) {
-         known.push_back( table );
+         known.push_back( table.name );
       }
    }
    for ( auto & table : db_.tables() ) {

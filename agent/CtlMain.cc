@@ -4,15 +4,20 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <functional>
 #include <nlohmann/json.hpp>
 
-#include "agent/base/Printable.h"
+#include "agent/base/ClockText.h"
 #include "agent/base/Version.h"
 #include "agent/ctl/Client.h"
 #include "agent/ctl/Table.h"
 #include "agent/server/SocketServer.h"
+#include "platform/Kiv/Printable.h"
 
 namespace {
 
@@ -20,6 +25,8 @@ using namespace QonAgent;
 
 constexpr int exitRefused = 1; // also: verification has findings
 constexpr int exitNoAgent = 2; // also: the command line is wrong
+
+const CLI::Range aTime( 0.0, 1e6 ); // in seconds
 
 struct Options {
    String socket; // empty: the one of the environment, or the default
@@ -30,12 +37,21 @@ struct Options {
    String value;
    String message;
    double seconds = 0;
+   bool stamps = false;
    std::vector< String > words;
 };
 
+/** Velto::RangeError: the output takes no more. */
+void
+checkOutput( bool written ) {
+   if ( !written ) {
+      throw Velto::RangeError( String( "standard output: " ) + std::strerror( errno ) );
+   }
+}
+
 void
 print( const String & text ) {
-   std::fputs( text.c_str(), stdout );
+   checkOutput( std::fputs( text.c_str(), stdout ) >= 0 );
 }
 
 String
@@ -53,6 +69,16 @@ U32
 tableWidth() {
    winsize size = {};
    return ioctl( STDOUT_FILENO, TIOCGWINSZ, &size ) == 0 ? size.ws_col : 0;
+}
+
+U32
+levelOf( const String & text ) {
+   char * end = nullptr;
+   const unsigned long level = std::strtoul( text.c_str(), &end, 10 );
+   if ( text.empty() || *end || level > 9 ) {
+      throw Velto::RangeError( "expected a level from 0 to 9, found '" + text + "'" );
+   }
+   return U32( level );
 }
 
 /** The rows of a table that the console makes itself. */
@@ -85,8 +111,14 @@ class Ctl {
 
    int show();
    int get();
+   int set();
    int change( const char * what );
+   int event();
    int watch();
+   int waitUntil();
+   int trace();
+   int logLevel();
+   int complete();
    int dump();
    int raise();
    int run();
@@ -94,6 +126,7 @@ class Ctl {
 
  private:
    int showHelp();
+   void printChange( const Json & line ) const;
    void printTable( const Json & columns, const Json & rows ) const;
 
    const Options & options_;
@@ -146,18 +179,81 @@ Ctl::get() {
    if ( options_.json ) {
       printJson( value );
    } else {
-      print( printable( value ) + "\n" );
+      print( Kiv::printable( value ) + "\n" );
    }
+   return 0;
+}
+
+/** Several values are set together, or none of them. */
+int
+Ctl::set() {
+   if ( options_.words.size() % 2 ) {
+      throw Velto::RangeError( "set: every PATH needs a VALUE" );
+   }
+   Json values = Json::object();
+   for ( std::size_t i = 0; i < options_.words.size(); i += 2 ) {
+      if ( values.contains( options_.words[i] ) ) {
+         throw Velto::RangeError( "set: " + options_.words[i] + " is there twice" );
+      }
+      values[options_.words[i]] = options_.words[i + 1];
+   }
+   client_.ask( { { "do", "set" }, { "values", values } } );
    return 0;
 }
 
 int
 Ctl::change( const char * what ) {
-   Json request = { { "do", what }, { "path", options_.path } };
-   if ( String( what ) == "set" ) {
-      request["value"] = options_.value;
+   client_.ask( { { "do", what }, { "path", options_.path } } );
+   return 0;
+}
+
+/** A line as of a stream of events, or its kind and FIELD=VALUE for each field. */
+int
+Ctl::event() {
+   Json line = Json::parse( options_.words[0], nullptr, false );
+   if ( !line.is_object() ) {
+      if ( options_.words[0].starts_with( "{" ) ) {
+         throw Velto::RangeError( "event: not valid JSON: " + options_.words[0] );
+      }
+      line = { { "event", options_.words[0] } };
+      for ( std::size_t i = 1; i < options_.words.size(); ++i ) {
+         const String & word = options_.words[i];
+         const auto end = word.find( '=' );
+         if ( end == String::npos ) {
+            throw Velto::RangeError( "event: expected FIELD=VALUE, found '" + word + "'" );
+         }
+         const String value = word.substr( end + 1 );
+         const Json parsed = Json::parse( value, nullptr, false );
+         line[word.substr( 0, end )] = parsed.is_discarded() ? Json( value ) : parsed;
+      }
+   }
+   client_.ask( { { "do", "event" }, { "line", line } } );
+   return 0;
+}
+
+int
+Ctl::trace() {
+   Json request = { { "do", "trace" }, { "facility", options_.path } };
+   if ( options_.value != "off" ) {
+      request["level"] = U32( levelOf( options_.value ) );
    }
    client_.ask( request );
+   return 0;
+}
+
+int
+Ctl::logLevel() {
+   client_.ask( { { "do", "logLevel" }, { "level", levelOf( options_.value ) } } );
+   return 0;
+}
+
+int
+Ctl::complete() {
+   const Json all =
+         client_.ask( { { "do", "complete" }, { "words", options_.words } } ).at( "words" );
+   for ( auto & word : all ) {
+      print( Kiv::printable( word ) + "\n" );
+   }
    return 0;
 }
 
@@ -169,19 +265,66 @@ Ctl::watch() {
       if ( line.contains( "ok" ) ) {
          continue; // all that was there has been told
       }
-      if ( options_.json ) {
-         printJson( line, -1 );
-      } else if ( line.contains( "entity" ) ) {
-         print( printable( line.at( "path" ) ) +
-                ( line.at( "entity" ).get< bool >() ? "\n" : " is gone\n" ) );
-      } else {
-         auto & value = line.at( "value" );
-         print( printable( line.at( "path" ) ) +
-                ( value.is_null() ? " is gone" : " = " + printable( value ) ) + "\n" );
-      }
-      std::fflush( stdout );
+      printChange( line );
+      checkOutput( std::fflush( stdout ) == 0 );
    }
    throw NoAgent( options_.socket + ": the agent ended" );
+}
+
+void
+Ctl::printChange( const Json & line ) const {
+   if ( options_.json ) {
+      Json whole = line;
+      if ( options_.stamps ) {
+         whole["time"] = clockText( Kiv::now() );
+      }
+      printJson( whole, -1 );
+      return;
+   }
+   String text = ( options_.stamps ? clockText( Kiv::now() ) + " " : "" ) +
+                 Kiv::printable( line.at( "path" ) );
+   if ( line.contains( "entity" ) ) {
+      text += line.at( "entity" ).get< bool >() ? "" : " is gone";
+   } else {
+      auto & value = line.at( "value" );
+      text += value.is_null() ? " is gone" : " = " + Kiv::printable( value );
+   }
+   print( text + "\n" );
+}
+
+/** Until the value at a path is what it shall be; "None" while there is none. */
+int
+Ctl::waitUntil() {
+   const auto deadline =
+         std::chrono::steady_clock::now() + std::chrono::duration< double >( options_.seconds );
+   client_.ask( { { "do", "watch" }, { "path", options_.path } } );
+   String value = "None";
+   bool present = false; // all that was there has been told
+   for ( Json line;; ) {
+      const std::chrono::duration< double > left = deadline - std::chrono::steady_clock::now();
+      client_.timeoutIs( std::max( left.count(), 0.001 ) );
+      try {
+         if ( left.count() <= 0 && present ) {
+            throw Silence( "" ); // lines that never end are no answer
+         }
+         if ( !client_.next( line ) ) {
+            throw NoAgent( options_.socket + ": the agent ended" );
+         }
+      } catch ( const Silence & ) {
+         throw Velto::RangeError( options_.path + ": is " + value + " and not " + options_.value +
+                                  " after " + jsonText( options_.seconds ) + " s" );
+      }
+      present = present || line.contains( "ok" );
+      if ( line.contains( "value" ) && line.at( "path" ) == options_.path ) {
+         value = line.at( "value" ).is_null() ? "None" : line.at( "value" ).get< String >();
+      } else if ( line.contains( "entity" ) && !line.at( "entity" ).get< bool >() &&
+                  options_.path.starts_with( line.at( "path" ).get< String >() ) ) {
+         value = "None";
+      }
+      if ( present && value == options_.value ) {
+         return 0;
+      }
+   }
 }
 
 int
@@ -249,15 +392,43 @@ describe( CLI::App & app, Options & options, Command & command ) {
    sub( "show", "show a table; alone: the tables there are", &Ctl::show )
          ->add_option( "WHAT", options.words, "name of the table, and its arguments" );
    path( sub( "get", "print the value at a path", &Ctl::get ) );
-   path( sub( "set", "set the value at a path", []( Ctl & c ) { return c.change( "set" ); } ) )
-         ->add_option( "VALUE", options.value, "its text" )
-         ->required();
+   sub( "set", "set the value at a path; several are set together, or none of them", &Ctl::set )
+         ->add_option( "PATH_VALUE", options.words, "a path and its text, as often as needed" )
+         ->required()
+         ->expected( 2, -1 );
    path( sub( "insert", "make the entity at a path",
               []( Ctl & c ) { return c.change( "insert" ); } ) );
    path( sub( "delete", "remove what is at a path",
               []( Ctl & c ) { return c.change( "delete" ); } ) );
+   sub( "event", "let an event happen, of the kinds that qon-agent --events plays", &Ctl::event )
+         ->add_option( "EVENT", options.words,
+                       "its kind, then FIELD=VALUE for each field; or a line" )
+         ->required();
    path( sub( "watch", "print what is below a path, then every change, until interrupted",
-              &Ctl::watch ) );
+              &Ctl::watch ) )
+         ->add_flag( "-t,--stamps", options.stamps, "with the time of day at which it came" );
+   auto wait = path( sub( "wait-until",
+                          "wait until the value at a path is this one; exit code 1 if "
+                          "it does not come to it in time",
+                          &Ctl::waitUntil ) );
+   wait->add_option( "VALUE", options.value, "its text; None: there is none" )->required();
+   options.seconds = 60;
+   wait->add_option( "--timeout,--within", options.seconds, "seconds to wait" )
+         ->check( aTime )
+         ->capture_default_str();
+   auto trace = sub( "trace", "print the traces of a facility where the agent's messages go",
+                     &Ctl::trace );
+   trace->add_option( "FACILITY", options.path, "its name" )->required();
+   trace->add_option( "LEVEL", options.value, "up to which level of detail, 0 to 9; or off" )
+         ->required();
+   sub( "log-level",
+        "pass on messages of the log up to a severity: 3 errors, 4 warnings, 5 notices, 6 "
+        "all",
+        &Ctl::logLevel )
+         ->add_option( "SEVERITY", options.value, "a number" )
+         ->required();
+   sub( "complete", "print what the last word of a command line can become", &Ctl::complete )
+         ->add_option( "WORD", options.words, "the words of the line, behind --" );
    sub( "dump", "print a snapshot that qon-agent --state reads; without a path, of everything",
         &Ctl::dump )
          ->add_option( "PATH", options.path, "path in the state database" );
@@ -270,6 +441,16 @@ describe( CLI::App & app, Options & options, Command & command ) {
    sub( "verify", "let the agent verify itself; exit code 1 if it finds something", &Ctl::verify );
 }
 
+/** The commands that begin so. */
+void
+printCommands( const CLI::App & app, const String & typed ) {
+   for ( auto command : app.get_subcommands( {} ) ) {
+      if ( command->get_name().starts_with( typed ) ) {
+         print( command->get_name() + "\n" );
+      }
+   }
+}
+
 const char examples[] =
       "Examples:\n"
       "  qonctl show                               what can be shown\n"
@@ -278,13 +459,15 @@ const char examples[] =
       "  qonctl show entity interface/status/eth/lag\n"
       "  qonctl get 'acsd/portToLag[Ethernet0]'\n"
       "  qonctl set 'interface/status/eth/phy/intfStatus[Ethernet0]/linkUp' False\n"
+      "  qonctl event link port=Ethernet0 up=false\n"
+      "  qonctl wait-until 'acsd/portToLag[Ethernet0]' Port-Channel7 --timeout 10\n"
       "  qonctl insert 'interface/status/eth/lag/intfStatus[Port-Channel7]'\n"
       "  qonctl delete 'interface/status/eth/lag/intfStatus[Port-Channel7]'\n"
       "  qonctl watch acsd/lagToPort\n"
       "  qonctl raise ETH_MACADDRBANKFULL switch1 00:11:22:33:44:55 10\n"
       "  qonctl verify\n\n"
-      "Exit codes: 0 done, 1 the agent refused or verification found something,\n"
-      "2 no agent, or a wrong command line.";
+      "Exit codes: 0 done, 1 the agent refused, verification found something, or the output could\n"
+      "not be written, 2 no agent, or a wrong command line.";
 
 } // namespace
 
@@ -294,13 +477,15 @@ main( int argc, char ** argv ) {
    Command command;
    CLI::App app( "Console of a running qon-agent." );
    app.add_option( "-s,--socket", options.socket, "the agent's socket" )->type_name( "PATH" );
-   app.add_option( "--wait", options.wait, "seconds to wait for the agent to be there" );
+   app.add_option( "--wait", options.wait, "seconds to wait for the agent to be there" )
+         ->check( aTime );
    app.add_option( "--timeout", options.timeout,
                    "seconds after which an agent that says nothing is given up; 0: never" )
+         ->check( aTime )
          ->capture_default_str();
    app.set_version_flag( "--version", "qonctl " + agentVersion() );
    app.failure_message( []( const CLI::App *, const CLI::Error & e ) {
-      return String( "qonctl: error: " ) + e.what() + "; --help tells more\n";
+      return "qonctl: error: " + Kiv::printable( e.what() ) + "; --help tells more\n";
    } );
    app.add_flag( "--json", options.json, "JSON instead of tables, for scripts" );
    app.require_subcommand( 1 );
@@ -312,9 +497,13 @@ main( int argc, char ** argv ) {
       return app.exit( e ) ? exitNoAgent : 0;
    }
    auto failed = []( const String & why, int code ) {
-      std::fprintf( stderr, "qonctl: %s\n", printable( why ).c_str() );
+      std::fprintf( stderr, "qonctl: %s\n", Kiv::printable( why ).c_str() );
       return code;
    };
+   if ( app.got_subcommand( "complete" ) && options.words.size() < 2 ) {
+      printCommands( app, options.words.empty() ? "" : options.words[0] );
+      return 0;
+   }
    String note; // behind errors about the socket
    try {
       if ( app.count( "--socket" ) && options.socket.empty() ) {
@@ -326,7 +515,9 @@ main( int argc, char ** argv ) {
          note = choice.ofEnvironment ? socketFromEnvironment : "";
       }
       Ctl ctl( options );
-      return command( ctl );
+      const int code = command( ctl );
+      checkOutput( std::fflush( stdout ) == 0 );
+      return code;
    } catch ( const NoAgent & e ) {
       return failed( e.what() + note, exitNoAgent );
    } catch ( const Velto::RangeError & e ) {

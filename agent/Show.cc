@@ -11,34 +11,6 @@ using Velto::RangeError;
 
 namespace {
 
-ArgumentValue
-valueOf( const Agent & agent, const Argument & argument, const String & text ) {
-   ArgumentValue value;
-   value.given = true;
-   value.text = text;
-   switch ( argument.kind ) {
-   case Argument::Kind::intf:
-      value.intf = agent.names().typed( text );
-      break;
-   case Argument::Kind::vlan:
-      try {
-         value.vlan = Bridging::VlanId( text );
-      } catch ( const RangeError & ) {
-         Kiv::textRefused( "a VLAN from 1 to 4094", text );
-      }
-      break;
-   case Argument::Kind::mac:
-      value.mac = Ulnet::EthAddr( text );
-      break;
-   case Argument::Kind::text:
-      break;
-   }
-   if ( argument.known && !argument.known( value ) ) {
-      throw RangeError( "there is no " + argument.what + " '" + text + "'" );
-   }
-   return value;
-}
-
 /** The place of the argument behind a keyword; behind the last one for none. */
 std::size_t
 placeOf( const std::vector< Argument > & wanted, const String & keyword ) {
@@ -74,7 +46,7 @@ argumentsOf( const Agent & agent, const ShowCommand & command,
          throw RangeError( name + " takes one " + wanted[place].name + ", and not '" + texts[i] +
                            "' too" );
       }
-      given[place] = valueOf( agent, wanted[place], texts[i] );
+      given[place] = argumentValue( agent, wanted[place], texts[i] );
    }
    for ( std::size_t place = 0; place < wanted.size(); ++place ) {
       if ( wanted[place].required && !given[place].given ) {
@@ -85,6 +57,34 @@ argumentsOf( const Agent & agent, const ShowCommand & command,
 }
 
 } // namespace
+
+ArgumentValue
+argumentValue( const Agent & agent, const Argument & argument, const String & text ) {
+   ArgumentValue value;
+   value.given = true;
+   value.text = text;
+   switch ( argument.kind ) {
+   case Argument::Kind::intf:
+      value.intf = agent.names().typed( text );
+      break;
+   case Argument::Kind::vlan:
+      try {
+         value.vlan = Bridging::VlanId( text );
+      } catch ( const RangeError & ) {
+         Kiv::textRefused( "a VLAN from 1 to 4094", text );
+      }
+      break;
+   case Argument::Kind::mac:
+      value.mac = Ulnet::EthAddr( text );
+      break;
+   case Argument::Kind::text:
+      break;
+   }
+   if ( argument.known && !argument.known( value ) ) {
+      throw RangeError( "there is no " + argument.what + " '" + text + "'" );
+   }
+   return value;
+}
 
 void
 Row::set( const char * field, Value value ) {

@@ -54,6 +54,10 @@ struct Argument {
    String keyword = "";
 };
 
+/** What a text is as that argument. Raises Velto::RangeError, if it is none or names nothing that
+    there is. */
+ArgumentValue argumentValue( const Agent & agent, const Argument & argument, const String & text );
+
 /** The arguments of one call, by their place in ShowCommand::arguments; what was not given is null,
     none, or empty. */
 class Arguments {

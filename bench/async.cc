@@ -7,13 +7,14 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <map>
-#include <random>
 #include <unordered_map>
 
 #include "Qon/include/framework/QonAck.h"
 #include "Qon/include/framework/QonAsyncBaseSm.h"
 #include "bench/Ratio.h"
+#include "platform/Kiv/Rng.h"
 
 namespace {
 
@@ -90,7 +91,7 @@ struct Load {
          record.fecIdIs( Quarn::Fib::FecId( Kiv::mix( i ) ) );
          fecs.push_back( record );
       }
-      std::shuffle( routes.begin(), routes.end(), std::mt19937( 1 ) );
+      std::shuffle( routes.begin(), routes.end(), Kiv::Rng( 1 ) );
    }
    std::vector< String > routes;
    std::vector< VersionIdPassedToPdFec > fecs;

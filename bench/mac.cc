@@ -20,11 +20,11 @@
 #include <deque>
 #include <map>
 #include <memory>
-#include <random>
 #include <unordered_map>
 #include <vector>
 
 #include "Qon/include/mac/QonChipProgrammer.h"
+#include "platform/Kiv/Rng.h"
 
 namespace {
 
@@ -324,11 +324,11 @@ std::vector< MacEntryKey >
 keysOf( U32 n ) {
    std::vector< MacEntryKey > keys;
    for ( U32 i = 0; i < n; ++i ) {
-      keys.push_back( { { Ulnet::EthAddr( 0x001c73000000ull + i / 16 ),
+      keys.push_back( { { Ulnet::EthAddr( 0x021122000000ull + i / 16 ),
                           Bridging::VlanIdOrNone( 1 + i % 16 ) },
                         Qon::MacHwType::macHwKeyBridge } );
    }
-   std::shuffle( keys.begin(), keys.end(), std::mt19937( 1 ) );
+   std::shuffle( keys.begin(), keys.end(), Kiv::Rng( 1 ) );
    return keys;
 }
 

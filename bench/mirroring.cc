@@ -61,6 +61,13 @@ struct Switch {
          }
       }
    }
+   void join( IntfId lag, U32 members ) {
+      Qon::QonLagPortList list;
+      for ( U32 n = 0; n < members; ++n ) {
+         list.portIs( EthIntfId::intfId( 2000 + n ), Qon::QonLagPort( true, true ) );
+      }
+      acsd->lagToPortIs( lag, list );
+   }
    Kiv::VirtualScheduler scheduler;
    Ptr< Qon::QonCommonSmData > acsd = Qon::qonCommonSmDataFactory( "acsd" );
    Ptr< Mirroring::Config > config = Velto::make< Mirroring::Config >( "config" );
@@ -76,13 +83,6 @@ struct Library : Switch {
       sm = Qon::MirroringSmIs( { acsd, config, capability, status, helper, nullptr, nullptr,
                                  nullptr, nullptr, nullptr, nullptr } );
       sm->initializedIs( true );
-   }
-   void join( IntfId lag, U32 members ) {
-      Qon::QonLagPortList list;
-      for ( U32 n = 0; n < members; ++n ) {
-         list.portIs( EthIntfId::intfId( 2000 + n ), Qon::QonLagPort( true, true ) );
-      }
-      acsd->lagToPortIs( lag, list );
    }
    Ptr< Mirroring::HwCapability > capability =
          Velto::make< Mirroring::HwCapability >( "capability" );
@@ -206,9 +206,11 @@ channelJoins( benchmark::State & state ) {
       }
       floor = Bench::nsPerCall(
             [&] {
+               table.join( lag, lagMembers );
                for ( U32 n = 0; n < lagMembers; ++n ) {
                   table.add( name, EthIntfId::intfId( 2000 + n ) );
                }
+               table.join( lag, 0 );
                for ( U32 n = 0; n < lagMembers; ++n ) {
                   table.remove( name, EthIntfId::intfId( 2000 + n ) );
                }

@@ -11,11 +11,11 @@
 #include <chrono>
 #include <cstdlib>
 #include <new>
-#include <random>
 #include <unordered_map>
 #include <vector>
 
 #include "platform/Kiv/DenseMap.h"
+#include "platform/Kiv/Rng.h"
 
 namespace {
 
@@ -69,7 +69,7 @@ keyAt( U64 i, U64 & key ) {
 }
 void
 keyAt( U64 i, MacAndVlan & key ) {
-   key = { 0x001c73000000ull + i / 16, U16( 1 + i % 16 ) };
+   key = { 0x021122000000ull + i / 16, U16( 1 + i % 16 ) };
 }
 
 /** `n` keys from the i-th on, in an order that no allocator follows. */
@@ -80,7 +80,7 @@ keysFrom( U64 first, U32 n ) {
    for ( U32 i = 0; i < n; ++i ) {
       keyAt( first + i, keys[i] );
    }
-   std::shuffle( keys.begin(), keys.end(), std::mt19937( 1 ) );
+   std::shuffle( keys.begin(), keys.end(), Kiv::Rng( 1 ) );
    return keys;
 }
 
@@ -148,7 +148,7 @@ template< class K >
 struct Load {
    explicit Load( U32 n ) : keys( keysFrom< K >( 0, n ) ), strangers( keysFrom< K >( n, n ) ) {
       again = keys;
-      std::shuffle( again.begin(), again.end(), std::mt19937( 2 ) );
+      std::shuffle( again.begin(), again.end(), Kiv::Rng( 2 ) );
    }
    std::vector< K > keys, strangers, again;
 };
@@ -261,7 +261,7 @@ churn( benchmark::State & state, bool oldestFirst ) {
    for ( auto _ : state ) {
       Kiv::DenseMap< U64, U64 > map;
       std::vector< U64 > keys( held );
-      std::mt19937 random( 3 );
+      Kiv::Rng random( 3 );
       U64 before = bytesInUse, most = 0;
       for ( U32 i = 0; i < held; ++i ) {
          keyAt( i, keys[i] );

@@ -17,12 +17,20 @@ struct HeldAcl {
    bool committed = false; ///< it decides
    bool stale = false;     ///< of a former helper
    Ptr< const Qon::AclRuleSet > rules;
-   std::set< Qon::AclIntfUse > uses;
+   std::set< Qon::AclIntfUse > uses; ///< of hosts: of the port alone
 };
 
 struct HeldAcls {
    std::vector< HeldAcl > acls;
    std::set< IntfId > blocked;
+};
+
+/** A unit, and its room for rules. */
+struct AclUnit {
+   String name;
+   U32 used = 0;
+   U32 size = 0;
+   bool there = true;
 };
 
 /** The header of a packet, as far as lists look at it. */
@@ -55,6 +63,8 @@ class AclPart {
 
    /** What the chip holds; none if it cannot be read back. */
    virtual std::optional< HeldAcls > acls() const { return std::nullopt; }
+   /** Its units; empty if it does not tell. */
+   virtual std::vector< AclUnit > units() const { return {}; }
    /** What the chip does with a packet: the first list that denies decides, else the last one that
        was asked. `member`: of the port-channel that carries a sub-interface. None if it cannot
        tell. */

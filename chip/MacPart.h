@@ -24,11 +24,30 @@ struct HeldHost {
 using HeldHosts = std::map< Qon::MacEntryKey, HeldHost >;
 using HostReading = Reading< Qon::MacEntryKey, HeldHost >;
 
+/** Whether a flush command takes a host: Qon::IndirectAccessMacCmdType tells which ones it is for. */
+inline bool
+flushTakes( const Qon::IndirectAccessMacCmd & flush, const Qon::MacEntryKey & key,
+            const HeldHost & host ) {
+   using Type = Qon::IndirectAccessMacCmdType;
+   using enum Bridging::EntryType;
+   const Type type = flush.type();
+   const bool byVlan = type >= Type::flushVlan;
+   const bool byIntf = type != Type::flushAll && type != Type::flushVlan;
+   const bool byType = type == Type::flushPortType || type == Type::flushVlanPortType;
+   const auto of = host.entryType;
+   const bool dynamic = of == unknown || of == learnedDynamic || of == learnedRemote ||
+                        of == peerDynamic || of == evpnDynamic || of == configuredDynamic;
+   return ( !byVlan || key.key().vlan() == flush.key().key().vlan() ) &&
+          ( !byIntf || host.intf == flush.intf() ) &&
+          ( byType ? of == flush.entryType() : dynamic );
+}
+
 class MacPart {
  public:
    virtual ~MacPart() = default;
 
-   /** The hook object; not initialized yet. */
+   /** The hook object; not initialized yet. It hears nothing until its user sets hasNotificationActive
+       and initialized, in this order. */
    virtual Ptr< Qon::QonMacProgrammer > makeProgrammer() = 0;
 
    /** The chip's host table; none if the chip cannot be read back. */

@@ -39,6 +39,9 @@ class TopologyPart {
    /** Whether frames of the VLAN pass the port, as far as topologies go; none, the default: the chip
        cannot tell, and whoever asks goes by what it acknowledged. */
    virtual std::optional< bool > forwards( U16, IntfId ) const { return std::nullopt; }
+   /** Whether flushTopoPort() takes hosts out of the table that MacPart tells of. A chip whose hosts
+       are flushed by the commands of the MAC programmer alone says false. */
+   virtual bool flushesHosts() const { return false; }
    /** The chip's topology tables; none if the chip has none or cannot be read back. */
    virtual std::optional< HeldTopologies > topologies() const { return std::nullopt; }
    /** The same, a topology at a time; null if there is nothing to read. */

@@ -24,6 +24,9 @@ class VlanPart {
    virtual std::optional< HeldVlans > vlans() const { return std::nullopt; }
    /** The same, a VLAN at a time; null if the chip cannot be read back. */
    virtual std::unique_ptr< VlanReading > readVlans() const { return wholeReading( vlans() ); }
+   /** The filtering databases that VLANs were given with doUpdateVlanFid(); none: the chip takes
+       none, or does not tell. */
+   virtual std::optional< std::map< U16, U32 > > fids() const { return std::nullopt; }
 };
 
 } // namespace QonChip

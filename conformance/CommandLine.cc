@@ -1,11 +1,11 @@
 // The program around the checks.
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 
-#include "conformance/Conformance.h"
+#include "conformance/Report.h"
+#include "platform/Kiv/Printable.h"
 #include "platform/Kiv/Text.h"
 
 namespace QonConformance {
@@ -16,22 +16,27 @@ constexpr int exitFindings = 1;
 constexpr int exitUsage = 2;
 
 constexpr char usage[] =
-      "usage: %s [--list] [--only ID] [--seed N] [--steps N] [--json]\n"
+      "usage: %s [--list] [--only ID] [--seed N] [--steps N] [--json] [--junit] [--version]\n"
       "Shows whether the hook classes of a chip keep the contracts of the library.\n"
       "  --list     the contracts: id and promise\n"
       "  --only ID  one contract (mac.full) or the contracts of a feature (mac)\n"
       "  --seed N   of the random histories; 1 unless given\n"
       "  --steps N  of each random history; 2000 unless given\n"
-      "  --json     the result as JSON\n"
+      "  --json     the result, or with --list the contracts, as JSON\n"
+      "  --junit    the result as JUnit XML\n"
+      "  --version  which version this is\n"
       "Exit codes: 0 no findings, 1 findings, 2 a wrong command line or no chip.\n";
 
+using Kiv::printable;
 using Result = Outcome::Result;
 
 struct CommandLine {
    Options options;
    bool list = false;
    bool json = false;
+   bool junit = false;
    bool help = false;
+   bool version = false;
 };
 
 U64
@@ -55,9 +60,11 @@ parse( int argc, const char * const * argv ) {
       return argv[n];
    };
    for ( int n = 1; n < argc; ++n ) {
-      String option = argv[n];
+      const String option = argv[n];
       if ( option == "--list" || option == "--json" || option == "--help" || option == "-h" ) {
          ( option == "--list" ? line.list : option == "--json" ? line.json : line.help ) = true;
+      } else if ( option == "--version" || option == "--junit" ) {
+         ( option == "--version" ? line.version : line.junit ) = true;
       } else if ( option == "--only" ) {
          line.options.only = value( n );
       } else if ( option == "--seed" ) {
@@ -67,6 +74,9 @@ parse( int argc, const char * const * argv ) {
       } else {
          throw Velto::RangeError( "unknown option '" + option + "', see --help" );
       }
+   }
+   if ( line.json && line.junit ) {
+      throw Velto::RangeError( "--json and --junit: one of them" );
    }
    return line;
 }
@@ -89,21 +99,6 @@ list( bool json ) {
    return 0;
 }
 
-const char *
-nameOf( Result result ) {
-   switch ( result ) {
-   case Result::ok:
-      return "ok";
-   case Result::broken:
-      return "broken";
-   case Result::skipped:
-      return "skipped";
-   case Result::notLooked:
-      return "not looked at";
-   }
-   return "";
-}
-
 void
 printOutcome( const Outcome & outcome ) {
    String result = nameOf( outcome.result );
@@ -115,14 +110,8 @@ printOutcome( const Outcome & outcome ) {
    } else if ( !outcome.why.empty() ) {
       result += ": " + outcome.why;
    }
-   std::printf( "%-16s %s\n", outcome.check.c_str(), result.c_str() );
+   std::printf( "%-16s %s\n", outcome.check.c_str(), printable( result ).c_str() );
    std::fflush( stdout );
-}
-
-U32
-count( const std::vector< Outcome > & outcomes, Result result ) {
-   return U32( std::count_if( outcomes.begin(), outcomes.end(),
-                              [&]( auto & outcome ) { return outcome.result == result; } ) );
 }
 
 void
@@ -130,8 +119,8 @@ printSummary( const std::vector< Outcome > & outcomes, const std::vector< Findin
    int n = 0;
    for ( auto & finding : findings ) {
       std::printf( "\n%d. %s: %s\n   done:     %s\n   expected: %s\n   found:    %s\n", ++n,
-                   finding.id.c_str(), finding.promise.c_str(), finding.did.c_str(),
-                   finding.expected.c_str(), finding.found.c_str() );
+                   finding.id.c_str(), finding.promise.c_str(), printable( finding.did ).c_str(),
+                   printable( finding.expected ).c_str(), printable( finding.found ).c_str() );
    }
    std::printf( "\n%d finding%s\n", n, n == 1 ? "" : "s" );
    for ( Result result : { Result::notLooked, Result::skipped } ) {
@@ -139,29 +128,6 @@ printSummary( const std::vector< Outcome > & outcomes, const std::vector< Findin
          std::printf( "%u of %u checks: %s\n", checks, U32( outcomes.size() ), nameOf( result ) );
       }
    }
-}
-
-void
-printJson( const std::vector< Outcome > & outcomes, const std::vector< Finding > & findings ) {
-   std::printf( "{\n \"checks\": [" );
-   const char * between = "";
-   for ( auto & outcome : outcomes ) {
-      std::printf( "%s\n  {\"id\": %s, \"result\": \"%s\", \"why\": %s}", between,
-                   Kiv::jsonQuoted( outcome.check ).c_str(), nameOf( outcome.result ),
-                   Kiv::jsonQuoted( outcome.why ).c_str() );
-      between = ",";
-   }
-   std::printf( "\n ],\n \"findings\": [" );
-   between = "";
-   for ( auto & f : findings ) {
-      std::printf( "%s\n  {\"id\": %s,\n   \"promise\": %s,\n   \"done\": %s,\n"
-                   "   \"expected\": %s,\n   \"found\": %s}",
-                   between, Kiv::jsonQuoted( f.id ).c_str(), Kiv::jsonQuoted( f.promise ).c_str(),
-                   Kiv::jsonQuoted( f.did ).c_str(), Kiv::jsonQuoted( f.expected ).c_str(),
-                   Kiv::jsonQuoted( f.found ).c_str() );
-      between = ",";
-   }
-   std::printf( "\n ]\n}\n" );
 }
 
 } // namespace
@@ -174,20 +140,25 @@ conformanceMain( int argc, const char * const * argv, const MakeChip & make ) {
          std::printf( usage, argv[0] );
          return 0;
       }
+      if ( line.version ) {
+         std::printf( "%s %s\n", std::filesystem::path( argv[0] ).filename().c_str(), QON_VERSION );
+         return 0;
+      }
       if ( line.list ) {
          return list( line.json );
       }
-      auto outcomes = runChecks( make, line.options, line.json ? nullptr : printOutcome );
+      const bool text = !line.json && !line.junit;
+      auto outcomes = runChecks( make, line.options, text ? printOutcome : nullptr );
       auto findings = findingsOf( outcomes );
-      if ( line.json ) {
-         printJson( outcomes, findings );
-      } else {
+      if ( text ) {
          printSummary( outcomes, findings );
+      } else {
+         std::fputs( ( line.json ? asJson( outcomes ) : asJunit( outcomes ) ).c_str(), stdout );
       }
       return findings.empty() ? 0 : exitFindings;
    } catch ( const Velto::RangeError & e ) {
-      std::fprintf( stderr, "%s: %s\n", std::filesystem::path( argv[0] ).filename().c_str(),
-                    e.what() );
+      std::fprintf( stderr, "%s: error: %s\n", std::filesystem::path( argv[0] ).filename().c_str(),
+                    printable( e.what() ).c_str() );
       return exitUsage;
    }
 }

@@ -76,7 +76,7 @@ runChecks( const MakeChip & make, const Options & options,
 /** The findings, each contract once. */
 std::vector< Finding > findingsOf( const std::vector< Outcome > & outcomes );
 
-/** The program: --list, --only ID, --seed N, --steps N, --json, --help. Returns its exit status: 0
+/** The program: --list, --only ID, --seed N, --steps N, --json, --junit, --help. Returns its exit status: 0
     for no findings, 1 for some, 2 for a wrong command line or if there is no chip. Its messages
     begin with the base name of argv[0]. */
 int conformanceMain( int argc, const char * const * argv, const MakeChip & make );

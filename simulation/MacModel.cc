@@ -30,7 +30,9 @@ MacModel::restart() {
 
 void
 MacModel::lookAt( const Programmer & programmer ) {
-   const bool follow = scheduler_.readCost() == 0;
+   // A run that was cut short goes on behind its bookmark, at its next time.
+   const bool cut = programmer.inProgMacOpBookmark() || programmer.overflowAddrOpBookmark();
+   const bool follow = scheduler_.readCost() == 0 && ( follows_ || !cut );
    if ( std::exchange( follows_, follow ) || !follow ) {
       return;
    }

@@ -50,10 +50,12 @@ SimAcl::operations() {
          { "count", 1, { Range::few, Range::few }, &SimAcl::count },
          { "session", 6, { Range::flag, Range::few }, &SimAcl::sessionIs },
          { "dp-request", 2, {}, &SimAcl::dpRequest },
+         { "host", 10, { Range::hundred, Range::few, Range::few }, &SimAcl::hostIs },
          { "force", 1, {}, &SimAcl::force },
          { "pause", 2, {}, &SimAcl::pause },
          { "finish", 25, { Range::hundred, Range::few }, &SimAcl::finish },
          { "latency", 2, { Range::few }, &SimAcl::latencyIs },
+         { "unit", 2, { Range::flag, Range::flag }, &SimAcl::unitIs },
          { "restart", 1, { Range::few }, &SimAcl::restart },
    };
    return table;
@@ -66,6 +68,8 @@ SimAcl::shape( const World & world, SoftChip::Shape & shape ) {
    shape.acls.asyncBlock = rng.percent( 40 );
    shape.acls.raclSharing = rng.percent( 50 );
    shape.acls.icmpv6Rules = rng.percent( 50 );
+   shape.acls.perHost = rng.percent( 80 );
+   shape.acls.deferred = rng.percent( 50 );
 }
 
 SimAcl::SimAcl( World & world )
@@ -91,7 +95,8 @@ SimAcl::make() {
    }
    readInternalVlans();
    sm_ = Qon::AclSmIs( { world_.acsd, config_, intfConfig_, params_, bridging_, subIntfs_, helper_,
-                         sessions_, errdisable_, nullptr, nullptr, dpRequest_, dpStatus_ } );
+                         sessions_, errdisable_, nullptr, nullptr, dpRequest_, dpStatus_,
+                         hosts_ } );
    raised_.clear();
    sm_->initializedIs( true );
 }
@@ -188,6 +193,18 @@ SimAcl::dpRequest( const Event & ) {
 }
 
 void
+SimAcl::hostIs( const Event & event ) {
+   const U32 where = event[0];
+   const Acl::HostKey host( where % 3 ? world_.port( where / 3 ) : world_.lag( where / 3 ),
+                            Ulnet::EthAddr( 2 + event[1] % 3 ) );
+   if ( event[2] > 5 ) {
+      hosts_->hostDel( host );
+   } else {
+      hosts_->hostIs( host, Acl::HostAcl( typeOf( event[2] ), nameOf( event[1] ) ) );
+   }
+}
+
+void
 SimAcl::listAgain( const Event & event ) {
    listDel( event );
    listIs( event );
@@ -234,8 +251,9 @@ SimAcl::ruleDel( const Event & event ) {
 
 void
 SimAcl::typeAgain( const Event & event ) {
-   std::erase_if( guards_,
-                  [&]( auto & guard ) { return std::get< 0 >( guard ) == typeOf( event[0] ); } );
+   std::erase_if( guards_, [&]( auto & guard ) {
+      return std::get< 0 >( guard.first ) == typeOf( event[0] );
+   } );
    config_->typeDel( typeOf( event[0] ) );
    if ( event[1] ) {
       config_->typeIs( typeOf( event[0] ) )->aclIs( nameOf( event[0] ) );
@@ -261,7 +279,8 @@ SimAcl::directionAgain( const Event & event ) {
    ++directionsMade_;
    // Without it no interface has a list, if only for a moment.
    std::erase_if( guards_, [&]( auto & guard ) {
-      return std::get< 0 >( guard ) == typeOf( event[0] ) && std::get< 1 >( guard ) == which;
+      return std::get< 0 >( guard.first ) == typeOf( event[0] ) &&
+             std::get< 1 >( guard.first ) == which;
    } );
    config->directionDel( which );
    auto again = config->directionIs( which );
@@ -446,11 +465,17 @@ SimAcl::latencyIs( const Event & event ) {
    chipLatencyIs( latency_ );
 }
 
-/** With a clean-up, or as after a crash: what is in the chip then is stale. */
+void
+SimAcl::unitIs( const Event & event ) {
+   world_.chip->faults().unitLostIs( "Chip" + std::to_string( event[0] ), event[1] );
+}
+
+/** With a clean-up, or as after a crash: what is in the chip then is stale, and decides until the
+    first pass is done. */
 void
 SimAcl::restart( const Event & event ) {
-   guards_.clear();
    if ( event[0] < 4 ) {
+      guards_.clear();
       sm_->doCleanup();
    }
    sm_ = nullptr;
@@ -521,6 +546,7 @@ SimAcl::tearDown() {
       }
    }
    config_->typeDelAll();
+   hosts_->hostDelAll();
    sessions_->sessionDelAll();
    world_.acsd->internalVlanDelAll();
    if ( lagsAreOurs() ) {

@@ -5,9 +5,10 @@
 //
 // Checked after every event: the state machine's own invariants; and that the chip was asked for
 // nothing impossible (a number for two instances, a commit of what is not prepared, ...); and that an
-// interface that had a list at rest and shall have one ever since is blocked, or some list decides on
-// what passes it, as long as no unit refuses anything and no update lets traffic pass. Messages of
-// shortages come once on entering and once on leaving.
+// interface that had a list at rest and shall have one ever since is blocked, or what decides there are
+// the rules of that rest or rules that it should have had since, unless updates let traffic pass; or
+// its list was refused and is shown so. Messages of shortages come once on entering and once on
+// leaving.
 // At rest: the chip holds exactly the instances, interfaces and rules that the configuration wants,
 // and blocks nothing; what a unit has refused is absent, or has rules that were configured before.
 // Interfaces are out of service while a list of theirs fails for another reason than a shortage.
@@ -30,6 +31,7 @@ class SimAcl : public SimFeature {
 
    void start() override;
    bool ready() override;
+   void meanwhile() override;
    String checkInvariants() const override;
    void heard( const Kiv::LogDescriptor & message, const String & text ) override;
    void drawFaults( Rng & rng, std::vector< String > & lines ) const override;
@@ -48,6 +50,13 @@ class SimAcl : public SimFeature {
    using Wanted = std::map< Place, Uses >;
    /** Where a list decides. */
    using Guard = std::tuple< AclType, AclDirection, Qon::AclIntfUse >;
+   using Texts = std::vector< String >;
+   /** What may decide there: what did at the last rest, or what the lists say since. */
+   struct Admitted {
+      std::set< std::pair< String, Texts > > old; ///< by the list's name
+      std::set< String > lists;                   ///< that it should have had since
+      Place place;                                ///< where the state machine has it
+   };
 
    /** @name Operations */
    /** @{ */
@@ -72,10 +81,12 @@ class SimAcl : public SimFeature {
    void count( const Event & event );
    void sessionIs( const Event & event );
    void dpRequest( const Event & event );
+   void hostIs( const Event & event );
    void force( const Event & event );
    void pause( const Event & event );
    void finish( const Event & event );
    void latencyIs( const Event & event );
+   void unitIs( const Event & event );
    void restart( const Event & event );
    /** @} */
 
@@ -96,17 +107,23 @@ class SimAcl : public SimFeature {
    U16 vlanOf( IntfId intf ) const;
    std::vector< IntfId > membersOf( IntfId lag ) const;
    Wanted wanted() const;
+   void addWantedHosts( Wanted & wanted ) const;
    void addWanted( Wanted & wanted, AclType type, AclDirection direction, IntfId intf,
                    const String & name ) const;
-   std::vector< String > wantedRules( AclType type, const String & name, bool groups ) const;
+   Texts wantedRules( AclType type, const String & name, bool groups ) const;
    String checkHeld( const QonChip::HeldAcl & held, const Wanted & wanted ) const;
    String checkRules( const QonChip::HeldAcl & held, bool failed ) const;
    const Qon::AclDataSm * instance( const Place & place ) const;
    String checkErrdisabled( const Wanted & wanted ) const;
    /** Remembers the rules of a list, to know them when they are brought back. */
    void remember( AclType type, const String & name );
-   std::set< Guard > wantedUses() const;
+   std::map< Guard, Place > wantedUses() const;
+   void takeGuards() const;
+   void dropGuards( const std::map< Guard, Place > & now ) const;
    String checkGuards() const;
+   String checkGuard( const Guard & guard, const Admitted & admitted ) const;
+   bool refusedAt( const Guard & guard, const Place & place ) const;
+   const Texts & textsOf( const Velto::Ptr< const Qon::AclRuleSet > & rules ) const;
    bool permits( AclType type ) const;
    /** @} */
 
@@ -120,16 +137,22 @@ class SimAcl : public SimFeature {
    Velto::Ptr< Mirroring::Status > sessions_ = Velto::make< Mirroring::Status >( "mirroring" );
    Velto::Ptr< Errdisable::CauseStatus > errdisable_ =
          Velto::make< Errdisable::CauseStatus >( "acl" );
+   Velto::Ptr< Acl::PerHostConfig > hosts_ = Velto::make< Acl::PerHostConfig >( "hosts" );
    Velto::Ptr< Acl::DpAclUpdateRequest > dpRequest_ =
          Velto::make< Acl::DpAclUpdateRequest >( "request" );
    Velto::Ptr< Acl::DpAclUpdateStatus > dpStatus_ =
          Velto::make< Acl::DpAclUpdateStatus >( "status" );
-   std::map< std::pair< AclType, String >, std::set< std::vector< String > > > versions_;
+   std::map< std::pair< AclType, String >, std::set< Texts > > versions_;
+   /** Those that have been configured at some time since the last rest. */
+   mutable std::map< std::pair< AclType, String >, std::set< Texts > > recent_;
+   /** What rule sets say, while the check may meet them again. */
+   mutable std::map< const Qon::AclRuleSet *,
+                     std::pair< Velto::Ptr< const Qon::AclRuleSet >, Texts > >
+         texts_;
    std::map< String, String > raised_; ///< unit -> the message that is out
    String wrongMessage_;
-   mutable std::set< Guard > guards_; ///< where a list has decided since the last rest
-   mutable U32 refusals_ = 0;         ///< of the chip, when that was looked at last
-   U32 directionsMade_ = 0;           ///< of the state machine that there is
+   mutable std::map< Guard, Admitted > guards_; ///< where a list has decided since the last rest
+   U32 directionsMade_ = 0;                     ///< of the state machine that there is
    U32 latency_ = 0;
    SoftChip::AclPart & chip_;
    Velto::Ptr< QonHelper::AclHelper > helper_;

@@ -94,11 +94,40 @@ SimAcl::wanted() const {
          }
       }
    }
+   if ( chip_.table().limits().perHost ) {
+      addWantedHosts( all );
+   }
    return all;
 }
 
+/** Hosts of ports, and of all members of port-channels, have lists for what comes in. */
+void
+SimAcl::addWantedHosts( Wanted & wanted ) const {
+   for ( auto && [host, acl] : hosts_->hostIteratorConst() ) {
+      auto lists = config_->type( acl.type() );
+      auto intfs = intfConfig_->type( acl.type() );
+      if ( !lists || !lists->aclHas( acl.acl() ) || !intfs ||
+           !intfs->directionHas( AclDirection::in ) ) {
+         continue;
+      }
+      const Acl::SharingKey sharing( acl.type(), AclDirection::in, SharingKind::port );
+      const bool shared = !params_->sharedModeHas( sharing ) || params_->sharedMode( sharing );
+      const bool lag = host.intf().type() == Ulnet::IntfType::portChannel;
+      std::vector< IntfId > ports =
+            lag ? membersOf( host.intf() ) : std::vector< IntfId >{ host.intf() };
+      for ( IntfId port : ports ) {
+         if ( !lag && ( !managed( port ) || world_.acsd->portToLagHas( port ) ) ) {
+            continue;
+         }
+         const String group = shared ? "default" : host.intf().stringValue();
+         wanted[{ acl.type(), acl.acl(), AclKey( {}, AclDirection::in, group ) }].insert(
+               { Qon::IntfPairKey( port, {} ), {}, host.host() } );
+      }
+   }
+}
+
 /** A text each: what a rule does, and of what. */
-std::vector< String >
+SimAcl::Texts
 SimAcl::wantedRules( AclType type, const String & name, bool groups ) const {
    auto text = []( bool permit, const Acl::IpFilter & filter ) {
       return ( permit ? "permit " : "deny " ) + filter.stringValue();
@@ -190,7 +219,9 @@ SimAcl::checkRules( const QonChip::HeldAcl & held, bool failed ) const {
 
 void
 SimAcl::remember( AclType type, const String & name ) {
-   versions_[{ type, name }].insert( wantedRules( type, name, false ) );
+   const Texts rules = wantedRules( type, name, false );
+   versions_[{ type, name }].insert( rules );
+   recent_[{ type, name }].insert( rules );
 }
 
 /** Those whose list fails, unless hardware is just too small. */
@@ -228,34 +259,120 @@ SimAcl::permits( AclType type ) const {
                 : params_->defaultActionDuringAclUpdatePermit();
 }
 
-std::set< SimAcl::Guard >
+std::map< SimAcl::Guard, SimAcl::Place >
 SimAcl::wantedUses() const {
-   std::set< Guard > all;
+   std::map< Guard, Place > all;
    for ( auto & [place, uses] : wanted() ) {
       for ( auto & use : uses ) {
-         all.insert( { std::get< 0 >( place ), std::get< 2 >( place ).direction(), use } );
+         all[{ std::get< 0 >( place ), std::get< 2 >( place ).direction(), use }] = place;
       }
    }
    return all;
 }
 
+const SimAcl::Texts &
+SimAcl::textsOf( const Velto::Ptr< const Qon::AclRuleSet > & rules ) const {
+   auto [known, fresh] = texts_.try_emplace( rules.ptr() );
+   if ( fresh ) {
+      Texts texts;
+      for ( auto & [origin, id, rule, group] : rules->rules() ) {
+         const bool permit = rule.action() == Acl::RuleAction::permit;
+         texts.push_back( ( permit ? "permit " : "deny " ) + rule.ip().stringValue() );
+      }
+      known->second = { rules, texts };
+   }
+   return known->second.second;
+}
+
+/** From now on what decides now may decide, and what the configuration will say. */
+void
+SimAcl::takeGuards() const {
+   guards_.clear();
+   recent_.clear();
+   texts_.clear();
+   for ( auto & [guard, place] : wantedUses() ) {
+      auto & [type, direction, use] = guard;
+      Admitted admitted;
+      for ( auto acl : chip_.table().deciders( type, direction, use ) ) {
+         admitted.old.insert( { acl->aclName, textsOf( acl->rules ) } );
+      }
+      admitted.place = place;
+      if ( !permits( type ) && !admitted.old.empty() ) {
+         guards_[guard] = admitted;
+      }
+   }
+   for ( auto && [type, lists] : config_->typeIteratorConst() ) {
+      for ( auto && [name, list] : lists->aclIteratorConst() ) {
+         recent_[{ type, name }].insert( wantedRules( type, name, false ) );
+      }
+   }
+   for ( auto & acl : chip_.table().held().acls ) { // also what was brought back long ago
+      recent_[{ acl.type, acl.name }].insert( textsOf( acl.rules ) );
+   }
+}
+
+/** Where no list is wanted, and where one was refused, nothing needs to decide. */
+void
+SimAcl::dropGuards( const std::map< Guard, Place > & now ) const {
+   for ( auto entry = guards_.begin(); entry != guards_.end(); ) {
+      auto & [guard, admitted] = *entry;
+      auto place = now.find( guard );
+      if ( place != now.end() && sm_->initialized() ) { // else nothing is heard of it
+         admitted.place = place->second;
+      }
+      const bool drop = place == now.end() || permits( std::get< 0 >( guard ) ) ||
+                        refusedAt( guard, admitted.place );
+      entry = drop ? guards_.erase( entry ) : std::next( entry );
+   }
+}
+
+void
+SimAcl::meanwhile() {
+   if ( sm_ && !guards_.empty() ) {
+      dropGuards( wantedUses() );
+   }
+}
+
+String
+SimAcl::checkGuard( const Guard & guard, const Admitted & admitted ) const {
+   const auto & [type, direction, use] = guard;
+   const String where =
+         Kiv::toText( type ) + " " + Kiv::toText( direction ) + " " + use.stringValue();
+   if ( chip_.table().blocked( use.pair().intfId() ) ) {
+      return {};
+   }
+   const auto deciders = chip_.table().deciders( type, direction, use );
+   for ( auto acl : deciders ) {
+      const Texts & texts = textsOf( acl->rules );
+      const bool recent = admitted.lists.contains( acl->aclName ) &&
+                          recent_[{ type, acl->aclName }].contains( texts );
+      if ( !recent && !admitted.old.contains( { acl->aclName, texts } ) ) {
+         return "rules decide that are neither old nor new: " + acl->aclName + " at " + where;
+      }
+   }
+   return deciders.empty() ? "traffic passes without a list: " + where : "";
+}
+
+/** Its list was refused, as it is shown, and nothing stands in its place. */
+bool
+SimAcl::refusedAt( const Guard & guard, const Place & place ) const {
+   const auto & [type, direction, use] = guard;
+   auto sm = instance( place );
+   return sm && sm->failed() && chip_.table().refusals() &&
+          chip_.table().deciders( type, direction, use ).empty();
+}
+
 String
 SimAcl::checkGuards() const {
-   const auto & table = chip_.table();
-   if ( std::exchange( refusals_, table.refusals() ) != table.refusals() ) {
-      guards_.clear();
-   }
    if ( guards_.empty() ) {
       return {};
    }
    const auto now = wantedUses();
-   std::erase_if( guards_, [&]( auto & guard ) {
-      return !now.contains( guard ) || permits( std::get< 0 >( guard ) );
-   } );
-   for ( auto & [type, direction, use] : guards_ ) {
-      if ( !table.blocked( use.pair().intfId() ) && !table.decides( type, direction, use ) ) {
-         return "traffic passes without a list: " + Kiv::toText( type ) + " " +
-                Kiv::toText( direction ) + " " + use.stringValue();
+   dropGuards( now );
+   for ( auto & [guard, admitted] : guards_ ) {
+      admitted.lists.insert( std::get< 1 >( now.at( guard ) ) );
+      if ( String wrong = checkGuard( guard, admitted ); !wrong.empty() ) {
+         return wrong;
       }
    }
    return {};
@@ -265,7 +382,6 @@ String
 SimAcl::checkAtRest() const {
    const Wanted want = wanted();
    const auto held = chip_.table().held();
-   guards_.clear();
    if ( dpStatus_->completedRequestTime() != dpRequest_->requestTime() ) {
       return "request that is not answered";
    }
@@ -296,12 +412,7 @@ SimAcl::checkAtRest() const {
    if ( String wrong = checkErrdisabled( want ); !wrong.empty() ) {
       return wrong;
    }
-   for ( auto & guard : wantedUses() ) {
-      auto & [type, direction, use] = guard;
-      if ( !permits( type ) && chip_.table().decides( type, direction, use ) ) {
-         guards_.insert( guard );
-      }
-   }
+   takeGuards();
    return {};
 }
 

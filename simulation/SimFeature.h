@@ -29,6 +29,8 @@ class SimFeature {
    virtual void start() {}
    /** Called before each of its operations; false: there is nothing that it could be done to. */
    virtual bool ready() { return true; }
+   /** What stands now is about to be changed again, in the middle of an event. */
+   virtual void meanwhile() {}
    virtual String checkInvariants() const { return {}; }
    /** Called for every message that is logged. */
    virtual void heard( const Kiv::LogDescriptor &, const String & ) {}

@@ -295,6 +295,7 @@ SimLag::portToLagHeard( IntfId port ) {
    }
    if ( nested_ ) {
       --nested_;
+      world_.meanwhile();
       IntfId next = world_.lag( nested_ );
       nested_ % 3 ? memberIs( next, port, nested_ ) : memberDel( lag, port );
    }

@@ -16,6 +16,8 @@
 #include <ctime>
 #include <fstream>
 
+#include "agent/base/Version.h"
+#include "platform/Kiv/Printable.h"
 #include "platform/Velto/Assert.h"
 #include "simulation/Run.h"
 
@@ -87,7 +89,7 @@ failed( const Options & options, const History & history, const Outcome & outcom
                    lastEvents( small.events, U32( small.events.size() ) ).c_str() );
       String path = options.out.empty() ? "qon-sim-failure.txt" : options.out;
       small.write( path );
-      std::printf( "written to %s\n", path.c_str() );
+      std::printf( "written to %s\n", Kiv::printable( path ).c_str() );
    } else if ( !options.out.empty() ) {
       history.write( options.out );
    }
@@ -106,9 +108,23 @@ opened( const String & path ) {
    return file;
 }
 
+void
+checkFeatures( const Plan & plan ) {
+   for ( auto & name : plan.features ) {
+      if ( featureKind( name ) == featureKinds().size() ) {
+         String known;
+         for ( auto & kind : featureKinds().subspan( 1 ) ) {
+            known += String( " " ) + kind.name;
+         }
+         throw Velto::RangeError( "no feature \"" + name + "\"; there are:" + known );
+      }
+   }
+}
+
 int
 runReplay( const Options & options ) {
    History history = History::read( options.replay );
+   checkFeatures( history.plan );
    Outcome outcome =
          options.minimize ? judge( history ) : replay( history, opened( options.transcript ) );
    if ( outcome.finding ) {
@@ -164,19 +180,6 @@ readFaults( Options & options ) {
    }
 }
 
-void
-checkFeatures( const Options & options ) {
-   for ( auto & name : options.plan.features ) {
-      if ( featureKind( name ) == featureKinds().size() ) {
-         String known;
-         for ( auto & kind : featureKinds().subspan( 1 ) ) {
-            known += String( " " ) + kind.name;
-         }
-         throw Velto::RangeError( "no feature \"" + name + "\"; there are:" + known );
-      }
-   }
-}
-
 } // namespace
 
 int
@@ -195,18 +198,22 @@ main( int argc, char ** argv ) {
    app.add_option( "--out", options.out, "Where the history of a failure is written" );
    app.add_option( "--transcript", options.transcript, "Write what happened, a line each" );
    app.add_flag( "--list", options.list, "Print the transcript's number of every seed" );
+   app.set_version_flag( "--version", "qon-sim " + QonAgent::agentVersion() );
+   app.failure_message( []( const CLI::App *, const CLI::Error & e ) {
+      return "qon-sim: error: " + Kiv::printable( e.what() ) + "; --help tells more\n";
+   } );
    try {
       app.parse( argc, argv );
    } catch ( const CLI::ParseError & error ) {
       return app.exit( error ) == 0 ? 0 : 2;
    }
    try {
-      checkFeatures( options );
+      checkFeatures( options.plan );
       readFaults( options );
       reportDeath( 1 );
       return options.replay.empty() ? runSeeds( options ) : runReplay( options );
    } catch ( const Velto::RangeError & error ) {
-      std::fprintf( stderr, "qon-sim: %s\n", error.what() );
+      std::fprintf( stderr, "qon-sim: error: %s\n", Kiv::printable( error.what() ).c_str() );
       return 2;
    }
 }

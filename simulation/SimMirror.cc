@@ -26,12 +26,17 @@ class SimMirror::Helper : public SoftChip::SoftMirroringHelper {
       const bool done = SoftMirroringHelper::createMirror( name, group, egressId, port, update );
       if ( done ) {
          told.group = group;
+         told.creations += told.targets.empty();
          told.targets.insert( port );
          told.refusedTargets.erase( port );
+         sim_->words_.refusalSaid.erase( { name, port } );
       } else {
          told.refusedTargets.insert( port );
+         if ( mirroringSm()->session( name )->config()->internal() ) {
+            sim_->words_.refused.insert( { name, port } );
+         }
       }
-      sim_->heard();
+      sim_->called();
       return done;
    }
    bool removeMirror( const String & name, int group, int egressId,
@@ -42,7 +47,7 @@ class SimMirror::Helper : public SoftChip::SoftMirroringHelper {
       }
       sim_->misuseIf( told.targets.empty() && !told.sources.empty(), "sources left of " + name );
       SoftMirroringHelper::removeMirror( name, group, egressId, ports );
-      sim_->heard();
+      sim_->called();
       return true;
    }
    bool createGreTunnelMirror( const String & name, int group, int egressId,
@@ -55,10 +60,11 @@ class SimMirror::Helper : public SoftChip::SoftMirroringHelper {
       told.refusedTunnel = !done;
       if ( done ) {
          told.group = group;
+         told.creations += !told.tunnel || told.left != TunnelType::none;
          told.tunnel = true;
          told.left = TunnelType::none;
       }
-      sim_->heard();
+      sim_->called();
       return done;
    }
    bool updateGreTunnelMirror( const String & name, int group, int egressId,
@@ -76,7 +82,7 @@ class SimMirror::Helper : public SoftChip::SoftMirroringHelper {
       told.tunnel = false;
       told.left = TunnelType::none;
       SoftMirroringHelper::removeGreTunnelMirror( name, group, egressId );
-      sim_->heard();
+      sim_->called();
       return true;
    }
    bool addSourceToHardware( const String & name, int group, int egressId, IntfId port,
@@ -96,7 +102,7 @@ class SimMirror::Helper : public SoftChip::SoftMirroringHelper {
       } else {
          told.refusedSources.insert( port );
       }
-      sim_->heard();
+      sim_->called();
       return done;
    }
    bool removeSourceFromHardware( const String & name, int group, int egressId, IntfId port,
@@ -109,14 +115,27 @@ class SimMirror::Helper : public SoftChip::SoftMirroringHelper {
       told.filters.erase( port );
       SoftMirroringHelper::removeSourceFromHardware( name, group, egressId, port, direction,
                                                      going );
-      sim_->heard();
+      sim_->called();
       return true;
    }
 
  private:
    void filterDone( const String & name, IntfId port, bool applied ) override {
-      if ( !applied ) {
+      auto & words = sim_->words_;
+      auto known = words.aclKnown.find( { name, port } );
+      const bool isKnown =
+            known != words.aclKnown.end() && known->second == sim_->config_->session( name );
+      if ( applied ) {
+         words.aclKnown.erase( { name, port } );
+         if ( words.aclRefused.contains( { name, port } ) ) {
+            words.aclRefused[{ name, port }] = true;
+         }
+      } else {
          sim_->told_[name].refusedSources.insert( port );
+         if ( !isKnown ) {
+            words.aclRefused[{ name, port }] = false;
+         }
+         ++words.filtersRefused;
       }
       SoftMirroringHelper::filterDone( name, port, applied );
    }
@@ -163,7 +182,8 @@ SimMirror::SimMirror( World & world )
       acls_( Velto::make< Acl::Config >( "acls" ) ),
       tunnels_( Velto::make< Tunnel::Status >( "tunnels" ) ),
       mode_( Velto::make< Bridging::ForwardingModeConfig >( "mode" ) ),
-      phy_( Velto::make< Interface::EthPhyIntfStatusDir >( "phy" ) ) {
+      phy_( Velto::make< Interface::EthPhyIntfStatusDir >( "phy" ) ),
+      queue_( world.acsd.ptr(), [this]( const String & what ) { misuseIf( true, what ); } ) {
    capability_->agentFillsPoolIs( world.chance( 60 ).percent( 20 ) );
 }
 
@@ -185,6 +205,8 @@ SimMirror::start() {
       }
    }
    helper_ = Velto::make< Helper >( this, table_, capability_, hwStatus_ );
+   queue_.start( table_.sessionsAtMost(), capability_->agentFillsPool(), heldGroups( true ),
+                 heldGroups( false ) );
    sm_ = Qon::MirroringSmIs( { world_.acsd, config_, capability_, status_, helper_, hwStatus_,
                                acls_, tunnels_, mode_, phy_, nullptr } );
    sm_->initializedIs( true );
@@ -202,11 +224,14 @@ void
 SimMirror::restart( const Event & event ) {
    paused_ = false;
    nested_ = 0;
+   words_ = {};
+   words_.disturbed = true;
    if ( event[0] % 2 ) {
       sm_->doCleanup();
       if ( !table_.sessions().empty() || status_->sessions() ) {
          world_.report( "mirror", "clean-up: a session is left" );
       }
+      queue_.start( table_.sessionsAtMost(), capability_->agentFillsPool(), {}, {} );
       sm_->initializedIs( true );
       return;
    }
@@ -243,9 +268,9 @@ SimMirror::misuseIf( bool wrong, const String & what ) {
 
 /** Within a call: one more change, now and then. */
 void
-SimMirror::heard() {
+SimMirror::called() {
    if ( nested_ && !inHook_ ) {
-      inHook_ = true;
+      words_.disturbed = inHook_ = true;
       change( U32( ++serial_ ) * 7 + nested_-- );
       inHook_ = false;
    }
@@ -338,6 +363,7 @@ SimMirror::filterIs( const Event & event ) {
    const Velto::Ptr< Mirroring::SrcIntfConfig > source =
          config ? config->srcIntf( world_.intf( event[1] ) ) : nullptr;
    if ( source ) {
+      words_.disturbed = true; // not what was, and not yet what shall be
       source->aclTypeIs( Acl::AclType( event[2] / 2 % 2 ) );
       source->aclNameIs( event[2] == 7 ? "" : "acl" + std::to_string( event[2] % 2 ) );
       source->aclPriorityIs( event[2] / 4 );
@@ -380,6 +406,7 @@ SimMirror::tunnelIs( const Event & event ) {
 void
 SimMirror::attributeIs( const Event & event ) {
    if ( auto config = session( event ) ) {
+      config->internalIs( event[1] / 2 % 2 );
       config->truncateIs( event[1] % 2 );
       config->rateLimitIs( event[1] );
    }
@@ -414,6 +441,7 @@ SimMirror::memberIs( const Event & event ) {
    if ( world_.feature< SimLag >() ) {
       return;
    }
+   words_.disturbed = true;
    const IntfId lag = world_.lag( event[0] ), port = world_.port( event[1] );
    auto & acsd = *world_.acsd;
    auto list = [&]( IntfId of, bool there ) {
@@ -434,6 +462,7 @@ SimMirror::memberIs( const Event & event ) {
 void
 SimMirror::activeIs( const Event & event ) {
    const IntfId port = world_.port( event[0] );
+   words_.disturbed = true;
    if ( event[1] == 0 ) {
       phy_->intfStatusDel( port );
    } else {
@@ -450,6 +479,9 @@ SimMirror::maxIs( const Event & event ) {
    auto limits = table_.limits();
    limits.sessions = event[0];
    table_.limitsAre( limits );
+   if ( !paused_ ) {
+      queue_.resize( table_.sessionsAtMost() );
+   }
    helper_->limitsChanged();
 }
 
@@ -496,6 +528,10 @@ SimMirror::nestedIs( const Event & event ) {
 void
 SimMirror::pause( const Event & event ) {
    paused_ = event[0] % 2;
+   if ( !paused_ ) {
+      words_.disturbed = true;
+      queue_.resize( capability_->maxSupportedSessions() );
+   }
    sm_->initializedIs( !paused_ );
 }
 
@@ -512,6 +548,8 @@ void
 SimMirror::tearDown() {
    nested_ = 0;
    paused_ = false;
+   words_.disturbed = true;
+   queue_.resize( capability_->maxSupportedSessions() );
    sm_->initializedIs( true );
    config_->sessionDelAll();
    table_.completions().finishAll();

@@ -12,8 +12,11 @@
 //    direction, and with the filter's present rules.
 // 3. What is kept out for its fit would not fit beside what is in the chip.
 // 4. Status, groups by name and egress ids say that, and nothing else.
+// 5. Groups are handed out in the order in which they came free (MirrorQueue.h).
+// 6. Who begins to wait for a group, a source that begins to be kept out, a destination and a filter
+//    without room are said, once; and that no source is kept out any more.
 // And at every call:
-// 5. Destinations come before sources and go after them, a tunnel never beside a destination; what
+// 7. Destinations come before sources and go after them, a tunnel never beside a destination; what
 //    is removed is there, as it is described.
 
 #include <map>
@@ -21,6 +24,7 @@
 
 #include "agent/softchip/Chip.h"
 #include "agent/softchip/MirrorPart.h"
+#include "simulation/MirrorQueue.h"
 #include "simulation/SimFeature.h"
 
 namespace Sim {
@@ -37,6 +41,7 @@ class SimMirror : public SimFeature {
    void start() override;
    bool ready() override;
    String checkInvariants() const override;
+   void heard( const Kiv::LogDescriptor & message, const String & text ) override;
    void faultsIs( bool on ) override;
    String checkAtRest() const override;
    void tearDown() override;
@@ -59,6 +64,38 @@ class SimMirror : public SimFeature {
       bool refusedTunnel = false;
       // The tunnel of an earlier life, with its sources; none once it is made anew, or removed.
       Mirroring::TunnelType left = Mirroring::TunnelType::none;
+      U32 creations = 0; // in hardware
+   };
+   enum class Kept : U8 { in, overLimit, overlap }; // out of hardware, by the other sources
+   /** A port of a session: which session, of which configuration. */
+   struct Where {
+      String name;
+      IntfId port;
+      auto operator<=>( const Where & ) const = default;
+   };
+   /** What was seen of a source when it was looked at last. */
+   struct Seen {
+      Kept kept = Kept::in;
+      std::vector< Velto::Ptr< const Kiv::Entity > > by; // what it is configured by
+      U32 creations = 0;
+   };
+   struct Said {
+      Kept kept; // in: that all is well
+      Where where;
+   };
+   using SessionConfigPtr = Velto::Ptr< const Mirroring::SessionConfig >;
+   /** What was said, and what of that holds on. */
+   struct Words {
+      std::vector< Said > now; // since the last look, as the following
+      std::vector< String > waits;
+      U32 aclFull = 0, filtersRefused = 0;
+      std::map< Where, bool > aclRefused; // filters that were known to have room; taken since
+      std::set< Where > refused;          // destinations of internal sessions
+      bool disturbed = false;             // something came and went, perhaps
+
+      std::map< Where, Seen > sources;
+      std::map< String, SessionConfigPtr > waiting, flagged;
+      std::map< Where, SessionConfigPtr > aclKnown, refusalSaid;
    };
    /** What the configuration wants of a source port. */
    struct Wanted {
@@ -99,7 +136,7 @@ class SimMirror : public SimFeature {
    /** Held: it may end within a change of it. */
    Velto::Ptr< Mirroring::SessionConfig > session( const Event & event ) const;
    Ulnet::IpGenAddr farEnd( U32 i ) const;
-   void heard();
+   void called();
    void misuseIf( bool wrong, const String & what );
    void change( U32 what );
 
@@ -120,6 +157,18 @@ class SimMirror : public SimFeature {
    String checkSources( const String & name, const Told & told ) const;
    String checkStatus( const String & name, const Told & told ) const;
 
+   // What is said
+   const Told & toldOf( const String & name ) const;
+   bool inHardware( const String & name ) const;
+   Kept keptOut( const String & name, IntfId port, Direction direction ) const;
+   std::map< Where, Seen > look() const;
+   String checkWords() const;
+   String checkWaiting() const;
+   String checkKeptOut( const std::map< Where, Seen > & sources ) const;
+   String checkWell( const std::map< Where, Seen > & sources ) const;
+   String checkRefusals() const;
+   std::map< String, U32 > heldGroups( bool configured ) const;
+
    SoftChip::MirrorTable & table_;
    Velto::Ptr< Mirroring::Config > config_;
    Velto::Ptr< Mirroring::HwCapability > capability_;
@@ -132,6 +181,8 @@ class SimMirror : public SimFeature {
    Velto::Ptr< Helper > helper_;
    Velto::Ptr< Qon::MirroringSm > sm_;
    std::map< String, Told > told_;
+   MirrorQueue queue_;
+   mutable Words words_;
    U32 nested_ = 0;
    U64 serial_ = 0;
    bool inHook_ = false;

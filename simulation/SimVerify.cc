@@ -24,6 +24,7 @@ SimVerify::~SimVerify() = default;
 void
 SimVerify::start() {
    data_->verifyIs( true );
+   counter_->data = data_;
    counter_->place.attach< &Counter::check >( data_, "counter", counter_.ptr() );
 }
 
@@ -54,7 +55,10 @@ SimVerify::checkInvariants() const {
    if ( data_->verifyInc() != 0 ) {
       return "finding: " + data_->verifyOutput().description();
    }
-   return {};
+   const bool requested = data_->verifyRequired()->verifyRequired() != counter_->request;
+   const String wrong = runs_.check( world_.scheduler.time(), world_.acsd->verifySm()->runTime(),
+                                     requested ? 0 : 1.0 );
+   return wrong.empty() ? "" : "clock of the verification: " + wrong;
 }
 
 String

@@ -3,6 +3,7 @@
 // the other features run too: an agent whose handlers have all returned has nothing to find.
 
 #include "Qon/include/framework/VerifySm.h"
+#include "simulation/ClockLaw.h"
 #include "simulation/SimFeature.h"
 
 namespace Sim {
@@ -30,8 +31,13 @@ class SimVerify : public SimFeature {
    /** A check that counts how often it runs. */
    class Counter : public Velto::Node {
     public:
-      void check() { ++runs; }
+      void check() {
+         ++runs;
+         request = data->verifyRequired()->verifyRequired();
+      }
+      Velto::Ptr< Qon::VerifyData > data;
       U32 runs = 0;
+      U32 request = 0; ///< the last one that a run knows of
       Qon::VerifyCheck place;
    };
 
@@ -40,6 +46,7 @@ class SimVerify : public SimFeature {
    U32 consoleRuns_ = 0;
    U32 requests_ = 0;   ///< those that count: made while verification was on
    U32 runsAtLast_ = 0; ///< runs before the last one of them
+   mutable ClockLaw runs_;
 };
 
 } // namespace Sim

@@ -127,8 +127,27 @@ SimVlan::inRecirc( IntfId port ) const {
 
 String
 SimVlan::checkInvariants() const {
-   // It looks at every VLAN there can be.
-   return helper_ && ++sinceCheck_ % 32 == 0 ? helper_->checkInvariants() : "";
+   if ( !helper_ ) {
+      return {};
+   }
+   const String wrong = checkRetry();
+   // The other one looks at every VLAN there can be.
+   return wrong.empty() && ++sinceCheck_ % 32 == 0 ? helper_->checkInvariants() : wrong;
+}
+
+/** What failed is tried again in time. */
+String
+SimVlan::checkRetry() const {
+   const String wrong = retries_.check( world_.scheduler.time(), helper_->retryTime(), 5.0 );
+   if ( !wrong.empty() ) {
+      return "clock of failed VLANs: " + wrong;
+   }
+   for ( U32 i = 0; helper_->retryTime() == Kiv::never && i < world_.size( Range::vlan ); ++i ) {
+      if ( helper_->updateState( world_.vlan( i ) ).failed ) {
+         return "a failed VLAN is not tried again: " + world_.vlan( i ).stringValue();
+      }
+   }
+   return {};
 }
 
 String

@@ -10,6 +10,7 @@
 
 #include "agent/softchip/Chip.h"
 #include "agent/softchip/VlanPart.h"
+#include "simulation/ClockLaw.h"
 #include "simulation/SimFeature.h"
 
 namespace Sim {
@@ -60,9 +61,11 @@ class SimVlan : public SimFeature {
 
    void request( IntfId intf, VlanId vlan, U32 flags, bool expand );
    String checkVlan( VlanId vlan ) const;
+   String checkRetry() const;
 
    Rng rng_;
    mutable U32 sinceCheck_ = 0;
+   mutable ClockLaw retries_;
    U32 mode_ = 0;
    std::map< std::pair< U16, IntfId >, Qon::VlanMembership > wanted_;
    mutable std::set< U16 > gone_;

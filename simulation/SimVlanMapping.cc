@@ -398,6 +398,7 @@ SimVlanMapping::startMachines() {
       model_.startingIs( true );
       first_->initializedIs( true );
       model_.startingIs( false );
+      retries_.lookAt( world_.scheduler.time(), first_->clock()->time() );
       return;
    }
    sm2_ = Qon::VlanMapping::VlanMappingSm2Is( { world_.acsd, config_, flow_, portToLag_,

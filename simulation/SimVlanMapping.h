@@ -12,6 +12,7 @@
 #include "agent/softchip/VlanMappingPart.h"
 #include "platform/Kiv/Listener.h"
 #include "platform/Kiv/Log.h"
+#include "simulation/ClockLaw.h"
 #include "simulation/SimFeature.h"
 #include "simulation/VlanMappingModel.h"
 
@@ -71,6 +72,7 @@ class SimVlanMapping : public SimFeature, private Kiv::LogSink {
    bool wasHandedOver( const Key & key ) const;
    bool isInChip( const Model::Port & port ) const;
 
+   String checkRetry() const;
    String checkChip() const;
    String checkOwners() const;
    String checkMerged() const;
@@ -86,6 +88,7 @@ class SimVlanMapping : public SimFeature, private Kiv::LogSink {
    /** For which interface each key of a port was asked for last, and what. */
    std::map< std::pair< Direction, Qon::PortVlanKey >, std::pair< IntfId, Model::Mapping > > asked_;
    bool paused_ = false;
+   mutable ClockLaw retries_;
    Kiv::LogSink * formerSink_;
 
    template< class T >

@@ -13,8 +13,20 @@ SimVlanMapping::checkInvariants() const {
    if ( paused_ ) {
       return {};
    }
+   const String late = second_ ? "" : checkRetry();
+   if ( !late.empty() ) {
+      return late;
+   }
    const String wrong = second_ ? sm2_->checkInvariants() : first_->checkInvariants();
    return wrong.empty() ? "" : "invariant: " + wrong;
+}
+
+/** That it is armed while something waits is an invariant of the state machine. */
+String
+SimVlanMapping::checkRetry() const {
+   const String wrong =
+         retries_.check( world_.scheduler.time(), first_->clock()->time(), 5.0, true );
+   return wrong.empty() ? "" : "clock of what waits: " + wrong;
 }
 
 /** What could not be had stays away in the second generation; its status says so. */

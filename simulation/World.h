@@ -66,6 +66,11 @@ class World : private Kiv::LogSink, private Qon::HookListener {
       }
       return nullptr;
    }
+   void meanwhile() {
+      for ( auto & entry : features_ ) {
+         entry.feature->meanwhile();
+      }
+   }
    bool has( U32 kind ) const;
    /** Whether the chip keeps forwarding per VLAN and has no topology tables. */
    bool perVlan() const { return perVlan_; }

@@ -43,6 +43,7 @@ AclConfigSm::handleInitialized() {
    handleCounterRequest();
    rulesMayDiffer();
    aclSm_->laterNaming( type_, name_ );
+   aclSm_->hostsLaterOf( type_, name_ );
    aclSm_->settle();
 }
 
@@ -60,18 +61,23 @@ AclConfigSm::doCleanup() {
       auto placed = std::exchange( keyOf_[U8( d )], {} );
       refused_[U8( d )] = {};
       unsupported_[U8( d )] = {};
+      for ( auto && [pair, key] : placed ) {
+         aclSm_->pairActiveIs( type_, d, pair.intfId(), false );
+      }
       if ( auto direction = aclSm_->directionSm( type_, d ) ) {
-         for ( auto && [pair, key] : placed ) {
-            direction->pairActiveIs( pair, false );
-         }
          direction->deferredDelOf( name_ );
       }
    }
+   for ( auto && [use, key] : std::exchange( keyOfHost_, {} ) ) {
+      aclSm_->pairActiveIs( type_, AclDirection::in, use.pair().intfId(), false );
+   }
+   aclSm_->hostsLaterOf( type_, name_ );
    Velto::FirstError error;
    for ( auto && [key, instance] : std::exchange( instances_, {} ) ) {
       error.run( [&] { Velto::Ptr< AclDataSm >( instance )->retire(); } );
    }
    implicitRuleId_ = {};
+   error.run( [&] { aclSm_->settle(); } );
    error.pass();
 }
 
@@ -295,6 +301,84 @@ AclConfigSm::unsupported( const IntfPairKey & pair, AclDirection d ) {
    return true;
 }
 
+/** The instance of the key, with numbers of the direction that there is now. */
+Velto::Ptr< AclDataSm >
+AclConfigSm::instanceIs( const AclKey & key ) {
+   auto direction = aclSm_->directionSm( type_, key.direction() );
+   VELTO_ASSERT( direction != nullptr );
+   Velto::Ptr< AclDataSm > instance = aclDataSm( key );
+   if ( instance && !( instance->numbers() == direction->numbers() ) ) {
+      instances_.erase( key ); // of a direction that is gone
+      hostsLeave( key );
+      instance->retire();
+      instance = nullptr;
+   }
+   if ( !instance ) {
+      instance = smIs< AclDataSm >( aclSm_, type_, name_, key, direction->numbers() );
+      instance->initializedIs( true );
+      instances_.emplace( key, instance );
+   }
+   return instance;
+}
+
+/** They are looked at again, and join what comes in the place of the instance. */
+void
+AclConfigSm::hostsLeave( const AclKey & key ) {
+   for ( auto && entry : keysOf< AclIntfUse >( keyOfHost_ ) ) {
+      if ( *keyOfHost_.find( entry.key ) == key ) {
+         keyOfHost_.erase( entry.key );
+         aclSm_->pairActiveIs( type_, AclDirection::in, entry.key.pair().intfId(), false );
+      }
+   }
+   aclSm_->hostsLaterOf( type_, name_ );
+}
+
+/** The members of the port-channel that carries the sub-interface; none of other interfaces. */
+std::vector< IntfId >
+AclConfigSm::membersUnder( IntfId subIntf ) const {
+   std::vector< IntfId > members;
+   if ( !carriedByLag( subIntf ) ) {
+      return members;
+   }
+   for ( IntfId lagMember :
+         LagView( aclSm_->acsd() ).membersOf( Ulnet::SubIntfId::parent( subIntf ) ) ) {
+      if ( !lagMember ) {
+         Velto::assertFail( "lagMember should've been non-null", "QonAclSm", __LINE__,
+                            __PRETTY_FUNCTION__ ); // fixed text
+      }
+      if ( aclSm_->managed( lagMember ) ) {
+         members.push_back( lagMember );
+      }
+   }
+   return members;
+}
+
+void
+AclConfigSm::hostActiveIs( const IntfPairKey & pair, const Ulnet::EthAddr & host, bool active ) {
+   pair.check();
+   const AclIntfUse use( pair, IntfId(), host );
+   const AclKey key = portKey( pair, AclDirection::in );
+   const bool wanted = active && aclSm_->hardwareSupports( pair.intfId() );
+   const AclKey * before = keyOfHost_.find( use );
+   Velto::FirstError error;
+   if ( before && !( wanted && *before == key ) ) {
+      const Velto::Ptr< AclDataSm > instance = aclDataSm( *keyOfHost_.take( use ) );
+      aclSm_->pairActiveIs( type_, AclDirection::in, pair.intfId(), false );
+      error.run( [&] { instance ? instance->hostIs( pair.intfId(), host, false ) : void(); } );
+   }
+   if ( wanted ) {
+      const Velto::Ptr< AclDataSm > instance = instanceIs( key );
+      if ( instance->unwanted() ) {
+         QON_TRACE( aclFacility, 4, firstPort, name_ );
+      }
+      if ( keyOfHost_.emplace( use, key ).second ) {
+         aclSm_->pairActiveIs( type_, AclDirection::in, pair.intfId(), true );
+         error.run( [&] { instance->hostIs( pair.intfId(), host, true ); } );
+      }
+   }
+   error.pass();
+}
+
 void
 AclConfigSm::join( const IntfPairKey & pair, const AclKey & key, const Words & words ) {
    const AclDirection d = key.direction();
@@ -307,39 +391,14 @@ AclConfigSm::join( const IntfPairKey & pair, const AclKey & key, const Words & w
    if ( auto before = keys.find( pair ); before && *before != key ) {
       leave( pair, d, words );
    }
-   auto direction = aclSm_->directionSm( type_, d );
-   VELTO_ASSERT( direction != nullptr );
-   std::vector< IntfId > members;
-   if ( carriedByLag( pair.intfId() ) ) {
-      for ( IntfId lagMember :
-            LagView( aclSm_->acsd() ).membersOf( Ulnet::SubIntfId::parent( pair.intfId() ) ) ) {
-         if ( !lagMember ) {
-            Velto::assertFail( "lagMember should've been non-null", "QonAclSm", __LINE__,
-                               __PRETTY_FUNCTION__ ); // fixed text
-         }
-         if ( aclSm_->managed( lagMember ) ) {
-            members.push_back( lagMember );
-         }
-      }
-   }
-   Velto::Ptr< AclDataSm > instance = aclDataSm( key );
-   if ( instance && !( instance->numbers() == direction->numbers() ) ) {
-      instances_.erase( key ); // of a direction that is gone
-      instance->retire();
-      instance = nullptr;
-   }
-   if ( !instance ) {
-      instance = smIs< AclDataSm >( aclSm_, type_, name_, key, direction->numbers() );
-      instance->initializedIs( true );
-      instances_.emplace( key, instance );
-   }
+   const Velto::Ptr< AclDataSm > instance = instanceIs( key );
    if ( instance->unwanted() ) {
       QON_TRACE( aclFacility, 4, words.first, name_ );
    }
    if ( keys.emplace( pair, key ).second ) {
-      direction->pairActiveIs( pair, true );
+      aclSm_->pairActiveIs( type_, d, pair.intfId(), true );
    }
-   instance->pairIs( pair, members );
+   instance->pairIs( pair, membersUnder( pair.intfId() ) );
 }
 
 void
@@ -349,9 +408,7 @@ AclConfigSm::leave( const IntfPairKey & pair, AclDirection d, const Words & word
    if ( !key ) {
       return;
    }
-   if ( auto direction = aclSm_->directionSm( type_, d ) ) {
-      direction->pairActiveIs( pair, false );
-   }
+   aclSm_->pairActiveIs( type_, d, pair.intfId(), false );
    Velto::Ptr< AclDataSm > instance = aclDataSm( *key );
    if ( instance && instance->pairDel( pair ) && instance->unwanted() ) {
       QON_TRACE( aclFacility, 4, words.last, name_ );

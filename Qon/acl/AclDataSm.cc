@@ -8,7 +8,14 @@ namespace Qon {
 
 using Ulnet::IntfId;
 
-// What is wanted
+namespace {
+
+bool
+hasHost( const AclIntfUse & use ) {
+   return !use.host().isZero();
+}
+
+} // namespace
 
 AclDataSm::AclDataSm( AclSm * aclSm, Acl::AclType type, const String & aclName, const AclKey & key,
                       Velto::Ptr< AclNumbers > numbers )
@@ -32,132 +39,6 @@ AclDataSm::kivDoZombieReactors() {
    statusSm_->kivDoZombieReactors();
 }
 
-void
-AclDataSm::touch( const AclIntfUse & use ) {
-   touched_.emplace( use );
-   aclSm_->changed( this );
-}
-
-void
-AclDataSm::useIs( const AclIntfUse & use, bool active ) {
-   if ( active ? !wanted_.emplace( use ).second : !wanted_.erase( use ) ) {
-      return;
-   }
-   if ( !active && applied_.has( use ) ) {
-      again_.emplace( use );
-   }
-   touch( use );
-   if ( use.lagMember() ) {
-      countMember( use.lagMember(), active );
-   }
-}
-
-void
-AclDataSm::countMember( IntfId member, bool joins ) {
-   U32 & count = *members_.emplace( member, 0u ).first;
-   count += joins ? 1 : -1;
-   if ( count == 0 ) {
-      members_.erase( member );
-      data_->activeLagSubIntfMembersDel( member );
-   } else if ( joins && count == 1 ) {
-      data_->activeLagSubIntfMembersIs( member );
-   }
-}
-
-bool
-AclDataSm::pairIs( const IntfPairKey & pair, const std::vector< IntfId > & members ) {
-   const Velto::Hold alive( this );
-   Velto::FirstError error;
-   const bool fresh = pairs_.emplace( pair ).second;
-   const bool onLag =
-         Ulnet::SubIntfId::isSubIntfId( pair.intfId() ) &&
-         Ulnet::PortChannelIntfId::isPortChannelIntfId( Ulnet::SubIntfId::parent( pair.intfId() ) );
-   if ( onLag ) {
-      const auto before = std::exchange( *pairs_.find( pair ), members );
-      auto use = [&]( IntfId member, bool active ) {
-         error.run( [&] { useIs( AclIntfUse( pair, member ), active ); } );
-      };
-      reconcile< IntfId >(
-            before, members, [&]( IntfId m ) { use( m, false ); },
-            [&]( IntfId m ) { use( m, true ); } );
-   } else {
-      useIs( AclIntfUse( pair, IntfId() ), true );
-   }
-   if ( fresh ) {
-      aclSm_->changed( this );
-      error.run( [&] { data_->activeIntfsIs( pairs_.size() ); } );
-   }
-   error.pass();
-   return fresh;
-}
-
-bool
-AclDataSm::pairDel( const IntfPairKey & pair ) {
-   const Velto::Hold alive( this );
-   const auto members = pairs_.take( pair );
-   if ( !members ) {
-      return false;
-   }
-   aclSm_->changed( this );
-   Velto::FirstError error;
-   for ( IntfId member : *members ) {
-      error.run( [&] { useIs( AclIntfUse( pair, member ), false ); } );
-   }
-   useIs( AclIntfUse( pair, IntfId() ), false ); // of one that no port-channel carries
-   error.run( [&] { data_->activeIntfsIs( pairs_.size() ); } );
-   error.pass();
-   return true;
-}
-
-void
-AclDataSm::rulesChanged() {
-   aclSm_->changed( this );
-   data_->dirtyIs( true );
-}
-
-bool
-AclDataSm::mirrorSessionChanged( const String & session ) {
-   auto configSm = aclSm_->aclConfigSm( type_, aclName_ );
-   if ( configSm && configSm->ruleSet()->mirrorSessions().has( session ) ) {
-      sessions_ = true;
-   } else if ( failed_ && committed_ && source_->mirrorSessions().has( session ) ) {
-      revert_ = true;
-      revertTo_ = good_;
-   } else {
-      return false;
-   }
-   aclSm_->changed( this );
-   data_->dirtyIs( true );
-   return true;
-}
-
-void
-AclDataSm::retryIs() {
-   retry_ = true;
-   aclSm_->changed( this );
-}
-
-KeySet< IntfId >
-AclDataSm::intfs() const {
-   KeySet< IntfId > all;
-   for ( auto && [pair, members] : pairs_ ) {
-      all.emplace( pair.intfId() );
-   }
-   return all;
-}
-
-void
-AclDataSm::retire() {
-   const Velto::Hold alive( this );
-   retired_ = true;
-   aclSm_->changed( this );
-   Velto::FirstError error;
-   for ( auto && entry : keysOf< IntfPairKey >( pairs_ ) ) {
-      error.run( [&] { pairDel( entry.key ); } );
-   }
-   error.pass();
-}
-
 // The steps of a pass
 
 bool
@@ -171,13 +52,12 @@ AclDataSm::begin() {
    const bool force = std::exchange( force_, false ), sessions = std::exchange( sessions_, false );
    reverting_ = false;
    makesRoom_ = true;
+   raised_ = std::exchange( raisedNow_, false );
    if ( unwanted() ) {
       remake_ = true;
       return true;
    }
-   auto configSm = aclSm_->aclConfigSm( type_, aclName_ );
-   VELTO_ASSERT( configSm != NULL ); // fixed text
-   const auto wanted = configSm->ruleSet();
+   const auto wanted = configured()->ruleSet();
    if ( failed_ ) {
       const bool anew = force || retry || sessions || wanted != tried_ || !round_.empty();
       reverting_ = !anew && revert;
@@ -192,11 +72,23 @@ AclDataSm::begin() {
    return remake_;
 }
 
+/** Its list, which is there as long as something is wanted of the instance. */
+AclConfigSm *
+AclDataSm::configured() const {
+   AclTypeConfigSm * typeSm = aclSm_->aclTypeConfigSm( type_ );
+   VELTO_ASSERT( typeSm != NULL );
+   AclConfigSm * configSm = typeSm->aclConfigSm( aclName_ );
+   VELTO_ASSERT( configSm != NULL );
+   AclData * data = configSm->aclData( key_ );
+   VELTO_ASSERT( data != NULL ); // fixed texts
+   return configSm;
+}
+
 /** Blocks the interface of the pair, if some list applies to it afterwards too. */
 void
 AclDataSm::block( const IntfPairKey & pair ) {
    auto direction = aclSm_->directionSm( type_, key_.direction() );
-   if ( !direction || !direction->intfActive( pair.intfId() ) ||
+   if ( !direction || !aclSm_->intfActive( type_, key_.direction(), pair.intfId() ) ||
         !blocks_.emplace( pair.intfId() ).second ) {
       return;
    }
@@ -211,7 +103,10 @@ AclDataSm::doBlockTraffic() {
    std::vector< IntfPairKey > pairs;
    for ( auto && entry : uses ) {
       const AclIntfUse & use = entry.key;
-      if ( applied_.has( use ) && ( remake_ || !wanted( use ) || roundAgain_.has( use ) ) ) {
+      const bool moves = !wanted( use ) || roundAgain_.has( use );
+      const bool listless =
+            hasHost( use ) && !aclSm_->hostBound( type_, use.pair().intfId(), use.host() );
+      if ( applied_.has( use ) && ( remake_ || ( moves && !listless ) ) ) {
          pairs.push_back( use.pair() );
       }
    }
@@ -234,7 +129,12 @@ AclDataSm::tellUse( const AclIntfUse & use, bool active ) {
       applied_.erase( use );
    }
    const AclOperation acl = operationNow();
-   QON_HOOK( AclHelper, aclSm_->aclHelper(), aclIntfIs, acl, use, active );
+   if ( hasHost( use ) ) {
+      const IntfId intf = use.pair().intfId();
+      QON_HOOK( AclHelper, aclSm_->aclHelper(), perHostAclIs, acl, intf, use.host(), active );
+   } else {
+      QON_HOOK( AclHelper, aclSm_->aclHelper(), aclIntfIs, acl, use, active );
+   }
 }
 
 void
@@ -318,9 +218,7 @@ AclDataSm::prepareAcl() {
    if ( !remake_ || unwanted() || inHardware_ || !takeNumber() ) {
       return;
    }
-   auto configSm = aclSm_->aclConfigSm( type_, aclName_ );
-   VELTO_ASSERT( configSm != NULL ); // fixed text
-   source_ = reverting_ ? revertTo_ : configSm->ruleSet();
+   source_ = reverting_ ? revertTo_ : configured()->ruleSet();
    rules_ = hardwareRules( source_ );
    if ( !reverting_ ) {
       status_->aclDataStateIs( AclDataState::inProgress );
@@ -399,24 +297,43 @@ AclDataSm::handsOver( IntfId intf ) {
    if ( !aclSm_->joinsNext( *this, intf ) ) {
       return false;
    }
-   aclSm_->changed( this );
+   aclSm_->nextIs( this );
    return true;
 }
 
+/** Whether its former rules are to be brought back. */
 bool
-AclDataSm::joins( IntfId intf ) const {
-   bool joins = false;
-   for ( auto && entry : wanted_ ) {
-      joins = joins || ( entry.key.pair().intfId() == intf && !applied_.has( entry.key ) );
+AclDataSm::willRevert() const {
+   return remake_ && !reverting_ && !committed_ && !waitsForNumber_ && failing() && good_ &&
+          !( good_->rules() == source_->rules() );
+}
+
+/** A pass follows that puts something in the place of what this one took away. */
+bool
+AclDataSm::madeAnewNext() const {
+   return !unwanted() && ( raisedNow_ ? !raised_ : willRevert() );
+}
+
+/** Whoever leaves a port-channel may have a list of its own in a moment, and a host another one: that
+    is looked at in a pass, which blocks them meanwhile. */
+bool
+AclDataSm::onlyIntfsChange() const {
+   for ( auto && entry : touched_ ) {
+      const AclIntfUse & use = entry.key;
+      const bool leaves = applied_.has( use ) && ( !wanted( use ) || again_.has( use ) );
+      if ( leaves && ( use.pair().lagIntf() || use.lagMember() || hasHost( use ) ) ) {
+         return false;
+      }
    }
-   return joins;
+   return committed_ && !failed_ && !unwanted() && !busy_ && !force_ && !retry_ && !sessions_ &&
+          !revert_ && blocks_.empty() && !data_->dirty();
 }
 
 void
 AclDataSm::doUnblockTraffic() {
    Velto::FirstError error;
    for ( auto && entry : keysOf< IntfId >( blocks_ ) ) {
-      if ( handsOver( entry.key ) ) {
+      if ( madeAnewNext() || handsOver( entry.key ) ) {
          continue;
       }
       error.run( [&] {
@@ -433,9 +350,9 @@ AclDataSm::end() {
    busy_ = false;
    round_ = {};
    roundAgain_ = {};
-   raised_ = std::exchange( raisedNow_, false );
-   if ( std::exchange( remake_, false ) && !unwanted() && !raised_ && !waitsForNumber_ ) {
-      resultKnown();
+   const bool revert = willRevert();
+   if ( std::exchange( remake_, false ) && !unwanted() && !raisedNow_ && !waitsForNumber_ ) {
+      resultKnown( revert );
    }
    if ( !aclSm_ ) {
       return;
@@ -499,7 +416,7 @@ AclDataSm::shown() const {
 
 String
 AclDataSm::checkInvariants() const {
-   if ( data_->activeIntfs() != pairs_.size() ) {
+   if ( data_->activeIntfs() != pairCount() ) {
       return "active interfaces of " + shown() + " are miscounted";
    }
    if ( data_->activeLagSubIntfMemberss() != members_.size() ) {
@@ -508,7 +425,7 @@ AclDataSm::checkInvariants() const {
    if ( inHardware_ && data_->aclNumber() == aclNumberNone ) {
       return shown() + " is in hardware without a number";
    }
-   const bool left = !blocks_.empty() && !aclSm_->willChange( this );
+   const bool left = !blocks_.empty() && !revert_ && !aclSm_->willChange( this );
    if ( aclSm_->phase() == AclApplyPhase::done && ( busy_ || left ) ) {
       return shown() + " is left in the middle of a pass";
    }

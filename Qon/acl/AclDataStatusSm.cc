@@ -19,10 +19,10 @@ void
 AclDataStatusSm::handleUnitError( const String & unit ) {
    const Velto::Ptr< AclDataSm > alive( dataSm_ );
    if ( status_->unitErrorHas( unit ) ) {
-      answered( unit );
+      answered( unit, status_->unitError( unit ) );
       doSetHwStatus( unit, status_->unitError( unit ) );
    } else {
-      resultAt_.erase( unit );
+      failures_.erase( unit );
    }
    if ( AclSm * aclSm = dataSm_->aclSm() ) {
       aclSm->statusChanged( dataSm_ );
@@ -30,16 +30,29 @@ AclDataStatusSm::handleUnitError( const String & unit ) {
 }
 
 void
-AclDataStatusSm::answered( const String & unit ) {
-   if ( AclSm * aclSm = dataSm_->aclSm() ) {
-      *resultAt_.emplace( unit, U64( 0 ) ).first = aclSm->nextOperation();
+AclDataStatusSm::answered( const String & unit, AclCreateError error ) {
+   AclSm * aclSm = dataSm_->aclSm();
+   if ( error == AclCreateError::success || !aclSm ) {
+      failures_.erase( unit );
+      return;
+   }
+   Failure & failure = *failures_.emplace( unit ).first;
+   failure.at = aclSm->nextOperation();
+   if ( std::exchange( failure.error, error ) != error ) {
+      failure.since = Kiv::now();
    }
 }
 
 U64
 AclDataStatusSm::resultAt( const String & unit ) const {
-   auto at = resultAt_.find( unit );
-   return at ? *at : 0;
+   auto failure = failures_.find( unit );
+   return failure ? failure->at : 0;
+}
+
+Kiv::Seconds
+AclDataStatusSm::since( const String & unit ) const {
+   auto failure = failures_.find( unit );
+   return failure ? failure->since : 0;
 }
 
 void
@@ -67,6 +80,14 @@ AclDataSm::hasErrors() const {
 void
 AclDataSm::resultsAre( const AclUnitResults & results ) {
    if ( !reverting_ ) {
+      record( results );
+   }
+}
+
+void
+AclDataSm::unitsReport( const AclUnitResults & results ) {
+   const Velto::Hold alive( this );
+   if ( committed_ && !failed_ ) {
       record( results );
    }
 }
@@ -102,7 +123,7 @@ AclDataSm::record( const AclUnitResults & results ) {
    Velto::FirstError error;
    for ( auto & result : results ) {
       units.emplace( result.unit );
-      statusSm_->answered( result.unit );
+      statusSm_->answered( result.unit, result.error );
       error.run( [&] { status_->unitErrorIs( result.unit, result.error ); } );
    }
    for ( auto && entry : keysOf< String >( status_->unitErrorIteratorConst() ) ) {
@@ -115,7 +136,7 @@ AclDataSm::record( const AclUnitResults & results ) {
 
 /** What failed gives way to what was in force before; what fails then, to nothing. */
 void
-AclDataSm::resultKnown() {
+AclDataSm::resultKnown( bool willRevert ) {
    if ( reverting_ ) {
       revert_ = !committed_ && inHardware_;
       good_ = committed_ ? good_ : nullptr;
@@ -127,10 +148,11 @@ AclDataSm::resultKnown() {
       aclSm_->changed( this ); // nobody said what became of it
       return;
    } else {
+      failedSince_ = failed_ ? failedSince_ : Kiv::now();
       failed_ = true;
       tried_ = source_;
+      revertTo_ = willRevert ? good_ : nullptr;
       revert_ = inHardware_;
-      revertTo_ = good_ && !( good_->rules() == source_->rules() ) ? good_ : nullptr;
    }
    if ( revert_ ) {
       aclSm_->revertLater( this );

@@ -102,6 +102,7 @@ AclDirectionTypeConfigSm::handleInitialized() {
    for ( auto && [intf, name] : config_->intfIteratorConst() ) {
       aclSm_->later( type_, direction(), intf );
    }
+   aclSm_->hostsLaterOf( type_ );
    aclSm_->settle();
 }
 
@@ -121,6 +122,8 @@ AclDirectionTypeConfigSm::doCleanup() {
    modes_.removeAll();
    addWait_ = removalWait_ = {};
    aclSm_->waitsChanged();
+   aclSm_->hostsLaterOf( type_ );
+   error.run( [&] { aclSm_->settle(); } );
    error.pass();
 }
 
@@ -189,20 +192,21 @@ AclDirectionTypeConfigSm::reviewIntf( IntfId intf ) {
    const Velto::Hold alive( this );
    const String name = attached ? config_->intf( intf ) : String();
    Held now{ name, attached ? wantedPairs( intf ) : Pairs() };
-   const Held before = held ? *held : Held();
+   const bool wasHeld = held;
+   const Held before = held ? std::move( *held ) : Held();
    if ( attached ) {
       *held_.emplace( intf ).first = now;
    } else {
       held_.erase( intf );
    }
    namingIs( intf, before.name, name );
-   if ( Ulnet::SubIntfId::isSubIntfId( intf ) && bool( held ) != attached ) {
+   if ( Ulnet::SubIntfId::isSubIntfId( intf ) && wasHeld != attached ) {
       aclSm_->subIntfAttachedIs( intf, attached );
    }
    pairsDel( before, name, now.pairs );
    pairsAdd( name, now.pairs );
    // A list that goes may be back before the pass is done; an interface that is detached is not.
-   if ( !attached && !active_.has( intf ) ) {
+   if ( !attached && !aclSm_->intfActive( type_, direction(), intf ) ) {
       waitForBlockedDel( intf );
       aclSm_->waitsChanged();
    }
@@ -254,6 +258,7 @@ AclDirectionTypeConfigSm::pairsAdd( const String & name, const Pairs & wanted ) 
       if ( joins && !other && configSm->busyFor( pair, direction() ) ) {
          QON_TRACE( aclFacility, 4, "deferring addition of lag member ", pair.intfId() ); // fixed
          deferred_.emplace( pair );
+         aclSm_->memberWaits();
          continue;
       }
       deferred_.erase( pair );
@@ -300,15 +305,6 @@ AclDirectionTypeConfigSm::waitForBlockedDel( IntfId intf ) {
             waits->erase( entry.key );
          }
       }
-   }
-}
-
-void
-AclDirectionTypeConfigSm::pairActiveIs( const IntfPairKey & pair, bool active ) {
-   U32 & count = *active_.emplace( pair.intfId(), 0u ).first;
-   count += active ? 1 : -1;
-   if ( count == 0 ) {
-      active_.erase( pair.intfId() );
    }
 }
 

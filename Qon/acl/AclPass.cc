@@ -8,6 +8,7 @@
 
 namespace Qon {
 
+using Acl::AclDirection;
 using Acl::AclType;
 using Ulnet::IntfId;
 
@@ -24,106 +25,16 @@ sort( std::vector< Velto::Ptr< AclDataSm > > & instances ) {
 
 } // namespace
 
-// The block of one interface
-
-bool
-AclIntfSm::wantToBlockIs( const AclDataSm * instance, bool block ) {
-   const U32 before = wantToBlock_.size();
-   if ( block ) {
-      wantToBlock_.emplace( instance );
-   } else {
-      wantToBlock_.erase( instance );
-   }
-   return ( before == 0 ) != wantToBlock_.empty();
-}
-
-void
-AclIntfSm::handleAclBlocked( bool blocked ) {
-   unanswered_ -= unanswered_ ? 1 : 0;
-   blocked_ = blocked;
-}
-
-bool
-AclSm::blockIs( AclDataSm * instance, IntfId intf, bool block ) {
-   const Velto::Ptr< AclTypeConfigSm > typeSm = aclTypeConfigSm( instance->type() );
-   if ( !aclHelper()->asyncBlockIntf() ) {
-      if ( typeSm ) {
-         typeSm->blockedIntfIs( intf, block );
-      }
-      return false;
-   }
-   if ( block && ( !typeSm || typeSm->permitDuringUpdate() ) ) {
-      QON_TRACE( aclFacility, 4, "Not blocking intf because of cli configuration" ); // fixed text
-      return false;
-   }
-   auto held = intfs_.find( intf );
-   if ( !held && !block ) {
-      return false;
-   }
-   const Velto::Ptr< AclIntfSm > sm =
-         held ? *held : *intfs_.emplace( intf, Velto::make< AclIntfSm >( intf ) ).first;
-   if ( sm->wantToBlockIs( instance, block ) ) {
-      QON_TRACE( aclFacility, 4, block ? "Blocking intf " : "Unblocking intf ", intf ); // fixed
-      sm->asked();
-      QON_HOOK( AclHelper, aclHelper(), blockIntf, intf, block );
-   }
-   return block && !sm->answered();
-}
-
-void
-AclSm::intfBlockedCallback( IntfId intf, bool blocked ) {
-   auto held = intfs_.find( intf );
-   if ( !held ) {
-      return;
-   }
-   const Velto::Ptr< AclIntfSm > sm = *held;
-   sm->handleAclBlocked( blocked );
-   if ( !sm->answered() ) {
-      return;
-   }
-   if ( sm->idle() ) {
-      intfs_.erase( intf );
-   }
-   forEachDirection( [&]( AclDirectionTypeConfigSm & d ) { d.waitForBlockedDel( intf ); } );
-   waitsChanged();
-}
-
-bool
-AclSm::blocksPending() const {
-   bool pending = false;
-   forEachDirection( [&]( AclDirectionTypeConfigSm & sm ) {
-      pending = pending || !sm.intfAddWaitForBlocked().empty() ||
-                !sm.intfRemovalWaitForBlocked().empty();
-   } );
-   return pending;
-}
-
-std::vector< const AclDataSm * >
-AclSm::blockIntfsPending() const {
-   std::vector< const AclDataSm * > waiting;
-   forEachDirection( [&]( AclDirectionTypeConfigSm & sm ) {
-      for ( auto & instance : pass_ ) {
-         if ( instance->type() == sm.type() && instance->key().direction() == sm.direction() &&
-              instance->waitsForBlock( sm ) ) {
-            waiting.push_back( instance.ptr() );
-         }
-      }
-   } );
-   return waiting;
-}
-
-/** Hooks are called from the clock, not from whoever changed the configuration. */
-void
-AclSm::waitsChanged() {
-   if ( phase_ == AclApplyPhase::uninstall && !uninstallsAsked_ && applyClock_ ) {
-      applyClock_->timeMin( Kiv::now() );
-   }
-}
-
 // What has changed
 
 void
 AclSm::changed( AclDataSm * instance ) {
+   joinsKnown_ = false;
+   nextIs( instance );
+}
+
+void
+AclSm::nextIs( AclDataSm * instance ) {
    changed_.emplace( instance, Velto::Ptr< AclDataSm >( instance ) );
    if ( phase_ == AclApplyPhase::done && applyClock_ ) {
       applyClock_->timeMin( Kiv::now() );
@@ -140,10 +51,26 @@ AclSm::handleApplyClock() {
    }
 }
 
+/** Only if nothing else waits for a pass: else all of it is one. */
+void
+AclSm::applyIntfsNow() {
+   if ( phase_ != AclApplyPhase::done || working_ || starting_ || !staleDone_ || cleanedUp_ ||
+        changed_.empty() || !reverts_.empty() || aclHelper()->deferredOperationsSupported() ) {
+      return;
+   }
+   for ( auto && [instance, held] : changed_ ) {
+      if ( !instance->onlyIntfsChange() ) {
+         return;
+      }
+   }
+   applyClock_->timeIs( Kiv::never ); // unless something is left for it
+   doApplyAcls();
+}
+
 void
 AclSm::doApplyAcls( bool forceRecreateAll ) {
    const Velto::Hold alive( this );
-   if ( phase_ != AclApplyPhase::done ) {
+   if ( phase_ != AclApplyPhase::done || working_ ) {
       again_ = true;
       forceAgain_ = forceAgain_ || forceRecreateAll;
       return;
@@ -156,6 +83,8 @@ AclSm::doApplyAcls( bool forceRecreateAll ) {
 
 void
 AclSm::gather( bool forceRecreateAll ) {
+   working_ = true;
+   const Velto::AtEnd idle( [this] { working_ = false; } );
    if ( forceRecreateAll ) {
       for ( auto && entry : instances_ ) {
          entry.key->forceIs();
@@ -183,7 +112,8 @@ AclSm::gather( bool forceRecreateAll ) {
 template< class Act >
 void
 AclSm::forEach( const Instances & instances, Act && act ) {
-   for ( auto & instance : Instances( instances ) ) {
+   for ( std::size_t n = 0; n < instances.size(); ++n ) { // hooks do not change the list
+      const Velto::Ptr< AclDataSm > instance = instances[n];
       if ( !error_.run( [&] { act( *instance ); } ) && instance->raised() ) {
          changed( instance.ptr() );
       }
@@ -269,7 +199,7 @@ AclSm::doBlocks() {
    const Velto::AtEnd idle( [this] { working_ = false; } );
    forEach( pass_, []( AclDataSm & instance ) { instance.doBlockTraffic(); } );
    // Interfaces that join wait for the block that somebody else asked for.
-   for ( auto & instance : intfs_.empty() ? Instances() : pass_ ) {
+   for ( auto & instance : aclHelper()->asyncBlockIntf() ? pass_ : Instances() ) {
       auto direction = directionSm( instance->type(), instance->key().direction() );
       for ( auto & pair : direction ? instance->pairsToAdd() : std::vector< IntfPairKey >() ) {
          auto sm = intfs_.find( pair.intfId() );
@@ -326,38 +256,63 @@ AclSm::doCommits() {
    forEach( pass_, []( AclDataSm & instance ) { instance.addUses(); } );
 }
 
-bool
-AclSm::joinsNext( const AclDataSm & instance, IntfId intf ) const {
-   bool joins = false;
-   for ( auto && [other, held] : changed_ ) {
-      joins = joins ||
-              ( other->type() == instance.type() &&
-                other->key().direction() == instance.key().direction() && other->joins( intf ) );
+/** Marks the interfaces that the next pass gives to some instance, and those that wait for it. */
+void
+AclSm::lookForJoins() {
+   joinsKnown_ = true;
+   ++joinsLook_;
+   auto mark = [&]( AclType type, AclDirection direction, IntfId intf ) {
+      if ( auto sm = intfs_.find( intf ) ) {
+         ( *sm )->joinsIs( type, direction, joinsLook_ );
+      }
+   };
+   auto markAll = [&]( const AclDataSm & instance ) {
+      instance.forEachJoining(
+            [&]( IntfId intf ) { mark( instance.type(), instance.key().direction(), intf ); } );
+   };
+   for ( auto && [instance, held] : changed_ ) {
+      markAll( *instance );
    }
-   return joins;
+   for ( auto & instance : pass_ ) {
+      if ( instance->willRevert() ) {
+         markAll( *instance );
+      }
+   }
+   forEachDirection( [&]( AclDirectionTypeConfigSm & sm ) {
+      for ( IntfId port : sm.deferredPorts() ) {
+         mark( sm.type(), sm.direction(), port );
+      }
+   } );
+}
+
+bool
+AclSm::joinsNext( const AclDataSm & instance, IntfId intf ) {
+   if ( !joinsKnown_ ) {
+      lookForJoins();
+   }
+   const AclIntfSm * sm = aclIntfSm( intf );
+   return sm && sm->joins( instance.type(), instance.key().direction(), joinsLook_ );
 }
 
 void
 AclSm::doUnblocks() {
    working_ = true;
    const Velto::AtEnd idle( [this] { working_ = false; } );
+   joinsKnown_ = false;
    forEach( unblockAcl_, []( AclDataSm & instance ) { instance.doUnblockTraffic(); } );
    unblockAcl_.clear();
 }
 
 void
 AclSm::passDone() {
+   working_ = true;
+   const Velto::AtEnd idle( [this] { working_ = false; } );
    const Instances pass = std::exchange( pass_, {} );
    unInstallAcl_.clear();
    prepareAcl_.clear();
    retryFailed();
    forEach( pass, []( AclDataSm & instance ) { instance.end(); } );
    error_.run( [&] { checkStatus(); } );
-   if ( !staleDone_ && !cleanedUp_ ) {
-      staleDone_ = true;
-      error_.run( [&] { QON_HOOK( AclHelper, aclHelper(), staleAclsDel ); } );
-      error_.run( [&] { staleErrdisablesDel(); } );
-   }
    forEachDirection( [&]( AclDirectionTypeConfigSm & sm ) {
       for ( IntfId port : sm.deferredPorts() ) {
          error_.run( [&] { sm.updateAclOnLagMember( port ); } );
@@ -370,10 +325,24 @@ AclSm::passDone() {
          changed( entry.key );
       }
    }
+   staleDel();
    const bool due = !changed_.empty() || !reverts_.empty();
    if ( ( std::exchange( again_, false ) || due ) && applyClock_ ) {
       applyClock_->timeMin( Kiv::now() );
    }
+}
+
+/** What is left of a former life decides until all that is wanted has been tried. */
+void
+AclSm::staleDel() {
+   if ( staleDone_ || cleanedUp_ || !changed_.empty() || !reverts_.empty() ) {
+      return;
+   }
+   staleDone_ = true;
+   error_.run( [&] { QON_HOOK( AclHelper, aclHelper(), staleAclsDel ); } );
+   error_.run( [&] { staleErrdisablesDel(); } );
+   roomMade();
+   retryFailed();
 }
 
 // The chip's answers
@@ -387,10 +356,60 @@ void
 AclSm::aclStatusUpdateCallback( AclType type, const String & aclName, const AclKey & key,
                                 U64 operation, const AclUnitResults & results ) {
    const Velto::Hold alive( this );
+   if ( cleanedUp_ || answered( type, aclName, key, operation, results ) ) {
+      return;
+   }
+   if ( !aclTypeConfigSm( type ) ) {
+      auto & callbackDataSm = callbackDataSm_[U8( type )];
+      if ( !callbackDataSm ) {
+         callbackDataSm = smIs< AclCallbackDataSm >();
+      }
+      callbackDataSm->answerIs( aclName, key, { operation, results } );
+      // fixed text
+      QON_TRACE( aclFacility, 2, "No aclTypeConfigSm, Returning after setting up callbackDataSm" );
+      return;
+   }
+   const Velto::Ptr< AclConfigSm > configSm = aclConfigSm( type, aclName );
+   if ( !configSm ) {
+      QON_TRACE( aclFacility, 2, "No aclConfigSm" ); // fixed text
+      return;
+   }
+   const Velto::Ptr< AclDataSm > instance = configSm->aclDataSm( key );
+   if ( instance && instance->operation() == operation ) {
+      instance->unitsReport( results );
+   }
+}
+
+/** The type is there again. */
+void
+AclSm::replayCallbackData( AclType type ) {
+   const Velto::Ptr< AclCallbackDataSm > sm = callbackDataSm_[U8( type )];
+   if ( !sm || !aclTypeConfigSm( type ) ) {
+      return;
+   }
+   Velto::FirstError error;
+   for ( auto & [place, answer] : sm->takeAnswers() ) {
+      error.run( [&] {
+         aclStatusUpdateCallback( type, place.first, place.second, answer.operation,
+                                  answer.results );
+      } );
+   }
+   if ( sm->answers() == 0 ) {
+      QON_TRACE( aclFacility, 4, "No callback data, deleting callbackDataSm" ); // fixed text
+      callbackDataSm_[U8( type )] = nullptr;
+   }
+   error.pass();
+}
+
+/** The answer to an operation that is under way; false if it is none. What the pass waits for counts
+    whether or not the list and its type are still there. */
+bool
+AclSm::answered( AclType type, const String & aclName, const AclKey & key, U64 operation,
+                 const AclUnitResults & results ) {
    auto held = outstanding_.find( operation );
    if ( !held || ( *held )->type() != type || ( *held )->aclName() != aclName ||
         ( *held )->key() != key ) {
-      return;
+      return false;
    }
    const Velto::Ptr< AclDataSm > instance = *held;
    outstanding_.erase( operation );
@@ -407,6 +426,7 @@ AclSm::aclStatusUpdateCallback( AclType type, const String & aclName, const AclK
    if ( !working_ ) {
       passErrors();
    }
+   return true;
 }
 
 } // namespace Qon

@@ -58,32 +58,77 @@ AclSm::unitError( const String & unit ) const {
    return held ? held->error : AclCreateError::success;
 }
 
+Kiv::Seconds
+AclSm::unitErrorSince( const String & unit ) const {
+   auto held = units_.find( unit );
+   return held ? held->since : 0;
+}
+
 std::vector< std::pair< String, AclCreateError > >
 AclSm::unitErrors() const {
    std::vector< std::pair< String, AclCreateError > > all;
    for ( auto && [unit, held] : units_ ) {
-      all.push_back( { unit, held.error } );
+      if ( held.error != AclCreateError::success ) {
+         all.push_back( { unit, held.error } );
+      }
    }
    return all;
+}
+
+/** A message that raises was not said: it is left to the next check. */
+void
+AclSm::raise( const String & unit, Shortage shortage ) {
+   Unit & held = *units_.find( unit );
+   const Shortage before = std::exchange( held.raised, shortage );
+   held.unsaid = false;
+   QonLogHandle & message = shortage == Shortage::resources     ? resourceFull
+                            : shortage == Shortage::computation ? computationFailed
+                            : before == Shortage::resources     ? resourceNormal
+                                                                : computationSuccess;
+   try {
+      logIfOk( message, unitShown( unit ) );
+   } catch ( ... ) {
+      if ( Unit * now = units_.find( unit ) ) {
+         now->raised = before;
+         now->unsaid = true;
+      }
+      throw;
+   }
 }
 
 /** One message when the unit gets into a shortage, or into another one. */
 void
 AclSm::syslogUnitError( const String & unit ) {
-   Unit & held = *units_.find( unit );
+   const Unit & held = *units_.find( unit );
    const Shortage shortage = shortageOf( held.error );
-   if ( shortage == Shortage::none || std::exchange( held.raised, shortage ) == shortage ) {
-      return;
+   if ( shortage != Shortage::none && shortage != held.raised ) {
+      raise( unit, shortage );
    }
-   logIfOk( shortage == Shortage::resources ? resourceFull : computationFailed, unitShown( unit ) );
 }
 
 void
-AclSm::unitSucceeds( const String & unit, const Unit & before ) {
-   QON_TRACE( aclFacility, 4, "Deleted: ", unit ); // fixed text
-   if ( before.raised != Shortage::none ) {
-      logIfOk( before.raised == Shortage::resources ? resourceNormal : computationSuccess,
-               unitShown( unit ) );
+AclSm::unitFails( const String & unit, AclCreateError error ) {
+   Unit & held = *units_.emplace( unit ).first;
+   const bool other = std::exchange( held.error, error ) != error;
+   held.since = other ? Kiv::now() : held.since;
+   if ( other || held.unsaid ) {
+      syslogUnitError( unit );
+   }
+}
+
+/** The message that is out is taken back, and then nothing is stored of the unit. */
+void
+AclSm::unitSucceeds( const String & unit ) {
+   Unit & held = *units_.find( unit );
+   if ( std::exchange( held.error, AclCreateError::success ) != AclCreateError::success ) {
+      QON_TRACE( aclFacility, 4, "Deleted: ", unit ); // fixed text
+   }
+   if ( held.raised != Shortage::none ) {
+      raise( unit, Shortage::none );
+   }
+   const Unit * now = units_.find( unit );
+   if ( now && now->error == AclCreateError::success && now->raised == Shortage::none ) {
+      units_.erase( unit );
    }
 }
 
@@ -114,23 +159,23 @@ AclSm::checkStatus() {
    }
    Kiv::DenseMap< String, LastError > last;
    lastErrors( last );
-   std::vector< std::pair< String, Unit > > gone;
-   for ( auto && [unit, held] : units_ ) {
-      if ( !last.has( unit ) ) {
-         gone.push_back( { unit, held } );
+   Velto::FirstError error;
+   bool said = true;
+   for ( auto && entry : keysOf< String >( units_ ) ) {
+      if ( units_.has( entry.key ) && !last.has( entry.key ) ) {
+         said = error.run( [&] { unitSucceeds( entry.key ); } ) && said;
       }
-   }
-   for ( auto & [unit, before] : gone ) {
-      units_.erase( unit );
-      unitSucceeds( unit, before );
    }
    for ( auto && [unit, now] : last ) {
-      Unit & held = *units_.emplace( unit ).first;
-      if ( std::exchange( held.error, now.error ) != now.error ) {
-         syslogUnitError( unit );
-      }
+      said = error.run( [&, &unit = unit, &now = now] { unitFails( unit, now.error ); } ) && said;
    }
-   checkErrdisables();
+   error.run( [&] { checkErrdisables(); } );
+   // What could not be said is tried once more without a reason of its own.
+   if ( !said && !std::exchange( saidAgain_, true ) && applyClock_ ) {
+      applyClock_->timeMin( Kiv::now() );
+   }
+   saidAgain_ = saidAgain_ && !said;
+   error.pass();
 }
 
 /** An instance's record has changed; at the end of a pass all are looked at. */
@@ -241,6 +286,7 @@ AclSm::retryFailed() {
          shortage = shortage || insufficientResources( error );
       }
       if ( shortage && instance.failed() && !instance.busy() && !instance.unwanted() ) {
+         ++retries_;
          instance.retryIs();
       }
    }
@@ -286,14 +332,13 @@ AclSm::handleMirroringSession( const String & name ) {
                                  in_.mirroringStatus->session( name ) ) );
 }
 
+/** Also those that nothing wants at the moment: somebody may again before the pass. */
 void
 AclSm::reapplyAclsWithMirrorSession( const String & session ) {
    QON_TRACE( aclFacility, 4, "Reapplying ACLs with session ", session ); // fixed text
    for ( auto && entry : keysOf< AclDataSm * >( instances_ ) ) {
       const Velto::Ptr< AclDataSm > instance( entry.key );
-      if ( !instance->unwanted() ) {
-         instance->mirrorSessionChanged( session );
-      }
+      instance->mirrorSessionChanged( session );
    }
 }
 

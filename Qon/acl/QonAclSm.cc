@@ -27,6 +27,7 @@ AclSm::handleInitialized() {
    if ( !initialized() ) {
       types_.rest();
       sessions_.rest();
+      hosts_.rest();
       return;
    }
    VELTO_ASSERT( !aclHelper()->asyncAclConfig() || aclHelper()->asyncBlockIntf() );
@@ -44,7 +45,11 @@ AclSm::handleInitialized() {
    managedWatch_.attach( this, acsd() );
    sessionWatch_.attach( this, in_.mirroringStatus.ptr() );
    cardWatch_.attach( this, in_.intfCards.ptr() );
+   hostWatch_.attach( this,
+                      aclHelper()->perHostAclSupported() ? in_.perHostConfig.ptr() : nullptr );
    allManaged_ = acsd()->intfs() == 0;
+   starting_ = true; // nothing is applied before all of it has been looked at
+   const Velto::AtEnd started( [this] { starting_ = false; } );
    // Each compares what is there with what was done: one that raised is asked once more.
    Velto::FirstError error;
    for ( auto step :
@@ -55,8 +60,8 @@ AclSm::handleInitialized() {
                  sm.reviewType( type );
               }
            },
-           +[]( AclSm & sm ) { sm.reviewSessions(); }, +[]( AclSm & sm ) { sm.laterAll(); },
-           +[]( AclSm & sm ) { sm.settle(); } } ) {
+           +[]( AclSm & sm ) { sm.reviewSessions(); }, +[]( AclSm & sm ) { sm.reviewHosts(); },
+           +[]( AclSm & sm ) { sm.laterAll(); }, +[]( AclSm & sm ) { sm.settle(); } } ) {
       error.run( [&] { step( *this ); } ) || error.run( [&] { step( *this ); } );
    }
    applyClock_->timeMin( Kiv::now() );
@@ -75,6 +80,7 @@ AclSm::kivDoZombieReactors() {
    QonBaseSm::kivDoZombieReactors();
    types_.kivDoZombieReactors();
    sessions_.kivDoZombieReactors();
+   hosts_.kivDoZombieReactors();
 }
 
 void
@@ -85,6 +91,7 @@ AclSm::doCleanup() {
    applyClock_.attach( nullptr, nullptr );
    dpClock_.attach( nullptr, nullptr );
    Velto::FirstError error;
+   error.run( [&] { hosts_.removeAll(); } );
    error.run( [&] { types_.removeAll(); } );
    for ( auto && entry : keysOf< AclDataSm * >( instances_ ) ) {
       if ( instances_.has( entry.key ) && !keepsHardware_ ) {
@@ -92,8 +99,9 @@ AclSm::doCleanup() {
          error.run( [&] { instance->uninstallNow(); } );
       }
    }
+   const bool asked = aclHelper()->asyncBlockIntf();
    for ( auto && [intf, sm] : std::exchange( intfs_, {} ) ) {
-      if ( sm->wantToBlocks() && !keepsHardware_ ) {
+      if ( sm->wantToBlocks() && asked && !keepsHardware_ ) {
          error.run( [&] { aclHelper()->blockIntf( intf, false ); } );
       }
    }
@@ -103,6 +111,9 @@ AclSm::doCleanup() {
             in_.errdisable->intfStatusDel( entry.key );
          }
       } );
+   }
+   for ( auto & sm : callbackDataSm_ ) {
+      sm = nullptr;
    }
    outstanding_ = {};
    changed_ = {};
@@ -138,6 +149,7 @@ AclSm::reviewType( AclType type ) {
    if ( const Velto::Ptr< AclTypeConfigSm > sm = aclTypeConfigSm( type ) ) {
       sm->reviewInputs();
    }
+   replayCallbackData( type );
 }
 
 void
@@ -177,6 +189,7 @@ AclSm::laterEverywhere( IntfId intf ) {
 void
 AclSm::laterFamily( IntfId intf ) {
    laterEverywhere( intf );
+   hostsLaterAt( intf );
    if ( auto subIntfs = subIntfs_.find( intf ) ) {
       for ( auto && entry : *subIntfs ) {
          laterEverywhere( entry.key );
@@ -189,6 +202,9 @@ AclSm::laterAll() {
    forEachDirection( [&]( AclDirectionTypeConfigSm & sm ) {
       sm.forEachIntf( [&]( IntfId intf ) { later( sm.type(), sm.direction(), intf ); } );
    } );
+   for ( AclType type : Acl::aclTypes ) {
+      hostsLaterOf( type );
+   }
 }
 
 void
@@ -207,12 +223,22 @@ AclSm::settle() {
    if ( !initialized() ) {
       return;
    }
+   const Velto::Hold alive( this );
    work_.drain( this, [this]( const Work & work ) {
+      if ( work.host.intf() ) {
+         if ( const Velto::Ptr< PerHostAclStateSm > sm = hosts_.sm( work.host ) ) {
+            sm->review();
+         }
+         return;
+      }
       if ( const Velto::Ptr< AclDirectionTypeConfigSm > sm =
                  directionSm( work.type, work.direction ) ) {
          sm->reviewIntf( work.intf );
       }
    } );
+   if ( !work_.draining() ) {
+      applyIntfsNow();
+   }
 }
 
 void
@@ -222,6 +248,9 @@ AclSm::handleSharedMode( const Acl::SharingKey & key ) {
              : Ulnet::VlanIntfId::isVlanIntfId( intf ) ? Acl::SharingKind::vlan
                                                        : Acl::SharingKind::port;
    };
+   if ( key.kind() == Acl::SharingKind::port ) {
+      hostsLaterOf( key.type() );
+   }
    if ( auto sm = directionSm( key.type(), key.direction() ) ) {
       sm->forEachIntf( [&]( IntfId intf ) {
          if ( kindOf( intf ) == key.kind() ) {
@@ -254,6 +283,7 @@ AclSm::handleManagedIntf( const IntfId & intf ) {
 void
 AclSm::handleIntf( IntfId intf ) {
    laterEverywhere( intf );
+   hostsLaterAt( intf );
    if ( auto lags = listedBy_.find( intf ) ) {
       for ( auto && entry : *lags ) {
          laterFamily( entry.key );
@@ -405,15 +435,6 @@ AclSm::reviewSessions() {
                                     in_.mirroringStatus->session( name ) );
                            } );
    }
-}
-
-bool
-AclSm::blocked( IntfId intf ) const {
-   bool blocked = intfs_.has( intf );
-   types_.forEach( [&]( AclType, AclTypeConfigSm & sm ) {
-      blocked = blocked || sm.blockedIntf().has( intf );
-   } );
-   return blocked;
 }
 
 // Invariants

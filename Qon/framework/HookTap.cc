@@ -3,6 +3,7 @@
 namespace Qon {
 
 HookListener * HookTap::first_ = nullptr;
+U32 HookTap::readers_ = 0;
 HookTap::Walk * HookTap::walk_ = nullptr;
 
 /** A delivery under way, which knows whose turn is next. */
@@ -13,7 +14,8 @@ struct HookTap::Walk {
    ~Walk() { walk_ = outer; }
 };
 
-HookListener::HookListener() {
+HookListener::HookListener( bool reads ) : reads_( reads ) {
+   HookTap::readers_ += reads_;
    HookListener ** end = &HookTap::first_;
    while ( *end ) {
       end = &( *end )->next_;
@@ -22,6 +24,7 @@ HookListener::HookListener() {
 }
 
 HookListener::~HookListener() {
+   HookTap::readers_ -= reads_;
    for ( HookTap::Walk * walk = HookTap::walk_; walk; walk = walk->outer ) {
       if ( walk->next == this ) {
          walk->next = next_;

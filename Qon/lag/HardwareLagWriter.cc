@@ -42,9 +42,10 @@ HardwareLagWriter::member( IntfId lag, IntfId port ) const {
 void
 HardwareLagWriter::memberIs( IntfId lag, IntfId port, const Member & member ) {
    const IntfId former = owner( port );
+   Velto::FirstError error;
    if ( !member.shared() && former != lag ) {
       if ( former ) {
-         memberDel( former, port );
+         error.run( [&] { memberDel( former, port ); } );
       }
       *owner_.emplace( port ).first = lag;
    } else if ( member.shared() && former == lag ) {
@@ -52,7 +53,6 @@ HardwareLagWriter::memberIs( IntfId lag, IntfId port, const Member & member ) {
    }
    QON_TELL_HOOK( Hardware::Lag, memberIs, lag, port, member );
    const auto config = config_;
-   Velto::FirstError error;
    error.run( [&] { config->lagIs( lag, getLagIndex( lag ) ); } );
    error.run( [&] { config->lagIs( lag, getLagIndex( lag ) )->memberIs( port, member ); } );
    error.pass();
@@ -74,10 +74,12 @@ HardwareLagWriter::memberDel( IntfId lag, IntfId port ) {
 
 void
 HardwareLagWriter::lagDel( IntfId lag ) {
+   Velto::FirstError error;
    for ( IntfId port : members( lag ) ) {
-      memberDel( lag, port );
+      error.run( [&] { memberDel( lag, port ); } );
    }
-   dropIfEmpty( lag );
+   error.run( [&] { dropIfEmpty( lag ); } );
+   error.pass();
 }
 
 void

@@ -2,6 +2,7 @@
 
 #include "Qon/include/framework/Reconcile.h"
 #include "Qon/include/lag/QonLagIndex.h"
+#include "platform/Velto/Scope.h"
 
 namespace Qon {
 
@@ -51,9 +52,11 @@ LagProgSm::handleFapIdPort( const IntfId & port ) {
    }
    const Velto::Hold alive( this );
    const QonPortList now = *lags;
+   Velto::FirstError error;
    for ( IntfId lag : now ) {
-      review( lag, port );
+      error.run( [&] { review( lag, port ); } );
    }
+   error.pass();
 }
 
 void

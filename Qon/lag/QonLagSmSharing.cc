@@ -137,11 +137,13 @@ LagSm::addOrRemovePeerLink( IntfId lag, IntfId peerLink, const QonLagPortList & 
    for ( IntfId port : peerLinkMembers( peerLink ) ) {
       ports.emplace( port );
    }
+   Velto::FirstError error; // nobody asks again for what was lent and is so no more
    for ( auto && entry : ports ) {
       if ( !portList.portHas( entry.key ) ) {
-         reviewHardware( lag, entry.key, false );
+         error.run( [&] { reviewHardware( lag, entry.key, false ); } );
       }
    }
+   error.pass();
 }
 
 void

@@ -529,6 +529,7 @@ QonMacProgrammer::retry( const MacCmdPtr & cmd ) {
    } else if ( !addrOp_.emplace( packed( cmd->key() ), cmd.ptr() ).second ) {
       QON_TRACE( facility, 7, "a command with the same key is in pending" ); // fixed text
    } else {
+      ++retries_;
       enqueueAnew( cmd );
    }
 }

@@ -18,20 +18,36 @@ KivMirroringSession::KivIntf::aggregate() const {
 
 void
 KivMirroringSession::KivIntf::hold( IntfId port, bool claim ) {
-   claim ? void( ports_.emplace( port ) ) : void( ports_.erase( port ) );
+   if ( port == intf_ ) {
+      itself_ = claim;
+   } else {
+      claim ? void( members_.emplace( port ) ) : void( members_.erase( port ) );
+   }
    claimIs( port, claim );
+}
+
+std::vector< IntfId >
+KivMirroringSession::KivIntf::ports() const {
+   std::vector< IntfId > all = itself_ ? std::vector{ intf_ } : std::vector< IntfId >();
+   for ( auto && [port, none] : members_ ) {
+      all.push_back( port );
+   }
+   return all;
 }
 
 void
 KivMirroringSession::KivIntf::claimAll( bool claim, First first, Velto::FirstError & error ) {
-   KeySet< IntfId > wanted;
-   if ( claim && !aggregate() ) {
-      wanted.emplace( intf_ );
-   } else if ( claim ) {
-      wanted = keysOf< IntfId >( LagView( session_->root_->in_.acsd.ptr() ).membersOf( intf_ ) );
+   const bool itself = claim && !aggregate();
+   Difference< IntfId > change;
+   if ( !members_.empty() || claim != itself ) {
+      const LagView lags( session_->root_->in_.acsd.ptr() );
+      change = differenceOf< IntfId >( members_, claim != itself ? lags.membersOf( intf_ )
+                                                                 : std::vector< IntfId >() );
    }
-   const auto change = differenceOf< IntfId >( ports_, wanted );
    for ( bool missing : { first == First::missing, first != First::missing } ) {
+      if ( itself == missing && itself_ != missing ) {
+         error.run( [&] { hold( intf_, missing ); } );
+      }
       for ( IntfId port : missing ? change.missing : change.gone ) {
          error.run( [&] { hold( port, missing ); } );
       }
@@ -45,7 +61,7 @@ KivMirroringSession::KivIntf::claimAll( bool claim, First first, Velto::FirstErr
 void
 KivMirroringSession::KivIntf::reviewMember( IntfId port ) {
    const bool member = LagView( session_->root_->in_.acsd.ptr() ).lists( intf_, port );
-   if ( aggregate() && member != ports_.has( port ) ) {
+   if ( member != holds( port ) && aggregate() ) {
       hold( port, member );
    }
 }
@@ -71,15 +87,17 @@ KivMirroringSession::KivSource::claimIs( IntfId port, bool claim ) {
 
 void
 KivMirroringSession::claimSource( IntfId port, KivSource * by ) {
-   auto & claims = sources_.emplace( port ).first->claims;
-   auto place = by->aggregate() ? std::find_if( claims.begin(), claims.end(),
-                                                []( auto claim ) { return !claim->aggregate(); } )
-                                : claims.end();
+   auto & source = *sources_.emplace( port ).first;
+   auto & claims = source.claims;
+   auto place = !claims.empty() && by->aggregate()
+                      ? std::find_if( claims.begin(), claims.end(),
+                                      []( auto claim ) { return !claim->aggregate(); } )
+                      : claims.end();
    claims.insert( place, by );
    if ( port != by->intf() ) {
       root_->useIs( port, this );
    }
-   reviewSource( port );
+   reviewSource( port, source );
 }
 
 void
@@ -89,7 +107,7 @@ KivMirroringSession::unclaimSource( IntfId port, KivSource * by ) {
    }
    if ( auto source = sources_.find( port ) ) {
       std::erase( source->claims, by );
-      reviewSource( port );
+      reviewSource( port, *source );
    }
 }
 

@@ -28,21 +28,18 @@ MirroringSm::reviewInputs() {
 
 void
 MirroringSm::handleMember( IntfId lag, IntfId port ) {
-   later( { What::member, nullptr, lag, port } );
-   settle();
+   ask( { What::member, nullptr, lag, port } );
 }
 
 void
 MirroringSm::handlePort( IntfId port, IntfId, IntfId ) {
-   later( { What::intf, nullptr, port } );
-   settle();
+   ask( { What::intf, nullptr, port } );
 }
 
 void
 MirroringSm::handleIntfStatus( const IntfId & intf ) {
    intfStatus_.review( intf, in_.phyStatus->intfStatus( intf ) );
-   later( { What::intf, nullptr, intf } );
-   settle();
+   ask( { What::intf, nullptr, intf } );
 }
 
 Velto::Ptr< MirroringSm::KivIntfStatus >
@@ -58,28 +55,43 @@ MirroringSm::isValid( IntfId intf, bool isDestination ) const {
                                    intf, isDestination );
 }
 
+MirroringSm::Users::Use &
+MirroringSm::Users::of( KivMirroringSession * session ) {
+   if ( first.times == 0 || first.session == session ) {
+      first.session = session;
+      return first;
+   }
+   auto use = std::find_if( others.begin(), others.end(),
+                            [&]( auto & other ) { return other.session == session; } );
+   return use == others.end() ? others.emplace_back( session ) : *use;
+}
+
+void
+MirroringSm::Users::leave( KivMirroringSession * session ) {
+   if ( first.session != session ) {
+      std::erase_if( others, [&]( auto & other ) { return other.session == session; } );
+   } else if ( others.empty() ) {
+      first = Use();
+   } else {
+      first = others.front();
+      others.erase( others.begin() );
+   }
+}
+
 void
 MirroringSm::useIs( IntfId intf, KivMirroringSession * session ) {
-   auto & users = *users_.emplace( intf ).first;
-   auto user = std::find_if( users.begin(), users.end(),
-                             [&]( auto & entry ) { return entry.first == session; } );
-   if ( user == users.end() ) {
-      users.emplace_back( session, 1 );
-   } else {
-      ++user->second;
-   }
+   ++users_.emplace( intf ).first->of( session ).times;
 }
 
 void
 MirroringSm::useDel( IntfId intf, KivMirroringSession * session ) {
    auto & users = *users_.find( intf );
-   auto user = std::find_if( users.begin(), users.end(),
-                             [&]( auto & entry ) { return entry.first == session; } );
-   VELTO_ASSERT( user != users.end() );
-   if ( --user->second == 0 ) {
-      users.erase( user );
+   auto & use = users.of( session );
+   VELTO_ASSERT( use.times );
+   if ( --use.times == 0 ) {
+      users.leave( session );
    }
-   if ( users.empty() ) {
+   if ( users.first.times == 0 ) {
       users_.erase( intf );
    }
 }
@@ -88,8 +100,9 @@ std::vector< MirroringSm::SessionPtr >
 MirroringSm::usersOf( IntfId intf ) const {
    std::vector< SessionPtr > sessions;
    if ( auto users = users_.find( intf ) ) {
-      for ( auto & [session, uses] : *users ) {
-         sessions.push_back( session );
+      sessions.push_back( users->first.session );
+      for ( auto & other : users->others ) {
+         sessions.push_back( other.session );
       }
    }
    return sessions;
@@ -120,9 +133,8 @@ MirroringSm::cleanUpAclType( const Acl::AclType &, KivAclType * ) {}
 
 void
 MirroringSm::laterAcl( Acl::AclType type, const String & name ) {
-   Work work = { What::acl };
+   Work work = Work::of( What::acl, name );
    work.aclType = type;
-   work.name = name;
    later( std::move( work ) );
 }
 
@@ -142,16 +154,12 @@ MirroringSm::acl( Acl::AclType type, const String & name ) const {
 
 void
 MirroringSm::handleResolution( const Tunnel::Endpoint & endpoint ) {
-   Work work = { What::tunnels };
-   work.name = endpoint.stringValue();
-   later( std::move( work ) );
-   settle();
+   ask( Work::of( What::tunnels, endpoint.stringValue() ) );
 }
 
 void
 MirroringSm::handleReconciled() {
-   later( { What::tunnels } );
-   settle();
+   ask( { What::tunnels } );
 }
 
 bool
@@ -162,22 +170,17 @@ MirroringSm::cutThrough() const {
 
 void
 MirroringSm::handleForwardingMode() {
-   later( { What::judge } );
-   settle();
+   ask( { What::judge } );
 }
 
 void
 MirroringSm::handleSourceLimits() {
-   later( { What::judge } );
-   settle();
+   ask( { What::judge } );
 }
 
 void
 MirroringSm::handleHwSession( const String & name ) {
-   Work work = { What::hwSession };
-   work.name = name;
-   later( std::move( work ) );
-   settle();
+   ask( Work::of( What::hwSession, name ) );
 }
 
 } // namespace Qon

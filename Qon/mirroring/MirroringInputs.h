@@ -19,10 +19,7 @@ class MirroringSm::KivIntfStatus : public QonBaseSm {
          speedWatch_.attach( this, status_.ptr() );
       }
    }
-   void handleStatus() {
-      root_->later( { What::intf, nullptr, status_->intfId() } );
-      root_->settle();
-   }
+   void handleStatus() { root_->ask( { What::intf, nullptr, status_->intfId() } ); }
 
  private:
    MirroringSm * const root_;

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "Qon/mirroring/MirroringTrace.h"
+#include "platform/Kiv/Restart.h"
 
 namespace Qon {
 
@@ -22,8 +23,7 @@ nameable( S32 mirrorGroup ) {
 
 void
 MirroringSm::handleMaxSupportedSessions() {
-   later( { What::pool } );
-   settle();
+   ask( { What::pool } );
 }
 
 /** Makes the pool as large as the hardware's number of sessions. */
@@ -46,9 +46,9 @@ MirroringSm::reviewPool() {
    error.run( [&] { dropKept(); } );
    if ( max_ == 0 ) {
       error.run( [&] { clearStaleStatus(); } ); // which no start will do
-   }
-   if ( max_ == 0 && was != 0 && ownPool() ) {
-      error.run( [&] { in_.acsd->freeMirrorSessionDelAll(); } );
+      if ( !in_.capability->agentFillsPool() ) {
+         error.run( [&] { in_.acsd->freeMirrorSessionDelAll(); } );
+      }
    }
    error.pass();
 }
@@ -110,22 +110,25 @@ MirroringSm::readHardware( std::vector< std::pair< String, Kept > > & stale ) {
 void
 MirroringSm::fillPool() {
    auto & pool = *in_.acsd;
-   auto held = [&]( U32 id ) {
-      return std::any_of( kept_.begin(), kept_.end(),
-                          [&]( auto & kept ) { return kept.second.mirrorGroup == S32( id ); } );
-   };
    Velto::FirstError error;
    if ( !agentFills_ ) {
       error.run( [&] { pool.freeMirrorSessionDelAll(); } );
       for ( U32 id = 0; id < max_; ++id ) {
-         if ( !held( id ) ) {
+         if ( !keeps( id ) ) {
             error.run( [&] { pool.freeMirrorSessionEnq( U8( id ) ); } );
          }
       }
    } else {
-      poolIsWithout( held, error );
+      poolIsWithout( [this]( U32 id ) { return keeps( id ); }, error );
    }
    error.pass();
+}
+
+bool
+MirroringSm::keeps( U32 mirrorGroup ) const {
+   return std::any_of( kept_.begin(), kept_.end(), [&]( auto & entry ) {
+      return entry.second.mirrorGroup == S32( mirrorGroup );
+   } );
 }
 
 /** Once around: those that go are not put back. */
@@ -197,12 +200,19 @@ MirroringSm::removeFromHardware( const String & name, const Kept & kept ) {
    error.pass();
 }
 
-/** Configured when the hardware was read, and not any more when its turn came. */
+/** Configured when the hardware was read, and not any more when its turn came; or not again since
+    the agent restarted. */
 void
 MirroringSm::dropKept() {
+   if ( Kiv::agentRestarting() ) {
+      return; // all of it stays
+   }
    Velto::FirstError error;
    for ( auto & [name, kept] : std::exchange( kept_, {} ) ) {
       error.run( [&, &key = name, &entry = kept] { removeFromHardware( key, entry ); } );
+      error.run( [&, &key = name] { in_.acsd->mirrorSessionNameToEgressIdDel( key ); } );
+      error.run( [&, &key = name] { in_.acsd->mirrorSessionNameToIdDel( key ); } );
+      error.run( [&, &key = name] { in_.status->sessionDel( key ); } );
       error.run( [&, group = kept.mirrorGroup] { groupFree( group, nullptr ); } );
    }
    error.pass();
@@ -220,7 +230,7 @@ MirroringSm::resize( U32 was ) {
       return;
    }
    for ( U32 id = was; id < max_; ++id ) {
-      bool held = false;
+      bool held = keeps( id );
       sessions_.forEach( [&]( const String &, KivMirroringSession & session ) {
          held = held || session.mirrorGroup() == S32( id );
       } );
@@ -243,7 +253,7 @@ MirroringSm::groupFree( S32 mirrorGroup, const KivMirroringSession * of ) {
       next->mirrorGroupIs( mirrorGroup );
       Velto::FirstError error;
       if ( !error.run( [&] { next->program(); } ) ) {
-         laterSession( next->name() ); // once more, for itself
+         later( Work::of( What::session, next->name() ) ); // once more, for itself
       }
       error.pass();
       return;

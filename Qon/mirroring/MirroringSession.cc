@@ -145,6 +145,22 @@ KivMirroringSession::takeKept( const Kept & kept ) {
    tunnel_->leftIs();
 }
 
+MirroringSm::Kept
+KivMirroringSession::left() const {
+   Kept kept = { mirrorGroup_,
+                 tunnel_ && tunnel_->held() ? tunnel_->type() : TunnelType::none,
+                 programmedTargets(),
+                 {} };
+   for ( auto && [port, source] : sources_ ) {
+      const auto & local = source.local;
+      const Direction direction = local.programmed() ? local.direction() : local.left_;
+      if ( direction != Direction::none ) {
+         kept.sources.emplace_back( port, direction );
+      }
+   }
+   return kept;
+}
+
 void
 KivMirroringSession::prepareToDie() {
    live_ = false;
@@ -152,6 +168,9 @@ KivMirroringSession::prepareToDie() {
    const bool restarts = Kiv::agentRestarting();
    if ( restarts ) {
       QON_TRACE( mirroringFacility, 2, "Cleanup disabled during restart, returning" ); // fixed text
+      if ( hasGroup() ) {
+         root_->kept_.emplace_back( name_, left() ); // should it come back
+      }
    } else {
       leaving_ = true;
       for ( IntfId port : sourcePorts() ) {
@@ -195,8 +214,7 @@ KivMirroringSession::status() const {
 
 void
 KivMirroringSession::ask( What what, IntfId intf ) {
-   root_->later( { what, this, intf } );
-   root_->settle();
+   root_->ask( { what, this, intf } );
 }
 
 Velto::Ptr< KivMirroringSession::KivSrcIntf >
@@ -258,16 +276,34 @@ KivMirroringSession::reviewMember( IntfId lag, IntfId port ) {
    error.pass();
 }
 
+template< class Act >
+void
+KivMirroringSession::forEachOther( const KivIntf * configured, Act && act ) {
+   Velto::FirstError error;
+   for ( IntfId port : configured ? configured->ports() : std::vector< IntfId >() ) {
+      if ( port != configured->intf() ) {
+         error.run( [&] { act( port ); } );
+      }
+   }
+   error.pass();
+}
+
 /** An aggregate stands for its ports. */
 void
 KivMirroringSession::revaluate( IntfId intf ) {
    Velto::FirstError error;
    if ( targets_.has( intf ) || targetIntf_.has( intf ) ) {
-      error.run( [&] { thenSources( [&] { reviewTarget( intf ); } ); } );
+      error.run( [&] {
+         thenSources( [&] {
+            reviewTarget( intf );
+            forEachOther( targetIntf_.sm( intf ), [&]( IntfId port ) { reviewTarget( port ); } );
+         } );
+      } );
    }
-   if ( sources_.has( intf ) ) {
-      error.run( [&] { reviewSource( intf ); } );
-   }
+   error.run( [&] { reviewSource( intf ); } );
+   error.run( [&] {
+      forEachOther( srcIntf_.sm( intf ), [&]( IntfId port ) { reviewSource( port ); } );
+   } );
    error.pass();
 }
 
@@ -277,8 +313,8 @@ KivMirroringSession::reviewSettings( IntfId intf ) {
    const KivSource * const all[] = { srcIntf_.sm( intf ), srcVxlanIntf_.sm( intf ) };
    for ( auto source : all ) {
       if ( source ) {
-         for ( auto && [port, none] : source->ports() ) {
-            error.run( [&, port = port] { reviewSource( port ); } );
+         for ( IntfId port : source->ports() ) {
+            error.run( [&] { reviewSource( port ); } );
          }
       }
    }
@@ -332,7 +368,7 @@ KivMirroringSession::handleTxGreMetadata() {
 
 void
 KivMirroringSession::handleRateLimit() {
-   if ( config_->mirrorSessRateLimitSets() > 0 ) {
+   if ( initialized() && config_->mirrorSessRateLimitSets() > 0 ) {
       qonAssert( "Unexpected mirrorSessRateLimitSets() > 0" ); // fixed text
    }
    handleAttribute( "handleRateLimit" );

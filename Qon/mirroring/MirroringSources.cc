@@ -45,25 +45,32 @@ KivMirroringSession::sourceWanted( IntfId port, SourcePort & source ) {
     the status follow. */
 void
 KivMirroringSession::reviewSource( IntfId port, Redo redo ) {
-   auto source = sources_.find( port );
-   if ( !source || starting_ ) {
+   if ( auto source = sources_.find( port ) ) {
+      reviewSource( port, *source, redo );
+   }
+}
+
+/** `source` ends here if it is nobody's any more. */
+void
+KivMirroringSession::reviewSource( IntfId port, SourcePort & source, Redo redo ) {
+   if ( starting_ ) {
       return;
    }
-   auto & local = source->local;
+   auto & local = source.local;
    Velto::FirstError error;
    if ( live_ ) {
       const MirrorSource before = local.inHw_;
       MirrorOverflow overflow = MirrorOverflow::normal;
-      local.reason_ = reasonOf( port, *source, error );
+      local.reason_ = reasonOf( port, source, error );
       removeChanged( port, local, redo, error );
       if ( local.reason_ == MirrorReason::none && !local.programmed() ) {
          overflow = addIfItFits( port, local, error );
       }
       error.run( [&] { overflowStateIs( port, local, overflow ); } );
-      error.run( [&] { publishSource( port ); } );
+      error.run( [&] { publishSource( port, local ); } );
       askOthers( before, local );
    }
-   if ( source->claims.empty() && !local.programmed() && local.left_ == Direction::none ) {
+   if ( source.claims.empty() && !local.programmed() && local.left_ == Direction::none ) {
       sources_.erase( port );
    }
    error.pass();
@@ -74,11 +81,12 @@ KivMirroringSession::reviewSource( IntfId port, Redo redo ) {
 MirrorReason
 KivMirroringSession::reasonOf( IntfId port, SourcePort & source, Velto::FirstError & error ) {
    auto & local = source.local;
-   const MirrorSource before = local.wanted_;
+   const bool full = local.aclFull_ || local.aclFullLogged_;
+   const MirrorSource before = full ? local.wanted_ : MirrorSource();
    MirrorReason reason = MirrorReason::refused;
    error.run( [&] {
       reason = sourceWanted( port, source );
-      if ( local.aclFull_ && !( local.wanted_ == before ) ) {
+      if ( full && !( local.wanted_ == before ) ) {
          local.aclFull_ = local.aclFullLogged_ = false;
          reason = sourceWanted( port, source );
       }
@@ -396,14 +404,12 @@ KivMirroringSession::reviewAclRoom() {
 // --- Publishing ----------------------------------------------------------------------------------
 
 void
-KivMirroringSession::publishSource( IntfId port ) {
+KivMirroringSession::publishSource( IntfId port, const MirrorSrcIntfLocal & local ) {
    publishEgress();
-   auto source = sources_.find( port );
    auto published = status();
-   if ( !published || !source ) {
+   if ( !published ) {
       return;
    }
-   const auto & local = source->local;
    const bool failed = !local.programmed() && local.reason() != MirrorReason::notWanted &&
                        local.reason() != MirrorReason::noDestination;
    if ( local.programmed() ) {

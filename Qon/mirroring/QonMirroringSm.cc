@@ -85,6 +85,15 @@ MirroringSm::later( Work work ) {
 }
 
 void
+MirroringSm::ask( Work work ) {
+   if ( initialized() ) {
+      work_.ask( this, std::move( work ), [this]( const Work & each ) { answerIfHeard( each ); } );
+   } else {
+      later( std::move( work ) );
+   }
+}
+
+void
 MirroringSm::settle() {
    if ( initialized() ) {
       drain();
@@ -93,12 +102,15 @@ MirroringSm::settle() {
 
 void
 MirroringSm::drain() {
-   work_.drain( this, [this]( const Work & work ) {
-      // A start asks everything; what was asked before it, while nothing was heard, it asks anew.
-      if ( initialized() || work.what == What::stop ) {
-         answer( work );
-      }
-   } );
+   work_.drain( this, [this]( const Work & work ) { answerIfHeard( work ); } );
+}
+
+/** A start asks everything; what was asked before it, while nothing was heard, it asks anew. */
+void
+MirroringSm::answerIfHeard( const Work & work ) {
+   if ( initialized() || work.what == What::stop ) {
+      answer( work );
+   }
 }
 
 void
@@ -148,12 +160,12 @@ MirroringSm::answer( const Work & work ) {
       session->reviewWaiting();
       return;
    case What::member:
-      forEachOf( usersOf( work.intf ),
-                 [&]( KivMirroringSession & user ) { user.reviewMember( work.intf, work.port ); } );
+      forEachUser( work.intf, [&]( KivMirroringSession & user ) {
+         user.reviewMember( work.intf, work.port );
+      } );
       return;
    case What::intf:
-      forEachOf( usersOf( work.intf ),
-                 [&]( KivMirroringSession & user ) { user.revaluate( work.intf ); } );
+      forEachUser( work.intf, [&]( KivMirroringSession & user ) { user.revaluate( work.intf ); } );
       return;
    case What::tunnels:
       forEachOf( allSessions(), [&]( KivMirroringSession & each ) {
@@ -221,15 +233,7 @@ MirroringSm::judgeIfChanged() {
 
 void
 MirroringSm::handleSession( const String & name ) {
-   laterSession( name );
-   settle();
-}
-
-void
-MirroringSm::laterSession( const String & name ) {
-   Work work = { What::session };
-   work.name = name;
-   later( std::move( work ) );
+   ask( Work::of( What::session, name ) );
 }
 
 Velto::Ptr< KivMirroringSession >
@@ -300,7 +304,7 @@ MirroringSm::allSessions() const {
 
 void
 MirroringSm::reviewInvalidSources() {
-   if ( overflows_ != 0 ) {
+   if ( overflows_ != 0 || stopped_ ) {
       return;
    }
    bool said = false;

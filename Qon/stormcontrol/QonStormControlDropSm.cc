@@ -215,11 +215,13 @@ StormControlDropSm::reporterIs( IntfId intf, bool reports ) {
       all->allIntfStatusDel( intf );
       return;
    }
-   const Drops sum = first ? Drops() : all->allIntfStatus( intf ).drops();
    const U32 number = all->lastReporters() + 1;
    Velto::FirstError error;
    error.run( [&] { all->lastReportersIs( number ); } );
-   error.run( [&] { all->allIntfStatusIs( intf, AllDrops( sum, number ) ); } );
+   error.run( [&] {
+      const Drops sum = first ? Drops() : all->allIntfStatus( intf ).drops();
+      all->allIntfStatusIs( intf, AllDrops( sum, number ) );
+   } );
    error.pass();
 }
 

@@ -130,15 +130,17 @@ StormControlSm::programTrafficClass(
    const Threshold wanted = config ? config->threshold() : Threshold();
    auto given = classes_.find( trafficClass );
    if ( config ? !given || !( *given == wanted ) : given != nullptr ) {
+      // Until the hook returns, who takes everything back takes this back too.
+      *classes_.emplace( trafficClass ).first = {};
       QON_HOOK( StormControlSmHelper, helper(), programTcAggregateHwRate, trafficClass, wanted );
    }
-   if ( config ) {
-      *classes_.emplace( trafficClass ).first = wanted;
-      const Velto::Ptr status( this->status()->aggregateTcStatusIs( trafficClass ) );
-      status->thresholdIs( wanted );
-   } else {
+   if ( !config ) {
       classes_.erase( trafficClass );
       status()->aggregateTcStatusDel( trafficClass );
+   } else if ( auto taken = classes_.find( trafficClass ) ) {
+      *taken = wanted;
+      const Velto::Ptr status( this->status()->aggregateTcStatusIs( trafficClass ) );
+      status->thresholdIs( wanted );
    }
 }
 
@@ -159,25 +161,35 @@ StormControlSm::handleVerify() {
       return;
    }
    const Velto::Hold alive( this );
+   Velto::FirstError error;
    for ( IntfId intf : machineKeys() ) {
-      const Velto::Ptr< StormControlIntfSm > machine( intfSm( intf ) );
-      const auto status = statusOf( intf );
-      if ( !machine || !status || !StormControl::isPort( intf ) ) {
-         continue;
-      }
-      const bool enabled = !machine->cleared();
-      QON_HOOK( StormControlSmHelper, helper(), verifyEnabled, intf, enabled );
-      const IntfId lag = status->lag();
-      const U64 speed = calculateSpeedForIntf( intf );
-      QON_TELL_HOOK( StormControlSmHelper, verifyPort, intf, lag, speed );
-      helper()->verifyPort( intf, lag, speed, *status );
+      error.run( [&] { verifyIntf( intf ); } );
    }
    for ( U8 trafficClass : programmedClasses() ) {
-      if ( const Velto::Ptr status( this->status()->aggregateTcStatus( trafficClass ) ); status ) {
-         QON_TELL_HOOK( StormControlSmHelper, verifyAggregateTc, trafficClass );
-         helper()->verifyAggregateTc( trafficClass, *status );
-      }
+      error.run( [&] {
+         const Velto::Ptr status( this->status()->aggregateTcStatus( trafficClass ) );
+         if ( status ) {
+            QON_TELL_HOOK( StormControlSmHelper, verifyAggregateTc, trafficClass );
+            helper()->verifyAggregateTc( trafficClass, *status );
+         }
+      } );
    }
+   error.pass();
+}
+
+void
+StormControlSm::verifyIntf( IntfId intf ) {
+   const Velto::Ptr< StormControlIntfSm > machine( intfSm( intf ) );
+   const auto status = statusOf( intf );
+   if ( !machine || !status || !StormControl::isPort( intf ) ) {
+      return;
+   }
+   const bool enabled = !machine->cleared();
+   QON_HOOK( StormControlSmHelper, helper(), verifyEnabled, intf, enabled );
+   const IntfId lag = status->lag();
+   const U64 speed = calculateSpeedForIntf( intf );
+   QON_TELL_HOOK( StormControlSmHelper, verifyPort, intf, lag, speed );
+   helper()->verifyPort( intf, lag, speed, *status );
 }
 
 String

@@ -162,13 +162,8 @@ QonStormControlSmV2::begin() {
    for ( auto && entry : keysOf< IntfId >( platformConfig()->platformIntfConfigIteratorConst() ) ) {
       const Want want = wantOf( entry.key );
       if ( !want.machine || !want.active ) {
-         error.run( [&] { reset( entry.key ); } );
-      }
-   }
-   auto classes = keysOf< U8 >( platformConfig()->platformAggregateTcConfigIteratorConst() );
-   for ( auto && entry : classes ) {
-      if ( !config()->aggregateTcHas( entry.key ) ) {
-         classes_.emplace( entry.key ); // the start asks for it, and it goes
+         auto leftBehind = [&] { reset( entry.key ); };
+         error.run( leftBehind ) || error.run( leftBehind );
       }
    }
    error.pass();
@@ -211,11 +206,10 @@ QonStormControlSmV2::program( StormControlIntfSm & machine, const Want & want ) 
          changed = changed || !( wanted[U8( kind.level )] == machine.given( kind.level ) );
       }
    }
-   if ( !changed ) {
-      return;
-   }
    Velto::FirstError error;
-   error.run( [&] { publish( intf, machine, want ); } );
+   if ( changed ) {
+      error.run( [&] { publish( intf, machine, want ); } );
+   }
    error.run( [&] { reviewBcastSkip( intf, !want.effective.config->broadcastLevel() ); } );
    for ( auto & kind : levelKinds ) {
       const Given & level = wanted[U8( kind.level )];
@@ -259,6 +253,7 @@ QonStormControlSmV2::publish( IntfId intf, const StormControlIntfSm & machine, c
 void
 QonStormControlSmV2::clear( StormControlIntfSm & machine, const Want & ) {
    const IntfId intf = machine.intf();
+   machine.forget();
    Velto::FirstError error;
    error.run( [&] { reviewBcastSkip( intf, true ); } );
    error.run( [&] { reset( intf ); } );
@@ -266,7 +261,6 @@ QonStormControlSmV2::clear( StormControlIntfSm & machine, const Want & ) {
       error.run( [&] { status->levelDelAll(); } );
    }
    error.pass();
-   machine.forget();
 }
 
 void
@@ -322,6 +316,7 @@ QonStormControlSmV2::programTrafficClass(
            platformConfig()->platformAggregateTcConfigHas( trafficClass ) ) {
          return;
       }
+      classes_.erase( trafficClass ); // until the hook returns
       const U32 version = ++version_;
       error.run( [&] { platformConfig()->platformAggregateTcConfigIs( trafficClass ); } );
       const auto platform = platformConfig()->platformAggregateTcConfigIs( trafficClass );
@@ -330,7 +325,9 @@ QonStormControlSmV2::programTrafficClass(
       error.run( [&] {
          QON_HOOK( QonStormControlSmHelperV2, helper(), handleAggregateTcRulesHelper, trafficClass,
                    wanted );
-         *classes_.emplace( trafficClass ).first = wanted;
+         if ( platformConfig()->platformAggregateTcConfigHas( trafficClass ) ) {
+            *classes_.emplace( trafficClass ).first = wanted;
+         }
       } );
    } else if ( given || platformConfig()->platformAggregateTcConfigHas( trafficClass ) ) {
       error.run( [&] { platformConfig()->platformAggregateTcConfigDel( trafficClass ); } );
@@ -346,9 +343,13 @@ QonStormControlSmV2::programTrafficClass(
 
 std::vector< U8 >
 QonStormControlSmV2::programmedClasses() const {
-   std::vector< U8 > classes;
+   auto all = keysOf< U8 >( platformConfig()->platformAggregateTcConfigIteratorConst() );
    for ( auto && [trafficClass, threshold] : classes_ ) {
-      classes.push_back( trafficClass );
+      all.emplace( trafficClass );
+   }
+   std::vector< U8 > classes;
+   for ( auto && entry : all ) {
+      classes.push_back( entry.key );
    }
    return classes;
 }

@@ -37,11 +37,13 @@ StormControlBaseSm::handleInitialized() {
       if ( !started_ && !error.run( start ) && !error.run( start ) ) {
          error.pass();
       }
-      auto orphans = [this] { removeOrphanedStatus(); };
-      error.run( orphans ) || error.run( orphans );
-      started_ = true;
-      attachAll();
-      reviewAll();
+      if ( initialized() ) { // no hook of the start has ended it
+         auto orphans = [this] { removeOrphanedStatus(); };
+         error.run( orphans ) || error.run( orphans );
+         started_ = true;
+         attachAll();
+         reviewAll();
+      }
    }
    error.run( [this] { settle(); } );
    error.pass();
@@ -323,12 +325,15 @@ StormControlBaseSm::settle() {
 
 void
 StormControlBaseSm::review( const Question & question ) {
+   Velto::FirstError error;
    switch ( question.what ) {
    case What::lagConfig:
       if ( fitForMachine( question.intf ) ) {
-         tellLagConfig( question.intf );
+         error.run( [&] { tellLagConfig( question.intf ); } );
       }
-      [[fallthrough]];
+      error.run( [&] { reviewIntf( question.intf ); } );
+      error.pass();
+      return;
    case What::intf:
       reviewIntf( question.intf );
       return;

@@ -67,23 +67,24 @@ StpSm::handleInitialized() {
    topoHelper()->stpSmIs( this );
    const bool resumed = started_;
    // Interfaces in tap or tool mode come first: for their ports nothing is handed over.
+   Velto::FirstError error;
    if ( resumed ) {
-      tapAggIntfSm_->handleTapAgg();
+      error.run( [&] { tapAggIntfSm_->handleTapAgg(); } );
    } else {
       start();
    }
-   handleTopoChange();
+   error.run( [&] { handleTopoChange(); } );
    if ( resumed ) {
-      forEachTopo( []( const String &, TopoSm & topo ) { topo.refresh(); } );
+      forEachTopo( [&]( const String &, TopoSm & topo ) { error.run( [&] { topo.refresh(); } ); } );
    }
-   handleVidToTopoMap();
-   handleOperationalMode();
-   handleBpduTrapping();
-   if ( !initialized() ) {
-      return;
+   error.run( [&] { handleVidToTopoMap(); } );
+   error.run( [&] { handleOperationalMode(); } );
+   error.run( [&] { handleBpduTrapping(); } );
+   if ( initialized() ) {
+      verifyDataIs( acsd_->verifyData() );
+      verifyCheck_.attach< &StpSm::handleVerify >( verifyData(), "QonStpSm", this );
    }
-   verifyDataIs( acsd_->verifyData() );
-   verifyCheck_.attach< &StpSm::handleVerify >( verifyData(), "QonStpSm", this );
+   error.pass();
 }
 
 void
@@ -174,17 +175,20 @@ StpSm::topoInput( const String & name ) const {
 
 void
 StpSm::topoInUse( const String & name ) {
-   if ( ++*topoUsers_.emplace( name ).first > 1 ) {
+   if ( ++topoUsers_.emplace( name ).first->users > 1 ) {
       return;
    }
    if ( !QON_HOOK( TopoHelper, topoHelper(), allocTopo, name ) ) {
       STP_TRACE( "handleInitialized no room for topo ", name );
+      if ( auto use = topoUsers_.find( name ) ) { // unless the hook gave it up again
+         use->noRoomSince = Kiv::now();
+      }
    }
 }
 
 void
 StpSm::topoNotInUse( const String & name ) {
-   if ( U32 * users = topoUsers_.find( name ); !users || --*users ) {
+   if ( auto use = topoUsers_.find( name ); !use || --use->users ) {
       return;
    }
    topoUsers_.erase( name );
@@ -202,9 +206,13 @@ StpSm::handleTopoChange( const String & name ) {
       return;
    }
    const Velto::Hold alive( this );
-   topoIdSm_.review( name, { config()->topoConfig( name ), status()->topoStatus( name ) } );
-   topoSm_.review( name, topoInput( name ) );
-   requestVerify();
+   Velto::FirstError error;
+   error.run( [&] {
+      topoIdSm_.review( name, { config()->topoConfig( name ), status()->topoStatus( name ) } );
+   } );
+   error.run( [&] { topoSm_.review( name, topoInput( name ) ); } );
+   error.run( [&] { requestVerify(); } );
+   error.pass();
 }
 
 void
@@ -217,9 +225,11 @@ StpSm::handleTopoChange() {
    for ( const String & name : topoIdSm_.heldKeys() ) {
       names.emplace( name );
    }
+   Velto::FirstError error;
    for ( auto && entry : names ) {
-      handleTopoChange( entry.key );
+      error.run( [&] { handleTopoChange( entry.key ); } );
    }
+   error.pass();
 }
 
 void
@@ -260,9 +270,24 @@ StpSm::setStpStateDoneTopoId( U32 topoId ) {
    for ( TopoSm * topo : *topos ) {
       names.push_back( topo->name() );
    }
+   Velto::FirstError error;
    for ( const String & name : names ) {
-      setStpStateDoneTopoName( name );
+      error.run( [&] { setStpStateDoneTopoName( name ); } );
    }
+   error.pass();
+}
+
+/** Tells every topology, and then the tap-aggregation topology's interfaces. */
+template< class Tell >
+void
+StpSm::membershipChanged( Tell && tell ) {
+   portsChanged();
+   Velto::FirstError error;
+   forEachTopo( [&]( const String &, TopoSm & topo ) { error.run( [&] { tell( topo ); } ); } );
+   if ( initialized() ) {
+      error.run( [&] { tapAggIntfSm_->settle(); } );
+   }
+   error.pass();
 }
 
 void
@@ -271,11 +296,7 @@ StpSm::handleLag( Ulnet::IntfId port, Ulnet::IntfId from, Ulnet::IntfId ) {
       return;
    }
    const Velto::Hold alive( this );
-   portsChanged();
-   forEachTopo( [&]( const String &, TopoSm & topo ) { topo.handlePortToLag( port, from ); } );
-   if ( initialized() ) {
-      tapAggIntfSm_->settle();
-   }
+   membershipChanged( [&]( TopoSm & topo ) { topo.handlePortToLag( port, from ); } );
 }
 
 void
@@ -284,11 +305,7 @@ StpSm::handleLagList( Ulnet::IntfId lag, Ulnet::IntfId port ) {
       return;
    }
    const Velto::Hold alive( this );
-   portsChanged();
-   forEachTopo( [&]( const String &, TopoSm & topo ) { topo.handleLagToPort( lag, port ); } );
-   if ( initialized() ) {
-      tapAggIntfSm_->settle();
-   }
+   membershipChanged( [&]( TopoSm & topo ) { topo.handleLagToPort( lag, port ); } );
 }
 
 // --- VLANs ---------------------------------------------------------------------------------------
@@ -307,17 +324,19 @@ StpSm::handleVidToTopoMap( const VlanId & vlan ) {
    }
    const Velto::Hold alive( this );
    const String held = vlanToTopoSmMap( vlan );
+   Velto::FirstError error;
    if ( !held.empty() && held != wantedTopo( vlan ) ) {
       if ( held == tapAggTopoName() ) {
          STP_TRACE( "vlan was in TapAggTopo. take it out first" );
       }
-      takeOut( vlan, held );
+      error.run( [&] { takeOut( vlan, held ); } );
    }
    const String wanted = wantedTopo( vlan );
    if ( initialized() && !wanted.empty() ) {
-      putIn( vlan, wanted );
+      error.run( [&] { putIn( vlan, wanted ); } );
    }
-   requestVerify();
+   error.run( [&] { requestVerify(); } );
+   error.pass();
 }
 
 void
@@ -327,9 +346,11 @@ StpSm::handleVidToTopoMap() {
    for ( auto && [vlan, name] : vlanToTopoSmMapIteratorConst() ) {
       vlans.emplace( VlanId( vlan ) );
    }
+   Velto::FirstError error;
    for ( auto && entry : vlans ) {
-      handleVidToTopoMap( entry.key );
+      error.run( [&] { handleVidToTopoMap( entry.key ); } );
    }
+   error.pass();
 }
 
 void
@@ -477,34 +498,6 @@ StpSm::enterTapAgg( const TapAggTopo & wanted ) {
    }
 }
 
-/** Takes out the VLANs that are in the topology and belong there no more. */
-void
-StpSm::leaveTapAggTopo( const String & name ) {
-   auto mapped = topoToVlanMap( name );
-   if ( !mapped ) {
-      return;
-   }
-   for ( auto && entry : keysOf< VlanId >( mapped->vlanIteratorConst() ) ) {
-      if ( vlanToTopoSmMap( entry.key ) == name && wantedTopo( entry.key ) != name ) {
-         STP_TRACE( "Deleting from TapAggTopo" );
-         takeOut( entry.key, name );
-      }
-   }
-}
-
-void
-StpSm::cleanupTapAgg() {
-   STP_TRACE( "cleanup tapagg stuff" );
-   const String name = std::exchange( tapAggTopo_, {} ).name;
-   portsChanged();
-   leaveTapAggTopo( name );
-   if ( const Velto::Ptr< TapAggIntfSm > tapAgg = tapAggIntfSm_ ) {
-      tapAgg->doCleanup();
-      VELTO_ASSERT( !tapAggIntf()->intfInfos() ); // fixed text
-   }
-   topoNotInUse( name );
-}
-
 void
 StpSm::followTapAggConfig() {
    tapAggIdWatch_.attach( this, acsd_->tapAggHwConfig() );
@@ -573,19 +566,21 @@ StpSm::doCleanup() {
       return;
    }
    detach();
+   Velto::FirstError error;
    if ( tapAggTopo_ || tapAggIntfSm_->active() ) {
-      cleanupTapAgg();
+      error.run( [&] { cleanupTapAgg(); } );
    }
    STP_TRACE( "cleanup regular topo stuff" );
-   topoSm_.removeAll();
-   topoIdSm_.removeAll();
+   error.run( [&] { topoSm_.removeAll(); } );
+   error.run( [&] { topoIdSm_.removeAll(); } );
    vlanToTopoSmMapDelAll();
    topoToVlanMapDelAll();
-   pendingStpStateTopoDelAll();
+   error.run( [&] { pendingStpStateTopoDelAll(); } );
    addedVlan_.clear();
    tapAggIntfSm_ = nullptr;
    currentHwOperationalModeIs( HwOperationalMode::switching );
    initializedIs( false );
+   error.pass();
 }
 
 Velto::Ptr< StpSm >

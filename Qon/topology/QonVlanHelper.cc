@@ -341,6 +341,7 @@ VlanHelper::handleRetry() {
       Vlan & v = vlan_[vlan];
       if ( v.failed ) {
          v.failed = false;
+         ++retries_;
          enqueue( v, vlan );
       }
    }

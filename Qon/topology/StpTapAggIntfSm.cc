@@ -121,10 +121,12 @@ StpSm::TapAggIntfSm::doCleanup() {
    told_.clear();
    expanded_.clear();
    IntfSet * set = stpSm_->tapAggIntf();
+   Velto::FirstError error;
    for ( auto && entry : keysOf< IntfId >( set->intfInfoIteratorConst() ) ) {
       stpSm_->portsChanged();
-      set->intfInfoDel( entry.key );
+      error.run( [&] { set->intfInfoDel( entry.key ); } );
    }
+   error.pass();
 }
 
 } // namespace Qon

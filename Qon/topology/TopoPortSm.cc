@@ -38,10 +38,13 @@ TopoPortSm::handleInitialized() {
    if ( !initialized() ) {
       return;
    }
-   status_ = topoSm_->status()->topoPortStatusIs( intf_ );
+   Velto::FirstError error;
+   error.run( [&] { topoSm_->status()->topoPortStatusIs( intf_ ); } );
+   status_ = topoSm_->status()->topoPortStatusIs( intf_ ); // it is there, whoever has raised
    configWatch_.attach( this, config_.ptr(), handleConfig, this );
-   handleState();
-   handleFdbFlush();
+   error.run( [&] { handleState(); } );
+   error.run( [&] { handleFdbFlush(); } );
+   error.pass();
 }
 
 void

@@ -19,17 +19,19 @@ TopoSm::handleInitialized() {
    if ( !initialized() ) {
       return;
    }
-   stpSm_->topoInUse( name() );
+   Velto::FirstError error;
+   error.run( [&] { stpSm_->topoInUse( name() ); } );
    stpSm_->portsChanged();
    stpSm_->topoIdIs( topoId(), this );
    portWatch_.attach( this, config() );
    tapAggWatch_.attach( this, stpSm_->tapAggIntf() );
-   handleTopoPortChange();
+   error.run( [&] { handleTopoPortChange(); } );
    if ( auto mapped = stpSm_->topoToVlanMap( name() ) ) {
       for ( auto && entry : keysOf< Bridging::VlanId >( mapped->vlanIteratorConst() ) ) {
-         stpSm_->handleVidToTopoMap( entry.key );
+         error.run( [&] { stpSm_->handleVidToTopoMap( entry.key ); } );
       }
    }
+   error.pass();
 }
 
 void
@@ -63,10 +65,12 @@ TopoSm::handleTopoPortChange( const Ulnet::IntfId & intf ) {
       STP_TRACE( " Nothing to do " ); // fixed text
    }
    const Velto::Hold stpAlive( stpSm_ ), alive( this );
-   topoPortSm_.review( intf, wanted );
+   Velto::FirstError error;
+   error.run( [&] { topoPortSm_.review( intf, wanted ); } );
    if ( !config()->topoPortConfigHas( intf ) ) {
-      status()->topoPortStatusDel( intf );
+      error.run( [&] { status()->topoPortStatusDel( intf ); } );
    }
+   error.pass();
 }
 
 void
@@ -79,21 +83,32 @@ TopoSm::handleTopoPortChange() {
    for ( auto && [intf, portStatus] : status()->topoPortStatusIteratorConst() ) {
       intfs.emplace( intf );
    }
+   Velto::FirstError error;
    for ( auto && entry : intfs ) {
-      handleTopoPortChange( entry.key );
+      error.run( [&] { handleTopoPortChange( entry.key ); } );
    }
+   error.pass();
 }
 
 void
 TopoSm::refresh() {
    const Velto::Hold stpAlive( stpSm_ ), alive( this );
    const auto held = topoPortSm_.heldKeys();
-   handleTopoPortChange();
+   Velto::FirstError error;
+   error.run( [&] { handleTopoPortChange(); } );
    for ( const Ulnet::IntfId & intf : held ) {
-      if ( const Velto::Ptr< TopoPortSm > port = topoPortSm( intf ) ) {
-         port->handleState();
-         port->handleFdbFlush();
-      }
+      error.run( [&] { refreshPort( intf ); } );
+   }
+   error.pass();
+}
+
+void
+TopoSm::refreshPort( const Ulnet::IntfId & intf ) {
+   if ( const Velto::Ptr< TopoPortSm > port = topoPortSm( intf ) ) {
+      Velto::FirstError error;
+      error.run( [&] { port->handleState(); } );
+      error.run( [&] { port->handleFdbFlush(); } );
+      error.pass();
    }
 }
 
@@ -103,18 +118,20 @@ TopoSm::handlePortToLag( const Ulnet::IntfId & intf, Ulnet::IntfId from ) {
       return;
    }
    const Velto::Hold stpAlive( stpSm_ ), alive( this );
+   Velto::FirstError error;
    // A member's own state is done at once, that of a port that left is requested.
    if ( auto port = topoPortSm( intf ) ) {
-      port->handleState();
+      error.run( [&] { port->handleState(); } );
    }
    const Ulnet::IntfId lag = stpSm_->lagView().lagOf( intf );
    if ( !lag ) {
       STP_TRACE( intf, " leaving lag ", from );
-      return;
+   } else {
+      STP_TRACE( intf, " joining lag ", lag,
+                 topoPortSm( lag ) ? ", lag in this stg" : ", but lag is not in this stg" );
+      error.run( [&] { setLagState( lag, intf ); } );
    }
-   STP_TRACE( intf, " joining lag ", lag,
-              topoPortSm( lag ) ? ", lag in this stg" : ", but lag is not in this stg" );
-   setLagState( lag, intf );
+   error.pass();
 }
 
 /** The list decides to whom an aggregate's state is handed over: who came to be in it when it was a
@@ -149,10 +166,7 @@ TopoSm::setLagState( Ulnet::IntfId lag, Ulnet::IntfId port ) {
 void
 TopoSm::handleTapAggIntf( const Ulnet::IntfId & intf ) {
    const Velto::Hold stpAlive( stpSm_ ), alive( this );
-   if ( const Velto::Ptr< TopoPortSm > port = topoPortSm( intf ) ) {
-      port->handleState();
-      port->handleFdbFlush();
-   }
+   refreshPort( intf );
 }
 
 void
@@ -215,6 +229,7 @@ TopoSm::stateDone() {
    const Velto::Hold stpAlive( stpSm_ ), alive( this );
    // Watchers of the status may request anew: what is requested from now on is not done.
    const U64 last = stpSm_->lastRequest();
+   Velto::FirstError error;
    for ( auto i = pending->pendingIntfStateIteratorConst(); i && works(); ++i ) {
       if ( i.value().request() > last ) {
          continue;
@@ -223,12 +238,13 @@ TopoSm::stateDone() {
       const PortState state = i.value().state();
       const Velto::Ptr< TopoPortSm > port( topoPortSm( intf ) );
       const U32 writes = port ? port->writes_ : 0;
-      pending->pendingIntfStateDel( intf );
+      error.run( [&] { pending->pendingIntfStateDel( intf ); } );
       if ( port && port->works() && port->writes_ == writes && !port->inTapOrTool() ) {
          STP_TRACE( " setting intf ", intf, " to state ", state ); // fixed text
-         port->stateDone( state );
+         error.run( [&] { port->stateDone( state ); } );
       }
    }
+   error.pass();
 }
 
 U64
@@ -270,14 +286,18 @@ TopoSm::doCleanup() {
          former.push_back( &port );
       }
    } );
-   topoPortSm_.removeAll();
+   Velto::FirstError error;
+   error.run( [&] { topoPortSm_.removeAll(); } );
    for ( auto & port : former ) {
-      doSetStpState( port->intf(), port->isLag(), port->intf(), port->config()->state() );
+      error.run( [&] {
+         doSetStpState( port->intf(), port->isLag(), port->intf(), port->config()->state() );
+      } );
    }
-   stpSm_->pendingStpStateTopoDel( name() );
+   error.run( [&] { stpSm_->pendingStpStateTopoDel( name() ); } );
    pending_ = nullptr;
    stpSm_->topoIdDel( topoId(), this );
-   stpSm_->topoNotInUse( name() );
+   error.run( [&] { stpSm_->topoNotInUse( name() ); } );
+   error.pass();
 }
 
 } // namespace Qon

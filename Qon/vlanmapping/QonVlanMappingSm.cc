@@ -153,7 +153,7 @@ VlanMappingSm::handleInitialized() {
    translations_->startsIs( true, graceful );
    const Velto::AtEnd started( [&] { translations_->startsIs( false, graceful ); } );
    Velto::FirstError error;
-   error.run( [&] { start(); } );
+   error.run( [&] { start( graceful ); } );
    armRetryClock();
    error.pass();
 }
@@ -161,7 +161,7 @@ VlanMappingSm::handleInitialized() {
 /** Members first, then the wishes of both sources, then what the chip has of them; nothing is
     programmed before all is known. */
 void
-VlanMappingSm::start() {
+VlanMappingSm::start( bool graceful ) {
    translations_->holdUpIs( true );
    Velto::FirstError error;
    error.run( [&] { follower_.attach( this, acsd() ); } );
@@ -178,7 +178,7 @@ VlanMappingSm::start() {
          } );
       } );
    }
-   if ( gracefulRestartSupported() ) {
+   if ( graceful ) {
       translations_->restore();
    }
    for ( Direction d : Bridging::vlanMappingDirections ) {
@@ -290,13 +290,13 @@ VlanMappingSm::addEgressVlanTranslation( IntfId intf, Key key, Mapping mapping, 
 }
 
 void
-VlanMappingSm::delIngressVlanTranslation( IntfId intf, Key key, bool inLag, Source source ) {
-   translations_->del( Direction::ingress, intf, key, inLag, source );
+VlanMappingSm::delIngressVlanTranslation( IntfId intf, Key key, bool, Source source ) {
+   translations_->del( Direction::ingress, intf, key, source );
 }
 
 void
-VlanMappingSm::delEgressVlanTranslation( IntfId intf, Key key, bool inLag, Source source ) {
-   translations_->del( Direction::egress, intf, key, inLag, source );
+VlanMappingSm::delEgressVlanTranslation( IntfId intf, Key key, bool, Source source ) {
+   translations_->del( Direction::egress, intf, key, source );
 }
 
 QonTypes::TableAddStatus
@@ -312,24 +312,24 @@ VlanMappingSm::addEgressNativeVlanTranslation( IntfId intf, Bridging::VlanId vla
 }
 
 void
-VlanMappingSm::delIngressNativeVlanTranslation( IntfId intf, Bridging::VlanId vlan, bool inLag ) {
-   translations_->del( Direction::ingress, intf, nativeKey( vlan ), inLag, Source::BriselCli );
+VlanMappingSm::delIngressNativeVlanTranslation( IntfId intf, Bridging::VlanId vlan, bool ) {
+   translations_->del( Direction::ingress, intf, nativeKey( vlan ), Source::BriselCli );
 }
 
 void
-VlanMappingSm::delEgressNativeVlanTranslation( IntfId intf, Bridging::VlanId vlan, bool inLag ) {
-   translations_->del( Direction::egress, intf, nativeKey( vlan ), inLag, Source::BriselCli );
+VlanMappingSm::delEgressNativeVlanTranslation( IntfId intf, Bridging::VlanId vlan, bool ) {
+   translations_->del( Direction::egress, intf, nativeKey( vlan ), Source::BriselCli );
 }
 
 // --- What cannot be programmed now ---------------------------------------------------------------
 
 void
 VlanMappingSm::doAddToUnprogrammedList( IntfId intf, Key key, Direction direction, Source source ) {
+   unprogrammedIntfListIs( UnprogrammedMapping( intf, source ) );
+   armRetryClock();
    // fixed text
    QON_TRACE( facility, 5, intf, " : Added to unprogrammed  interface list", " for ",
               Kiv::toText( direction ), " ", key );
-   unprogrammedIntfListIs( UnprogrammedMapping( intf, source ) );
-   armRetryClock();
 }
 
 /** Idle without anything on the list; never put off by what comes later. */
@@ -354,9 +354,9 @@ VlanMappingSm::reviewUnprogrammedIntfList() {
    for ( auto && [entry, nothing] : unprogrammedIntfListIteratorConst() ) {
       list.push_back( entry );
    }
+   const Velto::Hold alive( this );
    unprogrammedIntfListDelAll();
    armRetryClock();
-   const Velto::Hold alive( this );
    Velto::FirstError error;
    for ( auto & entry : list ) {
       VlanXlateConfigSm * sm = nullptr;
@@ -371,6 +371,7 @@ VlanMappingSm::reviewUnprogrammedIntfList() {
          VELTO_ASSERT( 0 ); // nobody else has anything to apply
       }
       if ( sm && sm->initialized() ) {
+         ++retries_;
          error.run( [&] { sm->doApplyConfig(); } );
       }
    }

@@ -38,6 +38,7 @@ VlanMappingSm2::VlanMappingSm2( Inputs inputs ) : in_( std::move( inputs ) ) {
 
 void
 VlanMappingSm2::handleInitialized() {
+   Velto::FirstError error;
    if ( initialized() ) {
       if ( !started_ ) {
          VELTO_ASSERT( !platformVlanMappingStatus()->ready() ); // fixed text
@@ -45,11 +46,11 @@ VlanMappingSm2::handleInitialized() {
       }
       for ( auto & state : { in_.bridgingConfigOutputState, in_.qonFlowConfigOutputState,
                              in_.nativeVlanConfigOutputState } ) {
-         state->readyIs( false ); // as a former run left it, or before a pause
+         // As a former run left it, or before a pause.
+         error.run( [&] { state->readyIs( false ); } );
       }
    }
    const bool on = initialized();
-   Velto::FirstError error;
    // Who reads comes before who writes.
    error.run( [&] { lagResolution_->initializedIs( on ); } );
    error.run( [&] { interlock_->initializedIs( on ); } );

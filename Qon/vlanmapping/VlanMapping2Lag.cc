@@ -137,26 +137,31 @@ LagResolutionSm::reviewPort( IntfId port ) {
 
 void
 LagResolutionSm::reviewKey( IntfId port, IntfId ruler, const Key & key ) {
-   auto merged = mergedConfig_->intfVlanMappingConfig( ruler );
-   if ( merged && merged->vlanMappingConfigHas( key ) ) {
-      const Velto::Ptr< PlatformIntfVlanMappingConfig > held(
-            platformConfig_->intfVlanMappingConfigIs( port ) );
-      // Its publication may have changed what is wanted: that is asked for by then.
-      const PlatformVlanMappingData before = held->vlanMappingConfig( key );
-      const auto data = merged->vlanMappingConfig( key );
-      if ( !before.version() || !( before.merged() == data ) || before.intf() != ruler ) {
-         held->vlanMappingConfigIs( key, { data, ruler, ++version_ } );
-      }
-      return;
+   auto wanted = [&]() -> std::optional< MergedVlanMappingData > {
+      auto merged = mergedConfig_->intfVlanMappingConfig( ruler );
+      return merged && merged->vlanMappingConfigHas( key )
+                   ? std::optional( merged->vlanMappingConfig( key ) )
+                   : std::nullopt;
+   };
+   Velto::FirstError error;
+   if ( wanted() ) {
+      error.run( [&] { platformConfig_->intfVlanMappingConfigIs( port ); } );
    }
    const Velto::Ptr< PlatformIntfVlanMappingConfig > held(
          platformConfig_->intfVlanMappingConfig( port ) );
-   if ( held ) {
-      held->vlanMappingConfigDel( key );
+   // The publication of the port may have changed what is wanted, or ended it.
+   if ( const auto data = wanted(); held && data ) {
+      const PlatformVlanMappingData before = held->vlanMappingConfig( key );
+      if ( !before.version() || !( before.merged() == *data ) || before.intf() != ruler ) {
+         error.run( [&] { held->vlanMappingConfigIs( key, { *data, ruler, ++version_ } ); } );
+      }
+   } else if ( held ) {
+      error.run( [&] { held->vlanMappingConfigDel( key ); } );
       if ( !held->vlanMappingConfigs() ) {
-         platformConfig_->intfVlanMappingConfigDel( port );
+         error.run( [&] { platformConfig_->intfVlanMappingConfigDel( port ); } );
       }
    }
+   error.pass();
 }
 
 String
@@ -203,14 +208,19 @@ LagInterlockSm::handleInitialized() {
    Velto::FirstError error;
    error.run( [&] { merged_.attach( this, mergedConfig_.ptr() ); } );
    for ( auto && entry : lags ) {
-      error.run( [&] { review( entry.key ); } );
+      error.run( [&] { ask( entry.key ); } );
    }
    error.pass();
 }
 
 void
+LagInterlockSm::ask( IntfId lag ) {
+   work_.add( lag );
+   work_.drain( this, [this]( IntfId question ) { review( question ); } );
+}
+
+void
 LagInterlockSm::review( IntfId lag ) {
-   const Velto::Hold alive( this );
    auto merged = mergedConfig_->intfVlanMappingConfig( lag );
    const bool wanted = Ulnet::PortChannelIntfId::isPortChannelIntfId( lag ) && merged &&
                        merged->vlanMappingConfigs() && acsd_->lagToPortHas( lag );
@@ -227,10 +237,12 @@ LagInterlockSm::review( IntfId lag ) {
       return;
    }
    QON_TRACE( facility, 4, "remove to feature interlock for port-channel ", lag ); // fixed text
-   held->featureDel( feature );
+   Velto::FirstError error;
+   error.run( [&] { held->featureDel( feature ); } );
    if ( !held->features() ) {
-      interlock_->portChannelDel( lag );
+      error.run( [&] { interlock_->portChannelDel( lag ); } );
    }
+   error.pass();
 }
 
 } // namespace Qon::VlanMapping

@@ -68,14 +68,18 @@ IntfConfigMergeSm::reviewKey( const Key & key, bool silent ) {
          // fixed text
          QON_TRACE( facility, 4, key, " because it no longer exists in its source" );
       }
+      Velto::FirstError error;
       for ( ConfigSource next : vlanMappingConfigSources ) {
          if ( !kept && !silent && active( next ) && holds( next, key ) ) {
-            messages.programmed( { intf_, key.direction(), key.key(), mapping( next, key ) },
-                                 shownSource( next ) );
+            error.run( [&] {
+               messages.programmed( { intf_, key.direction(), key.key(), mapping( next, key ) },
+                                    shownSource( next ) );
+            } );
             break;
          }
       }
-      reevaluateVlanMappingKey( key );
+      error.run( [&] { reevaluateVlanMappingKey( key ); } );
+      error.pass();
    } else {
       reevaluateVlanMappingKey( key );
    }
@@ -226,14 +230,16 @@ ConfigMergeSm::handleInitialized() {
       return;
    }
    state_ = State::waiting;
+   configWatch_.attach( this, in_.bridgingConfig.ptr() );
    const Velto::Hold alive( this );
+   Velto::FirstError error;
    for ( ConfigSource source : vlanMappingConfigSources ) {
       readyWatch_[U8( source )].attach( this, in_.outputState[U8( source )].ptr() );
-      sources_[U8( source )].attach(
-            this, in_.sourceConfigDir->sourceVlanMappingConfigIs( source ).ptr() );
+      error.run( [&] { in_.sourceConfigDir->sourceVlanMappingConfigIs( source ); } );
+      sources_[U8( source )].attach( this, in_.sourceConfigDir->sourceVlanMappingConfig( source ) );
    }
-   configWatch_.attach( this, in_.bridgingConfig.ptr() );
-   handleReady();
+   error.run( [&] { handleReady(); } );
+   error.pass();
 }
 
 void
@@ -291,11 +297,10 @@ ConfigMergeSm::answer( const Question & question ) {
    }
    const Velto::Ptr< IntfConfigMergeSm > held( sm );
    Velto::FirstError error;
-   if ( question.key ) {
-      error.run( [&] { held->reviewKey( *question.key, question.silent ); } );
-   } else {
-      for ( const Key & key : held->keys() ) {
-         error.run( [&] { held->reviewKey( key, question.silent ); } );
+   for ( const Key & key : question.key ? std::vector{ *question.key } : held->keys() ) {
+      error.run( [&] { held->reviewKey( key, question.silent ); } );
+      if ( listener_ ) {
+         listener_->outcomeHeard( intf, key.direction(), key.key() );
       }
    }
    if ( held->idle() ) {
@@ -330,6 +335,9 @@ ConfigMergeSm::beginSync() {
    }
    for ( auto && [intf, vlan] : in_.acsd->encapVlanIteratorConst() ) {
       intfs.emplace( intf );
+   }
+   for ( IntfId intf : intfs_.heldKeys() ) {
+      intfs.emplace( intf ); // what went during a pause
    }
    toSync_.clear();
    keysToSync_.clear();

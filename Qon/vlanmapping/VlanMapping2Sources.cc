@@ -64,17 +64,20 @@ SourceOutput::config() const {
 void
 SourceOutput::mappingIs( IntfId intf, const Key & key, std::optional< VlanXlateMapping > mapping ) {
    const Velto::Ptr< SourceVlanMappingConfig > all( config() );
+   Velto::FirstError error;
    if ( mapping ) {
-      all->intfVlanMappingConfigIs( intf )->vlanMappingConfigIs( key, *mapping );
-      return;
+      error.run( [&] { all->intfVlanMappingConfigIs( intf ); } );
    }
    const Velto::Ptr< SourceIntfVlanMappingConfig > held( all->intfVlanMappingConfig( intf ) );
    if ( held ) {
-      held->vlanMappingConfigDel( key );
+      error.run( [&] {
+         mapping ? held->vlanMappingConfigIs( key, *mapping ) : held->vlanMappingConfigDel( key );
+      } );
       if ( !held->vlanMappingConfigs() && all->intfVlanMappingConfig( intf ) == held.ptr() ) {
-         all->intfVlanMappingConfigDel( intf );
+         error.run( [&] { all->intfVlanMappingConfigDel( intf ); } );
       }
    }
+   error.pass();
 }
 
 void

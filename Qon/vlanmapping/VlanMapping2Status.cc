@@ -50,8 +50,8 @@ PlatformStatusSm::handleInitialized() {
    }
    const Velto::Hold alive( this );
    readyWatch_.attach( this, platformStatus_.ptr() );
-   platform_.attach( this, platformStatus_.ptr() );
    Velto::FirstError error;
+   error.run( [&] { platform_.attach( this, platformStatus_.ptr() ); } );
    error.run( [&] { merged_.attach( this, mergedConfig_.ptr() ); } );
    error.run( [&] { askAll(); } );
    error.pass();
@@ -64,18 +64,19 @@ PlatformStatusSm::handleReady() {
 
 void
 PlatformStatusSm::askAll() {
+   const Velto::Hold alive( this );
+   Velto::FirstError error;
    KeySet< IntfId > intfs;
    for ( auto && [intf, config] : mergedConfig_->intfVlanMappingConfigIteratorConst() ) {
       intfs.emplace( intf );
    }
    for ( ConfigSource source : vlanMappingConfigSources ) {
-      auto statuses = sourceStatusDir_->sourceVlanMappingStatusIs( source );
+      error.run( [&] { sourceStatusDir_->sourceVlanMappingStatusIs( source ); } );
+      auto statuses = sourceStatusDir_->sourceVlanMappingStatus( source );
       for ( auto && [intf, status] : statuses->intfVlanMappingStatusIteratorConst() ) {
          intfs.emplace( intf );
       }
    }
-   const Velto::Hold alive( this );
-   Velto::FirstError error;
    for ( auto && entry : intfs ) {
       error.run( [&] { handleMergedIntf( entry.key ); } );
    }
@@ -98,9 +99,11 @@ PlatformStatusSm::handlePlatformIntf( const IntfId & port ) {
          intfs.emplace( data.intf() );
       }
       const Velto::Hold alive( this );
+      Velto::FirstError error;
       for ( auto && entry : intfs ) {
-         handleMergedIntf( entry.key );
+         error.run( [&] { handleMergedIntf( entry.key ); } );
       }
+      error.pass();
    }
 }
 
@@ -148,15 +151,17 @@ PlatformStatusSm::ask( IntfId intf, const Key & key ) {
 std::optional< Result >
 PlatformStatusSm::resultOf( IntfId intf, const Key & key ) const {
    std::optional< Result > worst;
+   auto merged = mergedConfig_->intfVlanMappingConfig( intf );
    for ( IntfId port : lagResolution_->targets( intf ) ) {
       auto config = lagResolution_->platformIntfConfig( port );
       if ( !config || !config->vlanMappingConfigHas( key ) ) {
          continue;
       }
       auto statuses = platformStatus_->intfVlanMappingStatus( port );
-      const U32 version = config->vlanMappingConfig( key ).version();
-      const bool answered = statuses && statuses->vlanMappingStatusHas( key ) &&
-                            statuses->vlanMappingStatus( key ).answers( version );
+      const auto data = config->vlanMappingConfig( key );
+      const bool answered = merged && data.merged() == merged->vlanMappingConfig( key ) &&
+                            statuses && statuses->vlanMappingStatusHas( key ) &&
+                            statuses->vlanMappingStatus( key ).answers( data.version() );
       const Result result =
             answered ? statuses->vlanMappingStatus( key ).result() : Result::handedOver;
       if ( !worst || badness( result ) > badness( *worst ) ) {
@@ -189,14 +194,28 @@ PlatformStatusSm::review( const Question & question ) {
          full_.erase( intf );
       }
    }
+   Velto::FirstError error;
    if ( known && result == Result::full ) {
-      reportFull( intf, key, data );
+      error.run( [&] { reportFull( intf, key, data ); } );
    }
+   error.run( [&] { tellSource( question, data, known ? found : std::nullopt ); } );
+   if ( listener_ ) {
+      listener_->outcomeHeard( intf, key.direction(), key.key() );
+   }
+   error.pass();
+}
+
+/** The source that owns the key, if there is a result; nothing is left with the others. */
+void
+PlatformStatusSm::tellSource( const Question & question, const MergedVlanMappingData & data,
+                              std::optional< Result > result ) {
+   const IntfId intf = question.intf;
+   const Key key = question.key;
    for ( ConfigSource source : vlanMappingConfigSources ) {
       const auto all = sourceStatusDir_->sourceVlanMappingStatusIs( source );
-      if ( known && source == data.source() ) {
+      if ( result && source == data.source() ) {
          const auto statuses = all->intfVlanMappingStatusIs( intf );
-         statuses->vlanMappingStatusIs( key, result );
+         statuses->vlanMappingStatusIs( key, *result );
       } else if ( const Velto::Ptr< SourceIntfVlanMappingStatus > statuses{
                         all->intfVlanMappingStatus( intf ) } ) {
          statuses->vlanMappingStatusDel( key );

@@ -178,20 +178,23 @@ VlanTranslations::askAll( IntfId intf, Source source, bool apply ) {
    askEncap( intf );
 }
 
-void
+bool
 VlanTranslations::forgetOld( IntfId intf, Direction d, Key key, Source source ) {
    Interface & i = at( intf );
    if ( i.givenUp.empty() && i.reported.empty() ) {
-      return;
+      return false;
    }
    const Claim claim = { key, d, source };
    const auto wanted = wish( i, d, key, source );
+   bool any = false;
    for ( auto * claims : { &i.givenUp, &i.reported } ) {
       auto old = claims->find( claim );
       if ( old && ( !wanted || !( *old == *wanted ) ) ) {
          claims->erase( claim );
+         any = true;
       }
    }
+   return any;
 }
 
 /** The same for all keys: what went while nobody was listening is held by no entry. */
@@ -200,8 +203,8 @@ VlanTranslations::forgetOld( IntfId intf, Source source ) {
    for ( auto claims : { &Interface::givenUp, &Interface::reported } ) {
       for ( auto walk = ( at( intf ).*claims ).begin(); walk != nullptr; ++walk ) {
          const Claim claim = walk.key();
-         if ( claim.source == source ) {
-            forgetOld( intf, claim.direction, claim.key, source );
+         if ( claim.source == source && forgetOld( intf, claim.direction, claim.key, source ) ) {
+            askKey( intf, claim.direction, claim.key );
          }
       }
    }
@@ -232,6 +235,7 @@ VlanTranslations::answer( const Question & q ) {
    switch ( q.what ) {
    case What::key:
       reviewKey( intf, q.direction, q.key, q.apply );
+      sm_->tell( intf, q.direction, q.key );
       break;
    case What::port:
       reviewPort( intf );
@@ -268,6 +272,13 @@ VlanTranslations::reviewKey( IntfId intf, Direction d, Key key, Source apply ) {
    } else if ( i.input[0] && i.input[1] ) {
       reportConflicts( intf, d, key );
    }
+   conclude( intf, d, key );
+}
+
+/** Tells everybody what is so now. */
+void
+VlanTranslations::conclude( IntfId intf, Direction d, Key key ) {
+   Interface & i = at( intf );
    for ( IntfId port : targets( intf, i, isLag( intf ) ) ) {
       publishPort( intf, port, d, key );
    }
@@ -292,7 +303,7 @@ VlanTranslations::settleOwner( IntfId intf, Direction d, Key key, Source apply )
          if ( next == Source::None ) {
             return;
          }
-         add( d, intf, key, *wish( i, d, key, next ), isLag( intf ), next );
+         claim( d, intf, key, *wish( i, d, key, next ), isLag( intf ), next );
          if ( entry( intf, d, key ).owner != Source::None ) {
             return;
          }
@@ -302,7 +313,7 @@ VlanTranslations::settleOwner( IntfId intf, Direction d, Key key, Source apply )
       const Source owner = e.owner;
       const auto wanted = wish( i, d, key, owner );
       if ( !wanted ) {
-         del( d, intf, key, isLag( intf ), owner );
+         withdraw( intf, d, key );
          former = owner;
          continue;
       }
@@ -339,12 +350,21 @@ VlanTranslations::reportConflicts( IntfId intf, Direction d, Key key ) {
    for ( Source source : qonVlanMappingSources ) {
       const Claim claim = { key, d, source };
       const auto wanted = source == owner ? std::nullopt : wish( i, d, key, source );
-      if ( owner == Source::None || !wanted || i.givenUp.has( claim ) || i.reported.has( claim ) ) {
-         continue;
+      if ( owner != Source::None && wanted && !i.givenUp.has( claim ) ) {
+         reportConflict( intf, d, key, source, *wanted );
       }
-      i.reported.emplace( claim, *wanted );
-      vlanMappingLog.conflict( subject( intf, d, key, *wanted ), shownSource( source ),
-                               shownSource( owner ) );
+   }
+}
+
+/** Once for what is wanted; with another owner all of it is forgotten. */
+void
+VlanTranslations::reportConflict( IntfId intf, Direction d, Key key, Source source,
+                                  Mapping wanted ) {
+   auto [known, fresh] = at( intf ).reported.emplace( { key, d, source }, wanted );
+   if ( fresh || !( *known == wanted ) ) {
+      *known = wanted;
+      vlanMappingLog.conflict( subject( intf, d, key, wanted ), shownSource( source ),
+                               shownSource( entry( intf, d, key ).owner ) );
    }
 }
 
@@ -355,10 +375,38 @@ VlanTranslations::add( Direction d, IntfId intf, Key key, Mapping mapping, bool 
       isNative( key ) ? void( Bridging::VlanId( key.vlanId() ) ) : Bridging::checkVlanXlate( key );
       Bridging::checkVlanXlate( mapping );
    }
-   Entry & e = entry( intf, d, key );
-   if ( e.owner != Source::None && e.owner != source ) {
-      return Status::failed;
+   const Velto::Hold alive( sm_ );
+   const Source owner = entry( intf, d, key ).owner;
+   Status status = Status::failed;
+   if ( owner != Source::None && owner != source ) {
+      reportConflict( intf, d, key, source, mapping );
+   } else {
+      entry( intf, d, key ).announce = false;
+      status = claim( d, intf, key, mapping, inLag, source );
    }
+   conclude( intf, d, key );
+   sm_->tell( intf, d, key );
+   return status;
+}
+
+void
+VlanTranslations::del( Direction d, IntfId intf, Key key, Source source ) {
+   auto e = find( intf, d, key );
+   if ( e && e->owner == source ) {
+      const Velto::Hold alive( sm_ );
+      withdraw( intf, d, key );
+      if ( isNative( key ) && d == Direction::egress ) {
+         reviewEncap( intf );
+      }
+      sm_->tell( intf, d, key );
+   }
+}
+
+/** The source has the key from now on, if its ports can have what it wants. */
+VlanTranslations::Status
+VlanTranslations::claim( Direction d, IntfId intf, Key key, Mapping mapping, bool inLag,
+                         Source source ) {
+   Entry & e = entry( intf, d, key );
    if ( e.owner == Source::None && !at( intf ).reported.empty() ) {
       for ( Source any : qonVlanMappingSources ) {
          at( intf ).reported.erase( { key, d, any } );
@@ -371,14 +419,6 @@ VlanTranslations::add( Direction d, IntfId intf, Key key, Mapping mapping, bool 
       giveUp( intf, d, key, status );
    }
    return status;
-}
-
-void
-VlanTranslations::del( Direction d, IntfId intf, Key key, bool, Source source ) {
-   auto e = find( intf, d, key );
-   if ( e && e->owner == source ) {
-      withdraw( intf, d, key );
-   }
 }
 
 /** Takes the key from its ports; it is free. */
@@ -399,10 +439,13 @@ void
 VlanTranslations::giveUp( IntfId intf, Direction d, Key key, Status why ) {
    const Entry e = entry( intf, d, key );
    *at( intf ).givenUp.emplace( { key, d, e.owner } ).first = e.mapping;
+   Velto::FirstError error;
    if ( why == Status::full ) {
-      vlanMappingLog.full( subject( intf, d, key, e.mapping ), isNative( key ) );
+      error.run(
+            [&] { vlanMappingLog.full( subject( intf, d, key, e.mapping ), isNative( key ) ); } );
    }
-   withdraw( intf, d, key );
+   error.run( [&] { withdraw( intf, d, key ); } );
+   error.pass();
 }
 
 void

@@ -123,8 +123,9 @@ class VlanTranslations {
    void askEncap( IntfId intf ) {
       ask( { What::encap, Direction::egress, Source::None, intf, {} } );
    }
-   /** A wish changed: what is remembered of another one is forgotten at once. */
-   void forgetOld( IntfId intf, Direction d, Key key, Source source );
+   /** A wish changed: what is remembered of another one is forgotten at once. True if there was
+       anything. */
+   bool forgetOld( IntfId intf, Direction d, Key key, Source source );
    void forgetOld( IntfId intf, Source source );
    /** Looks at what was asked, unless that is held up. */
    void settle();
@@ -144,8 +145,11 @@ class VlanTranslations {
    std::vector< IntfId > interfaces() const;
    /** @} */
 
+   /** @name Steps, from without */
+   /** @{ */
    Status add( Direction d, IntfId intf, Key key, Mapping mapping, bool inLag, Source source );
-   void del( Direction d, IntfId intf, Key key, bool inLag, Source source );
+   void del( Direction d, IntfId intf, Key key, Source source );
+   /** @} */
 
    /** Whose translation is there, see VlanMappingSm::ingVlanXlateSourceMap(). */
    Source sourceOf( Direction d, const PortVlanKey & key ) const;
@@ -179,7 +183,10 @@ class VlanTranslations {
    void reviewKey( IntfId intf, Direction d, Key key, Source apply );
    void settleOwner( IntfId intf, Direction d, Key key, Source apply );
    Source nextOwner( IntfId intf, Direction d, Key key, Source former ) const;
+   Status claim( Direction d, IntfId intf, Key key, Mapping mapping, bool inLag, Source source );
    void reportConflicts( IntfId intf, Direction d, Key key );
+   void reportConflict( IntfId intf, Direction d, Key key, Source source, Mapping wanted );
+   void conclude( IntfId intf, Direction d, Key key );
    void reviewPort( IntfId port );
    void clearPort( IntfId port, IntfId ruler );
    void sweep( IntfId port, Direction d, Key key );
@@ -197,6 +204,7 @@ class VlanTranslations {
    void publishPort( IntfId intf, IntfId port, Direction d, Key key );
    void publishKeySet( IntfId port, Key key );
    void publishMember( IntfId lag, IntfId port, Direction d, Key key );
+   void unpublishMember( IntfId lag, IntfId port );
    void reviewEncap( IntfId intf );
 
    void restore( Direction d, const PortVlanKey & key, const QonVlanMappingConfig & config );

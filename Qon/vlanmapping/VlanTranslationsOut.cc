@@ -91,6 +91,21 @@ VlanTranslations::publishMember( IntfId lag, IntfId port, Direction d, Key key )
    }
 }
 
+/** For a port that is a member no more: what of its keys could not be told one by one goes too. */
+void
+VlanTranslations::unpublishMember( IntfId lag, IntfId port ) {
+   auto & dir = sm_->in_.qonVlanLagMemberStatusDir;
+   const Velto::Ptr< QonVlanLagStatus > ofLag( dir ? dir->lagStatus( lag ) : nullptr );
+   if ( ofLag ) {
+      Velto::FirstError error;
+      error.run( [&] { ofLag->memberStatusDel( port ); } );
+      if ( !ofLag->memberStatuss() ) {
+         error.run( [&] { dir->lagStatusDel( lag ); } );
+      }
+      error.pass();
+   }
+}
+
 /** The VLAN that frames without a tag get, while some port of the interface has it. */
 void
 VlanTranslations::reviewEncap( IntfId intf ) {
@@ -130,7 +145,9 @@ VlanTranslations::restore( Direction d, const PortVlanKey & key,
    version_ = std::max( version_, config.version() );
    Entry & held = entry( port, d, key.key() );
    if ( held.state == State::none ) {
-      held.state = State::handedOver;
+      // Of another port-channel than now, it is handed over again.
+      held.state =
+            config.lag() == ( intf == port ? IntfId() : intf ) ? State::handedOver : State::trying;
       held.held = config.mapping();
       held.heldFor = restoredOwner( key, config );
       held.version = config.version();
@@ -194,6 +211,7 @@ VlanTranslations::reviewStatus( IntfId port, Direction d, Key key ) {
       return;
    }
    const IntfId intf = rulerOf( port );
+   askKey( intf, d, key );
    Entry & held = entry( port, d, key );
    const bool handed = held.state >= State::handedOver;
    if ( status.result() == Status::full || status.result() == Status::failed ) {
@@ -206,7 +224,6 @@ VlanTranslations::reviewStatus( IntfId port, Direction d, Key key ) {
       held.state = State::handedNotNow;
       sm_->doAddToUnprogrammedList( intf, key, d, held.heldFor );
    }
-   askKey( intf, d, key );
 }
 
 // --- Questions -----------------------------------------------------------------------------------

@@ -10,16 +10,19 @@ using Ulnet::IntfId;
 VlanTranslations::Status
 VlanTranslations::program( IntfId intf, Direction d, Key key, bool inLag, Source apply ) {
    Status worst = Status::success;
+   Velto::FirstError error;
    for ( IntfId port : targets( intf, at( intf ), inLag ) ) {
-      const Status status = programPort( intf, port, d, key, inLag, apply );
-      if ( status == Status::full ) {
-         return status;
-      }
-      if ( status == Status::failed || worst == Status::success ||
+      Status status = worst;
+      error.run( [&] { status = programPort( intf, port, d, key, inLag, apply ); } );
+      if ( status == Status::full || status == Status::failed || worst == Status::success ||
            ( worst == Status::handedOver && status == Status::notNow ) ) {
          worst = status;
       }
+      if ( worst == Status::full ) {
+         break;
+      }
    }
+   error.pass();
    return worst;
 }
 
@@ -102,15 +105,17 @@ VlanTranslations::removePort( IntfId intf, IntfId port, Direction d, Key key ) {
    }
    const PortVlanKey portKey = PortVlanKey::of( port, key );
    if ( graceful_ ) {
+      entry( port, d, key ).state = State::none;
       directory( d )->vlanMappingConfigDel( portKey );
    } else {
+      entry( port, d, key ).state = State::trying; // whatever a hook that raises has done
       sm_->callDel( d, intf, isLag( intf ), portKey );
+      entry( port, d, key ).state = State::none;
    }
-   entry( port, d, key ).state = State::none;
-   publishPort( intf, port, d, key );
    if ( port != intf && entry( port, d, key ).empty() ) {
       at( port ).entries[U8( d )].erase( key );
    }
+   publishPort( intf, port, d, key );
 }
 
 void
@@ -126,6 +131,7 @@ VlanTranslations::reviewPort( IntfId port ) {
    if ( before ) {
       std::erase( at( before ).members, port );
       at( before ).givenUp.clear();
+      error.run( [&] { unpublishMember( before, port ); } );
    }
    if ( now ) {
       at( now ).members.push_back( port );

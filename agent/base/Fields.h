@@ -17,8 +17,8 @@ bool hasField( const Json & line, const char * field );
 template< class T >
 T fieldOf( const Json & line, const char * field );
 
-/** Notes which fields are asked for while it lives, so that those which nobody knows can be told.
-    One at a time. */
+/** Notes which fields are asked for while it lives, so that those which nobody knows can be told; of
+    rows of a configuration as "TABLE|field". One at a time. */
 class FieldsAsked {
  public:
    FieldsAsked();
@@ -28,12 +28,10 @@ class FieldsAsked {
 
    const std::set< String > & names() const { return names_; }
 
- private:
-   template< class T >
-   friend T fieldOf( const Json & line, const char * field );
-   friend bool hasField( const Json & line, const char * field );
-   static void note( const char * field );
+   static bool noting() { return current_ != nullptr; }
+   static void note( const String & field );
 
+ private:
    static inline FieldsAsked * current_ = nullptr;
    std::set< String > names_;
 };

@@ -10,7 +10,7 @@ namespace {
 
 /** Line and column of the character before `position`, counted from 1. */
 String
-lineAndColumn( const String & text, std::size_t position ) {
+lineAndColumn( std::string_view text, std::size_t position ) {
    U32 line = 1;
    U32 column = 0;
    for ( std::size_t i = 0; i < position && i < text.size(); ++i ) {
@@ -40,7 +40,7 @@ reason( const String & what ) {
 } // namespace
 
 String
-jsonComplaint( const String & text, std::size_t position, const nlohmann::json::exception & e ) {
+jsonComplaint( std::string_view text, std::size_t position, const nlohmann::json::exception & e ) {
    return lineAndColumn( text, position ) + ": not valid JSON: " + reason( e.what() );
 }
 

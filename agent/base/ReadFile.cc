@@ -42,6 +42,9 @@ readFile( const String & file ) {
       refuse( file, "is a directory, a file was expected" );
    }
    String content;
+   if ( S_ISREG( about.st_mode ) ) {
+      content.reserve( std::size_t( about.st_size ) + 4096 ); // its users put a line before it
+   }
    char piece[65536];
    for ( ;; ) {
       ssize_t n = read( d.fd, piece, sizeof( piece ) );

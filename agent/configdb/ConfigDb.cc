@@ -1,6 +1,6 @@
 #include "agent/configdb/ConfigDb.h"
 
-#include <unordered_set>
+#include <algorithm>
 
 #include "agent/base/JsonText.h"
 #include "agent/base/ReadFile.h"
@@ -15,7 +15,7 @@ class ConfigParser {
    using number_unsigned_t = nlohmann::json::number_unsigned_t;
    using number_float_t = nlohmann::json::number_float_t;
 
-   ConfigParser( ConfigDb & db, const String & text ) : db_( db ), text_( text ) {}
+   ConfigParser( ConfigDb & db, std::string_view text ) : db_( db ), text_( text ) {}
 
    // The interface that the parser of JSON expects.
    bool null() { return scalar( "", nothing ); }
@@ -58,7 +58,7 @@ class ConfigParser {
    }
 
    ConfigDb & db_;
-   const String & text_;
+   const std::string_view text_;
    U32 depth_ = 0;
    U32 ignored_ = 0;         ///< brackets open of something that is skipped
    String names_[inRow + 1]; ///< by depth: the key whose value comes next
@@ -68,20 +68,12 @@ class ConfigParser {
    std::size_t field_ = 0;
    std::shared_ptr< const ConfigRow::Fields > former_; ///< of the row before
 
-   // The rows of the present table by their keys, which stand in the rows.
-   struct KeyHash {
-      const ConfigParser * parser;
-      std::size_t operator()( U32 row ) const {
-         return std::hash< String >()( parser->table_->rows[row].key() );
-      }
-   };
-   struct KeyEqual {
-      const ConfigParser * parser;
-      bool operator()( U32 a, U32 b ) const {
-         return parser->table_->rows[a].key() == parser->table_->rows[b].key();
-      }
-   };
-   std::unordered_set< U32, KeyHash, KeyEqual > rows_{ 0, KeyHash{ this }, KeyEqual{ this } };
+   U32 & slotOf( const String & key );
+   void moreSlots();
+
+   // The rows of the present table by their keys, which stand in the rows: numbers from 1 in an open
+   // hash table of a power of two, 0 for none.
+   std::vector< U32 > slots_;
 };
 
 bool
@@ -101,7 +93,7 @@ ConfigParser::key( String & name ) {
 void
 ConfigParser::newTable() {
    const String & name = names_[inFile];
-   rows_.clear();
+   slots_.clear();
    for ( auto & table : db_.tables_ ) {
       if ( table.name == name ) {
          warn( name, twice );
@@ -116,15 +108,39 @@ ConfigParser::newTable() {
 
 void
 ConfigParser::newRow() {
-   table_->rows.emplace_back( table_->name, names_[inTable] );
-   auto [known, fresh] = rows_.insert( U32( table_->rows.size() - 1 ) );
-   row_ = *known;
-   if ( !fresh ) {
-      table_->rows.pop_back();
+   if ( slots_.size() < 2 * ( table_->rows.size() + 1 ) ) {
+      moreSlots();
+   }
+   U32 & slot = slotOf( names_[inTable] );
+   if ( slot == 0 ) {
+      table_->rows.emplace_back( table_->name, names_[inTable] );
+      slot = U32( table_->rows.size() );
+      row_ = slot - 1;
+   } else {
+      row_ = slot - 1;
       warn( row().place(), twice );
       row().fields_ = nullptr;
    }
    fields_.clear();
+}
+
+/** Where the row of that key is noted, or shall be. */
+U32 &
+ConfigParser::slotOf( const String & key ) {
+   const std::size_t mask = slots_.size() - 1;
+   std::size_t at = std::hash< String >()( key ) & mask;
+   while ( slots_[at] && table_->rows[slots_[at] - 1].key() != key ) {
+      at = ( at + 1 ) & mask;
+   }
+   return slots_[at];
+}
+
+void
+ConfigParser::moreSlots() {
+   slots_.assign( std::max< std::size_t >( 64, 2 * slots_.size() ), 0 );
+   for ( U32 i = 0; i < table_->rows.size(); ++i ) {
+      slotOf( table_->rows[i].key() ) = i + 1;
+   }
 }
 
 /** Tables of a hundred thousand rows have the same fields in most of them. */
@@ -231,8 +247,8 @@ ConfigDb::read( const String & file ) {
 }
 
 ConfigDb
-ConfigDb::parse( const String & file, const String & text ) {
-   if ( text.find_first_not_of( " \t\r\n" ) == String::npos ) {
+ConfigDb::parse( const String & file, std::string_view text ) {
+   if ( text.find_first_not_of( " \t\r\n" ) == std::string_view::npos ) {
       throw ConfigError( file + ": is empty, an object of tables was expected" );
    }
    ConfigDb db;
@@ -242,9 +258,9 @@ ConfigDb::parse( const String & file, const String & text ) {
    return db;
 }
 
-const std::vector< ConfigRow > &
+const std::deque< ConfigRow > &
 ConfigDb::rows( const String & table ) const {
-   static const std::vector< ConfigRow > none;
+   static const std::deque< ConfigRow > none;
    for ( auto & t : tables_ ) {
       if ( t.name == table ) {
          return t.rows;

@@ -13,6 +13,7 @@
 
 #include <deque>
 #include <memory>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -94,7 +95,7 @@ class ConfigDb {
  public:
    struct Table {
       String name;
-      std::vector< ConfigRow > rows;
+      std::deque< ConfigRow > rows; // not to be copied as they become more
    };
 
    ConfigDb() = default;
@@ -104,12 +105,12 @@ class ConfigDb {
    /** Reads a file. Raises ConfigError for one that cannot be read or is no ConfigDB file. */
    static ConfigDb read( const String & file );
    /** The same of a text; `file` is what messages call it. */
-   static ConfigDb parse( const String & file, const String & text );
+   static ConfigDb parse( const String & file, std::string_view text );
 
    const String & file() const { return file_; }
    const std::deque< Table > & tables() const { return tables_; }
    /** The rows of a table; none where the file has no such table. */
-   const std::vector< ConfigRow > & rows( const String & table ) const;
+   const std::deque< ConfigRow > & rows( const String & table ) const;
    /** What was odd while reading: "PLACE: what". */
    const std::vector< String > & warnings() const { return warnings_; }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 
+#include "agent/base/Fields.h"
 #include "agent/configdb/ConfigDb.h"
 #include "platform/Kiv/Text.h"
 
@@ -79,6 +80,9 @@ ConfigRow::place( const String & field ) const {
 
 const ConfigValue *
 ConfigRow::find( const String & field ) const {
+   if ( FieldsAsked::noting() ) {
+      FieldsAsked::note( table() + "|" + field );
+   }
    const ConfigValue * other = nullptr;
    for ( auto & [name, value] : fields() ) {
       if ( name == field ) {

@@ -140,6 +140,15 @@ IntfNames::typed( const String & name ) const {
    }
 }
 
+std::vector< String >
+IntfNames::defined() const {
+   std::vector< String > all;
+   for ( auto & [name, intf] : byName_ ) {
+      all.push_back( name );
+   }
+   return all;
+}
+
 String
 IntfNames::spelling( Ulnet::IntfId intf ) const {
    auto known = byIntf_.find( intf );

@@ -35,6 +35,9 @@ class IntfNames {
    /** The same, but takes our own spelling (Port-Channel12) too; what a user types. */
    Ulnet::IntfId typed( const String & name ) const;
 
+   /** The defined names, in alphabetical order. */
+   std::vector< String > defined() const;
+
    /** How the file spells it. Empty for the null interface. */
    String spelling( Ulnet::IntfId intf ) const;
 

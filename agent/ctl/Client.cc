@@ -56,7 +56,7 @@ Client::receive() {
    if ( timeout_ > 0 && poll( &input, 1, int( std::min( timeout_, maxTimeout ) * 1000 ) ) == 0 ) {
       char text[32];
       std::snprintf( text, sizeof( text ), "%g", timeout_ );
-      throw NoAgent( path_ + ": the agent has not answered within " + text + " s" );
+      throw Silence( path_ + ": the agent has not answered within " + text + " s" );
    }
    char piece[65536];
    ssize_t n;

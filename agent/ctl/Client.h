@@ -15,6 +15,12 @@ class NoAgent : public Velto::RangeError {
    using Velto::RangeError::RangeError;
 };
 
+/** It said nothing for as long as it was given. */
+class Silence : public NoAgent {
+ public:
+   using NoAgent::NoAgent;
+};
+
 class Client {
  public:
    /** Connects; tries again for `patience` seconds. Raises NoAgent. Later, an agent that says nothing
@@ -31,7 +37,8 @@ class Client {
    bool more( Json & line );
    /** The answer to a verification command: everything up to its closing. */
    Json verify( const String & name );
-   /** From now on an agent may say nothing for ever. */
+   /** From now on an agent may say nothing for so long; 0: for ever. */
+   void timeoutIs( double timeout ) { timeout_ = timeout; }
    void timeoutDel() { timeout_ = 0; }
    /** One more line that the agent sends on its own; false once the agent is gone. */
    bool next( Json & line );

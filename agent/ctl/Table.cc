@@ -5,7 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
-#include "agent/base/Printable.h"
+#include "platform/Kiv/Printable.h"
 #include "platform/Kiv/Text.h"
 
 namespace QonAgent {
@@ -30,7 +30,7 @@ valueText( const Json & value ) {
       return "";
    }
    if ( value.is_string() ) {
-      return printable( value.get< String >() );
+      return Kiv::printable( value.get< String >() );
    }
    if ( value.is_boolean() ) {
       return Kiv::yesNo( value.get< bool >() );

@@ -24,22 +24,90 @@ shown( AclType type, AclDirection direction ) {
 
 } // namespace
 
+std::vector< ConfigTable >
+AclFeature::tables() const {
+   return {
+         { "ACL_TABLE_TYPE",
+           "type",
+           { { "MATCHES", "fields of rules, a list; with addresses of one kind" } },
+           { R"("OWN": {"MATCHES": ["SRC_IP", "IP_PROTOCOL"]})" } },
+         { "ACL_TABLE",
+           "list",
+           { { "type", "L3, L3V6, L2 or a type of ACL_TABLE_TYPE" },
+             { "stage", "ingress or egress; ingress" },
+             { "ports", "ports, port-channels and VLANs, a list" } },
+           { R"("DATA": {"type": "L3", "ports": ["Ethernet8"]})", R"("SIX": {"type": "L3V6"})",
+             R"("FRAMES": {"type": "L2", "ports": ["Ethernet8"]})" } },
+         { "ACL_RULE",
+           "list|rule",
+           { { "PRIORITY", "the highest is asked first" },
+             { "PACKET_ACTION", "FORWARD, ACCEPT or DROP; FORWARD" },
+             { "MIRROR_ACTION",
+               "a mirror session; also MIRROR_INGRESS_ACTION, MIRROR_EGRESS_ACTION" },
+             { "SRC_IP", "of L3: a prefix" },
+             { "DST_IP", "the same" },
+             { "SRC_IPV6", "of L3V6: a prefix" },
+             { "DST_IPV6", "the same" },
+             { "IP_PROTOCOL", "of L3 and L3V6: 0 to 255; also NEXT_HEADER" },
+             { "L4_SRC_PORT", "of L3 and L3V6: a port or a range, 80-90; also L4_SRC_PORT_RANGE" },
+             { "L4_DST_PORT", "the same; also L4_DST_PORT_RANGE" },
+             { "TCP_FLAGS", "of L3 and L3V6: flags and their mask, 0x2/0x12" },
+             { "ICMP_TYPE", "of L3: 0 to 255" },
+             { "ICMP_CODE", "the same" },
+             { "ICMPV6_TYPE", "of L3V6: 0 to 255" },
+             { "ICMPV6_CODE", "the same" },
+             { "SRC_MAC", "of L2: an address, or with /mask" },
+             { "DST_MAC", "the same" },
+             { "ETHER_TYPE", "of L2: up to 0xffff" } },
+           { R"("DATA|WEB": {"PRIORITY": "20", "PACKET_ACTION": "DROP", "SRC_IP": "10.0.0.0/8",
+                "DST_IP": "10.1.0.0/16", "IP_PROTOCOL": "6", "L4_SRC_PORT": "1024-65535",
+                "L4_DST_PORT": "80-90", "TCP_FLAGS": "0x2/0x12"})",
+             R"("DATA|PING": {"PRIORITY": "10", "IP_PROTOCOL": "1", "ICMP_TYPE": "8",
+                "ICMP_CODE": "0", "MIRROR_ACTION": "span"})",
+             R"("SIX|ONE": {"PRIORITY": "1", "SRC_IPV6": "2001:db8::/32", "DST_IPV6": "2001:db8::/48",
+                "ICMPV6_TYPE": "128", "ICMPV6_CODE": "0"})",
+             R"("FRAMES|ONE": {"PRIORITY": "1", "PACKET_ACTION": "DROP",
+                "SRC_MAC": "02:11:22:00:00:01", "DST_MAC": "02:11:22:00:00:00/ff:ff:ff:00:00:00",
+                "ETHER_TYPE": "0x806"})" } },
+         { "VLAN_SUB_INTERFACE",
+           "sub-interface",
+           { { "vlan", "1 to 4094; the sub-interface's number" } },
+           { R"("Ethernet8.40": {"vlan": "40"})" } } };
+}
+
 void
 AclFeature::configure( ConfigReader & reader ) {
    auto reading = std::make_shared< Reading >();
    readTypes( reader, *reading );
    readTables( reader, *reading );
    readRules( reader, *reading );
-   readSubIntfs( reader );
-   reader.apply( [this, reading] {
-      for ( auto & [name, list] : reading->lists ) {
-         rulesAre( list.type, name, *reading );
-      }
-      for ( auto & [place, name] : reading->intfs ) {
-         auto & [type, direction, intf] = place;
-         intfConfig_->typeIs( type )->directionIs( direction )->intfIs( intf, name );
-      }
-   } );
+   readSubIntfs( reader, *reading );
+   reader.apply( [this, reading] { become( *reading ); } );
+}
+
+void
+AclFeature::become( const Reading & reading ) {
+   subIntfVlans_.become(
+         reading.subIntfs, [this]( IntfId intf, U16 ) { subIntfs_->vlanDel( intf ); },
+         [this]( IntfId intf, U16 vlan, auto ) {
+            subIntfs_->vlanIs( intf, Bridging::VlanIdOrNone( U32( vlan ) ) );
+         } );
+   lists_.become(
+         { reading.lists.begin(), reading.lists.end() },
+         [this]( const String & name, const List & list ) { listDel( list.type, name ); },
+         [this]( const String & name, const List & list, const List * former ) {
+            listIs( name, list, former );
+         } );
+   intfs_.become(
+         { reading.intfs.begin(), reading.intfs.end() },
+         [this]( const Place & place, const String & ) {
+            auto & [type, direction, intf] = place;
+            intfConfig_->typeIs( type )->directionIs( direction )->intfDel( intf );
+         },
+         [this]( const Place & place, const String & name, auto ) {
+            auto & [type, direction, intf] = place;
+            intfConfig_->typeIs( type )->directionIs( direction )->intfIs( intf, name );
+         } );
 }
 
 /** What a type of its own can match tells which of our types it is. */
@@ -140,13 +208,16 @@ AclFeature::readRules( ConfigReader & reader, Reading & reading ) const {
 
 /** In descending order of priority, and then everything else. */
 void
-AclFeature::rulesAre( AclType type, const String & name, const Reading & reading ) {
-   auto config = config_->typeIs( type )->aclIs( name );
-   auto rules = reading.lists.at( name ).rules;
+AclFeature::listIs( const String & name, const List & list, const List * former ) {
+   if ( former && former->type != list.type ) {
+      listDel( former->type, name );
+   }
+   auto config = config_->typeIs( list.type )->aclIs( name );
+   auto rules = list.rules;
    std::stable_sort( rules.begin(), rules.end(),
                      []( auto & a, auto & b ) { return a.priority > b.priority; } );
    rules.push_back( { "(everything else)", 0, Acl::Rule() } );
-   auto & names = ruleNames_[{ type, name }];
+   auto & names = ruleNames_[{ list.type, name }];
    names.clear();
    U32 seq = 0;
    for ( auto & [ruleName, priority, rule] : rules ) {
@@ -163,9 +234,15 @@ AclFeature::rulesAre( AclType type, const String & name, const Reading & reading
    config->versionIs( config->version() + 1 );
 }
 
+void
+AclFeature::listDel( AclType type, const String & name ) {
+   ruleNames_.erase( { type, name } );
+   config_->typeIs( type )->aclDel( name );
+}
+
 /** Rows with an address have two parts, and are somebody else's. */
 void
-AclFeature::readSubIntfs( ConfigReader & reader ) {
+AclFeature::readSubIntfs( ConfigReader & reader, Reading & reading ) const {
    reader.eachRow( "VLAN_SUB_INTERFACE", [&]( const ConfigRow & row ) {
       if ( row.parts() == 2 ) {
          return;
@@ -182,8 +259,7 @@ AclFeature::readSubIntfs( ConfigReader & reader ) {
       if ( vlan > 4094 ) {
          throw RowError( "vlan", "is missing, and the sub-interface's number is no VLAN's" );
       }
-      reader.apply(
-            [=, this] { subIntfs_->vlanIs( intf, Bridging::VlanIdOrNone( U32( vlan ) ) ); } );
+      reading.subIntfs.emplace_back( intf, U16( vlan ) );
    } );
 }
 

@@ -94,7 +94,25 @@ AclFeature::waitsFor( AclType type, AclDirection direction, IntfId intf,
    return aclSm_->managed( intf ) ? "" : "the port to be managed";
 }
 
-/** What is in force of an instance, and which units refuse what. */
+/** What the pass that works on the instance waits for. */
+String
+AclFeature::passWaitsFor( const Qon::AclDataSm & instance ) const {
+   String intfs;
+   for ( auto && entry : instance.intfs() ) {
+      auto sm = aclSm_->aclIntfSm( entry.key );
+      if ( sm && !sm->answered() ) {
+         intfs += ( intfs.empty() ? "" : " " ) + agent_.names().spelling( entry.key );
+      }
+   }
+   const U32 operations = aclSm_->outstandingOperations();
+   return aclSm_->phase() == Qon::AclApplyPhase::uninstall && !intfs.empty()
+                ? "the block of " + intfs
+          : operations ? "the chip: " + Kiv::toText( aclSm_->phase() ) + ", " +
+                               Kiv::toText( operations ) + " answers"
+                       : "the chip: " + Kiv::toText( aclSm_->phase() );
+}
+
+/** What is in force of an instance, and which units refuse what since when. */
 String
 AclFeature::programmed( const Qon::AclDataSm & instance ) const {
    String text = !instance.failed()          ? ( instance.committedRules() ? "yes" : "no" )
@@ -104,7 +122,8 @@ AclFeature::programmed( const Qon::AclDataSm & instance ) const {
       if ( error != Qon::AclCreateError::success ) {
          const String why = Qon::aclErrorText( error, unit, instance.aclName() );
          text += "; " + ( unit.empty() ? "all chips" : unit ) + ": " +
-                 ( why.empty() ? "error " + Kiv::toText( U32( error ) ) : why );
+                 ( why.empty() ? "error " + Kiv::toText( U32( error ) ) : why ) + ", for " +
+                 Kiv::toText( U64( Kiv::now() - instance.statusSm()->since( unit ) ) ) + " s";
       }
    }
    return text;
@@ -142,12 +161,15 @@ AclFeature::row( AclType type, AclDirection direction, IntfId intf, const String
       waits = !waits.empty()               ? waits
               : instance->waitsForNumber() ? "a free number"
               : instance->failed()         ? "other rules, interfaces or room"
+              : instance->busy()           ? passWaitsFor( *instance )
               : instance->committedRules() ? ""
-              : instance->busy()           ? "the chip: " + Kiv::toText( aclSm_->phase() )
                                            : "the chip";
    }
    if ( instance ) {
       r.set( "programmed", programmed( *instance ) );
+   }
+   if ( instance && instance->failed() ) {
+      r.set( "since", Kiv::now() - instance->failedSince() );
    }
    r.set( "out", aclSm_->blocked( intf ) ? "blocked" : aclSm_->errdisabled( intf ) ? "error" : "" );
    r.set( "waits", waits );
@@ -214,6 +236,20 @@ AclFeature::rules( Arguments arguments ) const {
    }
 }
 
+std::vector< Counter >
+AclFeature::counters() const {
+   if ( !aclSm_ ) {
+      return {};
+   }
+   U64 failing = 0;
+   for ( auto & [unit, error] : aclSm_->unitErrors() ) {
+      failing += error != Qon::AclCreateError::success;
+   }
+   return { { "operations not answered", aclSm_->outstandingOperations() },
+            { "units that refuse something", failing },
+            { "retries", aclSm_->retries() } };
+}
+
 std::vector< ShowCommand >
 AclFeature::showCommands() {
    const Column type = { "type", "Type" }, direction = { "direction", "Direction" },
@@ -246,7 +282,8 @@ AclFeature::showCommands() {
              number,
              { "programmed", "Programmed" },
              { "out", "Out of service" },
-             { "waits", "Waits for" } },
+             { "waits", "Waits for" },
+             { "since", "Since s", true } },
            [this]( auto & arguments ) { return lists( arguments ); } },
          { "acl rules",
            "the rules of an access list in the order in which they are asked",

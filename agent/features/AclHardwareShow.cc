@@ -86,11 +86,10 @@ decisionRow( const QonChip::AclDecision & decision ) {
    return r;
 }
 
-Row
-unitRow( const String & unit, Qon::AclCreateError error ) {
-   return { { "unit", unit.empty() ? "all chips" : unit },
-            { "error", Qon::aclErrorText( error, unit, "" ) },
-            { "code", U32( error ) } };
+String
+shownError( Qon::AclCreateError error, const String & unit, const String & list ) {
+   const String text = Qon::aclErrorText( error, unit, list );
+   return text.empty() ? "error " + Kiv::toText( U32( error ) ) : text;
 }
 
 } // namespace
@@ -107,6 +106,7 @@ AclFeature::hardwareRow( const QonChip::HeldAcl & acl ) const {
    for ( auto & use : acl.uses ) {
       intfs += ( intfs.empty() ? "" : " " ) + agent_.names().spelling( use.pair().intfId() );
       intfs += use.lagMember() ? "/" + agent_.names().spelling( use.lagMember() ) : "";
+      intfs += use.host().isZero() ? "" : "/" + use.host().stringValue();
    }
    return { { "number", acl.number },
             { "type", Kiv::toText( acl.type ) },
@@ -144,15 +144,53 @@ AclFeature::lookup( Arguments arguments ) const {
    co_yield decisionRow( *decision );
 }
 
-/** The units that some instance fails on. */
+/** The lists that fail on a unit. */
+String
+AclFeature::failingOn( const String & unit ) const {
+   String lists;
+   for ( AclType type : Acl::aclTypes ) {
+      auto typeSm = aclSm_->aclTypeConfigSm( type );
+      if ( !typeSm ) {
+         continue;
+      }
+      typeSm->forEachAcl( [&]( Qon::AclConfigSm & sm ) {
+         bool fails = false;
+         for ( auto && [key, instance] : sm.aclDataSmIteratorConst() ) {
+            const bool here = instance->status()->unitErrorHas( unit ) && instance->failing();
+            fails = fails || ( here && instance->status()->unitError( unit ) !=
+                                             Qon::AclCreateError::success );
+         }
+         lists += fails ? ( lists.empty() ? "" : " " ) + sm.name() : "";
+      } );
+   }
+   return lists;
+}
+
+/** The units of the chip, and those that lists fail on. */
 Rows
 AclFeature::resources( Arguments ) const {
    if ( !aclSm_ ) {
       notServed( agent_, "access lists" );
    }
+   std::map< String, Row > rows;
+   const auto units = part_->units();
+   for ( auto & unit : units ) {
+      rows.emplace( unit.name, Row{ { "unit", unit.name },
+                                    { "used", unit.used },
+                                    { "size", unit.size },
+                                    { "state", unit.there ? "" : "not there" } } );
+   }
    const auto errors = aclSm_->unitErrors();
    for ( auto & [unit, error] : errors ) {
-      co_yield unitRow( unit, error );
+      const Row fresh = { { "unit", unit.empty() ? "all chips" : unit } };
+      Row & row = rows.emplace( unit, fresh ).first->second;
+      row.set( "error", shownError( error, unit, "" ) );
+      row.set( "code", U32( error ) );
+      row.set( "since", Kiv::now() - aclSm_->unitErrorSince( unit ) );
+      row.set( "lists", failingOn( unit ) );
+   }
+   for ( auto & [unit, row] : rows ) {
+      co_yield row;
    }
 }
 
@@ -196,9 +234,16 @@ AclFeature::hardwareCommands() const {
              { "mirror", "Mirrored to" } },
            [this]( auto & arguments ) { return lookup( arguments ); } },
          { "resources acl",
-           "the units that fail to program an access list",
+           "the units: their room for rules, and which of them fail to program access lists",
            {},
-           { { "unit", "Unit" }, { "error", "Error" }, { "code", "Code", true } },
+           { { "unit", "Unit" },
+             { "used", "Used", true },
+             { "size", "Size", true },
+             { "state", "State" },
+             { "error", "Error" },
+             { "code", "Code", true },
+             { "since", "Since s", true },
+             { "lists", "Lists" } },
            [this]( auto & arguments ) { return resources( arguments ); } } };
 }
 

@@ -8,18 +8,10 @@
 namespace QonAgent {
 
 struct AclFeature::Reading {
-   struct NamedRule {
-      String name;
-      U64 priority;
-      Acl::Rule rule;
-   };
-   struct List {
-      AclType type;
-      std::vector< NamedRule > rules;
-   };
    std::map< String, AclType > types; ///< of ACL_TABLE_TYPE
    std::map< String, List > lists;
-   std::map< std::tuple< AclType, AclDirection, Ulnet::IntfId >, String > intfs;
+   std::map< Place, String > intfs;
+   Configured< Ulnet::IntfId, U16 >::Said subIntfs;
    std::set< std::pair< AclType, AclDirection > > directions; ///< that the file asks for
 };
 

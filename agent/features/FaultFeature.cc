@@ -74,8 +74,19 @@ FaultFeature::eventKinds() {
    if ( !chip_ ) {
       return {};
    }
+   std::vector< String > faults;
+   for ( auto & hook : chip_->faults().hooks() ) {
+      faults.push_back( R"({"event": "fault", "hook": ")" + hook +
+                        R"(", "trouble": "fail", "call": 2, "times": 1, "inThousand": 1000})" );
+   }
+   for ( auto & table : chip_->faults().tables() ) {
+      faults.push_back( R"({"event": "fault", "table": ")" + table + R"(", "limit": 4})" );
+   }
+   faults.push_back( R"({"event": "fault", "unit": "Linecard1", "lost": true})" );
+   faults.push_back( R"({"event": "fault", "seed": 7})" );
+   faults.push_back( R"({"event": "fault", "clear": true})" );
    return { { "fault", R"({"time": 1, "event": "fault", "hook": "writeToHw", "trouble": "busy"})",
-              [this]( const Json & line ) { return parseFault( line ); } },
+              [this]( const Json & line ) { return parseFault( line ); }, faults },
             { "chipLatency", R"({"time": 1, "event": "chipLatency", "seconds": 0.2})",
               [this]( const Json & line ) { return parseLatency( line ); } } };
 }

@@ -40,8 +40,10 @@ LagFeature::LagFeature( Agent & agent )
       hardware_( agent.entities().mount< Hardware::Lag::Config >( Paths::hardwareLagConfig ) ),
       held_( agent.entities().mount< Hardware::Lag::Status >( Paths::hardwareLagStatus ) ),
       state_( agent.entities().mount< Hardware::Lag::Status >( Paths::hardwareLagState ) ),
+      mlagConfig_( agent.entities().mount< Mlag::Config >( Paths::mlagConfig ) ),
       mlag_( agent.entities().mount< Mlag::Status >( Paths::mlagStatus ) ),
-      programmer_( part_ ? part_->makeProgrammer( hardware_, held_ ) : nullptr ) {
+      programmer_( part_ ? part_->makeProgrammer( hardware_, held_ ) : nullptr ),
+      times_( agent.entities(), Paths::hardwareLagState ) {
    const String & writer = agent.setting( writerOption );
    if ( writer == byStatus ) {
       progSm_ = Qon::LagProgSmIs( hardware_, held_, fapIdPorts_ );
@@ -52,6 +54,10 @@ LagFeature::LagFeature( Agent & agent )
          agent.entities().mount< Lag::Input::IntfDeviceNameDir >( Paths::lagInputDeviceName ),
          mlag_, agent.acsd()->verifyData(), progSm_ );
    lagSm_->initializedIs( true );
+   sharerHeard_.attach( mlagConfig_.ptr(), [this]( const Ulnet::IntfId & lag ) {
+      mlagConfig_->peerLinkSharerHas( lag ) ? lagSm_->sharePeerLinkWithLagIs( lag, true )
+                                            : lagSm_->sharePeerLinkWithLagDel( lag );
+   } );
    stateAggregator_ = Qon::LagStateAggregatorSmIs( { held_ }, state_ );
    stateAggregator_->initializedIs( true );
    if ( writer == byInterfaces ) {
@@ -95,24 +101,48 @@ LagFeature::makeMembersWriter() {
    creator_->initializedIs( true );
 }
 
-void
-LagFeature::configure( ConfigReader & reader ) {
-   reader.eachRow( "PORTCHANNEL", [&]( const ConfigRow & row ) { channel( reader, row ); } );
-   reader.eachRow( "PORTCHANNEL_MEMBER", [&]( const ConfigRow & row ) {
-      Ulnet::IntfId lag = reader.portChannel( "", row.part( 0, 2 ) );
-      member( reader, lag, reader.port( "", row.part( 1, 2 ) ), "" );
-   } );
-   // Older files list the members in the port-channel's own row.
-   for ( auto & row : reader.db().rows( "PORTCHANNEL" ) ) {
-      reader.check( row, [&] { listedMembers( reader, row ); } );
-   }
-   reader.eachRow( "MCLAG_DOMAIN", [&]( const ConfigRow & row ) { domain( reader, row ); } );
-   reader.eachRow( "MCLAG_INTERFACE",
-                   [&]( const ConfigRow & row ) { mlagInterface( reader, row ); } );
+std::vector< ConfigTable >
+LagFeature::tables() const {
+   return {
+         { "PORTCHANNEL",
+           "port-channel",
+           { { "admin_status", "up or down; up" },
+             { "static", "true: without LACP; false" },
+             { "fallback", "true: what is done without LACP is in fallback_mode; false" },
+             { "fallback_mode", "static or individual; static" },
+             { "members", "ports, a list; as rows of PORTCHANNEL_MEMBER" } },
+           { R"("PortChannel1": {"admin_status": "up", "fallback": "true"})",
+             R"("PortChannel2": {"static": "true", "members": ["Ethernet4"]})" } },
+         { "PORTCHANNEL_MEMBER", "port-channel|port", {}, { R"("PortChannel1|Ethernet0": {})" } },
+         { "MCLAG_DOMAIN",
+           "domain",
+           { { "peer_link", "a port-channel or a port" } },
+           { R"("1": {"peer_link": "PortChannel2"})" } },
+         { "MCLAG_INTERFACE", "domain|port-channel", {}, { R"("1|PortChannel1": {})" } } };
 }
 
 void
-LagFeature::channel( ConfigReader & reader, const ConfigRow & row ) {
+LagFeature::configure( ConfigReader & reader ) {
+   auto reading = std::make_shared< Reading >();
+   reader.eachRow( "PORTCHANNEL",
+                   [&]( const ConfigRow & row ) { channel( reader, row, *reading ); } );
+   reader.eachRow( "PORTCHANNEL_MEMBER", [&]( const ConfigRow & row ) {
+      Ulnet::IntfId lag = reader.portChannel( "", row.part( 0, 2 ) );
+      member( reader, lag, reader.port( "", row.part( 1, 2 ) ), "", *reading );
+   } );
+   // Older files list the members in the port-channel's own row.
+   for ( auto & row : reader.db().rows( "PORTCHANNEL" ) ) {
+      reader.check( row, [&] { listedMembers( reader, row, *reading ); } );
+   }
+   reader.eachRow( "MCLAG_DOMAIN",
+                   [&]( const ConfigRow & row ) { domain( reader, row, *reading ); } );
+   reader.eachRow( "MCLAG_INTERFACE",
+                   [&]( const ConfigRow & row ) { mlagInterface( reader, row, *reading ); } );
+   reader.apply( [=, this] { become( *reading ); } );
+}
+
+void
+LagFeature::channel( ConfigReader & reader, const ConfigRow & row, Reading & reading ) const {
    Ulnet::IntfId lag = reader.intf( "", row.part( 0, 1 ) );
    if ( !Qon::hasLagIndex( lag ) ) {
       throw RowError( "", "'" + row.key() + "' is not the name of a port-channel" );
@@ -126,19 +156,15 @@ LagFeature::channel( ConfigReader & reader, const ConfigRow & row ) {
    channel.mode = row.flag( "static", false ) ? Interface::LagMode::on : Interface::LagMode::active;
    const U8 mode = row.word( "fallback_mode", { "static", "individual" }, 0 ) ? fallbackIndividual
                                                                               : fallbackStatic;
-   const U8 fallback = row.flag( "fallback", false ) ? mode : fallbackOff;
+   channel.fallback = row.flag( "fallback", false ) ? mode : fallbackOff;
    reader.portChannelIs( lag );
-   channels_[lag] = channel;
-   reader.apply( [=, this] {
-      auto status = status_->intfStatusIs( lag );
-      status->deviceNameIs( agent_.names().spelling( lag ) );
-      status->lacpFallbackEnabledIs( fallback );
-   } );
+   reading.channel[lag] = channel;
+   reading.channels.emplace_back( lag, channel );
 }
 
 void
 LagFeature::member( ConfigReader & reader, Ulnet::IntfId lag, Ulnet::IntfId port,
-                    const String & field ) {
+                    const String & field, Reading & reading ) const {
    Ulnet::IntfId former = reader.memberOf( port );
    if ( !former.isNull() ) {
       auto & names = agent_.names();
@@ -146,19 +172,12 @@ LagFeature::member( ConfigReader & reader, Ulnet::IntfId lag, Ulnet::IntfId port
                                    names.spelling( former ) + " already" );
    }
    reader.memberIs( port, lag );
-   Channel channel = channels_[lag];
-   reader.apply( [=, this] {
-      auto config = config_->intfConfigIs( port );
-      config->modeIs( channel.mode );
-      config->lagIs( lag );
-      const Interface::LagMember flags( channel.up, channel.up );
-      memberStatus_->memberStatusIs( port, flags );
-      status_->intfStatusIs( lag )->intfIs( port, flags );
-   } );
+   const Channel & channel = reading.channel[lag];
+   reading.members.emplace_back( port, Member{ lag, channel.up, channel.mode } );
 }
 
 void
-LagFeature::listedMembers( ConfigReader & reader, const ConfigRow & row ) {
+LagFeature::listedMembers( ConfigReader & reader, const ConfigRow & row, Reading & reading ) const {
    static const char field[] = "members";
    auto names = row.list( field );
    if ( names.empty() || !reader.isPortChannel( reader.intf( "", row.key() ) ) ) {
@@ -170,12 +189,63 @@ LagFeature::listedMembers( ConfigReader & reader, const ConfigRow & row ) {
       try {
          Ulnet::IntfId port = reader.port( field, name );
          if ( reader.memberOf( port ) != lag ) {
-            member( reader, lag, port, field );
+            member( reader, lag, port, field, reading );
          }
       } catch ( const RowError & e ) {
          reader.warn( row, e.field(), String( e.what() ) + "; member skipped" );
       }
    }
+}
+
+void
+LagFeature::become( const Reading & reading ) {
+   Velto::FirstError error;
+   error.run( [&] {
+      channels_.become(
+            reading.channels,
+            [this]( Ulnet::IntfId lag, const Channel & ) { status_->intfStatusDel( lag ); },
+            [this]( Ulnet::IntfId lag, const Channel & channel, const Channel * ) {
+               auto status = status_->intfStatusIs( lag );
+               status->deviceNameIs( agent_.names().spelling( lag ) );
+               status->lacpFallbackEnabledIs( channel.fallback );
+            } );
+   } );
+   error.run( [&] {
+      members_.become(
+            reading.members,
+            [this]( Ulnet::IntfId port, const Member & member ) { memberDel( port, member ); },
+            [this]( Ulnet::IntfId port, const Member & member, const Member * former ) {
+               memberIs( port, member, former );
+            } );
+   } );
+   error.run( [&] { mlagBecomes( reading ); } );
+   error.pass();
+}
+
+/** What it may do stays as LACP has it until the row says otherwise than before. */
+void
+LagFeature::memberIs( Ulnet::IntfId port, const Member & member, const Member * former ) {
+   if ( former && former->lag != member.lag ) {
+      memberDel( port, *former );
+      former = nullptr;
+   }
+   auto config = config_->intfConfigIs( port );
+   config->modeIs( member.mode );
+   config->lagIs( member.lag );
+   if ( !former || former->up != member.up ) {
+      const Interface::LagMember flags( member.up, member.up );
+      memberStatus_->memberStatusIs( port, flags );
+      status_->intfStatusIs( member.lag )->intfIs( port, flags );
+   }
+}
+
+void
+LagFeature::memberDel( Ulnet::IntfId port, const Member & member ) {
+   if ( auto status = status_->intfStatus( member.lag ) ) {
+      status->intfDel( port );
+   }
+   memberStatus_->memberStatusDel( port );
+   config_->intfConfigDel( port );
 }
 
 FeatureKind

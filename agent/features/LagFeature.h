@@ -24,7 +24,10 @@
 #include "Qon/include/lag/QonLagSm.h"
 #include "Qon/include/lag/QonLagStateAggregatorSm.h"
 #include "agent/AgentFeature.h"
+#include "agent/Configured.h"
+#include "agent/base/ChangeTimes.h"
 #include "chip/LagPart.h"
+#include "platform/Kiv/Listener.h"
 
 namespace QonAgent {
 
@@ -35,28 +38,51 @@ class LagFeature : public AgentFeature {
    explicit LagFeature( Agent & agent );
    static std::vector< FeatureOption > options();
 
-   std::vector< String > tables() const override {
-      return { "PORTCHANNEL", "PORTCHANNEL_MEMBER", "MCLAG_DOMAIN", "MCLAG_INTERFACE" };
-   }
+   std::vector< ConfigTable > tables() const override;
    ConfigStage configStage() const override { return ConfigStage::aggregates; }
    void inputsRead() override;
    void configure( ConfigReader & reader ) override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
+   std::vector< Counter > counters() const override;
+   std::vector< String > ownNames() const override {
+      return { "Hardware::Lag",     "LagPacketDriver", "LagConfigAggregatorSm",
+               "Interface::EthLag", "Mlag::",          "Lag::" };
+   }
 
  private:
-   /** What a row of PORTCHANNEL says about the members. */
+   /** What a row of PORTCHANNEL says, of itself and of its members. */
    struct Channel {
+      U8 fallback = 0;
       bool up = true;
       Interface::LagMode mode = Interface::LagMode::active;
+      bool operator==( const Channel & ) const = default;
+   };
+   struct Member {
+      Ulnet::IntfId lag;
+      bool up;
+      Interface::LagMode mode;
+      bool operator==( const Member & ) const = default;
+   };
+   /** What a file says, while it is being read. */
+   struct Reading {
+      Configured< Ulnet::IntfId, Channel >::Said channels;
+      std::map< Ulnet::IntfId, Channel > channel; ///< the same, by name
+      Configured< Ulnet::IntfId, Member >::Said members;
+      Configured< String, Ulnet::IntfId >::Said domains; ///< one at most, and its peer link
+      Configured< Ulnet::IntfId, Kiv::Nothing >::Said sharers;
    };
 
-   void channel( ConfigReader & reader, const ConfigRow & row );
-   void member( ConfigReader & reader, Ulnet::IntfId lag, Ulnet::IntfId port,
-                const String & field );
-   void listedMembers( ConfigReader & reader, const ConfigRow & row );
-   void domain( ConfigReader & reader, const ConfigRow & row );
-   void mlagInterface( ConfigReader & reader, const ConfigRow & row );
+   void channel( ConfigReader & reader, const ConfigRow & row, Reading & reading ) const;
+   void member( ConfigReader & reader, Ulnet::IntfId lag, Ulnet::IntfId port, const String & field,
+                Reading & reading ) const;
+   void listedMembers( ConfigReader & reader, const ConfigRow & row, Reading & reading ) const;
+   void domain( ConfigReader & reader, const ConfigRow & row, Reading & reading ) const;
+   void mlagInterface( ConfigReader & reader, const ConfigRow & row, Reading & reading ) const;
+   void become( const Reading & reading );
+   void mlagBecomes( const Reading & reading );
+   void memberIs( Ulnet::IntfId port, const Member & member, const Member * former );
+   void memberDel( Ulnet::IntfId port, const Member & member );
    std::function< void() > memberEvent( const Json & line );
    std::function< void() > mlagEvent( const Json & line );
 
@@ -87,6 +113,7 @@ class LagFeature : public AgentFeature {
    const Velto::Ptr< Hardware::Lag::Config > hardware_;
    const Velto::Ptr< Hardware::Lag::Status > held_;
    const Velto::Ptr< Hardware::Lag::Status > state_; // merged
+   const Velto::Ptr< Mlag::Config > mlagConfig_;
    const Velto::Ptr< Mlag::Status > mlag_;
    const Velto::Ptr< Velto::Node > programmer_; // the chip's; null if it has none
    Velto::Ptr< Qon::LagProgSm > progSm_;
@@ -95,8 +122,12 @@ class LagFeature : public AgentFeature {
    Velto::Ptr< Qon::LagConfigMapCreatorSm > mapCreator_;
    Velto::Ptr< Qon::QonLagCreatorSm > creator_;
    Velto::Ptr< Qon::LagStateAggregatorSm > stateAggregator_;
-   String domain_; // of MCLAG_DOMAIN
-   std::map< Ulnet::IntfId, Channel > channels_;
+   Kiv::Listener< Mlag::Config::peerLinkSharerAttr > sharerHeard_;
+   const ChangeTimes times_; // of state_
+   Configured< Ulnet::IntfId, Channel > channels_;
+   Configured< Ulnet::IntfId, Member > members_;
+   Configured< String, Ulnet::IntfId > domain_;
+   Configured< Ulnet::IntfId, Kiv::Nothing > sharers_;
 };
 
 } // namespace QonAgent

@@ -6,33 +6,51 @@
 
 namespace QonAgent {
 
-/** The switch is taken to have its peer: MLAG is established as soon as the domain is known. */
 void
-LagFeature::domain( ConfigReader & reader, const ConfigRow & row ) {
+LagFeature::domain( ConfigReader & reader, const ConfigRow & row, Reading & reading ) const {
    const String name = row.part( 0, 1 );
    const String peerLink = row.text( "peer_link", "" );
    Ulnet::IntfId link;
    if ( !peerLink.empty() ) {
       link = reader.portOrChannel( "peer_link", peerLink );
    }
-   if ( !domain_.empty() && domain_ != name ) {
-      throw RowError( "", "there is a domain already, '" + domain_ + "'" );
+   if ( !reading.domains.empty() ) {
+      throw RowError( "", "there is a domain already, '" + reading.domains[0].first + "'" );
    }
-   domain_ = name;
-   reader.apply( [=, this] {
-      mlag_->peerLinkIntfIs( link );
-      mlag_->fastMacRedirectionIs( true );
-      mlag_->mlagStateIs( Mlag::MlagState::primary );
-   } );
+   reading.domains.emplace_back( name, link );
 }
 
 void
-LagFeature::mlagInterface( ConfigReader & reader, const ConfigRow & row ) {
-   if ( row.part( 0, 2 ) != domain_ ) {
+LagFeature::mlagInterface( ConfigReader & reader, const ConfigRow & row, Reading & reading ) const {
+   if ( reading.domains.empty() || row.part( 0, 2 ) != reading.domains[0].first ) {
       throw RowError( "", "there is no domain '" + row.part( 0, 2 ) + "'" );
    }
-   Ulnet::IntfId lag = reader.portChannel( "", row.part( 1, 2 ) );
-   reader.apply( [=, this] { lagSm_->sharePeerLinkWithLagIs( lag, true ); } );
+   reading.sharers.emplace_back( reader.portChannel( "", row.part( 1, 2 ) ), Kiv::Nothing() );
+}
+
+/** The switch is taken to have its peer: MLAG is established as soon as the domain is known. */
+void
+LagFeature::mlagBecomes( const Reading & reading ) {
+   domain_.become(
+         reading.domains,
+         [this]( const String &, Ulnet::IntfId ) {
+            mlagConfig_->domainIs( "" );
+            mlag_->mlagStateIs( Mlag::MlagState::disabled );
+            mlag_->fastMacRedirectionIs( false );
+            mlag_->peerLinkIntfIs( Ulnet::IntfId() );
+         },
+         [this]( const String & name, Ulnet::IntfId link, const Ulnet::IntfId * former ) {
+            mlagConfig_->domainIs( name );
+            mlag_->peerLinkIntfIs( link );
+            if ( !former ) {
+               mlag_->fastMacRedirectionIs( true );
+               mlag_->mlagStateIs( Mlag::MlagState::primary );
+            }
+         } );
+   sharers_.become(
+         reading.sharers,
+         [this]( Ulnet::IntfId lag, auto & ) { mlagConfig_->peerLinkSharerDel( lag ); },
+         [this]( Ulnet::IntfId lag, auto &, auto ) { mlagConfig_->peerLinkSharerIs( lag ); } );
 }
 
 /** A member as LACP would report it: it comes, changes what it may do, or goes. */

@@ -3,6 +3,7 @@
 #include "Qon/include/framework/LagView.h"
 #include "agent/features/Arguments.h"
 #include "agent/features/LagFeature.h"
+#include "platform/types/Paths.h"
 
 namespace QonAgent {
 
@@ -82,15 +83,22 @@ LagFeature::memberRow( Ulnet::IntfId lag, const Interface::EthLagIntfStatus & st
    const bool listed = status.intfHas( port );
    const auto flags = status.intf( port );
    const auto chip = held( lag, port );
-   return { { "portChannel", names.spelling( lag ) },
-            { "port", names.spelling( port ) },
-            { "configured", yesNo( config && config->lag() == lag ) },
-            { "collecting", yesNo( listed ? flags.collecting() : chip.collecting() ) },
-            { "distributing", yesNo( listed ? flags.distributing() : chip.distributing() ) },
-            { "member", yesNo( own ) },
-            { "programmed", yesNo( chip.result() == Hardware::Lag::Result::success ) },
-            { "shared", yesNo( chip.shared() ) },
-            { "reason", why( lag, port ) } };
+   const String reason = why( lag, port );
+   Row row = { { "portChannel", names.spelling( lag ) },
+               { "port", names.spelling( port ) },
+               { "configured", yesNo( config && config->lag() == lag ) },
+               { "collecting", yesNo( listed ? flags.collecting() : chip.collecting() ) },
+               { "distributing", yesNo( listed ? flags.distributing() : chip.distributing() ) },
+               { "member", yesNo( own ) },
+               { "programmed", yesNo( chip.result() == Hardware::Lag::Result::success ) },
+               { "shared", yesNo( chip.shared() ) },
+               { "reason", reason } };
+   const auto since = times_.of( String( Paths::hardwareLagState ) + "/lag[" + lag.stringValue() +
+                                 "]/member[" + port.stringValue() + "]" );
+   if ( !reason.empty() && since ) {
+      row.set( "since", Kiv::now() - *since );
+   }
+   return row;
 }
 
 Rows
@@ -149,8 +157,9 @@ LagFeature::mlag() const {
                             ( lagSm_->sharedPeerLink( lag ) ? "" : " (not now)" ) );
       }
    }
-   if ( !domain_.empty() || mlag_->mlagState() != Mlag::MlagState::disabled ) {
-      const Row made = { { "domain", domain_ },
+   const String domain = mlagConfig_->domain();
+   if ( !domain.empty() || mlag_->mlagState() != Mlag::MlagState::disabled ) {
+      const Row made = { { "domain", domain },
                          { "state", Kiv::toText( mlag_->mlagState() ) },
                          { "peerLink", names.spelling( mlag_->peerLinkIntf() ) },
                          { "redirection", yesNo( mlag_->fastMacRedirection() ) },
@@ -183,6 +192,17 @@ LagFeature::chip( Arguments arguments ) const {
    }
 }
 
+std::vector< Counter >
+LagFeature::counters() const {
+   U64 missing = 0;
+   for ( auto && [lag, group] : state_->lagIteratorConst() ) {
+      for ( auto && [port, member] : group->memberIteratorConst() ) {
+         missing += member.result() != Hardware::Lag::Result::success;
+      }
+   }
+   return { { "groups", hardware_->lags() }, { "members that the chip has not", missing } };
+}
+
 std::vector< ShowCommand >
 LagFeature::showCommands() {
    const Argument only = intfArgument( "PORT-CHANNEL", "port-channel", [this]( Ulnet::IntfId lag ) {
@@ -208,7 +228,8 @@ LagFeature::showCommands() {
              { "distributing", "Dist" },
              { "programmed", "Prog" },
              { "shared", "Lent" },
-             { "reason", "Reason" } },
+             { "reason", "Reason" },
+             { "since", "Since s", true } },
            [this]( auto & arguments ) { return members( arguments ); } },
          { "mlag",
            "MLAG: state, peer link, and the aggregates that share it",

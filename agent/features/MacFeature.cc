@@ -92,6 +92,7 @@ MacFeature::MacFeature( Agent & agent )
     : agent_( agent ), part_( agent.chip().part< QonChip::MacPart >() ),
       programmer_( part_ ? part_->makeProgrammer() : nullptr ) {
    if ( programmer_ ) {
+      programmer_->hasNotificationActiveIs( true );
       programmer_->initializedIs( true );
    }
 }
@@ -260,6 +261,18 @@ MacFeature::hardware( Arguments arguments ) const {
    }
 }
 
+std::vector< Counter >
+MacFeature::counters() const {
+   if ( !programmer_ ) {
+      return {};
+   }
+   return { { "commands not answered", handed_.size() },
+            { "commands in flight", programmer_->inProgAddrOps() },
+            { "commands in overflow", programmer_->overflowAddrOp().size() },
+            { "commands refused", refused_.size() },
+            { "retries", programmer_->retries() } };
+}
+
 std::vector< ShowCommand >
 MacFeature::showCommands() {
    Column mac = { "mac", "MAC address" }, vlan = { "vlan", "VLAN", true },
@@ -290,7 +303,7 @@ MacFeature::showCommands() {
 std::vector< EventKind >
 MacFeature::eventKinds() {
    return { { "mac",
-              R"({"time": 1, "event": "mac", "op": "add", "mac": "00:1c:73:00:00:01", "vlan": 10,)"
+              R"({"time": 1, "event": "mac", "op": "add", "mac": "02:11:22:00:00:01", "vlan": 10,)"
               R"( "intf": "Ethernet0"})",
               [this]( const Json & line ) { return parse( line ); } } };
 }

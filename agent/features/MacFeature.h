@@ -1,8 +1,8 @@
 #pragma once
 // MAC entries: a stream of learn, age and flush events goes to the chip's MAC programmer.
 //
-//    {"event": "mac", "op": "add", "mac": "00:1c:73:00:00:01", "vlan": 10, "intf": "Ethernet0"}
-//    {"event": "mac", "op": "remove", "mac": "00:1c:73:00:00:01", "vlan": 10}
+//    {"event": "mac", "op": "add", "mac": "02:11:22:00:00:01", "vlan": 10, "intf": "Ethernet0"}
+//    {"event": "mac", "op": "remove", "mac": "02:11:22:00:00:01", "vlan": 10}
 //    {"event": "mac", "op": "flushVlanPort", "vlan": 10, "intf": "Ethernet0"}
 //
 // `op` is add, remove, addMcast or the name of a flush; flushes need the fields that their names
@@ -20,6 +20,10 @@ class MacFeature : public AgentFeature {
    ~MacFeature() override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
+   std::vector< String > ownNames() const override {
+      return { "QonMacProgrammer", "Qon::IndirectAccessMacCmd" };
+   }
+   std::vector< Counter > counters() const override;
 
    /** Null if the chip has none. */
    Qon::QonMacProgrammer * programmer() const { return programmer_.ptr(); }

@@ -1,5 +1,6 @@
 #include "agent/features/MirrorFeature.h"
 
+#include "Qon/include/framework/Reconcile.h"
 #include "agent/ConfigReader.h"
 #include "agent/features/Arguments.h"
 #include "agent/features/MirrorJournal.h"
@@ -34,56 +35,104 @@ MirrorFeature::MirrorFeature( Agent & agent )
 
 void
 MirrorFeature::inputsRead() {
-   if ( sm_ ) {
-      sm_->initializedIs( true );
+   if ( !sm_ ) {
+      return;
    }
+   // A snapshot may tell of sessions that this chip does not hold.
+   if ( const auto held = part_->mirrors() ) {
+      for ( auto && [name, session] : hwStatus_->sessionIteratorConst() ) {
+         if ( !held->contains( name ) ) {
+            hwStatus_->sessionDel( name );
+         }
+      }
+   }
+   sm_->initializedIs( true );
 }
 
 MirrorFeature::~MirrorFeature() = default;
 
 // --- Configuration -------------------------------------------------------------------------------
 
+std::vector< ConfigTable >
+MirrorFeature::tables() const {
+   return {
+         { "MIRROR_SESSION",
+           "session",
+           { { "type", "SPAN or ERSPAN; ERSPAN with a dst_ip, else SPAN" },
+             { "dst_port", "of SPAN: ports and port-channels, a list" },
+             { "src_port", "ports and port-channels, a list" },
+             { "direction", "RX, TX or BOTH; BOTH" },
+             { "sample_rate", "one of how many frames, 0 to 16777216; 0: each" },
+             { "truncate_size", "bytes, 0 to 9216; 0: whole frames" },
+             { "src_ip", "of ERSPAN: an address" },
+             { "dst_ip", "of ERSPAN: an address of the same family" },
+             { "gre_type", "of ERSPAN: the protocol, up to 0xffff; 0x88be" },
+             { "ttl", "of ERSPAN: 0 to 255; 64" },
+             { "dscp", "of ERSPAN: 0 to 63; 0" },
+             { "vrf", "of ERSPAN: a name" } },
+           { R"("span": {"dst_port": "Ethernet8", "src_port": "Ethernet12", "direction": "RX"})",
+             R"("far": {"src_ip": "10.0.0.1", "dst_ip": "10.0.0.2", "src_port": "Ethernet12"})" } } };
+}
+
 void
 MirrorFeature::configure( ConfigReader & reader ) {
-   reader.eachRow( "MIRROR_SESSION", [&]( const ConfigRow & row ) { session( reader, row ); } );
+   auto said = std::make_shared< Configured< String, Wanted >::Said >();
+   reader.eachRow( "MIRROR_SESSION", [&]( const ConfigRow & row ) {
+      said->emplace_back( row.part( 0, 1 ), wantedOf( reader, row ) );
+   } );
+   reader.apply( [=, this] {
+      configured_.become(
+            *said, [this]( const String & name, auto & ) { config_->sessionDel( name ); },
+            [this]( const String & name, const Wanted & wanted, const Wanted * former ) {
+               sessionIs( name, wanted, former );
+            } );
+   } );
 }
 
 /** A session with `dst_ip` has a tunnel, any other one ports. */
-void
-MirrorFeature::session( ConfigReader & reader, const ConfigRow & row ) {
-   const String name = row.part( 0, 1 );
+MirrorFeature::Wanted
+MirrorFeature::wantedOf( ConfigReader & reader, const ConfigRow & row ) const {
    const String type = row.text( "type", row.has( "dst_ip" ) ? "ERSPAN" : "SPAN" );
    const bool tunneled = row.word( "type", { "SPAN", "ERSPAN" }, row.has( "dst_ip" ) ? 1 : 0 ) == 1;
-   std::vector< IntfId > targets, sources;
-   Mirroring::TunnelInfo info;
+   Wanted wanted;
    if ( tunneled ) {
-      info = tunnel( row );
+      wanted.tunnel = tunnel( row );
    } else if ( !row.has( "dst_port" ) ) {
       throw RowError( "dst_port", "a session of type " + type + " needs a destination" );
    }
    for ( const String & port : tunneled ? std::vector< String >() : row.list( "dst_port" ) ) {
-      targets.push_back( reader.portOrChannel( "dst_port", port ) );
+      wanted.targets.insert( reader.portOrChannel( "dst_port", port ) );
    }
    for ( const String & port : row.list( "src_port" ) ) {
-      sources.push_back( reader.portOrChannel( "src_port", port ) );
+      wanted.sources.insert( reader.portOrChannel( "src_port", port ) );
    }
    const Direction directions[] = { Direction::rx, Direction::tx, Direction::both };
-   const Direction direction = directions[row.word( "direction", { "RX", "TX", "BOTH" }, 2 )];
-   const U32 sampling = U32( row.number( "sample_rate", 0, 16777216, 0 ) );
-   const U16 truncation = U16( row.number( "truncate_size", 0, 9216, 0 ) );
-   reader.apply( [=, this] {
-      auto made = config_->sessionIs( name );
-      made->truncateIs( truncation != 0 );
-      made->truncationSizeIs( truncation );
-      made->rxSampleRateIs( sampling );
-      made->tunnelIs( info );
-      for ( IntfId port : targets ) {
-         made->targetIntfIs( port );
-      }
-      for ( IntfId port : sources ) {
-         made->srcIntfIs( port, direction )->directionIs( direction );
-      }
-   } );
+   wanted.direction = directions[row.word( "direction", { "RX", "TX", "BOTH" }, 2 )];
+   wanted.sampling = U32( row.number( "sample_rate", 0, 16777216, 0 ) );
+   wanted.truncation = U16( row.number( "truncate_size", 0, 9216, 0 ) );
+   return wanted;
+}
+
+void
+MirrorFeature::sessionIs( const String & name, const Wanted & wanted, const Wanted * former ) {
+   auto session = config_->sessionIs( name );
+   session->truncateIs( wanted.truncation != 0 );
+   session->truncationSizeIs( wanted.truncation );
+   session->rxSampleRateIs( wanted.sampling );
+   session->tunnelIs( wanted.tunnel );
+   const Wanted before = former ? *former : Wanted();
+   Qon::reconcile< IntfId >(
+         before.targets, wanted.targets, [&]( IntfId port ) { session->targetIntfDel( port ); },
+         []( IntfId ) {} );
+   for ( IntfId port : wanted.targets ) {
+      session->targetIntfIs( port );
+   }
+   Qon::reconcile< IntfId >(
+         before.sources, wanted.sources, [&]( IntfId port ) { session->srcIntfDel( port ); },
+         []( IntfId ) {} );
+   for ( IntfId port : wanted.sources ) {
+      session->srcIntfIs( port, wanted.direction )->directionIs( wanted.direction );
+   }
 }
 
 namespace {
@@ -158,14 +207,27 @@ MirrorFeature::parseMode( const Json & line ) {
    return [=, this] { mode_->forwardingModeIs( mode ); };
 }
 
+namespace {
+
+/** One of those that there are: numbers of others are no names. */
+Acl::AclType
+aclType( const String & name ) {
+   for ( Acl::AclType type : Acl::aclTypes ) {
+      if ( Kiv::toText( type ) == name ) {
+         return type;
+      }
+   }
+   throw Velto::RangeError( "'" + name + "' is no type of access list: ip, mac or ipv6" );
+}
+
+} // namespace
+
 std::function< void() >
 MirrorFeature::parseAcl( const Json & line ) {
    const String session = fieldOf< String >( line, "session" );
    const IntfId intf = agent_.names().typed( fieldOf< String >( line, "intf" ) );
    const String acl = fieldOf< String >( line, "acl" );
-   const auto type = hasField( line, "type" )
-                           ? Kiv::fromText< Acl::AclType >( fieldOf< String >( line, "type" ) )
-                           : Acl::AclType::ip;
+   const auto type = aclType( hasField( line, "type" ) ? fieldOf< String >( line, "type" ) : "ip" );
    return [=, this] {
       auto config = config_->session( session );
       auto source = config ? config->srcIntf( intf ) : nullptr;
@@ -187,7 +249,7 @@ MirrorFeature::eventKinds() {
    };
    return { kind( "tunnel",
                   R"("dst": "10.0.0.2", "intf": "Ethernet0", )"
-                  R"("nextHop": "00:1c:73:00:00:01")",
+                  R"("nextHop": "02:11:22:00:00:01")",
                   &MirrorFeature::parseTunnel ),
             kind( "forwardingMode", R"("mode": "cutThrough")", &MirrorFeature::parseMode ),
             kind( "mirrorFilter",

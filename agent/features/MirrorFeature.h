@@ -9,9 +9,11 @@
 // Sources: MirrorFeature.cc (configuration, events), MirrorFeatureShow.cc.
 
 #include <map>
+#include <set>
 
 #include "Qon/include/mirroring/MirroringSession.h"
 #include "agent/AgentFeature.h"
+#include "agent/Configured.h"
 #include "chip/MirrorPart.h"
 
 namespace QonAgent {
@@ -23,12 +25,16 @@ class MirrorFeature : public AgentFeature {
    explicit MirrorFeature( Agent & agent );
    ~MirrorFeature() override;
 
-   std::vector< String > tables() const override { return { "MIRROR_SESSION" }; }
+   std::vector< ConfigTable > tables() const override;
    void configure( ConfigReader & reader ) override;
    /** The state machine begins when it knows what is still wanted of what the chip holds. */
    void inputsRead() override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
+   std::vector< Counter > counters() const override;
+   std::vector< String > ownNames() const override {
+      return { "Mirroring::", "MirroringSmHelper", "Tunnel::" };
+   }
 
    /** Null if the chip has no mirror sessions. */
    Qon::MirroringSm * mirroringSm() const { return sm_.ptr(); }
@@ -37,7 +43,18 @@ class MirrorFeature : public AgentFeature {
    using Session = Qon::MirroringSm::KivMirroringSession;
    class Journal;
 
-   void session( ConfigReader & reader, const ConfigRow & row );
+   /** What a row says. */
+   struct Wanted {
+      std::set< Ulnet::IntfId > targets;
+      std::set< Ulnet::IntfId > sources;
+      Mirroring::Direction direction = Mirroring::Direction::both;
+      U32 sampling = 0;
+      U16 truncation = 0;
+      Mirroring::TunnelInfo tunnel;
+      bool operator==( const Wanted & ) const = default;
+   };
+   Wanted wantedOf( ConfigReader & reader, const ConfigRow & row ) const;
+   void sessionIs( const String & name, const Wanted & wanted, const Wanted * former );
    Mirroring::TunnelInfo tunnel( const ConfigRow & row ) const;
    std::function< void() > parseTunnel( const Json & line );
    std::function< void() > parseMode( const Json & line );
@@ -64,6 +81,7 @@ class MirrorFeature : public AgentFeature {
    const Velto::Ptr< Bridging::ForwardingModeConfig > mode_;
    Velto::Ptr< Journal > journal_;
    Velto::Ptr< Qon::MirroringSm > sm_;
+   Configured< String, Wanted > configured_;
 };
 
 } // namespace QonAgent

@@ -151,12 +151,14 @@ MirrorFeature::tunnelRow( const Session & session ) const {
 Row
 MirrorFeature::targetRow( const Session & session, IntfId port ) const {
    const auto & local = *session.dstIntfLocal( port );
-   const bool group = session.hasGroup();
+   const bool group = session.hasGroup(), beside = session.tunnel() != nullptr;
    return { { "session", session.name() },
             { "role", "destination" },
             { "interface", agent_.names().spelling( port ) },
             { "state", group ? state( local.programmed(), local.reason() ) : "waiting" },
-            { "why", group ? text( local.reason() ) : "no group" },
+            { "why", !group   ? "no group"
+                     : beside ? "the session has a tunnel"
+                              : text( local.reason() ) },
             { "since", since( session.name(), "destination", port ) } };
 }
 
@@ -205,6 +207,16 @@ MirrorFeature::hardware() const {
          co_yield row;
       }
    }
+}
+
+std::vector< Counter >
+MirrorFeature::counters() const {
+   U64 waiting = 0;
+   for ( auto i = config_->sessionIteratorConst(); sm_ && i; ++i ) {
+      const auto session = sm_->session( i.key() );
+      waiting += !session || !session->createdInHw();
+   }
+   return { { "sessions", config_->sessions() }, { "sessions that wait", waiting } };
 }
 
 std::vector< ShowCommand >

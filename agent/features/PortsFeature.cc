@@ -21,12 +21,33 @@ PortsFeature::PortsFeature( Agent & agent )
 
 Qon::FapIdPort
 PortsFeature::hwPort( Ulnet::IntfId intf ) const {
-   const auto port = agent_.chip().fapIdPort( intf );
-   return port ? *port : Qon::FapIdPort( 0, hwPorts_->fapIdPorts() + 1 );
+   if ( const auto port = agent_.chip().fapIdPort( intf ) ) {
+      return *port;
+   }
+   std::set< Qon::FapIdPort > taken;
+   for ( auto && [other, port] : hwPorts_->fapIdPortIteratorConst() ) {
+      taken.insert( port );
+   }
+   Qon::FapIdPort port( 0, hwPorts_->fapIdPorts() + 1 );
+   while ( taken.contains( port ) ) {
+      port = Qon::FapIdPort( 0, port.port() + 1 );
+   }
+   return port;
+}
+
+std::vector< ConfigTable >
+PortsFeature::tables() const {
+   return { { "PORT",
+              "port",
+              { { "admin_status", "up or down; up" }, { "speed", "Mb/s" } },
+              { R"("Ethernet0": {"speed": "25000"})", R"("Ethernet4": {})",
+                R"("Ethernet8": {"speed": "10000"})",
+                R"("Ethernet12": {"admin_status": "down"})" } } };
 }
 
 void
 PortsFeature::configure( ConfigReader & reader ) {
+   auto said = std::make_shared< Configured< Ulnet::IntfId, Port >::Said >();
    reader.eachRow( "PORT", [&]( const ConfigRow & row ) {
       Ulnet::IntfId intf = reader.intf( "", row.part( 0, 1 ) );
       bool up = row.word( "admin_status", { "down", "up" }, 1 );
@@ -39,16 +60,36 @@ PortsFeature::configure( ConfigReader & reader ) {
          throw RowError( "", "another row defines this port" );
       }
       reader.portIs( intf );
-      reader.apply( [=, this] {
-         auto port = status_->intfStatusIs( intf );
-         port->speedIs( speed );
-         port->linkUpIs( up );
-         if ( !hwPorts_->fapIdPortHas( intf ) ) {
-            hwPorts_->fapIdPortIs( intf, hwPort( intf ) );
-         }
-         agent_.acsd()->intfIs( intf, true );
-      } );
+      said->emplace_back( intf, Port{ speed, up } );
    } );
+   reader.apply( [=, this] {
+      configured_.become(
+            *said, [this]( Ulnet::IntfId intf, const Port & ) { portDel( intf ); },
+            [this]( Ulnet::IntfId intf, const Port & port, const Port * former ) {
+               portIs( intf, port, former );
+            } );
+   } );
+}
+
+/** The link stays as it is until the row says otherwise than before. */
+void
+PortsFeature::portIs( Ulnet::IntfId intf, const Port & port, const Port * former ) {
+   auto status = status_->intfStatusIs( intf );
+   status->speedIs( port.speed );
+   if ( !former || former->up != port.up ) {
+      status->linkUpIs( port.up );
+   }
+   if ( !hwPorts_->fapIdPortHas( intf ) ) {
+      hwPorts_->fapIdPortIs( intf, hwPort( intf ) );
+   }
+   agent_.acsd()->intfIs( intf, true );
+}
+
+void
+PortsFeature::portDel( Ulnet::IntfId intf ) {
+   agent_.acsd()->intfDel( intf );
+   hwPorts_->fapIdPortDel( intf );
+   status_->intfStatusDel( intf );
 }
 
 Rows

@@ -5,6 +5,7 @@
 // chip 0, in its order.
 
 #include "agent/AgentFeature.h"
+#include "agent/Configured.h"
 #include "platform/types/HardwareLag.h"
 #include "platform/types/Interface.h"
 
@@ -13,19 +14,29 @@ namespace QonAgent {
 class PortsFeature : public AgentFeature {
  public:
    explicit PortsFeature( Agent & agent );
-   std::vector< String > tables() const override { return { "PORT" }; }
+   std::vector< ConfigTable > tables() const override;
    ConfigStage configStage() const override { return ConfigStage::ports; }
    void configure( ConfigReader & reader ) override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
+   std::vector< String > ownNames() const override { return { "Interface::EthPhy" }; }
 
  private:
+   /** What a row says. */
+   struct Port {
+      Interface::EthSpeed speed;
+      bool up;
+      bool operator==( const Port & ) const = default;
+   };
+   void portIs( Ulnet::IntfId intf, const Port & port, const Port * former );
+   void portDel( Ulnet::IntfId intf );
    Rows interfaces( Arguments arguments ) const;
    Qon::FapIdPort hwPort( Ulnet::IntfId intf ) const;
 
    Agent & agent_;
    const Velto::Ptr< Interface::EthPhyIntfStatusDir > status_;
    const Velto::Ptr< Hardware::FapIdPortDir > hwPorts_;
+   Configured< Ulnet::IntfId, Port > configured_;
 };
 
 } // namespace QonAgent

@@ -90,7 +90,8 @@ StormControlFeature::StormControlFeature( Agent & agent )
             Paths::hardwareStormControlStatus ) ),
       causes_( agent.entities().mount< Errdisable::CauseConfig >( Paths::errdisableConfig ) ),
       disabled_(
-            agent.entities().mount< Errdisable::CauseStatus >( Paths::errdisableStormControl ) ) {
+            agent.entities().mount< Errdisable::CauseStatus >( Paths::errdisableStormControl ) ),
+      times_( agent.entities(), Paths::stormControlConfig ) {
    if ( !part_ ) {
       return;
    }
@@ -131,24 +132,52 @@ StormControlFeature::sm() const {
 
 // --- Configuration -------------------------------------------------------------------------------
 
+std::vector< ConfigTable >
+StormControlFeature::tables() const {
+   return { { "PORT_STORM_CONTROL",
+              "interface, or interface|kind of traffic",
+              { { "drop_logging", "of an interface: true or false; false" },
+                { "kbps", "of a kind of traffic: the most of it" },
+                { "percent", "the same by the speed, 0 to 100" },
+                { "pps", "the same in packets a second" },
+                { "cpu_kbps", "the same of what goes to the CPU" },
+                { "cpu_percent", "the same" },
+                { "cpu_pps", "the same" } },
+              { R"("Ethernet8": {"drop_logging": "true"})",
+                R"("Ethernet8|broadcast": {"kbps": "1000"})" } },
+            { "STORM_CONTROL",
+              "GLOBAL, or TC|traffic class",
+              { { "drop_logging", "true or false; false" },
+                { "drop_logging_interval", "seconds between two messages" },
+                { "counter_period", "seconds between two readings; 10" },
+                { "errdisable", "true: interfaces that drop are disabled; false" },
+                { "burst_time", "microseconds, up to 1000000" },
+                { "kbps", "of a traffic class: the most of it" },
+                { "percent", "the same by the speed, 0 to 100" },
+                { "pps", "the same in packets a second" } },
+              { R"("GLOBAL": {"counter_period": "2"})", R"("TC|3": {"pps": "500"})" } } };
+}
+
 void
 StormControlFeature::configure( ConfigReader & reader ) {
+   auto reading = std::make_shared< Reading >();
    reader.eachRow( "PORT_STORM_CONTROL", [&]( const ConfigRow & row ) {
-      row.parts() == 1 ? port( reader, row ) : level( reader, row );
+      row.parts() == 1 ? port( reader, row, *reading ) : level( reader, row, *reading );
    } );
-   reader.eachRow( "STORM_CONTROL", [&]( const ConfigRow & row ) { global( reader, row ); } );
+   reader.eachRow( "STORM_CONTROL", [&]( const ConfigRow & row ) { global( row, *reading ); } );
+   reader.apply( [=, this] { become( *reading ); } );
 }
 
 /** What holds for all kinds of traffic of an interface. */
 void
-StormControlFeature::port( ConfigReader & reader, const ConfigRow & row ) {
+StormControlFeature::port( ConfigReader & reader, const ConfigRow & row, Reading & reading ) const {
    const IntfId intf = reader.portOrChannel( "", row.part( 0, 1 ) );
-   const bool logging = row.flag( "drop_logging", false );
-   reader.apply( [=, this] { config_->intfIs( intf )->dropLoggingIs( logging ); } );
+   reading.logging.emplace_back( intf, row.flag( "drop_logging", false ) );
 }
 
 void
-StormControlFeature::level( ConfigReader & reader, const ConfigRow & row ) {
+StormControlFeature::level( ConfigReader & reader, const ConfigRow & row,
+                            Reading & reading ) const {
    const IntfId intf = reader.portOrChannel( "", row.part( 0, 2 ) );
    auto kind = stormKindOf( row.part( 1, 2 ) );
    if ( !kind ) {
@@ -156,20 +185,16 @@ StormControlFeature::level( ConfigReader & reader, const ConfigRow & row ) {
                                 "' is no kind of traffic: unknown-unicast, "
                                 "broadcast, multicast or all" );
    }
-   const auto threshold = thresholdIn( row, "" ), cpuThreshold = thresholdIn( row, "cpu_" );
-   if ( !threshold && !cpuThreshold ) {
+   const Levels levels = { thresholdIn( row, "" ), thresholdIn( row, "cpu_" ) };
+   if ( !levels.first && !levels.second ) {
       throw RowError( "", "none of the fields kbps, percent, pps gives a level" );
    }
-   reader.apply( [=, this] {
-      auto config = config_->intfIs( intf );
-      ( ( *config ).*kind->level )( threshold );
-      ( ( *config ).*kind->cpuLevel )( cpuThreshold );
-   } );
+   reading.levels.emplace_back( KindOfIntf( intf, kind->type ), levels );
 }
 
 /** "GLOBAL", or "TC|<traffic class>". */
 void
-StormControlFeature::global( ConfigReader & reader, const ConfigRow & row ) {
+StormControlFeature::global( const ConfigRow & row, Reading & reading ) const {
    if ( row.parts() == 2 && row.part( 0, 2 ) == "TC" ) {
       const auto threshold = thresholdIn( row, "" );
       const String text = row.part( 1, 2 );
@@ -177,27 +202,83 @@ StormControlFeature::global( ConfigReader & reader, const ConfigRow & row ) {
          throw RowError( "", "expected a traffic class from 0 to 7, and one of the fields kbps, "
                              "percent, pps" );
       }
-      reader.apply( [=, this] {
-         config_->aggregateTcIs( U8( text[0] - '0' ) )->thresholdIs( *threshold );
-      } );
+      reading.classes.emplace_back( U8( text[0] - '0' ), *threshold );
       return;
    }
    if ( row.key() != "GLOBAL" ) {
       throw RowError( "", "expected the key GLOBAL, or TC and a traffic class" );
    }
-   const bool logging = row.flag( "drop_logging", false );
-   const bool errdisable = row.flag( "errdisable", false );
-   const U64 interval = row.number( "drop_logging_interval", 0, mostSeconds, 0 );
-   const U64 period = row.number( "counter_period", 0, mostSeconds, 10 );
-   const U32 burst = U32( row.number( "burst_time", 0, 1'000'000, 0 ) );
-   reader.apply( [=, this] {
-      config_->burstConfigIs( Bridging::StormControl::BurstConfig( burst ) );
-      config_->counterPeriodIs( double( period ) );
-      config_->dropLoggingIntervalIs( double( interval ) );
-      config_->dropLoggingIs( logging );
-      errdisable ? causes_->enabledIs( Qon::StormControlErrdisableSm::cause )
-                 : causes_->enabledDel( Qon::StormControlErrdisableSm::cause );
-   } );
+   Global global;
+   global.logging = row.flag( "drop_logging", false );
+   global.errdisable = row.flag( "errdisable", false );
+   global.interval = row.number( "drop_logging_interval", 0, mostSeconds, 0 );
+   global.period = row.number( "counter_period", 0, mostSeconds, 10 );
+   global.burst = U32( row.number( "burst_time", 0, 1'000'000, 0 ) );
+   reading.global = global;
+}
+
+void
+StormControlFeature::become( const Reading & reading ) {
+   logging_.become(
+         reading.logging,
+         [this]( IntfId intf, bool ) {
+            config_->intfIs( intf )->dropLoggingIs( false );
+            leave( intf );
+         },
+         [this]( IntfId intf, bool logging, auto ) {
+            config_->intfIs( intf )->dropLoggingIs( logging );
+         } );
+   levels_.become(
+         reading.levels,
+         [this]( const KindOfIntf & of, auto & ) {
+            levelsAre( of, {} );
+            leave( of.first );
+         },
+         [this]( const KindOfIntf & of, const Levels & levels, auto ) {
+            levelsAre( of, levels );
+         } );
+   classes_.become(
+         reading.classes, [this]( U8 number, auto & ) { config_->aggregateTcDel( number ); },
+         [this]( U8 number, const Threshold & threshold, auto ) {
+            config_->aggregateTcIs( number )->thresholdIs( threshold );
+         } );
+   if ( global_ != reading.global ) {
+      globalIs( global_ = reading.global );
+   }
+}
+
+void
+StormControlFeature::levelsAre( const KindOfIntf & of, const Levels & levels ) {
+   auto config = config_->intfIs( of.first );
+   for ( auto & kind : stormKinds ) {
+      if ( kind.type == of.second ) {
+         ( ( *config ).*kind.level )( levels.first );
+         ( ( *config ).*kind.cpuLevel )( levels.second );
+      }
+   }
+}
+
+void
+StormControlFeature::globalIs( const Global & global ) {
+   config_->burstConfigIs( Bridging::StormControl::BurstConfig( global.burst ) );
+   config_->counterPeriodIs( double( global.period ) );
+   config_->dropLoggingIntervalIs( double( global.interval ) );
+   config_->dropLoggingIs( global.logging );
+   global.errdisable ? causes_->enabledIs( Qon::StormControlErrdisableSm::cause )
+                     : causes_->enabledDel( Qon::StormControlErrdisableSm::cause );
+}
+
+/** An interface of which nobody says anything any more. */
+void
+StormControlFeature::leave( IntfId intf ) {
+   const auto config = config_->intf( intf );
+   bool said = logging_.held().contains( intf );
+   for ( auto & kind : Qon::StormControl::levelKinds ) {
+      said = said || ( config && ( ( *config ).*kind.configured )() );
+   }
+   if ( !said ) {
+      config_->intfDel( intf );
+   }
 }
 
 // --- Events --------------------------------------------------------------------------------------

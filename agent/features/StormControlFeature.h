@@ -14,6 +14,8 @@
 #include "Qon/include/stormcontrol/QonStormControlSm.h"
 #include "Qon/include/stormcontrol/QonStormControlSmV2.h"
 #include "agent/AgentFeature.h"
+#include "agent/Configured.h"
+#include "agent/base/ChangeTimes.h"
 #include "chip/StormControlPart.h"
 
 namespace QonAgent {
@@ -25,12 +27,14 @@ class StormControlFeature : public AgentFeature {
    explicit StormControlFeature( Agent & agent );
    static std::vector< FeatureOption > options();
 
-   std::vector< String > tables() const override {
-      return { "PORT_STORM_CONTROL", "STORM_CONTROL" };
-   }
+   std::vector< ConfigTable > tables() const override;
    void configure( ConfigReader & reader ) override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
+   std::vector< String > ownNames() const override {
+      return { "Bridging::StormControl", "StormControlSmHelper", "QonStormControlSmHelperV2",
+               "Qon::StormControl" };
+   }
 
  private:
    using IntfId = Ulnet::IntfId;
@@ -40,9 +44,33 @@ class StormControlFeature : public AgentFeature {
 
    void makeFirst();
    void makeSecond();
-   void port( ConfigReader & reader, const ConfigRow & row );
-   void level( ConfigReader & reader, const ConfigRow & row );
-   void global( ConfigReader & reader, const ConfigRow & row );
+   /** What a row says of a kind of traffic. */
+   using Levels =
+         std::pair< OptionalThreshold, OptionalThreshold >; // in the data plane, to the CPU
+   using KindOfIntf = std::pair< IntfId, Qon::LevelType >;
+   /** What holds for all interfaces; as it is without a row. */
+   struct Global {
+      bool logging = false;
+      bool errdisable = false;
+      U64 interval = 0;
+      U64 period = 0;
+      U32 burst = 0;
+      bool operator==( const Global & ) const = default;
+   };
+   /** What a file says, while it is being read. */
+   struct Reading {
+      Configured< IntfId, bool >::Said logging;
+      Configured< KindOfIntf, Levels >::Said levels;
+      Configured< U8, Threshold >::Said classes;
+      Global global;
+   };
+   void port( ConfigReader & reader, const ConfigRow & row, Reading & reading ) const;
+   void level( ConfigReader & reader, const ConfigRow & row, Reading & reading ) const;
+   void global( const ConfigRow & row, Reading & reading ) const;
+   void become( const Reading & reading );
+   void levelsAre( const KindOfIntf & of, const Levels & levels );
+   void globalIs( const Global & global );
+   void leave( IntfId intf );
    std::function< void() > parseTraffic( const Json & line ) const;
    std::function< void() > parseRecover( const Json & line ) const;
 
@@ -69,6 +97,11 @@ class StormControlFeature : public AgentFeature {
    const Velto::Ptr< Qon::StormControl::PlatformStatus > platformStatus_;
    const Velto::Ptr< Errdisable::CauseConfig > causes_;
    const Velto::Ptr< Errdisable::CauseStatus > disabled_;
+   const ChangeTimes times_; // of config_
+   Configured< IntfId, bool > logging_;
+   Configured< KindOfIntf, Levels > levels_;
+   Configured< U8, Threshold > classes_;
+   Global global_;
 
    Velto::Ptr< Velto::Node > counter_;
    Velto::Ptr< Qon::StormControlDropSm > dropSm_;

@@ -2,6 +2,7 @@
 
 #include "agent/features/Arguments.h"
 #include "agent/features/StormControlFeature.h"
+#include "platform/types/Paths.h"
 
 namespace QonAgent {
 
@@ -105,16 +106,25 @@ StormControlFeature::row( IntfId intf, Level level, const QonChip::HeldStormCont
    if ( port != held.ports.end() && port->second.contains( level ) ) {
       programmed = shownThreshold( port->second.at( level ).threshold );
    }
-   return { { "interface", names.spelling( intf ) },
-            { "level", Kiv::toText( level ) },
-            { "configured", own ? shownThreshold( levelOf( *own, level ) ) : "" },
-            { "effective", shownThreshold( wanted ) },
-            { "from", effective.config ? names.spelling( effective.config->intfId() ) : "" },
-            { "programmed", programmed },
-            { "drops", dropsOf( drops_->allIntfStatus( intf ).drops(), level ) },
-            { "disabled", yesNo( disabled_->intfStatusHas( intf ) ) },
-            { "reason", why( intf, level, wanted, held ) },
-            { "intfId", intf.stringValue() } };
+   const String reason = why( intf, level, wanted, held );
+   Row row = { { "interface", names.spelling( intf ) },
+               { "level", Kiv::toText( level ) },
+               { "configured", own ? shownThreshold( levelOf( *own, level ) ) : "" },
+               { "effective", shownThreshold( wanted ) },
+               { "from", effective.config ? names.spelling( effective.config->intfId() ) : "" },
+               { "programmed", programmed },
+               { "drops", dropsOf( drops_->allIntfStatus( intf ).drops(), level ) },
+               { "disabled", yesNo( disabled_->intfStatusHas( intf ) ) },
+               { "reason", reason },
+               { "intfId", intf.stringValue() } };
+   // What is not in the chip has not been since it was asked for.
+   const IntfId asked = effective.config ? effective.config->intfId() : intf;
+   const auto since = times_.of( String( Paths::stormControlConfig ) + "/intf[" +
+                                 asked.stringValue() + "]/" + Kiv::toText( level ) + "Level" );
+   if ( !reason.empty() && since ) {
+      row.set( "since", Kiv::now() - *since );
+   }
+   return row;
 }
 
 /** A row a level that anybody configured or that dropped anything. */
@@ -179,7 +189,8 @@ StormControlFeature::showCommands() {
                 { "programmed", "In the chip" },
                 { "drops", "Drops", true },
                 { "disabled", "Disabled" },
-                { "reason", "Reason" } },
+                { "reason", "Reason" },
+                { "since", "Since s", true } },
               [this]( auto & arguments ) { return stormControl( arguments ); } },
             { "hw storm-control",
               "limiters that the chip holds",

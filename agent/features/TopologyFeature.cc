@@ -71,16 +71,31 @@ TopologyFeature::makeStpSm() {
 
 // --- Configuration -------------------------------------------------------------------------------
 
+std::vector< ConfigTable >
+TopologyFeature::tables() const {
+   return { { "STP",
+              "GLOBAL",
+              { { "mode", "none, pvst or mst; none" } },
+              { R"("GLOBAL": {"mode": "pvst"})" } },
+            { "STP_VLAN",
+              "VLAN",
+              { { "enabled", "true or false; true" } },
+              { R"("Vlan10": {"enabled": "true"})" } },
+            { "STP_PORT",
+              "port or port-channel",
+              { { "enabled", "true or false; true" },
+                { "portfast", "true: forwards from the start; false" } },
+              { R"("Ethernet8": {"portfast": "true"})" } } };
+}
+
 void
 TopologyFeature::configure( ConfigReader & reader ) {
    auto tree = std::make_shared< SpanningTree >();
    reader.eachRow( "STP", [&]( const ConfigRow & row ) {
       const std::vector< String > modes = { "none", "pvst", "mst" };
       const String mode = modes[row.word( "mode", modes, 0 )];
-      reader.apply( [=] {
-         tree->enabled = mode != "none";
-         tree->pvst = mode == "pvst";
-      } );
+      tree->enabled = mode != "none";
+      tree->pvst = mode == "pvst";
    } );
    reader.eachRow( "STP_VLAN", [&]( const ConfigRow & row ) {
       const IntfId intf = reader.intf( "", row.part( 0, 1 ) );
@@ -88,39 +103,83 @@ TopologyFeature::configure( ConfigReader & reader ) {
          throw RowError( "", "'" + row.key() + "' is not the name of a VLAN" );
       }
       const VlanId vlan( Ulnet::VlanIntfId::vlanNum( intf ) );
-      const bool enabled = row.flag( "enabled", true );
-      reader.apply( [=] { ( enabled ? tree->vlansWith : tree->vlansWithout ).insert( vlan ); } );
+      ( row.flag( "enabled", true ) ? tree->vlansWith : tree->vlansWithout ).insert( vlan );
    } );
    reader.eachRow( "STP_PORT", [&]( const ConfigRow & row ) {
       const IntfId port = reader.portOrChannel( "", row.part( 0, 1 ) );
-      const bool enabled = row.flag( "enabled", true );
       const bool edge = row.flag( "portfast", false );
-      reader.apply( [=] {
-         if ( enabled ) {
-            tree->initial[port] = edge ? PortState::forwarding : PortState::discarding;
-         }
-      } );
+      if ( row.flag( "enabled", true ) ) {
+         tree->initial[port] = edge ? PortState::forwarding : PortState::discarding;
+      }
    } );
-   reader.apply( [=, this] { build( *tree ); } );
+   reader.apply( [=, this] { become( *tree ); } );
 }
 
-/** Makes the topologies of all VLANs that are configured. */
+String
+TopologyFeature::SpanningTree::topology( VlanId vlan ) const {
+   return pvst ? "Vlan" + vlan.stringValue() : String( oneForAll );
+}
+
+TopologyFeature::PortState
+TopologyFeature::SpanningTree::begins( VlanId vlan, IntfId port ) const {
+   const bool runs =
+         enabled && !vlansWithout.contains( vlan ) && ( !pvst || vlansWith.contains( vlan ) );
+   auto found = initial.find( port );
+   return runs && found != initial.end() ? found->second : PortState::forwarding;
+}
+
+/** The topologies of all VLANs that are configured. What the protocol has made of a port stays until
+    the tables say otherwise than before. */
 void
-TopologyFeature::build( const SpanningTree & tree ) {
+TopologyFeature::become( const SpanningTree & tree ) {
+   const SpanningTree formerTree = std::exchange( tree_, tree );
+   const auto former = std::exchange( topology_, {} );
    config_->bpduTrapEnabledIs( tree.enabled );
    config_->pvstBpduTrapEnabledIs( tree.enabled && tree.pvst );
    for ( auto && [vlan, vlanConfig] : vlans_->vlanConfigIteratorConst() ) {
-      const String name = tree.pvst ? "Vlan" + vlan.stringValue() : String( oneForAll );
+      const String & name = topology_[vlan] = tree.topology( vlan );
       topologyIs( name, tree.pvst ? vlan.value() : 1 );
-      const bool runs = tree.enabled && !tree.vlansWithout.count( vlan ) &&
-                        ( !tree.pvst || tree.vlansWith.count( vlan ) );
+      auto before = former.find( vlan );
+      const bool asBefore = before != former.end() && before->second == name;
+      const auto topo = config_->topoConfig( name );
       for ( auto && [port, tagged] : vlanConfig->memberIteratorConst() ) {
-         auto initial = tree.initial.find( port );
-         const PortState state =
-               runs && initial != tree.initial.end() ? initial->second : PortState::forwarding;
-         config_->topoConfig( name )->topoPortConfigIs( port, state );
+         const PortState state = tree.begins( vlan, port );
+         auto config = topo->topoPortConfigIs( port, state );
+         if ( asBefore && formerTree.begins( vlan, port ) != state ) {
+            stateIs( *config, state );
+         }
       }
-      config_->vidToTopoMapIs( vlan, name );
+      if ( !asBefore ) {
+         config_->vidToTopoMapIs( vlan, name );
+      }
+   }
+   takeAway( former );
+}
+
+/** Of what the last configuration made: what this one does not. */
+void
+TopologyFeature::takeAway( const std::map< VlanId, String > & former ) {
+   std::map< String, std::set< IntfId > > ports; // of the topologies that stay
+   for ( auto & [vlan, name] : former.empty() ? former : topology_ ) {
+      auto & of = ports[name];
+      for ( auto && [port, tagged] : vlans_->vlanConfig( vlan )->memberIteratorConst() ) {
+         of.insert( port );
+      }
+   }
+   for ( auto & [vlan, name] : former ) {
+      if ( !topology_.contains( vlan ) && config_->vidToTopoMap( vlan ) == name ) {
+         config_->vidToTopoMapDel( vlan );
+      }
+      if ( !ports.contains( name ) ) {
+         config_->topoConfigDel( name );
+         status_->topoStatusDel( name );
+      }
+   }
+   for ( auto & [name, wanted] : ports ) {
+      const auto topo = config_->topoConfig( name );
+      Qon::reconcile< IntfId >(
+            topo->topoPortConfigIteratorConst(), wanted,
+            [&]( IntfId port ) { topo->topoPortConfigDel( port ); }, []( IntfId ) {} );
    }
 }
 
@@ -137,11 +196,13 @@ TopologyFeature::parsePortState( const Json & line ) {
    const IntfId port = intfOf( agent_, line );
    const auto state = Kiv::fromText< PortState >( fieldOf< String >( line, "state" ) );
    const String name = fieldOf< String >( line, "topology" );
-   return [=, this] {
-      auto config = topologyOf( name )->topoPortConfigIs( port, state );
-      config->changeInfoIs( Topology::TopoPortChangeInfo( ++changes_, agent_.uptime() ) );
-      config->stateIs( state );
-   };
+   return [=, this] { stateIs( *topologyOf( name )->topoPortConfigIs( port, state ), state ); };
+}
+
+void
+TopologyFeature::stateIs( Topology::TopoPortConfig & config, PortState state ) {
+   config.changeInfoIs( Topology::TopoPortChangeInfo( ++changes_, agent_.uptime() ) );
+   config.stateIs( state );
 }
 
 /** Raises Velto::RangeError if there is none. */
@@ -305,10 +366,18 @@ TopologyFeature::topologyRow( const String & name, const Topology::TopoConfig & 
       }
       vlans = ranges( numbers );
    }
-   return { { "topology", name },
-            { "id", topo.topoId() },
-            { "active", yesNo( stpSm_->topoSm( name ) ) },
-            { "vlans", vlans } };
+   Row row = { { "topology", name },
+               { "id", topo.topoId() },
+               { "active", yesNo( stpSm_->topoSm( name ) ) },
+               { "vlans", vlans } };
+   const auto status = status_->topoStatus( name );
+   if ( const auto since = stpSm_->noRoomSince( name ) ) {
+      row.set( "reason", "no room in the chip" );
+      row.set( "since", Kiv::now() - *since );
+   } else if ( !status || status->topoId() != topo.topoId() ) {
+      row.set( "reason", "its status has another id" );
+   }
+   return row;
 }
 
 Row
@@ -320,8 +389,12 @@ TopologyFeature::portRow( const Row & whole, const String & name, IntfId intf,
    const auto topoSm = stpSm_->topoSm( name );
    if ( auto port = topoSm ? topoSm->topoPortSm( intf ) : nullptr ) {
       row.set( "acknowledged", Kiv::toText( port->status()->state() ) );
-      row.set( "waiting", yesNo( topoSm->pendingHas( intf ) ) );
+      const bool waits = topoSm->pendingHas( intf );
+      row.set( "waiting", yesNo( waits ) );
       row.set( "flushes", port->status()->fdbFlushReport() );
+      if ( waits ) {
+         row.set( "reason", "the chip is not done" );
+      }
    }
    return row;
 }
@@ -343,6 +416,15 @@ TopologyFeature::hardware() const {
    }
 }
 
+std::vector< Counter >
+TopologyFeature::counters() const {
+   U64 without = 0;
+   for ( auto i = config_->topoConfigIteratorConst(); stpSm_ && i; ++i ) {
+      without += stpSm_->noRoomSince( i.key() ).has_value();
+   }
+   return { { "topologies", config_->topoConfigs() }, { "topologies without room", without } };
+}
+
 std::vector< ShowCommand >
 TopologyFeature::showCommands() {
    const Column topology = { "topology", "Topology" }, intf = { "interface", "Interface" };
@@ -359,6 +441,8 @@ TopologyFeature::showCommands() {
                 { "wanted", "Wanted" },
                 { "acknowledged", "Acknowledged" },
                 { "waiting", "Waiting" },
+                { "reason", "Reason" },
+                { "since", "Since s", true },
                 { "vlans", "VLANs" } },
               [this]( auto & arguments ) { return topologies( arguments ); } },
             { "hw topology",

@@ -28,10 +28,14 @@ class TopologyFeature : public AgentFeature {
    explicit TopologyFeature( Agent & agent );
    ~TopologyFeature() override;
 
-   std::vector< String > tables() const override { return { "STP", "STP_VLAN", "STP_PORT" }; }
+   std::vector< ConfigTable > tables() const override;
    void configure( ConfigReader & reader ) override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
+   std::vector< Counter > counters() const override;
+   std::vector< String > ownNames() const override {
+      return { "Bridging::Topology::", "TopoHelper", "StpSm", "VlanTopoHelper", "TapAgg::" };
+   }
 
    /** Null if the chip has neither topology tables nor VLANs. */
    Qon::StpSm * stpSm() const { return stpSm_.ptr(); }
@@ -47,8 +51,15 @@ class TopologyFeature : public AgentFeature {
       std::set< Bridging::VlanId > vlansWithout; // disabled there, or not named in mode pvst
       std::set< Bridging::VlanId > vlansWith;
       std::map< Ulnet::IntfId, PortState > initial; // of ports in spanning tree
+
+      /** The topology of a VLAN. */
+      String topology( Bridging::VlanId vlan ) const;
+      /** How a port of a VLAN begins. */
+      PortState begins( Bridging::VlanId vlan, Ulnet::IntfId port ) const;
    };
-   void build( const SpanningTree & tree );
+   void become( const SpanningTree & tree );
+   void takeAway( const std::map< Bridging::VlanId, String > & former );
+   void stateIs( Bridging::Topology::TopoPortConfig & config, PortState state );
    void topologyIs( const String & name, U32 id );
    Velto::Ptr< Bridging::Topology::TopoConfig > topologyOf( const String & name ) const;
    Velto::Ptr< Bridging::Topology::TopoPortConfig > portOf( const String & name,
@@ -78,6 +89,8 @@ class TopologyFeature : public AgentFeature {
    const Velto::Ptr< Bridging::Topology::Inst::Status > status_;
    const Velto::Ptr< TapAgg::HwConfig > tapAgg_;
    const Velto::Ptr< Qon::StpSm > stpSm_;
+   SpanningTree tree_;                             // of the last configuration
+   std::map< Bridging::VlanId, String > topology_; // that it gave each VLAN
 };
 
 } // namespace QonAgent

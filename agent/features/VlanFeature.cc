@@ -16,11 +16,14 @@ namespace {
 
 constexpr U16 lastVlan = 4094;
 
-struct ConfiguredMember {
-   VlanId vlan;
-   bool tagged;
-   IntfId port;
-};
+// A row of VLAN_MEMBER in one number: the VLAN, the port's number, and whether it is tagged.
+constexpr U32 vlanShift = 33;
+constexpr U32 portShift = 1;
+
+VlanId
+vlanIn( U64 member ) {
+   return VlanId( U16( member >> vlanShift ) );
+}
 
 } // namespace
 
@@ -40,16 +43,37 @@ VlanFeature::VlanFeature( Agent & agent )
 
 VlanId
 VlanFeature::vlanOf( ConfigReader & reader, const String & name ) const {
-   const IntfId intf = reader.intf( "", name );
+   IntfId intf;
+   try {
+      intf = reader.intf( "", name );
+   } catch ( const RowError & ) {
+      if ( !name.starts_with( "Vlan" ) ) {
+         throw;
+      }
+   }
    if ( !Ulnet::VlanIntfId::isVlanIntfId( intf ) ) {
-      throw RowError( "", "'" + name + "' is not the name of a VLAN" );
+      throw RowError( "", "'" + name + "' is not the name of a VLAN, Vlan1 to Vlan4094" );
    }
    return VlanId( Ulnet::VlanIntfId::vlanNum( intf ) );
+}
+
+std::vector< ConfigTable >
+VlanFeature::tables() const {
+   return {
+         { "VLAN",
+           "VLAN",
+           { { "vlanid", "its number, as in the key" } },
+           { R"("Vlan10": {"vlanid": "10"})", R"("Vlan20": {})" } },
+         { "VLAN_MEMBER",
+           "VLAN|port or port-channel",
+           { { "tagging_mode", "tagged, untagged or priority_tagged; untagged" } },
+           { R"("Vlan10|Ethernet8": {"tagging_mode": "tagged"})", R"("Vlan20|Ethernet8": {})" } } };
 }
 
 void
 VlanFeature::configure( ConfigReader & reader ) {
    std::bitset< lastVlan + 1 > known;
+   auto vlans = std::make_shared< Configured< VlanId, Kiv::Nothing >::Said >();
    reader.eachRow( "VLAN", [&]( const ConfigRow & row ) {
       const VlanId vlan = vlanOf( reader, row.part( 0, 1 ) );
       if ( row.number( "vlanid", 1, 4094, vlan ) != vlan ) {
@@ -57,10 +81,14 @@ VlanFeature::configure( ConfigReader & reader ) {
                          "'" + row.text( "vlanid" ) + "' is not the number of " + row.key() );
       }
       known.set( vlan );
-      reader.apply( [=, this] { config_->vlanConfigIs( vlan ); } );
+      vlans->emplace_back( vlan, Kiv::Nothing() );
    } );
-   // One change for all of them: a change a row would take more room than the members.
-   auto members = std::make_shared< std::vector< ConfiguredMember > >();
+   reader.apply( [=, this] {
+      configured_.become(
+            *vlans, [this]( VlanId vlan, auto & ) { config_->vlanConfigDel( vlan ); },
+            [this]( VlanId vlan, auto &, auto ) { config_->vlanConfigIs( vlan ); } );
+   } );
+   auto members = std::make_shared< std::vector< U64 > >();
    auto seen = std::make_unique< Seen >();
    reader.eachRow( "VLAN_MEMBER", [&]( const ConfigRow & row ) {
       const VlanId vlan = vlanOf( reader, row.part( 0, 2 ) );
@@ -71,13 +99,39 @@ VlanFeature::configure( ConfigReader & reader ) {
       const bool tagged =
             row.word( "tagging_mode", { "untagged", "tagged", "priority_tagged" }, 0 ) == 1;
       nameOdd( reader, row, port, tagged ? "" : row.part( 0, 2 ), *seen );
-      members->push_back( { vlan, tagged, port } );
+      members->push_back( packed( vlan, port, tagged ) );
    } );
-   reader.apply( [=, this] {
-      for ( auto & member : *members ) {
-         config_->vlanConfigIs( member.vlan )->memberIs( member.port, member.tagged );
+   reader.apply( [=, this] { membersBecome( *members ); } );
+}
+
+U64
+VlanFeature::packed( VlanId vlan, IntfId port, bool tagged ) {
+   auto [number, fresh] = portNumbers_.try_emplace( port, U32( ports_.size() ) );
+   if ( fresh ) {
+      ports_.push_back( port );
+   }
+   return U64( vlan.value() ) << vlanShift | U64( number->second ) << portShift | tagged;
+}
+
+/** As Configured does it. */
+void
+VlanFeature::membersBecome( const std::vector< U64 > & said ) {
+   std::vector< U64 > former = said;
+   std::sort( former.begin(), former.end() );
+   former.swap( members_ );
+   auto port = [this]( U64 member ) { return ports_[U32( member >> portShift )]; };
+   for ( U64 member : former ) {
+      auto now = std::lower_bound( members_.begin(), members_.end(), member & ~U64( 1 ) );
+      const bool gone = now == members_.end() || ( *now ^ member ) >> portShift;
+      if ( auto config = gone ? config_->vlanConfig( vlanIn( member ) ) : nullptr ) {
+         config->memberDel( port( member ) );
       }
-   } );
+   }
+   for ( U64 member : said ) {
+      if ( !std::binary_search( former.begin(), former.end(), member ) ) {
+         config_->vlanConfigIs( vlanIn( member ) )->memberIs( port( member ), member & 1 );
+      }
+   }
 }
 
 /** What cannot be meant, once a port. `untaggedIn` is empty for a tagged member. */
@@ -218,6 +272,20 @@ VlanFeature::hardware( Arguments arguments ) const {
          break;
       }
    }
+}
+
+std::vector< Counter >
+VlanFeature::counters() const {
+   U64 vlans = 0, waiting = 0, failed = 0;
+   for ( auto i = config_->vlanConfigIteratorConst(); helper_ && i; ++i, ++vlans ) {
+      const auto state = helper_->updateState( i.key() );
+      waiting += state.requested != state.completed;
+      failed += state.failed;
+   }
+   return { { "VLANs", vlans },
+            { "VLANs that wait", waiting },
+            { "VLANs that failed", failed },
+            { "retries", helper_ ? helper_->retries() : 0 } };
 }
 
 std::vector< ShowCommand >

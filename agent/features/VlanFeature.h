@@ -9,6 +9,7 @@
 #include <set>
 
 #include "agent/AgentFeature.h"
+#include "agent/Configured.h"
 #include "agent/features/VlanMembersSm.h"
 #include "chip/TopologyPart.h"
 #include "chip/VlanPart.h"
@@ -21,11 +22,13 @@ class ConfigRow;
 class VlanFeature : public AgentFeature {
  public:
    explicit VlanFeature( Agent & agent );
-   std::vector< String > tables() const override { return { "VLAN", "VLAN_MEMBER" }; }
+   std::vector< ConfigTable > tables() const override;
    ConfigStage configStage() const override { return ConfigStage::vlans; }
    void configure( ConfigReader & reader ) override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
+   std::vector< String > ownNames() const override { return { "Bridging::Vlan::", "VlanHelper" }; }
+   std::vector< Counter > counters() const override;
 
    /** Null if the chip has none. */
    Qon::VlanHelper * helper() const { return helper_.ptr(); }
@@ -39,6 +42,8 @@ class VlanFeature : public AgentFeature {
    void nameOdd( ConfigReader & reader, const ConfigRow & row, Ulnet::IntfId port,
                  const String & untaggedIn, Seen & seen ) const;
    Bridging::VlanId vlanOf( ConfigReader & reader, const String & name ) const;
+   U64 packed( Bridging::VlanId vlan, Ulnet::IntfId port, bool tagged );
+   void membersBecome( const std::vector< U64 > & said );
    std::function< void() > parseMember( const Json & line );
    Rows vlans( Arguments arguments ) const;
    Row vlanRow( Bridging::VlanId vlan ) const;
@@ -56,6 +61,11 @@ class VlanFeature : public AgentFeature {
    const Velto::Ptr< const Bridging::Topology::Inst::Status > acknowledged_;
    const Velto::Ptr< Qon::VlanHelper > helper_;
    Velto::Ptr< VlanMembersSm > membersSm_;
+   Configured< Bridging::VlanId, Kiv::Nothing > configured_;
+   // Of the rows of VLAN_MEMBER there may be millions: see packed().
+   std::vector< U64 > members_; // in ascending order
+   std::vector< Ulnet::IntfId > ports_;
+   std::map< Ulnet::IntfId, U32 > portNumbers_; // in ports_
 };
 
 } // namespace QonAgent

@@ -75,6 +75,15 @@ VlanMappingFeature::VlanMappingFeature( Agent & agent )
    }
 }
 
+VlanMappingFeature::~VlanMappingFeature() {
+   if ( first_ ) {
+      first_->listenerIs( nullptr );
+   }
+   if ( second_ ) {
+      second_->listenerIs( nullptr );
+   }
+}
+
 void
 VlanMappingFeature::makeFirst() {
    using Configs = Qon::QonVlanMappingConfigDir;
@@ -88,6 +97,7 @@ VlanMappingFeature::makeFirst() {
            egress, mount< Qon::QonVlanLagMemberStatusDir >( Paths::vlanLagMemberStatus ),
            agent_.acsd()->verifyData() },
          { ingress, egress } );
+   first_->listenerIs( this );
    first_->initializedIs( true );
 }
 
@@ -112,6 +122,7 @@ VlanMappingFeature::makeSecond() {
            mount< Output >( Paths::bridgingConfigOutputState ),
            mount< Output >( Paths::qonFlowConfigOutputState ),
            mount< Output >( Paths::nativeVlanConfigOutputState ), &agent_.scheduler() } );
+   second_->listenerIs( this );
    second_->initializedIs( true );
    follower_ = part_->makePlatformFollower( platform, answers );
 }
@@ -156,35 +167,97 @@ VlanMappingFeature::wishOf( ConfigReader & reader, const ConfigRow & row ) const
    return wish;
 }
 
+std::vector< ConfigTable >
+VlanMappingFeature::tables() const {
+   return { { "VLAN_MAPPING",
+              "interface|ingress or egress|VLAN, or with |inner VLAN behind it",
+              { { "mapped_vlan", "the VLAN that it becomes" },
+                { "mapped_inner", "the inner VLAN that it becomes" },
+                { "source", "cli or flow; cli" },
+                { "native", "true: the VLAN is the native one, without the other fields; false" } },
+              { R"("Ethernet8|ingress|30": {"mapped_vlan": "10"})",
+                R"("Ethernet8|egress|20": {"native": "true"})" } } };
+}
+
 void
 VlanMappingFeature::configure( ConfigReader & reader ) {
-   auto natives = std::make_shared< std::map< std::pair< IntfId, Direction >, U16 > >();
+   std::map< std::pair< IntfId, Direction >, U16 > natives;
+   auto wishes = std::make_shared< std::vector< Wish > >();
    reader.eachRow( "VLAN_MAPPING", [&]( const ConfigRow & row ) {
       const Wish wish = wishOf( reader, row );
       if ( wish.native ) {
          auto [held, fresh] =
-               natives->try_emplace( { wish.intf, wish.direction }, wish.key.vlanId() );
+               natives.try_emplace( { wish.intf, wish.direction }, wish.key.vlanId() );
          if ( !fresh ) {
             throw RowError( "native",
                             "the native VLAN is " + Kiv::toText( held->second ) + " already" );
          }
       }
-      reader.apply( [=, this] {
-         // An interface that only flows are programmed for is in their mode.
-         if ( wish.flow && !config_->switchIntfConfigHas( wish.intf ) ) {
-            config_->switchIntfConfigIs( wish.intf )->switchportModeIs( SwitchportMode::flow );
-         } else if ( !wish.flow ) {
-            config_->switchIntfConfigIs( wish.intf )->switchportModeIs( SwitchportMode::trunk );
-         }
-         wishIs( wish );
-      } );
+      wishes->push_back( wish );
    } );
+   reader.apply( [=, this] { become( *wishes ); } );
+}
+
+VlanMappingFeature::Name
+VlanMappingFeature::nameOf( const Wish & wish ) {
+   return { wish.intf, wish.direction, wish.key.vlanId(), wish.key.innerVlanId(),
+            wish.flow, wish.native };
+}
+
+void
+VlanMappingFeature::become( const std::vector< Wish > & wishes ) {
+   Configured< Name, Mapping >::Said said;
+   std::map< IntfId, bool > flowsOnly;
+   for ( auto & wish : wishes ) {
+      said.emplace_back( nameOf( wish ), wish.mapping );
+      auto & flows = flowsOnly.try_emplace( wish.intf, true ).first->second;
+      flows = flows && wish.flow;
+   }
+   flowsOnly_.become(
+         { flowsOnly.begin(), flowsOnly.end() }, []( IntfId, bool ) {},
+         [this]( IntfId intf, bool flows, const bool * former ) {
+            modeIs( intf, flows, former );
+         } );
+   auto wishOf = []( const Name & name, const Mapping & mapping ) {
+      const auto & [intf, direction, vlan, inner, flow, native] = name;
+      return Wish{ intf, direction, { vlan, inner }, mapping, flow, native };
+   };
+   configured_.become(
+         said,
+         [&]( const Name & name, auto & ) {
+            wishIs( wishOf( name, Mapping() ) );
+            since_.erase( name );
+            leave( std::get< IntfId >( name ) );
+         },
+         [&]( const Name & name, const Mapping & mapping, auto ) {
+            wishIs( wishOf( name, mapping ) );
+         } );
+}
+
+/** An interface that only flows are programmed for is in their mode. */
+void
+VlanMappingFeature::modeIs( IntfId intf, bool flowsOnly, const bool * former ) {
+   if ( !flowsOnly ) {
+      config_->switchIntfConfigIs( intf )->switchportModeIs( SwitchportMode::trunk );
+   } else if ( former || !config_->switchIntfConfigHas( intf ) ) {
+      config_->switchIntfConfigIs( intf )->switchportModeIs( SwitchportMode::flow );
+   }
+}
+
+/** What is left of an interface when nobody says anything of it any more. */
+void
+VlanMappingFeature::leave( IntfId intf ) {
+   auto flows = flow_->vlanXlateIntfConfig( intf );
+   if ( flows && !flows->ingressVlanXlates() && !flows->egressVlanXlates() ) {
+      flow_->vlanXlateIntfConfigDel( intf );
+   }
+   if ( !flowsOnly_.held().contains( intf ) && wishes( intf ).empty() ) {
+      config_->switchIntfConfigDel( intf );
+   }
 }
 
 void
 VlanMappingFeature::wishIs( const Wish & wish ) {
-   since_[{ wish.intf, wish.direction, wish.key.vlanId(), wish.key.innerVlanId(), wish.flow,
-            wish.native }] = Kiv::now();
    if ( wish.native ) {
       config_->switchIntfConfigIs( wish.intf )
             ->nativeVlanIs( wish.direction, VlanIdOrNone( wish.mapping.vlanId() ) );

@@ -14,6 +14,7 @@
 #include <map>
 
 #include "agent/AgentFeature.h"
+#include "agent/Configured.h"
 #include "chip/VlanMappingPart.h"
 #include "platform/Kiv/Listener.h"
 
@@ -21,7 +22,7 @@ namespace QonAgent {
 
 class ConfigRow;
 
-class VlanMappingFeature : public AgentFeature {
+class VlanMappingFeature : public AgentFeature, private Qon::VlanMappingListener {
  public:
    using IntfId = Ulnet::IntfId;
    using Direction = Bridging::VlanMappingDirection;
@@ -30,11 +31,17 @@ class VlanMappingFeature : public AgentFeature {
 
    static std::vector< FeatureOption > options();
    explicit VlanMappingFeature( Agent & agent );
+   ~VlanMappingFeature() override;
 
-   std::vector< String > tables() const override { return { "VLAN_MAPPING" }; }
+   std::vector< ConfigTable > tables() const override;
    void configure( ConfigReader & reader ) override;
+   std::vector< Counter > counters() const override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
+   std::vector< String > ownNames() const override {
+      return { "VlanMapping", "Bridging::SwitchIntf", "Bridging::VlanXlate", "Qon::QonVlanMapping",
+               "Qon::VlanMapping" };
+   }
 
    /** Null in the second generation, and on a chip that serves no mappings. */
    Qon::VlanMappingSm * first() const { return first_.ptr(); }
@@ -52,6 +59,23 @@ class VlanMappingFeature : public AgentFeature {
       bool native = false;
    };
    using Name = std::tuple< IntfId, Direction, U16, U16, bool, bool >;
+   static Name nameOf( const Wish & wish );
+   /** What became of a wish: the owner of its key, and what it waits for; empty if there is no such
+       thing. */
+   struct Fate {
+      const char * owner = "";
+      const char * why = "";
+      bool operator==( const Fate & other ) const;
+   };
+   struct Since {
+      Fate fate;
+      Mapping mapping;
+      Kiv::Seconds time = 0;
+   };
+
+   void become( const std::vector< Wish > & wishes );
+   void modeIs( IntfId intf, bool flowsOnly, const bool * former );
+   void leave( IntfId intf );
 
    template< class T >
    Velto::Ptr< T > mount( const char * path ) const;
@@ -70,10 +94,12 @@ class VlanMappingFeature : public AgentFeature {
    /** Interfaces with wishes, by name; and the wishes of one. */
    std::vector< IntfId > wishers() const;
    std::vector< Wish > wishes( IntfId intf ) const;
-   /** What became of it: the owner, "programmed" or what it waits for. */
-   std::pair< String, String > outcome( const Wish & wish ) const;
-   std::pair< String, String > firstOutcome( const Wish & wish ) const;
-   std::pair< String, String > secondOutcome( const Wish & wish ) const;
+   /** Those of one key: of the command line, native, of the flow source. */
+   std::vector< Wish > wishes( IntfId intf, Direction d, Key key ) const;
+   void outcomeHeard( IntfId intf, Direction d, Key key ) override;
+   Fate fate( const Wish & wish ) const;
+   Fate firstFate( const Wish & wish ) const;
+   Fate secondFate( const Wish & wish ) const;
    Row row( const Wish & wish ) const;
    Row heldRow( const QonChip::HeldTranslationKey & name, const Mapping & mapping ) const;
    Rows mappings( Arguments arguments ) const;
@@ -83,7 +109,9 @@ class VlanMappingFeature : public AgentFeature {
    QonChip::VlanMappingPart * const part_; ///< null: the chip has none
    const Velto::Ptr< Bridging::Config > config_;
    const Velto::Ptr< Qon::QonFlowVlanXlateConfigDir > flow_;
-   std::map< Name, Kiv::Seconds > since_; ///< when what was wanted by rows and events changed
+   Configured< Name, Mapping > configured_;
+   Configured< IntfId, bool > flowsOnly_; ///< of interfaces with rows
+   std::map< Name, Since > since_;        ///< when what became of it changed
    Velto::Ptr< Qon::VlanMappingSm > first_;
 
    Velto::Ptr< Qon::ProgrammedPortToLag > portToLag_;

@@ -1,6 +1,8 @@
 // What the console shows of VLAN mapping.
 
+#include <algorithm>
 #include <set>
+#include <string_view>
 
 #include "agent/features/Arguments.h"
 #include "agent/features/VlanMappingFeature.h"
@@ -40,6 +42,9 @@ text( Status status ) {
    return "";
 }
 
+/** The owner's name follows. */
+constexpr char inUse[] = "in use by";
+
 } // namespace
 
 std::vector< IntfId >
@@ -78,8 +83,57 @@ VlanMappingFeature::wishes( IntfId intf ) const {
    return all;
 }
 
-std::pair< String, String >
-VlanMappingFeature::firstOutcome( const Wish & wish ) const {
+std::vector< VlanMappingFeature::Wish >
+VlanMappingFeature::wishes( IntfId intf, Direction d, Key key ) const {
+   std::vector< Wish > all;
+   const bool native = Qon::isNative( key );
+   if ( auto config = config_->switchIntfConfig( intf ) ) {
+      if ( !native && config->vlanXlateHas( d, key ) ) {
+         all.push_back( { intf, d, key, config->vlanXlate( d, key ), false, false } );
+      }
+      const U16 vlan = config->nativeVlan( d ).value();
+      if ( vlan == key.vlanId() && ( native || ( second_ && !key.innerVlanId() ) ) ) {
+         all.push_back( { intf, d, { vlan, 0 }, { vlan, 0 }, false, true } );
+      }
+   }
+   auto config = flow_->vlanXlateIntfConfig( intf );
+   if ( config && !native && config->vlanXlateHas( d, key ) ) {
+      all.push_back( { intf, d, key, config->vlanXlate( d, key ), true, false } );
+   }
+   return all;
+}
+
+bool
+VlanMappingFeature::Fate::operator==( const Fate & other ) const {
+   return std::string_view( owner ) == other.owner && std::string_view( why ) == other.why;
+}
+
+void
+VlanMappingFeature::outcomeHeard( IntfId intf, Direction d, Key key ) {
+   const Key plain( key.vlanId(), Qon::isNative( key ) ? U16( 0 ) : key.innerVlanId() );
+   const auto wanted = wishes( intf, d, key );
+   auto among = [&]( const Name & name ) {
+      return std::any_of( wanted.begin(), wanted.end(),
+                          [&]( const Wish & wish ) { return nameOf( wish ) == name; } );
+   };
+   for ( auto [flow, native] : { std::pair( false, false ), { false, true }, { true, false } } ) {
+      const Name name( intf, d, plain.vlanId(), plain.innerVlanId(), flow, native );
+      if ( ( second_ || native == Qon::isNative( key ) ) && !among( name ) ) {
+         since_.erase( name );
+      }
+   }
+   for ( const Wish & wish : wanted ) {
+      const Fate now = fate( wish );
+      auto [known, fresh] = since_.try_emplace( nameOf( wish ) );
+      Since & since = known->second;
+      if ( fresh || !( since.fate == now ) || !( since.mapping == wish.mapping ) ) {
+         since = { now, wish.mapping, Kiv::now() };
+      }
+   }
+}
+
+VlanMappingFeature::Fate
+VlanMappingFeature::firstFate( const Wish & wish ) const {
    const Key key = wish.native ? Key( wish.key.vlanId(), Qon::nativeInnerVlan ) : wish.key;
    const auto source =
          wish.flow ? QonVlanMappingSource::Steerline : QonVlanMappingSource::BriselCli;
@@ -88,7 +142,7 @@ VlanMappingFeature::firstOutcome( const Wish & wish ) const {
    case Outcome::unwanted:
       return { "", "out of range" };
    case Outcome::conflict:
-      return { shownSource( other ), String( "in use by " ) + shownSource( other ) };
+      return { shownSource( other ), inUse };
    case Outcome::givenUp:
       return { "", "table full or refused" };
    case Outcome::resting:
@@ -103,8 +157,8 @@ VlanMappingFeature::firstOutcome( const Wish & wish ) const {
    return {};
 }
 
-std::pair< String, String >
-VlanMappingFeature::secondOutcome( const Wish & wish ) const {
+VlanMappingFeature::Fate
+VlanMappingFeature::secondFate( const Wish & wish ) const {
    const auto source = wish.flow     ? Source2::flow
                        : wish.native ? Source2::nativeVlan
                                      : Source2::bridging;
@@ -120,7 +174,7 @@ VlanMappingFeature::secondOutcome( const Wish & wish ) const {
    }
    const auto owner = merged->vlanMappingConfig( key ).source();
    if ( owner != source ) {
-      return { shownSource( owner ), String( "in use by " ) + shownSource( owner ) };
+      return { shownSource( owner ), inUse };
    }
    const auto result = second_->platformStatusSm()->resultOf( wish.intf, key );
    return { shownSource( owner ), !result                      ? "no port to be programmed on"
@@ -128,27 +182,27 @@ VlanMappingFeature::secondOutcome( const Wish & wish ) const {
                                                                : text( *result ) };
 }
 
-std::pair< String, String >
-VlanMappingFeature::outcome( const Wish & wish ) const {
-   return first_ ? firstOutcome( wish ) : secondOutcome( wish );
+VlanMappingFeature::Fate
+VlanMappingFeature::fate( const Wish & wish ) const {
+   return first_ ? firstFate( wish ) : secondFate( wish );
 }
 
 Row
 VlanMappingFeature::row( const Wish & wish ) const {
-   const auto [owner, why] = outcome( wish );
+   const Fate now = fate( wish );
+   const String why = now.why + ( now.why == inUse ? " " + String( now.owner ) : String() );
    Row row = { { "interface", agent_.names().spelling( wish.intf ) },
                { "direction", Kiv::toText( wish.direction ) },
                { "vlan", text( wish.key.vlanId(), wish.key.innerVlanId() ) },
                { "mapped", text( wish.mapping.vlanId(), wish.mapping.innerVlanId() ) },
                { "native", yesNo( wish.native ) },
                { "source", wish.flow ? "flow" : "cli" },
-               { "owner", owner },
+               { "owner", now.owner },
                { "programmed", yesNo( why.empty() ) },
                { "reason", why } };
-   auto since = since_.find( { wish.intf, wish.direction, wish.key.vlanId(), wish.key.innerVlanId(),
-                               wish.flow, wish.native } );
+   auto since = since_.find( nameOf( wish ) );
    if ( since != since_.end() ) {
-      row.set( "since", Kiv::now() - since->second );
+      row.set( "since", Kiv::now() - since->second.time );
    }
    if ( first_ && why == text( Status::notNow ) && !first_->clock()->idle() ) {
       row.set( "retry", first_->clock()->time() - Kiv::now() );
@@ -193,6 +247,16 @@ VlanMappingFeature::heldRow( const QonChip::HeldTranslationKey & name,
             { "vlan", text( key.vlanId(), key.innerVlanId() ) },
             { "mapped", text( mapping.vlanId(), mapping.innerVlanId() ) },
             { "native", yesNo( Qon::isNative( key.key() ) ) } };
+}
+
+/** The chip itself tries again in the second generation. */
+std::vector< Counter >
+VlanMappingFeature::counters() const {
+   if ( !first_ ) {
+      return {};
+   }
+   return { { "interfaces to be tried again", first_->unprogrammedIntfLists() },
+            { "retries", first_->retries() } };
 }
 
 std::vector< ShowCommand >

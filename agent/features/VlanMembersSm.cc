@@ -59,8 +59,12 @@ VlanMembersSm::cleanUpVlan( const VlanId & vlan, VlanSm * ) {
 void
 VlanMembersSm::handleMember( VlanId vlan, IntfId member ) {
    const VlanConfig * config = config_->vlanConfig( vlan );
-   Qon::LagView( acsd_ ).forEachTarget( member, Qon::EmptyAggregate::nothing,
-                                        [&]( IntfId port ) { review( vlan, config, port ); } );
+   const Qon::LagView lags( acsd_ );
+   if ( lags.role( member ) == Qon::LagRole::aggregate ) {
+      for ( IntfId port : lags.membersOf( member ) ) {
+         review( vlan, config, port );
+      }
+   }
    review( vlan, config, member );
 }
 

@@ -5,7 +5,6 @@
 #include "agent/Agent.h"
 #include "agent/base/Fields.h"
 #include "agent/base/ReadFile.h"
-#include "agent/base/StateFile.h"
 
 namespace QonAgent {
 
@@ -16,55 +15,11 @@ namespace {
 constexpr U32 batch = 4096; // lines in one go
 constexpr U32 linesPerReport = 100'000;
 
-/** The changes that need no feature: by path, through the generic attribute interface. */
-std::vector< EventKind >
-pathKinds( Orvane::EntityManager & entities ) {
-   auto kind = [&]( const char * name, auto use ) {
-      String help = String( R"({"time": 1, "event": ")" ) + name + R"(", "path": "..."})";
-      return EventKind{ name, help, [=]( const Json & line ) -> std::function< void() > {
-                          auto path = fieldOf< String >( line, "path" );
-                          return [=] { use( path ); };
-                       } };
-   };
-   std::vector< EventKind > kinds;
-   kinds.push_back( kind( "insert", [&]( const String & path ) { entities.insert( path ); } ) );
-   kinds.push_back( kind( "delete", [&]( const String & path ) { entities.del( path ); } ) );
-   kinds.push_back( { "set", R"({"time": 1, "event": "set", "path": "...", "value": "..."})",
-                      [&]( const Json & line ) -> std::function< void() > {
-                         auto path = fieldOf< String >( line, "path" );
-                         String value = textOfJson( fieldOf< Json >( line, "value" ) );
-                         return [=, &entities] { entities.set( path, value ); };
-                      } } );
-   return kinds;
-}
-
-/** What to say of a field that the event does not know, most likely a misspelled one. */
-String
-unknownField( const Json & line, const FieldsAsked & asked ) {
-   String known;
-   for ( auto & name : asked.names() ) {
-      known += ( known.empty() ? "" : ", " ) + name;
-   }
-   for ( auto & [field, value] : line.items() ) {
-      if ( field != "time" && field != "event" && !asked.names().contains( field ) ) {
-         return "field '" + field + "' is not known here; there are: " + known;
-      }
-   }
-   return "";
-}
-
 } // namespace
 
 EventPlayer::EventPlayer( Agent & agent, const String & file, const String & text, Say say )
-    : agent_( agent ), file_( file ), text_( text ), say_( std::move( say ) ),
-      alarm_( [this] { handleTimeout(); }, agent.timerWheel() ) {
-   for ( auto & kind : pathKinds( agent.entities() ) ) {
-      kinds_[kind.name] = kind;
-   }
-   for ( auto & kind : agent.eventKinds() ) {
-      kinds_[kind.name] = kind;
-   }
-}
+    : events_( agent ), file_( file ), text_( text ), say_( std::move( say ) ),
+      alarm_( [this] { handleTimeout(); }, agent.timerWheel() ) {}
 
 Velto::Ptr< EventPlayer >
 EventPlayer::load( Agent & agent, const String & file, Say say ) {
@@ -98,22 +53,7 @@ EventPlayer::parse( const Line & line, Kiv::Seconds & time, String * unknown ) c
       }
       time = wanted;
    }
-   String name = fieldOf< String >( json, "event" );
-   auto kind = kinds_.find( name );
-   if ( kind == kinds_.end() ) {
-      String known;
-      for ( auto & [other, ignored] : kinds_ ) {
-         known += ( known.empty() ? "" : ", " ) + other;
-      }
-      throw RangeError( "no event '" + name + "'; there are: " + known );
-   }
-   if ( !unknown ) {
-      return kind->second.parse( json );
-   }
-   const FieldsAsked asked;
-   auto happens = kind->second.parse( json );
-   *unknown = unknownField( json, asked );
-   return happens;
+   return events_.parse( json, unknown );
 }
 
 void

@@ -12,10 +12,9 @@
 //    before. It never falls.
 // 3. A line that is right in form but cannot be done is one warning; the stream goes on.
 
-#include <map>
 #include <vector>
 
-#include "agent/AgentFeature.h"
+#include "agent/Events.h"
 #include "platform/Kiv/Alarm.h"
 
 namespace QonAgent {
@@ -54,11 +53,10 @@ class EventPlayer : public Velto::Node {
    void handleTimeout();
    void play( const Line & line );
 
-   Agent & agent_;
+   const Events events_;
    String file_;
    String text_;
    Say say_;
-   std::map< String, EventKind > kinds_;
    std::vector< Line > lines_;
    std::size_t next_ = 0;
    U32 failed_ = 0;

@@ -24,6 +24,7 @@
 #include "agent/record/RecordFile.h"
 #include "chip/Recording.h"
 #include "platform/Kiv/TaskScheduler.h"
+#include "platform/Kiv/TimeOfDay.h"
 
 namespace QonAgent {
 
@@ -56,7 +57,7 @@ class Recorder : public QonChip::Recording, private Qon::HookListener {
 
 /** Writes a recording. Installs itself as the source of time and as the watch of turns while it
     lives; made behind the scheduler and gone before it. */
-class FileRecorder : public Recorder, private Kiv::TimeSource, private Kiv::TurnWatch {
+class FileRecorder : public Recorder, private Kiv::PassingTimeSource, private Kiv::TurnWatch {
  public:
    using Say = std::function< void( const String & line ) >;
    /** Raises Velto::RangeError if the file cannot be made. `say` hears, once, that nothing more can be
@@ -79,6 +80,7 @@ class FileRecorder : public Recorder, private Kiv::TimeSource, private Kiv::Turn
  private:
    void called( const String & call ) override;
    Kiv::Seconds now() override;
+   Kiv::TimeSource * former() const override { return former_; }
    void turnBegins() override;
    void turnEnds( bool worked ) override;
    void write( Record::Kind kind, const String & text );

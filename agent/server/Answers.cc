@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "agent/Show.h"
+#include "agent/base/PlainWords.h"
 
 namespace QonAgent {
 
@@ -137,7 +138,7 @@ okAnswer() {
 
 Json
 failureAnswer( const String & why ) {
-   return { { "ok", false }, { "error", why } };
+   return { { "ok", false }, { "error", plainWords( why ) } };
 }
 
 String

@@ -41,13 +41,13 @@ Connection::push( const String & bytes ) {
 
 void
 Connection::want() {
-   wanted( !inputEnded_ && !ending_ && !answering(), answering() );
+   wanted( !inputEnded_ && !ending_ && !answering() && !linesWait_, answering() || linesWait_ );
 }
 
 void
 Connection::ready( bool readable, bool ) {
    bool hungUp = readable && inputEnded_; // the end of input is not waited for any more
-   if ( readable && !inputEnded_ && !answering() ) {
+   if ( readable && !inputEnded_ && !answering() && !linesWait_ ) {
       receive();
    }
    flush();
@@ -57,7 +57,7 @@ Connection::ready( bool readable, bool ) {
    if ( !more_ ) {
       handleLines();
    }
-   bool idle = !answering() && ( ending_ || ( inputEnded_ && kept_.empty() ) );
+   bool idle = !answering() && !linesWait_ && ( ending_ || ( inputEnded_ && kept_.empty() ) );
    if ( broken_ || hungUp || idle ) {
       auto ended = ended_; // survives this object
       ended( *this );
@@ -82,12 +82,16 @@ Connection::receive() {
 void
 Connection::handleLines() {
    std::size_t begin = 0;
-   while ( !answering() && !ending_ && !broken_ ) {
+   linesWait_ = false;
+   for ( U32 handled = 0; !answering() && !ending_ && !broken_; ++handled ) {
       auto end = in_.find( '\n', begin );
       if ( ( end == String::npos ? in_.size() : end ) - begin > maxLine ) {
          send( "{\"ok\":false,\"error\":\"a line has at most 65536 bytes\"}\n" );
          ending_ = true;
       } else if ( end == String::npos ) {
+         break;
+      } else if ( handled == linesATurn ) {
+         linesWait_ = true;
          break;
       } else {
          String line = in_.substr( begin, end - begin );

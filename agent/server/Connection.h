@@ -7,7 +7,8 @@
 // Invariants
 // 1. The next line is handled when the answers of the last one have been taken by the socket: a
 //    client that does not read is not read from. A long answer is a stream: it is asked for a piece
-//    when the socket has taken all before, one piece in a turn of the loop.
+//    when the socket has taken all before, one piece in a turn of the loop. Of lines that come
+//    together `linesATurn` are handled in one.
 // 2. A line has at most `maxLine` bytes; a longer one is answered with an error and the end of the
 //    connection. So is nothing else that a client may send.
 // 3. What is pushed and not read grows to `maxPending` bytes; then the connection ends.
@@ -29,6 +30,7 @@ class Connection : private Kiv::FdWatch {
  public:
    static constexpr U32 maxLine = 65536;
    static constexpr U32 maxPending = 1 << 20;
+   static constexpr U32 linesATurn = 8;
 
    using LineHandler = std::function< void( Connection & connection, const String & line ) >;
    /** Appends a piece of an answer; whether there is more of it. */
@@ -65,8 +67,9 @@ class Connection : private Kiv::FdWatch {
    Ended ended_;
    String in_;
    String out_;
-   std::size_t sent_ = 0; ///< of out_
-   More more_;            ///< the rest of the answer under way; empty for none
+   std::size_t sent_ = 0;   ///< of out_
+   More more_;              ///< the rest of the answer under way; empty for none
+   bool linesWait_ = false; ///< whole ones, for the next turn
    bool inputEnded_ = false;
    bool ending_ = false; ///< once out_ is sent
    bool broken_ = false;

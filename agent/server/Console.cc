@@ -1,12 +1,16 @@
 #include "agent/server/Console.h"
 
+#include <algorithm>
+#include <cstdio>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "agent/Changes.h"
 #include "agent/base/Fields.h"
+#include "agent/base/PathWatch.h"
 #include "agent/base/StateFile.h"
-#include "agent/server/PathWatch.h"
+#include "agent/server/Completions.h"
+#include "platform/Kiv/Printable.h"
 
 namespace QonAgent {
 
@@ -57,8 +61,14 @@ drained( const LongAnswer & answer ) {
 
 } // namespace
 
-Console::Console( Agent & agent ) : agent_( agent ), shows_( agent.showCommands() ) {
-   for ( auto & command : ownShows() ) {
+void
+TraceLines::trace( const char * facility, U8 level, const String & text ) {
+   std::fprintf( stderr, "%s %u %s\n", facility, unsigned( level ),
+                 Kiv::printable( text ).c_str() );
+}
+
+Console::Console( Agent & agent ) : agent_( agent ), own_( agent ), shows_( agent.showCommands() ) {
+   for ( auto & command : own_.commands() ) {
       shows_.push_back( command );
    }
 }
@@ -66,9 +76,12 @@ Console::Console( Agent & agent ) : agent_( agent ), shows_( agent.showCommands(
 const std::map< String, Console::Action > &
 Console::actions() {
    static const std::map< String, Action > all = {
-         { "help", &Console::help },     { "get", &Console::get },    { "set", &Console::set },
-         { "insert", &Console::insert }, { "delete", &Console::del }, { "raise", &Console::raise },
-         { "run", &Console::run },
+         { "help", &Console::help },         { "get", &Console::get },
+         { "set", &Console::set },           { "insert", &Console::insert },
+         { "delete", &Console::del },        { "event", &Console::event },
+         { "raise", &Console::raise },       { "run", &Console::run },
+         { "logLevel", &Console::logLevel }, { "trace", &Console::trace },
+         { "complete", &Console::complete },
    };
    return all;
 }
@@ -147,13 +160,23 @@ Console::help( const Json & ) {
    return reply;
 }
 
+/** As many of the words as it takes to see that no table is called so. */
+String
+Console::unknownOf( const std::vector< String > & words ) const {
+   const bool begins = std::any_of( shows_.begin(), shows_.end(), [&]( auto & command ) {
+      return command.name.starts_with( words[0] + " " );
+   } );
+   return begins && words.size() > 1 ? words[0] + " " + words[1] : words[0];
+}
+
 LongAnswer
 Console::show( const Json & request ) {
    auto words = fieldOf< std::vector< String > >( request, "words" );
    const ShowCommand * command = findShow( shows_, words );
    if ( !command ) {
       throw RangeError( words.empty() ? "show what?"
-                                      : "there is nothing to show as '" + words[0] + "'" );
+                                      : "there is nothing to show as '" + unknownOf( words ) +
+                                              "'; 'show' alone lists what there is" );
    }
    return answerOf( *command, runShow( agent_, *command, words ) );
 }
@@ -173,6 +196,10 @@ Console::get( const Json & request ) {
 
 Json
 Console::set( const Json & request ) {
+   if ( hasField( request, "values" ) ) {
+      change( "together", fieldOf< Json >( request, "values" ).dump() );
+      return okAnswer();
+   }
    change( "set", path( request ) + "\n" + textOfJson( fieldOf< Json >( request, "value" ) ) );
    return okAnswer();
 }
@@ -187,6 +214,37 @@ Json
 Console::del( const Json & request ) {
    change( "delete", path( request ) );
    return okAnswer();
+}
+
+Json
+Console::event( const Json & request ) {
+   change( "event", fieldOf< Json >( request, "line" ).dump() );
+   return okAnswer();
+}
+
+Json
+Console::logLevel( const Json & request ) {
+   agent_.log().levelIs( fieldOf< U32 >( request, "level" ) );
+   return okAnswer();
+}
+
+/** Traces of a facility, up to a level of detail, to standard error; of none without a level. */
+Json
+Console::trace( const Json & request ) {
+   const bool heard = hasField( request, "level" );
+   Flintlog::listen(
+         fieldOf< String >( request, "facility" ), heard ? &traces_ : nullptr,
+         heard ? U8( std::min( fieldOf< U32 >( request, "level" ), U32( Flintlog::finestLevel ) ) )
+               : U8( 0 ) );
+   return okAnswer();
+}
+
+Json
+Console::complete( const Json & request ) {
+   Json reply = okAnswer();
+   reply["words"] =
+         completions( agent_, shows_, fieldOf< std::vector< String > >( request, "words" ) );
+   return reply;
 }
 
 Json
@@ -213,81 +271,6 @@ Console::run( const Json & request ) {
    Json reply = okAnswer();
    reply["uptime"] = agent_.uptime();
    return reply;
-}
-
-/** Messages may come, and the oldest go, between two rows: they are found by their number. */
-Rows
-Console::logRows() const {
-   const RecentLog & log = agent_.log();
-   for ( U64 number = log.gone(); number < log.gone() + log.records().size();
-         number = std::max( number + 1, log.gone() ) ) {
-      auto & record = log.records()[number - log.gone()];
-      const Row made = { { "time", record.time - agent_.began() },
-                         { "severity", record.severity },
-                         { "message", record.name },
-                         { "text", record.text } };
-      co_yield made;
-   }
-}
-
-Rows
-Console::messageRows() const {
-   for ( auto handle : Kiv::logHandles() ) {
-      auto & descriptor = handle->descriptor();
-      const Row made = { { "message", descriptor.name },
-                         { "severity", U32( descriptor.severity ) },
-                         { "module", handle->module() },
-                         { "format", descriptor.format } };
-      co_yield made;
-   }
-}
-
-Rows
-Console::entityRows( String path ) const {
-   const std::size_t prefix = path.empty() ? 0 : path.size() + 1;
-   Orvane::Dump dump( agent_.entities(), path );
-   for ( Kiv::GenericIf::Line line; dump.next( line ); ) {
-      const String below = line.path.size() > prefix ? line.path.substr( prefix ) : line.path;
-      const Row made = { { "path", below },
-                         { "value", line.isEntity ? Value() : Value( line.value ) } };
-      co_yield made;
-   }
-}
-
-Rows
-Console::mountRows() const {
-   for ( auto & mount : std::vector( agent_.entities().mounts() ) ) {
-      auto type = mount.entity->typeData();
-      const Row made = { { "path", mount.path }, { "type", type ? type->name : "" } };
-      co_yield made;
-   }
-}
-
-std::vector< ShowCommand >
-Console::ownShows() {
-   const Argument path = { Argument::Kind::text, "PATH", "path", true, nullptr };
-   return {
-         { "log",
-           "the last messages",
-           {},
-           { { "time", "Seconds", true }, { "message", "Message" }, { "text", "Text" } },
-           [this]( auto & ) { return logRows(); } },
-         { "messages",
-           "what 'raise' can raise",
-           {},
-           { { "message", "Message" }, { "format", "Format" } },
-           [this]( auto & ) { return messageRows(); } },
-         { "entity",
-           "all that is below a path",
-           { path },
-           { { "path", "Path" }, { "value", "Value" } },
-           [this]( auto & arguments ) { return entityRows( arguments.text( 0 ) ); } },
-         { "mounts",
-           "where paths begin",
-           {},
-           { { "path", "Path" }, { "type", "Type" } },
-           [this]( auto & ) { return mountRows(); } },
-   };
 }
 
 void

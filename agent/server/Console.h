@@ -20,8 +20,19 @@
 #include "agent/Agent.h"
 #include "agent/base/Json.h"
 #include "agent/server/Answers.h"
+#include "agent/server/OwnShows.h"
+#include "platform/Flintlog/Listen.h"
 
 namespace QonAgent {
+
+/** Prints traces as they come. */
+class TraceLines : public Flintlog::Sink {
+ public:
+   ~TraceLines() override { Flintlog::unlisten( this ); }
+
+ private:
+   void trace( const char * facility, U8 level, const String & text ) override;
+};
 
 class Console {
  public:
@@ -35,6 +46,9 @@ class Console {
 
    /** For an agent on virtual time: after every change it is advanced by 0. */
    void advanceIs( Advance advance ) { advance_ = std::move( advance ); }
+
+   /** The loop that serves the agent, whose rounds are counted. */
+   void loopIs( const Kiv::EventLoop * loop ) { own_.loopIs( loop ); }
 
    /** Who makes changes instead of the console itself: a recorder that notes them. */
    void changeIs( Change change ) { change_ = std::move( change ); }
@@ -60,26 +74,27 @@ class Console {
    Json set( const Json & request );
    Json insert( const Json & request );
    Json del( const Json & request );
+   Json event( const Json & request );
    Json raise( const Json & request );
+   Json logLevel( const Json & request );
+   Json trace( const Json & request );
+   Json complete( const Json & request );
    Json run( const Json & request );
 
    LongAnswer show( const Json & request );
+   String unknownOf( const std::vector< String > & words ) const;
    LongAnswer dump( const Json & request );
-
-   Rows logRows() const;
-   Rows messageRows() const;
-   Rows entityRows( String path ) const;
-   Rows mountRows() const;
-   std::vector< ShowCommand > ownShows();
 
    void watch( Connection & connection, const Json & request );
    void verification( Connection & connection, const String & command );
    String change( const String & kind, const String & text );
 
    Agent & agent_;
+   OwnShows own_;
    Advance advance_;
    Change change_;
    std::vector< ShowCommand > shows_;
+   TraceLines traces_;
 };
 
 } // namespace QonAgent

@@ -15,6 +15,7 @@ class AclPart : public QonChip::AclPart {
       return Velto::make< SoftAclHelper >( table_ );
    }
    std::optional< QonChip::HeldAcls > acls() const override { return table_.held(); }
+   std::vector< QonChip::AclUnit > units() const override { return table_.units(); }
 
    std::optional< QonChip::AclDecision > lookup( QonChip::IntfId intf, QonChip::IntfId member,
                                                  Acl::AclDirection direction,

@@ -10,11 +10,6 @@ using Qon::AclUnitResults;
 
 namespace {
 
-String
-unitName( U32 unit ) {
-   return "Chip" + std::to_string( unit );
-}
-
 AclCreateError
 errorOf( Trouble trouble ) {
    switch ( trouble ) {
@@ -35,9 +30,62 @@ AclUnitResults
 AclTable::everywhere( AclCreateError error ) const {
    AclUnitResults results;
    for ( U32 unit = 0; unit < limits_.units; ++unit ) {
-      results.push_back( { unitName( unit ), error } );
+      if ( !plan_.unitLost( unitName( unit ) ) ) {
+         results.push_back( { unitName( unit ), error } );
+      }
    }
    return results;
+}
+
+/** Without any there is nobody who could refuse. */
+bool
+AclTable::anyUnit() const {
+   return !everywhere( AclCreateError::success ).empty();
+}
+
+/** Whoever has made the instances is told what becomes of them. */
+void
+AclTable::unitChanged( const String & unit ) {
+   const bool lost = plan_.unitLost( unit );
+   bool ours = false;
+   for ( U32 n = 0; n < limits_.units; ++n ) {
+      ours = ours || unitName( n ) == unit;
+   }
+   std::vector< std::pair< AclOperation, AclUnitResults > > told;
+   for ( auto & [place, entry] : entries_ ) {
+      if ( !ours || !entry.prepared || place.generation != generation_ ) {
+         continue;
+      }
+      const auto trouble = lost ? std::nullopt : plan_.next( "prepareAcl" );
+      if ( trouble ) {
+         entry.refused[unit] = errorOf( *trouble );
+         ++refusals_;
+      } else {
+         entry.refused.erase( unit );
+      }
+      AclUnitResults results = everywhere( AclCreateError::success );
+      for ( auto & result : results ) {
+         auto refused = entry.refused.find( result.unit );
+         result.error = refused == entry.refused.end() ? result.error : refused->second;
+      }
+      told.push_back( { entry.acl, results } );
+   }
+   for ( auto & [acl, results] : told ) {
+      if ( auto hearer = hook.now() ) {
+         hearer->answered( acl, results );
+      }
+   }
+}
+
+std::vector< QonChip::AclUnit >
+AclTable::units() const {
+   std::vector< QonChip::AclUnit > all;
+   for ( U32 unit = 0; unit < limits_.units; ++unit ) {
+      const bool lost = plan_.unitLost( unitName( unit ) );
+      all.push_back( { unitName( unit ), lost ? 0 : entriesUsed(),
+                       plan_.limit( "aclEntries", limits_.entries ), !lost } );
+   }
+   return all;
 }
 
 void
@@ -81,7 +129,7 @@ AclTable::prepareNow( const Place & place ) {
    }
    Entry & entry = found->second;
    const std::size_t wanted = entriesUsed() + entry.acl.rules->rules().size();
-   const bool full = wanted > plan_.limit( "aclEntries", limits_.entries );
+   const bool full = anyUnit() && wanted > plan_.limit( "aclEntries", limits_.entries );
    AclUnitResults results =
          everywhere( full ? AclCreateError::hwResourceFull : AclCreateError::success );
    entry.prepared = !full;
@@ -152,7 +200,7 @@ AclTable::commit( const AclOperation & acl ) {
       wrong( acl, "committed, and not prepared" );
       return everywhere( AclCreateError::unsupportedRule );
    }
-   if ( const auto trouble = plan_.next( "commitAcl" ) ) {
+   if ( const auto trouble = anyUnit() ? plan_.next( "commitAcl" ) : std::nullopt ) {
       ++refusals_;
       return everywhere( errorOf( *trouble ) );
    }
@@ -193,15 +241,17 @@ AclTable::blocked( Ulnet::IntfId intf ) const {
    return blocked;
 }
 
-bool
-AclTable::decides( Acl::AclType type, Acl::AclDirection direction,
-                   const Qon::AclIntfUse & use ) const {
-   bool decides = false;
+std::vector< const AclOperation * >
+AclTable::deciders( Acl::AclType type, Acl::AclDirection direction,
+                    const Qon::AclIntfUse & use ) const {
+   std::vector< const AclOperation * > deciders;
    for ( auto & [place, entry] : entries_ ) {
-      decides = decides || ( entry.committed && entry.acl.type == type &&
-                             entry.acl.key.direction() == direction && entry.uses.contains( use ) );
+      if ( entry.committed && entry.acl.type == type && entry.acl.key.direction() == direction &&
+           entry.uses.contains( use ) ) {
+         deciders.push_back( &entry.acl );
+      }
    }
-   return decides;
+   return deciders;
 }
 
 QonChip::AclDecision
@@ -215,7 +265,8 @@ AclTable::lookup( Ulnet::IntfId intf, Ulnet::IntfId member, Acl::AclDirection di
    }
    for ( auto & [place, entry] : entries_ ) {
       const bool here = std::any_of( entry.uses.begin(), entry.uses.end(), [&]( auto & use ) {
-         return use.pair().intfId() == intf && use.lagMember() == member;
+         return use.pair().intfId() == intf && use.lagMember() == member &&
+                ( use.host().isZero() || use.host() == packet.ethSrc );
       } );
       if ( !here || !entry.committed || entry.acl.key.direction() != direction ||
            !concerns( entry.acl.type, packet ) || decision.verdict == AclVerdict::deny ) {

@@ -10,8 +10,9 @@
 // Invariants
 // 1. A number stands for one instance of a helper. What would break that, or what comes in a wrong
 //    order, is refused and remembered as misuse().
-// 2. Each unit holds every instance. All rules together take no more than `entries` of a unit; what
-//    does not fit is hwResourceFull. An instance that one unit refuses decides on no unit.
+// 2. Each unit that is there holds every instance. All rules together take no more than `entries` of a
+//    unit; what does not fit is hwResourceFull. An instance that one unit refuses decides on no unit.
+//    A unit that comes back gets what is there again, and says what it refuses then.
 // 3. What a former helper left decides until sweep().
 
 #include <map>
@@ -33,6 +34,8 @@ struct AclLimits {
    bool raclSharing = true; ///< routed ports can share an instance
    bool icmpv6Rules = true;
    bool egressLogging = false;
+   bool perHost = true;   ///< single hosts can have lists
+   bool deferred = false; ///< interfaces join and leave instances with the next pass
 };
 
 class AclTable {
@@ -52,6 +55,7 @@ class AclTable {
       plan.hookIs( "prepareAcl" );
       plan.hookIs( "commitAcl" );
       plan.tableIs( "aclEntries" );
+      plan.unitsHeardBy( [this]( const String & unit ) { unitChanged( unit ); } );
    }
 
    Hearer< Hook > hook;
@@ -74,14 +78,15 @@ class AclTable {
    void readCounters() { ++counterReads_; }
 
    QonChip::HeldAcls held() const;
+   std::vector< QonChip::AclUnit > units() const;
    /** See QonChip::AclPart. */
    QonChip::AclDecision lookup( Ulnet::IntfId intf, Ulnet::IntfId member,
                                 Acl::AclDirection direction, const AclPacket & packet ) const;
    /** Whether no traffic passes the interface. */
    bool blocked( Ulnet::IntfId intf ) const;
-   /** Whether a list of the type decides on what passes there. */
-   bool decides( Acl::AclType type, Acl::AclDirection direction,
-                 const Qon::AclIntfUse & use ) const;
+   /** The instances of the type that decide on what passes there. */
+   std::vector< const Qon::AclOperation * >
+   deciders( Acl::AclType type, Acl::AclDirection direction, const Qon::AclIntfUse & use ) const;
    /** How many times a unit has refused an instance. */
    U32 refusals() const { return refusals_; }
    U32 entriesUsed() const;
@@ -100,12 +105,16 @@ class AclTable {
       bool prepared = false;
       bool committed = false;
       std::set< Qon::AclIntfUse > uses;
+      std::map< String, Qon::AclCreateError > refused; // by units that came back
    };
    Entry * entryOf( const Qon::AclOperation & acl );
    void wrong( const Qon::AclOperation & acl, const char * what );
    void blockNext();
    Qon::AclUnitResults prepareNow( const Place & place );
    Qon::AclUnitResults everywhere( Qon::AclCreateError error ) const;
+   bool anyUnit() const;
+   void unitChanged( const String & unit );
+   String unitName( U32 unit ) const { return "Chip" + std::to_string( unit ); }
 
    FaultPlan & plan_;
    AclLimits limits_;

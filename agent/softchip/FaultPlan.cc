@@ -52,14 +52,20 @@ FaultPlan::limit( const char * table, U32 size ) const {
 
 void
 FaultPlan::unitLostIs( const String & unit, bool lost ) {
-   lost ? void( lost_.emplace( unit ) ) : void( lost_.erase( unit ) );
+   if ( lost ? lost_.emplace( unit ).second : lost_.erase( unit ) ) {
+      for ( auto & hears : unitsHeardBy_ ) {
+         hears( unit );
+      }
+   }
 }
 
 void
 FaultPlan::clear() {
    faults_.clear();
    limits_.clear();
-   lost_.clear();
+   while ( !lost_.empty() ) {
+      unitLostIs( String( ( *lost_.begin() ).key ), false );
+   }
 }
 
 } // namespace SoftChip

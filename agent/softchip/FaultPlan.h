@@ -11,6 +11,7 @@
 // 1. The same plan, seed and calls give the same faults, on every platform.
 // 2. Of several faults for one call the one that was added first counts, and only it is used up.
 
+#include <functional>
 #include <optional>
 #include <set>
 #include <vector>
@@ -62,6 +63,10 @@ class FaultPlan {
    U32 limit( const char * table, U32 size ) const;
 
    void unitLostIs( const String & unit, bool lost );
+   /** Calls `act( unit )` whenever a unit is lost or comes back, as long as the plan lives. */
+   void unitsHeardBy( std::function< void( const String & unit ) > act ) {
+      unitsHeardBy_.push_back( std::move( act ) );
+   }
    bool unitLost( const String & unit ) const { return lost_.has( unit ); }
 
    /** Everything is well again; the seed stays where it is. */
@@ -79,6 +84,7 @@ class FaultPlan {
    std::vector< Active > faults_;
    Kiv::DenseMap< String, U32 > limits_;
    Kiv::DenseMap< String, Kiv::Nothing > lost_;
+   std::vector< std::function< void( const String & unit ) > > unitsHeardBy_;
    Kiv::Rng random_{ 1 };
 };
 

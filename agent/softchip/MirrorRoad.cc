@@ -1,4 +1,5 @@
-// Mirror sessions on the road of a frame: copies of what came in, and of what leaves.
+// Mirror sessions on the road of a frame: copies of what came in, and of what leaves. A frame is no
+// IP packet: of filters only those of type mac take one.
 
 #include "agent/softchip/Chip.h"
 #include "agent/softchip/MirrorPart.h"
@@ -10,16 +11,18 @@ namespace {
 
 using Mirroring::TunnelType;
 
-/** The copies of one frame that passes `port` in that direction; what they are, in words. */
+/** The copies of the frame that passes `port` in that direction; what they are, in words. */
 String
-mirrored( const Chip & chip, IntfId port, Mirroring::Direction direction,
+mirrored( const Chip & chip, const Frame & frame, IntfId port, Mirroring::Direction direction,
           Bridging::VlanIdOrNone tag, std::vector< Copy > & copies ) {
+   AclPacket packet;
+   packet.ethSrc = frame.source;
+   packet.ethDst = frame.destination;
    String what;
    for ( auto & [name, session] : chip.of< MirrorPart >().table().sessions() ) {
       auto source = session.sources.find( port );
-      // What a filter takes, the road does not know.
       if ( source == session.sources.end() || session.attributes.portMirroringDisabled() ||
-           source->second.filter != MirrorTable::Source::Filter::none ||
+           !source->second.mirrors( packet ) ||
            !Mirroring::has( source->second.direction, direction ) ) {
          continue;
       }
@@ -40,14 +43,14 @@ mirrored( const Chip & chip, IntfId port, Mirroring::Direction direction,
 
 Verdict
 passMirror( const Chip & chip, Travel & travel ) {
-   return { true, mirrored( chip, travel.frame.port, Mirroring::Direction::rx, travel.frame.vlan,
-                            travel.mirrored ) };
+   return { true, mirrored( chip, travel.frame, travel.frame.port, Mirroring::Direction::rx,
+                            travel.frame.vlan, travel.mirrored ) };
 }
 
 Verdict
-passMirrorOut( const Chip & chip, const Travel &, Way & way ) {
-   return { true,
-            mirrored( chip, way.copy.port, Mirroring::Direction::tx, way.copy.tag, way.mirrored ) };
+passMirrorOut( const Chip & chip, const Travel & travel, Way & way ) {
+   return { true, mirrored( chip, travel.frame, way.copy.port, Mirroring::Direction::tx,
+                            way.copy.tag, way.mirrored ) };
 }
 
 } // namespace SoftChip

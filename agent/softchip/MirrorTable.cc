@@ -79,14 +79,26 @@ MirrorTable::goneIfEmpty( const String & name ) {
 }
 
 bool
-MirrorTable::sourceIs( const String & name, IntfId port, Direction direction, bool filtered ) {
+MirrorFilter::takes( const AclPacket & packet ) const {
+   for ( auto & rule : concerns( type, packet ) ? rules : std::vector< Acl::Rule >() ) {
+      if ( matches( type, rule, packet ) ) {
+         return rule.action() == Acl::RuleAction::permit;
+      }
+   }
+   return false;
+}
+
+bool
+MirrorTable::sourceIs( const String & name, IntfId port, Direction direction,
+                       std::optional< MirrorFilter > filter ) {
+   const bool filtered = filter.has_value();
    auto held = sessions_.find( name );
    if ( plan_.next( "addMirrorSource" ) || held == sessions_.end() ) {
       return false;
    }
    using Filter = Source::Filter;
-   held->second.sources[port] = { direction, filtered ? Filter::onItsWay : Filter::none,
-                                  ++serial_ };
+   held->second.sources[port] = { direction, filtered ? Filter::onItsWay : Filter::none, ++serial_,
+                                  std::move( filter ) };
    if ( filtered ) {
       completions_.add( [=, this, serial = serial_] { lookAtFilter( name, port, serial ); } );
    }

@@ -11,7 +11,10 @@
 // 3. A source is one of a session that is there.
 
 #include <map>
+#include <optional>
+#include <vector>
 
+#include "agent/softchip/AclMatch.h"
 #include "agent/softchip/Completions.h"
 #include "agent/softchip/FaultPlan.h"
 #include "agent/softchip/Hearer.h"
@@ -30,6 +33,13 @@ struct MirrorLimits {
    U32 filters = 32;
 };
 
+/** What of a source is mirrored: whatever the first rule that it matches permits. */
+struct MirrorFilter {
+   Acl::AclType type = Acl::AclType::ip;
+   std::vector< Acl::Rule > rules; ///< in the order in which they are asked
+   bool takes( const AclPacket & packet ) const;
+};
+
 class MirrorTable {
  public:
    using Direction = Mirroring::Direction;
@@ -39,7 +49,11 @@ class MirrorTable {
       Direction direction = Direction::none;
       enum class Filter : U8 { none, onItsWay, applied, full } filter = Filter::none;
       U64 serial = 0; // of its adding
+      std::optional< MirrorFilter > rules = {};
       bool mirrors() const { return filter == Filter::none || filter == Filter::applied; }
+      bool mirrors( const AclPacket & packet ) const {
+         return mirrors() && ( !rules || rules->takes( packet ) );
+      }
    };
    struct Session {
       S32 group = Mirroring::mirrorGroupInvalid();
@@ -88,7 +102,8 @@ class MirrorTable {
                   const Tunnel::Resolution & resolution,
                   const Mirroring::SessionAttributes & attributes );
    void tunnelDel( const String & name );
-   bool sourceIs( const String & name, IntfId port, Direction direction, bool filtered );
+   bool sourceIs( const String & name, IntfId port, Direction direction,
+                  std::optional< MirrorFilter > filter );
    void sourceDel( const String & name, IntfId port );
 
  private:

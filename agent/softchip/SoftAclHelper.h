@@ -20,6 +20,8 @@ class SoftAclHelper : public QonHelper::AclHelper, private AclTable::Hook {
    bool asyncBlockIntf() const override {
       return table_.limits().async || table_.limits().asyncBlock;
    }
+   bool perHostAclSupported() const override { return table_.limits().perHost; }
+   bool deferredOperationsSupported() const override { return table_.limits().deferred; }
    bool shouldInstallIcmpv6Rules() const override { return table_.limits().icmpv6Rules; }
    bool egressLoggingSupported() const override { return table_.limits().egressLogging; }
    bool unitReportedByName( const String & ) const override { return true; }
@@ -32,6 +34,10 @@ class SoftAclHelper : public QonHelper::AclHelper, private AclTable::Hook {
    AclUnitResults commitAcl( const AclOperation & acl ) override { return table_.commit( acl ); }
    void aclIntfIs( const AclOperation & acl, const Qon::AclIntfUse & use, bool active ) override {
       table_.use( acl, use, active );
+   }
+   void perHostAclIs( const AclOperation & acl, Ulnet::IntfId intf, const Ulnet::EthAddr & host,
+                      bool active ) override {
+      table_.use( acl, { Qon::IntfPairKey( intf, {} ), {}, host }, active );
    }
    void blockIntf( Ulnet::IntfId intf, bool block ) override { table_.block( intf, block ); }
    void readAclCounters( Acl::AclType, const String & ) override { table_.readCounters(); }

@@ -100,13 +100,27 @@ SoftMirroringHelper::removeGreTunnelMirror( const String & name, int, int ) {
    return true;
 }
 
+std::optional< MirrorFilter >
+SoftMirroringHelper::filter( const String & name, IntfId intf ) const {
+   auto session = mirroringSm() ? mirroringSm()->session( name ) : nullptr;
+   auto local = session ? session->srcIntfLocal( intf ) : nullptr;
+   if ( !local || local->wanted().aclName.empty() ) {
+      return std::nullopt;
+   }
+   MirrorFilter filter = { local->wanted().aclType, {} };
+   auto lists = mirroringSm()->inputs().aclConfig->type( filter.type );
+   if ( auto list = lists ? lists->acl( local->wanted().aclName ) : nullptr ) {
+      for ( auto && [number, rule] : list->ruleIteratorConst() ) {
+         filter.rules.push_back( rule );
+      }
+   }
+   return filter;
+}
+
 bool
 SoftMirroringHelper::addSourceToHardware( const String & name, int, int, IntfId intf,
                                           Direction direction ) {
-   auto session = mirroringSm() ? mirroringSm()->session( name ) : nullptr;
-   auto local = session ? session->srcIntfLocal( intf ) : nullptr;
-   const bool done =
-         table_.sourceIs( name, intf, direction, local && !local->wanted().aclName.empty() );
+   const bool done = table_.sourceIs( name, intf, direction, filter( name, intf ) );
    publish( name );
    return done;
 }

@@ -50,6 +50,8 @@ class SoftMirroringHelper : public Qon::MirroringSmHelper, protected MirrorTable
  private:
    void reconciled() override { status_->reconciledIs( true ); }
    Mirroring::SessionAttributes attributes( const String & name ) const;
+   /** What a source that is just being added shall be filtered by. */
+   std::optional< MirrorFilter > filter( const String & name, IntfId intf ) const;
    /** What the table holds of the session, in the status. */
    void publish( const String & name );
 

@@ -24,7 +24,8 @@ class AclStage {
    explicit AclStage( Trial & trial )
        : t( trial ), part( trial.part< QonChip::AclPart >( "AclPart" ) ),
          helper( part.makeAclHelper() ) {
-      aclSm = Qon::AclSmIs( { t.acsd, config, intfs_, params, nullptr, nullptr, helper } );
+      aclSm = Qon::AclSmIs( { t.acsd, config, intfs_, params, nullptr, nullptr, helper, nullptr,
+                              nullptr, nullptr, nullptr, nullptr, nullptr, hosts_ } );
       aclSm->initializedIs( true );
    }
    ~AclStage() { end(); }
@@ -51,6 +52,12 @@ class AclStage {
    }
    void listDel( U32 n ) { config->typeIs( AclType::ip )->aclDel( name( n ) ); }
    void attach( U32 port, U32 n ) { direction()->intfIs( t.port( port ), name( n ) ); }
+   void host( U32 port, U64 address, U32 n ) {
+      hosts_->hostIs( { t.port( port ), Ulnet::EthAddr( address ) }, { AclType::ip, name( n ) } );
+   }
+   void hostDel( U32 port, U64 address ) {
+      hosts_->hostDel( { t.port( port ), Ulnet::EthAddr( address ) } );
+   }
    void detach( U32 port ) { direction()->intfDel( t.port( port ) ); }
    Ptr< ::Acl::DirectionIntfConfig > direction() {
       return intfs_->typeIs( AclType::ip )->directionIs( AclDirection::in );
@@ -98,6 +105,11 @@ class AclStage {
             wanted[acl].insert( { Qon::IntfPairKey( intf, {} ), {} } );
          }
       }
+      for ( auto && [host, acl] : hosts_->hostIteratorConst() ) {
+         if ( config->typeIs( AclType::ip )->aclHas( acl.acl() ) ) {
+            wanted[acl.acl()].insert( { Qon::IntfPairKey( host.intf(), {} ), {}, host.host() } );
+         }
+      }
       for ( auto & acl : held->acls ) {
          judgeAcl( acl, wanted );
          wanted.erase( acl.name );
@@ -115,6 +127,7 @@ class AclStage {
    Ptr< ::Acl::Config > config = Velto::make< ::Acl::Config >( "acl" );
    Ptr< ::Acl::IntfConfig > intfs_ = Velto::make< ::Acl::IntfConfig >( "intf" );
    Ptr< ::Acl::ParamConfig > params = Velto::make< ::Acl::ParamConfig >( "param" );
+   Ptr< ::Acl::PerHostConfig > hosts_ = Velto::make< ::Acl::PerHostConfig >( "hosts" );
    Ptr< Qon::AclSm > aclSm;
 
  private:
@@ -171,6 +184,34 @@ checkIntfs( Trial & t ) {
    t.did( "one port from the first to the second list, and one off it" );
    stage.rest();
    stage.judge( intfs );
+}
+
+void
+checkHosts( Trial & t ) {
+   AclStage stage( t );
+   if ( !stage.helper->perHostAclSupported() ) {
+      t.skip( "the chip has no lists of single hosts" );
+   }
+   stage.list( 0, 2 );
+   stage.list( 1, 2 );
+   stage.direction();
+   stage.attach( 0, 0 );
+   stage.host( 0, 2, 0 );
+   stage.host( 1, 2, 0 );
+   stage.host( 1, 3, 1 );
+   t.did( "a list on a port and two hosts, another on a third" );
+   stage.rest();
+   stage.judge( hosts );
+   stage.list( 0, 4 );
+   stage.host( 1, 3, 0 );
+   stage.hostDel( 0, 2 );
+   t.did( "two rules more, one host from the second to the first list, and one off it" );
+   stage.rest();
+   stage.judge( hosts );
+   stage.listDel( 0 );
+   t.did( "the list went" );
+   stage.rest();
+   stage.judge( removed );
 }
 
 void
@@ -281,10 +322,10 @@ checkRandom( Trial & t ) {
    stage.judge( random );
 }
 
-constexpr Check checks[] = { { force, checkForce },           { intfs, checkIntfs },
-                             { removed, checkRemoved },       { full, checkFull },
-                             { destructor, checkDestructor }, { successor, checkSuccessor },
-                             { random, checkRandom } };
+constexpr Check checks[] = { { force, checkForce },         { intfs, checkIntfs },
+                             { hosts, checkHosts },         { removed, checkRemoved },
+                             { full, checkFull },           { destructor, checkDestructor },
+                             { successor, checkSuccessor }, { random, checkRandom } };
 
 String
 heldBy( const QonChip::Chip & chip ) {

@@ -11,6 +11,8 @@ inline constexpr Contract force{
       "acl.force", "A committed instance decides by the rules that it was prepared with." };
 inline constexpr Contract intfs{
       "acl.intfs", "An instance is applied to the interfaces that were told, and to no other." };
+inline constexpr Contract hosts{
+      "acl.hosts", "A host has the instances that it was told of, and no other; they go with it." };
 inline constexpr Contract removed{ "acl.removed",
                                    "An uninstalled instance leaves nothing in the chip." };
 inline constexpr Contract blocks{ "acl.blocks", "No interface stays blocked when a pass is done." };
@@ -25,7 +27,7 @@ inline constexpr Contract successor{
 inline constexpr Contract random{
       "acl.random", "A random history of lists and interfaces ends in what is configured." };
 
-inline constexpr const Contract * contracts[] = { &done, &force,      &intfs,     &removed, &blocks,
-                                                  &full, &destructor, &successor, &random };
+inline constexpr const Contract * contracts[] = {
+      &done, &force, &intfs, &hosts, &removed, &blocks, &full, &destructor, &successor, &random };
 
 } // namespace QonConformance::Acl

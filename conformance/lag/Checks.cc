@@ -1,229 +1,10 @@
-// Checks of link aggregation: the library's state machines write Hardware::Lag::Config, the
-// adapter follows it and reports in Hardware::Lag::Status.
+// Checks of link aggregation.
 
-#include "Qon/include/lag/QonLagSm.h"
-#include "chip/LagPart.h"
-#include "conformance/Trial.h"
-#include "conformance/lag/Contracts.h"
+#include "conformance/lag/Stage.h"
 
 namespace QonConformance::Lag {
 
 namespace {
-
-using Hardware::Lag::Result;
-using Interface::LagMember;
-using Ulnet::IntfId;
-
-String
-shown( const QonChip::HeldGroup & group ) {
-   return joined( group, []( auto & member ) {
-      return member.first.stringValue() + ( member.second.collecting() ? " in" : "" ) +
-             ( member.second.distributing() ? " out" : "" ) +
-             ( member.second.shared() ? " shared" : "" );
-   } );
-}
-
-class LagStage {
- public:
-   explicit LagStage( Trial & trial )
-       : t( trial ), part( trial.part< QonChip::LagPart >( "LagPart" ) ) {
-      for ( U32 n = 0; n < t.ports(); ++n ) {
-         auto port = t.port( n );
-         fapIdPorts->fapIdPortIs(
-               port, t.chip->fapIdPort( port ).value_or( Qon::FapIdPort( 0, n + 1 ) ) );
-      }
-      t.publishes( lagStatus );
-      makeProgrammer();
-      prog = Qon::LagProgSmIs( lagConfig, lagStatus, fapIdPorts );
-      lagSm = Qon::LagSmIs( t.acsd, dir, names, nullptr, nullptr, prog );
-      lagSm->initializedIs( true );
-      prog->inputsReadIs( true );
-   }
-
-   void makeProgrammer() { chip = part.makeProgrammer( lagConfig, lagStatus ); }
-
-   static IntfId lag( U32 n ) { return Ulnet::PortChannelIntfId::intfId( n + 1 ); }
-   void join( U32 n, U32 port, bool collecting = true, bool distributing = true ) {
-      dir->intfStatusIs( lag( n ) )->intfIs( t.port( port ), { collecting, distributing } );
-      look();
-   }
-   void leave( U32 n, U32 port ) {
-      if ( auto status = dir->intfStatus( lag( n ) ) ) {
-         status->intfDel( t.port( port ) );
-      }
-      look();
-   }
-   void del( U32 n ) {
-      dir->intfStatusDel( lag( n ) );
-      look();
-   }
-   String name( U32 n, U32 port ) const {
-      return t.port( port ).stringValue() + " in " + lag( n ).stringValue();
-   }
-
-   /** A port that the chip has in two groups as their own. */
-   void look() {
-      std::map< IntfId, IntfId > owner;
-      for ( auto & [lag, group] : part.groups().value_or( QonChip::HeldGroups() ) ) {
-         for ( auto & [port, member] : group ) {
-            auto [first, fresh] = owner.emplace( port, member.shared() ? IntfId() : lag );
-            if ( !fresh && !member.shared() && std::exchange( first->second, lag ) ) {
-               t.broken( single, port.stringValue() + " in one group",
-                         "it is in " + lag.stringValue() + " and in another" );
-            }
-         }
-      }
-   }
-   std::optional< QonChip::HeldGroups > readBack() {
-      return t.readBack( part.groups(), "the chip's groups" );
-   }
-
-   const Hardware::Lag::MemberStatus * status( IntfId lag, IntfId port ) const {
-      auto group = lagStatus->lag( lag );
-      found = group && group->memberHas( port ) ? group->member( port )
-                                                : Hardware::Lag::MemberStatus();
-      return group && group->memberHas( port ) ? &found : nullptr;
-   }
-   /** A member without a result; empty if all have one. */
-   String withoutResult() const {
-      for ( auto && [lag, group] : lagConfig->lagIteratorConst() ) {
-         for ( auto && [port, member] : group->memberIteratorConst() ) {
-            auto held = status( lag, port );
-            if ( !held || held->result() == Result::pending ) {
-               return port.stringValue() + " in " + lag.stringValue() +
-                      ( held ? " is 'pending'" : " has no status" );
-            }
-         }
-      }
-      return "";
-   }
-   /** A status without configuration; empty if there is none. */
-   String leftOver() const {
-      for ( auto && [lag, group] : lagStatus->lagIteratorConst() ) {
-         auto wanted = lagConfig->lag( lag );
-         if ( !wanted ) {
-            return lag.stringValue() + " still has a status";
-         }
-         for ( auto && [port, member] : group->memberIteratorConst() ) {
-            if ( !wanted->memberHas( port ) ) {
-               return port.stringValue() + " in " + lag.stringValue() + " still has a status";
-            }
-         }
-      }
-      return "";
-   }
-   /** A member whose flags are not those that were asked for. */
-   String wrongFlags() const {
-      for ( auto && [lag, group] : lagConfig->lagIteratorConst() ) {
-         for ( auto && [port, member] : group->memberIteratorConst() ) {
-            auto held = status( lag, port );
-            if ( held && held->result() == Result::success &&
-                 ( held->collecting() != member.collecting() ||
-                   held->distributing() != member.distributing() ) ) {
-               return port.stringValue() + " in " + lag.stringValue() + " has " +
-                      held->stringValue();
-            }
-         }
-      }
-      return "";
-   }
-
-   void rest() {
-      if ( !t.await( [&] {
-              look();
-              return withoutResult().empty();
-           } ) ) {
-         t.broken( result, "a result within " + Kiv::toText( t.answersWithin() ) + " s",
-                   withoutResult() );
-      }
-      if ( !t.await( [&] { return leftOver().empty(); } ) ) {
-         t.broken( removed, "no status of what is not configured", leftOver() );
-      }
-      if ( !t.await( [&] { return wrongFlags().empty(); } ) ) {
-         t.broken( flags, "the flags that were asked for", wrongFlags() );
-      }
-   }
-   /** What has success by its status. */
-   QonChip::HeldGroups wanted() const {
-      QonChip::HeldGroups groups;
-      for ( auto && [lag, group] : lagConfig->lagIteratorConst() ) {
-         for ( auto && [port, member] : group->memberIteratorConst() ) {
-            auto held = status( lag, port );
-            if ( held && held->result() == Result::success ) {
-               groups[lag][port] = member;
-            }
-         }
-      }
-      return groups;
-   }
-   /** At rest the chip holds what is configured and what its status says. */
-   void judge( const Contract & contract, const Contract & tooMuch = removed ) {
-      auto held = readBack();
-      if ( !held ) {
-         return;
-      }
-      auto groups = wanted();
-      for ( auto & [lag, group] : groups ) {
-         for ( auto & [port, member] : group ) {
-            judgeMember( contract, lag, port, member, ( *held )[lag] );
-         }
-      }
-      for ( auto & [lag, group] : *held ) {
-         for ( auto & [port, member] : group ) {
-            if ( !groups[lag].contains( port ) ) {
-               t.broken( tooMuch, "no " + port.stringValue() + " in " + lag.stringValue(),
-                         "it is there" );
-            }
-         }
-      }
-   }
-   void judgeMember( const Contract & contract, IntfId lag, IntfId port,
-                     const Hardware::Lag::Member & wanted, const QonChip::HeldGroup & held ) {
-      auto found = held.find( port );
-      bool same = found != held.end() && found->second.collecting() == wanted.collecting() &&
-                  found->second.distributing() == wanted.distributing();
-      if ( !same ) {
-         t.broken( found == held.end() ? contract : flags,
-                   lag.stringValue() + " with " + shown( { { port, wanted } } ),
-                   "it has " + shown( held ) );
-      }
-   }
-   /** The chip has the member while it works for a while. */
-   void staysWith( const Contract & contract, U32 n, U32 port ) {
-      for ( U32 round = 0; round < 10; ++round ) {
-         auto held = readBack();
-         if ( held && !( *held )[lag( n )].contains( t.port( port ) ) ) {
-            t.broken( contract, name( n, port ) + " all the time", "it left" );
-         }
-         t.run( Trial::step );
-      }
-   }
-   void succeeded( const Contract & contract, U32 n, U32 port ) {
-      auto held = status( lag( n ), t.port( port ) );
-      if ( !held || held->result() != Result::success ) {
-         t.broken( contract, name( n, port ) + " with success",
-                   held ? Kiv::toText( held->result() ) : String( "no status" ) );
-      }
-   }
-
-   Trial & t;
-   QonChip::LagPart & part;
-   Ptr< Hardware::Lag::Config > lagConfig =
-         Velto::make< Hardware::Lag::Config >( "hardware/lag/config" );
-   Ptr< Hardware::Lag::Status > lagStatus =
-         Velto::make< Hardware::Lag::Status >( "hardware/lag/status" );
-   Ptr< Interface::EthLagIntfStatusDir > dir =
-         Velto::make< Interface::EthLagIntfStatusDir >( "status" );
-   Ptr< ::Lag::Input::IntfDeviceNameDir > names =
-         Velto::make< ::Lag::Input::IntfDeviceNameDir >( "names" );
-   Ptr< Hardware::FapIdPortDir > fapIdPorts = Velto::make< Hardware::FapIdPortDir >( "ports" );
-   Ptr< Velto::Node > chip;
-   Ptr< Qon::LagProgSm > prog;
-   Ptr< Qon::LagSm > lagSm;
-
- private:
-   mutable Hardware::Lag::MemberStatus found;
-};
 
 void
 checkResult( Trial & t ) {
@@ -251,6 +32,61 @@ checkFlags( Trial & t ) {
    t.did( "the first collects and distributes, the second neither" );
    stage.rest();
    stage.judge( flags );
+}
+
+/** Each port of the peer link, itself an aggregate, is lent to a group that takes them. */
+void
+checkShared( Trial & t ) {
+   LagStage stage( t );
+   const Ulnet::IntfId peerLink = stage.lag( 0 );
+   stage.join( 0, 0 );
+   stage.join( 0, 1 );
+   stage.join( 1, 2 );
+   t.did( "a peer link of two ports, and a group of one" );
+   stage.rest();
+   stage.lagSm->sharePeerLinkWithLagIs( stage.lag( 1 ), true );
+   stage.mlag->peerLinkIntfIs( peerLink );
+   stage.mlag->fastMacRedirectionIs( true );
+   for ( U32 round = 0; round < 2; ++round ) {
+      stage.mlag->mlagStateIs( Mlag::MlagState::primary );
+      t.did( "the group takes the members of the peer link" );
+      stage.rest();
+      for ( U32 port = 0; port < 3; ++port ) {
+         stage.succeeded( shared, 1, port );
+      }
+      stage.judge( shared, shared );
+      stage.join( 0, 1, round, !round );
+      t.did( "one of them changes its flags" );
+      stage.rest();
+      stage.judge( shared, shared );
+      stage.mlag->mlagStateIs( Mlag::MlagState::disabled );
+      t.did( "it gives them back" );
+      stage.rest();
+      stage.judge( shared, shared );
+   }
+}
+
+void
+checkPort( Trial & t ) {
+   LagStage stage( t );
+   stage.join( 0, 0 );
+   stage.join( 0, 1 );
+   t.did( "a group of two ports" );
+   stage.rest();
+   stage.judge( hardwarePort );
+   if ( t.chip->fapIdPort( t.port( 0 ) ) ) {
+      return; // they are the chip's own numbers, and stay
+   }
+   const auto other = stage.fapIdPorts->fapIdPort( t.port( t.ports() - 1 ) );
+   stage.fapIdPorts->fapIdPortDel( t.port( t.ports() - 1 ) );
+   stage.fapIdPorts->fapIdPortIs( t.port( 0 ), other );
+   t.did( "the first gets another hardware port" );
+   stage.rest(); // no status tells of it
+   t.await( [&] {
+      auto held = stage.part.groups();
+      return !held || ( *held )[stage.lag( 0 )][t.port( 0 )].port() == other;
+   } );
+   stage.judge( hardwarePort );
 }
 
 void
@@ -434,9 +270,10 @@ checkRandom( Trial & t ) {
 }
 
 constexpr Check checks[] = {
-      { result, checkResult },         { flags, checkFlags },         { removed, checkRemoved },
-      { readd, checkReadd },           { full, checkFull },           { cleanup, checkCleanup },
-      { destructor, checkDestructor }, { successor, checkSuccessor }, { random, checkRandom } };
+      { result, checkResult },       { flags, checkFlags },     { shared, checkShared },
+      { hardwarePort, checkPort },   { removed, checkRemoved }, { readd, checkReadd },
+      { full, checkFull },           { cleanup, checkCleanup }, { destructor, checkDestructor },
+      { successor, checkSuccessor }, { random, checkRandom } };
 
 String
 heldBy( const QonChip::Chip & chip ) {

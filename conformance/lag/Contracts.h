@@ -10,6 +10,14 @@ inline constexpr Contract result{
 inline constexpr Contract flags{ "lag.flags",
                                  "A member with success carries the flags that were asked "
                                  "for, in the chip as in its status." };
+inline constexpr Contract reported{
+      "lag.reported", "A member without success is reported with neither flag: it does nothing." };
+inline constexpr Contract shared{
+      "lag.shared",
+      "A lent member is in the group that it is lent to, marked as lent, in the chip as "
+      "in its status, and stays in its own." };
+inline constexpr Contract hardwarePort{
+      "lag.port", "A member is programmed with its hardware port, and follows when that changes." };
 inline constexpr Contract removed{
       "lag.removed", "What leaves the configuration leaves the chip and its status." };
 inline constexpr Contract single{ "lag.single",
@@ -29,8 +37,8 @@ inline constexpr Contract successor{
 inline constexpr Contract random{ "lag.random",
                                   "A random history of groups ends in what is configured." };
 
-inline constexpr const Contract * contracts[] = { &result,    &flags, &removed, &single,
-                                                  &readd,     &full,  &cleanup, &destructor,
-                                                  &successor, &random };
+inline constexpr const Contract * contracts[] = {
+      &result, &flags, &reported, &shared,     &hardwarePort, &removed, &single,
+      &readd,  &full,  &cleanup,  &destructor, &successor,    &random };
 
 } // namespace QonConformance::Lag

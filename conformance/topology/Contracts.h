@@ -15,9 +15,15 @@ inline constexpr Contract vlan{
       "topo.vlan", "A VLAN is in the topology to which it was added last, and in no other." };
 inline constexpr Contract absent{
       "topo.absent", "Removing a VLAN or freeing a topology that is not there is harmless." };
+inline constexpr Contract again{
+      "topo.again", "What was handed over for a topology that was freed does nothing to one of the "
+                    "same name that is allocated later." };
 inline constexpr Contract full{
       "topo.full", "allocTopo() without room answers false; what was freed can be given again." };
 inline constexpr Contract flush{ "topo.flush", "Flushing the MAC addresses of a port returns." };
+inline constexpr Contract flushed{
+      "topo.flushed",
+      "A flush takes the hosts of the port in the topology's VLANs, and no others." };
 inline constexpr Contract verify{ "topo.verify",
                                   "verify() finds nothing in a chip that holds what it should." };
 inline constexpr Contract tapagg{
@@ -34,7 +40,7 @@ inline constexpr Contract random{ "topo.random",
                                   "A random history of topologies ends in what is configured." };
 
 inline constexpr const Contract * contracts[] = {
-      &done,   &early,  &newest,  &vlan,       &absent,    &full,  &flush,
-      &verify, &tapagg, &cleanup, &destructor, &successor, &random };
+      &done,    &early,  &newest, &vlan,    &absent,     &again,     &full,  &flush,
+      &flushed, &verify, &tapagg, &cleanup, &destructor, &successor, &random };
 
 } // namespace QonConformance::Topology

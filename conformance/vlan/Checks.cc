@@ -180,6 +180,33 @@ checkReadd( Trial & t ) {
 }
 
 void
+checkFid( Trial & t ) {
+   VlanStage stage( t );
+   if ( !stage.part.fids() ) {
+      Trial::skip( "the chip tells of no filtering databases" );
+   }
+   addFew( stage );
+   std::map< U16, U32 > wanted;
+   for ( U32 round = 0; round < 3; ++round ) {
+      for ( U16 vlan : stage.vlans ) {
+         wanted[vlan] = vlan == 20 ? 7 : 100 * round + vlan;
+         stage.helper->doUpdateVlanFid( VlanId( vlan ), wanted[vlan] );
+         stage.member( vlan, 9 + round, true );
+      }
+      t.did( "doUpdateVlanFid() of five VLANs, and another member in each" );
+      stage.rest();
+      auto held = *stage.part.fids();
+      for ( auto [vlan, number] : wanted ) {
+         if ( auto found = held.find( vlan ); found == held.end() || found->second != number ) {
+            t.broken( fid, "VLAN " + Kiv::toText( vlan ) + " with " + Kiv::toText( number ),
+                      found == held.end() ? "none" : Kiv::toText( found->second ) );
+         }
+      }
+      stage.judge( fid );
+   }
+}
+
+void
 checkVerify( Trial & t ) {
    VlanStage stage( t );
    addFew( stage );
@@ -279,10 +306,15 @@ checkRandom( Trial & t ) {
    stage.judge( random );
 }
 
-constexpr Check checks[] = { { done, checkDone },           { newest, checkNewest },
-                             { readd, checkReadd },         { verify, checkVerify },
-                             { cleanup, checkCleanup },     { destructor, checkDestructor },
-                             { successor, checkSuccessor }, { random, checkRandom } };
+constexpr Check checks[] = { { done, checkDone },
+                             { newest, checkNewest },
+                             { readd, checkReadd },
+                             { fid, checkFid },
+                             { verify, checkVerify },
+                             { cleanup, checkCleanup },
+                             { destructor, checkDestructor },
+                             { successor, checkSuccessor },
+                             { random, checkRandom } };
 
 String
 heldBy( const QonChip::Chip & chip ) {

@@ -14,6 +14,10 @@ inline constexpr Contract newest{
       "vlan.newest", "A VLAN that is reported done holds the members that were wanted last." };
 inline constexpr Contract readd{
       "vlan.readd", "A VLAN that had gone and comes back is programmed like a new one." };
+inline constexpr Contract fid{
+      "vlan.fid",
+      "A VLAN has the filtering database that it was given last, whatever becomes of its "
+      "members, and the members that it had." };
 inline constexpr Contract verify{ "vlan.verify",
                                   "verify() finds nothing in a chip that holds what it should." };
 inline constexpr Contract cleanup{
@@ -26,7 +30,8 @@ inline constexpr Contract successor{
 inline constexpr Contract random{
       "vlan.random", "A random history of members and port states ends in what is wanted." };
 
-inline constexpr const Contract * contracts[] = {
-      &done, &generation, &newest, &readd, &verify, &cleanup, &destructor, &successor, &random };
+inline constexpr const Contract * contracts[] = { &done,      &generation, &newest,  &readd,
+                                                  &fid,       &verify,     &cleanup, &destructor,
+                                                  &successor, &random };
 
 } // namespace QonConformance::Vlan

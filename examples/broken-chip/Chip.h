@@ -53,12 +53,8 @@ class ChipMac : public Qon::QonMacProgrammer {
       return Status::macProgramSuccess;
    }
    Status flush( const Qon::IndirectAccessMacCmd & cmd ) {
-      bool byPort = cmd.type() == Type::flushPort || cmd.type() == Type::flushLag ||
-                    cmd.type() == Type::flushVlanPort || cmd.type() == Type::flushVlanLag;
-      bool byVlan = cmd.type() >= Type::flushVlan;
       std::erase_if( tables_.hosts, [&]( auto & host ) {
-         return ( !byPort || host.second.intf == cmd.intf() ) &&
-                ( !byVlan || host.first.key().vlan() == cmd.key().key().vlan() );
+         return QonChip::flushTakes( cmd, host.first, host.second );
       } );
       return Status::macProgramSuccess;
    }
@@ -83,14 +79,25 @@ class ChipTopo : public Qon::TopoHelper {
       }
       return room;
    }
-   void freeTopo( const String & name ) override { tables_.topologies.erase( name ); }
-   void setStpState( S32, const String & name, IntfId intf, PortState state ) override {
-      ++onTheirWay_[name];
-      later_.add( [=, this] {
-         if ( auto topo = tables_.topologies.find( name ); topo != tables_.topologies.end() ) {
-            topo->second.ports[intf] = state;
+   void freeTopo( const String & name ) override {
+      tables_.topologies.erase( name );
+      onTheirWay_.erase( name ); // what is on its way is for nobody, also when the name comes back
+   }
+   void setStpState( S32 id, const String & name, IntfId intf, PortState state ) override {
+      names_[U32( id )] = name;
+      if ( !tables_.topologies.contains( name ) ) {
+         return; // there was no room for it
+      }
+      auto & onTheirWay = onTheirWay_[name];
+      onTheirWay = onTheirWay ? onTheirWay : std::make_shared< U32 >( 0 );
+      ++*onTheirWay;
+      later_.add( [=, this, mine = onTheirWay] {
+         if ( auto now = onTheirWay_.find( name );
+              now == onTheirWay_.end() || now->second != mine ) {
+            return;
          }
-         if ( --onTheirWay_[name] == 0 ) {
+         tables_.topologies[name].ports[intf] = state;
+         if ( --*mine == 0 ) {
             setStpStateDoneTopoName( name );
          }
       } );
@@ -108,12 +115,21 @@ class ChipTopo : public Qon::TopoHelper {
          topo->second.vlans.erase( vlan );
       }
    }
-   void flushTopoPort( U32, IntfId ) override {}
+   void flushTopoPort( U32 topoId, IntfId intf ) override {
+      auto topo = tables_.topologies.find( names_[topoId] );
+      if ( topo == tables_.topologies.end() ) {
+         return;
+      }
+      std::erase_if( tables_.hosts, [&, &vlans = topo->second.vlans]( auto & host ) {
+         return host.second.intf == intf && vlans.contains( U16( host.first.key().vlan() ) );
+      } );
+   }
 
  private:
    Tables & tables_;
    Faults faults_;
-   std::map< String, U32 > onTheirWay_;
+   std::map< U32, String > names_;                         // of topologies
+   std::map< String, std::shared_ptr< U32 > > onTheirWay_; // by topology, of this life of it
    Later later_;
 };
 
@@ -139,6 +155,7 @@ class ChipVlan : public Qon::VlanHelper {
          updateVlanDone( vlan, Qon::VlanProgrammingStatus::success );
       } );
    }
+   void doUpdateVlanFid( Bridging::VlanId vlan, U32 fid ) override { tables_.fids[vlan] = fid; }
    void verify() override {}
 
  private:
@@ -188,9 +205,11 @@ class ChipLag : public Velto::Node {
       removeUnwanted();
       for ( auto && [lag, group] : config_->lagIteratorConst() ) {
          auto status = status_->lagIs( lag );
+         status->indexIs( group->index() );
          bool room = tables_.lags.contains( lag ) || tables_.lags.size() < Tables::lagRoom;
          for ( auto && [port, member] : group->memberIteratorConst() ) {
             Result result = room ? enter( tables_.lags[lag], port, member ) : Result::noLag;
+            status->resultIs( room ? Result::success : Result::noLag );
             auto held = tables_.lags[lag].find( port );
             status->memberIs(
                   port, held == tables_.lags[lag].end()
@@ -288,11 +307,13 @@ class SmallChip : public QonChip::Chip,
    std::optional< QonChip::HeldTopologies > topologies() const override {
       return tables_.topologies;
    }
+   bool flushesHosts() const override { return true; }
 
    Ptr< Qon::VlanHelper > makeVlanHelper( const Ptr< Qon::QonCommonSmData > & acsd ) override {
       return Velto::make< Vlan >( tables_, faults_, acsd.ptr(), wheel_ );
    }
    std::optional< QonChip::HeldVlans > vlans() const override { return tables_.vlans; }
+   std::optional< std::map< U16, U32 > > fids() const override { return tables_.fids; }
 
    Ptr< Qon::VlanMappingSm >
    makeVlanMappingSm( Qon::VlanMappingSm::Inputs inputs,

@@ -40,6 +40,7 @@ struct Tables {
    QonChip::HeldHosts hosts;
    QonChip::HeldTopologies topologies;
    QonChip::HeldVlans vlans;
+   std::map< U16, U32 > fids; ///< filtering databases, by VLAN
    QonChip::HeldGroups lags;
    QonChip::HeldMirrors mirrors;
    QonChip::HeldAcls acls;

@@ -1,10 +1,13 @@
-#include "platform/Flintlog/Trace.h"
+#include "platform/Flintlog/Listen.h"
 
 #include <algorithm>
 #include <cinttypes>
 #include <map>
+#include <set>
 #include <utility>
 #include <vector>
+
+#include "platform/Velto/Assert.h"
 
 namespace Flintlog {
 
@@ -14,7 +17,8 @@ namespace {
 
 struct Registry {
    std::vector< Facility * > facilities;
-   std::map< String, U8 > finest; ///< by facility name, where it was set
+   std::map< String, U8 > finest;        ///< by facility name, where it was set
+   std::map< String, Sink * > listeners; ///< by facility name
    Sink * sink = nullptr;
 };
 
@@ -53,6 +57,44 @@ levelIs( const String & name, U8 finest ) {
    registry().finest[name] = finest;
    for ( Facility * facility : registry().facilities ) {
       facility->update();
+   }
+}
+
+std::vector< String >
+facilities() {
+   std::set< String > names;
+   for ( Facility * facility : registry().facilities ) {
+      names.insert( facility->name() );
+   }
+   return { names.begin(), names.end() };
+}
+
+void
+listen( const String & name, Sink * sink, U8 finest ) {
+   bool found = false;
+   for ( Facility * facility : registry().facilities ) {
+      if ( facility->name() == name ) {
+         found = true;
+         facility->sinkIs( sink );
+      }
+   }
+   if ( !found ) {
+      String known;
+      for ( auto & other : facilities() ) {
+         known += ( known.empty() ? "" : ", " ) + other;
+      }
+      throw Velto::RangeError( "there is no facility '" + name + "'; there are: " + known );
+   }
+   registry().listeners[name] = sink;
+   levelIs( name, sink ? finest : finestLevel );
+}
+
+void
+unlisten( const Sink * sink ) {
+   for ( auto & [name, listener] : registry().listeners ) {
+      if ( listener == sink ) {
+         listen( name, nullptr, finestLevel );
+      }
    }
 }
 

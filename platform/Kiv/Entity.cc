@@ -2,6 +2,9 @@
 
 #include <cstdlib>
 #include <new>
+#include <utility>
+
+#include "platform/Kiv/ChangeCounts.h"
 
 namespace Kiv {
 
@@ -9,6 +12,8 @@ namespace {
 
 struct Delivery;
 Delivery * deliveries = nullptr;
+
+ChangeCounts * counts = nullptr;
 
 /** A delivery under way: who is next, and the last one of those who hear this change. */
 struct Delivery {
@@ -55,8 +60,22 @@ Entity::name() const {
    return name_ ? *name_ : noName;
 }
 
+ChangeCounts::ChangeCounts() : outer_( std::exchange( counts, this ) ) {}
+
+ChangeCounts::~ChangeCounts() {
+   for ( ChangeCounts ** c = &counts; *c; c = &( *c )->outer_ ) {
+      if ( *c == this ) {
+         *c = outer_;
+         return;
+      }
+   }
+}
+
 void
 Entity::kivDeliver( int attribute, const void * key ) const {
+   for ( ChangeCounts * c = counts; c; c = c->outer_ ) {
+      ++*c->byType_.emplace( typeData() ).first;
+   }
    const WatchTable & table = *watches_;
    if ( table.list[0].first ) [[unlikely]] {
       DeathNotice notice( this );

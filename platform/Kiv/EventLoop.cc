@@ -5,9 +5,44 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cmath>
+#include <utility>
+
+#include "platform/Velto/Scope.h"
 
 namespace Kiv {
+
+namespace {
+
+/** Not a reading of now(): nothing depends on it, and a recording has none of it. */
+Seconds
+measured() {
+   const auto time = std::chrono::steady_clock::now().time_since_epoch();
+   return std::chrono::duration< Seconds >( time ).count();
+}
+
+} // namespace
+
+void
+WorkTimes::add( Seconds began, Seconds ended ) {
+   ++times;
+   busy += ended - began;
+   if ( ended - began > longest ) {
+      longest = ended - began;
+      longestAt = ended;
+   }
+}
+
+void
+WorkTimes::add( const WorkTimes & others ) {
+   times += others.times;
+   busy += others.busy;
+   if ( others.longest > longest ) {
+      longest = others.longest;
+      longestAt = others.longestAt;
+   }
+}
 
 FdWatch::FdWatch( EventLoop * loop, int fd ) : loop_( loop ), fd_( fd ) {
    VELTO_ASSERT( loop && fd >= 0 );
@@ -34,7 +69,13 @@ FdWatch::wanted( bool readable, bool writable ) {
    VELTO_ASSERT( epoll_ctl( loop_->epoll_, EPOLL_CTL_MOD, fd_, &e ) == 0 );
 }
 
-EventLoop::EventLoop() {
+namespace {
+
+EventLoop * latest = nullptr;
+
+} // namespace
+
+EventLoop::EventLoop() : former_( std::exchange( latest, this ) ) {
    epoll_ = epoll_create1( EPOLL_CLOEXEC );
    timer_ = timerfd_create( CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK );
    VELTO_ASSERT( epoll_ >= 0 && timer_ >= 0 );
@@ -45,8 +86,22 @@ EventLoop::EventLoop() {
 }
 
 EventLoop::~EventLoop() {
+   EventLoop ** link = &latest;
+   while ( *link != this ) {
+      link = &( *link )->former_;
+   }
+   *link = former_;
    close( timer_ );
    close( epoll_ );
+}
+
+EventLoop *
+EventLoop::of( const TaskScheduler * scheduler ) {
+   EventLoop * loop = latest;
+   while ( loop && loop != scheduler ) {
+      loop = loop->former_;
+   }
+   return loop;
 }
 
 /** Arms the timer for the next clock; what epoll may wait, in milliseconds. */
@@ -76,6 +131,7 @@ EventLoop::runOnce( Seconds limit ) {
    epoll_event events[32];
    int n = epoll_wait( epoll_, events, 32, waitTime( limit ) );
    VELTO_ASSERT( n >= 0 || errno == EINTR );
+   const Seconds began = measured();
    for ( int i = 0; i < n; ++i ) {
       int fd = events[i].data.fd;
       if ( fd == timer_ ) {
@@ -87,6 +143,15 @@ EventLoop::runOnce( Seconds limit ) {
       }
    }
    turn();
+   rounds_.add( began, measured() );
+}
+
+bool
+EventLoop::runSliceOf( Task & task ) {
+   const Seconds began = measured();
+   const String name = task.name();
+   const Velto::AtEnd noted( [&] { slices_[name].add( began, measured() ); } );
+   return task.run();
 }
 
 void

@@ -240,6 +240,16 @@ GenericIf::get( const Node & root, const String & path ) {
 
 void
 GenericIf::set( Node & root, const String & path, const String & value ) {
+   setOrCheck( root, path, value, true );
+}
+
+void
+GenericIf::check( Node & root, const String & path, const String & value ) {
+   setOrCheck( root, path, value, false );
+}
+
+void
+GenericIf::setOrCheck( Node & root, const String & path, const String & value, bool sets ) {
    Place p = placeOf( root, path );
    checkKey( *p.attr, p.last, path );
    checkChangeable( *p.attr, p.last, path );
@@ -251,21 +261,26 @@ GenericIf::set( Node & root, const String & path, const String & value ) {
          if ( value != "True" && value != "true" && value != "1" ) {
             refuse( path, "expected True for a set's key, not '" + value + "' (or delete it)" );
          }
-         GenericIf::apply( *p.node, *p.attr, key, nullptr );
+         if ( sets ) {
+            GenericIf::apply( *p.node, *p.attr, key, nullptr );
+         }
          return;
       }
       struct Context {
          Place & p;
          const void * key;
+         bool sets;
          bool parsed;
-      } context = { p, key, false };
+      } context = { p, key, sets, false };
       try {
          p.attr->value->withText(
                value,
                []( void * c, const void * v ) {
                   auto & context = *static_cast< Context * >( c );
                   context.parsed = true;
-                  GenericIf::apply( *context.p.node, *context.p.attr, context.key, v );
+                  if ( context.sets ) {
+                     GenericIf::apply( *context.p.node, *context.p.attr, context.key, v );
+                  }
                },
                &context );
       } catch ( const Velto::RangeError & e ) {

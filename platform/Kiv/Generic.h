@@ -23,6 +23,8 @@ class GenericIf {
    static String get( const Velto::Node & root, const String & path );
    /** Sets a scalar or a map's entry, adds a set's key, appends to a queue. */
    static void set( Velto::Node & root, const String & path, const String & text );
+   /** Raises what set() would, and changes nothing. */
+   static void check( Velto::Node & root, const String & path, const String & text );
    /** Creates the entity (or the set's key) at `path` if it is not there. */
    static void insert( Velto::Node & root, const String & path );
    /** Removes the entry at `path`, which must be there; without a key everything that the attribute
@@ -92,6 +94,10 @@ class GenericIf {
 
    /** The text of attribute `attr` (under `key`) of an entity, as get() gives it. */
    static String text( const Velto::Node & node, const AttrDesc & attr, const void * key );
+
+ private:
+   static void setOrCheck( Velto::Node & root, const String & path, const String & text,
+                           bool sets );
 };
 
 } // namespace Kiv

@@ -9,6 +9,7 @@
 #include <tuple>
 #include <utility>
 
+#include "platform/Kiv/Printable.h"
 #include "platform/Velto/Assert.h"
 #include "platform/Velto/Scope.h"
 
@@ -167,7 +168,7 @@ class StandardError : public LogSink {
  public:
    void message( const LogDescriptor & descriptor, const String & text ) override {
       std::fprintf( stderr, "%s(%u): %s\n", descriptor.name, unsigned( descriptor.severity ),
-                    text.c_str() );
+                    printable( text ).c_str() );
    }
 };
 

@@ -7,11 +7,21 @@ namespace Kiv {
 Task::Task( TaskScheduler * scheduler, U32 priority, const String & name )
     : scheduler_( scheduler ), priority_( priority ), name_( name ) {
    VELTO_ASSERT( scheduler );
+   after_ = scheduler->tasks_;
+   if ( after_ ) {
+      after_->before_ = this;
+   }
+   scheduler->tasks_ = this;
 }
 
 Task::~Task() {
-   if ( scheduler_ ) {
-      scheduler_->leave( this );
+   if ( !scheduler_ ) {
+      return;
+   }
+   scheduler_->leave( this );
+   ( before_ ? before_->after_ : scheduler_->tasks_ ) = after_;
+   if ( after_ ) {
+      after_->before_ = before_;
    }
 }
 
@@ -37,7 +47,7 @@ Task::shouldYield() {
 }
 
 TaskScheduler::~TaskScheduler() {
-   for ( Task * t = ready_; t; t = t->next_ ) {
+   for ( Task * t = tasks_; t; t = t->after_ ) {
       t->scheduler_ = nullptr;
    }
 }
@@ -83,7 +93,7 @@ TaskScheduler::runSlice() {
       running_ = nullptr;
    } );
    deadline_ = Kiv::now() + budget_.seconds;
-   more = task->run();
+   more = runSliceOf( *task );
    return true;
 }
 

@@ -21,7 +21,8 @@ namespace Kiv {
 
 class TaskScheduler;
 
-/** Work that is done in slices. The owner keeps it; its destruction withdraws it. */
+/** Work that is done in slices. The owner keeps it; its destruction withdraws it. It may outlive its
+    scheduler, and then does nothing. */
 class Task {
  public:
    Task( TaskScheduler * scheduler, U32 priority, const String & name );
@@ -47,7 +48,9 @@ class Task {
    TaskScheduler * scheduler_;
    U32 priority_;
    bool awake_ = false;
-   Task * next_ = nullptr;
+   Task * next_ = nullptr;   // in the queue
+   Task * before_ = nullptr; // of all tasks
+   Task * after_ = nullptr;
    String name_;
 };
 
@@ -71,7 +74,7 @@ class TurnWatch {
 class TaskScheduler {
  public:
    TaskScheduler() = default;
-   ~TaskScheduler();
+   virtual ~TaskScheduler();
    TaskScheduler( const TaskScheduler & ) = delete;
    TaskScheduler & operator=( const TaskScheduler & ) = delete;
 
@@ -86,6 +89,11 @@ class TaskScheduler {
    /** When the next turn has something to do: -infinity with a task awake, never with nothing. */
    Seconds nextTime() const;
 
+ protected:
+   /** Runs a slice, and says whether work is left. Who notes how long slices take adds to it; the task
+       may be gone then. */
+   virtual bool runSliceOf( Task & task ) { return task.run(); }
+
  private:
    friend class Task;
 
@@ -96,6 +104,7 @@ class TaskScheduler {
    TimerWheel wheel_;
    SliceBudget budget_;
    TurnWatch * turnWatch_ = nullptr;
+   Task * tasks_ = nullptr;
    Task * ready_ = nullptr; // by priority, then by arrival
    Task * running_ = nullptr;
    Seconds deadline_ = 0;

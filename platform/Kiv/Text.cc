@@ -6,6 +6,8 @@
 #include <cstring>
 #include <system_error>
 
+#include "platform/Kiv/ValueKinds.h"
+
 namespace Kiv {
 
 void
@@ -284,6 +286,21 @@ Cutter::part( const char * stops ) {
 }
 
 } // namespace
+
+std::vector< Velto::String >
+elementsOf( const Velto::String & text ) {
+   Cutter cut( text, "a list {element, ...}" );
+   std::vector< Velto::String > elements;
+   cut.expect( "{" );
+   while ( !cut.accept( "}" ) ) {
+      elements.push_back( cut.part( ",}" ) );
+      cut.accept( "," );
+   }
+   if ( !cut.atEnd() ) {
+      cut.refuse();
+   }
+   return elements;
+}
 
 ValueReader::ValueReader( const char * type, const Velto::String & text ) : type_( type ) {
    Cutter cut( text, "Value('" + Velto::String( type ) + "', ** {field: value, ...})" );

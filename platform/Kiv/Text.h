@@ -275,24 +275,28 @@ using Argument = std::conditional_t< only && std::is_same_v< T, Velto::String >,
       continue;                                                                                    \
    }
 
+/** Reads `text`: read( x ) for each field of the text that is one of the list. */
+#define KIV_READ_FIELDS_( ns, T, read, ... )                                                       \
+   ::Kiv::ValueReader r( #ns "::" #T, text );                                                      \
+   while ( r.next() ) {                                                                            \
+      try {                                                                                        \
+         KIV_EACH( read, __VA_ARGS__ )                                                             \
+      } catch ( const Velto::RangeError & e ) {                                                    \
+         r.refuseValue( e );                                                                       \
+      }                                                                                            \
+      r.refuseField();                                                                             \
+   }
+
 /** Makes a value of the data members listed, which stand before it. `ns` is the namespace (or
     the enclosing class) that the text form names. */
 #define KIV_VALUE( ns, T, ... )                                                                    \
  public:                                                                                           \
    T() = default;                                                                                  \
-   explicit T( const Velto::String & text ) {                                                      \
-      ::Kiv::ValueReader r( #ns "::" #T, text );                                                   \
-      while ( r.next() ) {                                                                         \
-         try {                                                                                     \
-            KIV_EACH( KIV_VALUE_READ_, __VA_ARGS__ )                                               \
-         } catch ( const Velto::RangeError & e ) {                                                 \
-            r.refuseValue( e );                                                                    \
-         }                                                                                         \
-         r.refuseField();                                                                          \
-      }                                                                                            \
-   }                                                                                               \
-   KIV_VALUE_OPERATIONS_( ns, T, __VA_ARGS__ )                                                     \
-   static constexpr bool kivOneField = KIV_VALUE_ONLY_( __VA_ARGS__ );                             \
+   explicit T( const Velto::String & text ){ KIV_READ_FIELDS_(                                     \
+         ns, T, KIV_VALUE_READ_,                                                                   \
+         __VA_ARGS__ ) } KIV_VALUE_OPERATIONS_( ns, T,                                             \
+                                                __VA_ARGS__ ) static constexpr bool kivOneField =  \
+         KIV_VALUE_ONLY_( __VA_ARGS__ );                                                           \
    explicit( kivOneField ) T( KIV_EACH_COMMA( KIV_VALUE_ARG_, __VA_ARGS__ ) )                      \
        : KIV_EACH_COMMA( KIV_VALUE_INIT_, __VA_ARGS__ ) {}
 

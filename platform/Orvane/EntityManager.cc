@@ -47,7 +47,7 @@ EntityManager::mountOf( const String & path, String & rest ) const {
       }
    }
    if ( !best ) {
-      throw Velto::RangeError( path + ": lies in no mount" );
+      throw Velto::RangeError( ( path.empty() ? "an empty path" : path ) + ": lies in no mount" );
    }
    rest = path.size() == best->path.size() ? String() : path.substr( best->path.size() + 1 );
    return *best;
@@ -83,6 +83,12 @@ void
 EntityManager::set( const String & path, const String & text ) {
    at( *this, path,
        [&]( Kiv::Entity & e, const String & rest ) { Kiv::GenericIf::set( e, rest, text ); } );
+}
+
+void
+EntityManager::check( const String & path, const String & text ) const {
+   at( *this, path,
+       [&]( Kiv::Entity & e, const String & rest ) { Kiv::GenericIf::check( e, rest, text ); } );
 }
 
 void

@@ -57,6 +57,7 @@ class EntityManager {
    // The generic attribute interface by full path; errors as in Kiv::GenericIf.
    String get( const String & path ) const;
    void set( const String & path, const String & text );
+   void check( const String & path, const String & text ) const;
    void insert( const String & path );
    void del( const String & path );
    const Kiv::AttrDesc & attribute( const String & path ) const;

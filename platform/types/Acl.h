@@ -103,6 +103,28 @@ class ParamConfig : public Kiv::Entity {
    }
 };
 
+/** A host behind an interface. */
+class HostKey {
+   Ulnet::IntfId intf_;
+   Ulnet::EthAddr host_;
+   KIV_VALUE( Acl, HostKey, intf, host )
+};
+
+/** The list that is asked about what comes from a host. */
+class HostAcl {
+   AclType type_ = AclType::ip;
+   String acl_;
+   KIV_VALUE( Acl, HostAcl, type, acl )
+};
+
+/** Hosts that have lists of their own. */
+class PerHostConfig : public Kiv::Entity {
+   KIV_BODY( PerHostConfig, Kiv::Entity )
+   KIV_MAP( HostKey, HostAcl, host )
+ public:
+   explicit PerHostConfig( const String & name ) : Kiv::Entity( name ) {}
+};
+
 /** Which card an interface is on. */
 class IntfCardConfig : public Kiv::Entity {
    KIV_BODY( IntfCardConfig, Kiv::Entity )

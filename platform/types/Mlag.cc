@@ -2,4 +2,5 @@
 
 #include "platform/Kiv/Describe.h"
 
+KIV_DEFINE( Mlag::Config )
 KIV_DEFINE( Mlag::Status )

@@ -1,5 +1,5 @@
 #pragma once
-// Multi-chassis link aggregation, as its agent publishes it.
+// Multi-chassis link aggregation, as it is configured and as its agent publishes it.
 
 #include "platform/Kiv/Attr.h"
 #include "platform/Kiv/Text.h"
@@ -15,6 +15,15 @@ enum class MlagState : U8 {
    secondary = 4, // established
 };
 KIV_ENUM( MlagState, disabled, inactive, connecting, primary, secondary )
+
+/** Which aggregates the peer link stands in for, as the switch is configured. */
+class Config : public Kiv::Entity {
+   KIV_BODY( Config, Kiv::Entity )
+   KIV_ATTR( Velto::String, domain, "" )
+   KIV_SET( Ulnet::IntfId, peerLinkSharer )
+ public:
+   explicit Config( const Velto::String & name ) : Kiv::Entity( name ) {}
+};
 
 class Status : public Kiv::Entity {
    KIV_BODY( Status, Kiv::Entity )

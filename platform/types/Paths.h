@@ -21,6 +21,7 @@ inline constexpr char hardwareLagOfConfig[] = "hardware/lag/ofconfig";   // Hard
 inline constexpr char aggregatedLagConfig[] =
       "lag/config/aggregated"; // Hardware::Lag::AggregatedLagConfigDir
 inline constexpr char lagMemberStatus[] = "lag/member/status"; // Hardware::Lag::MemberStatusDir
+inline constexpr char mlagConfig[] = "mlag/config";            // Mlag::Config
 inline constexpr char mlagStatus[] = "mlag/status";            // Mlag::Status
 
 // Bridging
@@ -91,6 +92,7 @@ inline constexpr char tunnelStatus[] = "tunnel/status"; // Tunnel::Status
 inline constexpr char aclConfig[] = "acl/config";                    // Acl::Config
 inline constexpr char aclIntfConfig[] = "acl/intf/config";           // Acl::IntfConfig
 inline constexpr char aclParamConfig[] = "acl/param/config";         // Acl::ParamConfig
+inline constexpr char aclPerHostConfig[] = "acl/perhost/config";     // Acl::PerHostConfig
 inline constexpr char aclIntfCardConfig[] = "acl/intfcard/config";   // Acl::IntfCardConfig
 inline constexpr char aclDpUpdateRequest[] = "acl/dpupdate/request"; // Acl::DpAclUpdateRequest
 inline constexpr char aclDpUpdateStatus[] = "acl/dpupdate/status";   // Acl::DpAclUpdateStatus

@@ -22,3 +22,8 @@ using FecId = Kiv::Number< struct FecIdTag, U64 >;
 /** Names it among all tables. */
 using GlobalFecId = Kiv::Number< struct GlobalFecIdTag, U64 >;
 } // namespace Quarn::Fib
+
+namespace Qon {
+/** Version of what the platform-dependent layer was handed. */
+using QonPdVersionId = Kiv::VersionId< struct QonPdVersionTag >;
+} // namespace Qon

@@ -76,7 +76,7 @@ class AclWorld : public Tests::World {
 
    void start() {
       aclSm = Qon::AclSmIs( { acsd, config, intfs, params, bridging, subIntfs, helper, sessions,
-                              errdisable, epoch, cards, dpRequest, dpStatus } );
+                              errdisable, epoch, cards, dpRequest, dpStatus, hosts } );
       const auto sm = aclSm; // which may end meanwhile
       sm->initializedIs( true );
    }
@@ -161,6 +161,7 @@ class AclWorld : public Tests::World {
    Ptr< Acl::IntfCardConfig > cards = Velto::make< Acl::IntfCardConfig >( "cards" );
    Ptr< Acl::DpAclUpdateRequest > dpRequest = Velto::make< Acl::DpAclUpdateRequest >( "request" );
    Ptr< Acl::DpAclUpdateStatus > dpStatus = Velto::make< Acl::DpAclUpdateStatus >( "status" );
+   Ptr< Acl::PerHostConfig > hosts = Velto::make< Acl::PerHostConfig >( "hosts" );
    Ptr< Helper > helper = Velto::make< Helper >( table );
    Ptr< Qon::AclSm > aclSm;
 };

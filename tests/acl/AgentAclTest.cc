@@ -158,6 +158,48 @@ TEST_F( AgentAcl, WhatTheChipDoesWithAPacket ) {
    EXPECT_NE( chip.forward( frame ).steps.back().what.find( "blocked" ), String::npos );
 }
 
+TEST_F( AgentAcl, UnitsThatFailAndPassesThatWait ) {
+   auto & part = chip.of< SoftChip::AclPart >();
+   auto limits = part.table().limits();
+   limits.asyncBlock = true;
+   part.table().limitsAre( limits );
+   load( config );
+   auto column = [&]( const String & name, const String & key, const String & field ) {
+      std::map< String, String > all;
+      for ( auto & command : agent.showCommands() ) {
+         if ( command.name == name ) {
+            auto made = runShow( agent, command, Kiv::split( name, ' ' ) );
+            while ( const Row * row = made.next() ) {
+               all[textOf( *row, key )] = textOf( *row, field );
+            }
+         }
+      }
+      return all;
+   };
+   auto data =
+         agent.entities().mount< Acl::Config >( "acl/config" )->type( Acl::ip() )->acl( "DATA" );
+   using Texts = std::map< String, String >;
+   EXPECT_EQ( column( "resources acl", "unit", "error" ),
+              ( Texts{ { "Chip0", "" }, { "Chip1", "" } } ) );
+   part.latencyIs( Kiv::never );
+   data->ruleDel( 10 );
+   scheduler.settle();
+   EXPECT_EQ( column( "acl", "acl", "waits" )["DATA"],
+              "the block of Ethernet0 Ethernet8 Ethernet12" );
+   part.latencyIs( 0 );
+   part.table().blockCompletions().finishAll();
+   chip.faults().add( { "prepareAcl", SoftChip::Trouble::full } );
+   scheduler.settle();
+   const String full = "Out of TCAM entries on Chip0";
+   EXPECT_EQ( column( "resources acl", "unit", "error" )["Chip0"], full );
+   EXPECT_EQ( column( "resources acl", "unit", "lists" )["Chip0"], "DATA" );
+   scheduler.runUntil( Kiv::now() + 7 );
+   EXPECT_EQ( column( "acl", "acl", "programmed" )["DATA"],
+              "former rules; Chip0: " + full + ", for 7 s" );
+   chip.faults().unitLostIs( "Chip1", true );
+   EXPECT_EQ( column( "resources acl", "unit", "state" )["Chip1"], "not there" );
+}
+
 TEST_F( AgentAcl, WhatItWaitsFor ) {
    load( config );
    auto attach = agent.entities().mount< Acl::IntfConfig >( "acl/intf/config" );

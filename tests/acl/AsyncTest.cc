@@ -150,6 +150,154 @@ TEST( AclLate, MembersThatJoinInTheMiddleAreDeferred ) {
    EXPECT_EQ( w.chip(), Chip{} );
 }
 
+TEST( AclLate, AMemberThatIsBackInTheMiddleStaysBlocked ) {
+   LateWorld w;
+   w.attach( "Port-Channel1", "a" );
+   w.detach( "Ethernet1" );
+   w.members( "Port-Channel1", { "Ethernet3" } );
+   w.start();
+   w.answerAll();
+   w.rule( "a", 1 );
+   w.settle();
+   w.answer(); // blocked; the uninstall is under way
+   w.members( "Port-Channel1", {} );
+   w.members( "Port-Channel1", { "Ethernet3" } );
+   EXPECT_EQ( w.aclSm->directionSm( ip, in )->deferredMembers(), 1u );
+   bool open = false;
+   w.helper->heard = [&]( const String & ) {
+      const Qon::AclIntfUse use( IntfPairKey( intf( "Ethernet3" ), intf( "Port-Channel1" ) ), {} );
+      open = open ||
+             ( !w.table.blocked( intf( "Ethernet3" ) ) && w.table.deciders( ip, in, use ).empty() );
+   };
+   w.answerAll();
+   w.helper->heard = nullptr;
+   EXPECT_FALSE( open );
+   EXPECT_EQ( w.chip(), Chip{ "a( 0, in, default ): Ethernet3@Port-Channel1" } );
+}
+
+TEST( AclLate, WhatTheChipTellsOfListsThatAreNotThere ) {
+   LateWorld w;
+   w.start();
+   w.answerAll();
+   const auto sm = w.sm( "a" )->aclDataSm( portKey() );
+   const Qon::AclUnitResults full = { { "Chip0", Qon::AclCreateError::hwResourceFull } };
+   auto tell = [&]( AclType type, const String & list, U64 operation ) {
+      w.helper->aclStatusUpdateCallback( type, list, portKey(), operation, full );
+   };
+   tell( ip, "a", sm->operation() ); // what has become of it since
+   EXPECT_EQ( w.aclSm->unitError( "Chip0" ), Qon::AclCreateError::hwResourceFull );
+   EXPECT_FALSE( sm->status()->unitErrorHas( "Chip1" ) );
+   EXPECT_FALSE( sm->failed() ); // it is in force all the same
+   tell( ip, "a", sm->operation() - 1 );
+   tell( mac, "m", 7 ); // no such list
+   EXPECT_EQ( w.aclSm->callbackDataSm( mac ), nullptr );
+   w.config->typeDel( ipv6 );
+   tell( ipv6, "a", 7 );
+   tell( ipv6, "a", 8 );
+   tell( ipv6, "b", 9 );
+   ASSERT_TRUE( w.aclSm->callbackDataSm( ipv6 ) );
+   EXPECT_EQ( w.aclSm->callbackDataSm( ipv6 )->answers(), 2u ); // the last of each
+   w.config->typeIs( ipv6 );
+   EXPECT_EQ( w.aclSm->callbackDataSm( ipv6 ), nullptr );
+   // The type goes while an answer is due: the pass does not wait for the type.
+   w.rule( "a", 10 );
+   w.settle();
+   w.config->typeDel( ip );
+   w.intfs->typeDel( ip );
+   w.answerAll();
+   EXPECT_EQ( w.chip(), Chip{} );
+   EXPECT_EQ( w.aclSm->unitError( "Chip0" ), Qon::AclCreateError::success );
+}
+
+TEST( AclLate, UnitsGoAndComeBack ) {
+   for ( bool late : { false, true } ) {
+      LateWorld w;
+      w.start();
+      w.answerAll();
+      const auto status = w.sm( "a" )->aclDataStatus( portKey() );
+      w.faults.unitLostIs( "Chip1", true );
+      EXPECT_FALSE( status->unitErrorHas( "Chip1" ) );
+      w.faults.add( { "prepareAcl", SoftChip::Trouble::full } );
+      if ( late ) { // while a pass works on it
+         w.rule( "a", 10 );
+         w.settle();
+      }
+      w.faults.unitLostIs( "Chip1", false );
+      if ( !late ) {
+         EXPECT_EQ( w.aclSm->unitError( "Chip1" ), Qon::AclCreateError::hwResourceFull );
+      }
+      w.answerAll();
+      w.rule( "a", 20 );
+      w.answerAll();
+      EXPECT_TRUE( w.aclSm->unitErrors().empty() );
+      EXPECT_TRUE( status->unitErrorHas( "Chip1" ) );
+   }
+}
+
+TEST( AclLate, ABlockThatRaisesIsNotWaitedFor ) {
+   for ( auto call : { "block Ethernet1", "unblock Ethernet1" } ) {
+      LateWorld w;
+      w.start();
+      w.answerAll();
+      bool done = false;
+      w.helper->heard = [&]( const String & heard ) {
+         if ( heard == call && !std::exchange( done, true ) ) {
+            throw Velto::RangeError( "hook" );
+         }
+      };
+      w.rule( "a", 10 );
+      U32 raised = 0;
+      auto tries = [&]( auto act ) {
+         try {
+            act();
+         } catch ( const Velto::RangeError & ) {
+            ++raised;
+         }
+      };
+      for ( U32 n = 0; n < 10; ++n ) {
+         tries( [&] { w.scheduler.settle(); } );
+         tries( [&] { w.table.completions().finishAll(); } );
+         tries( [&] { w.table.blockCompletions().finishAll(); } );
+      }
+      EXPECT_EQ( raised, 1u ) << call;
+      w.answerAll();
+      EXPECT_EQ( w.chip(), Chip{ "a( 0, in, default ): Ethernet1" } ) << call;
+   }
+}
+
+TEST( AclHooks, InterfacesJoinAndLeaveAtOnceUnlessTheChipDefersThat ) {
+   for ( bool deferred : { false, true } ) {
+      AclWorld w;
+      auto limits = w.table.limits();
+      limits.deferred = deferred;
+      w.table.limitsAre( limits );
+      w.list( "a" );
+      w.list( "b" );
+      w.attach( "Ethernet1", "a" );
+      w.attach( "Ethernet2", "b" );
+      w.start();
+      w.settle();
+      w.helper->takeCalls();
+      auto calls = [&]( const Calls & expected ) {
+         EXPECT_EQ( w.helper->takeCalls(), deferred ? Calls{} : expected );
+         w.settle();
+         EXPECT_EQ( w.helper->takeCalls(), deferred ? expected : Calls{} );
+      };
+      w.attach( "Ethernet3", "a" );
+      calls( { "on a Ethernet3" } );
+      w.attach( "Ethernet3", "b" );
+      calls( { "block Ethernet3", "off a Ethernet3", "on b Ethernet3", "unblock Ethernet3" } );
+      w.detach( "Ethernet3" );
+      calls( { "off b Ethernet3" } );
+      // What else changes makes all of it one pass.
+      w.rule( "a", 1 );
+      w.attach( "Ethernet3", "b" );
+      EXPECT_EQ( w.helper->takeCalls(), Calls{} );
+      w.settle();
+      EXPECT_EQ( w.helper->takeCalls().size(), 7u );
+   }
+}
+
 TEST( AclHooks, ChangeTheConfigurationInTheMiddle ) {
    for ( auto call : { "block Ethernet1", "uninstall a", "prepare a", "on a Ethernet1", "commit a",
                        "unblock Ethernet1" } ) {
@@ -278,6 +426,31 @@ TEST( AclEnd, CleanUpEmptiesTheChipUnlessARestartIsTested ) {
       w.settle();
       EXPECT_EQ( w.chip(), Chip{ "a( 0, in, default ): Ethernet1" } );
    }
+}
+
+TEST( AclEnd, WhatAFormerLifeLeftDecidesUntilNothingWaits ) {
+   LateWorld w;
+   w.list( "b" );
+   w.start();
+   w.answerAll();
+   w.aclSm = nullptr; // as after a crash
+   w.helper = nullptr;
+   w.helper = Velto::make< Helper >( w.table );
+   w.start();
+   w.settle();
+   w.attach( "Ethernet1", "b" ); // in the middle of the first pass
+   const Qon::AclIntfUse use( IntfPairKey( intf( "Ethernet1" ), {} ), {} );
+   for ( U32 n = 0; n < 12; ++n ) {
+      w.settle();
+      EXPECT_TRUE( w.table.blocked( intf( "Ethernet1" ) ) ||
+                   !w.table.deciders( ip, in, use ).empty() )
+            << n;
+      auto & blocks = w.table.blockCompletions();
+      auto & rest = w.table.completions();
+      blocks.waiting() ? blocks.finish( 0 ) : rest.waiting() ? rest.finish( 0 ) : void();
+   }
+   w.answerAll();
+   EXPECT_EQ( w.chip(), Chip{ "b( 0, in, default ): Ethernet1" } );
 }
 
 TEST( AclSabotage, OfAclSm ) {

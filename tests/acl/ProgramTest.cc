@@ -103,6 +103,89 @@ TEST( AclUnits, MessagesOfShortages ) {
    EXPECT_EQ( w.logged(), ( Lines{ full, normal } ) );
 }
 
+/** Raises at one message. */
+struct BrokenSink : Kiv::LogSink {
+   void message( const Kiv::LogDescriptor & descriptor, const String & text ) override {
+      if ( descriptor.name == breaksAt && times-- > 0 ) {
+         throw Velto::RangeError( "sink" );
+      }
+      all.push_back( text );
+   }
+   String breaksAt;
+   int times = 1;
+   std::vector< String > all;
+};
+
+TEST( AclUnits, AMessageThatRaisesIsSaidLaterAndDelaysNoOther ) {
+   const String fullAt = "Hardware resources are insufficient to program all ACLs (",
+                normalAt = "All ACLs are programmed in hardware (";
+   for ( int times : { 1, 3 } ) {
+      ProgramWorld w;
+      w.start();
+      w.settle();
+      BrokenSink sink;
+      auto former = Kiv::logSinkIs( &sink );
+      const Velto::AtEnd back( [&] { Kiv::logSinkIs( former ); } );
+      auto expect = [&]( const String & message, const String & text ) {
+         sink.breaksAt = message;
+         sink.times = times;
+         w.edit();
+         EXPECT_THROW( w.scheduler.settle(), Velto::RangeError );
+         EXPECT_EQ( sink.all.size(), times == 1 ? 1u : 0u ); // one of two was not heard
+         if ( times == 3 ) { // nor the second time, with nothing else to say
+            EXPECT_THROW( w.scheduler.settle(), Velto::RangeError );
+            w.edit();
+         }
+         w.settle();
+         std::sort( sink.all.begin(), sink.all.end() );
+         EXPECT_EQ( sink.all, ( std::vector< String >{ text + "Chip0)", text + "Chip1)" } ) );
+         sink.all.clear();
+      };
+      w.picky->refuses["a"] = { { "Chip0", AclCreateError::hwResourceFull },
+                                { "Chip1", AclCreateError::hwResourceFull } };
+      expect( "ACL_HW_RESOURCE_FULL", fullAt );
+      w.picky->refuses.clear();
+      expect( "ACL_HW_RESOURCE_NORMAL", normalAt );
+      EXPECT_TRUE( w.aclSm->unitErrors().empty() );
+   }
+}
+
+TEST( AclRevert, KeepsInterfacesBlockedThatListsOfBothDirectionsShare ) {
+   ProgramWorld w;
+   w.rule( "a", 1 );
+   w.list( "o" );
+   w.attach( "Ethernet1", "o", ip, out );
+   w.list( "b" );
+   w.attach( "Ethernet2", "b" );
+   w.start();
+   w.settle();
+   w.picky->refuses["a"] = { { "Chip1", AclCreateError::unsupportedRule } };
+   w.picky->rules = 3;
+   w.edit();
+   w.edit( "o" );
+   std::set< String > open;
+   auto decides = [&]( const char * name, AclDirection d ) {
+      return !w.table.deciders( ip, d, { IntfPairKey( intf( name ), {} ), {} } ).empty();
+   };
+   w.helper->heard = [&]( const String & ) {
+      for ( auto [name, d] :
+            { std::pair( "Ethernet1", in ), { "Ethernet1", out }, { "Ethernet2", in } } ) {
+         if ( !w.table.blocked( intf( name ) ) && !decides( name, d ) ) {
+            open.insert( name );
+         }
+      }
+   };
+   w.settle();
+   EXPECT_EQ( open, std::set< String >{} );
+   EXPECT_TRUE( w.sm( "a" )->aclDataSm( portKey() )->failed() );
+   w.attach( "Ethernet2", "a" ); // to a list that is tried again, and back
+   w.settle();
+   w.helper->heard = nullptr;
+   EXPECT_EQ( open, std::set< String >{} );
+   EXPECT_TRUE( decides( "Ethernet2", in ) );
+   EXPECT_TRUE( w.table.held().blocked.empty() );
+}
+
 TEST( AclUnits, ARecordThatIsRewrittenLater ) {
    ProgramWorld w;
    w.start();
@@ -129,8 +212,8 @@ TEST( AclRevert, BringsBackWhatWasInForce ) {
    w.helper->takeCalls();
    w.refuse( 6 );
    EXPECT_EQ( w.helper->takeCalls(),
-              ( Calls{ "block Ethernet1", "uninstall a", "prepare a", "unblock Ethernet1",
-                       "uninstall a", "prepare a", "on a Ethernet1", "commit a" } ) );
+              ( Calls{ "block Ethernet1", "uninstall a", "prepare a", "uninstall a", "prepare a",
+                       "on a Ethernet1", "commit a", "unblock Ethernet1" } ) );
    auto sm = w.sm( "a" )->aclDataSm( portKey() );
    EXPECT_TRUE( sm->failed() );
    EXPECT_EQ( sm->committedRules()->rules().size(), 2u );
@@ -192,9 +275,11 @@ TEST( AclRevert, WhatFoundNoRoomIsTriedWhenOthersGo ) {
    w.settle();
    EXPECT_EQ( w.chip(), Chip{ "a( 0, in, default ): Ethernet1" } );
    EXPECT_EQ( w.errdisable->intfStatuss(), 0u ); // a shortage is no fault of the list
+   EXPECT_EQ( w.aclSm->retries(), 0u );
    w.detach( "Ethernet1" );
    w.settle();
    EXPECT_EQ( w.chip(), Chip{ "b( 0, in, default ): Ethernet2" } );
+   EXPECT_EQ( w.aclSm->retries(), 1u );
    EXPECT_EQ( w.logged().size(), 4u ); // both units, twice
 }
 
@@ -253,6 +338,12 @@ TEST( AclMirror, ExactlyTheListsThatNameTheSession ) {
    EXPECT_EQ( held().rule.mirrorSession(), "s" );
    EXPECT_EQ( held().mirrorGroup, 3 );
    EXPECT_EQ( changes( [&] { w.sessions->sessionIs( "t" )->mirrorGroupIs( 1 ); } ), 0u );
+   changes( [&] { // while nothing wants the list, for a moment
+      w.detach( "Ethernet1" );
+      session()->mirrorGroupIs( 5 );
+      w.attach( "Ethernet1", "a" );
+   } );
+   EXPECT_EQ( held().mirrorGroup, 5 );
    w.picky->refuses["a"] = { { "Chip1", AclCreateError::unsupportedRule } };
    w.picky->rules = 3;
    w.edit(); // what names the session is brought back, and is made anew with it

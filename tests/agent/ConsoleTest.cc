@@ -5,11 +5,11 @@
 #include <cstdio>
 #include <fstream>
 
+#include "agent/base/PathWatch.h"
 #include "agent/base/StateFile.h"
 #include "agent/ctl/Table.h"
 #include "agent/player/EventPlayer.h"
 #include "agent/server/Console.h"
-#include "agent/server/PathWatch.h"
 #include "tests/agent/AgentWorld.h"
 
 namespace Tests {

@@ -9,9 +9,9 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
-#include "agent/base/Printable.h"
 #include "agent/player/EventPlayer.h"
 #include "agent/record/Replay.h"
+#include "platform/Kiv/Printable.h"
 #include "tests/agent/SocketClient.h"
 
 namespace Tests {
@@ -48,7 +48,7 @@ class OperatorWorld : public AgentWorld {
 TEST( Operator, WhatTheChipRefusedIsShownUntilItIsAskedForAgainOrWithdrawn ) {
    OperatorWorld w;
    w.load( config );
-   const String add = R"({"event": "mac", "op": "add", "mac": "00:1c:73:00:00:01", "vlan": 10, )"
+   const String add = R"({"event": "mac", "op": "add", "mac": "02:11:22:00:00:01", "vlan": 10, )"
                       R"("intf": "Ethernet4"})"
                       "\n";
    const String fail = R"({"event": "fault", "hook": "writeToHw", "trouble": "fail"})"
@@ -73,6 +73,38 @@ TEST( Operator, WhatTheChipRefusedIsShownUntilItIsAskedForAgainOrWithdrawn ) {
       EXPECT_EQ( w.show( "mac" ).size(), 1u );
       w.play( withdrawal );
       EXPECT_EQ( w.show( "mac" ).size(), 0u ) << withdrawal;
+   }
+}
+
+TEST( Operator, WhatTheChipHasNoRoomForIsShownWithReasonAndTime ) {
+   OperatorWorld w;
+   for ( auto table : { "lagTable", "aclEntries", "stormLimiters", "vlanMappingTable" } ) {
+      w.chip.faults().limitIs( table, 0 );
+   }
+   w.chip.faults().limitIs( "topoTable", 1 );
+   w.load( R"({"PORT": {"Ethernet0": {}, "Ethernet4": {}},
+   "PORTCHANNEL": {"PortChannel1": {}}, "PORTCHANNEL_MEMBER": {"PortChannel1|Ethernet0": {}},
+   "VLAN": {"Vlan10": {}, "Vlan20": {}}, "VLAN_MEMBER": {"Vlan10|Ethernet4": {}},
+   "STP": {"GLOBAL": {"mode": "pvst"}}, "STP_VLAN": {"Vlan10": {}, "Vlan20": {}},
+   "VLAN_MAPPING": {"Ethernet4|ingress|30": {"mapped_vlan": "10"}},
+   "PORT_STORM_CONTROL": {"Ethernet4|broadcast": {"kbps": "1000"}},
+   "ACL_TABLE": {"DATA": {"type": "L3", "ports": ["Ethernet4"]}},
+   "ACL_RULE": {"DATA|ONE": {"PRIORITY": "1", "PACKET_ACTION": "DROP", "SRC_IP": "10.0.0.0/8"}}})" );
+   w.scheduler.runFor( 3 );
+   struct {
+      const char * words;
+      const char * field;
+      const char * says;
+   } const cases[] = { { "port-channel members", "reason", "no room for a group" },
+                       { "acl", "waits", "other rules, interfaces or room" },
+                       { "storm-control", "reason", "no limiter" },
+                       { "vlan-mapping", "reason", "table full or refused" },
+                       { "topology Vlan20", "reason", "no room in the chip" } };
+   for ( auto & c : cases ) {
+      const Json rows = w.show( c.words );
+      ASSERT_EQ( rows.size(), 1u ) << c.words << rows;
+      EXPECT_EQ( rows[0].value( c.field, "" ), c.says ) << rows;
+      EXPECT_GE( rows[0].value( "since", 0.0 ), 2.5 ) << c.words << rows;
    }
 }
 
@@ -113,6 +145,23 @@ TEST( Operator, WhatIsMisspelledIsNamedWithWhatThereIs ) {
          { R"({"event": "link", "port": "Ethernet4", "up": true, "sped": 1})",
            "field 'sped' is not known here; there are: port, up" },
    };
+   struct {
+      const char * line;
+      const char * raised;
+   } const refused[] = {
+         { R"({"event": "vlanMember", "vlan": 9999, "intf": "Ethernet8", "mode": "none"})",
+           "field 'vlan': expected a VLAN from 1 to 4094, found 9999" },
+         { R"({"event": "vlanMember", "vlan": -1, "intf": "Ethernet8", "mode": "none"})",
+           "field 'vlan': expected a whole number from 0 to 4294967295, found -1" },
+         { R"({"event": "vlanMember", "vlan": 10.5, "intf": "Ethernet8", "mode": "none"})",
+           "field 'vlan': expected a whole number from 0 to 4294967295, found 10.5" },
+         { R"({"event": "vlanMember", "vlan": 4294967306, "intf": "Ethernet8", "mode": "none"})",
+           "field 'vlan': expected a whole number from 0 to 4294967295, found 4294967306" },
+         { R"({"event": "link", "port": "Ethernet4", "up": 1})",
+           "field 'up': expected true or false, found 1" },
+         { R"({"event": "link", "port": ["Ethernet4"], "up": true})",
+           R"(field 'port': expected a text, found ["Ethernet4"])" },
+   };
    for ( auto & c : cases ) {
       const Lines said = w.play( c.line );
       ASSERT_EQ( said.size(), 1u ) << c.line;
@@ -120,11 +169,13 @@ TEST( Operator, WhatIsMisspelledIsNamedWithWhatThereIs ) {
                  String( "warning: f:1: " ) + c.said );
    }
    EXPECT_EQ( w.show( "vlan 99999" ), "expected a VLAN from 1 to 4094, found '99999'" );
-   try {
-      w.play( R"({"event": "vlanMember", "vlan": 9999, "intf": "Ethernet8", "mode": "none"})" );
-      ADD_FAILURE();
-   } catch ( const Velto::RangeError & e ) {
-      EXPECT_STREQ( e.what(), "f:1: field 'vlan': expected a VLAN from 1 to 4094, found 9999" );
+   for ( auto & r : refused ) {
+      try {
+         w.play( r.line );
+         ADD_FAILURE() << r.line;
+      } catch ( const Velto::RangeError & e ) {
+         EXPECT_EQ( e.what(), String( "f:1: " ) + r.raised );
+      }
    }
 }
 
@@ -134,7 +185,7 @@ TEST( Operator, RelationsThatCannotBeMeantAreOneWarningEach ) {
          R"({"PORT": {"Ethernet0": {}, "Ethernet4": {}},
    "PORTCHANNEL": {"PortChannel1": {}, "PortChannel11001": {}},
    "PORTCHANNEL_MEMBER": {"PortChannel1|Ethernet0": {}},
-   "VLAN": {"Vlan10": {}, "Vlan20": {}, "Vlan30": {}},
+   "VLAN": {"Vlan10": {}, "Vlan20": {}, "Vlan30": {}, "Vlan4095": {}},
    "VLAN_MEMBER": {"Vlan10|Ethernet4": {}, "Vlan20|Ethernet4": {}, "Vlan30|Ethernet4": {},
                    "Vlan10|Ethernet0": {"tagging_mode": "tagged"},
                    "Vlan20|Ethernet0": {"tagging_mode": "tagged"}},
@@ -143,6 +194,8 @@ TEST( Operator, RelationsThatCannotBeMeantAreOneWarningEach ) {
          report.warnings,
          ( Lines{ "x.json: PORTCHANNEL|PortChannel11001: port-channels of a switch have numbers up "
                   "to 9999",
+                  "x.json: VLAN|Vlan4095: 'Vlan4095' is not the name of a VLAN, Vlan1 to Vlan4094; "
+                  "row skipped",
                   "x.json: VLAN_MEMBER|Vlan20|Ethernet4|tagging_mode: Ethernet4 is untagged in "
                   "Vlan10 already",
                   "x.json: VLAN_MEMBER|Vlan10|Ethernet0: Ethernet0 is a member of PortChannel1, "
@@ -152,10 +205,10 @@ TEST( Operator, RelationsThatCannotBeMeantAreOneWarningEach ) {
 }
 
 TEST( Operator, TextsFromOutsideDoNotReachATerminalAsTheyAre ) {
-   EXPECT_EQ( QonAgent::printable( "Ä\x1b[2J\n\x7f\xff\xc2\x9b|" ),
+   EXPECT_EQ( Kiv::printable( "Ä\x1b[2J\n\x7f\xff\xc2\x9b|" ),
               "Ä\\x1b[2J\\x0a\\x7f\\xff\\xc2\\x9b|" );
    // A character that is not whole.
-   EXPECT_EQ( QonAgent::printable( "\xe2\x82" ), "\\xe2\\x82" );
+   EXPECT_EQ( Kiv::printable( "\xe2\x82" ), "\\xe2\\x82" );
 }
 
 /** A socket in a folder of its own. */

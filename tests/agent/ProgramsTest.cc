@@ -158,7 +158,7 @@ TEST( Programs, BadInputIsOneLineAndExitCode2 ) {
          { "--config", "{\"PORT\": {\n  \"Ethernet0\"",
            ":2:13: not valid JSON: it ends too early" },
          { "--state", "{\"nowhere/x\": 1}", ": nowhere/x: lies in no mount" },
-         { "--events", "{\"event\": 7}", ":1: field 'event' cannot be 7" },
+         { "--events", "{\"event\": 7}", ":1: field 'event': expected a text, found 7" },
    };
    for ( auto & c : cases ) {
       Result result = check( c.option, c.content );
@@ -180,12 +180,214 @@ TEST( Programs, BadInputIsOneLineAndExitCode2 ) {
               "qon-agent: error: /: is a directory, a file was expected\n" );
 }
 
+TEST( Programs, WhoAsksIsToldAndGivenUpInTime ) {
+   RunningAgent agent( { "--config", "examples/leaf.json", "--virtual-time" } );
+   const String path = "'interface/status/eth/phy/intfStatus[Ethernet5]/linkUp'";
+   Result met = agent.ctl( "wait-until " + path + " True" );
+   EXPECT_EQ( met.code, 0 ) << met.output;
+   Result missed = agent.ctl( "wait-until " + path + " False --within 0.2" );
+   EXPECT_EQ( missed.code, 1 );
+   EXPECT_EQ( missed.output,
+              "qonctl: interface/status/eth/phy/intfStatus[Ethernet5]/linkUp: is True "
+              "and not False after 0.2 s\n" );
+   const String waits = program( "qonctl" ) + " --socket " + agent.socket + " wait-until ";
+   Result later = sh( waits + path + " False & sleep 0.2; " + program( "qonctl" ) + " --socket " +
+                      agent.socket + " event link port=Ethernet5 up=false; wait $!; echo rc=$?" );
+   EXPECT_EQ( later.output, "rc=0\n" );
+   EXPECT_EQ( agent.ctl( "wait-until 'acsd/portToLag[Ethernet30]' None" ).code, 0 );
+   Result sets = agent.ctl( "set acsd/minIntfs 3 acsd/nothing 1" );
+   EXPECT_EQ( sets.code, 1 );
+   EXPECT_EQ( agent.ctl( "get acsd/minIntfs" ).output, "0\n" );
+   EXPECT_EQ( agent.ctl( "set acsd/minIntfs 3 acsd/minIntfs 4" ).output,
+              "qonctl: set: acsd/minIntfs is there twice\n" );
+   EXPECT_EQ( agent.ctl( "insert 'bridging/vlan/config/vlanConfig[5000]'" ).output,
+              "qonctl: bridging/vlan/config/vlanConfig[5000]: expected a VLAN from 1 to 4094\n" );
+   EXPECT_EQ( sh( program( "qonctl" ) + " complete -- wa" ).output, "watch\nwait-until\n" );
+   EXPECT_EQ( agent.ctl( "complete -- show mac vl" ).output, "vlan\n" );
+   // One that does not answer any more.
+   kill( agent.pid, SIGSTOP );
+   Result silent = sh( program( "qonctl" ) + " --socket " + agent.socket +
+                       " --timeout 0.2 get acsd/minIntfs" );
+   kill( agent.pid, SIGCONT );
+   EXPECT_EQ( silent.code, 2 );
+   EXPECT_EQ( silent.output,
+              "qonctl: " + agent.socket + ": the agent has not answered within 0.2 s\n" );
+}
+
+TEST( Programs, TheConfigurationIsReadAgainOnRequest ) {
+   const String file = "/tmp/qon-reload." + std::to_string( getpid() );
+   auto write = [&]( const String & text ) { std::ofstream( file ) << text; };
+   write( R"({"PORT": {"Ethernet0": {}, "Ethernet4": {}}, "VLAN": {"Vlan10": {}}})" );
+   RunningAgent agent( { "--config", file } );
+   const String vlan = " 'bridging/vlan/config/vlanConfig[";
+   EXPECT_EQ( agent.ctl( "get" + vlan + "10]'" ).code, 0 );
+   write( R"({"PORT": {"Ethernet0": {}, "Eth)" ); // while somebody writes it
+   kill( agent.pid, SIGHUP );
+   EXPECT_EQ( agent.ctl( "get 'acsd/intf[Ethernet4]'" ).output, "True\n" );
+   write( R"({"PORT": {"Ethernet0": {}}, "VLAN": {"Vlan20": {}}})" );
+   kill( agent.pid, SIGHUP );
+   EXPECT_EQ( agent.ctl( "wait-until 'acsd/intf[Ethernet4]' None --timeout 20" ).code, 0 );
+   EXPECT_EQ( agent.ctl( "show vlan --json" ).output.find( "10" ), String::npos );
+   EXPECT_NE( agent.ctl( "show vlan --json" ).output.find( "20" ), String::npos );
+   EXPECT_EQ( agent.end( SIGTERM ), 0 );
+   unlink( file.c_str() );
+}
+
+TEST( Programs, ARecordingThatCannotGoOnIsOneMessageAndTheAgentGoesOn ) {
+   const String file = "/tmp/qon-recorded." + std::to_string( getpid() );
+   // The configuration alone takes more.
+   Result run = sh( "ulimit -f 4; " + program( "qon-agent" ) +
+                    " --once --virtual-time --config examples/leaf.json --record " + file );
+   EXPECT_EQ( run.code, 0 ) << run.output;
+   EXPECT_NE( run.output.find( "rows used, 0 warnings" ), String::npos ) << run.output;
+   const auto said = run.output.find( "warning: " + file + ": the recording ends here" );
+   ASSERT_NE( said, String::npos ) << run.output;
+   EXPECT_NE( run.output.find( ": File too large\n", said ), String::npos ) << run.output;
+   EXPECT_EQ( run.output.find( "warning: ", said + 1 ), String::npos ) << run.output;
+   Result replayed = sh( program( "qon-agent" ) + " --replay " + file );
+   EXPECT_EQ( replayed.output.find( "differs" ), String::npos ) << replayed.output;
+   unlink( file.c_str() );
+}
+
+TEST( Programs, AFullDiskIsOneMessageAndTheAgentGoesOn ) {
+   if ( sh( "unshare -rm mount -t tmpfs none /mnt" ).code != 0 ) {
+      GTEST_SKIP() << "no file system of one's own here";
+   }
+   const String socket = "/tmp/qon-full." + std::to_string( getpid() ), ctl = program( "qonctl" );
+   Result run =
+         sh( "unshare -rm sh -c 'mount -t tmpfs -o size=16k none /mnt || exit; " +
+             program( "qon-agent" ) + " --socket " + socket +
+             " --config examples/leaf.json --record /mnt/r & " + ctl + " --wait 20 --socket " +
+             socket + " event link port=Ethernet5 up=false; for i in " + "$(seq 99); do " + ctl +
+             " --socket " + socket + " get acsd/minIntfs; done | sort -u; " + ctl + " --socket " +
+             socket + " show interfaces Ethernet5 --json; df /mnt | tail -1; " +
+             "kill $!; wait $!; echo rc=$?'" );
+   const auto said = run.output.find( "the recording ends here" );
+   ASSERT_NE( said, String::npos ) << run.output;
+   EXPECT_NE( run.output.find( "No space left on device", said ), String::npos ) << run.output;
+   EXPECT_EQ( run.output.find( "the recording ends here", said + 1 ), String::npos ) << run.output;
+   EXPECT_NE( run.output.find( R"("link":"down")" ), String::npos ) << run.output;
+   EXPECT_NE( run.output.find( "rc=0" ), String::npos ) << run.output;
+}
+
+TEST( Programs, OutputThatTakesNoMoreIsAnError ) {
+   RunningAgent agent( { "--config", "examples/leaf.json" } );
+   for ( auto words : { "dump", "show interfaces", "get acsd/minIntfs", "watch acsd" } ) {
+      Result full = agent.ctl( String( words ) + " > /dev/full" );
+      EXPECT_EQ( full.code, 1 ) << words;
+      EXPECT_EQ( full.output, "qonctl: standard output: No space left on device\n" ) << words;
+   }
+   EXPECT_EQ( agent.end( SIGTERM ), 0 );
+}
+
+TEST( Programs, WhatIsTypedComesBackEscaped ) {
+   const String evil = "'E\x1b[31m\xff'";
+   for ( auto words : { "qon-agent --once --config", "qon-agent --colour", "qon-agent --replay",
+                        "qonctl --socket", "qonctl get x", "qon-sim --features", "qon-sim --replay",
+                        "qon-sim --faults", "qon-sim --seed", "qon-conformance --only",
+                        "qon-conformance --latency", "qon-conformance" } ) {
+      const String name = String( words ).substr( 0, String( words ).find( ' ' ) );
+      if ( access( program( name ).c_str(), X_OK ) != 0 ) {
+         continue; // the simulation is not built by what these tests need
+      }
+      const Result said = sh( program( words ) + " " + evil +
+                              ( String( words ) == "qonctl --socket" ? " show" : "" ) );
+      EXPECT_EQ( said.code, 2 ) << words << said.output;
+      EXPECT_EQ( said.output.find( name + ": " ), 0u ) << words << said.output;
+      EXPECT_NE( said.output.find( "E\\x1b[31m\\xff" ), String::npos ) << words << said.output;
+      EXPECT_EQ( said.output.find_first_of( "\x1b\xff" ), String::npos ) << words;
+   }
+}
+
+TEST( Programs, OfSeveralThatStartAtOnceOneServes ) {
+   const String socket = "/tmp/qon-race." + std::to_string( getpid() );
+   // Left behind by one that died.
+   sh( "python3 -c 'import socket; socket.socket( socket.AF_UNIX ).bind( \"" + socket + "\" )'" );
+   const String said = socket + ".said";
+   String command;
+   for ( int i = 0; i < 6; ++i ) {
+      command += program( "qon-agent" ) + " --socket " + socket + " 2>> " + said +
+                 " & pids=\"$pids $!\"; ";
+   }
+   Result started = sh( command + "for i in $(seq 300); do [ \"$( grep -c busy " + said +
+                        " )\" = 5 ] && grep -q ready " + said +
+                        " && break; sleep 0.1; done; kill $pids 2> /dev/null; wait; cat " + said +
+                        "; test -e " + socket + " && echo left; rm -f " + said );
+   U32 ready = 0, busy = 0;
+   for ( std::size_t at = 0; ( at = started.output.find( "ready", at ) ) != String::npos; ++at ) {
+      ++ready;
+   }
+   for ( std::size_t at = 0; ( at = started.output.find( "busy", at ) ) != String::npos; ++at ) {
+      ++busy;
+   }
+   EXPECT_EQ( ready, 1u ) << started.output;
+   EXPECT_EQ( busy, 5u ) << started.output;
+   EXPECT_EQ( started.output.find( "left" ), String::npos );
+}
+
+TEST( Programs, WhereTheSocketComesFromIsSaid ) {
+   const String agent = program( "qon-agent" ), ctl = program( "qonctl" );
+   Result ofAgent = sh( "QON_SOCKET=/nowhere/s " + agent );
+   EXPECT_EQ( ofAgent.code, 2 );
+   EXPECT_EQ( ofAgent.output,
+              "qon-agent: error: /nowhere/s: no socket can be made here: No such file "
+              "or directory (chosen by QON_SOCKET)\n" );
+   Result ofCtl = sh( "QON_SOCKET=/nowhere/s " + ctl + " get acsd/minIntfs" );
+   EXPECT_EQ( ofCtl.code, 2 );
+   EXPECT_EQ( ofCtl.output, "qonctl: /nowhere/s: no agent serves this socket: No such file or "
+                            "directory (chosen by QON_SOCKET)\n" );
+   EXPECT_EQ( sh( "QON_SOCKET=/nowhere/s " + agent + " --once" ).code, 0 );
+   EXPECT_EQ( sh( agent + " --socket ''" ).output,
+              "qon-agent: error: --socket: a path is expected, it is empty\n" );
+   EXPECT_EQ( sh( ctl + " --socket '' get acsd/minIntfs" ).output,
+              "qonctl: --socket: a path is expected, it is empty\n" );
+   // Without anything else it is nowhere where others can put one.
+   Result home = sh( "env -u QON_SOCKET -u XDG_RUNTIME_DIR HOME=/nowhere " + ctl + " get acsd/x" );
+   EXPECT_EQ( home.output.find( "/tmp" ), String::npos ) << home.output;
+}
+
+TEST( Programs, AServiceManagerIsToldWhenTheAgentIsReady ) {
+   const String socket = "/tmp/qon-notify." + std::to_string( getpid() );
+   Result told =
+         sh( "rm -f " + socket + "; NOTIFY_SOCKET=" + socket +
+             " python3 -c \"import socket, subprocess\n"
+             "s = socket.socket( socket.AF_UNIX, socket.SOCK_DGRAM )\n"
+             "s.bind( '" +
+             socket + "' )\ns.settimeout( 20 )\nsubprocess.run( ['" + program( "qon-agent" ) +
+             "', '--once'] )\nprint( s.recv( 99 ), s.recv( 99 ) )\"; rm " + socket );
+   EXPECT_EQ( told.output, "b'READY=1' b'STOPPING=1'\n" );
+}
+
+TEST( Programs, ManualPagesNameEveryOptionAndCommand ) {
+   struct {
+      const char * name;
+      const char * page;
+   } const pages[] = { { "qon-agent", "docs/man/qon-agent.8" },
+                       { "qonctl", "docs/man/qonctl.1" },
+                       { "qon-conformance", "docs/man/qon-conformance.1" } };
+   for ( auto & p : pages ) {
+      // The page without what formats it, against every option, and every command, of --help.
+      Result missing = sh(
+            "sed 's/\\\\-/-/g' " + String( p.page ) + " > /tmp/qon-page.$$; " + program( p.name ) +
+            " --help | sed '/^Examples/,$d' | grep -oE -e '--[a-z][a-z-]+|^  [a-z][a-z-]+ ' "
+            "| tr -d ' ' | sort -u | while read word; do grep -q -e \"$word\" "
+            "/tmp/qon-page.$$ || echo $word; done; rm /tmp/qon-page.$$" );
+      EXPECT_EQ( missing.output, "" ) << p.name;
+      Result version = sh( program( p.name ) + " --version" );
+      EXPECT_EQ( version.code, 0 );
+      EXPECT_EQ( version.output.find( String( p.name ) + " 1." ), 0u ) << version.output;
+   }
+}
+
 TEST( Programs, CommandLinesThatAreWrong ) {
    for ( auto words : { "qon-agent --colour", "qon-agent --log paper", "qonctl", "qonctl dance",
-                        "qonctl get", "qonctl set acsd/minIntfs" } ) {
+                        "qonctl get", "qonctl set acsd/minIntfs", "qonctl --timeout -1 show" } ) {
       Result result = sh( program( words ) );
       EXPECT_EQ( result.code, 2 ) << words << result.output;
    }
+   EXPECT_EQ(
+         sh( program( "qon-agent --socket-mode 999" ) ).output,
+         "qon-agent: error: --socket-mode: expected up to 0777, found '999'; --help tells more\n" );
    for ( auto name : { "qon-agent --help", "qonctl --help" } ) {
       Result help = sh( program( name ) );
       EXPECT_EQ( help.code, 0 );

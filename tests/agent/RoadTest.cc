@@ -29,7 +29,7 @@ const char roadConfig[] = R"({
    "MCLAG_DOMAIN": { "1": { "peer_link": "PortChannel10" } },
    "MCLAG_INTERFACE": { "1|PortChannel7": {} }
 })";
-const char host[] = "00:1c:73:00:00:01";
+const char host[] = "02:11:22:00:00:01";
 
 class RoadTest : public testing::TestWithParam< SoftChip::ChipKind > {
  protected:
@@ -60,7 +60,7 @@ class RoadTest : public testing::TestWithParam< SoftChip::ChipKind > {
    }
    Passage send( const String & port, U32 vlan = 0, U32 source = 2 ) {
       char address[40];
-      std::snprintf( address, sizeof address, "00:1c:73:00:%02x:%02x", source / 256, source % 256 );
+      std::snprintf( address, sizeof address, "02:11:22:00:%02x:%02x", source / 256, source % 256 );
       return chip.forward( { intf( port ), Ulnet::EthAddr( host ), Ulnet::EthAddr( address ),
                              vlan ? Bridging::VlanIdOrNone( Bridging::VlanId( vlan ) )
                                   : Bridging::VlanIdOrNone() } );
@@ -105,7 +105,7 @@ TEST_P( RoadTest, VlansAndTagsDecideWhoGetsAFrameAndHow ) {
    EXPECT_EQ( leaves( send( "Ethernet24", 20 ) ), "" ); // alone in its VLAN
    event( R"("event": "vlanMember", "vlan": 10, "intf": "Ethernet4", "mode": "none")" );
    EXPECT_EQ( last( send( "Ethernet0" ) ), "Ethernet4: Ethernet4 is not in VLAN 10: dropped" );
-   event( R"("event": "mac", "op": "add", "vlan": 10, "mac": "00:1c:73:00:00:01",
+   event( R"("event": "mac", "op": "add", "vlan": 10, "mac": "02:11:22:00:00:01",
              "intf": "Ethernet4", "type": "drop")" );
    EXPECT_EQ( last( send( "Ethernet0" ) ), String( host ) + " is to be dropped" );
 }

@@ -51,7 +51,7 @@ TEST( Server, GarbageIsAnsweredAndTheConnectionGoesOn ) {
          { "\n", "1:1: not valid JSON: it ends too early" },
          { "[1, 2]\n", "expected an object such as {\"do\": \"help\"}, found array" },
          { "{}\n", "field 'do' is missing" },
-         { "{\"do\": 7}\n", "field 'do' cannot be 7" },
+         { "{\"do\": 7}\n", "field 'do': expected a text, found 7" },
          { "{\"do\": \"dance\"}\n", "cannot do 'dance'" },
          { "{\"do\": \"get\"}\n", "field 'path' is missing" },
          { "{\"do\": \"get\", \"path\": \"nowhere\"}\n", "nowhere: lies in no mount" },
@@ -59,7 +59,7 @@ TEST( Server, GarbageIsAnsweredAndTheConnectionGoesOn ) {
            "expected a text, a number or a truth value, found array" },
          { "{\"do\": \"watch\"}\n", "field 'path' is missing" },
          { "{\"do\": \"show\", \"words\": [\"dragons\"]}\n",
-           "there is nothing to show as 'dragons'" },
+           "there is nothing to show as 'dragons'; 'show' alone lists what there is" },
          { "{\"do\": \"run\", \"seconds\": 1}\n",
            "this agent runs on real time; --virtual-time makes it wait for 'run'" },
          { "{\"do\": \"raise\", \"message\": \"X\", \"arguments\": []}\n",
@@ -129,6 +129,27 @@ TEST( Server, ASlowReaderIsNotReadFromAndOthersAreServed ) {
       }
       ASSERT_GT( lines, 400u ) << i;
    }
+}
+
+TEST( Server, ManyRequestsAtOnceLeaveRoomForOthersAndAreAllAnswered ) {
+   ServerWorld w;
+   SocketClient many( w.loop, w.path ), other( w.loop, w.path );
+   w.loop.runOnce( 0 );
+   const U32 requests = 300; // 15 kB: one packet
+   String all;
+   for ( U32 i = 0; i < requests; ++i ) {
+      all += getMode;
+   }
+   many.send( all );
+   many.endInput();
+   other.send( getMode );
+   EXPECT_EQ( other.line(), mode );
+   const U64 before = w.loop.rounds().times;
+   for ( U32 i = 0; i < requests; ++i ) {
+      ASSERT_EQ( many.line(), mode ) << i;
+   }
+   EXPECT_GE( w.loop.rounds().times - before, requests / Connection::linesATurn / 2 );
+   EXPECT_TRUE( many.ended() );
 }
 
 TEST( Server, AWatcherThatSaysNothingMoreStillHears ) {

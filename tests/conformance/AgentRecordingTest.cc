@@ -22,7 +22,7 @@ class AgentRecording : public ::testing::Test {
       std::ofstream events( base + ".jsonl" );
       for ( int n = 0; n < 300; ++n ) {
          String time = R"({"time": )" + Kiv::toText( 0.0005 * n );
-         String host = R"("mac": "00:1c:73:00:00:)" + std::to_string( 10 + n % 40 ) +
+         String host = R"("mac": "02:11:22:00:00:)" + std::to_string( 10 + n % 40 ) +
                        R"(", "vlan": 10, "intf": "Ethernet)" + std::to_string( n % 8 ) + "\"}\n";
          events << time + R"(, "event": "mac", "op": ")" + ( n % 3 ? "add" : "remove" ) + "\", " +
                          host;
@@ -87,7 +87,7 @@ TEST_F( AgentRecording, ARunOnRealTimeIsReplayed ) {
                   "VlanHelper::doUpdateVlan( 10, {Ethernet",
                   "VlanHelper::doAddPortToVlan( Ethernet",
                   "Hardware::Lag::memberIs( Port-Channel",
-                  "QonMacProgrammer::writeToHw( addHost 00:1c:73:00:00:",
+                  "QonMacProgrammer::writeToHw( addHost 02:11:22:00:00:",
             } ) {
          EXPECT_TRUE( called( call ) ) << call;
       }

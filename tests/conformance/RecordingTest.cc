@@ -117,8 +117,8 @@ class Recording : public ::testing::Test {
    }
 
    ReplayResult replay( const String & text ) {
-      Velto::Ptr< Wishes > wishes;
       Replay again( "rec", text );
+      Velto::Ptr< Wishes > wishes; // its task goes before the scheduler
       kindsOf( again, again, wishes );
       ReplayResult result = again.run();
       transcript = wishes ? wishes->transcript : std::vector< String >();

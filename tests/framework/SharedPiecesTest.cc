@@ -2,10 +2,13 @@
 // reconciliation.
 
 #include <functional>
+#include <map>
 #include <vector>
 
 #include "Qon/include/framework/LagView.h"
+#include "Qon/include/framework/SequenceMap.h"
 #include "Qon/include/framework/SmCollection.h"
+#include "Qon/include/framework/TimeSlice.h"
 #include "Qon/include/framework/WorkQueue.h"
 #include "tests/harness/World.h"
 
@@ -125,6 +128,22 @@ TEST( WorkQueue, OneQuestionAtATimeAndOneThatRaisesIsAskedOnceMore ) {
    }
    EXPECT_EQ( asked, ( std::vector< U32 >{ 4, 5, 6, 4, 5 } ) );
    EXPECT_FALSE( owner->work.draining() );
+
+   asked.clear();
+   owner->work.ask( owner.ptr(), 6, [&]( U32 question ) { // nobody is before it
+      if ( question == 6 ) {
+         owner->work.ask( owner.ptr(), 2, [&]( U32 ) { ADD_FAILURE(); } );
+      }
+      act( question );
+   } );
+   EXPECT_EQ( asked, ( std::vector< U32 >{ 6, 2 } ) ); // what comes meanwhile, behind it
+   asked.clear();
+   owner->work.add( 3 );
+   EXPECT_THROW( owner->work.ask( owner.ptr(), 4, act ), Velto::RangeError );
+   EXPECT_EQ( asked, ( std::vector< U32 >{ 3, 4, 4 } ) );
+   asked.clear();
+   EXPECT_THROW( owner->work.ask( owner.ptr(), 4, act ), Velto::RangeError );
+   EXPECT_EQ( asked, ( std::vector< U32 >{ 4, 4 } ) );
 
    asked.clear();
    owner->work.add( 7 );
@@ -314,6 +333,70 @@ TEST_F( LagViewFlow, FollowerThatIsAttachedAgainTellsTheDifference ) {
    EXPECT_EQ( sm->take(),
               ( Lines{ "Ethernet1: Port-Channel1 > ", "Ethernet2:  > Port-Channel1",
                        "Port-Channel1 lists Ethernet1", "Port-Channel1 lists Ethernet2" } ) );
+}
+
+TEST( TimeSlice, IsOverAtItsDeadline ) {
+   Kiv::VirtualScheduler scheduler;
+   EXPECT_TRUE( Qon::TimeSlice( 0, 1 ).usedUp() );
+   Qon::TimeSlice slice( 0.5, 2 );
+   auto items = [&]( U32 count ) {
+      bool over = false;
+      while ( count-- ) {
+         over = slice.usedUp();
+      }
+      return over;
+   };
+   scheduler.runFor( 0.25 );
+   EXPECT_FALSE( items( 2 ) );
+   scheduler.runFor( 0.25 );
+   EXPECT_FALSE( items( 1 ) ); // the time is read after each second one
+   EXPECT_TRUE( items( 1 ) );
+   EXPECT_EQ( slice.now(), slice.deadline() );
+}
+
+/** Blocks of 64 and of 4,096 numbers, filled and emptied in all orders. */
+TEST( SequenceMap, IsAMapInAscendingOrder ) {
+   const U64 keys[] = { 0, 1, 63, 64, 4095, 4096, 8191, 8192, 20480, U64( 1 ) << 40, ~U64( 0 ) };
+   Qon::SequenceMap< U32 > map;
+   std::map< U64, U32 > model;
+   auto differs = [&] {
+      for ( U64 from : keys ) {
+         for ( U64 key : { from, from + 1 } ) {
+            auto expected = model.lower_bound( key );
+            auto walk = map.lowerBound( key );
+            for ( ; expected != model.end(); ++expected, ++walk ) {
+               if ( !walk || walk.key() != expected->first || walk.value() != expected->second ) {
+                  return true;
+               }
+            }
+            if ( walk || map.has( key ) != model.contains( key ) ) {
+               return true;
+            }
+         }
+      }
+      return map.size() != model.size();
+   };
+   U32 seed = 1;
+   for ( U32 step = 0; step < 400; ++step ) {
+      seed = seed * 1103515245 + 12345;
+      const U64 key = keys[( seed >> 16 ) % std::size( keys )];
+      if ( seed >> 30 == 0 ) {
+         EXPECT_EQ( map.erase( key ), model.erase( key ) == 1 );
+      } else {
+         EXPECT_EQ( map.emplace( key, step ), model.emplace( key, step ).second );
+      }
+      ASSERT_FALSE( differs() ) << "step " << step;
+      if ( step % 40 == 0 ) { // what a walk stands on may go
+         auto walk = map.begin();
+         while ( walk && !model.empty() ) {
+            const U64 at = walk.key();
+            map.erase( at );
+            model.erase( at );
+            ++walk;
+         }
+         ASSERT_FALSE( differs() );
+      }
+   }
 }
 
 TEST( Reconcile, RemovesFirstAndReadsBothBeforeItCalls ) {

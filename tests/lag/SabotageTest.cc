@@ -7,6 +7,7 @@
 #include "Qon/include/lag/QonLagCreatorSm.h"
 #include "Qon/include/lag/QonLagStateAggregatorSm.h"
 #include "platform/Kiv/Generic.h"
+#include "platform/Kiv/Listener.h"
 #include "tests/lag/LagWorld.h"
 
 namespace {
@@ -321,6 +322,56 @@ TEST( LagLaws, AGroupGoesOnToForwardUntilTheHardwarePortsHaveBeenRead ) {
    w.prog->inputsReadIs( true );
    EXPECT_EQ( w.hardware( 1 ), Ports{ eth( 1 ) } );
    w.checkAll();
+}
+
+/** What one watcher of the hardware's groups raises costs none of the other groups its write. */
+TEST( LagLaws, AGroupWhoseWatcherRaisesKeepsNoOtherFromItsMembers ) {
+   LagWorld w;
+   w.guard.reset();
+   for ( U32 stale : { 7, 8 } ) {
+      w.config->lagIs( po( stale ), stale )->memberIs( eth( stale ), Hardware::Lag::Member() );
+   }
+   w.prog = Qon::LagProgSmIs( w.config, w.status, w.fapIdPorts );
+   w.prog->initializedIs( true );
+   w.prog->inputsReadIs( true );
+   const Qon::QonLagPort both( true, true );
+   for ( U32 n : { 1, 2, 3 } ) {
+      w.prog->memberIs( po( n ), eth( 1 ), both, n != 1 );
+   }
+   U32 raises = 1;
+   Kiv::Listener< Hardware::Lag::Config::lagAttr > watcher( w.config.ptr(), [&]( IntfId lag ) {
+      if ( lag == po( raises ) ) {
+         throw Velto::RangeError( "watcher" );
+      }
+   } );
+   EXPECT_THROW( w.hardwarePorts( 1, 1 ), Velto::RangeError );
+   for ( U32 n : { 1, 2, 3 } ) {
+      EXPECT_EQ( w.hardware( n, n != 1 ), Ports{ eth( 1 ) } ) << n;
+   }
+   EXPECT_THROW( w.prog->memberIs( po( 4 ), eth( 1 ), both, false ), Velto::RangeError ); // moves
+   EXPECT_EQ( w.hardware( 4 ), Ports{ eth( 1 ) } );
+   raises = 7;
+   EXPECT_THROW( w.prog->removeStale(), Velto::RangeError );
+   EXPECT_TRUE( w.hardware( 7 ).empty() && w.hardware( 8 ).empty() );
+}
+
+TEST( LagLaws, AllThatWasLentGoesWhoeverRaises ) {
+   LagWorld w;
+   w.guard.reset();
+   w.hardwarePorts( 1, 4 );
+   w.join( 1, 1 );
+   for ( U32 port : { 2, 3, 4 } ) {
+      w.join( 2, port );
+   }
+   w.start();
+   w.lagSm->sharePeerLinkWithLagIs( po( 1 ), true );
+   w.mlagUp( po( 2 ) );
+   EXPECT_EQ( w.hardware( 1, true ).size(), 3u );
+   Kiv::Listener< Hardware::Lag::LagConfig::memberAttr > watcher(
+         w.config->lag( po( 1 ) ), []( IntfId ) { throw Velto::RangeError( "watcher" ); } );
+   EXPECT_THROW( w.lagSm->sharePeerLinkWithLagIs( po( 1 ), false ), Velto::RangeError );
+   EXPECT_EQ( w.hardware( 1, true ), Ports() );
+   EXPECT_EQ( w.hardware( 1 ), Ports{ eth( 1 ) } );
 }
 
 TEST( LagLaws, ReadByName ) {

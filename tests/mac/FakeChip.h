@@ -16,7 +16,7 @@ using Status = Qon::MacProgramStatus;
 
 inline MacEntryKey
 macKey( U64 mac, U32 vlan = 10, Qon::MacHwType hwType = Qon::MacHwType::macHwKeyBridge ) {
-   return { { Ulnet::EthAddr( 0x001c73000000ull + mac ), Bridging::VlanIdOrNone( vlan ) }, hwType };
+   return { { Ulnet::EthAddr( 0x021122000000ull + mac ), Bridging::VlanIdOrNone( vlan ) }, hwType };
 }
 
 inline MacCmdPtr

@@ -273,7 +273,7 @@ TEST_F( Mac, FullIsReportedOncePerEpisode ) {
    EXPECT_EQ( logs.records()[0].name, "ETH_MACADDRBANKFULL" );
    EXPECT_EQ( logs.records()[0].text.find(
                     "Unable to program learnedDynamic host table entry for MAC address "
-                    "00:1c:73:00:00:01 in VLAN 10 due to hardware resource exhaustion" ),
+                    "02:11:22:00:00:01 in VLAN 10 due to hardware resource exhaustion" ),
               0u );
    for ( U64 mac : { 1, 2 } ) {
       settleWith( inFlight( macCmd( CmdType::removeHost, macKey( mac ) ) ), macProgramSuccess );

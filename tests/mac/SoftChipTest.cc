@@ -59,7 +59,7 @@ class SoftMac : public ::testing::Test {
    static String mac( const String & op, U32 n, const String & more = "" ) {
       char text[200];
       std::snprintf( text, sizeof text,
-                     R"("event": "mac", "op": "%s", "mac": "00:1c:73:00:00:%02x", "vlan": 10%s)",
+                     R"("event": "mac", "op": "%s", "mac": "02:11:22:00:00:%02x", "vlan": 10%s)",
                      op.c_str(), n, more.c_str() );
       return text;
    }
@@ -137,7 +137,7 @@ TEST_F( SoftMacFlush, EveryKindOfFlushTakesItsOwn ) {
    for ( auto & c : cases ) {
       play( { add( 1 ), add( 2, "Ethernet2" ), add( 3, "Port-Channel3" ),
               add( 4, "Ethernet1", R"(, "type": "configuredStatic")" ),
-              R"("event": "mac", "op": "add", "mac": "00:1c:73:00:00:05", "vlan": 11, )"
+              R"("event": "mac", "op": "add", "mac": "02:11:22:00:00:05", "vlan": 11, )"
               R"("intf": "Ethernet1")" } );
       scheduler_.runFor( 0.5 );
       play( { String( R"("event": "mac", )" ) + c.flush } );
@@ -191,11 +191,12 @@ TEST_F( SoftMac, ALineThatIsWrongIsRefusedBeforeAnythingHappens ) {
    } cases[] = {
          { R"("event": "mac")", "field 'op' is missing" },
          { R"("event": "mac", "op": "learn")", "no operation 'learn'; there are: add, remove, " },
-         { R"("event": "mac", "op": "remove", "mac": "00:1c:73:00:00:01")",
+         { R"("event": "mac", "op": "remove", "mac": "02:11:22:00:00:01")",
            "field 'vlan' is missing" },
          { R"("event": "mac", "op": "flushVlan", "vlan": 4095)",
            "field 'vlan': expected a VLAN from 1 to 4094, found 4095" },
-         { R"("event": "mac", "op": "flushVlan", "vlan": "ten")", "field 'vlan' cannot be" },
+         { R"("event": "mac", "op": "flushVlan", "vlan": "ten")",
+           "field 'vlan': expected a whole" },
          { R"("event": "mac", "op": "remove", "mac": "zz", "vlan": 1)", "zz" },
          { R"("event": "fault", "trouble": "busy")", "expected one of the fields hook, table" },
          { R"("event": "fault", "hook": "writeToHw", "trouble": "fire")", "fire" },

@@ -131,14 +131,55 @@ TEST_F( AgentMirrorTest, FromTheTableToTheCopies ) {
    EXPECT_EQ( lines( { "hw", "mirror" } ).size(), 8u );
 
    // From Ethernet4 to Ethernet0: mirrored as it comes in, and as it leaves.
-   event( R"("event": "mac", "op": "add", "vlan": 10, "mac": "00:1c:73:00:00:01", )"
+   event( R"("event": "mac", "op": "add", "vlan": 10, "mac": "02:11:22:00:00:01", )"
           R"("intf": "Ethernet0")" );
    std::set< Ulnet::IntfId > out;
-   for ( auto & copy : copies( "Ethernet4", "00:1c:73:00:00:01" ) ) {
+   for ( auto & copy : copies( "Ethernet4", "02:11:22:00:00:01" ) ) {
       out.insert( copy.port );
    }
    EXPECT_EQ( out, ( std::set{ intf( "Ethernet0" ), intf( "Ethernet8" ), intf( "Ethernet12" ),
                                intf( "Ethernet16" ), intf( "Ethernet20" ) } ) );
+}
+
+/** A list decides frame by frame what of a source is copied; without room for it, nothing is. */
+TEST_F( AgentMirrorTest, AFilterTakesWhatItsListPermits ) {
+   world->load( config );
+   world->agent.inputsRead();
+   auto list = world->agent.entities()
+                     .mount< Acl::Config >( "acl/config" )
+                     ->typeIs( Acl::AclType::mac )
+                     ->aclIs( "some" );
+   auto rule = [&]( U32 number, Acl::RuleAction action, const String & to ) {
+      Acl::Rule made;
+      made.seqIs( number );
+      made.actionIs( action );
+      Acl::MacFilter filter;
+      filter.dstIs(
+            Ulnet::EthAddrWithMask( Ulnet::EthAddr( to ), Ulnet::EthAddr( "ff:ff:ff:ff:ff:ff" ) ) );
+      made.macIs( filter );
+      list->ruleIs( number, made );
+   };
+   rule( 10, Acl::RuleAction::deny, "02:11:22:00:00:02" );
+   rule( 20, Acl::RuleAction::permit, "02:11:22:00:00:01" );
+   rule( 30, Acl::RuleAction::permit, "02:11:22:00:00:02" );
+   event( R"("event": "mirrorFilter", "session": "span", "intf": "Ethernet0", "acl": "some", )"
+          R"("type": "mac")" );
+   auto taken = [&]( const String & to ) {
+      auto all = copies( "Ethernet0", to );
+      return std::any_of( all.begin(), all.end(),
+                          []( const Copy & copy ) { return copy.port == intf( "Ethernet8" ); } );
+   };
+   EXPECT_TRUE( taken( "02:11:22:00:00:01" ) );
+   EXPECT_FALSE( taken( "02:11:22:00:00:02" ) ); // denied before it is permitted
+   EXPECT_FALSE( taken( "02:11:22:00:00:03" ) );
+   rule( 5, Acl::RuleAction::permit, "02:11:22:00:00:03" );
+   list->versionIs( 2 );
+   world->scheduler.runFor( 1 );
+   EXPECT_TRUE( taken( "02:11:22:00:00:03" ) );
+   world->chip.faults().limitIs( "mirrorFilters", 0 );
+   list->versionIs( 3 );
+   world->scheduler.runFor( 1 );
+   EXPECT_FALSE( taken( "02:11:22:00:00:01" ) );
 }
 
 /** How often a hook was called. */
@@ -159,6 +200,9 @@ TEST_F( AgentMirrorTest, WhyNotAndSinceWhen ) {
               "both source Ethernet4 over limit both directions to one port in cut-through mode" );
    EXPECT_EQ( lines( { "mirror", "span" } )[3],
               "span source Ethernet0 failed its access list is not there" );
+   EXPECT_THROW( event( R"("event": "mirrorFilter", "session": "span", "intf": "Ethernet0", )"
+                        R"("acl": "web", "type": "7")" ),
+                 Velto::RangeError );
    const HookCalls counters( "updateCounters" );
    const Json rows = show( { "mirror", "both" } );
    EXPECT_EQ( counters.count, 1u ); // read for whoever looks

@@ -206,6 +206,15 @@ TEST( MirrorDestinations, RejectedAndRefusedOnesAreTriedAgainWhenTheInterfaceCha
    EXPECT_EQ( w.helper->taken(), Calls{ "remove s 0 -1 Ethernet1" } );
    s->targetIntfIs( po( 3 ) );
    EXPECT_TRUE( status->failedDst( po( 3 ) ) && status->failedDst( eth( 1 ) ) );
+   w.join( 3, 7 );
+   w.source( "s", po( 3 ) ); // on both sides: refused as a whole, and taken as a whole
+   EXPECT_EQ( w.helper->taken(), Calls() );
+   w.helper->invalid.erase( po( 3 ) );
+   w.phy->intfStatusIs( po( 3 ) );
+   EXPECT_EQ( w.helper->taken(),
+              ( Calls{ "create s 0 -1 Ethernet7 update", "+src s 0 -1 Ethernet7 rx" } ) );
+   EXPECT_FALSE( status->failedDst( po( 3 ) ) );
+   w.config->session( "s" )->srcIntfDelAll();
    s->targetIntfDel( po( 3 ) );
    s->targetIntfDel( eth( 1 ) );
    EXPECT_EQ( status->failedDsts(), 0u );
@@ -382,6 +391,31 @@ TEST( MirrorLife, WhileTheAgentRestartsTheHardwareStaysAsItIs ) {
    EXPECT_EQ( w.helper->held.size(), 1u );
 }
 
+TEST( MirrorLife, ASessionThatComesBackAfterARestartFlagIsTheOneInHardware ) {
+   MirrorWorld w;
+   for ( U32 n : { 1, 2 } ) {
+      w.session( "s" + std::to_string( n ), n );
+      w.source( "s" + std::to_string( n ), 10 + n, Direction::tx );
+   }
+   w.start();
+   Kiv::agentRestartingIs( true );
+   w.config->sessionDelAll();
+   w.capability->maxSupportedSessionsIs( 3 );
+   Kiv::agentRestartingIs( false );
+   EXPECT_EQ( w.helper->taken(), Calls() );
+   w.sm->initializedIs( false );
+   w.session( "s2", 2 );
+   w.source( "s2", 12, Direction::tx );
+   w.sm->initializedIs( true ); // the other one does not come back
+   EXPECT_EQ( w.group( "s2" ), 1 );
+   EXPECT_EQ( w.helper->taken(),
+              ( Calls{ "+src s2 1 1 Ethernet12 tx", "-src s1 0 0 Ethernet11 tx going",
+                       "remove s1 0 -1 Ethernet1" } ) );
+   EXPECT_EQ( w.free(), ( Ids{ 2, 0 } ) );
+   EXPECT_FALSE( w.acsd->mirrorSessionNameToIdHas( "s1" ) || w.status->sessionHas( "s1" ) );
+   EXPECT_EQ( w.broken(), "" );
+}
+
 TEST( MirrorLife, AStartTakesOverWhatTheHardwareHolds ) {
    MirrorWorld w;
    auto hold = [&]( const String & name, S32 group, std::initializer_list< U32 > targets,
@@ -443,6 +477,27 @@ TEST( MirrorLife, AStartTakesOverWhatTheHardwareHolds ) {
               ( Calls{ "+tunnel gre 7 -1 gre Ethernet20", "-src gre 7 -1 Ethernet16 rx",
                        "+src gre 7 -1 Ethernet17 rx" } ) );
    EXPECT_EQ( w.broken(), "" );
+}
+
+/** Still configured when the hardware was read, and not any more when its turn comes. */
+TEST( MirrorLife, WhatIsTakenBackDuringTheStartLeavesNothing ) {
+   MirrorWorld w;
+   w.session( "kept", 1 );
+   auto hw = w.hwStatus->sessionIs( "kept" );
+   hw->mirrorGroupIs( 2 );
+   hw->targetIntfIs( eth( 1 ) );
+   w.helper->held["kept"] = { 2, false, { eth( 1 ) }, {} };
+   w.acsd->mirrorSessionNameToIdIs( "kept", 2 );
+   w.acsd->mirrorSessionNameToEgressIdIs( "kept", 2 );
+   w.helper->onCall = [&]( const String & call ) {
+      if ( call == "hwInit" ) {
+         w.config->sessionDel( "kept" );
+      }
+   };
+   w.start();
+   EXPECT_TRUE( w.helper->held.empty() );
+   EXPECT_EQ( w.acsd->mirrorSessionNameToIds() + w.acsd->mirrorSessionNameToEgressIds(), 0u );
+   EXPECT_EQ( w.free(), ( Ids{ 0, 1, 3, 2 } ) );
 }
 
 TEST( MirrorLife, WhatHappenedDuringAPauseIsMadeGood ) {

@@ -207,6 +207,23 @@ TEST( MirrorFilters, WithoutRoomTheyAreTriedAgainWhenAnotherGoes ) {
    EXPECT_EQ( w.broken(), "" );
 }
 
+TEST( MirrorFilters, AnotherOneThatFindsNoRoomEitherIsAnotherMessage ) {
+   SourceWorld w;
+   w.acl( "list" );
+   w.acl( "other" );
+   w.filter( "s", 2, "list" );
+   w.filter( "s", 3, "list" );
+   auto hw = w.hwStatus->sessionIs( "s" );
+   hw->aclStatusIs( eth( 3 ), QonTypes::TableAddStatus::full );
+   EXPECT_EQ( w.messages(), Calls{ aclFull } );
+   w.config->session( "s" )->srcIntfDel( eth( 2 ) ); // it is tried again, and not answered yet
+   w.filter( "s", 3, "other" );
+   hw->aclStatusIs( eth( 3 ), QonTypes::TableAddStatus::handedOver );
+   hw->aclStatusIs( eth( 3 ), QonTypes::TableAddStatus::full );
+   EXPECT_EQ( w.messages(), Calls{ aclFull } );
+   EXPECT_EQ( w.broken(), "" );
+}
+
 // --- What fits -----------------------------------------------------------------------------------
 
 TEST( MirrorLimits, OverAndBackByEveryWay ) {
@@ -286,6 +303,19 @@ TEST( MirrorLimits, OneRecoveryForAllSessions ) {
    w.session( "s", 1 ); // all of them fit
    EXPECT_EQ( w.messages(), Calls{ normal } );
    EXPECT_EQ( w.broken(), "" );
+}
+
+TEST( MirrorLimits, AStopIsNoRecovery ) {
+   SourceWorld w( 1, 1 );
+   w.session( "t", 9 );
+   for ( const char * name : { "s", "t" } ) {
+      w.source( name, 2 );
+      w.source( name, 3 );
+   }
+   w.config->session( "t" )->srcIntfDel( eth( 3 ) ); // not yet: the other one's
+   w.messages();
+   w.sm->doCleanup();
+   EXPECT_EQ( w.messages(), Calls() );
 }
 
 TEST( MirrorLimits, CutThroughKeepsBothDirectionsApart ) {

@@ -191,6 +191,26 @@ TEST_F( Clocks, TasksRunInSlicesByPriority ) {
    EXPECT_FALSE( scheduler.turn() );
 }
 
+TEST_F( Clocks, ATaskMayOutliveItsScheduler ) {
+   auto other = std::make_unique< Kiv::TaskScheduler >();
+   std::vector< std::unique_ptr< Job > > jobs;
+   for ( U32 n = 0; n < 5; ++n ) {
+      jobs.push_back( std::make_unique< Job >( other.get(), 1, "job", &heard ) );
+      jobs[n]->left = 1;
+   }
+   jobs[3]->wake();
+   jobs.erase( jobs.begin() + 1 ); // one that sleeps, in the middle
+   other->turn();
+   jobs[0]->wake();
+   other = nullptr;
+   for ( auto & job : jobs ) {
+      job->wake();
+      EXPECT_TRUE( job->shouldYield() );
+   }
+   jobs.clear();
+   EXPECT_EQ( heard, Heard{ "job" } );
+}
+
 TEST_F( Clocks, ASliceEndsWithItsTime ) {
    Job job( &scheduler, 1, "job", &heard );
    scheduler.budgetIs( { 0.010, ~U32( 0 ), 10 } );

@@ -371,11 +371,11 @@ TEST( AsyncTypes, EventsPrintEveryField ) {
    event.portTypeIs( Qon::QonEvent::PortType::vxlanPort );
    event.portIs( IntfId( "Vxlan1" ) );
    event.tunnelIdIs( 7 );
-   event.hostIs( { EthAddr( "00:1c:73:00:00:01" ), VlanId( 10 ) } );
+   event.hostIs( { EthAddr( "02:11:22:00:00:01" ), VlanId( 10 ) } );
    EXPECT_EQ( event.stringValue(),
               "Value('Qon::QonEvent', ** {'eventType': eventTypeMacAddressAged, 'portType': "
               "vxlanPort, 'port': Vxlan1, 'tunnelId': 7, 'linkStatus': linkUnknown, 'faultType': "
-              "noFault, 'host': Value('Bridging::MacVlanPair', ** {'mac': 00:1c:73:00:00:01, "
+              "noFault, 'host': Value('Bridging::MacVlanPair', ** {'mac': 02:11:22:00:00:01, "
               "'vlan': 10}), 'advert': 0})" );
    EXPECT_EQ( Qon::QonEvent( event.stringValue() ), event );
    EXPECT_EQ( Qon::QonEvent( Qon::QonEvent().stringValue() ), Qon::QonEvent() );

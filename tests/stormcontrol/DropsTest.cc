@@ -1,5 +1,6 @@
 // Sums over slices, the log of drops, and interfaces that are disabled for them.
 
+#include "platform/Kiv/Listener.h"
 #include "tests/stormcontrol/StormWorld.h"
 
 namespace {
@@ -262,6 +263,16 @@ TEST_F( StormDrops, ItTakesTheCauseAndAConfiguration ) {
    errdisable->initializedIs( true );
    scheduler.runFor( 2 );
    EXPECT_FALSE( isDisabled( 1 ) );
+}
+
+TEST_F( StormDrops, ASliceThatGoesWhileAnotherBeginsTakesItsPart ) {
+   go();
+   dropped( "A", 1, 10 );
+   dropped( "B", 1, 5 );
+   Kiv::Listener< Qon::StormControl::DropStatus::lastReportersAttr > watch(
+         drops.ptr(), [&] { slices->sliceDel( "A" ); } );
+   dropped( "C", 1, 1 );
+   EXPECT_EQ( sum( 1 ), 6u );
 }
 
 } // namespace

@@ -291,4 +291,29 @@ TYPED_TEST( Effective, CleaningUpTakesEverythingBackAndAStartBeginsAnew ) {
    EXPECT_NE( this->scheduler.nextTime(), 0 );
 }
 
+TYPED_TEST( Effective, AHookMayCleanUpWhatItIsToldOf ) {
+   this->start();
+   U32 number = 0;
+   for ( const char * hook :
+         { "class 1: 5 kbps", "Ethernet2 skips", "Ethernet3 Multicast: 3 kbps at 0" } ) {
+      bool met = false;
+      const IntfId port = eth( ++number );
+      this->notes().during = [&]( const String & call ) {
+         if ( call == hook && !std::exchange( met, true ) ) {
+            this->sm->doCleanup();
+         }
+      };
+      this->of( port )->multicastLevelIs( kbps( 3 ) );
+      this->config->aggregateTcIs( 1 )->thresholdIs( kbps( 5 ) );
+      EXPECT_TRUE( met ) << hook;
+      EXPECT_EQ( this->status->intfStatuss() + this->status->aggregateTcStatuss(), 0u ) << hook;
+      EXPECT_FALSE( this->sm->intfSm( port ) );
+      this->notes().during = nullptr;
+      this->config->intfDel( port );
+      this->config->aggregateTcDel( 1 );
+      this->sm->initializedIs( true );
+      EXPECT_EQ( this->sm->checkInvariants(), "" );
+   }
+}
+
 } // namespace

@@ -214,4 +214,37 @@ TEST_F( StormFirst, AStartThatFailsCanBeRepeated ) {
    EXPECT_EQ( told( 2 ), "100 kbps at 0" );
 }
 
+TEST_F( StormFirst, AHookThatAlwaysRaisesCostsNothingElse ) {
+   start();
+   broadcast( po( 1 ), 500 );
+   notes().during = []( const String & call ) {
+      if ( call.ends_with( " lag" ) || call.starts_with( "verify Ethernet1" ) ) {
+         throw Velto::RangeError( "chip" );
+      }
+   };
+   EXPECT_THROW( member( 1, 1 ), Velto::RangeError );
+   EXPECT_THROW( member( 2, 1 ), Velto::RangeError );
+   EXPECT_EQ( told( 1 ), "500 kbps at 0 of Port-Channel1" );
+   notes().take();
+   EXPECT_THROW( sm->handleVerify(), Velto::RangeError );
+   EXPECT_EQ( notes().take().back(), "verify Ethernet2 500 kbps at 0 of Port-Channel1" );
+}
+
+TEST_F( StormFirst, AStartThatItsOwnHookCleansUpBeginsAnew ) {
+   broadcast( eth( 1 ), 100 );
+   notes().during = [&]( const String & call ) {
+      if ( call == "installRules" ) {
+         sm->doCleanup();
+      }
+   };
+   sm = Qon::StormControlSmIs( inputs(), helper, acsd->verifyData() );
+   sm->initializedIs( true );
+   EXPECT_EQ( told( 1 ), "" );
+   notes().during = nullptr;
+   notes().take();
+   sm->initializedIs( true );
+   EXPECT_EQ( notes().take().front(), "hwInit" );
+   EXPECT_EQ( told( 1 ), "100 kbps at 0" );
+}
+
 } // namespace

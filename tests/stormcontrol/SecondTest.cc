@@ -208,4 +208,54 @@ TEST_F( StormSecond, AHookThatRaisesIsCalledOnceMore ) {
    EXPECT_EQ( shows( eth( 1 ) ), "100 kbps" );
 }
 
+TEST_F( StormSecond, ALevelThatAllowsEverythingIsOneForBroadcasts ) {
+   start();
+   of( eth( 1 ) )->multicastLevelIs( kbps( 5 ) );
+   EXPECT_TRUE( sm->bcastSkipped( eth( 1 ) ) );
+   notes().take();
+   of( eth( 1 ) )->broadcastLevelIs( Threshold() ); // for the chip the same as none
+   EXPECT_EQ( notes().take(), Calls{ "Ethernet1 skips not" } );
+   of( eth( 1 ) )->broadcastLevelIs( {} );
+   EXPECT_EQ( notes().take(), Calls{ "Ethernet1 skips" } );
+}
+
+TEST_F( StormSecond, WhatWasLeftBehindIsResetOnceMoreToo ) {
+   platformConfig->platformIntfConfigIs( eth( 9 ) )->versionIdIs( 4 );
+   U32 resets = 0;
+   notes().during = [&]( const String & ) {
+      if ( !resets++ ) {
+         throw Velto::RangeError( "chip" );
+      }
+   };
+   EXPECT_THROW( start(), Velto::RangeError );
+   EXPECT_EQ( notes().take(), ( Calls{ "Ethernet9 reset", "Ethernet9 reset" } ) );
+   broadcast( eth( 1 ), 100 );
+   EXPECT_EQ( told( 1 ), "100 kbps at 0" );
+}
+
+TEST_F( StormSecond, WhatAlwaysRaisedIsSaidWhenItRaisesNoMore ) {
+   start();
+   broadcast( eth( 1 ), 100 );
+   const auto port = phy( 1 );
+   config->aggregateTcIs( 1 )->thresholdIs( kbps( 1 ) );
+   notes().during = []( const String & ) { throw Velto::RangeError( "chip" ); };
+   EXPECT_THROW( port->activeIs( false ), Velto::RangeError );
+   EXPECT_THROW( config->aggregateTc( 1 )->thresholdIs( kbps( 2 ) ), Velto::RangeError );
+   EXPECT_THROW( config->aggregateTcIs( 2 ), Velto::RangeError );
+   notes().during = nullptr;
+   port->activeIs( true );
+   EXPECT_EQ( told( 1 ), "100 kbps at 10000000" );
+   config->aggregateTc( 1 )->thresholdIs( kbps( 1 ) ); // as the chip was told last
+   EXPECT_EQ( platformConfig->platformAggregateTcConfig( 1 )->threshold(), kbps( 1 ) );
+   notes().during = []( const String & call ) {
+      if ( call.starts_with( "class 3" ) ) {
+         throw Velto::RangeError( "chip" );
+      }
+   };
+   EXPECT_THROW( config->aggregateTcIs( 3 ), Velto::RangeError );
+   notes().during = nullptr;
+   sm->doCleanup();
+   EXPECT_EQ( platformConfig->platformAggregateTcConfigs(), 0u );
+}
+
 } // namespace

@@ -124,8 +124,9 @@ TEST( AclTexts, Traces ) {
            "Port-Channel1 fed to intfActiveIs. Probably an empty LAG or linecard removal. but "
            "allowing cleanup",
            "Not the owner of Ethernet7; will not deactivate",
-           "Interface switchport mode changing from trunk to routed",
-           "Succeeded install on Chip0" } );
+           "Interface switchport mode changing from trunk to routed", "Succeeded install on Chip0",
+           "Creating ACL interface state machine for Ethernet1",
+           "Deleting ACL interface state machine for Ethernet1" } );
 }
 
 } // namespace

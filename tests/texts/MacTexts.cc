@@ -85,7 +85,7 @@ TEST_F( MacTexts, TracesOfACommandsLife ) {
       auto waiting = addHost( 1 ), first = addHost( 1 ), second = addHost( 1 );
       chip->handleAddrOp( waiting );
       inFlight( first );
-      texts = { "addHost 00:1c:73:00:00:01 vlan 10 macHwKeyBridge intf Ethernet1 id 0 out-of-date "
+      texts = { "addHost 02:11:22:00:00:01 vlan 10 macHwKeyBridge intf Ethernet1 id 0 out-of-date "
                 "is out-of-date, skip it",
                 first->stringValue() + " write to hardware result : macProgramSuccess",
                 found + first->stringValue() +

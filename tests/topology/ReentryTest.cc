@@ -1,6 +1,7 @@
 // Hooks and watchers that change what they are called about, raise, or end the state machine; starts
 // that are interrupted; the tap-aggregation topology in all its company.
 
+#include "platform/Kiv/Listener.h"
 #include "platform/Kiv/TypeData.h"
 #include "tests/topology/TopologyWorld.h"
 
@@ -107,6 +108,44 @@ TEST_F( ReentryTest, AHookThatRaisesLosesNothingButItsOwn ) {
    stp.port( "mst0", "Port-Channel1", learning );
    helper->setStpStateDoneTopoId( 7 );
    EXPECT_EQ( stp.acked( "mst0", "Port-Channel1" ), int( learning ) );
+}
+
+TEST_F( ReentryTest, AWatcherThatRaisesKeepsNoOtherPortWaiting ) {
+   run();
+   stp.port( "mst0", "Ethernet1", forwarding );
+   stp.port( "mst0", "Port-Channel1", forwarding );
+   Kiv::Listener< Bridging::Topology::TopoPortStatus::stateAttr > watcher(
+         stp.portStatus( "mst0", "Ethernet1" ), [] { throw std::runtime_error( "watcher" ); } );
+   EXPECT_THROW( helper->setStpStateDoneTopoId( 7 ), std::runtime_error );
+   EXPECT_EQ( stp.acked( "mst0", "Ethernet1" ), int( forwarding ) );
+   EXPECT_EQ( stp.acked( "mst0", "Port-Channel1" ), int( forwarding ) );
+}
+
+TEST_F( ReentryTest, ACleanUpThatRaisesIsWholeNevertheless ) {
+   auto fails = [] { throw std::runtime_error( "chip" ); };
+   run();
+   at( "set 7 mst0", fails );
+   EXPECT_THROW( stp.config->topoConfigDel( "mst0" ), std::runtime_error );
+   auto calls = helper->calls();
+   EXPECT_EQ( count( calls, "set 7 mst0" ), 3u ); // the one that raised, and the others
+   EXPECT_EQ( calls.back(), "free mst0" );
+   helper->setStpStateDoneTopoId( 7 ); // nobody's now
+   stp.topo( "mst0", 7 );
+   stp.topo( "mst1", 8 );
+   EXPECT_EQ( count( helper->calls(), "alloc" ), 2u );
+   mode( HwOperationalMode::tapAgg );
+   helper->calls();
+   at( "del tapAgg", fails );
+   EXPECT_THROW( stpSm->doCleanup(), std::runtime_error );
+   calls = helper->calls();
+   EXPECT_EQ( count( calls, "free" ), 3u );
+   EXPECT_EQ( count( calls, "del tapAgg" ), 4093u );
+   EXPECT_FALSE( stpSm->initialized() );
+   EXPECT_EQ( stpSm->topoSms() + stpSm->vlanToTopoSmMaps() + stpSm->topoToVlanMaps(), 0u );
+   mode( HwOperationalMode::switching );
+   at( "alloc mst0", fails ); // a start goes on with the others
+   EXPECT_THROW( stpSm->initializedIs( true ), std::runtime_error );
+   EXPECT_EQ( count( helper->calls(), "alloc mst1" ), 1u );
 }
 
 TEST_F( ReentryTest, AFlushAskedForInsideAFlushIsReportedLast ) {
@@ -335,6 +374,7 @@ TEST_F( ReentryTest, ToolGroupsForwardThroughWhomTheyLeadTo ) {
 /** Everything that a state machine does, while whoever hears of it may end it. */
 class EndTest : public ReentryTest {
  protected:
+   U32 flushes_ = 0;
    class Counter : public Velto::Node {
     public:
       explicit Counter( EndTest & test ) : test_( test ) { hasNotificationActiveIs( true ); }
@@ -405,8 +445,64 @@ class EndTest : public ReentryTest {
    U32 last_ = 0;
    U32 heard_ = 0;
    bool clean_ = false;
-   U32 flushes_ = 0;
 };
+
+/** Every other call is made in a history in which one raises: those of its topology, of the others,
+    and those that come later. */
+TEST_F( EndTest, ACallThatRaisesKeepsNoOtherFromTheChip ) {
+   auto calls = [&]( U32 raises ) {
+      U32 count = 0;
+      helper = Velto::make< RecordingTopoHelper >();
+      helper->onCall = [&]( const String & ) {
+         if ( ++count == raises ) {
+            throw Velto::RangeError( "chip" );
+         }
+      };
+      auto step = [&]( auto && act ) {
+         try {
+            act();
+         } catch ( const Velto::RangeError & ) {
+         }
+      };
+      stp.topo( "mst0", 7 );
+      stp.topo( "mst1", 8 );
+      for ( U32 vlan : { 10, 11, 12 } ) {
+         stp.vlan( vlan, vlan == 12 ? "mst1" : "mst0" );
+      }
+      for ( String topo : { "mst0", "mst1" } ) {
+         for ( String port : { "Ethernet1", "Ethernet2", "Port-Channel1" } ) {
+            stp.port( topo, port, blocked );
+            stp.portConfig( topo, port )->fdbFlushIs( ++flushes_ );
+         }
+      }
+      stpSm = Qon::smIs< TestStpSm >( acsd, stp.config, stp.status, helper );
+      step( [&] { stpSm->initializedIs( true ); } );
+      step( [&] { lags.join( "Ethernet2", "Port-Channel1" ); } );
+      step( [&] { lags.leave( "Ethernet2" ); } );
+      step( [&] { stp.vlan( 10, "mst1" ); } );
+      step( [&] { stp.config->topoConfigDel( "mst1" ); } );
+      step( [&] { stp.config->topoConfigIs( "mst1", 8 ); } );
+      step( [&] { stpSm->doCleanup(); } );
+      stpSm = nullptr;
+      helper->onCall = nullptr;
+      reset();
+      auto made = helper->calls();
+      std::sort( made.begin(), made.end() );
+      for ( String & call : made ) {
+         call = call.starts_with( "flush" ) ? "flush" : call;
+      }
+      return made;
+   };
+   const Calls all = calls( 0 );
+   EXPECT_GE( all.size(), 30u );
+   for ( U32 raises = 2; raises <= all.size(); ++raises ) { // the first is the chip's own start
+      Calls missing;
+      const Calls made = calls( raises );
+      std::set_difference( all.begin(), all.end(), made.begin(), made.end(),
+                           std::back_inserter( missing ) );
+      EXPECT_EQ( missing, Calls() ) << "call " << raises;
+   }
+}
 
 TEST_F( EndTest, TheLastReferenceOrACleanUpInAnyHookAndWatcher ) {
    const U32 all = history( 0, false );

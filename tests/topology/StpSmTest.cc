@@ -165,6 +165,14 @@ TEST_F( StpSmTest, ChangeInformationIsNotEchoedWhileAStateIsPending ) {
    EXPECT_EQ( stp.portStatus( "mst0", "Ethernet1" )->changeInfo(), info );
    helper->setStpStateDoneTopoId( 7 );
    EXPECT_EQ( stp.portStatus( "mst0", "Ethernet1" )->changeInfo().changeCount(), 99u );
+
+   // The acknowledged state is wanted again, and asked of the hardware once more.
+   config->stateIs( learning );
+   config->stateIs( forwarding );
+   config->changeInfoIs( TopoPortChangeInfo( 120, 0.5 ) );
+   EXPECT_EQ( stp.portStatus( "mst0", "Ethernet1" )->changeInfo().changeCount(), 99u );
+   helper->setStpStateDoneTopoId( 7 );
+   EXPECT_EQ( stp.portStatus( "mst0", "Ethernet1" )->changeInfo().changeCount(), 120u );
 }
 
 TEST_F( StpSmTest, APortThatLeavesForgetsWhatItWaitsFor ) {
@@ -311,6 +319,22 @@ TEST_F( StpSmTest, APortThatLeavesTapModeAsksForItsOwnState ) {
    tapAgg->tapAggTopoNameIs( "other" );
    EXPECT_EQ( stpSm->topoToVlanMap( "tapAgg" ), nullptr );
    EXPECT_EQ( stpSm->topoToVlanMap( "other" )->vlans(), 4093u );
+}
+
+TEST_F( StpSmTest, ATopologyThatGoesHandsNothingOverForTapAndToolPorts ) {
+   runWithPort();
+   for ( const char * name : { "Ethernet2", "Ethernet3" } ) {
+      stp.port( "mst0", name, blocked );
+   }
+   tapAggTopo( "tapAgg", 100 );
+   tapAgg->tapIntfIs( intf( "Ethernet2" ) );
+   tapAgg->toolIntfIs( intf( "Ethernet3" ) );
+   mode( HwOperationalMode::tapAgg );
+   helper->calls();
+   stp.topoDel( "mst0" );
+   auto calls = helper->calls();
+   std::erase_if( calls, []( const String & call ) { return !call.starts_with( "set 7" ); } );
+   EXPECT_EQ( calls, ( Calls{ "set 7 mst0 Ethernet1 1" } ) );
 }
 
 TEST_F( StpSmTest, CleanUpGivesEverythingBackAndAStartAfterItIsAStart ) {

@@ -483,6 +483,28 @@ TEST_F( VlanTopoTest, AnotherVlanHelperIsToldEverything ) {
    EXPECT_EQ( stp.acked( "a", "Ethernet1" ), int( forwarding ) );
 }
 
+/** What the former helper's chip holds by now is of no account to another chip. */
+TEST_F( VlanTopoTest, AnotherChipIsToldWhatHasBeenDoneLongAgo ) {
+   build();
+   stp.port( "a", "Ethernet1", forwarding );
+   rest();
+   SoftChip::VlanTable blank{ faults };
+   auto others = Velto::make< SoftChip::SoftVlanHelper >( "others", acsd.ptr(), blank );
+   for ( String port : { "Ethernet1", "Ethernet2" } ) {
+      others->requestPortVlanMembershipChange( Qon::PortVlanMembershipChangeKind::setOverride,
+                                               intf( port ), VlanId( 8 ), true, true, true );
+   }
+   vlanTopo->vlanHelperIs( others );
+   for ( U32 round = 0; round < 10; ++round ) {
+      scheduler.settle();
+      blank.completions().finishAll();
+   }
+   EXPECT_TRUE( blank.has( VlanId( 8 ), intf( "Ethernet1" ) ) );
+   EXPECT_FALSE( blank.has( VlanId( 8 ), intf( "Ethernet2" ) ) ); // blocked
+   stpSm = nullptr;
+   vlanTopo->vlanHelperIs( nullptr ); // its table goes first
+}
+
 TEST_F( VlanTopoTest, AVlanOutOfRangeIsRefusedAndForgotten ) {
    build( 1 );
    for ( U16 vlan : { 0, 4095 } ) {

@@ -301,6 +301,19 @@ TEST_F( Command, AClientsRunDoesNotAnswerACookieThatWaits ) {
    EXPECT_TRUE( status->done() );
 }
 
+TEST_F( Command, AClientsRunIsNoAnswerWhereNoneIsWanted ) {
+   answerTo( command );
+   EXPECT_TRUE( w.data->verifyDone() );
+   EXPECT_FALSE( status->done() );
+   w.feature->check = [&] { w.feature->finds( "lost" ); };
+   config->cookieIs( 7 );
+   w.settle();
+   EXPECT_EQ( 1u, status->findings() );
+   w.feature->check = nullptr;
+   answerTo( command );
+   EXPECT_EQ( 1u, status->findings() ); // those of the cookie's own run
+}
+
 TEST_F( Command, ARunThatIsRepeatedAnswersAtItsEnd ) {
    w.feature->check = [&] { w.data->retryVerifyIs( true ); };
    config->cookieIs( 7 );

@@ -110,7 +110,7 @@ TEST_P( AgentVlanMapping, RowsReachTheChipAndFramesAreTranslated ) {
       std::set< U32 > tags;
       for ( auto & copy :
             chip.forward( { Tests::intf( "Ethernet0" ), Ulnet::EthAddr( "ff:ff:ff:ff:ff:ff" ),
-                            Ulnet::EthAddr( "00:1c:73:00:00:01" ),
+                            Ulnet::EthAddr( "02:11:22:00:00:01" ),
                             Bridging::VlanIdOrNone( vlan ) } )
                   .copies ) {
          tags.insert( copy.tag.value() );
@@ -184,6 +184,36 @@ TEST_P( AgentVlanMapping, ConflictsAndTroubleAreShown ) {
    chip.faults().clear();
    scheduler.runFor( 10 );
    EXPECT_TRUE( has( "Ethernet4 ingress 31 for cli: CLI, " ) );
+}
+
+TEST_P( AgentVlanMapping, SinceIsWhenItBecameWhatItIs ) {
+   load( base );
+   scheduler.runFor( 30 );
+   chip.faults().add( { "vlanMapping", SoftChip::Trouble::busy, 0, 0, 1000 } );
+   event( R"({"event": "vlanMapping", "intf": "Ethernet0", "direction": "ingress", "vlan": 31,
+              "mapped": 110, "source": "cli"})" );
+   chip.faults().clear();
+   scheduler.runFor( 10 );
+   auto since = [&]( const String & vlan ) {
+      for ( auto & row : show( "vlan-mapping" ) ) {
+         if ( row.at( "vlan" ) == vlan ) {
+            EXPECT_EQ( row.at( "programmed" ), "yes" );
+            return row.at( "since" ).get< double >();
+         }
+      }
+      return -1.0;
+   };
+   EXPECT_GT( since( "110" ), 49 ); // of another port
+   EXPECT_GE( since( "31" ), 0 );
+   EXPECT_LE( since( "31" ), 10 ); // wanted for 20 seconds
+   event( R"({"event": "vlanMapping", "intf": "Ethernet0", "direction": "ingress", "vlan": 10,
+              "mapped": 111, "source": "cli"})" );
+   EXPECT_LE( since( "10" ), 10 );
+   event( R"({"event": "vlanMapping", "intf": "Ethernet0", "direction": "ingress", "vlan": 31,
+              "mapped": 0, "source": "cli"})" );
+   event( R"({"event": "vlanMapping", "intf": "Ethernet0", "direction": "ingress", "vlan": 31,
+              "mapped": 110, "source": "cli"})" );
+   EXPECT_LE( since( "31" ), 10 ); // nothing is left of the one before
 }
 
 } // namespace

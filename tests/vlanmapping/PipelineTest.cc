@@ -250,4 +250,93 @@ TEST( PipelineTexts, AMergedKeyThatNobodyHoldsIsFatal ) {
                  "!mergedIntfConfig\\(\\)->vlanMappingConfigHas\\( key \\)" );
 }
 
+// --- Changes in the middle -----------------------------------------------------------------------
+
+TEST_P( Pipeline, WhatEndsWhileAPortIsGivenItIsNotGiven ) {
+   startPipeline();
+   wants( cli, po( 1 ), d, 10, 110 );
+   std::vector< U32 > given;
+   Kiv::Listener< Qon::PlatformIntfVlanMappingConfig::vlanMappingConfigAttr > keys;
+   Kiv::Listener< Qon::PlatformVlanMappingConfig::intfVlanMappingConfigAttr > ports(
+         platform.ptr(), [&]( IntfId port ) {
+            if ( auto fresh = platform->intfVlanMappingConfig( port ) ) {
+               keys.attach( fresh, [&, fresh]( const QonVlanMappingKey & k ) {
+                  given.push_back( fresh->vlanMappingConfig( k ).merged().mapping().vlanId() );
+               } );
+               config->switchIntfConfigDel( po( 1 ) );
+            }
+         } );
+   portToLag->portToLagIs( eth( 1 ), po( 1 ) );
+   EXPECT_EQ( given, std::vector< U32 >() );
+   EXPECT_EQ( platform->intfVlanMappingConfigs(), 0u );
+   checkPipeline();
+}
+
+TEST_P( Pipeline, APortChannelThatIsFreeAgainWhileItIsHeldIsNotHeld ) {
+   startPipeline();
+   wants( cli, po( 1 ), d, 10, 110 );
+   Kiv::Listener< Qon::PortChannelInterlockDir::portChannelAttr > watch(
+         interlock.ptr(), [&]( auto & ) { config->switchIntfConfigDel( po( 1 ) ); } );
+   member( 1, 1 );
+   EXPECT_FALSE( interlock->portChannelHas( po( 1 ) ) );
+}
+
+TEST_P( Pipeline, AnAnswerToAnotherMappingIsNoAnswer ) {
+   startPipeline();
+   status->readyIs( true );
+   wants( cli, po( 1 ), d, 10, 110 );
+   joins( 1, 1 );
+   joins( 1, 2 );
+   const auto k = key( d, 10 );
+   answers( eth( 1 ), k, Status::success );
+   answers( eth( 2 ), k, Status::success );
+   Kiv::Listener< Qon::PlatformIntfVlanMappingConfig::vlanMappingConfigAttr > watch(
+         platform->intfVlanMappingConfig( eth( 2 ) ),
+         [&]( auto & ) { wants( cli, po( 1 ), d, 10, 111 ); } );
+   portToLag->portToLagDel( eth( 2 ) ); // while its port goes, another mapping is wanted
+   EXPECT_EQ( shown( platform ), ( Shown{ { name( "Ethernet1" ), "CLI 111" } } ) );
+   EXPECT_EQ( result( ConfigSource::bridging, po( 1 ), k ), Status::handedOver );
+}
+
+TEST_P( Pipeline, AnInterfaceThatGoesInAPauseHasNoStateMachine ) {
+   startPipeline();
+   wants( cli, eth( 1 ), d, 10, 110 );
+   wants( flow, eth( 1 ), d, 20, 220 );
+   wants( flow, eth( 2 ), d, 20, 220 ); // not active, and not merged
+   EXPECT_TRUE( sm2->configMergeSm()->intfConfigMergeSm( eth( 2 ) ) );
+   sm2->initializedIs( false );
+   flowConfig->vlanXlateIntfConfigDel( eth( 2 ) );
+   sm2->initializedIs( true );
+   EXPECT_TRUE( sm2->configMergeSm()->intfConfigMergeSm( eth( 1 ) ) );
+   EXPECT_FALSE( sm2->configMergeSm()->intfConfigMergeSm( eth( 2 ) ) );
+   checkPipeline();
+}
+
+TEST_P( Pipeline, WhoeverRaisesCostsNoOtherInterfaceItsStatus ) {
+   using namespace Qon::VlanMapping;
+   auto lag = Qon::smIs< LagResolutionSm >( merged, portToLag, platform );
+   auto statusSm = Qon::smIs< PlatformStatusSm >( merged, lag, status, sourceStatus );
+   statusSm->initializedIs( true );
+   status->readyIs( true );
+   const Qon::MergedVlanMappingData data( ConfigSource::bridging, { 110, 0 } );
+   for ( U32 n : { 1, 2 } ) { // of the first port both, as while it moves
+      const auto k = key( d, n );
+      merged->intfVlanMappingConfigIs( eth( n ) )->vlanMappingConfigIs( k, data );
+      platform->intfVlanMappingConfigIs( eth( n ) )
+            ->vlanMappingConfigIs( k, { data, eth( n ), n } );
+      platform->intfVlanMappingConfigIs( eth( 1 ) )
+            ->vlanMappingConfigIs( k, { data, eth( n ), n } );
+   }
+   Kiv::Listener< Qon::SourceVlanMappingStatus::intfVlanMappingStatusAttr > raises(
+         sourceStatus->sourceVlanMappingStatus( ConfigSource::bridging ), [&]( IntfId intf ) {
+            if ( intf == eth( 1 ) ) {
+               throw Velto::RangeError( "watcher" );
+            }
+         } );
+   EXPECT_THROW( statusSm->handlePlatformIntf( eth( 1 ) ), Velto::RangeError );
+   for ( U32 n : { 1, 2 } ) {
+      EXPECT_EQ( result( ConfigSource::bridging, eth( n ), key( d, n ) ), Status::handedOver );
+   }
+}
+
 } // namespace

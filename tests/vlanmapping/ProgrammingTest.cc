@@ -307,4 +307,40 @@ TEST_P( Programming, ARestartGoesOnWithWhatTheDirectoriesHold ) {
    checkAll();
 }
 
+TEST_P( Programming, APortThatMovedDuringARestartIsHandedOverForItsPortChannel ) {
+   chip.graceful = true;
+   start();
+   wants( cli, po( 1 ), d, 10, 110 );
+   wants( cli, po( 2 ), d, 10, 110 ); // the same
+   member( 1, 1 );
+   const PortVlanKey key( eth( 1 ), 10, 0 );
+   const auto before = directory()->vlanMappingConfig( key );
+   sm = nullptr;
+   moves( 1, 2, 1 );
+   start();
+   EXPECT_EQ( directory()->vlanMappingConfig( key ).lag(), po( 2 ) );
+   EXPECT_GT( directory()->vlanMappingConfig( key ).version(), before.version() );
+   checkAll();
+}
+
+TEST_P( Programming, AStepFromWithoutTellsWhatAReviewTells ) {
+   chip.graceful = true;
+   start();
+   auto add = [&]( Source source, U16 mapped ) {
+      return d == in ? sm->addIngressVlanTranslation( eth( 1 ), { 10, 0 }, { mapped, 0 }, false,
+                                                      source )
+                     : sm->addEgressVlanTranslation( eth( 1 ), { 10, 0 }, { mapped, 0 }, false,
+                                                     source );
+   };
+   EXPECT_EQ( add( flow, 210 ), Status::handedOver );
+   EXPECT_TRUE( intfSets->vlanMappingIntfConfig( eth( 1 ) )->dfVlanXlateKeySetHas( { 10, 0 } ) );
+   EXPECT_EQ( takeLogs(), none );
+   EXPECT_EQ( add( cli, 110 ), Status::failed );
+   EXPECT_EQ( takeLogs(),
+              std::vector{ conflictLog( 10, 110, "Ethernet1", dir.c_str(), "CLI", "Steerline" ) } );
+   d == in ? sm->delIngressVlanTranslation( eth( 1 ), { 10, 0 }, false, flow )
+           : sm->delEgressVlanTranslation( eth( 1 ), { 10, 0 }, false, flow );
+   EXPECT_EQ( intfSets->vlanMappingIntfConfigs() + directory()->vlanMappingConfigs(), 0u );
+}
+
 } // namespace

@@ -50,7 +50,8 @@ struct Chip {
    std::map< String, Status > answers;
    Status answer = Status::success; ///< to what `answers` does not name
    bool graceful = false;
-   std::function< void() > duringAdd; ///< called once, inside the next add
+   std::function< void() > duringAdd;  ///< called once, inside the next add
+   std::function< void() > duringCall; ///< called inside every hook
 
    Status take( const char * verb, Direction d, const PortVlanKey & key, VlanXlateMapping mapping );
    void remove( Direction d, const PortVlanKey & key );
@@ -201,6 +202,9 @@ inline Status
 Chip::take( const char * verb, Direction d, const PortVlanKey & key, VlanXlateMapping mapping ) {
    const String name = nameOf( d, key );
    calls.push_back( String( verb ) + " " + name + " -> " + Kiv::toText( mapping.vlanId() ) );
+   if ( duringCall ) {
+      duringCall();
+   }
    if ( auto during = std::exchange( duringAdd, nullptr ) ) {
       during();
    }
@@ -214,6 +218,9 @@ Chip::take( const char * verb, Direction d, const PortVlanKey & key, VlanXlateMa
 inline void
 Chip::remove( Direction d, const PortVlanKey & key ) {
    calls.push_back( "del " + nameOf( d, key ) );
+   if ( duringCall ) {
+      duringCall();
+   }
    held.erase( nameOf( d, key ) );
 }
 

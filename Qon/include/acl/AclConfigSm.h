@@ -52,6 +52,8 @@ class AclConfigSm : public QonBaseSm {
        else's; nothing is done. A port-channel stands for all its pairs, and can only be deactivated. */
    void intfActiveIs( const IntfPairKey & pair, Acl::AclDirection direction, bool active,
                       bool otherOwner );
+   /** A host of the pair has the list, for what comes in from it, or no longer. */
+   void hostActiveIs( const IntfPairKey & pair, const Ulnet::EthAddr & host, bool active );
    /** Whether a pass works on the instance that the pair of a port-channel would join. */
    bool busyFor( const IntfPairKey & pair, Acl::AclDirection direction ) const;
 
@@ -111,6 +113,9 @@ class AclConfigSm : public QonBaseSm {
       const char * first;
       const char * last;
    };
+   Velto::Ptr< AclDataSm > instanceIs( const AclKey & key );
+   void hostsLeave( const AclKey & key );
+   std::vector< IntfId > membersUnder( IntfId subIntf ) const;
    void join( const IntfPairKey & pair, const AclKey & key, const Words & words );
    void leave( const IntfPairKey & pair, Direction direction, const Words & words );
    bool unsupported( const IntfPairKey & pair, Direction direction );
@@ -126,6 +131,7 @@ class AclConfigSm : public QonBaseSm {
    const Velto::Ptr< const Acl::AclConfig > config_;
    Kiv::DenseMap< AclKey, Velto::Ptr< AclDataSm > > instances_;
    Kiv::DenseMap< IntfPairKey, AclKey > keyOf_[2]; // by direction
+   Kiv::DenseMap< AclIntfUse, AclKey > keyOfHost_;
    KeySet< IntfPairKey > refused_[2];
    Kiv::DenseMap< IntfPairKey, String > unsupported_[2]; // and the card that has no access lists
    Kiv::DenseMap< Acl::IpFilter, U32 > fragMap_;

@@ -9,7 +9,7 @@
 //       a unit fails: a pass of its own brings back the rules that were in force before, or nothing
 //
 // Invariants
-// 1. data()->activeIntfs() is the number of pairs.
+// 1. data()->activeIntfs() is the number of pairs, of those with hosts alone, too.
 // 2. It holds a number from the first prepareAcl() that got one until the uninstall that follows its
 //    end is done; never longer.
 // 3. At most one operation of it is under way.
@@ -25,6 +25,7 @@
 
 #include "Qon/include/acl/AclHelper.h"
 #include "Qon/include/framework/Reconcile.h"
+#include "platform/Kiv/Time.h"
 
 namespace Qon {
 
@@ -39,16 +40,24 @@ class AclDataStatusSm : public QonBaseSm {
    void handleUnitError( const String & unit );
    /** Says what became of the instance on a unit. */
    void doSetHwStatus( const String & unit, AclCreateError error ) const;
-   /** When the unit has answered last, in the order of all answers. */
+   /** When the unit, which fails, has answered last, in the order of all answers. */
    U64 resultAt( const String & unit ) const;
-   void answered( const String & unit );
+   /** Since when it fails with the error that it has now. */
+   Kiv::Seconds since( const String & unit ) const;
+   void answered( const String & unit, AclCreateError error );
 
  private:
+   struct Failure {
+      AclCreateError error = AclCreateError::success;
+      U64 at = 0;
+      Kiv::Seconds since = 0;
+   };
+
    AclDataSm * dataSm_;
    const Velto::Ptr< AclDataStatus > status_;
    Kiv::Watch< AclDataStatus::unitErrorAttr, AclDataStatusSm, &AclDataStatusSm::handleUnitError >
          unitErrorWatch_;
-   Kiv::DenseMap< String, U64 > resultAt_;
+   Kiv::DenseMap< String, Failure > failures_;
 };
 
 class AclDataSm : public QonBaseSm {
@@ -75,6 +84,9 @@ class AclDataSm : public QonBaseSm {
    /** False if it was not. */
    bool pairDel( const IntfPairKey & pair );
    bool pairHas( const IntfPairKey & pair ) const { return pairs_.has( pair ); }
+   /** A single host of a port has the list, or no longer; once for the port and once for its
+       port-channel. */
+   void hostIs( Ulnet::IntfId port, const Ulnet::EthAddr & host, bool active );
    /** The rules may have changed. */
    void rulesChanged();
    /** A mirror session has changed. True if rules of the instance name it. */
@@ -89,8 +101,17 @@ class AclDataSm : public QonBaseSm {
    const AclRuleSet * committedRules() const { return committed_ ? rules_.ptr() : nullptr; }
    /** The rules that are configured were refused: others are in force, or none. */
    bool failed() const { return failed_; }
-   /** The interface is wanted, and not there yet. */
-   bool joins( Ulnet::IntfId intf ) const;
+   /** When that began. */
+   Kiv::Seconds failedSince() const { return failedSince_; }
+   /** The interfaces that are wanted, and not there yet. */
+   template< class Act >
+   void forEachJoining( Act && act ) const {
+      for ( auto && entry : wanted_ ) {
+         if ( !applied_.has( entry.key ) ) {
+            act( entry.key.pair().intfId() );
+         }
+      }
+   }
    /** Some unit says that it fails, and somebody wants it. */
    bool failing() const { return hasErrors() && !unwanted(); }
    bool hasErrors() const;
@@ -123,10 +144,12 @@ class AclDataSm : public QonBaseSm {
    /** The chip's answers. */
    void uninstallDone();
    void prepareDone( const AclUnitResults & results );
+   /** What has become of it since: what the units say of rules that are configured. */
+   void unitsReport( const AclUnitResults & results );
    /** @} */
 
    /** Nothing wants it: it goes when it is out of hardware. */
-   bool unwanted() const { return retired_ || pairs_.empty(); }
+   bool unwanted() const { return retired_ || ( pairs_.empty() && hosts_.empty() ); }
    bool isUninstalling() const { return uninstalling_; }
    /** Whether this pass makes it anew. */
    bool remade() const { return remake_ && !unwanted() && !( reverting_ && !revertTo_ ); }
@@ -134,10 +157,14 @@ class AclDataSm : public QonBaseSm {
    bool changedWhole() const { return remake_; }
    /** Made anew in the next pass, whatever has changed. */
    void forceIs() { force_ = true; }
+   /** The next pass takes it to interfaces, or off them, and leaves it as it is otherwise. */
+   bool onlyIntfsChange() const;
    /** Tried again in the next pass: there is more room. */
    void retryIs();
    /** Whether the next pass is to bring back what was in force before. */
    bool revertWanted() const { return revert_; }
+   /** Whether this pass has found that so. */
+   bool willRevert() const;
    bool waitsForBlock( const class AclDirectionTypeConfigSm & direction ) const;
    bool blocks() const { return !blocks_.empty(); }
    /** A hook raised: what is in hardware is not known, and it is made anew. True the first time. */
@@ -157,13 +184,17 @@ class AclDataSm : public QonBaseSm {
    bool wanted( const AclIntfUse & use ) const { return wanted_.has( use ); }
    void useIs( const AclIntfUse & use, bool active );
    void touch( const AclIntfUse & use );
+   U32 pairCount() const;
+   void hostsChanged( const AclIntfUse & use, bool active );
    void countMember( Ulnet::IntfId member, bool joins );
    void block( const IntfPairKey & pair );
    void tellUse( const AclIntfUse & use, bool active );
    void record( const AclUnitResults & results );
    void resultsAre( const AclUnitResults & results );
-   void resultKnown();
+   void resultKnown( bool willRevert );
    bool handsOver( Ulnet::IntfId intf );
+   bool madeAnewNext() const;
+   class AclConfigSm * configured() const;
    bool takeNumber();
    Velto::Ptr< const AclRuleSet > hardwareRules( const Velto::Ptr< const AclRuleSet > & source );
    AclOperation operationNow() const;
@@ -179,6 +210,7 @@ class AclDataSm : public QonBaseSm {
 
    Kiv::DenseMap< IntfPairKey, std::vector< Ulnet::IntfId > > pairs_;
    Kiv::DenseMap< Ulnet::IntfId, U32 > members_; // how many sub-interfaces each carries
+   Kiv::DenseMap< AclIntfUse, U32 > hosts_;      // how many times
    KeySet< AclIntfUse > wanted_;
    KeySet< AclIntfUse > applied_;
    KeySet< AclIntfUse > touched_; // to be looked at in the next pass
@@ -203,10 +235,11 @@ class AclDataSm : public QonBaseSm {
    bool waitsForNumber_ = false;
    bool force_ = false, retry_ = false, sessions_ = false;
    bool failed_ = false;
-   bool revert_ = false;    // with the next pass
-   bool reverting_ = false; // in this pass
-   bool makesRoom_ = false; // in this pass, for others
-   bool raised_ = false, raisedNow_ = false;
+   Kiv::Seconds failedSince_ = 0;
+   bool revert_ = false;                     // with the next pass
+   bool reverting_ = false;                  // in this pass
+   bool makesRoom_ = false;                  // in this pass, for others
+   bool raised_ = false, raisedNow_ = false; // in the pass before, and since
 };
 
 } // namespace Qon

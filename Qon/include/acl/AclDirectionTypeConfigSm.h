@@ -92,6 +92,11 @@ class AclDirectionTypeConfigSm : public QonBaseSm {
       }
    }
    bool held( IntfId intf ) const { return held_.has( intf ); }
+   /** A pair that the interface stands for, and whether somebody else drives it. */
+   using Pairs = Kiv::DenseMap< IntfPairKey, bool >;
+   Pairs wantedPairs( IntfId intf ) const;
+   /** Until its clean-up. */
+   bool live() const { return !cleanedUp_; }
    /** The list that the interface has been given; empty if none. */
    String aclNameOf( IntfId intf ) const;
    /** @} */
@@ -119,13 +124,6 @@ class AclDirectionTypeConfigSm : public QonBaseSm {
    }
    /** @} */
 
-   /** @name What AclConfigSm tells of pairs */
-   /** @{ */
-   void pairActiveIs( const IntfPairKey & pair, bool active );
-   /** Whether some list of this type and direction applies to the interface. */
-   bool intfActive( IntfId intf ) const { return active_.has( intf ); }
-   /** @} */
-
    AclSwitchportModeConfigSm * aclSwitchportModeConfigSm( IntfId intf ) const {
       return modes_.sm( intf );
    }
@@ -137,14 +135,11 @@ class AclDirectionTypeConfigSm : public QonBaseSm {
    void handleIntf( const IntfId & intf );
 
  private:
-   /** A pair that the interface stands for, and whether somebody else drives it. */
-   using Pairs = Kiv::DenseMap< IntfPairKey, bool >;
    struct Held {
       String name;
       Pairs pairs;
    };
 
-   Pairs wantedPairs( IntfId intf ) const;
    void namingIs( IntfId intf, const String & before, const String & now );
    void pairsDel( const Held & before, const String & name, const Pairs & wanted );
    void pairsAdd( const String & name, const Pairs & wanted );
@@ -163,7 +158,6 @@ class AclDirectionTypeConfigSm : public QonBaseSm {
    Kiv::DenseMap< String, KeySet< IntfId > > naming_;
    KeySet< IntfPairKey > deferred_;
    KeySet< IntfPairKey > addWait_, removalWait_;
-   Kiv::DenseMap< IntfId, U32 > active_; // how many pairs with it
    SmCollection< IntfId, Velto::Ptr< const Bridging::SwitchIntfConfig >, AclSwitchportModeConfigSm,
                  AclDirectionTypeConfigSm, &AclDirectionTypeConfigSm::makeMode,
                  &AclDirectionTypeConfigSm::cleanUpMode >

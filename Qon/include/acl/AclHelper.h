@@ -39,6 +39,7 @@ class AclHelper : public Qon::QonBaseHelper {
    virtual bool asyncAclConfig() const { return false; }
    /** Blocking is answered later. */
    virtual bool asyncBlockIntf() const { return false; }
+   /** Single hosts of an interface can have lists of their own. Asked when the state machine starts. */
    virtual bool perHostAclSupported() const { return false; }
    /** Interfaces join and leave an instance that stays with the next pass, and not at once. */
    virtual bool deferredOperationsSupported() const { return false; }
@@ -76,13 +77,13 @@ class AclHelper : public Qon::QonBaseHelper {
    virtual void aclIntfIs( const AclOperation & acl, const Qon::AclIntfUse & use, bool active );
    /** No traffic passes the interface from now on, in neither direction; or it does again. */
    virtual void blockIntf( Ulnet::IntfId intf, bool block );
-   /** Reserved for lists of single hosts. */
+   /** As aclIntfIs(), for what comes from one host by the interface. */
    virtual void perHostAclIs( const AclOperation & acl, Ulnet::IntfId intf,
                               const Ulnet::EthAddr & host, bool active );
    /** The counters of the list's rules are wanted; nothing is waited for. */
    virtual void readAclCounters( Acl::AclType type, const String & aclName );
-   /** The first pass of a state machine is done: instances and blocks that a former helper left in
-       hardware can go. What it had asked for and is not done yet is not to come into force. */
+   /** The first pass of a state machine is done, and nothing waits for another one: instances and
+       blocks that a former helper left in hardware can go. What it had asked for and is not done yet is not to come into force. */
    virtual void staleAclsDel() {}
    /** @} */
 

@@ -76,7 +76,11 @@ class IntfPairKey {
 class AclIntfUse {
    IntfPairKey pair_;
    Ulnet::IntfId lagMember_; // of the port-channel that carries the sub-interface of the pair
-   KIV_VALUE( Qon, AclIntfUse, pair, lagMember )
+   Ulnet::EthAddr host_;     // zero: the interface as a whole
+   KIV_VALUE( Qon, AclIntfUse, pair, lagMember, host )
+
+   AclIntfUse( const IntfPairKey & pair, Ulnet::IntfId lagMember )
+       : pair_( pair ), lagMember_( lagMember ) {}
 };
 
 /** What became of an instance on one unit; higher values than the last are unknown errors. */
@@ -184,7 +188,7 @@ class AclData : public Kiv::Entity {
    KIV_SET( Ulnet::IntfId, activeLagSubIntfMembers )
    KIV_ATTR( bool, dirty, true ) // to be programmed anew
    KIV_ATTR( String, aclGroup, aclGroupDefault )
-   KIV_PTR( const Acl::AclConfig, perHostAcl )
+   KIV_PTR( const Acl::AclConfig, perHostAcl ) // its list, while single hosts have it
  public:
    explicit AclData( const AclKey & key ) : aclGroup_( key.group() ) {}
 };

@@ -22,36 +22,17 @@
 //
 // Ownership: counts its inputs and the helper; owns the state machines of the types.
 
+#include "Qon/include/acl/AclCallbackDataSm.h"
+#include "Qon/include/acl/AclIntfSm.h"
 #include "Qon/include/acl/AclMirrorSessionSm.h"
 #include "Qon/include/acl/AclTypeConfigSm.h"
+#include "Qon/include/acl/PerHostAclStateSm.h"
 #include "Qon/include/framework/LagView.h"
 #include "Qon/include/framework/WorkQueue.h"
 #include "platform/types/Errdisable.h"
 #include "platform/types/SubIntf.h"
 
 namespace Qon {
-
-/** The block of one interface, for helpers that block later. */
-class AclIntfSm : public Velto::Node {
- public:
-   explicit AclIntfSm( Ulnet::IntfId intf ) : intf_( intf ) {}
-   /** The instance wishes the block, or no longer. True if hardware is to be told. */
-   bool wantToBlockIs( const AclDataSm * instance, bool block );
-   U32 wantToBlocks() const { return wantToBlock_.size(); }
-   void asked() { ++unanswered_; }
-   /** Hardware has answered one request. */
-   void handleAclBlocked( bool blocked );
-   /** Hardware has answered all that it was asked. */
-   bool answered() const { return unanswered_ == 0; }
-   bool blocked() const { return blocked_; }
-   bool idle() const { return wantToBlock_.empty() && unanswered_ == 0; }
-
- private:
-   const Ulnet::IntfId intf_;
-   KeySet< const AclDataSm * > wantToBlock_;
-   U32 unanswered_ = 0;
-   bool blocked_ = false;
-};
 
 class AclSm : public QonBaseSm, public Checked {
  public:
@@ -74,6 +55,7 @@ class AclSm : public QonBaseSm, public Checked {
       Velto::Ptr< const Acl::IntfCardConfig > intfCards = {};
       Velto::Ptr< const Acl::DpAclUpdateRequest > dpRequest = {}; ///< together with the status
       Velto::Ptr< Acl::DpAclUpdateStatus > dpStatus = {};
+      Velto::Ptr< const Acl::PerHostConfig > perHostConfig = {};
    };
    explicit AclSm( Inputs inputs );
    ~AclSm() override;
@@ -89,6 +71,9 @@ class AclSm : public QonBaseSm, public Checked {
    AclTypeConfigSm * aclTypeConfigSm( AclType type ) const { return types_.sm( type ); }
    AclDirectionTypeConfigSm * directionSm( AclType type, Acl::AclDirection direction ) const;
    AclConfigSm * aclConfigSm( AclType type, const String & name ) const;
+   PerHostAclStateSm * perHostAclStateSm( const Acl::HostKey & host ) const {
+      return hosts_.sm( host );
+   }
    /** @} */
 
    /** The first number that no direction has had; wraps. */
@@ -121,6 +106,8 @@ class AclSm : public QonBaseSm, public Checked {
    U32 unblockAcls() const { return U32( unblockAcl_.size() ); }
    /** Operations that the chip has not answered. */
    U32 outstandingOperations() const { return outstanding_.size(); }
+   /** How often an instance without room was tried again since others made room. */
+   U64 retries() const { return retries_; }
    /** The instances that wait for a block to take hold. */
    std::vector< const AclDataSm * > blockIntfsPending() const;
    /** @} */
@@ -131,15 +118,24 @@ class AclSm : public QonBaseSm, public Checked {
    AclCreateError unitError( const String & unit ) const;
    /** All that are stored. */
    std::vector< std::pair< String, AclCreateError > > unitErrors() const;
+   /** Since when the unit has the error that is stored. */
+   Kiv::Seconds unitErrorSince( const String & unit ) const;
    bool errdisabled( IntfId intf ) const { return errdisabled_.has( intf ); }
    bool blocked( IntfId intf ) const;
+   /** Null if no list applies to the interface. */
+   const AclIntfSm * aclIntfSm( IntfId intf ) const;
+   /** What waits for the type to come; null if nothing does. */
+   const AclCallbackDataSm * callbackDataSm( AclType type ) const {
+      return callbackDataSm_[U8( type )].ptr();
+   }
    /** Brings the units' errors, their messages and the interfaces out of service up to date. */
    void checkStatus();
    /** @} */
 
    /** @name What the chip reports; unknown and late answers are dropped */
    /** @{ */
-   /** An operation of an asynchronous helper is done. */
+   /** An operation of an asynchronous helper is done; or, with the number of its last operation, what
+       has become of an instance since. */
    void aclStatusUpdateCallback( AclType type, const String & aclName, const AclKey & key,
                                  U64 operation, const AclUnitResults & results );
    /** The answer to one blockIntf() of an asynchronous helper; one each, in their order. */
@@ -164,15 +160,28 @@ class AclSm : public QonBaseSm, public Checked {
    void laterEverywhere( IntfId intf );
    /** Everybody who names the list is looked at. */
    void laterNaming( AclType type, const String & aclName );
+   /** The same for hosts: one, those of an interface, those of a list or of all lists of a type. */
+   void hostLater( const Acl::HostKey & host ) { work_.add( { {}, {}, {}, host } ); }
+   /** Whether a host has a list of the type, as one of the port or of its port-channel. */
+   bool hostBound( AclType type, IntfId port, const Ulnet::EthAddr & host ) const;
+   void hostsLaterAt( IntfId intf );
+   void hostsLaterOf( AclType type, const String & aclName = {} );
    void settle();
    /** The instance differs from what is in hardware. */
    void changed( AclDataSm * instance );
+   /** Looked at in the next pass, though it is what it was. */
+   void nextIs( AclDataSm * instance );
    /** Whether the next pass looks at the instance. */
    bool willChange( const AclDataSm * instance ) const {
       return changed_.has( const_cast< AclDataSm * >( instance ) );
    }
+   /** A list of the type and direction applies to a pair of the interface, or no longer. */
+   void pairActiveIs( AclType type, Acl::AclDirection direction, IntfId intf, bool active );
+   bool intfActive( AclType type, Acl::AclDirection direction, IntfId intf ) const;
    /** Whether the next pass applies an instance of the same type and direction to the interface. */
-   bool joinsNext( const AclDataSm & instance, IntfId intf ) const;
+   bool joinsNext( const AclDataSm & instance, IntfId intf );
+   /** A member of a port-channel waits for the next pass. */
+   void memberWaits() { joinsKnown_ = false; }
    /** A sub-interface has a list in one more direction, or in one less. */
    void subIntfAttachedIs( IntfId subIntf, bool attached );
    void instanceIs( AclDataSm * instance, bool there );
@@ -211,6 +220,7 @@ class AclSm : public QonBaseSm, public Checked {
    void handleApplyClock();
    void handleMirroringSession( const String & name );
    void handleCard( const IntfId & intf ) { handleIntf( intf ); }
+   void handleHost( const Acl::HostKey & host );
    void handleDpAclUpdateRequest();
    void handleDpAclUpdateRequestTime();
 
@@ -219,12 +229,15 @@ class AclSm : public QonBaseSm, public Checked {
       AclType type;
       Acl::AclDirection direction;
       IntfId intf;
+      Acl::HostKey host = {}; ///< or a host
    };
    enum class Shortage : U8 { none, resources, computation };
    /** What is stored of a unit. */
    struct Unit {
-      AclCreateError error = AclCreateError::success;
-      Shortage raised = Shortage::none; // the message that is out
+      AclCreateError error = AclCreateError::success; // success: a message is left to be said
+      Shortage raised = Shortage::none;               // the message that is out
+      bool unsaid = false;                            // the one that should be raised
+      Kiv::Seconds since = 0;                         // when the error was stored
    };
    struct LastError {
       AclCreateError error;
@@ -244,13 +257,19 @@ class AclSm : public QonBaseSm, public Checked {
    makeSession( const String & name, const Velto::Ptr< const Mirroring::SessionStatus > & status );
    void cleanUpSession( const String & name, AclMirrorSessionSm * sm );
    void reviewSessions();
+   Velto::Ptr< PerHostAclStateSm > makeHost( const Acl::HostKey & host,
+                                             const std::optional< Acl::HostAcl > & acl );
+   void cleanUpHost( const Acl::HostKey & host, PerHostAclStateSm * sm );
+   void reviewHosts();
 
    /** @name Results */
    /** @{ */
    Shortage shortageOf( AclCreateError error ) const;
    String unitShown( const String & unit ) const;
    void syslogUnitError( const String & unit );
-   void unitSucceeds( const String & unit, const Unit & before );
+   void unitSucceeds( const String & unit );
+   void unitFails( const String & unit, AclCreateError error );
+   void raise( const String & unit, Shortage shortage );
    void lastErrors( Kiv::DenseMap< String, LastError > & last ) const;
    void doErrdisable( const AclDataSm & instance, KeySet< IntfId > & intfs ) const;
    void checkErrdisables();
@@ -272,14 +291,24 @@ class AclSm : public QonBaseSm, public Checked {
    void doUninstalls();
    void doPrepares();
    void doCommits();
+   void lookForJoins();
    void doUnblocks();
    void passDone();
+   void staleDel();
    /** Each of them, whichever raises. */
    template< class Act >
    void forEach( const Instances & instances, Act && act );
+   /** Interfaces come to instances that stay, or leave them: without waiting for the clock. */
+   void applyIntfsNow();
    /** The first exception of the pass, to whoever moved it on. */
    void passErrors();
    bool blocksPending() const;
+   Velto::Ptr< AclIntfSm > intfSmIs( IntfId intf );
+   void intfSmIdle( IntfId intf );
+   void askBlock( AclIntfSm & sm, AclDataSm * instance, IntfId intf, bool block );
+   bool answered( AclType type, const String & aclName, const AclKey & key, U64 operation,
+                  const AclUnitResults & results );
+   void replayCallbackData( AclType type );
    /** @} */
 
    const Inputs in_;
@@ -290,6 +319,7 @@ class AclSm : public QonBaseSm, public Checked {
    Kiv::DenseMap< IntfId, U32 > attachments_;           // of sub-interfaces
    Kiv::DenseMap< IntfId, KeySet< IntfId > > subIntfs_; // by what carries them
    Kiv::DenseMap< IntfId, KeySet< IntfId > > listedBy_; // port -> port-channels that list it
+   Kiv::DenseMap< IntfId, KeySet< Acl::HostKey > > hostsOf_;
    Kiv::DenseMap< IntfId, Bridging::VlanIdOrNone > cfgVlan_, internalVlan_;
    Kiv::DenseMap< U16, IntfId > subIntfOfInternalVlan_;
 
@@ -299,7 +329,11 @@ class AclSm : public QonBaseSm, public Checked {
    bool uninstallsAsked_ = false;
    bool again_ = false, forceAgain_ = false;
    bool staleDone_ = false;
+   bool starting_ = false;
+   bool saidAgain_ = false; // messages that raised were tried once more
    bool numberFreed_ = false;
+   bool joinsKnown_ = false; // as the interfaces are marked
+   U64 joinsLook_ = 0;
    U64 operations_ = 0;
    Kiv::DenseMap< AclDataSm *, Velto::Ptr< AclDataSm > > changed_;
    Instances pass_, unInstallAcl_, prepareAcl_, unblockAcl_;
@@ -309,8 +343,10 @@ class AclSm : public QonBaseSm, public Checked {
    KeySet< AclDataSm * > failing_;   // those whose record has an error
    Kiv::DenseMap< AclDataSm *, Velto::Ptr< AclDataSm > > reverts_;
    bool roomMade_ = false;
+   U64 retries_ = 0;
    Kiv::DenseMap< String, Unit > units_; // that some instance fails on
    KeySet< IntfId > errdisabled_;
+   Velto::Ptr< AclCallbackDataSm > callbackDataSm_[3]; // by type
    Velto::FirstError error_;
 
    SmCollection< AclType, bool, AclTypeConfigSm, AclSm, &AclSm::makeType, &AclSm::cleanUpType >
@@ -318,6 +354,9 @@ class AclSm : public QonBaseSm, public Checked {
    SmCollection< String, Velto::Ptr< const Mirroring::SessionStatus >, AclMirrorSessionSm, AclSm,
                  &AclSm::makeSession, &AclSm::cleanUpSession >
          sessions_{ this };
+   SmCollection< Acl::HostKey, std::optional< Acl::HostAcl >, PerHostAclStateSm, AclSm,
+                 &AclSm::makeHost, &AclSm::cleanUpHost >
+         hosts_{ this };
    Kiv::Watch< Acl::Config::typeAttr, AclSm, &AclSm::handleType > typeWatch_;
    Kiv::Watch< Acl::IntfConfig::typeAttr, AclSm, &AclSm::handleType > intfTypeWatch_;
    Kiv::Watch< Acl::ParamConfig::sharedModeAttr, AclSm, &AclSm::handleSharedMode > modeWatch_;
@@ -332,6 +371,7 @@ class AclSm : public QonBaseSm, public Checked {
    Kiv::Watch< Mirroring::Status::sessionAttr, AclSm, &AclSm::handleMirroringSession >
          sessionWatch_;
    Kiv::Watch< Acl::IntfCardConfig::cardAttr, AclSm, &AclSm::handleCard > cardWatch_;
+   Kiv::Watch< Acl::PerHostConfig::hostAttr, AclSm, &AclSm::handleHost > hostWatch_;
    Kiv::Watch< Acl::DpAclUpdateRequest::requestTimeAttr, AclSm, &AclSm::handleDpAclUpdateRequest >
          dpWatch_;
    Kiv::ClockReactor< AclSm, &AclSm::handleApplyClock > applyClock_;

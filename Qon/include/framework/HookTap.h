@@ -13,7 +13,8 @@
 //
 // Invariants
 // 1. A call is told before it is made, to the listeners in the order in which they were made.
-// 2. Texts are made only when somebody listens; else a hook costs a load and a branch more.
+// 2. Texts are made only for a listener that wants them; without any listener a hook costs a load
+//    and a branch more.
 // 3. Texts depend on values alone: never on addresses, nor on the size of a pointer.
 // 4. A listener may end, and others may begin, while a call is told. One that has ended hears
 // nothing.
@@ -38,11 +39,13 @@ class HookListener {
    virtual void hookCalled( const char * hook, const String & arguments ) = 0;
 
  protected:
-   HookListener();
+   /** `reads`: false for one that only counts, which may be told of calls without arguments. */
+   explicit HookListener( bool reads = true );
    ~HookListener();
 
  private:
    friend class HookTap;
+   const bool reads_;
    HookListener * next_ = nullptr;
 };
 
@@ -53,7 +56,9 @@ class HookTap {
    template< class... Args >
    [[gnu::cold, gnu::noinline]] static void tell( const char * hook, const Args &... args ) {
       String arguments;
-      ( ( ( arguments += arguments.empty() ? "" : ", " ) += text( args ) ), ... );
+      if ( readers_ ) {
+         ( ( ( arguments += arguments.empty() ? "" : ", " ) += text( args ) ), ... );
+      }
       tellAll( hook, arguments );
    }
    /** "freeTopo( 1 )", or "hwInit()" */
@@ -74,6 +79,7 @@ class HookTap {
    static void tellAll( const char * hook, const String & arguments );
 
    static HookListener * first_;
+   static U32 readers_; // listeners that want the arguments
    static Walk * walk_; // the innermost delivery
 };
 

@@ -1,6 +1,7 @@
 #pragma once
 // The vocabulary of hardware operations that complete after the handler that started them.
 
+#include "Qon/include/adjacency/L2AdjKey.h"
 #include "Qon/include/framework/QonTypes.h"
 #include "platform/Kiv/Text.h"
 #include "platform/Kiv/Time.h"

@@ -4,7 +4,6 @@
 #include "Qon/include/framework/QonPortLists.h"
 #include "platform/Kiv/Text.h"
 #include "platform/types/FapIdPort.h"
-#include "platform/types/Number.h"
 #include "platform/types/TableAddStatus.h"
 
 namespace QonTypes {
@@ -41,17 +40,6 @@ class FlintlogLevels {
    U8 qonL2AdjExpansionSm_ = 5;
    KIV_VALUE( Qon, FlintlogLevels, qonRoutingStatusSm, qonArpSm, qonIp6NeighborSm, qonSubIntfSm,
               qonBfdStatusCacheSm, qonL2AdjHelper, qonL2AdjFlatteningHelper, qonL2AdjExpansionSm )
-};
-
-/** Version of what the platform-dependent layer was handed. */
-using QonPdVersionId = Kiv::VersionId< struct QonPdVersionTag >;
-
-/** Names a layer-2 adjacency. `nextHopCollection` stands for the shared next-hop collection. */
-class L2AdjKey {
-   U8 adjType_ = 0;
-   U64 nextHopCollection_ = 0;
-   U32 vrfId_ = 0;
-   KIV_VALUE( Qon, L2AdjKey, adjType, nextHopCollection, vrfId )
 };
 
 } // namespace Qon

@@ -67,19 +67,17 @@ class SmCollection {
 
    /** Makes true that the child of `key` stands for `wanted`. Idempotent. */
    void review( const K & key, const Input & wanted ) {
-      Child * child = children_.find( key );
+      Child * child = wanted ? children_.emplace( key ).first : children_.find( key );
       if ( !child ) {
-         if ( !wanted ) {
-            return;
-         }
-         child = children_.emplace( key ).first;
-      } else if ( child->input == wanted && !child->busy ) {
+         return;
+      }
+      if ( child->input == wanted && !child->busy ) {
          wake( *child );
          return;
       }
       child->wanted = wanted;
       if ( !child->busy ) {
-         settle( K( key ) );
+         settle( K( key ), *child );
       }
    }
 
@@ -142,41 +140,44 @@ class SmCollection {
    }
 
  private:
-   /** Entries move when others are erased, so each step looks its own up again. */
-   Child & at( const K & key ) { return *children_.find( key ); }
-
    static void wake( const Child & child ) {
       if ( Velto::Ptr< Sm > sm = child.sm ) {
          sm->initializedIs( true );
       }
    }
-   void settle( const K & key ) {
+   void settle( const K & key, Child & child ) {
       const Velto::Hold alive( owner_ );
-      at( key ).busy = true;
-      const Velto::AtEnd done( [&] {
-         at( key ).busy = false;
-         if ( !at( key ).sm ) {
+      bool gone = false;
+      const Velto::AtEnd forgotten( [&] {
+         if ( gone ) {
             children_.erase( key );
          }
       } );
+      // Others may come and go meanwhile; while a walk is open, none moves.
+      const typename Children::Walk steady( children_ );
+      child.busy = true;
+      const Velto::AtEnd done( [&] {
+         child.busy = false;
+         gone = !child.sm;
+      } );
       Velto::FirstError error;
-      while ( !( at( key ).input == at( key ).wanted ) ) {
-         error.run( [&] { at( key ).sm ? end( key ) : begin( key ); } );
+      while ( !( child.input == child.wanted ) ) {
+         error.run( [&] { child.sm ? end( key, child ) : begin( key, child ); } );
       }
       error.pass();
    }
-   void begin( const K & key ) {
-      at( key ).input = at( key ).wanted;
-      Velto::Ptr< Sm > fresh = ( owner_->*make )( key, Input( at( key ).input ) );
-      at( key ).sm = fresh;
+   void begin( const K & key, Child & child ) {
+      child.input = child.wanted;
+      Velto::Ptr< Sm > fresh = ( owner_->*make )( key, Input( child.input ) );
+      child.sm = fresh;
       fresh->initializedIs( true );
    }
-   void end( const K & key ) {
-      Velto::Ptr< Sm > old = at( key ).sm;
+   void end( const K & key, Child & child ) {
+      Velto::Ptr< Sm > old = child.sm;
       const Velto::AtEnd done( [&] {
          old->kivDoZombieReactors();
-         at( key ).sm = nullptr;
-         at( key ).input = Input();
+         child.sm = nullptr;
+         child.input = Input();
       } );
       ( owner_->*cleanUp )( key, old.ptr() );
    }

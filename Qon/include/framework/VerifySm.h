@@ -42,7 +42,9 @@ class VerifySm : public QonBaseSm {
    void handleCliVerificationRequest( U32 socket );
    void runVerification();
    /** Whether a run or a repetition is to come. */
-   bool runPending() const { return clock_ && !clock_->idle(); }
+   bool runPending() const { return runTime() != Kiv::never; }
+   /** When that is due; never: none is to come. */
+   Kiv::Seconds runTime() const { return clock_ ? clock_->time() : Kiv::never; }
 
  private:
    void takeUp();

@@ -5,6 +5,7 @@
 //                                          | act( question ) -> hooks, publishes
 //                                          |    `-> watchers -> handlers -> add(), drain(): returns at once
 //                                          `-> the next question, until none is left
+//               queue.ask( this, question, act ): both, and cheaper for one that nobody is before
 //
 // Invariants
 // 1. One question is being looked at at a time. What is added meanwhile is looked at inside the
@@ -37,13 +38,32 @@ class WorkQueue {
        already. `owner` is the object of which the queue is a member. */
    template< class Act >
    void drain( const Velto::Node * owner, Act && act ) {
-      if ( draining_ ) {
-         return;
+      if ( !draining_ ) {
+         answerAll( owner, nullptr, act );
       }
+   }
+   /** add(), then drain(). */
+   template< class Act >
+   void ask( const Velto::Node * owner, Question question, Act && act ) {
+      if ( draining_ || !waiting_.empty() ) {
+         add( std::move( question ) );
+         drain( owner, act );
+      } else {
+         answerAll( owner, &question, act );
+      }
+   }
+
+ private:
+   /** Everything that waits, after `first` if there is one. */
+   template< class Act >
+   void answerAll( const Velto::Node * owner, const Question * first, Act && act ) {
       const Velto::Hold alive( owner );
       draining_ = true;
       const Velto::AtEnd done( [this] { draining_ = false; } );
       Velto::FirstError error;
+      if ( first && !error.run( [&] { act( *first ); } ) ) {
+         waiting_.enq( { *first, true } );
+      }
       while ( !waiting_.empty() ) {
          const Entry entry = waiting_.front();
          waiting_.deq();
@@ -54,7 +74,6 @@ class WorkQueue {
       error.pass();
    }
 
- private:
    Kiv::Fifo< Entry > waiting_;
    bool draining_ = false;
 };

@@ -18,6 +18,7 @@
 #include <optional>
 
 #include "platform/Kiv/DenseMap.h"
+#include "platform/Velto/Scope.h"
 #include "platform/types/HardwareLag.h"
 
 namespace Qon {
@@ -45,14 +46,16 @@ class HardwareLagWriter {
    /** Removes every member of which `wanted( lag, port )` is false, and groups without any. */
    template< class Wanted >
    void removeUnless( Wanted && wanted ) {
+      Velto::FirstError error;
       for ( Ulnet::IntfId lag : lags() ) {
          for ( Ulnet::IntfId port : members( lag ) ) {
             if ( !wanted( lag, port ) ) {
-               memberDel( lag, port );
+               error.run( [&] { memberDel( lag, port ); } );
             }
          }
-         dropIfEmpty( lag );
+         error.run( [&] { dropIfEmpty( lag ); } );
       }
+      error.pass();
    }
 
    std::vector< Ulnet::IntfId > lags() const;

@@ -190,6 +190,8 @@ class QonMacProgrammer : public QonBaseSm, public Checked {
       return overflowAddrOp_;
    }
    bool overflowAddrOpHas( const MacEntryKey & key ) const { return overflowAddrOp_.has( key ); }
+   /** How often a command was tried again. */
+   U64 retries() const { return retries_; }
    U32 overflowAddrOps() const { return overflowAddrOp_.size(); }
    /** @} */
 
@@ -247,6 +249,7 @@ class QonMacProgrammer : public QonBaseSm, public Checked {
    SequenceMap< MacCmdPtr > inProgMacOp_;
    U64 nextTransactionId_ = 1;
    Kiv::OrderedMap< MacEntryKey, MacCmdPtr > overflowAddrOp_;
+   U64 retries_ = 0;
 
    Kiv::ClockReactor< QonMacProgrammer, &QonMacProgrammer::updatePendingAddresses >
          updatePendingAddressClock_;

@@ -10,7 +10,13 @@ namespace Qon {
 enum class MacHwType : U8 { macHwKeyBridge, macHwKeyBridgeDwide, macHwKeyVfi };
 KIV_ENUM( MacHwType, macHwKeyBridge, macHwKeyBridgeDwide, macHwKeyVfi )
 
-/** The three address operations come first, the flush operations after them. */
+/** The three address operations come first, the flush operations after them.
+
+    A flush takes the hosts of the command's interface (a port or an aggregate: the one that the hosts
+    were added with, never the members of an aggregate), of its VLAN, of both, or all. The type of
+    `...PortType` is the command's entryType(): it takes the hosts of that one type at the interface,
+    whatever kind of interface that is. A flush without it takes the dynamic ones: unknown, learned
+    (here, remotely, by the peer, from EVPN) and configuredDynamic; all others stay. */
 enum class IndirectAccessMacCmdType : U8 {
    addHost,
    removeHost,

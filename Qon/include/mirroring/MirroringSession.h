@@ -128,6 +128,9 @@ class MirroringSm::KivMirroringSession : public QonBaseSm {
    void reviewSrcVxlanIntf( IntfId intf );
    void reviewTargetIntf( IntfId intf );
    void reviewMember( IntfId lag, IntfId port );
+   /** The ports of a configured interface, if it is one, that are others than itself. */
+   template< class Act >
+   static void forEachOther( const KivIntf * configured, Act && act );
    /** The interface, or what is known of it, has changed. */
    void revaluate( IntfId intf );
    void reviewSettings( IntfId intf );
@@ -142,6 +145,8 @@ class MirroringSm::KivMirroringSession : public QonBaseSm {
    bool unfinished() const { return unfinished_; }
    bool takeGroup( Velto::FirstError & error );
    void takeKept( const Kept & kept );
+   /** What it leaves in hardware, if it leaves all. */
+   Kept left() const;
    /** Runs `act`, and then the sources if it made the session in hardware. */
    template< class Act >
    void thenSources( Act && act ) {
@@ -173,6 +178,7 @@ class MirroringSm::KivMirroringSession : public QonBaseSm {
 
    // Sources
    void reviewSource( IntfId port, Redo redo = Redo::ifChanged );
+   void reviewSource( IntfId port, SourcePort & source, Redo redo = Redo::ifChanged );
    void reviewSources();
    MirrorReason sourceWanted( IntfId port, SourcePort & source );
    MirrorReason reasonOf( IntfId port, SourcePort & source, Velto::FirstError & error );
@@ -191,7 +197,7 @@ class MirroringSm::KivMirroringSession : public QonBaseSm {
    void invalidOverlapLoggedIs( U32 overlaps );
    void reviewWaiting();
    void judgeSources( bool programmedFirst );
-   void publishSource( IntfId port );
+   void publishSource( IntfId port, const MirrorSrcIntfLocal & local );
    void publishEgress();
    void claimSource( IntfId port, KivSource * by );
    void unclaimSource( IntfId port, KivSource * by );
@@ -262,7 +268,7 @@ class MirroringSm::KivMirroringSession::KivIntf : public QonBaseSm {
    virtual bool aggregate() const;
    /** Claims the port, or not, as the aggregate's list has it now. */
    void reviewMember( IntfId port );
-   const KeySet< IntfId > & ports() const { return ports_; }
+   std::vector< IntfId > ports() const;
 
  protected:
    enum class First : U8 { gone, missing };
@@ -274,10 +280,12 @@ class MirroringSm::KivMirroringSession::KivIntf : public QonBaseSm {
    KivMirroringSession * const session_;
 
  private:
+   bool holds( IntfId port ) const { return port == intf_ ? itself_ : members_.has( port ); }
    void hold( IntfId port, bool claim );
 
    const IntfId intf_;
-   KeySet< IntfId > ports_;
+   bool itself_ = false; // is claimed
+   KeySet< IntfId > members_;
    bool used_ = false;
 };
 

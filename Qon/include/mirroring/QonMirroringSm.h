@@ -124,6 +124,8 @@ class MirroringSm : public QonBaseSm, public Checked {
       stop,       // everything goes
    };
    struct Work {
+      static Work of( What what, const String & name ) { return { what, nullptr, {}, {}, name }; }
+
       What what;
       SessionPtr session = nullptr;
       IntfId intf = {};
@@ -131,16 +133,20 @@ class MirroringSm : public QonBaseSm, public Checked {
       String name = {}; // of the session, the access list, or the tunnel's end
       Acl::AclType aclType = Acl::AclType::ip;
    };
+   /** When what is asked already has its answer. */
    void later( Work work );
-   void laterSession( const String & name );
+   /** Now, unless another question is just being answered. */
+   void ask( Work work );
    void settle();
    void drain();
    void answer( const Work & work );
+   void answerIfHeard( const Work & work );
    void answerAll( What what );
    void judgeIfChanged();
 
    // The pool, and what an earlier life left
-   /** A session that the hardware holds, and that is still configured. */
+   /** A session that the hardware holds, and that is still configured; or was left there while the
+       agent restarted. */
    struct Kept {
       S32 mirrorGroup;
       Mirroring::TunnelType tunnelType;
@@ -152,6 +158,7 @@ class MirroringSm : public QonBaseSm, public Checked {
    void readHardware( std::vector< std::pair< String, Kept > > & stale );
    void fillPool();
    void removeFromHardware( const String & name, const Kept & kept );
+   bool keeps( U32 mirrorGroup ) const;
    void dropKept();
    void resize( U32 was );
    void poolIsWithout( const std::function< bool( U32 ) > & goes, Velto::FirstError & error );
@@ -169,10 +176,31 @@ class MirroringSm : public QonBaseSm, public Checked {
    void clearStaleStatus();
 
    // What is used by whom
-   using Users = std::vector< std::pair< KivMirroringSession *, U32 > >;
+   /** An interface's users, mostly one session. */
+   struct Users {
+      struct Use {
+         KivMirroringSession * session = nullptr;
+         U32 times = 0;
+      };
+      Use first;
+      std::vector< Use > others;
+      Use & of( KivMirroringSession * session );
+      void leave( KivMirroringSession * session );
+   };
    void useIs( IntfId intf, KivMirroringSession * session );
    void useDel( IntfId intf, KivMirroringSession * session );
    std::vector< SessionPtr > usersOf( IntfId intf ) const;
+   /** Calls `act( KivMirroringSession & )` for each user, whichever raises. */
+   template< class Act >
+   void forEachUser( IntfId intf, Act && act ) const {
+      auto users = users_.find( intf );
+      if ( users && users->others.empty() ) {
+         const SessionPtr only = users->first.session;
+         act( *only );
+      } else if ( users ) {
+         forEachOf( usersOf( intf ), act );
+      }
+   }
    std::vector< SessionPtr > allSessions() const;
    /** Calls `act( KivMirroringSession & )` for each, whichever raises. */
    template< class Act >

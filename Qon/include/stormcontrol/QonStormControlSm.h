@@ -44,6 +44,7 @@ class StormControlSm : public StormControlBaseSm {
    void tellBcastSkip( IntfId intf, bool skip ) override;
    void tellLagConfig( IntfId intf ) override;
    void reviewBurst() override;
+   void verifyIntf( IntfId intf );
    bool has( const LevelKind & kind ) const override;
    std::vector< U8 > programmedClasses() const override;
 
@@ -53,7 +54,7 @@ class StormControlSm : public StormControlBaseSm {
    bool burst_ = false;
    bool burstTold_ = false;
    StormControl::BurstConfig burstGiven_;
-   Kiv::DenseMap< U8, Threshold > classes_; // as they were handed over
+   Kiv::DenseMap< U8, std::optional< Threshold > > classes_; // as they were handed over
    VerifyCheck check_;
 };
 

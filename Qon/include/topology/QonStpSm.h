@@ -34,6 +34,7 @@
 #include "Qon/include/framework/SmCollection.h"
 #include "Qon/include/topology/TopoHelper.h"
 #include "Qon/include/topology/TopoRecords.h"
+#include "platform/Kiv/Time.h"
 
 namespace Qon {
 
@@ -82,6 +83,11 @@ class StpSm : public QonBaseSm, public Checked {
    U64 portChanges() const { return portChanges_; }
 
    TopoSm * topoSm( const String & name ) const { return topoSm_.sm( name ); }
+   /** Since when the hardware has had no room for a topology that is worked on; none: it has. */
+   std::optional< Kiv::Seconds > noRoomSince( const String & name ) const {
+      auto use = topoUsers_.find( name );
+      return use ? use->noRoomSince : std::nullopt;
+   }
    U32 topoSms() const { return topoSm_.size(); }
    template< class Act >
    void forEachTopo( Act && act ) const {
@@ -154,6 +160,8 @@ class StpSm : public QonBaseSm, public Checked {
    void portsChanged() { ++portChanges_; }
    void handleLag( Ulnet::IntfId port, Ulnet::IntfId from, Ulnet::IntfId to );
    void handleLagList( Ulnet::IntfId lag, Ulnet::IntfId port );
+   template< class Tell >
+   void membershipChanged( Tell && tell );
    String wantedTopo( Bridging::VlanId vlan ) const;
    void takeOut( Bridging::VlanId vlan, const String & topoName );
    void putIn( Bridging::VlanId vlan, const String & topoName );
@@ -175,8 +183,13 @@ class StpSm : public QonBaseSm, public Checked {
    U64 request_ = 0;
    U64 portChanges_ = 0;
    Kiv::DenseMap< U32, std::vector< TopoSm * > > topoById_;
-   Kiv::DenseMap< String, U32 > topoUsers_; // of topologies in the hardware
-   KeySet< U16 > addedVlan_;                // in the hardware, to the topology that it is in
+   /** Of a topology in the hardware. */
+   struct TopoUse {
+      U32 users = 0;
+      std::optional< Kiv::Seconds > noRoomSince;
+   };
+   Kiv::DenseMap< String, TopoUse > topoUsers_;
+   KeySet< U16 > addedVlan_; // in the hardware, to the topology that it is in
    VerifyCheck verifyCheck_;
    Velto::Ptr< TapAggIntfSm > tapAggIntfSm_;
    SmCollection< String, TopoIdInput, TopoIdSm, StpSm, &StpSm::makeTopoId, &StpSm::cleanUpTopoId >
@@ -253,6 +266,7 @@ class TopoSm : public QonBaseSm {
    bool works() const { return initialized() && !zombie() && stpSm_->initialized(); }
    /** Brings every port up to date, after a time in which nothing was heard. */
    void refresh();
+   void refreshPort( const Ulnet::IntfId & intf );
    /** The hardware has taken everything that was handed over. */
    void stateDone();
    /** Returns the number of the request. */

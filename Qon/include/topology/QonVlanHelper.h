@@ -102,6 +102,10 @@ class VlanHelper : public VlanHelperBase, public Checked {
       forEachPort( vlan, false, act );
    }
    String checkInvariants() const override;
+   /** When what failed is tried again; never: nothing did. */
+   Kiv::Seconds retryTime() const { return retryClock_->time(); }
+   /** How often a VLAN was. */
+   U64 retries() const { return retries_; }
    /** @} */
 
  private:
@@ -176,6 +180,7 @@ class VlanHelper : public VlanHelperBase, public Checked {
    U64 generation_ = 0;
    Kiv::Fifo< VlanId > queue_;
    std::vector< VlanId > failed_;
+   U64 retries_ = 0;
    Kiv::ClockReactor< VlanHelper, &VlanHelper::handlePacing > pacingClock_;
    Kiv::ClockReactor< VlanHelper, &VlanHelper::handleRetry > retryClock_;
    Kiv::Watch< QonCommonSmData::lagToFeatureSetAttr, VlanHelper, &VlanHelper::handleFeatureSet >

@@ -188,6 +188,8 @@ class VlanMappingSm : public QonBaseSm, public Checked {
    void doAddToUnprogrammedList( IntfId intf, Key key, Direction direction, Source source );
    /** Takes the list and applies what was on it. */
    void reviewUnprogrammedIntfList();
+   /** How often an interface was applied again so. */
+   U64 retries() const { return retries_; }
 
    void handleQonIngVlanMappingStatus( const PortVlanKey & key );
    void handleQonEgrVlanMappingStatus( const PortVlanKey & key );
@@ -217,6 +219,8 @@ class VlanMappingSm : public QonBaseSm, public Checked {
    KIV_NESTED_ENUM( Outcome, unwanted, conflict, givenUp, resting, waiting, handedOver, programmed )
    /** The same for a key of a configured interface. */
    Outcome outcome( IntfId intf, Direction direction, Key key, Source source ) const;
+   /** Hears when that may have changed; not counted, null for none. */
+   void listenerIs( VlanMappingListener * listener ) { listener_ = listener; }
 
    KivConfig * kivConfig( IntfId intf ) const { return kivConfig_.sm( intf ); }
    QonFlowVlanXlateConfigSm * flowConfigSm( IntfId intf ) const { return flowConfigSm_.sm( intf ); }
@@ -253,13 +257,19 @@ class VlanMappingSm : public QonBaseSm, public Checked {
                       Mapping mapping );
    void callDel( Direction d, IntfId intf, bool isLag, const PortVlanKey & key );
 
-   void start();
+   void start( bool graceful );
+   void tell( IntfId intf, Direction direction, Key key ) const {
+      if ( listener_ ) {
+         listener_->outcomeHeard( intf, direction, key );
+      }
+   }
    void unprogrammedDel( IntfId intf, Source source );
    void armRetryClock();
    void handleCodefIngress();
    void handleCodefEgress();
 
    const Inputs in_;
+   VlanMappingListener * listener_ = nullptr;
    VerifyCheck check_;
    const std::unique_ptr< VlanTranslations > translations_;
    SmCollection< IntfId, Velto::Ptr< const Bridging::SwitchIntfConfig >, KivConfig, VlanMappingSm,
@@ -269,6 +279,7 @@ class VlanMappingSm : public QonBaseSm, public Checked {
                  QonFlowVlanXlateConfigSm, VlanMappingSm, &VlanMappingSm::makeFlowConfigSm,
                  &VlanMappingSm::cleanUpFlowConfigSm >
          flowConfigSm_{ this };
+   U64 retries_ = 0;
    Kiv::ClockReactor< VlanMappingSm, &VlanMappingSm::reviewUnprogrammedIntfList > retryClock_;
    Kiv::ClockReactor< VlanMappingSm, &VlanMappingSm::handleCodefIngress > codefClockIngress_;
    Kiv::ClockReactor< VlanMappingSm, &VlanMappingSm::handleCodefEgress > codefClockEgress_;

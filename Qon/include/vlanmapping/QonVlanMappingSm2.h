@@ -256,6 +256,8 @@ class ConfigMergeSm : public QonBaseSm, public Checked {
    /** The initial sync has been made. */
    bool synced() const { return state_ == State::synced; }
    IntfConfigMergeSm * intfConfigMergeSm( IntfId intf ) const { return intfs_.sm( intf ); }
+   /** As VlanMappingSm2::listenerIs(). */
+   void listenerIs( VlanMappingListener * listener ) { listener_ = listener; }
    const Inputs & inputs() const { return in_; }
    const SourceIntfVlanMappingConfig * sourceConfig( ConfigSource source, IntfId intf ) const;
    String checkInvariants() const override;
@@ -285,6 +287,7 @@ class ConfigMergeSm : public QonBaseSm, public Checked {
    void cleanUp( const IntfId & intf, IntfConfigMergeSm * sm );
 
    const Inputs in_;
+   VlanMappingListener * listener_ = nullptr;
    State state_ = State::waiting;
    std::vector< IntfId > toSync_;
    std::vector< Key > keysToSync_; // of the last one
@@ -372,16 +375,18 @@ class LagInterlockSm : public QonBaseSm {
                    Velto::Ptr< PortChannelInterlockDir > interlock );
 
    void handleInitialized() override;
-   void handleLagToPort( const IntfId & lag ) { review( lag ); }
-   void handleMergedIntf( const IntfId & intf ) { review( intf ); }
-   void handleMergedKey( const IntfId & intf, const Key & ) { review( intf ); }
+   void handleLagToPort( const IntfId & lag ) { ask( lag ); }
+   void handleMergedIntf( const IntfId & intf ) { ask( intf ); }
+   void handleMergedKey( const IntfId & intf, const Key & ) { ask( intf ); }
 
  private:
+   void ask( IntfId lag );
    void review( IntfId lag );
 
    const Velto::Ptr< const QonCommonSmData > acsd_;
    const Velto::Ptr< const MergedVlanMappingConfig > mergedConfig_;
    const Velto::Ptr< PortChannelInterlockDir > interlock_;
+   WorkQueue< IntfId > work_;
    Kiv::Watch< QonCommonSmData::lagToPortAttr, LagInterlockSm, &LagInterlockSm::handleLagToPort >
          lagToPortWatch_;
    EntityKeys< &LagInterlockSm::handleMergedIntf, &LagInterlockSm::handleMergedKey,
@@ -411,8 +416,10 @@ class PlatformStatusSm : public QonBaseSm {
    /** The interface's ports are others now. */
    void handleTargets( IntfId intf ) { handleMergedIntf( intf ); }
 
-   /** What the ports say together; none before all is known of somebody. */
+   /** What the ports say together of what is merged; none for an interface without ports. */
    std::optional< QonTypes::TableAddStatus > resultOf( IntfId intf, const Key & key ) const;
+   /** As VlanMappingSm2::listenerIs(). */
+   void listenerIs( VlanMappingListener * listener ) { listener_ = listener; }
 
  private:
    struct Question {
@@ -422,6 +429,8 @@ class PlatformStatusSm : public QonBaseSm {
    void ask( IntfId intf, const Key & key );
    void askAll();
    void review( const Question & question );
+   void tellSource( const Question & question, const MergedVlanMappingData & data,
+                    std::optional< QonTypes::TableAddStatus > result );
    void reportFull( IntfId intf, const Key & key, const MergedVlanMappingData & data );
    std::vector< Key > knownKeys( IntfId intf ) const;
 
@@ -429,6 +438,7 @@ class PlatformStatusSm : public QonBaseSm {
    const Velto::Ptr< LagResolutionSm > lagResolution_;
    const Velto::Ptr< const PlatformVlanMappingStatus > platformStatus_;
    const Velto::Ptr< SourceVlanMappingStatusDir > sourceStatusDir_;
+   VlanMappingListener * listener_ = nullptr;
    Kiv::DenseMap< IntfId, Kiv::DenseMap< Key, MergedVlanMappingData > > full_; // and reported
    WorkQueue< Question > work_;
    Kiv::Watch< PlatformVlanMappingStatus::readyAttr, PlatformStatusSm,
@@ -477,6 +487,11 @@ class VlanMappingSm2 : public QonBaseSm, public Checked {
    void kivDoZombieReactors() override;
    String checkInvariants() const override;
 
+   /** Hears when the owner of a key or the result may have changed; not counted, null for none. */
+   void listenerIs( VlanMappingListener * listener ) {
+      merge_->listenerIs( listener );
+      status_->listenerIs( listener );
+   }
    ConfigMergeSm * configMergeSm() const { return merge_.ptr(); }
    LagResolutionSm * lagResolutionSm() const { return lagResolution_.ptr(); }
    PlatformStatusSm * platformStatusSm() const { return status_.ptr(); }

@@ -56,6 +56,17 @@ class UnprogrammedMapping {
    KIV_VALUE( Qon, UnprogrammedMapping, intf, source )
 };
 
+/** Hears, in either generation, that what became of a key of a configured interface may be another
+    thing now. */
+class VlanMappingListener {
+ public:
+   virtual void outcomeHeard( Ulnet::IntfId intf, Bridging::VlanMappingDirection direction,
+                              Bridging::VlanXlateKey key ) = 0;
+
+ protected:
+   ~VlanMappingListener() = default;
+};
+
 /** What the flow-programming feature wants. */
 class QonFlowVlanXlateConfigDir : public Kiv::Entity {
    KIV_BODY( QonFlowVlanXlateConfigDir, Kiv::Entity )

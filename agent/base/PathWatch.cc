@@ -1,4 +1,4 @@
-#include "agent/server/PathWatch.h"
+#include "agent/base/PathWatch.h"
 
 #include "platform/Kiv/Entity.h"
 #include "platform/Kiv/TypeData.h"

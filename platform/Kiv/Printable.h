@@ -3,9 +3,9 @@
 
 #include "platform/Velto/Types.h"
 
-namespace QonAgent {
+namespace Kiv {
 
 /** The text with everything that a terminal would act on, or that is not UTF-8, as "\\x1b". */
 Velto::String printable( const Velto::String & text );
 
-} // namespace QonAgent
+} // namespace Kiv

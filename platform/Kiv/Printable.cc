@@ -1,8 +1,8 @@
-#include "agent/base/Printable.h"
+#include "platform/Kiv/Printable.h"
 
 #include <cstdio>
 
-namespace QonAgent {
+namespace Kiv {
 
 using Velto::String;
 
@@ -46,4 +46,4 @@ printable( const String & text ) {
    return out;
 }
 
-} // namespace QonAgent
+} // namespace Kiv
