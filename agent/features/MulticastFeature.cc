@@ -1,5 +1,6 @@
 #include "agent/features/MulticastFeature.h"
 
+#include "Qon/include/framework/Reconcile.h"
 #include "agent/ConfigReader.h"
 #include "agent/features/Arguments.h"
 #include "platform/types/Paths.h"
@@ -32,15 +33,30 @@ MulticastFeature::MulticastFeature( Agent & agent )
 
 // --- Configuration -------------------------------------------------------------------------------
 
+std::vector< ConfigTable >
+MulticastFeature::tables() const {
+   return { { "MULTICAST_GROUP",
+              "VLAN|group address",
+              { { "members", "ports and port-channels, a list" } },
+              { R"("Vlan10|01:00:5e:01:01:01": {"members": ["Ethernet8", "Ethernet12"]})" } },
+            { "MULTICAST_COPY",
+              "IGMP or LINK_LOCAL|who asks that the CPU gets these packets",
+              {},
+              { R"("IGMP|snooping": {})" } } };
+}
+
 void
 MulticastFeature::configure( ConfigReader & reader ) {
-   reader.eachRow( "MULTICAST_GROUP", [&]( const ConfigRow & row ) { group( reader, row ); } );
-   reader.eachRow( "MULTICAST_COPY", [&]( const ConfigRow & row ) { copies( reader, row ); } );
+   auto reading = std::make_shared< Reading >();
+   reader.eachRow( "MULTICAST_GROUP",
+                   [&]( const ConfigRow & row ) { group( reader, row, *reading ); } );
+   reader.eachRow( "MULTICAST_COPY", [&]( const ConfigRow & row ) { copies( row, *reading ); } );
+   reader.apply( [=, this] { become( *reading ); } );
 }
 
 /** "Vlan10|01:00:5e:01:01:01": { "members": [ "Ethernet0" ] } */
 void
-MulticastFeature::group( ConfigReader & reader, const ConfigRow & row ) {
+MulticastFeature::group( ConfigReader & reader, const ConfigRow & row, Reading & reading ) {
    const IntfId vlan = reader.intf( "", row.part( 0, 2 ) );
    if ( !Ulnet::VlanIntfId::isVlanIntfId( vlan ) ) {
       throw RowError( "", "expected a VLAN such as Vlan10, found '" + row.part( 0, 2 ) + "'" );
@@ -54,29 +70,50 @@ MulticastFeature::group( ConfigReader & reader, const ConfigRow & row ) {
    if ( !addr.isMulticast() || addr.isBroadcast() ) {
       throw RowError( "", "'" + row.part( 1, 2 ) + "' is no multicast address" );
    }
-   std::vector< IntfId > members;
+   Members members;
    for ( const String & member : row.list( "members" ) ) {
-      members.push_back( reader.portOrChannel( "members", member ) );
+      members.insert( reader.portOrChannel( "members", member ) );
    }
    if ( members.empty() ) {
       throw RowError( "members", "a group needs members" );
    }
-   reader.apply( [=, this] {
-      auto made = static_->groupIs( Qon::McastAddr( addr, vlanId ) );
-      for ( IntfId member : members ) {
-         made->intfIs( member );
-      }
-   } );
+   reading.groups.emplace_back( Qon::McastAddr( addr, vlanId ), std::move( members ) );
 }
 
 /** "IGMP|snooping": {}, "LINK_LOCAL|lldp": {} */
 void
-MulticastFeature::copies( ConfigReader & reader, const ConfigRow & row ) {
+MulticastFeature::copies( const ConfigRow & row, Reading & reading ) {
    const String packets = row.part( 0, 2 ), by = row.part( 1, 2 );
    if ( packets != "IGMP" && packets != "LINK_LOCAL" ) {
       throw RowError( "", "expected IGMP or LINK_LOCAL and who asks, found '" + row.key() + "'" );
    }
-   reader.apply( [=, this] { copyIs( packets, by, true ); } );
+   reading.copies.emplace_back( Request( packets, by ), true );
+}
+
+void
+MulticastFeature::become( const Reading & reading ) {
+   groups_.become(
+         reading.groups, [this]( const Qon::McastAddr & key, auto & ) { static_->groupDel( key ); },
+         [this]( const Qon::McastAddr & key, const Members & members, const Members * former ) {
+            membersAre( key, members, former ? *former : Members() );
+         } );
+   requests_.become(
+         reading.copies,
+         [this]( const Request & request, bool ) {
+            copyIs( request.first, request.second, false );
+         },
+         [this]( const Request & request, bool, auto ) {
+            copyIs( request.first, request.second, true );
+         } );
+}
+
+void
+MulticastFeature::membersAre( const Qon::McastAddr & key, const Members & members,
+                              const Members & former ) {
+   const auto group = static_->groupIs( key );
+   Qon::reconcile< IntfId >(
+         former, members, [&]( IntfId intf ) { group->intfDel( intf ); },
+         [&]( IntfId intf ) { group->intfIs( intf ); } );
 }
 
 void

@@ -9,9 +9,12 @@
 //
 // Sources: MulticastFeature.cc (configuration, events), MulticastFeatureShow.cc.
 
+#include <set>
+
 #include "Qon/include/multicast/IgmpSnoopingSm.h"
 #include "Qon/include/multicast/MulticastCopyUpdater.h"
 #include "agent/AgentFeature.h"
+#include "agent/Configured.h"
 #include "chip/MulticastPart.h"
 
 namespace QonAgent {
@@ -22,10 +25,15 @@ class MulticastFeature : public AgentFeature {
  public:
    explicit MulticastFeature( Agent & agent );
 
-   std::vector< String > tables() const override { return { "MULTICAST_GROUP", "MULTICAST_COPY" }; }
+   std::vector< ConfigTable > tables() const override;
    void configure( ConfigReader & reader ) override;
    std::vector< ShowCommand > showCommands() override;
    std::vector< EventKind > eventKinds() override;
+   std::vector< Counter > counters() const override;
+   std::vector< String > ownNames() const override {
+      return { "Bridging::IgmpSnooping", "Bridging::Multicast", "HardwareL2Multicast",
+               "MulticastCopyUpdater", "MulticastDataFactory" };
+   }
 
    /** Null if the chip has no multicast groups. */
    Qon::IgmpSnoopingSm * igmpSnoopingSm() const { return sm_.ptr(); }
@@ -33,8 +41,16 @@ class MulticastFeature : public AgentFeature {
  private:
    using Key = Bridging::MacVlanPair;
 
-   void group( ConfigReader & reader, const ConfigRow & row );
-   void copies( ConfigReader & reader, const ConfigRow & row );
+   using Members = std::set< Ulnet::IntfId >;
+   using Request = std::pair< String, String >; // of which packets, by whom
+   struct Reading {
+      Configured< Qon::McastAddr, Members >::Said groups;
+      Configured< Request, bool >::Said copies;
+   };
+   static void group( ConfigReader & reader, const ConfigRow & row, Reading & reading );
+   static void copies( const ConfigRow & row, Reading & reading );
+   void become( const Reading & reading );
+   void membersAre( const Qon::McastAddr & key, const Members & members, const Members & former );
    void copyIs( const String & packets, const String & by, bool on );
    std::function< void() > parseIgmp( const Json & line );
    std::function< void() > parseCopy( const Json & line );
@@ -61,6 +77,8 @@ class MulticastFeature : public AgentFeature {
    Velto::Ptr< Qon::MulticastHelper > helper_;
    Velto::Ptr< Qon::IgmpSnoopingSm > sm_;
    Velto::Ptr< Qon::MulticastCopyUpdater > updater_;
+   Configured< Qon::McastAddr, Members > groups_;
+   Configured< Request, bool > requests_;
 };
 
 } // namespace QonAgent

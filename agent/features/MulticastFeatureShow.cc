@@ -192,6 +192,15 @@ MulticastFeature::resources() const {
    }
 }
 
+std::vector< Counter >
+MulticastFeature::counters() const {
+   if ( !helper_ ) {
+      return {};
+   }
+   return { { "multicast groups", helper_->entryLists() },
+            { "multicast groups without room", helper_->groupOverflowList().size() } };
+}
+
 std::vector< ShowCommand >
 MulticastFeature::showCommands() {
    Argument vlan = vlanArgument( []( VlanId ) { return true; } );
