@@ -120,7 +120,7 @@ SimMulticast::heard( const Kiv::LogDescriptor & descriptor, const String & text 
 
 String
 SimMulticast::checkInvariants() const {
-   if ( const String broken = helper_->checkInvariants(); !broken.empty() ) {
+   if ( const String broken = sm_->checkInvariants(); !broken.empty() ) {
       return "invariant: " + broken;
    }
    auto flood = helper_->overflow()->floodBitmap();

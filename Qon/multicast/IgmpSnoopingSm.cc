@@ -153,6 +153,26 @@ IgmpSnoopingSm::handleVerify() {
          []( const McastAddr &, MulticastAddrSimpleSm & sm ) { sm.handleVerify(); } );
 }
 
+/** Whether there is a state machine for each group, and no other; and what the helper says. */
+String
+IgmpSnoopingSm::checkInvariants() const {
+   U32 groups = 0;
+   for ( auto && [vlan, status] : in_.status->vlanStatusIteratorConst() ) {
+      const auto sm = vlans_.sm( vlan );
+      if ( initialized() && ( !sm || sm->groups() != status->ethGroups() ) ) {
+         return "VLAN " + vlan.stringValue() + " has groups without state machines, or too many";
+      }
+   }
+   for ( auto && [key, group] : in_.staticConfig->groupIteratorConst() ) {
+      groups += staticGroupWanted( key ) != nullptr;
+   }
+   if ( initialized() &&
+        ( vlans_.size() != in_.status->vlanStatuss() || staticGroups_.size() != groups ) ) {
+      return "there are state machines for groups that nobody wants, or too few";
+   }
+   return helper()->checkInvariants();
+}
+
 void
 IgmpSnoopingSm::doCleanup() {
    const Velto::Hold alive( this );

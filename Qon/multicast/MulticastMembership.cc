@@ -35,7 +35,9 @@ MulticastHelper::addIntf( IntfId intf, S64 vGroup ) {
       return;
    }
    membershipsOf( intf ).emplace( intf ).first->groupIs( vGroup );
-   VELTO_ASSERT( !isLag( intf ) || lagGroupMembership( intf )->groups() > 0 );
+   if ( isLag( intf ) ) {
+      VELTO_ASSERT( lagGroupMembership( intf )->groups() > 0 );
+   }
    entry->hadMember_ = true;
    queueGroup( *entry );
    review_->kickReview();

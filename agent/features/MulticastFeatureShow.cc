@@ -13,6 +13,13 @@ namespace {
 
 constexpr U32 entriesAPause = 200;
 
+/** Whether a group is one of those that were asked for: [VLAN] [GROUP]. */
+bool
+takes( const Arguments & arguments, U32 vlan, const EthAddr & group ) {
+   return ( !arguments.has( 0 ) || arguments.vlan( 0 ) == vlan ) &&
+          ( !arguments.has( 1 ) || arguments.mac( 1 ) == group );
+}
+
 } // namespace
 
 void
@@ -110,10 +117,6 @@ MulticastFeature::row( const Key & key, const char * origin,
 Rows
 MulticastFeature::groups( Arguments arguments ) const {
    served();
-   auto takes = [&]( U32 vlan, const EthAddr & group ) {
-      return ( !arguments.has( 0 ) || arguments.vlan( 0 ) == vlan ) &&
-             ( !arguments.has( 1 ) || arguments.mac( 1 ) == group );
-   };
    U32 passed = 0;
    for ( auto v = status_->vlanStatusIteratorConst(); v; ++v ) {
       const VlanId vlan = v.key();
@@ -122,7 +125,7 @@ MulticastFeature::groups( Arguments arguments ) const {
          const EthAddr group = g.key();
          auto machine = sm_->vlan( vlan );
          auto sm = machine ? machine->group( group ) : nullptr;
-         if ( sm && takes( vlan, group ) ) {
+         if ( sm && takes( arguments, vlan, group ) ) {
             co_yield row( Key( group, vlan ), "snooping", *sm );
          } else if ( ++passed % entriesAPause == 0 ) {
             co_yield Pause();
@@ -132,7 +135,7 @@ MulticastFeature::groups( Arguments arguments ) const {
    for ( auto g = static_->groupIteratorConst(); g; ++g ) {
       const Qon::McastAddr key = g.key();
       auto sm = sm_->staticGroup( key );
-      if ( sm && takes( key.vlanId(), key.addr() ) ) {
+      if ( sm && takes( arguments, key.vlanId(), key.addr() ) ) {
          co_yield row( sm->macVlan(), "static", *sm );
       } else if ( ++passed % entriesAPause == 0 ) {
          co_yield Pause();

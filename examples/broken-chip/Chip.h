@@ -5,7 +5,7 @@
 //    library -> ChipMac, ChipTopo, ChipVlan, ChipLag -> (a little later) -> Tables
 //                                                                        -> done, to the library
 //            -> ChipStorm (Storm.h), ChipVlanMapping (VlanMapping.h), ChipMirror (Mirror.h),
-//               ChipAcl (Acl.h)                                          -> at once -> Tables
+//               ChipAcl (Acl.h), ChipMulticast (Multicast.h)              -> at once -> Tables
 //    SmallChip: Tables, and a part for each feature, which reads them back
 //
 // Each hook class can be told to have one fault, as a developer might make it. The tables stand in
@@ -13,6 +13,7 @@
 
 #include "Acl.h"
 #include "Mirror.h"
+#include "Multicast.h"
 #include "Storm.h"
 #include "VlanMapping.h"
 
@@ -279,6 +280,7 @@ class SmallChip : public QonChip::Chip,
                   QonChip::StormControlPart,
                   QonChip::VlanMappingPart,
                   QonChip::MirrorPart,
+                  QonChip::MulticastPart,
                   QonChip::AclPart {
  public:
    explicit SmallChip( Kiv::TaskScheduler & scheduler, Faults faults = {} )
@@ -290,6 +292,7 @@ class SmallChip : public QonChip::Chip,
       add< QonChip::LagPart >( *this );
       add< QonChip::StormControlPart >( *this );
       add< QonChip::MirrorPart >( *this );
+      add< QonChip::MulticastPart >( *this );
       add< QonChip::AclPart >( *this );
    }
    String name() const override { return "small"; }
@@ -348,6 +351,16 @@ class SmallChip : public QonChip::Chip,
       return Velto::make< Mirror >( tables_, faults_, capability, status );
    }
    std::optional< QonChip::HeldMirrors > mirrors() const override { return tables_.mirrors; }
+
+   Ptr< Qon::MulticastDataFactory > makeMulticastDataFactory() override {
+      return Velto::make< ChipMulticast >( tables_, faults_ );
+   }
+   Ptr< Qon::MulticastCopyUpdater > makeMulticastCopyUpdater(
+         const Ptr< const Bridging::Multicast::CopyRequestConfig > & config ) override {
+      return Qon::smIs< ChipCopies >( tables_, config );
+   }
+   std::optional< QonChip::HeldMulticast > multicast() const override { return tables_.multicast; }
+   U32 multicastGroupsToFill() const override { return U32( Tables::multicastRoom ); }
 
    Ptr< QonHelper::AclHelper > makeAclHelper() override {
       return Velto::make< Acl >( tables_, faults_ );

@@ -167,7 +167,7 @@ class McastWorld : public Tests::World {
    /** Long enough for all that is pending, not for what waits for room. */
    void run( double seconds = 1 ) {
       scheduler.runFor( seconds );
-      EXPECT_EQ( helper->checkInvariants(), "" );
+      EXPECT_EQ( sm ? sm->checkInvariants() : helper->checkInvariants(), "" );
    }
 
    Ptr< Group > group( U32 n, U32 vlan = 10 ) {

@@ -105,6 +105,25 @@ TEST( MulticastTexts, PacketsOfTheWrongTypeAreFatal ) {
                  "Assertion 'pktType == igmpPacket_' failed" );
 }
 
+TEST( MulticastTexts, FindingsOfAVerificationRun ) {
+   McastWorld w;
+   w.start();
+   w.join( 1, eth( 1 ) );
+   w.run();
+   const auto sm = w.sm->vlan( VlanId( 10 ) )->group( mac( 1 ) );
+   auto found = [&]( MulticastHelper & helper ) {
+      EXPECT_FALSE( helper.handleVerify( sm ) );
+      return w.acsd->verifyData()->verifyOutput().description();
+   };
+   // A helper that knows nothing of the group.
+   auto other = Qon::MulticastHelperIs( "other", { w.acsd, Velto::make< TestFactory >( w.chip ),
+                                                   w.config, w.scheduler.timerWheel() } );
+   EXPECT_NE( found( *other ).find( "There is no entry in entryList for vGroup 0" ), String::npos );
+   w.helper->vGroupIs( -1 );
+   w.group( 2 );
+   EXPECT_NE( found( *w.helper ).find( "Umm -1 has found its way into entryList" ), String::npos );
+}
+
 TEST( MulticastTexts, Traces ) {
    Tests::expectTraced(
          [] {
