@@ -63,7 +63,9 @@ SimMulticast::Ports
 SimMulticast::allPorts() const {
    Ports all;
    for ( auto i = world_.acsd->intfIteratorConst(); i; ++i ) {
-      all.insert( i.key() );
+      if ( !Ulnet::PortChannelIntfId::isPortChannelIntfId( i.key() ) ) {
+         all.insert( i.key() );
+      }
    }
    return all;
 }

@@ -113,11 +113,11 @@ HardwareL2MulticastEntry::syncWithHardware() {
    return bitmapStatus == TableAddStatus::success ? macStatus : bitmapStatus;
 }
 
-/** The bitmap may be right, and the MAC entry still be missing. */
+/** The bitmap may be right, and the MAC entry still be missing or lead elsewhere. */
 bool
 HardwareL2MulticastEntry::inSync() const {
    return bitmap_ && !overflowLogged_ && bitmap_->ports() == desired_ && !bitmap_->stale() &&
-          macTableEntryCreated_;
+          macTableEntryCreated_ && macBitmap_ == bitmap_;
 }
 
 TableAddStatus
@@ -149,12 +149,19 @@ HardwareL2MulticastEntry::overflow() {
       ++flood->refCount_;
       pointAt( flood );
    }
+   waitForBitmap();
+   error.pass();
+   return TableAddStatus::full;
+}
+
+/** Behind all others that wait, unless it does already. */
+void
+HardwareL2MulticastEntry::waitForBitmap() {
+   auto overflow = helper_->overflow();
    if ( !overflow->vGroupNeedingHwEntryHas( vGroup_ ) ) {
       overflow->vGroupNeedingHwEntryIs( vGroup_ );
       retry_ = overflow->mcastEntryNeedingHwEntryEnq( this );
    }
-   error.pass();
-   return TableAddStatus::full;
 }
 
 /** The caller has counted it. */

@@ -248,6 +248,15 @@ MulticastHelper::portsOf( const QonTypes::Bitmap & bits ) const {
    return ports;
 }
 
+std::vector< IntfId >
+MulticastHelper::lagsKnown() const {
+   std::vector< IntfId > lags;
+   for ( auto && [lag, members] : lags_ ) {
+      lags.push_back( lag );
+   }
+   return lags;
+}
+
 /** False if it is as it was. Moves what is known of the port to where it belongs now. */
 bool
 MulticastHelper::portPresenceIs( IntfId port, bool present ) {

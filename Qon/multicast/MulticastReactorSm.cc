@@ -31,21 +31,22 @@ MulticastReactorSm::handleInitialized() {
    error.pass();
 }
 
-/** Calls the handlers for what there is, and for what there was when they were called last. */
+/** Calls the handlers for what there is, and for what was known of before. */
 void
 MulticastReactorSm::catchUp() {
    Velto::FirstError error;
-   auto each = [&]( auto && now, const Intfs & before, auto handler ) {
+   auto each = [&]( auto && now, auto && before, auto handler ) {
       auto all = keysOf< IntfId >( now );
-      for ( auto && entry : before ) {
-         all.emplace( entry.key );
+      for ( auto && element : before ) {
+         all.emplace( keyOfElement( element ) );
       }
       for ( auto && entry : all ) {
          error.run( [&] { ( this->*handler )( entry.key ); } );
       }
    };
-   each( acsd_->intfIteratorConst(), intfs_, &MulticastReactorSm::handleIntf );
-   each( acsd_->lagToPortIteratorConst(), lags_, &MulticastReactorSm::handleLagToPort );
+   each( acsd_->intfIteratorConst(), helper_->portsKnown(), &MulticastReactorSm::handleIntf );
+   each( acsd_->lagToPortIteratorConst(), helper_->lagsKnown(),
+         &MulticastReactorSm::handleLagToPort );
    each( acsd_->mlagIntfPortIteratorConst(), mlagIntfs_, &MulticastReactorSm::handleMlagIntfPort );
    const bool first = !std::exchange( started_, true );
    for ( auto && [key, event] : acsd_->parityEventIteratorConst() ) {
@@ -60,7 +61,6 @@ MulticastReactorSm::catchUp() {
 
 void
 MulticastReactorSm::handleLagToPort( const IntfId & lag ) {
-   acsd_->lagToPortHas( lag ) ? void( lags_.emplace( lag ) ) : void( lags_.erase( lag ) );
    helper_->addOrRemoveLag( lag );
 }
 
@@ -79,7 +79,6 @@ MulticastReactorSm::handleMlagIntfPort( const IntfId & port ) {
 
 void
 MulticastReactorSm::handleIntf( const IntfId & intf ) {
-   acsd_->intfHas( intf ) ? void( intfs_.emplace( intf ) ) : void( intfs_.erase( intf ) );
    helper_->handleAcsdIntf( intf );
 }
 

@@ -186,11 +186,14 @@ MulticastHelper::reviewFirst() {
    status = entry->syncWithHardware();
 }
 
-/** Also of one whose hooks raised. */
+/** Also of one whose hooks raised: if it floods, it goes on waiting for a bitmap. */
 void
 MulticastHelper::synced( Entry & entry, TableAddStatus status ) {
    if ( entry.deleted() ) {
       return;
+   }
+   if ( entry.overflowLogged() ) {
+      entry.waitForBitmap();
    }
    if ( status == TableAddStatus::full || status == TableAddStatus::notNow ) {
       overflowListIs( entry );

@@ -76,12 +76,12 @@ class McastAgent : public testing::Test {
       return found;
    }
    /** The ports that a frame from Ethernet0 to a group leaves by. */
-   std::vector< String > leavesBy( U64 group ) {
-      std::vector< String > by;
+   std::set< String > leavesBy( U64 group ) {
+      std::set< String > by;
       const SoftChip::Frame frame = {
             agent->names().typed( "Ethernet0" ), Ulnet::EthAddr( group ), Ulnet::EthAddr( 2 ), {} };
       for ( auto & copy : chip->forward( frame ).copies ) {
-         by.push_back( agent->names().spelling( copy.port ) );
+         by.insert( agent->names().spelling( copy.port ) );
       }
       return by;
    }
@@ -96,7 +96,7 @@ class McastAgent : public testing::Test {
 
 TEST_F( McastAgent, GroupsOfTheConfigurationForward ) {
    EXPECT_EQ( report.warnings.size(), 4u );
-   using Names = std::vector< String >;
+   using Names = std::set< String >;
    EXPECT_EQ( leavesBy( 0x01005e010101 ), Names{ "Ethernet4" } ) << "not back, and a member of two";
    EXPECT_EQ( leavesBy( 0x01005e010199 ), ( Names{ "Ethernet4", "Ethernet8" } ) ) << "not known";
    EXPECT_TRUE( chip->of< SoftChip::MulticastPart >().table().linkLocalCopied );
@@ -111,6 +111,25 @@ TEST_F( McastAgent, GroupsOfTheConfigurationForward ) {
    EXPECT_EQ( path[1].at( "interface" ), "Ethernet4" );
 }
 
+TEST_F( McastAgent, AFileThatIsReadAgainIsADifference ) {
+   igmp( "join", "05", "Ethernet8" );
+   auto read = [&]( const String & groups ) {
+      auto db = QonAgent::ConfigDb::parse(
+            "y.json", R"({ "PORT": { "Ethernet0": {}, "Ethernet4": {}, "Ethernet8": {} },
+                           "MULTICAST_GROUP": { )" +
+                            groups + " } }" );
+      EXPECT_EQ( QonAgent::ConfigReader( *agent, db ).load().warnings.size(), 0u );
+      scheduler.runFor( 0.5 );
+   };
+   read( R"("Vlan10|01:00:5e:01:01:01": { "members": [ "Ethernet8", "Ethernet0" ] })" );
+   EXPECT_EQ( show( { "multicast", "10", "01:00:5e:01:01:01" } )[0].at( "members" ),
+              "Ethernet0 Ethernet8" );
+   EXPECT_FALSE( chip->of< SoftChip::MulticastPart >().table().linkLocalCopied );
+   read( "" );
+   EXPECT_TRUE( show( { "multicast", "10", "01:00:5e:01:01:01" } ).empty() );
+   EXPECT_EQ( show( { "hw", "multicast" } ).size(), 1u ) << "what snooping wants stays";
+}
+
 TEST_F( McastAgent, SaysWhoFloodsAndWhy ) {
    igmp( "join", "02", "Ethernet8" );
    igmp( "join", "03", "PortChannel1" );
@@ -123,7 +142,7 @@ TEST_F( McastAgent, SaysWhoFloodsAndWhy ) {
    EXPECT_EQ( show( { "resources", "multicast" } )[2].at( "used" ), "1" );
    event( R"({"event": "igmp", "op": "delete", "vlan": 10, "group": "01:00:5e:01:01:02"})" );
    EXPECT_EQ( show( { "multicast", "10", "01:00:5e:01:01:03" } )[0].at( "state" ), "programmed" );
-   EXPECT_EQ( leavesBy( 0x01005e010103 ), std::vector< String >{ "Ethernet4" } );
+   EXPECT_EQ( leavesBy( 0x01005e010103 ), std::set< String >{ "Ethernet4" } );
    event( R"({"event": "igmp", "op": "invalid", "vlan": 10, "group": "01:00:5e:01:01:03"})" );
    EXPECT_EQ( show( { "multicast", "10", "01:00:5e:01:01:03" } )[0].at( "why" ),
               "its index is not valid" );

@@ -119,6 +119,7 @@ TEST_F( Life, PausesAndStartsAgain ) {
 
 TEST_F( Life, EndsWithACleanUpOrWithoutAWord ) {
    chip->groups = 3;
+   lag( 1, { 6 } );
    start();
    for ( U32 n : { 1, 2, 3, 4 } ) {
       join( n, eth( n ) );
@@ -140,9 +141,13 @@ TEST_F( Life, EndsWithACleanUpOrWithoutAWord ) {
    EXPECT_EQ( chip->calls, calls );
    noGroup( 2 );
    join( 5, eth( 5 ) );
+   join( 3, po( 1 ) );
+   acsd->intfDel( eth( 8 ) );
+   acsd->lagToPortDel( po( 1 ) );
    restart();
    run( 6 );
-   EXPECT_EQ( out( 3 ), Ports{ eth( 3 ) } );
+   EXPECT_EQ( out( 3 ), Ports{ eth( 3 ) } ) << "without what went meanwhile";
+   EXPECT_EQ( helper->overflow()->floodBitmap()->ports().count(), 7u );
    EXPECT_FALSE( out( 2 ) ) << "nobody's any more";
    acsd->verifyData()->runChecks();
    EXPECT_EQ( acsd->verifyData()->verifyInc(), 0u );
@@ -226,6 +231,10 @@ spoiledFlow( McastWorld & w, U32 at, Spoil && spoil ) {
    step( [&] { w.noGroup( 3 ); } );
    step( [&] {
       w.noGroup( 1 );
+      try {
+         w.group( 1 ); // deletes the former one
+      } catch ( const Velto::RangeError & ) {
+      }
       w.join( 1, eth( 1 ) );
    } );
    const bool struck = w.chip->calls >= at;

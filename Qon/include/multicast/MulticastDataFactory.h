@@ -160,6 +160,7 @@ class HardwareL2MulticastEntry : public QonBaseHelper {
    bool inSync() const;
    TableAddStatus reviewBitmap();
    TableAddStatus overflow();
+   void waitForBitmap();
    void pointAt( Velto::Ptr< HardwareL2MulticastBitmap > bitmap );
    TableAddStatus reviewMacEntry();
    void macEntryRefused( TableAddStatus status );

@@ -6,7 +6,7 @@
 //    acsd.mlagIntfPort -> addOrRemoveMlagIntfPort
 //
 // Invariants
-// 1. When it starts it tells of everything that there is, and when it starts again also of what has gone
+// 1. When it starts it tells of everything that there is, and of what the helper knows and has gone
 //    meanwhile; of parity events only those that are other than it saw them last.
 // 2. What a change concerns is reviewed once, however many attributes say it.
 //
@@ -37,8 +37,6 @@ class MulticastReactorSm : public QonBaseSm {
    const Velto::Ptr< QonCommonSmData > acsd_;
    bool started_ = false;
    // As they were told last.
-   Intfs intfs_;
-   Intfs lags_;
    Intfs mlagIntfs_;
    Kiv::DenseMap< ParityEvent::Key, ParityEvent > parityEvents_;
    Kiv::Watch< QonCommonSmData::lagToPortAttr, MulticastReactorSm,

@@ -143,6 +143,9 @@ class MulticastHelper : public QonBaseHelper, public Checked {
    /** Null: no port has the number. */
    IntfId portOf( U32 bit ) const { return bit < portOfBit_.size() ? portOfBit_[bit] : IntfId(); }
    std::vector< IntfId > portsOf( const QonTypes::Bitmap & bits ) const;
+   /** Those that have a number, and the aggregates that groups are expanded by. */
+   const std::vector< IntfId > & portsKnown() const { return portOfBit_; }
+   std::vector< IntfId > lagsKnown() const;
 
    // --- Checks, and the end -----------------------------------------------------------------------
 
