@@ -6,10 +6,11 @@ function( qon_sources variable folder )
 endfunction()
 
 # qon_batches( <variable> <sources...> ): the sources, several of one folder in one translation unit, for
-# most of the time goes into headers. The preset for work on one file (debug) compiles each by itself.
-option( QON_BATCHES "Compile several sources of a folder at once" ON )
+# most of the time goes into headers. The preset for work on one file (debug) compiles each by itself; who
+# changes the sources again and again but never their tests (tools/plant-faults) batches the tests only.
+set( QON_BATCHES ON CACHE STRING "Compile several sources of a folder at once: ON, OFF or TESTS" )
 function( qon_batches variable )
-   if( NOT QON_BATCHES )
+   if( NOT QON_BATCHES OR ( QON_BATCHES STREQUAL TESTS AND NOT CMAKE_CURRENT_SOURCE_DIR MATCHES "/tests$" ) )
       set( ${variable} ${ARGN} PARENT_SCOPE )
       return()
    endif()

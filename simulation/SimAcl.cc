@@ -74,6 +74,7 @@ SimAcl::shape( const World & world, SoftChip::Shape & shape ) {
 
 SimAcl::SimAcl( World & world )
     : SimFeature( world ), chip_( world.chip->of< SoftChip::AclPart >() ) {
+   chip_.table().changeHeardBy( [this] { checkMoment(); } );
    Rng rng = world.chance( 41 );
    for ( U32 n = 0; n < 4; ++n ) {
       const U32 choice = rng.below( 6 );
@@ -89,6 +90,7 @@ SimAcl::start() {
 
 void
 SimAcl::make() {
+   fresh_ = true;
    directionsMade_ = 0;
    for ( auto && [type, config] : intfConfig_->typeIteratorConst() ) {
       directionsMade_ += config->directions();

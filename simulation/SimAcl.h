@@ -121,6 +121,10 @@ class SimAcl : public SimFeature {
    void takeGuards() const;
    void dropGuards( const std::map< Guard, Place > & now ) const;
    String checkGuards() const;
+   /** The chip changed, in the middle of whatever happens: something must decide all the same, unless
+       the list turns out to have been refused. */
+   void checkMoment();
+   String checkOpenMoments( const std::map< Guard, Place > & now ) const;
    String checkGuard( const Guard & guard, const Admitted & admitted ) const;
    bool refusedAt( const Guard & guard, const Place & place ) const;
    const Texts & textsOf( const Velto::Ptr< const Qon::AclRuleSet > & rules ) const;
@@ -133,6 +137,9 @@ class SimAcl : public SimFeature {
    Velto::Ptr< Bridging::Config > bridging_ = Velto::make< Bridging::Config >( "bridging" );
    Velto::Ptr< Interface::SubIntfConfigDir > subIntfs_ =
          Velto::make< Interface::SubIntfConfigDir >( "subIntf" );
+   mutable std::map< Guard, Place > openMoments_; ///< since the last check
+   String wrongMoment_;
+   mutable bool fresh_ = true; ///< a former life's lists may still take the room of the new ones
    std::map< IntfId, U16 > internal_; ///< the last one that is a VLAN
    Velto::Ptr< Mirroring::Status > sessions_ = Velto::make< Mirroring::Status >( "mirroring" );
    Velto::Ptr< Errdisable::CauseStatus > errdisable_ =

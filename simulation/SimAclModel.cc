@@ -362,16 +362,56 @@ SimAcl::refusedAt( const Guard & guard, const Place & place ) const {
           chip_.table().deciders( type, direction, use ).empty();
 }
 
+void
+SimAcl::checkMoment() {
+   if ( !sm_ || fresh_ || guards_.empty() ) {
+      return;
+   }
+   const auto now = wantedUses();
+   if ( sm_->phase() == Qon::AclApplyPhase::uninstall && wrongMoment_.empty() ) {
+      wrongMoment_ = checkOpenMoments( now ); // what the pass before has refused is known now
+   }
+   for ( auto & [guard, place] : now ) {
+      const auto & [type, direction, use] = guard;
+      if ( guards_.contains( guard ) && !permits( type ) &&
+           !chip_.table().blocked( use.pair().intfId() ) &&
+           chip_.table().deciders( type, direction, use ).empty() && !refusedAt( guard, place ) ) {
+         openMoments_.emplace( guard, place );
+      }
+   }
+}
+
+String
+SimAcl::checkOpenMoments( const std::map< Guard, Place > & now ) const {
+   const auto open = std::move( openMoments_ );
+   openMoments_.clear();
+   for ( auto & [guard, place] : open ) {
+      auto & [type, direction, use] = guard;
+      const auto known = guards_.find( guard );
+      if ( known != guards_.end() && now.contains( guard ) && !refusedAt( guard, place ) &&
+           !refusedAt( guard, known->second.place ) ) {
+         return "traffic passes for a moment: " + Kiv::toText( type ) + " " +
+                Kiv::toText( direction ) + " " + use.stringValue();
+      }
+   }
+   return {};
+}
+
 String
 SimAcl::checkGuards() const {
    if ( guards_.empty() ) {
       return {};
    }
    const auto now = wantedUses();
+   String wrong = wrongMoment_.empty() ? checkOpenMoments( now ) : wrongMoment_;
+   if ( !wrong.empty() ) {
+      return wrong;
+   }
    dropGuards( now );
    for ( auto & [guard, admitted] : guards_ ) {
       admitted.lists.insert( std::get< 1 >( now.at( guard ) ) );
-      if ( String wrong = checkGuard( guard, admitted ); !wrong.empty() ) {
+      wrong = checkGuard( guard, admitted );
+      if ( !wrong.empty() ) {
          return wrong;
       }
    }
@@ -413,6 +453,7 @@ SimAcl::checkAtRest() const {
       return wrong;
    }
    takeGuards();
+   fresh_ = false;
    return {};
 }
 

@@ -41,13 +41,39 @@ AclDataSm::kivDoZombieReactors() {
 
 // The steps of a pass
 
+/** What was touched since the last pass. */
+void
+AclDataSm::takeRound() {
+   round_.swap( touched_ );
+   touched_.clear();
+   for ( auto & use : round_ ) {
+      Use & state = *uses_.find( use );
+      state.touched = false;
+      state.rejoins = std::exchange( state.again, false );
+      useDone( use, state );
+   }
+}
+
+/** Forgets a place that is of no interest any more. */
+void
+AclDataSm::useDone( const AclIntfUse & use, const Use & state ) {
+   if ( !state.needed() ) {
+      uses_.erase( use );
+   }
+}
+
+void
+AclDataSm::nothingApplied() {
+   for ( auto && [use, state] : uses_ ) {
+      state.applied = false;
+      useDone( use, state );
+   }
+}
+
 bool
 AclDataSm::begin() {
    busy_ = true;
-   round_ = std::move( touched_ );
-   roundAgain_ = std::move( again_ );
-   touched_ = {};
-   again_ = {};
+   takeRound();
    const bool revert = std::exchange( revert_, false ), retry = std::exchange( retry_, false );
    const bool force = std::exchange( force_, false ), sessions = std::exchange( sessions_, false );
    reverting_ = false;
@@ -57,14 +83,15 @@ AclDataSm::begin() {
       remake_ = true;
       return true;
    }
-   const auto wanted = configured()->ruleSet();
    if ( failed_ ) {
-      const bool anew = force || retry || sessions || wanted != tried_ || !round_.empty();
+      const bool anew =
+            force || retry || sessions || configured()->ruleSet() != tried_ || !round_.empty();
       reverting_ = !anew && revert;
       remake_ = anew || reverting_;
       makesRoom_ = remake_ && !reverting_ && !retry;
    } else {
-      remake_ = force || sessions || !committed_ || wanted != source_;
+      remake_ = force || sessions || !committed_ ||
+                ( data_->dirty() && configured()->ruleSet() != source_ );
    }
    if ( !remake_ ) {
       data_->dirtyIs( false ); // the rules are what they were
@@ -99,15 +126,21 @@ AclDataSm::block( const IntfPairKey & pair ) {
 
 void
 AclDataSm::doBlockTraffic() {
-   const auto & uses = remake_ ? applied_ : round_;
    std::vector< IntfPairKey > pairs;
-   for ( auto && entry : uses ) {
-      const AclIntfUse & use = entry.key;
-      const bool moves = !wanted( use ) || roundAgain_.has( use );
-      const bool listless =
-            hasHost( use ) && !aclSm_->hostBound( type_, use.pair().intfId(), use.host() );
-      if ( applied_.has( use ) && ( remake_ || ( moves && !listless ) ) ) {
-         pairs.push_back( use.pair() );
+   if ( remake_ ) {
+      for ( auto && [use, state] : uses_ ) {
+         if ( state.applied ) {
+            pairs.push_back( use.pair() );
+         }
+      }
+   } else {
+      for ( auto & use : round_ ) {
+         const Use * state = uses_.find( use );
+         const bool listless =
+               hasHost( use ) && !aclSm_->hostBound( type_, use.pair().intfId(), use.host() );
+         if ( state && state->leaves() && !listless ) {
+            pairs.push_back( use.pair() );
+         }
       }
    }
    for ( auto & pair : pairs ) {
@@ -122,13 +155,10 @@ AclDataSm::operationNow() const {
 
 /** Remembers, then tells. */
 void
-AclDataSm::tellUse( const AclIntfUse & use, bool active ) {
-   if ( active ) {
-      applied_.emplace( use );
-   } else {
-      applied_.erase( use );
-   }
-   const AclOperation acl = operationNow();
+AclDataSm::tellUse( const AclOperation & acl, const AclIntfUse & use, bool active ) {
+   Use & state = *uses_.emplace( use, Use() ).first;
+   state.applied = active;
+   useDone( use, state );
    if ( hasHost( use ) ) {
       const IntfId intf = use.pair().intfId();
       QON_HOOK( AclHelper, aclSm_->aclHelper(), perHostAclIs, acl, intf, use.host(), active );
@@ -143,10 +173,10 @@ AclDataSm::removeUses() {
       return;
    }
    Velto::FirstError error;
-   for ( auto && entry : round_ ) {
-      const AclIntfUse use = entry.key;
-      if ( applied_.has( use ) && ( !wanted( use ) || roundAgain_.has( use ) ) ) {
-         error.run( [&] { tellUse( use, false ); } );
+   for ( auto & use : round_ ) {
+      const Use * state = uses_.find( use );
+      if ( state && state->leaves() ) {
+         error.run( [&] { tellUse( operationNow(), use, false ); } );
       }
    }
    error.pass();
@@ -188,7 +218,7 @@ AclDataSm::uninstallDone() {
    if ( std::exchange( inHardware_, false ) && makesRoom_ ) {
       aclSm_->roomMade();
    }
-   applied_ = {};
+   nothingApplied();
    if ( !unwanted() ) {
       return;
    }
@@ -258,12 +288,19 @@ AclDataSm::commitAcl() {
       return;
    }
    Velto::FirstError error;
-   for ( auto && entry : keysOf< AclIntfUse >( wanted_ ) ) {
-      error.run( [&] { tellUse( entry.key, true ); } );
+   std::vector< AclIntfUse > wanted;
+   wanted.reserve( uses_.size() );
+   for ( auto && [use, state] : uses_ ) {
+      if ( state.wanted ) {
+         wanted.push_back( use );
+      }
+   }
+   const AclOperation acl = operationNow();
+   for ( auto & use : wanted ) {
+      error.run( [&] { tellUse( acl, use, true ); } );
    }
    AclUnitResults results;
    error.run( [&] {
-      const AclOperation acl = operationNow();
       results = QON_HOOK( AclHelper, aclSm_->aclHelper(), commitAcl, acl );
       committed_ = inHardware_ && !unwanted();
       for ( auto & result : results ) {
@@ -282,10 +319,10 @@ AclDataSm::addUses() {
       return;
    }
    Velto::FirstError error;
-   for ( auto && entry : round_ ) {
-      const AclIntfUse use = entry.key;
-      if ( wanted( use ) && !applied_.has( use ) ) {
-         error.run( [&] { tellUse( use, true ); } );
+   for ( auto & use : round_ ) {
+      const Use * state = uses_.find( use );
+      if ( state && state->wanted && !state->applied ) {
+         error.run( [&] { tellUse( operationNow(), use, true ); } );
       }
    }
    error.pass();
@@ -318,27 +355,31 @@ AclDataSm::madeAnewNext() const {
     is looked at in a pass, which blocks them meanwhile. */
 bool
 AclDataSm::onlyIntfsChange() const {
-   for ( auto && entry : touched_ ) {
-      const AclIntfUse & use = entry.key;
-      const bool leaves = applied_.has( use ) && ( !wanted( use ) || again_.has( use ) );
-      if ( leaves && ( use.pair().lagIntf() || use.lagMember() || hasHost( use ) ) ) {
+   if ( !committed_ || failed_ || unwanted() || busy_ || force_ || retry_ || sessions_ || revert_ ||
+        !blocks_.empty() || data_->dirty() ) {
+      return false;
+   }
+   for ( auto & use : touched_ ) {
+      const bool plain = !use.pair().lagIntf() && !use.lagMember() && !hasHost( use );
+      const Use * state = plain ? nullptr : uses_.find( use );
+      if ( state && state->applied && ( !state->wanted || state->again ) ) {
          return false;
       }
    }
-   return committed_ && !failed_ && !unwanted() && !busy_ && !force_ && !retry_ && !sessions_ &&
-          !revert_ && blocks_.empty() && !data_->dirty();
+   return true;
 }
 
 void
 AclDataSm::doUnblockTraffic() {
    Velto::FirstError error;
-   for ( auto && entry : keysOf< IntfId >( blocks_ ) ) {
-      if ( madeAnewNext() || handsOver( entry.key ) ) {
+   for ( auto && entry : blocks_ ) {
+      const IntfId intf = entry.key;
+      if ( madeAnewNext() || handsOver( intf ) ) {
          continue;
       }
       error.run( [&] {
-         aclSm_->blockIs( this, entry.key, false );
-         blocks_.erase( entry.key );
+         aclSm_->blockIs( this, intf, false );
+         blocks_.erase( intf );
       } );
    }
    error.pass();
@@ -348,18 +389,21 @@ void
 AclDataSm::end() {
    const Velto::Hold alive( this );
    busy_ = false;
-   round_ = {};
-   roundAgain_ = {};
+   for ( auto & use : round_ ) {
+      if ( Use * state = uses_.find( use ) ) {
+         state->rejoins = false;
+      }
+   }
+   round_.clear();
    const bool revert = willRevert();
    if ( std::exchange( remake_, false ) && !unwanted() && !raisedNow_ && !waitsForNumber_ ) {
       resultKnown( revert );
    }
-   if ( !aclSm_ ) {
+   if ( !aclSm_ || !unwanted() || inHardware_ || data_->aclNumber() != aclNumberNone ) {
       return;
    }
    auto configSm = aclSm_->aclConfigSm( type_, aclName_ );
-   if ( unwanted() && !inHardware_ && data_->aclNumber() == aclNumberNone && configSm &&
-        configSm->aclDataSm( key_ ) == this ) {
+   if ( configSm && configSm->aclDataSm( key_ ) == this ) {
       configSm->aclDataDel( key_ );
    }
 }
@@ -374,10 +418,18 @@ AclDataSm::raised() {
 std::vector< IntfPairKey >
 AclDataSm::pairsToAdd() const {
    std::vector< IntfPairKey > pairs;
-   const auto & uses = remake_ ? wanted_ : round_;
-   for ( auto && entry : uses ) {
-      if ( wanted( entry.key ) && !applied_.has( entry.key ) ) {
-         pairs.push_back( entry.key.pair() );
+   auto add = [&]( const AclIntfUse & use, const Use * state ) {
+      if ( state && state->wanted && !state->applied ) {
+         pairs.push_back( use.pair() );
+      }
+   };
+   if ( remake_ ) {
+      for ( auto && [use, state] : uses_ ) {
+         add( use, &state );
+      }
+   } else {
+      for ( auto & use : round_ ) {
+         add( use, uses_.find( use ) );
       }
    }
    return pairs;
@@ -385,21 +437,18 @@ AclDataSm::pairsToAdd() const {
 
 bool
 AclDataSm::waitsForBlock( const AclDirectionTypeConfigSm & direction ) const {
-   auto waits = [&]( auto & uses ) {
-      for ( auto && entry : uses ) {
-         if ( direction.blockPending( entry.key.pair() ) ) {
-            return true;
-         }
+   for ( auto && [use, state] : uses_ ) {
+      if ( ( state.applied || state.wanted ) && direction.blockPending( use.pair() ) ) {
+         return true;
       }
-      return false;
-   };
-   return waits( applied_ ) || waits( wanted_ );
+   }
+   return false;
 }
 
 void
 AclDataSm::uninstallNow() {
    committed_ = prepared_ = uninstalling_ = false;
-   applied_ = {};
+   nothingApplied();
    blocks_ = {};
    if ( std::exchange( inHardware_, false ) ) {
       operation_ = aclSm_->nextOperation();
@@ -425,7 +474,7 @@ AclDataSm::checkInvariants() const {
    if ( inHardware_ && data_->aclNumber() == aclNumberNone ) {
       return shown() + " is in hardware without a number";
    }
-   const bool left = !blocks_.empty() && !revert_ && !aclSm_->willChange( this );
+   const bool left = !blocks_.empty() && !revert_ && !noted_;
    if ( aclSm_->phase() == AclApplyPhase::done && ( busy_ || left ) ) {
       return shown() + " is left in the middle of a pass";
    }

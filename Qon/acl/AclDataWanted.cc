@@ -7,20 +7,21 @@ namespace Qon {
 using Ulnet::IntfId;
 
 void
-AclDataSm::touch( const AclIntfUse & use ) {
-   touched_.emplace( use );
-   aclSm_->changed( this );
-}
-
-void
 AclDataSm::useIs( const AclIntfUse & use, bool active ) {
-   if ( active ? !wanted_.emplace( use ).second : !wanted_.erase( use ) ) {
+   Use * state = uses_.find( use );
+   if ( active == ( state && state->wanted ) ) {
       return;
    }
-   if ( !active && applied_.has( use ) ) {
-      again_.emplace( use );
+   if ( active ) { // behind all others
+      const Use before = state ? *uses_.take( use ) : Use();
+      state = uses_.emplace( use, before ).first;
    }
-   touch( use );
+   state->wanted = active;
+   state->again = state->again || ( !active && state->applied );
+   if ( !std::exchange( state->touched, true ) ) {
+      touched_.push_back( use );
+   }
+   aclSm_->changed( this );
    if ( use.lagMember() ) {
       countMember( use.lagMember(), active );
    }

@@ -150,9 +150,7 @@ AclDirectionTypeConfigSm::aclNameOf( IntfId intf ) const {
 
 void
 AclDirectionTypeConfigSm::handleIntf( const IntfId & intf ) {
-   const Velto::Hold root( aclSm_ );
-   aclSm_->later( type_, direction(), intf );
-   aclSm_->settle();
+   aclSm_->review( type_, direction(), intf );
 }
 
 AclDirectionTypeConfigSm::Pairs
@@ -162,7 +160,7 @@ AclDirectionTypeConfigSm::wantedPairs( IntfId intf ) const {
    auto add = [&]( IntfId port, IntfId lag ) {
       const IntfPairKey pair( port, lag );
       pair.check();
-      pairs.emplace( pair, !aclSm_->managed( port ) );
+      pairs.emplace_back( pair, !aclSm_->managed( port ) );
    };
    if ( Ulnet::PortChannelIntfId::isPortChannelIntfId( intf ) ) {
       for ( IntfId member : lags.membersOf( intf ) ) {
@@ -191,11 +189,12 @@ AclDirectionTypeConfigSm::reviewIntf( IntfId intf ) {
    }
    const Velto::Hold alive( this );
    const String name = attached ? config_->intf( intf ) : String();
-   Held now{ name, attached ? wantedPairs( intf ) : Pairs() };
+   const Pairs wanted = attached ? wantedPairs( intf ) : Pairs();
    const bool wasHeld = held;
    const Held before = held ? std::move( *held ) : Held();
    if ( attached ) {
-      *held_.emplace( intf ).first = now;
+      held = held ? held : held_.emplace( intf, Held() ).first;
+      *held = { name, wanted };
    } else {
       held_.erase( intf );
    }
@@ -203,8 +202,8 @@ AclDirectionTypeConfigSm::reviewIntf( IntfId intf ) {
    if ( Ulnet::SubIntfId::isSubIntfId( intf ) && wasHeld != attached ) {
       aclSm_->subIntfAttachedIs( intf, attached );
    }
-   pairsDel( before, name, now.pairs );
-   pairsAdd( name, now.pairs );
+   pairsDel( before, name, wanted );
+   pairsAdd( name, wanted );
    // A list that goes may be back before the pass is done; an interface that is detached is not.
    if ( !attached && !aclSm_->intfActive( type_, direction(), intf ) ) {
       waitForBlockedDel( intf );
@@ -218,7 +217,7 @@ AclDirectionTypeConfigSm::namingIs( IntfId intf, const String & before, const St
    if ( before == now ) {
       return;
    }
-   if ( auto intfs = naming_.find( before ) ) {
+   if ( auto intfs = before.empty() ? nullptr : naming_.find( before ) ) {
       intfs->erase( intf );
       if ( intfs->empty() ) {
          naming_.erase( before );
@@ -232,15 +231,24 @@ AclDirectionTypeConfigSm::namingIs( IntfId intf, const String & before, const St
 void
 AclDirectionTypeConfigSm::pairsDel( const Held & before, const String & name,
                                     const Pairs & wanted ) {
+   if ( before.pairs.empty() ) {
+      return;
+   }
    const Velto::Ptr< AclConfigSm > configSm = aclSm_->aclConfigSm( type_, before.name );
-   for ( auto && [pair, other] : before.pairs ) {
-      const bool * stays = wanted.find( pair );
-      if ( before.name == name && stays && *stays == other ) {
+   Kiv::DenseMap< IntfPairKey, bool > staying;
+   if ( before.name == name ) {
+      for ( auto & [pair, other] : wanted ) {
+         staying.emplace( pair, other );
+      }
+   }
+   for ( auto & [pair, other] : before.pairs ) {
+      const bool * stays = staying.find( pair );
+      if ( stays && *stays == other ) {
          continue;
       }
       deferred_.erase( pair );
       // What was driven by somebody else and is not any more has nothing to be taken back.
-      if ( configSm && !( stays && before.name == name && other ) ) {
+      if ( configSm && !( stays && other ) ) {
          configSm->intfActiveIs( pair, direction(), false, other );
       }
    }

@@ -2,6 +2,8 @@
 
 #include "Qon/include/acl/AclIntfSm.h"
 
+#include <algorithm>
+
 #include "Qon/acl/AclTrace.h"
 #include "Qon/include/acl/QonAclSm.h"
 #include "Qon/include/framework/HookTap.h"
@@ -24,20 +26,21 @@ AclIntfSm::pairActiveIs( AclType type, AclDirection direction, bool active ) {
 
 bool
 AclIntfSm::wantToBlockIs( const AclDataSm * instance, bool block ) {
-   const U32 before = wantToBlock_.size();
-   if ( block ) {
-      wantToBlock_.emplace( instance );
-   } else {
-      wantToBlock_.erase( instance );
+   const bool before = !wantToBlock_.empty();
+   auto wish = std::find( wantToBlock_.begin(), wantToBlock_.end(), instance );
+   if ( block && wish == wantToBlock_.end() ) {
+      wantToBlock_.push_back( instance );
+   } else if ( !block && wish != wantToBlock_.end() ) {
+      wantToBlock_.erase( wish );
    }
-   return ( before == 0 ) != wantToBlock_.empty();
+   return before == wantToBlock_.empty();
 }
 
 bool
 AclIntfSm::othersWantToBlock( const AclDataSm * instance ) const {
    bool others = false;
-   for ( auto && entry : wantToBlock_ ) {
-      others = others || ( entry.key != instance && entry.key->type() == instance->type() );
+   for ( const AclDataSm * other : wantToBlock_ ) {
+      others = others || ( other != instance && other->type() == instance->type() );
    }
    return others;
 }
@@ -50,7 +53,7 @@ AclIntfSm::handleAclBlocked( bool blocked ) {
 
 // All of them
 
-Velto::Ptr< AclIntfSm >
+Velto::Ptr< AclIntfSm > &
 AclSm::intfSmIs( IntfId intf ) {
    auto [held, fresh] = intfs_.emplace( intf );
    if ( fresh ) {
@@ -79,8 +82,11 @@ AclSm::aclIntfSm( IntfId intf ) const {
 
 void
 AclSm::pairActiveIs( AclType type, AclDirection direction, IntfId intf, bool active ) {
-   intfSmIs( intf )->pairActiveIs( type, direction, active );
-   intfSmIdle( intf );
+   AclIntfSm & sm = *intfSmIs( intf );
+   sm.pairActiveIs( type, direction, active );
+   if ( sm.idle() ) {
+      intfSmIdle( intf );
+   }
 }
 
 bool
@@ -109,11 +115,12 @@ AclSm::blockIs( AclDataSm * instance, IntfId intf, bool block ) {
       QON_TRACE( aclFacility, 4, "Not blocking intf because of cli configuration" ); // fixed text
       return false;
    }
-   if ( !block && !intfs_.has( intf ) ) {
+   auto held = block ? &intfSmIs( intf ) : intfs_.find( intf );
+   if ( !held ) {
       return false;
    }
-   const Velto::Ptr< AclIntfSm > sm = intfSmIs( intf );
-   const Velto::AtEnd idle( [this, intf] { intfSmIdle( intf ); } );
+   const Velto::Ptr< AclIntfSm > sm = *held;
+   const Velto::AtEnd idle( [this, &sm, intf] { sm->idle() ? intfSmIdle( intf ) : void(); } );
    if ( later ) {
       askBlock( *sm, instance, intf, block );
       return block && !sm->answered();
@@ -166,6 +173,9 @@ AclSm::intfBlockedCallback( IntfId intf, bool blocked ) {
 bool
 AclSm::blocksPending() const {
    bool pending = false;
+   if ( !aclHelper()->asyncBlockIntf() ) {
+      return pending;
+   }
    forEachDirection( [&]( AclDirectionTypeConfigSm & sm ) {
       pending = pending || !sm.intfAddWaitForBlocked().empty() ||
                 !sm.intfRemovalWaitForBlocked().empty();

@@ -16,6 +16,9 @@ namespace {
 
 void
 sort( std::vector< Velto::Ptr< AclDataSm > > & instances ) {
+   if ( instances.size() < 2 ) {
+      return;
+   }
    std::stable_sort( instances.begin(), instances.end(), []( auto & a, auto & b ) {
       return a->type() != b->type()         ? a->type() < b->type()
              : a->aclName() != b->aclName() ? a->aclName() < b->aclName()
@@ -35,8 +38,31 @@ AclSm::changed( AclDataSm * instance ) {
 
 void
 AclSm::nextIs( AclDataSm * instance ) {
-   changed_.emplace( instance, Velto::Ptr< AclDataSm >( instance ) );
-   if ( phase_ == AclApplyPhase::done && applyClock_ ) {
+   note( instance );
+   passLater();
+}
+
+void
+AclSm::note( AclDataSm * instance ) {
+   if ( !instance->noted() ) {
+      instance->notedIs( true );
+      changed_.push_back( Velto::Ptr< AclDataSm >( instance ) );
+   }
+}
+
+/** `into`, which is empty, becomes what has changed. */
+void
+AclSm::takeChanged( Instances & into ) {
+   into.swap( changed_ );
+   for ( auto & instance : into ) {
+      instance->notedIs( false );
+   }
+}
+
+/** Whoever settles looks at it when that is done. */
+void
+AclSm::passLater() {
+   if ( passDue() && phase_ == AclApplyPhase::done && applyClock_ && !work_.draining() ) {
       applyClock_->timeMin( Kiv::now() );
    }
 }
@@ -55,15 +81,18 @@ AclSm::handleApplyClock() {
 void
 AclSm::applyIntfsNow() {
    if ( phase_ != AclApplyPhase::done || working_ || starting_ || !staleDone_ || cleanedUp_ ||
-        changed_.empty() || !reverts_.empty() || aclHelper()->deferredOperationsSupported() ) {
+        work_.draining() || changed_.empty() || !reverts_.empty() ||
+        aclHelper()->deferredOperationsSupported() ) {
       return;
    }
-   for ( auto && [instance, held] : changed_ ) {
+   for ( auto & instance : changed_ ) {
       if ( !instance->onlyIntfsChange() ) {
          return;
       }
    }
-   applyClock_->timeIs( Kiv::never ); // unless something is left for it
+   if ( !applyClock_->idle() ) {
+      applyClock_->timeIs( Kiv::never ); // unless something is left for it
+   }
    doApplyAcls();
 }
 
@@ -88,7 +117,7 @@ AclSm::gather( bool forceRecreateAll ) {
    if ( forceRecreateAll ) {
       for ( auto && entry : instances_ ) {
          entry.key->forceIs();
-         changed_.emplace( entry.key, Velto::Ptr< AclDataSm >( entry.key ) );
+         note( entry.key );
       }
    }
    uninstallsAsked_ = false;
@@ -96,9 +125,7 @@ AclSm::gather( bool forceRecreateAll ) {
       doAclRevert();
    }
    if ( pass_.empty() ) {
-      for ( auto && [instance, held] : std::exchange( changed_, {} ) ) {
-         pass_.push_back( held );
-      }
+      takeChanged( pass_ );
    }
    sort( pass_ );
    forEach( pass_, []( AclDataSm & instance ) { instance.begin(); } );
@@ -270,7 +297,7 @@ AclSm::lookForJoins() {
       instance.forEachJoining(
             [&]( IntfId intf ) { mark( instance.type(), instance.key().direction(), intf ); } );
    };
-   for ( auto && [instance, held] : changed_ ) {
+   for ( auto & instance : changed_ ) {
       markAll( *instance );
    }
    for ( auto & instance : pass_ ) {
@@ -307,17 +334,16 @@ void
 AclSm::passDone() {
    working_ = true;
    const Velto::AtEnd idle( [this] { working_ = false; } );
-   const Instances pass = std::exchange( pass_, {} );
+   Instances pass;
+   pass.swap( pass_ );
    unInstallAcl_.clear();
    prepareAcl_.clear();
    retryFailed();
    forEach( pass, []( AclDataSm & instance ) { instance.end(); } );
    error_.run( [&] { checkStatus(); } );
-   forEachDirection( [&]( AclDirectionTypeConfigSm & sm ) {
-      for ( IntfId port : sm.deferredPorts() ) {
-         error_.run( [&] { sm.updateAclOnLagMember( port ); } );
-      }
-   } );
+   if ( std::exchange( membersWait_, false ) ) {
+      doDeferredMembers();
+   }
    const bool force = std::exchange( forceAgain_, false );
    if ( force ) {
       for ( auto && entry : instances_ ) {
@@ -326,16 +352,26 @@ AclSm::passDone() {
       }
    }
    staleDel();
-   const bool due = !changed_.empty() || !reverts_.empty();
-   if ( ( std::exchange( again_, false ) || due ) && applyClock_ ) {
+   if ( ( std::exchange( again_, false ) || passDue() ) && applyClock_ ) {
       applyClock_->timeMin( Kiv::now() );
    }
+   pass.clear();
+   pass_.swap( pass ); // for its room
+}
+
+void
+AclSm::doDeferredMembers() {
+   forEachDirection( [&]( AclDirectionTypeConfigSm & sm ) {
+      for ( IntfId port : sm.deferredPorts() ) {
+         error_.run( [&] { sm.updateAclOnLagMember( port ); } );
+      }
+   } );
 }
 
 /** What is left of a former life decides until all that is wanted has been tried. */
 void
 AclSm::staleDel() {
-   if ( staleDone_ || cleanedUp_ || !changed_.empty() || !reverts_.empty() ) {
+   if ( staleDone_ || cleanedUp_ || passDue() ) {
       return;
    }
    staleDone_ = true;

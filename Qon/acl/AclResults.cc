@@ -153,6 +153,10 @@ AclSm::lastErrors( Kiv::DenseMap< String, LastError > & last ) const {
 
 void
 AclSm::checkStatus() {
+   if ( failing_.empty() && units_.empty() && errdisabled_.empty() && outstanding_.empty() ) {
+      saidAgain_ = false;
+      return;
+   }
    const Velto::Hold alive( this );
    for ( auto && [operation, instance] : outstanding_ ) {
       QON_TRACE( aclFacility, 7, instance->aclName(), " is in pending state." ); // fixed text
@@ -266,7 +270,7 @@ void
 AclSm::doAclRevert() {
    QON_TRACE( aclFacility, 2, "Handling deferred revert of failed Acls" ); // fixed text
    for ( auto && [instance, held] : std::exchange( reverts_, {} ) ) {
-      if ( !changed_.has( instance ) ) { // else what is wanted now comes first
+      if ( !held->noted() ) { // else what is wanted now comes first
          QON_TRACE( aclFacility, 2, "  Reverting  ", held->aclName() ); // fixed text
          pass_.push_back( held );
       }
@@ -389,7 +393,7 @@ AclSm::handleDpAclUpdateRequest() {
 void
 AclSm::handleDpAclUpdateRequestTime() {
    const Velto::Hold alive( this );
-   if ( phase_ != AclApplyPhase::done || !changed_.empty() || !reverts_.empty() ) {
+   if ( phase_ != AclApplyPhase::done || passDue() ) {
       // fixed text
       QON_TRACE( aclFacility, 4, "Waiting for acl update to complete ",
                  in_.dpRequest->requestTime() );

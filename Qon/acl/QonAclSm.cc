@@ -116,7 +116,8 @@ AclSm::doCleanup() {
       sm = nullptr;
    }
    outstanding_ = {};
-   changed_ = {};
+   Instances left;
+   takeChanged( left );
    reverts_ = {};
    failing_ = {};
    hasNotificationActiveIs( false );
@@ -224,20 +225,32 @@ AclSm::settle() {
       return;
    }
    const Velto::Hold alive( this );
-   work_.drain( this, [this]( const Work & work ) {
-      if ( work.host.intf() ) {
-         if ( const Velto::Ptr< PerHostAclStateSm > sm = hosts_.sm( work.host ) ) {
-            sm->review();
-         }
-         return;
+   const Velto::AtEnd answered( [this] { passLater(); } );
+   work_.drain( this, [this]( const Work & work ) { answer( work ); } );
+   applyIntfsNow();
+}
+
+void
+AclSm::review( AclType type, AclDirection direction, IntfId intf ) {
+   if ( !initialized() ) {
+      later( type, direction, intf );
+      return;
+   }
+   const Velto::Hold alive( this );
+   const Velto::AtEnd answered( [this] { passLater(); } );
+   work_.ask( this, { type, direction, intf }, [this]( const Work & work ) { answer( work ); } );
+   applyIntfsNow();
+}
+
+void
+AclSm::answer( const Work & work ) {
+   if ( work.host.intf() ) {
+      if ( const Velto::Ptr< PerHostAclStateSm > sm = hosts_.sm( work.host ) ) {
+         sm->review();
       }
-      if ( const Velto::Ptr< AclDirectionTypeConfigSm > sm =
-                 directionSm( work.type, work.direction ) ) {
-         sm->reviewIntf( work.intf );
-      }
-   } );
-   if ( !work_.draining() ) {
-      applyIntfsNow();
+   } else if ( const Velto::Ptr< AclDirectionTypeConfigSm > sm =
+                     directionSm( work.type, work.direction ) ) {
+      sm->reviewIntf( work.intf );
    }
 }
 
@@ -487,8 +500,7 @@ AclSm::checkInvariants() const {
       return "a pass is done, and something of it is left";
    }
    const bool armed = applyClock_ && !applyClock_->idle();
-   const bool due = !changed_.empty() || !reverts_.empty();
-   if ( initialized() && !cleanedUp_ && phase_ == AclApplyPhase::done && due && !armed ) {
+   if ( initialized() && !cleanedUp_ && phase_ == AclApplyPhase::done && passDue() && !armed ) {
       return "something has changed, and no pass will begin";
    }
    return {};

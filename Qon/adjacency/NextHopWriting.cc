@@ -44,6 +44,16 @@ NextHopCollection::viaListMut() {
    return viaListWrapper_.viaListMut();
 }
 
+/** As viaListMut(), of a list that gets other vias: those that there are are not copied first. */
+void
+NextHopCollection::viasAre( ViaList::Vias && vias ) {
+   const bool wasConsolidated = consolidated();
+   viaListWrapper_.viasAre( std::move( vias ) );
+   if ( wasConsolidated ) {
+      traceUnconsolidated();
+   }
+}
+
 void
 NextHopCollection::updateTotalWeight() {
    U64 total = 0;
@@ -120,28 +130,65 @@ NextHopCollection::nextHopIs( const NextHop & nextHop, U32 weight ) {
    viaAndWeightPush( wanted );
 }
 
+namespace {
+
+constexpr U32 stays = ~0u, goes = stays - 1;
+
+} // namespace
+
+/** Takes entries out. `into( index, entry, kept, n )` is asked in order, once each, and is shown the
+    `n` entries that are kept of those before: `stays`, `goes`, or which of them gets the weight. Entries
+    that somebody else holds are copied only if they are kept. */
+template< class Into >
+void
+NextHopCollection::compact( Into && into ) {
+   const U32 n = viaAndWeights();
+   U32 index = 0, at = stays;
+   const ViaAndWeight * entries = list().vias.data();
+   while ( index < n && ( at = into( index, entries[index], entries, index ) ) == stays ) {
+      ++index;
+   }
+   if ( index == n ) {
+      return;
+   }
+   ViaAndWeight * mine = viaListWrapper_.shared() ? nullptr : viaListMut().vias.data();
+   ViaList::Vias kept;
+   kept.reserve( n );
+   const auto keep = [&]( U32 i ) {
+      if ( mine ) {
+         kept.push_back( std::move( mine[i] ) );
+      } else {
+         kept.push_back( entries[i] );
+      }
+   };
+   for ( U32 i = 0; i < index; ++i ) {
+      keep( i );
+   }
+   U64 total = totalWeight();
+   while ( true ) {
+      if ( at == stays ) {
+         keep( index );
+      } else if ( at == goes ) {
+         total -= entries[index].weight();
+      } else {
+         kept[at].weightIs( kept[at].weight() + entries[index].weight() );
+      }
+      if ( ++index == n ) {
+         break;
+      }
+      at = into( index, entries[index], kept.data(), U32( kept.size() ) );
+   }
+   viasAre( std::move( kept ) );
+   totalWeightIs( total );
+}
+
 /** Deletes the entries of which `gone( index, via )` holds; it is asked in order, once each. */
 template< class Gone >
 void
 NextHopCollection::erase( Gone && gone ) {
-   U32 to = 0;
-   while ( to < viaAndWeights() && !gone( to, list().vias[to].via() ) ) {
-      ++to;
-   }
-   if ( to == viaAndWeights() ) {
-      return;
-   }
-   auto & vias = viaListMut().vias;
-   U64 total = totalWeight() - vias[to].weight();
-   for ( U32 from = to + 1; from < vias.size(); ++from ) {
-      if ( gone( from, vias[from].via() ) ) {
-         total -= vias[from].weight();
-      } else {
-         vias[to++] = std::move( vias[from] );
-      }
-   }
-   vias.resize( to );
-   totalWeightIs( total );
+   compact( [&]( U32 index, const ViaAndWeight & entry, const ViaAndWeight *, U32 ) {
+      return gone( index, entry.via() ) ? goes : stays;
+   } );
 }
 
 void
@@ -189,15 +236,16 @@ template< class Replaced >
 void
 NextHopCollection::replace( Replaced && replaced, const NextHop & replacement ) {
    const NextHop fresh( replacement ); // it may lie in the list
-   ViaList::Vias * vias = nullptr;
-   for ( U32 index = 0; index < viaAndWeights(); ++index ) {
-      const NextHop & via = list().vias[index].via();
+   const ViaAndWeight * entries = list().vias.data();
+   ViaAndWeight * mine = nullptr;
+   for ( U32 index = 0, n = viaAndWeights(); index < n; ++index ) {
+      const NextHop & via = entries[index].via();
       if ( replaced( index, via ) && via != fresh ) {
-         vias = vias ? vias : &viaListMut().vias;
-         ( *vias )[index].viaIs( fresh );
+         entries = mine = mine ? mine : viaListMut().vias.data();
+         mine[index].viaIs( fresh );
       }
    }
-   if ( vias && !mayContainDuplicateNextHops() ) {
+   if ( mine && !mayContainDuplicateNextHops() ) {
       mergeDuplicates();
    }
 }
@@ -219,28 +267,31 @@ NextHopCollection::replaceNextHopsAtIndexes( const Indexes & idxsToDel,
    replace( [&]( U32 index, const NextHop & ) { return sorted.has( index ); }, replacement );
 }
 
+namespace {
+
+bool
+weightFits( const ViaAndWeight & into, const ViaAndWeight & entry ) {
+   return U64( into.weight() ) + entry.weight() <= NextHopCollection::mostWeight;
+}
+
+} // namespace
+
 /** Merges equal next hops into the first one, whose weight becomes the sum. What would pass the
     largest weight stays, and later ones are merged into it. */
 void
 NextHopCollection::mergeDuplicates() {
-   Kiv::DenseMap< NextHop, U32 > into; // where in `weights` what equals it goes
-   std::vector< std::pair< U32, U32 > > weights;
-   Indexes merged;
-   for ( U32 index = 0; index < viaAndWeights(); ++index ) {
-      const auto & entry = list().vias[index];
+   Kiv::DenseMap< NextHop, U32 > into; // which of those that are kept gets what equals it
+   compact( [&]( U32, const ViaAndWeight & entry, const ViaAndWeight * kept, U32 n ) {
       if ( !entry.via() ) {
-         continue;
+         return stays;
       }
-      auto [at, fresh] = into.emplace( entry.via(), U32( weights.size() ) );
-      if ( !fresh && U64( weights[*at].second ) + entry.weight() <= mostWeight ) {
-         weights[*at].second += entry.weight();
-         merged.push_back( index );
-      } else {
-         *at = U32( weights.size() );
-         weights.emplace_back( index, entry.weight() );
+      auto [at, fresh] = into.emplace( entry.via(), n );
+      if ( !fresh && weightFits( kept[*at], entry ) ) {
+         return *at;
       }
-   }
-   mergeEntries( weights, merged );
+      *at = n;
+      return stays;
+   } );
 }
 
 void
@@ -248,45 +299,10 @@ NextHopCollection::compressAdjacentVias() {
    if ( !mayContainDuplicateNextHops() || isNextHopGroup() ) {
       return;
    }
-   std::vector< std::pair< U32, U32 > > runs; // start and summed weight of those with several
-   Indexes idxsToDel;
-   U32 start = 0;
-   U64 sum = 0;
-   const auto close = [&] {
-      if ( !idxsToDel.empty() && idxsToDel.back() > start ) {
-         runs.emplace_back( start, U32( sum ) );
-      }
-   };
-   for ( U32 index = 0; index < viaAndWeights(); ++index ) {
-      const auto & entry = list().vias[index];
-      if ( index && entry.via() == list().vias[start].via() &&
-           sum + entry.weight() <= mostWeight ) {
-         sum += entry.weight();
-         idxsToDel.push_back( index );
-      } else {
-         close();
-         start = index;
-         sum = entry.weight();
-      }
-   }
-   close();
-   mergeEntries( runs, idxsToDel );
-}
-
-/** Gives entries the weights of others that go: the total stays. */
-void
-NextHopCollection::mergeEntries( const std::vector< std::pair< U32, U32 > > & weights,
-                                 const Indexes & idxsToDel ) {
-   if ( idxsToDel.empty() ) {
-      return;
-   }
-   const U64 total = totalWeight();
-   auto & vias = viaListMut().vias;
-   for ( auto [at, weight] : weights ) {
-      vias[at].weightIs( weight );
-   }
-   delNextHopsAtIndexes( idxsToDel );
-   totalWeightIs( total );
+   compact( []( U32, const ViaAndWeight & entry, const ViaAndWeight * kept, U32 n ) {
+      const bool merged = n && kept[n - 1].via() == entry.via() && weightFits( kept[n - 1], entry );
+      return merged ? n - 1 : stays;
+   } );
 }
 
 // Flags
@@ -478,9 +494,14 @@ void
 NextHopCollection::unconsolidate() {
    if ( consolidated() ) {
       viaListWrapper_.unconsolidate();
-      FLINTLOG_TRACE( l2AdjTypesFacility, 9, "unconsolidate", " nhCollType: ",
-                      Kiv::toText( nextHopCollType() ) ); // fixed text
+      traceUnconsolidated();
    }
+}
+
+void
+NextHopCollection::traceUnconsolidated() const {
+   FLINTLOG_TRACE( l2AdjTypesFacility, 9, "unconsolidate", " nhCollType: ",
+                   Kiv::toText( nextHopCollType() ) ); // fixed text
 }
 
 void

@@ -15,9 +15,9 @@ getEncapInfo( const NextHop & via ) {
 namespace Qon::PlatformApi {
 
 ViaList::Ptr
-ViaList::copyViaList() const {
+ViaList::copyWith( Vias && others ) const {
    auto fresh = Velto::make< ViaList >();
-   fresh->vias = vias;
+   fresh->vias = std::move( others );
    fresh->flags = flags;
    fresh->groupInfo = groupInfo;
    fresh->tunnelType = tunnelType;
@@ -166,6 +166,17 @@ ViaListWrapper::viaListMut() {
    QON_L2ADJ_ASSERT( viaList_->useCount() == 1 );
    QON_L2ADJ_ASSERT( viaList_ != globalDefaultViaList_ );
    return *viaList_;
+}
+
+void
+ViaListWrapper::viasAre( ViaList::Vias && vias ) {
+   if ( shared() ) {
+      viaList_ = viaList_->copyWith( std::move( vias ) );
+      viaList_->flags = viaList_->flags.unrecorded();
+      consolidated_ = false;
+   } else {
+      viaListMut().vias = std::move( vias );
+   }
 }
 
 void

@@ -48,16 +48,12 @@ VlanXlateConfigSm::doApplyConfig() {
 
 void
 VlanXlateConfigSm::handleVlanXlate( Direction direction, const Key & key ) {
-   const bool wanted = config_->vlanXlateHas( direction, key );
-   const auto mapping = config_->vlanXlate( direction, key );
-   if ( !isNative( key ) ) {
-      sm_->translations_->forgetOld( intf(), direction, key, source_ );
-      sm_->translations_->askKey( intf(), direction, key );
-      sm_->translations_->settle();
-   }
-   if ( wanted ) {
+   const Velto::Ptr< const Config > config = config_;
+   const bool fine =
+         !isNative( key ) && sm_->translations_->wishChanged( intf(), direction, key, source_ );
+   if ( !fine && config->vlanXlateHas( direction, key ) ) {
       Bridging::checkVlanXlate( key );
-      Bridging::checkVlanXlate( mapping );
+      Bridging::checkVlanXlate( config->vlanXlate( direction, key ) );
    }
 }
 

@@ -8,39 +8,25 @@ using Ulnet::IntfId;
 
 bool
 VlanTranslations::Interface::empty() const {
-   return !input[0] && !input[1] && !ruler && members.empty() && entries[0].empty() &&
+   return !pins && !input[0] && !input[1] && !ruler && members.empty() && entries[0].empty() &&
           entries[1].empty();
 }
 
 // --- The tables ----------------------------------------------------------------------------------
 
 VlanTranslations::Interface &
-VlanTranslations::at( IntfId intf ) {
-   if ( !find( intf ) ) {
-      recent_ = ( *interfaces_.emplace( intf ).first = std::make_unique< Interface >() ).get();
-   }
+VlanTranslations::make( IntfId intf ) {
+   forgetWishes(); // one that was dropped may have had its place
+   recentIntf_ = intf;
+   recent_ = ( *interfaces_.emplace( intf ).first = std::make_unique< Interface >() ).get();
    return *recent_;
 }
 
 const VlanTranslations::Interface *
-VlanTranslations::find( IntfId intf ) const {
-   if ( !recent_ || recentIntf_ != intf ) {
-      auto held = interfaces_.find( intf );
-      recentIntf_ = intf;
-      recent_ = held ? held->get() : nullptr;
-   }
-   return recent_;
-}
-
-const VlanTranslations::Entry *
-VlanTranslations::find( IntfId intf, Direction d, Key key ) const {
-   auto i = find( intf );
-   return i ? i->entries[U8( d )].find( key ) : nullptr;
-}
-
-VlanTranslations::Entry &
-VlanTranslations::entry( IntfId intf, Direction d, Key key ) {
-   return at( intf ).entries[U8( d )].at( key );
+VlanTranslations::look( IntfId intf ) const {
+   auto held = interfaces_.find( intf );
+   recentIntf_ = intf;
+   return recent_ = held ? held->get() : nullptr;
 }
 
 void
@@ -52,13 +38,8 @@ VlanTranslations::dropIfEmpty( IntfId intf ) {
    }
 }
 
-bool
-VlanTranslations::isLag( IntfId intf ) const {
-   return Ulnet::PortChannelIntfId::isPortChannelIntfId( intf );
-}
-
 std::span< const IntfId >
-VlanTranslations::targets( const IntfId & intf, const Interface & i, bool inLag ) const {
+VlanTranslations::targets( const IntfId & intf, const Interface & i, bool inLag ) {
    if ( i.ruler ) {
       return {};
    }
@@ -126,6 +107,7 @@ void
 VlanTranslations::inputIs( IntfId intf, Source source, Velto::Ptr< const Config > config ) {
    Interface & i = at( intf );
    i.input[U8( source )] = config;
+   forgetWishes(); // that were the former one's
    if ( !config ) {
       askAll( intf, source, false );
    }
@@ -134,6 +116,20 @@ VlanTranslations::inputIs( IntfId intf, Source source, Velto::Ptr< const Config 
 void
 VlanTranslations::askKey( IntfId intf, Direction d, Key key, Source apply ) {
    ask( { What::key, d, apply, intf, key } );
+}
+
+bool
+VlanTranslations::wishChanged( IntfId intf, Direction d, Key key, Source source ) {
+   forgetOld( intf, d, key, source );
+   forgetWishes();
+   const bool there = knownWish( place( intf, d, key ), source ).has_value();
+   const Question question = { What::key, d, Source::None, intf, key };
+   if ( holdUp_ ) {
+      ask( question );
+   } else {
+      work_.ask( sm_, question, [this]( const Question & q ) { answer( q ); } );
+   }
+   return there;
 }
 
 void
@@ -181,7 +177,7 @@ VlanTranslations::askAll( IntfId intf, Source source, bool apply ) {
 bool
 VlanTranslations::forgetOld( IntfId intf, Direction d, Key key, Source source ) {
    Interface & i = at( intf );
-   if ( i.givenUp.empty() && i.reported.empty() ) {
+   if ( !i.remembers() ) {
       return false;
    }
    const Claim claim = { key, d, source };
@@ -234,7 +230,7 @@ VlanTranslations::answer( const Question & q ) {
    const IntfId intf = q.intf;
    switch ( q.what ) {
    case What::key:
-      reviewKey( intf, q.direction, q.key, q.apply );
+      reviewKey( place( intf, q.direction, q.key ), q.apply );
       sm_->tell( intf, q.direction, q.key );
       break;
    case What::port:
@@ -256,84 +252,86 @@ VlanTranslations::answer( const Question & q ) {
 // --- The owner of a key --------------------------------------------------------------------------
 
 void
-VlanTranslations::reviewKey( IntfId intf, Direction d, Key key, Source apply ) {
-   Interface & i = at( intf );
-   for ( Source source : qonVlanMappingSources ) {
-      forgetOld( intf, d, key, source );
+VlanTranslations::reviewKey( const Place & p, Source apply ) {
+   const Velto::AtEnd done( [this] { forgetWishes(); } );
+   if ( p.of.remembers() ) {
+      for ( Source source : qonVlanMappingSources ) {
+         forgetOld( p.intf, p.direction, p.key, source );
+      }
    }
-   if ( !find( intf, d, key ) && !wish( i, d, key, Source::BriselCli ) &&
-        !wish( i, d, key, Source::Steerline ) ) {
+   if ( !p.of.entries[U8( p.direction )].find( p.key ) && !knownWish( p, Source::BriselCli ) &&
+        !knownWish( p, Source::Steerline ) ) {
       return;
    }
-   settleOwner( intf, d, key, apply );
-   const Source owner = entry( intf, d, key ).owner;
-   if ( owner == Source::None && !i.ruler ) {
-      withdraw( intf, d, key ); // what an exception left behind
-   } else if ( i.input[0] && i.input[1] ) {
-      reportConflicts( intf, d, key );
+   settleOwner( p, apply );
+   const Source owner = p.entry().owner;
+   if ( owner == Source::None ) {
+      if ( !p.of.ruler ) {
+         withdraw( p ); // what an exception left behind
+      }
+   } else if ( p.of.input[0] && p.of.input[1] ) {
+      reportConflicts( p, owner );
    }
-   conclude( intf, d, key );
+   conclude( p );
 }
 
 /** Tells everybody what is so now. */
 void
-VlanTranslations::conclude( IntfId intf, Direction d, Key key ) {
-   Interface & i = at( intf );
-   for ( IntfId port : targets( intf, i, isLag( intf ) ) ) {
-      publishPort( intf, port, d, key );
+VlanTranslations::conclude( const Place & p ) {
+   for ( IntfId port : targets( p, p.lag() ) ) {
+      publishPort( p, port );
    }
-   announce( intf, d, key );
-   if ( isNative( key ) && d == Direction::egress ) {
-      reviewEncap( intf );
+   if ( p.entry().announce ) {
+      announce( p );
    }
-   if ( entry( intf, d, key ).empty() ) {
-      i.entries[U8( d )].erase( key );
+   if ( isNative( p.key ) && p.direction == Direction::egress ) {
+      reviewEncap( p.intf );
+   }
+   if ( p.entry().empty() ) {
+      p.of.entries[U8( p.direction )].erase( p.key );
    }
 }
 
 /** Until somebody owns the key and has it on all ports, or nobody wants it who could have it. */
 void
-VlanTranslations::settleOwner( IntfId intf, Direction d, Key key, Source apply ) {
-   Interface & i = at( intf );
+VlanTranslations::settleOwner( const Place & p, Source apply ) {
    Source former = Source::None;
    for ( ;; ) {
-      Entry & e = entry( intf, d, key );
+      Entry & e = p.entry();
       if ( e.owner == Source::None ) {
-         const Source next = nextOwner( intf, d, key, former );
+         const Source next = nextOwner( p, former );
          if ( next == Source::None ) {
             return;
          }
-         claim( d, intf, key, *wish( i, d, key, next ), isLag( intf ), next );
-         if ( entry( intf, d, key ).owner != Source::None ) {
+         claim( p, *knownWish( p, next ), p.lag(), next );
+         if ( p.entry().owner != Source::None ) {
             return;
          }
          former = next;
          continue;
       }
       const Source owner = e.owner;
-      const auto wanted = wish( i, d, key, owner );
+      const auto & wanted = knownWish( p, owner );
       if ( !wanted ) {
-         withdraw( intf, d, key );
+         withdraw( p );
          former = owner;
          continue;
       }
       e.mapping = *wanted;
-      const Status status =
-            program( intf, d, key, isLag( intf ), apply == owner ? apply : Source::None );
+      const Status status = program( p, p.lag(), apply == owner ? apply : Source::None );
       if ( status != Status::full && status != Status::failed ) {
          return;
       }
-      giveUp( intf, d, key, status );
+      giveUp( p, status );
       former = owner;
    }
 }
 
 /** Who claims a key that is free: in order, but whoever has just lost it last. */
 QonVlanMappingSource
-VlanTranslations::nextOwner( IntfId intf, Direction d, Key key, Source former ) const {
-   const Interface & i = *find( intf );
+VlanTranslations::nextOwner( const Place & p, Source former ) const {
    auto may = [&]( Source source ) {
-      return wish( i, d, key, source ) && !i.givenUp.has( { key, d, source } );
+      return knownWish( p, source ) && !p.of.givenUp.has( { p.key, p.direction, source } );
    };
    for ( Source source : qonVlanMappingSources ) {
       if ( source != former && may( source ) ) {
@@ -344,28 +342,32 @@ VlanTranslations::nextOwner( IntfId intf, Direction d, Key key, Source former ) 
 }
 
 void
-VlanTranslations::reportConflicts( IntfId intf, Direction d, Key key ) {
-   Interface & i = at( intf );
-   const Source owner = entry( intf, d, key ).owner;
+VlanTranslations::reportConflicts( const Place & p, Source owner ) {
    for ( Source source : qonVlanMappingSources ) {
-      const Claim claim = { key, d, source };
-      const auto wanted = source == owner ? std::nullopt : wish( i, d, key, source );
-      if ( owner != Source::None && wanted && !i.givenUp.has( claim ) ) {
-         reportConflict( intf, d, key, source, *wanted );
+      if ( source != owner ) {
+         const auto & wanted = knownWish( p, source );
+         if ( wanted && !p.of.givenUp.has( { p.key, p.direction, source } ) ) {
+            reportConflict( p, source, *wanted );
+         }
       }
    }
 }
 
 /** Once for what is wanted; with another owner all of it is forgotten. */
 void
-VlanTranslations::reportConflict( IntfId intf, Direction d, Key key, Source source,
-                                  Mapping wanted ) {
-   auto [known, fresh] = at( intf ).reported.emplace( { key, d, source }, wanted );
+VlanTranslations::reportConflict( const Place & p, Source source, Mapping wanted ) {
+   auto [known, fresh] = p.of.reported.emplace( { p.key, p.direction, source }, wanted );
    if ( fresh || !( *known == wanted ) ) {
       *known = wanted;
-      vlanMappingLog.conflict( subject( intf, d, key, wanted ), shownSource( source ),
-                               shownSource( entry( intf, d, key ).owner ) );
+      vlanMappingLog.conflict( subject( p, wanted ), shownSource( source ),
+                               shownSource( p.entry().owner ) );
    }
+}
+
+bool
+VlanTranslations::owned( Interface & i, Direction d, Key key ) {
+   auto e = i.entries[U8( d )].find( key );
+   return e && e->owner != Source::None;
 }
 
 VlanTranslations::Status
@@ -376,15 +378,22 @@ VlanTranslations::add( Direction d, IntfId intf, Key key, Mapping mapping, bool 
       Bridging::checkVlanXlate( mapping );
    }
    const Velto::Hold alive( sm_ );
-   const Source owner = entry( intf, d, key ).owner;
+   const Place p = place( intf, d, key );
+   ++p.of.pins;
+   const Velto::AtEnd done( [&] { --p.of.pins; } );
+   const Source owner = p.entry().owner;
    Status status = Status::failed;
    if ( owner != Source::None && owner != source ) {
-      reportConflict( intf, d, key, source, mapping );
+      reportConflict( p, source, mapping );
    } else {
-      entry( intf, d, key ).announce = false;
-      status = claim( d, intf, key, mapping, inLag, source );
+      p.entry().announce = false;
+      if ( U16 & native = p.of.native[U8( d )];
+           isNative( key ) && !owned( p.of, d, nativeKey( Bridging::VlanIdOrNone( native ) ) ) ) {
+         native = key.vlanId(); // until the configuration says something
+      }
+      status = claim( p, mapping, inLag, source );
    }
-   conclude( intf, d, key );
+   conclude( p );
    sm_->tell( intf, d, key );
    return status;
 }
@@ -394,7 +403,10 @@ VlanTranslations::del( Direction d, IntfId intf, Key key, Source source ) {
    auto e = find( intf, d, key );
    if ( e && e->owner == source ) {
       const Velto::Hold alive( sm_ );
-      withdraw( intf, d, key );
+      const Place p = place( intf, d, key );
+      ++p.of.pins;
+      const Velto::AtEnd done( [&] { --p.of.pins; } );
+      withdraw( p );
       if ( isNative( key ) && d == Direction::egress ) {
          reviewEncap( intf );
       }
@@ -404,31 +416,30 @@ VlanTranslations::del( Direction d, IntfId intf, Key key, Source source ) {
 
 /** The source has the key from now on, if its ports can have what it wants. */
 VlanTranslations::Status
-VlanTranslations::claim( Direction d, IntfId intf, Key key, Mapping mapping, bool inLag,
-                         Source source ) {
-   Entry & e = entry( intf, d, key );
-   if ( e.owner == Source::None && !at( intf ).reported.empty() ) {
+VlanTranslations::claim( const Place & p, Mapping mapping, bool inLag, Source source ) {
+   Entry & e = p.entry();
+   if ( e.owner == Source::None ) {
       for ( Source any : qonVlanMappingSources ) {
-         at( intf ).reported.erase( { key, d, any } );
+         p.of.reported.erase( { p.key, p.direction, any } );
       }
    }
    e.owner = source;
    e.mapping = mapping;
-   const Status status = program( intf, d, key, inLag, Source::None );
+   const Status status = program( p, inLag, Source::None );
    if ( status == Status::full || status == Status::failed ) {
-      giveUp( intf, d, key, status );
+      giveUp( p, status );
    }
    return status;
 }
 
 /** Takes the key from its ports; it is free. */
 void
-VlanTranslations::withdraw( IntfId intf, Direction d, Key key ) {
+VlanTranslations::withdraw( const Place & p ) {
    Velto::FirstError error;
-   for ( IntfId port : targets( intf, at( intf ), isLag( intf ) ) ) {
-      error.run( [&] { removePort( intf, port, d, key ); } );
+   for ( IntfId port : targets( p, p.lag() ) ) {
+      error.run( [&] { removePort( p, port ); } );
    }
-   Entry & e = entry( intf, d, key );
+   Entry & e = p.entry();
    e.announce = e.owner != Source::None ? !silent_ : e.announce;
    e.owner = Source::None;
    error.pass();
@@ -436,38 +447,34 @@ VlanTranslations::withdraw( IntfId intf, Direction d, Key key ) {
 
 /** The owner's translation cannot be had, until the wish for it changes. */
 void
-VlanTranslations::giveUp( IntfId intf, Direction d, Key key, Status why ) {
-   const Entry e = entry( intf, d, key );
-   *at( intf ).givenUp.emplace( { key, d, e.owner } ).first = e.mapping;
+VlanTranslations::giveUp( const Place & p, Status why ) {
+   const Entry e = p.entry();
+   *p.of.givenUp.emplace( { p.key, p.direction, e.owner } ).first = e.mapping;
    Velto::FirstError error;
    if ( why == Status::full ) {
-      error.run(
-            [&] { vlanMappingLog.full( subject( intf, d, key, e.mapping ), isNative( key ) ); } );
+      error.run( [&] { vlanMappingLog.full( subject( p, e.mapping ), isNative( p.key ) ); } );
    }
-   error.run( [&] { withdraw( intf, d, key ); } );
+   error.run( [&] { withdraw( p ); } );
    error.pass();
 }
 
 void
-VlanTranslations::announce( IntfId intf, Direction d, Key key ) {
-   Entry & e = entry( intf, d, key );
-   if ( !e.announce ) {
-      return;
-   }
+VlanTranslations::announce( const Place & p ) {
+   Entry & e = p.entry();
    if ( e.owner == Source::None ) {
       e.announce = false;
       return;
    }
-   const auto ports = targets( intf, at( intf ), isLag( intf ) );
+   const auto ports = targets( p, p.lag() );
    for ( IntfId port : ports ) {
-      auto held = find( port, d, key );
+      auto held = find( port, p.direction, p.key );
       if ( !held || ( held->state != State::held && held->state != State::handedHeld ) ) {
          return;
       }
    }
    if ( !ports.empty() ) {
       e.announce = false;
-      vlanMappingLog.programmed( subject( intf, d, key, e.mapping ), shownSource( e.owner ) );
+      vlanMappingLog.programmed( subject( p, e.mapping ), shownSource( e.owner ) );
    }
 }
 

@@ -53,25 +53,27 @@ class VlanTranslations {
 
       bool empty() const { return owner == Source::None && state == State::none; }
    };
-   /** Entries by key. It remembers where it found the last one: a question asks for one key many
-       times. */
+   /** Entries by key. It remembers where it found the last one, or that there is none: a question asks
+       for one key many times. */
    class Entries {
     public:
       Entry * find( Key key ) {
-         if ( !recent_ || !( recentKey_ == key ) ) {
+         if ( !known_ || !( recentKey_ == key ) ) {
             recentKey_ = key;
             recent_ = table_.find( key );
+            known_ = true;
          }
          return recent_;
       }
       /** Makes it if there is none. */
       Entry & at( Key key ) {
-         Entry * held = find( key );
-         recent_ = held ? held : table_.emplace( key ).first;
+         if ( !find( key ) ) {
+            recent_ = table_.emplace( key ).first;
+         }
          return *recent_;
       }
       void erase( Key key ) {
-         recent_ = nullptr; // others may move
+         known_ = false; // others may move
          table_.erase( key );
       }
       bool empty() const { return table_.empty(); }
@@ -81,6 +83,7 @@ class VlanTranslations {
     private:
       Kiv::DenseMap< Key, Entry > table_;
       Key recentKey_;
+      bool known_ = false;
       Entry * recent_ = nullptr;
    };
    struct Claim {
@@ -98,11 +101,27 @@ class VlanTranslations {
       IntfId ruler;                        // whose translations it has, while it is a member
       std::vector< IntfId > members;
       mutable Entries entries[2]; // of each direction
-      U16 native[2] = {};         // the VLAN whose key was asked for last
+      U16 native[2] = {};         // the VLAN whose key was asked or added last
       Kiv::DenseMap< Claim, Mapping > givenUp;
       Kiv::DenseMap< Claim, Mapping > reported; // as conflicts
 
+      U32 pins = 0; // somebody works on it
+
       bool empty() const;
+      /** Something of wishes that may have changed since. */
+      bool remembers() const { return !givenUp.empty() || !reported.empty(); }
+   };
+
+   /** A key of a configured interface: what is being looked at. The interface stays as long. */
+   struct Place {
+      IntfId intf;
+      Interface & of;
+      Direction direction;
+      Key key;
+
+      /** Makes it if there is none. Hooks and watchers may take it away. */
+      Entry & entry() const { return of.entries[U8( direction )].at( key ); }
+      bool lag() const { return Ulnet::PortChannelIntfId::isPortChannelIntfId( intf ); }
    };
 
    explicit VlanTranslations( VlanMappingSm * sm ) : sm_( sm ) {}
@@ -114,6 +133,9 @@ class VlanTranslations {
    /** The native VLAN changed: both keys that it is about. */
    void askNative( IntfId intf, Direction d );
    void askKey( IntfId intf, Direction d, Key key, Source apply = Source::None );
+   /** The source wants something else under the key: askKey() and settle() in one. False if what it
+       wants cannot be, or it wants nothing. */
+   bool wishChanged( IntfId intf, Direction d, Key key, Source source );
    /** Every key that is wanted by the source or kept. */
    void askAll( IntfId intf, Source source, bool apply );
    void askPort( IntfId port ) { ask( { What::port, {}, Source::None, port, {} } ); }
@@ -166,44 +188,77 @@ class VlanTranslations {
       IntfId intf;
       Key key;
    };
-   void ask( const Question & question ) { work_.add( question ); }
+   void ask( const Question & question ) {
+      forgetWishes();
+      work_.add( question );
+   }
    void answer( const Question & question );
 
-   Interface & at( IntfId intf );
-   const Interface * find( IntfId intf ) const;
-   const Entry * find( IntfId intf, Direction d, Key key ) const;
-   Entry & entry( IntfId intf, Direction d, Key key );
+   /** Makes it if there is none. */
+   Interface & at( IntfId intf ) { return find( intf ) ? *recent_ : make( intf ); }
+   Interface & make( IntfId intf );
+   const Interface * find( IntfId intf ) const {
+      return recent_ && recentIntf_ == intf ? recent_ : look( intf );
+   }
+   const Interface * look( IntfId intf ) const;
+   const Entry * find( IntfId intf, Direction d, Key key ) const {
+      auto i = find( intf );
+      return i ? i->entries[U8( d )].find( key ) : nullptr;
+   }
+   Entry & entry( IntfId intf, Direction d, Key key ) {
+      return at( intf ).entries[U8( d )].at( key );
+   }
+   Place place( IntfId intf, Direction d, Key key ) { return { intf, at( intf ), d, key }; }
+   /** What `port`, to which the interface leads, holds. */
+   Entry & held( const Place & p, IntfId port ) {
+      return port == p.intf ? p.entry() : entry( port, p.direction, p.key );
+   }
    void dropIfEmpty( IntfId intf );
-   bool isLag( IntfId intf ) const;
    /** The ports that the interface leads to now. */
-   std::span< const IntfId > targets( const IntfId & intf, const Interface & i, bool inLag ) const;
+   static std::span< const IntfId > targets( const Place & p, bool inLag ) {
+      return targets( p.intf, p.of, inLag );
+   }
+   static std::span< const IntfId > targets( const IntfId & intf, const Interface & i, bool inLag );
    std::optional< Mapping > wish( const Interface & i, Direction d, Key key, Source source ) const;
+   /** The same, read once a review unless something is asked meanwhile. */
+   const std::optional< Mapping > & knownWish( const Place & p, Source source ) const {
+      Wish & known = wishes_[U8( source )];
+      if ( known.of != &p.of || known.direction != p.direction || !( known.key == p.key ) ) {
+         known.mapping = wish( p.of, p.direction, p.key, source );
+         known.of = &p.of;
+         known.direction = p.direction;
+         known.key = p.key;
+      }
+      return known.mapping;
+   }
+   void forgetWishes() { wishes_[0].of = wishes_[1].of = nullptr; }
    IntfId rulerOf( IntfId port ) const;
 
-   void reviewKey( IntfId intf, Direction d, Key key, Source apply );
-   void settleOwner( IntfId intf, Direction d, Key key, Source apply );
-   Source nextOwner( IntfId intf, Direction d, Key key, Source former ) const;
-   Status claim( Direction d, IntfId intf, Key key, Mapping mapping, bool inLag, Source source );
-   void reportConflicts( IntfId intf, Direction d, Key key );
-   void reportConflict( IntfId intf, Direction d, Key key, Source source, Mapping wanted );
-   void conclude( IntfId intf, Direction d, Key key );
+   static bool owned( Interface & i, Direction d, Key key );
+   void reviewKey( const Place & p, Source apply );
+   void settleOwner( const Place & p, Source apply );
+   Source nextOwner( const Place & p, Source former ) const;
+   Status claim( const Place & p, Mapping mapping, bool inLag, Source source );
+   void reportConflicts( const Place & p, Source owner );
+   void reportConflict( const Place & p, Source source, Mapping wanted );
+   void conclude( const Place & p );
    void reviewPort( IntfId port );
    void clearPort( IntfId port, IntfId ruler );
    void sweep( IntfId port, Direction d, Key key );
    void reviewStatus( IntfId port, Direction d, Key key );
 
-   Status program( IntfId intf, Direction d, Key key, bool inLag, Source apply );
-   Status programPort( IntfId intf, IntfId port, Direction d, Key key, bool inLag, Source apply );
-   Status handOver( IntfId intf, IntfId port, Direction d, Key key, Entry & held );
-   void took( IntfId intf, IntfId port, Direction d, Key key, Status status );
-   void giveUp( IntfId intf, Direction d, Key key, Status why );
-   void withdraw( IntfId intf, Direction d, Key key );
-   void removePort( IntfId intf, IntfId port, Direction d, Key key );
-   void announce( IntfId intf, Direction d, Key key );
+   Status program( const Place & p, bool inLag, Source apply );
+   Status programPort( const Place & p, IntfId port, bool inLag, Source apply );
+   Status handOver( const Place & p, IntfId port, Entry & held );
+   void took( const Place & p, IntfId port, Status status );
+   void giveUp( const Place & p, Status why );
+   void withdraw( const Place & p );
+   void removePort( const Place & p, IntfId port );
+   void announce( const Place & p );
 
-   void publishPort( IntfId intf, IntfId port, Direction d, Key key );
+   void publishPort( const Place & p, IntfId port );
    void publishKeySet( IntfId port, Key key );
-   void publishMember( IntfId lag, IntfId port, Direction d, Key key );
+   void publishMember( const Place & p, IntfId port );
    void unpublishMember( IntfId lag, IntfId port );
    void reviewEncap( IntfId intf );
 
@@ -215,9 +270,18 @@ class VlanTranslations {
                       const Entry & entry ) const;
 
    QonVlanMappingConfigDir * directory( Direction d ) const;
-   VlanMappingLog::Subject subject( IntfId intf, Direction d, Key key, Mapping mapping ) const {
-      return { intf, d, key, mapping };
+   static VlanMappingLog::Subject subject( const Place & p, Mapping mapping ) {
+      return { p.intf, p.direction, p.key, mapping };
    }
+
+   /** What a source wants under a key, as read last. Any question that comes in may be about another
+       wish: then all is read anew. */
+   struct Wish {
+      const Interface * of = nullptr;
+      Direction direction;
+      Key key;
+      std::optional< Mapping > mapping;
+   };
 
    VlanMappingSm * const sm_;
    bool graceful_ = false;
@@ -229,6 +293,7 @@ class VlanTranslations {
    Kiv::DenseMap< IntfId, std::unique_ptr< Interface > > interfaces_;
    mutable IntfId recentIntf_; // that was looked up last, and is there
    mutable Interface * recent_ = nullptr;
+   mutable Wish wishes_[2];           // of each source
    KeySet< PortVlanKey > delayed_[2]; // additions that wait for the codef clock
    WorkQueue< Question > work_;
 };

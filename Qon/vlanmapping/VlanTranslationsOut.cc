@@ -22,6 +22,11 @@ handed( const Entry & e ) {
    return e.state >= State::handedOver;
 }
 
+bool
+isLag( IntfId intf ) {
+   return Ulnet::PortChannelIntfId::isPortChannelIntfId( intf );
+}
+
 String
 nameOf( Bridging::VlanMappingDirection d, const PortVlanKey & key ) {
    return Kiv::toText( d ) + " " + key.portId().stringValue() + ", VLAN " +
@@ -36,12 +41,12 @@ nameOf( Bridging::VlanMappingDirection d, const PortVlanKey & key ) {
 // --- Outputs -------------------------------------------------------------------------------------
 
 void
-VlanTranslations::publishPort( IntfId intf, IntfId port, Direction d, Key key ) {
+VlanTranslations::publishPort( const Place & p, IntfId port ) {
    if ( graceful_ || handing_ ) {
-      publishKeySet( port, key );
+      publishKeySet( port, p.key );
    }
-   if ( port != intf && sm_->in_.qonVlanLagMemberStatusDir ) {
-      publishMember( intf, port, d, key );
+   if ( port != p.intf && sm_->in_.qonVlanLagMemberStatusDir ) {
+      publishMember( p, port );
    }
 }
 
@@ -73,16 +78,17 @@ VlanTranslations::publishKeySet( IntfId port, Key key ) {
 }
 
 void
-VlanTranslations::publishMember( IntfId lag, IntfId port, Direction d, Key key ) {
+VlanTranslations::publishMember( const Place & p, IntfId port ) {
    auto & dir = sm_->in_.qonVlanLagMemberStatusDir;
-   auto held = find( port, d, key );
+   const IntfId lag = p.intf;
+   auto held = find( port, p.direction, p.key );
    const bool there = held && programmed( *held );
    if ( !there && !dir->lagStatusHas( lag ) ) {
       return;
    }
    const Velto::Ptr< QonVlanLagStatus > ofLag = dir->lagStatusIs( lag );
    const Velto::Ptr< QonVlanLagMemberStatus > member = ofLag->memberStatusIs( port );
-   member->keyIs( d, key, there );
+   member->keyIs( p.direction, p.key, there );
    if ( member->empty() ) {
       ofLag->memberStatusDel( port );
    }
@@ -111,18 +117,15 @@ void
 VlanTranslations::reviewEncap( IntfId intf ) {
    auto acsd = sm_->acsd();
    auto i = find( intf );
-   auto config = i ? i->input[U8( Source::BriselCli )].ptr() : nullptr;
-   const auto vlan =
-         config ? static_cast< const Bridging::SwitchIntfConfig * >( config )->egressNativeVlan()
-                : Bridging::VlanIdOrNone();
+   const U16 vlan = i ? i->native[U8( Direction::egress )] : 0;
    bool there = false;
-   if ( !vlan.isNone() ) {
+   if ( vlan ) {
       for ( IntfId port : targets( intf, *i, isLag( intf ) ) ) {
-         auto held = find( port, Direction::egress, nativeKey( vlan ) );
+         auto held = find( port, Direction::egress, nativeKey( Bridging::VlanId( vlan ) ) );
          there |= held && ( programmed( *held ) || held->state == State::handedOver );
       }
    }
-   there ? acsd->encapVlanIs( intf, vlan ) : acsd->encapVlanDel( intf );
+   there ? acsd->encapVlanIs( intf, Bridging::VlanId( vlan ) ) : acsd->encapVlanDel( intf );
 }
 
 // --- Start ---------------------------------------------------------------------------------------
@@ -215,8 +218,9 @@ VlanTranslations::reviewStatus( IntfId port, Direction d, Key key ) {
    Entry & held = entry( port, d, key );
    const bool handed = held.state >= State::handedOver;
    if ( status.result() == Status::full || status.result() == Status::failed ) {
-      if ( entry( intf, d, key ).owner != Source::None ) {
-         giveUp( intf, d, key, status.result() );
+      const Place p = place( intf, d, key );
+      if ( p.entry().owner != Source::None ) {
+         giveUp( p, status.result() );
       }
    } else if ( handed && status.result() == Status::success ) {
       held.state = State::handedHeld;

@@ -8,12 +8,12 @@ using Ulnet::IntfId;
 
 /** Makes every port hold what the owner wants. Stops where there is no room. */
 VlanTranslations::Status
-VlanTranslations::program( IntfId intf, Direction d, Key key, bool inLag, Source apply ) {
+VlanTranslations::program( const Place & p, bool inLag, Source apply ) {
    Status worst = Status::success;
    Velto::FirstError error;
-   for ( IntfId port : targets( intf, at( intf ), inLag ) ) {
+   for ( IntfId port : targets( p, inLag ) ) {
       Status status = worst;
-      error.run( [&] { status = programPort( intf, port, d, key, inLag, apply ); } );
+      error.run( [&] { status = programPort( p, port, inLag, apply ); } );
       if ( status == Status::full || status == Status::failed || worst == Status::success ||
            ( worst == Status::handedOver && status == Status::notNow ) ) {
          worst = status;
@@ -27,11 +27,11 @@ VlanTranslations::program( IntfId intf, Direction d, Key key, bool inLag, Source
 }
 
 VlanTranslations::Status
-VlanTranslations::programPort( IntfId intf, IntfId port, Direction d, Key key, bool inLag,
-                               Source apply ) {
-   const Mapping mapping = entry( intf, d, key ).mapping;
-   const Source owner = entry( intf, d, key ).owner;
-   Entry & e = entry( port, d, key );
+VlanTranslations::programPort( const Place & p, IntfId port, bool inLag, Source apply ) {
+   const Direction d = p.direction;
+   const Mapping mapping = p.entry().mapping;
+   const Source owner = p.entry().owner;
+   Entry & e = held( p, port );
    const bool fresh = e.state == State::none;
    const bool same = !fresh && e.held == mapping && e.heldFor == owner;
    if ( same && apply == Source::None && e.state != State::trying ) {
@@ -40,7 +40,7 @@ VlanTranslations::programPort( IntfId intf, IntfId port, Direction d, Key key, b
                                                                     : Status::notNow;
    }
    if ( fresh && sm_->timeDelay() > 0 && !paced_ ) {
-      delayed_[U8( d )].emplace( PortVlanKey::of( intf, key ) );
+      delayed_[U8( d )].emplace( PortVlanKey::of( p.intf, p.key ) );
       auto clock = d == Direction::ingress ? sm_->codefClockIngress() : sm_->codefClockEgress();
       clock->timeMin( Kiv::now() + sm_->timeDelay() );
       return Status::notNow;
@@ -49,43 +49,44 @@ VlanTranslations::programPort( IntfId intf, IntfId port, Direction d, Key key, b
    e.held = mapping;
    e.heldFor = owner;
    if ( graceful_ ) {
-      return handOver( intf, port, d, key, e );
+      return handOver( p, port, e );
    }
    e.state = State::trying;
-   const PortVlanKey portKey = PortVlanKey::of( port, key );
-   const Status status = update ? sm_->callUpdate( d, intf, inLag, portKey, mapping )
-                                : sm_->callAdd( d, intf, inLag, portKey, mapping );
-   took( intf, port, d, key, status );
+   const PortVlanKey portKey = PortVlanKey::of( port, p.key );
+   const Status status = update ? sm_->callUpdate( d, p.intf, inLag, portKey, mapping )
+                                : sm_->callAdd( d, p.intf, inLag, portKey, mapping );
+   took( p, port, status );
    return status;
 }
 
 /** The chip agent shall look at it, unless it has done so already. */
 VlanTranslations::Status
-VlanTranslations::handOver( IntfId intf, IntfId port, Direction d, Key key, Entry & e ) {
-   const PortVlanKey portKey = PortVlanKey::of( port, key );
-   const IntfId lag = intf == port ? IntfId() : intf;
-   const auto before = directory( d )->vlanMappingConfig( portKey );
-   if ( e.state != State::handedNotNow && directory( d )->vlanMappingConfigHas( portKey ) &&
+VlanTranslations::handOver( const Place & p, IntfId port, Entry & e ) {
+   const PortVlanKey portKey = PortVlanKey::of( port, p.key );
+   const IntfId lag = p.intf == port ? IntfId() : p.intf;
+   auto dir = directory( p.direction );
+   const auto before = dir->vlanMappingConfig( portKey );
+   if ( e.state != State::handedNotNow && dir->vlanMappingConfigHas( portKey ) &&
         before == QonVlanMappingConfig( e.held, lag, e.heldFor, e.version ) ) {
       return e.state == State::handedHeld ? Status::success : Status::handedOver;
    }
    e.state = State::handedOver;
    e.version = ++version_;
-   directory( d )->vlanMappingConfigIs( portKey, { e.held, lag, e.heldFor, e.version } );
+   dir->vlanMappingConfigIs( portKey, { e.held, lag, e.heldFor, e.version } );
    return Status::handedOver;
 }
 
 /** A hook's answer. After a refusal there may be something to remove. */
 void
-VlanTranslations::took( IntfId intf, IntfId port, Direction d, Key key, Status status ) {
-   Entry & e = entry( port, d, key );
+VlanTranslations::took( const Place & p, IntfId port, Status status ) {
+   Entry & e = held( p, port );
    switch ( status ) {
    case Status::success:
       e.state = State::held;
       return;
    case Status::notNow:
       e.state = State::notNow;
-      sm_->doAddToUnprogrammedList( intf, key, d, e.heldFor );
+      sm_->doAddToUnprogrammedList( p.intf, p.key, p.direction, e.heldFor );
       return;
    case Status::handedOver:
       e.state = State::handedOver;
@@ -98,24 +99,24 @@ VlanTranslations::took( IntfId intf, IntfId port, Direction d, Key key, Status s
 }
 
 void
-VlanTranslations::removePort( IntfId intf, IntfId port, Direction d, Key key ) {
-   auto held = find( port, d, key );
-   if ( !held || held->state == State::none ) {
+VlanTranslations::removePort( const Place & p, IntfId port ) {
+   auto there = find( port, p.direction, p.key );
+   if ( !there || there->state == State::none ) {
       return;
    }
-   const PortVlanKey portKey = PortVlanKey::of( port, key );
+   const PortVlanKey portKey = PortVlanKey::of( port, p.key );
    if ( graceful_ ) {
-      entry( port, d, key ).state = State::none;
-      directory( d )->vlanMappingConfigDel( portKey );
+      held( p, port ).state = State::none;
+      directory( p.direction )->vlanMappingConfigDel( portKey );
    } else {
-      entry( port, d, key ).state = State::trying; // whatever a hook that raises has done
-      sm_->callDel( d, intf, isLag( intf ), portKey );
-      entry( port, d, key ).state = State::none;
+      held( p, port ).state = State::trying; // whatever a hook that raises has done
+      sm_->callDel( p.direction, p.intf, p.lag(), portKey );
+      held( p, port ).state = State::none;
    }
-   if ( port != intf && entry( port, d, key ).empty() ) {
-      at( port ).entries[U8( d )].erase( key );
+   if ( port != p.intf && held( p, port ).empty() ) {
+      at( port ).entries[U8( p.direction )].erase( p.key );
    }
-   publishPort( intf, port, d, key );
+   publishPort( p, port );
 }
 
 void
@@ -159,7 +160,7 @@ VlanTranslations::clearPort( IntfId port, IntfId ruler ) {
          }
       }
       for ( Key key : keys ) {
-         if ( !error.run( [&] { removePort( ruler, port, d, key ); } ) ) {
+         if ( !error.run( [&] { removePort( place( ruler, d, key ), port ); } ) ) {
             ask( { What::sweep, d, Source::None, port, key } );
          }
       }
@@ -173,9 +174,9 @@ VlanTranslations::sweep( IntfId port, Direction d, Key key ) {
    const IntfId ruler = rulerOf( port );
    auto owned = find( ruler, d, key );
    if ( !owned || owned->owner == Source::None ) {
-      removePort( ruler, port, d, key );
+      removePort( place( ruler, d, key ), port );
    }
-   publishPort( ruler, port, d, key );
+   publishPort( place( ruler, d, key ), port );
    if ( auto left = find( port, d, key ); left && left->empty() ) {
       at( port ).entries[U8( d )].erase( key );
    }

@@ -1,5 +1,8 @@
 #include "agent/features/Arguments.h"
 
+#include "platform/types/Interface.h"
+#include "platform/types/Paths.h"
+
 namespace QonAgent {
 
 Argument
@@ -29,6 +32,38 @@ ranges( const std::set< U16 > & numbers ) {
       from = next;
    }
    return all;
+}
+
+namespace {
+
+template< class Dir >
+void
+mustBeIn( Agent & agent, const char * path, const char * what, Ulnet::IntfId intf ) {
+   const auto there = agent.entities().mount< Dir >( path );
+   if ( there->intfStatusHas( intf ) ) {
+      return;
+   }
+   std::vector< String > names;
+   for ( auto & [other, status] : inOrder( there->intfStatusIteratorConst() ) ) {
+      names.push_back( agent.names().spelling( other ) );
+   }
+   thereIsNo( what, agent.names().spelling( intf ), names );
+}
+
+} // namespace
+
+void
+mustBeThere( Agent & agent, Ulnet::IntfId intf ) {
+   using Ports = Interface::EthPhyIntfStatusDir;
+   if ( !agent.entities().mount< Ports >( Paths::ethPhyIntfStatus )->intfStatuss() ) {
+      return;
+   }
+   if ( Ulnet::EthIntfId::isEthIntfId( intf ) ) {
+      mustBeIn< Ports >( agent, Paths::ethPhyIntfStatus, "port", intf );
+   } else if ( Ulnet::PortChannelIntfId::isPortChannelIntfId( intf ) ) {
+      mustBeIn< Interface::EthLagIntfStatusDir >( agent, Paths::ethLagIntfStatus, "port-channel",
+                                                  intf );
+   }
 }
 
 Bridging::VlanId

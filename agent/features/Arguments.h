@@ -55,6 +55,10 @@ thereIsNo( const char * what, const String & name, const Names & names ) {
                                                : "are: " + known + ", ..." ) );
 }
 
+/** A port or port-channel that an event is about. Velto::RangeError, which names what there is, if it
+    is none of the configuration; without any configured port the chip may have any. */
+void mustBeThere( Agent & agent, Ulnet::IntfId intf );
+
 /** Field `vlan` of an event. */
 Bridging::VlanId vlanField( const Json & line );
 

@@ -64,6 +64,7 @@ LagFeature::memberEvent( const Json & line ) {
    const bool member = flag( "member" );
    const Interface::LagMember flags( flag( "collecting" ), flag( "distributing" ) );
    return [=, this] {
+      mustBeThere( agent_, port );
       auto status = status_->intfStatus( lag );
       if ( !status ) {
          throw Velto::RangeError( "there is no port-channel '" + agent_.names().spelling( lag ) +

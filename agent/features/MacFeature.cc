@@ -119,6 +119,7 @@ MacFeature::parse( const Json & line ) {
       if ( !programmer_ ) {
          notServed( agent_, "MAC addresses" );
       }
+      mustBeThere( agent_, intf );
       hand( Qon::indirectAccessMacCmdFactory( type, key, intf, entryType ) );
    };
 }
@@ -202,6 +203,7 @@ MacFeature::requested( Arguments arguments ) const {
    for ( auto walk = programmer.overflowAddrOp().begin(); walk; ++walk ) {
       if ( const MacCmdPtr cmd = walk.value(); filter.takes( *cmd ) ) {
          Row waits = row( *cmd, "overflow" );
+         waits.set( "reason", "no room in the chip's table" );
          waits.set( "nextRetry", programmer_->updateOverflowAddressClock()->time() - Kiv::now() );
          co_yield waits;
       } else {

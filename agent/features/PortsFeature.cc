@@ -130,6 +130,7 @@ PortsFeature::eventKinds() {
                  bool up = fieldOf< bool >( line, "up" );
                  Ulnet::IntfId intf = agent_.names().typed( name );
                  return [=, this] {
+                    mustBeThere( agent_, intf );
                     auto port = status_->intfStatus( intf );
                     if ( !port ) {
                        throw Velto::RangeError( "there is no port '" + name + "'" );

@@ -300,7 +300,10 @@ StormControlFeature::parseTraffic( const Json & line ) const {
    if ( !( rate.kbps >= 0 ) || !( rate.frameOctets >= 1 ) ) {
       throw Velto::RangeError( "kbps cannot be negative, nor octets less than 1" );
    }
-   return [=, type = kind->type] { chip->trafficIs( port, type, cpu, rate ); };
+   return [=, this, type = kind->type] {
+      mustBeThere( agent_, port );
+      chip->trafficIs( port, type, cpu, rate );
+   };
 }
 
 std::function< void() >

@@ -173,6 +173,7 @@ VlanFeature::parseMember( const Json & line ) {
       if ( mode == "none" ) {
          config->memberDel( port );
       } else {
+         mustBeThere( agent_, port );
          config_->vlanConfigIs( vlan )->memberIs( port, mode == "tagged" );
       }
    };

@@ -171,10 +171,12 @@ AclTable::uninstall( const AclOperation & acl ) {
    }
    if ( !limits_.async ) {
       entries_.erase( place );
+      changed();
       return;
    }
    completions_.add( [this, place, acl, ticket = hook.ticket()] {
       entries_.erase( place );
+      changed();
       if ( auto hearer = hook.of( ticket ) ) {
          hearer->answered( acl, {} );
       }
@@ -191,6 +193,7 @@ AclTable::use( const AclOperation & acl, const Qon::AclIntfUse & where, bool on 
    if ( on ? !entry->uses.insert( where ).second : !entry->uses.erase( where ) ) {
       wrong( acl, on ? "applied twice to an interface" : "taken off where it is not" );
    }
+   changed();
 }
 
 AclUnitResults
@@ -205,6 +208,7 @@ AclTable::commit( const AclOperation & acl ) {
       return everywhere( errorOf( *trouble ) );
    }
    entry->committed = true;
+   changed();
    return everywhere( AclCreateError::success );
 }
 
@@ -227,6 +231,7 @@ AclTable::blockNext() {
    } else {
       blocked_.erase( { request.generation, request.intf } );
    }
+   changed();
    if ( auto hearer = hook.of( request.ticket ) ) {
       hearer->blockAnswered( request.intf, request.on );
    }

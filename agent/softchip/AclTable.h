@@ -15,6 +15,7 @@
 //    A unit that comes back gets what is there again, and says what it refuses then.
 // 3. What a former helper left decides until sweep().
 
+#include <functional>
 #include <map>
 
 #include "agent/softchip/AclMatch.h"
@@ -59,6 +60,8 @@ class AclTable {
    }
 
    Hearer< Hook > hook;
+   /** Called after each change of what decides on traffic, in the middle of whoever makes it. */
+   void changeHeardBy( std::function< void() > hearer ) { changed_ = std::move( hearer ); }
 
    const AclLimits & limits() const { return limits_; }
    void limitsAre( const AclLimits & limits ) { limits_ = limits; }
@@ -107,6 +110,11 @@ class AclTable {
       std::set< Qon::AclIntfUse > uses;
       std::map< String, Qon::AclCreateError > refused; // by units that came back
    };
+   void changed() const {
+      if ( changed_ ) {
+         changed_();
+      }
+   }
    Entry * entryOf( const Qon::AclOperation & acl );
    void wrong( const Qon::AclOperation & acl, const char * what );
    void blockNext();
@@ -117,6 +125,7 @@ class AclTable {
    String unitName( U32 unit ) const { return "Chip" + std::to_string( unit ); }
 
    FaultPlan & plan_;
+   std::function< void() > changed_;
    AclLimits limits_;
    Completions completions_, blockCompletions_;
    U32 generation_ = 0, oldest_ = 0; // whose requests are carried out

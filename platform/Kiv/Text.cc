@@ -15,12 +15,6 @@ textRefused( const Velto::String & expected, const Velto::String & found ) {
    throw Velto::RangeError( "expected " + expected + ", found '" + found + "'" );
 }
 
-U64
-hashJoin( U64 seed, U64 part ) {
-   U64 h = ( seed ^ part ) * 0x9e3779b97f4a7c15ull + 0x632be59bd9b4e019ull;
-   return h ^ ( h >> 32 );
-}
-
 namespace Detail {
 
 namespace {

@@ -58,7 +58,11 @@ struct EnumNames {
 [[noreturn]] void textRefused( const Velto::String & expected, const Velto::String & found );
 
 /** Continues the hash `seed` by one more part; order matters. */
-U64 hashJoin( U64 seed, U64 part );
+constexpr U64
+hashJoin( U64 seed, U64 part ) {
+   const U64 h = ( seed ^ part ) * 0x9e3779b97f4a7c15ull + 0x632be59bd9b4e019ull;
+   return h ^ ( h >> 32 );
+}
 
 namespace Detail {
 

@@ -265,6 +265,33 @@ TEST( AclLate, ABlockThatRaisesIsNotWaitedFor ) {
    }
 }
 
+TEST( AclLate, ABlockThatRaisesWhileAnAnswerIsOutIsNotWaitedFor ) {
+   LateWorld w;
+   w.start();
+   w.answerAll();
+   w.rule( "a", 10 );
+   w.settle();
+   w.helper->takeCalls();
+   auto unblocks = [&] {
+      auto & calls = w.helper->calls;
+      return std::count( calls.begin(), calls.end(), "unblock Ethernet1" );
+   };
+   for ( U32 n = 0; n < 10 && !unblocks(); ++n ) {
+      w.answer();
+   }
+   ASSERT_EQ( unblocks(), 1 ); // asked, and not answered
+   w.helper->heard = [&]( const String & call ) {
+      if ( call == "block Ethernet1" && std::exchange( w.helper->heard, nullptr ) ) {
+         throw Velto::RangeError( "hook" );
+      }
+   };
+   w.rule( "a", 20 );
+   EXPECT_THROW( w.scheduler.settle(), Velto::RangeError );
+   w.answerAll();
+   ASSERT_EQ( w.table.held().acls.size(), 1u );
+   EXPECT_EQ( w.table.held().acls[0].rules->rules().size(), 3u ); // and what denies the rest
+}
+
 TEST( AclHooks, InterfacesJoinAndLeaveAtOnceUnlessTheChipDefersThat ) {
    for ( bool deferred : { false, true } ) {
       AclWorld w;

@@ -103,6 +103,27 @@ TEST( AclUnits, MessagesOfShortages ) {
    EXPECT_EQ( w.logged(), ( Lines{ full, normal } ) );
 }
 
+TEST( AclUnits, AreInTroubleAsLongAsOneOfManyLists ) {
+   ProgramWorld w;
+   const std::vector< String > lists = { "a", "b", "c", "d" };
+   for ( U32 n = 1; n < lists.size(); ++n ) {
+      w.list( lists[n] );
+      w.attach( "Ethernet" + Kiv::toText( n + 1 ), lists[n] );
+   }
+   w.start();
+   w.settle();
+   for ( auto & list : lists ) {
+      w.refuse( 2, "Chip1", list );
+   }
+   EXPECT_EQ( w.logged(), std::vector{ full } );
+   for ( auto & list : lists ) {
+      EXPECT_EQ( w.aclSm->unitError( "Chip1" ), AclCreateError::hwResourceFull ) << list;
+      w.take( list );
+   }
+   EXPECT_EQ( w.aclSm->unitError( "Chip1" ), AclCreateError::success );
+   EXPECT_EQ( w.logged(), std::vector{ normal } );
+}
+
 /** Raises at one message. */
 struct BrokenSink : Kiv::LogSink {
    void message( const Kiv::LogDescriptor & descriptor, const String & text ) override {

@@ -216,7 +216,10 @@ TEST( Events, HappenInTheirOrderAtTheirTimes ) {
    EXPECT_EQ( w.acsd().minIntfs(), 0u );
    w.scheduler.runFor( 2.4 );
    EXPECT_EQ( w.acsd().minIntfs(), 2u );
-   EXPECT_EQ( said, ( Lines{ "warning: " + file.name + ":6: there is no port 'Ethernet77'" } ) );
+   ASSERT_EQ( said.size(), 1u );
+   EXPECT_EQ(
+         said[0].rfind( "warning: " + file.name + ":6: there is no port 'Ethernet77'; there", 0 ),
+         0u );
    EXPECT_FALSE( player->done() );
    w.scheduler.runToRest( 1e9 );
    EXPECT_TRUE( player->done() );

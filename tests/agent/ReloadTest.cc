@@ -4,6 +4,7 @@
 
 #include "agent/HookCounts.h"
 #include "agent/server/Console.h"
+#include "platform/types/Paths.h"
 #include "tests/agent/AgentWorld.h"
 
 namespace Tests {
@@ -184,6 +185,15 @@ TEST( Reload, WhatIsSaidAsBeforeStaysAsItIs ) {
       EXPECT_NE( line.find( "20" ), String::npos ) << line;
    }
    EXPECT_FALSE( without( after, before ).empty() );
+}
+
+TEST( Reload, APortThatGetsAnotherSpeedKeepsItsLink ) {
+   ReloadWorld w( one );
+   w.event( { { "event", "link" }, { "port", "Ethernet4" }, { "up", false } } );
+   w.again( other );
+   const String port = String( Paths::ethPhyIntfStatus ) + "/intfStatus[Ethernet4]/";
+   EXPECT_EQ( w.agent.entities().get( port + "linkUp" ), "False" );
+   EXPECT_EQ( w.agent.entities().get( port + "speed" ), "speed25Gbps" );
 }
 
 } // namespace

@@ -102,6 +102,7 @@ TEST_F( SoftMac, BucketsFillUpAndOverflowComesInWhenThereIsRoom ) {
    for ( auto & row : show( "mac" ) ) {
       if ( row["state"] == "overflow" ) {
          EXPECT_NEAR( row["nextRetry"].get< double >(), 4.5, 0.6 );
+         EXPECT_EQ( row["reason"], "no room in the chip's table" );
       }
    }
    play( { R"("event": "mac", "op": "flushAll")" } );

@@ -118,6 +118,17 @@ TEST_P( Pipeline, NothingIsMergedBeforeAllSourcesAreReady ) {
    EXPECT_EQ( merge->checkInvariants(), "" );
 }
 
+TEST_P( Pipeline, AnInterfaceThatNobodyWantsIsMergedNoMore ) {
+   startPipeline();
+   wants( cli, eth( 1 ), d, 10, 110 );
+   wants( flow, eth( 1 ), d, 20, 120 );
+   config->switchIntfConfigDel( eth( 1 ) );
+   EXPECT_TRUE( merged->intfVlanMappingConfigHas( eth( 1 ) ) );
+   flowConfig->vlanXlateIntfConfigDel( eth( 1 ) );
+   EXPECT_FALSE( merged->intfVlanMappingConfigHas( eth( 1 ) ) );
+   checkPipeline();
+}
+
 TEST_P( Pipeline, MembersHaveWhatTheirPortChannelWants ) {
    startPipeline();
    wants( cli, po( 1 ), d, 10, 110 );

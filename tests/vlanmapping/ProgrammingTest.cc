@@ -220,6 +220,33 @@ TEST_P( Programming, NativeVlansAreEncapsulated ) {
    checkAll();
 }
 
+TEST_P( Programming, NativeVlansThatAChipAgentAddsAreEncapsulated ) {
+   start();
+   auto add = [&]( U32 vlan ) {
+      return d == in ? sm->addIngressNativeVlanTranslation( eth( 1 ), Bridging::VlanId( vlan ),
+                                                            false )
+                     : sm->addEgressNativeVlanTranslation( eth( 1 ), Bridging::VlanId( vlan ),
+                                                           false );
+   };
+   auto del = [&]( U32 vlan ) {
+      d == in ? sm->delIngressNativeVlanTranslation( eth( 1 ), Bridging::VlanId( vlan ), false )
+              : sm->delEgressNativeVlanTranslation( eth( 1 ), Bridging::VlanId( vlan ), false );
+   };
+   auto encap = [&] { return acsd->encapVlan( eth( 1 ) ).value(); };
+   for ( U32 vlan : { 7, 8 } ) {
+      EXPECT_EQ( add( vlan ), Status::success );
+      EXPECT_EQ( encap(), d == out ? vlan : 0 );
+      del( vlan );
+      EXPECT_FALSE( acsd->encapVlanHas( eth( 1 ) ) );
+   }
+   config->switchIntfConfigIs( eth( 1 ) )->nativeVlanIs( d, Bridging::VlanIdOrNone( 9 ) );
+   chip.answers[name( "Ethernet1", 10 ) + " native"] = Status::full;
+   EXPECT_EQ( add( 10 ), Status::full );
+   EXPECT_EQ( takeLogs(), std::vector{ encapFullLog( dir.c_str(), "Ethernet1", 10 ) } );
+   EXPECT_EQ( encap(), d == out ? 9 : 0 ); // what the configuration says stays
+   checkAll();
+}
+
 TEST_P( Programming, AdditionsAreGatheredForAWhile ) {
    start();
    sm->timeDelayIs( 0.5 );

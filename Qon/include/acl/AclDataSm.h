@@ -106,9 +106,9 @@ class AclDataSm : public QonBaseSm {
    /** The interfaces that are wanted, and not there yet. */
    template< class Act >
    void forEachJoining( Act && act ) const {
-      for ( auto && entry : wanted_ ) {
-         if ( !applied_.has( entry.key ) ) {
-            act( entry.key.pair().intfId() );
+      for ( auto && [use, state] : uses_ ) {
+         if ( state.wanted && !state.applied ) {
+            act( use.pair().intfId() );
          }
       }
    }
@@ -118,8 +118,10 @@ class AclDataSm : public QonBaseSm {
    /** The interfaces that it is to be applied to. */
    KeySet< Ulnet::IntfId > intfs() const;
    bool inHardware() const { return inHardware_; }
-   bool applied( const AclIntfUse & use ) const { return applied_.has( use ); }
-   U32 uses() const { return applied_.size(); }
+   bool applied( const AclIntfUse & use ) const {
+      const Use * state = uses_.find( use );
+      return state && state->applied;
+   }
    /** A pass works on it. */
    bool busy() const { return busy_; }
    /** It waits until a number of its direction is given back. */
@@ -155,6 +157,9 @@ class AclDataSm : public QonBaseSm {
    bool remade() const { return remake_ && !unwanted() && !( reverting_ && !revertTo_ ); }
    /** Whether this pass makes it anew, or gives it up. */
    bool changedWhole() const { return remake_; }
+   /** Whether the next pass looks at it; told by AclSm. */
+   bool noted() const { return noted_; }
+   void notedIs( bool noted ) { noted_ = noted; }
    /** Made anew in the next pass, whatever has changed. */
    void forceIs() { force_ = true; }
    /** The next pass takes it to interfaces, or off them, and leaves it as it is otherwise. */
@@ -181,14 +186,25 @@ class AclDataSm : public QonBaseSm {
    String shown() const;
 
  private:
-   bool wanted( const AclIntfUse & use ) const { return wanted_.has( use ); }
+   /** One place in hardware: whether it is wanted there, and whether it is. */
+   struct Use {
+      bool wanted = false, applied = false;
+      bool touched = false; // to be looked at in the next pass
+      bool again = false;   // applied, left, and perhaps joined again
+      bool rejoins = false; // the same, as this pass has found it
+      bool needed() const { return wanted || applied || touched; }
+      bool leaves() const { return applied && ( !wanted || rejoins ); }
+   };
+
    void useIs( const AclIntfUse & use, bool active );
-   void touch( const AclIntfUse & use );
+   void useDone( const AclIntfUse & use, const Use & state );
+   void takeRound();
+   void nothingApplied();
    U32 pairCount() const;
    void hostsChanged( const AclIntfUse & use, bool active );
    void countMember( Ulnet::IntfId member, bool joins );
    void block( const IntfPairKey & pair );
-   void tellUse( const AclIntfUse & use, bool active );
+   void tellUse( const AclOperation & acl, const AclIntfUse & use, bool active );
    void record( const AclUnitResults & results );
    void resultsAre( const AclUnitResults & results );
    void resultKnown( bool willRevert );
@@ -211,11 +227,8 @@ class AclDataSm : public QonBaseSm {
    Kiv::DenseMap< IntfPairKey, std::vector< Ulnet::IntfId > > pairs_;
    Kiv::DenseMap< Ulnet::IntfId, U32 > members_; // how many sub-interfaces each carries
    Kiv::DenseMap< AclIntfUse, U32 > hosts_;      // how many times
-   KeySet< AclIntfUse > wanted_;
-   KeySet< AclIntfUse > applied_;
-   KeySet< AclIntfUse > touched_; // to be looked at in the next pass
-   KeySet< AclIntfUse > again_;   // applied, left, and perhaps joined again
-   KeySet< AclIntfUse > round_, roundAgain_;
+   Kiv::DenseMap< AclIntfUse, Use > uses_;       // in the order in which they came to be wanted
+   std::vector< AclIntfUse > touched_, round_;   // for the next pass, and of this one
    KeySet< Ulnet::IntfId > blocks_;
 
    Velto::Ptr< const AclRuleSet > rules_;    // that were prepared last, as hardware got them
@@ -227,6 +240,7 @@ class AclDataSm : public QonBaseSm {
    U64 operation_ = 0;
    bool retired_ = false;
    bool busy_ = false;
+   bool noted_ = false;
    bool remake_ = false; // in this pass
    bool inHardware_ = false;
    bool prepared_ = false;

@@ -93,7 +93,7 @@ class AclDirectionTypeConfigSm : public QonBaseSm {
    }
    bool held( IntfId intf ) const { return held_.has( intf ); }
    /** A pair that the interface stands for, and whether somebody else drives it. */
-   using Pairs = Kiv::DenseMap< IntfPairKey, bool >;
+   using Pairs = std::vector< std::pair< IntfPairKey, bool > >;
    Pairs wantedPairs( IntfId intf ) const;
    /** Until its clean-up. */
    bool live() const { return !cleanedUp_; }

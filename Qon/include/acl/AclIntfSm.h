@@ -13,7 +13,8 @@
 //
 // Ownership: counted by AclSm. Instances take their wishes back before they end.
 
-#include "Qon/include/framework/Reconcile.h"
+#include <vector>
+
 #include "platform/Velto/Node.h"
 #include "platform/types/AclRule.h"
 
@@ -39,7 +40,7 @@ class AclIntfSm : public Velto::Node {
 
    /** The instance wishes the block, or no longer. True if it is the first, or was the last. */
    bool wantToBlockIs( const AclDataSm * instance, bool block );
-   U32 wantToBlocks() const { return wantToBlock_.size(); }
+   U32 wantToBlocks() const { return U32( wantToBlock_.size() ); }
    /** Whether another instance of the same type wishes the block. */
    bool othersWantToBlock( const AclDataSm * instance ) const;
 
@@ -61,7 +62,7 @@ class AclIntfSm : public Velto::Node {
    U32 pairs_[3][2] = {};
    U32 used_ = 0; // all pairs
    U64 joins_[3][2] = {};
-   KeySet< const AclDataSm * > wantToBlock_;
+   std::vector< const AclDataSm * > wantToBlock_; // few
    U32 unanswered_ = 0;
    bool blocked_ = false;
 };

@@ -167,21 +167,22 @@ class AclSm : public QonBaseSm, public Checked {
    void hostsLaterAt( IntfId intf );
    void hostsLaterOf( AclType type, const String & aclName = {} );
    void settle();
+   /** later(), then settle(). */
+   void review( AclType type, Acl::AclDirection direction, IntfId intf );
    /** The instance differs from what is in hardware. */
    void changed( AclDataSm * instance );
    /** Looked at in the next pass, though it is what it was. */
    void nextIs( AclDataSm * instance );
-   /** Whether the next pass looks at the instance. */
-   bool willChange( const AclDataSm * instance ) const {
-      return changed_.has( const_cast< AclDataSm * >( instance ) );
-   }
    /** A list of the type and direction applies to a pair of the interface, or no longer. */
    void pairActiveIs( AclType type, Acl::AclDirection direction, IntfId intf, bool active );
    bool intfActive( AclType type, Acl::AclDirection direction, IntfId intf ) const;
    /** Whether the next pass applies an instance of the same type and direction to the interface. */
    bool joinsNext( const AclDataSm & instance, IntfId intf );
    /** A member of a port-channel waits for the next pass. */
-   void memberWaits() { joinsKnown_ = false; }
+   void memberWaits() {
+      joinsKnown_ = false;
+      membersWait_ = true;
+   }
    /** A sub-interface has a list in one more direction, or in one less. */
    void subIntfAttachedIs( IntfId subIntf, bool attached );
    void instanceIs( AclDataSm * instance, bool there );
@@ -246,6 +247,12 @@ class AclSm : public QonBaseSm, public Checked {
    };
    using Instances = std::vector< Velto::Ptr< AclDataSm > >;
 
+   void answer( const Work & work );
+   bool passDue() const { return !changed_.empty() || !reverts_.empty(); }
+   void passLater();
+   void note( AclDataSm * instance );
+   void takeChanged( Instances & into );
+   void doDeferredMembers();
    Velto::Ptr< AclTypeConfigSm > makeType( const AclType & type, const bool & there );
    void cleanUpType( const AclType &, AclTypeConfigSm * sm ) { sm->doCleanup(); }
    void reviewType( AclType type );
@@ -303,7 +310,7 @@ class AclSm : public QonBaseSm, public Checked {
    /** The first exception of the pass, to whoever moved it on. */
    void passErrors();
    bool blocksPending() const;
-   Velto::Ptr< AclIntfSm > intfSmIs( IntfId intf );
+   Velto::Ptr< AclIntfSm > & intfSmIs( IntfId intf );
    void intfSmIdle( IntfId intf );
    void askBlock( AclIntfSm & sm, AclDataSm * instance, IntfId intf, bool block );
    bool answered( AclType type, const String & aclName, const AclKey & key, U64 operation,
@@ -333,9 +340,10 @@ class AclSm : public QonBaseSm, public Checked {
    bool saidAgain_ = false; // messages that raised were tried once more
    bool numberFreed_ = false;
    bool joinsKnown_ = false; // as the interfaces are marked
+   bool membersWait_ = false;
    U64 joinsLook_ = 0;
    U64 operations_ = 0;
-   Kiv::DenseMap< AclDataSm *, Velto::Ptr< AclDataSm > > changed_;
+   Instances changed_; // those that are noted()
    Instances pass_, unInstallAcl_, prepareAcl_, unblockAcl_;
    Kiv::DenseMap< U64, Velto::Ptr< AclDataSm > > outstanding_;
    Kiv::DenseMap< IntfId, Velto::Ptr< AclIntfSm > > intfs_;

@@ -315,6 +315,7 @@ class NextHopCollection {
    bool any( Test && test ) const;
 
    ViaList & viaListMut();
+   void viasAre( ViaList::Vias && vias );
    NextHopGroupInfo::Content & nhgInfoMut();
    template< class T >
    void listFlagIs( const T & ( PlatformApi::ViaListFlags::*get )() const,
@@ -322,6 +323,8 @@ class NextHopCollection {
    template< class T >
    void nhgInfoFieldIs( const T & ( NextHopGroupInfo::Content::*get )() const,
                         void ( NextHopGroupInfo::Content::*set )( T ), T v );
+   template< class Into >
+   void compact( Into && into );
    template< class Gone >
    void erase( Gone && gone );
    template< class Replaced >
@@ -329,8 +332,7 @@ class NextHopCollection {
    template< class Change >
    void changeManners( Change && change );
    void mergeDuplicates();
-   void mergeEntries( const std::vector< std::pair< U32, U32 > > & weights,
-                      const Indexes & idxsToDel );
+   void traceUnconsolidated() const;
    void totalWeightIs( U64 total ) {
       totalWeightAndShimAttrs_ =
             ( totalWeightAndShimAttrs_ & ~totalWeightMask ) | ( total & totalWeightMask );

@@ -14,6 +14,7 @@
 // 3. An unset via is an entry, but no next hop.
 
 #include "Qon/include/adjacency/ViaList.h"
+#include "platform/Kiv/HybridSet.h"
 
 namespace QonTypes {
 
@@ -86,12 +87,12 @@ class NextHopSetTransient {
          nextHopIs( nextHop );
       }
    }
-   void nextHopIs( const NextHop & nextHop ) { set_.emplace( nextHop ); }
+   void nextHopIs( const NextHop & nextHop ) { set_.insert( nextHop ); }
    bool nextHopHas( const NextHop & nextHop ) const { return set_.has( nextHop ); }
    U32 nextHops() const { return set_.size(); }
 
  private:
-   Kiv::DenseMap< NextHop, Kiv::Nothing > set_;
+   Kiv::HybridSet< NextHop > set_;
 };
 
 /** What the iterators have in common; Self has atEnd(), step() and current(). */

@@ -91,7 +91,9 @@ class ViaList final : public KivStash::Dedupable< ViaList > {
    ViaList() = default;
    ~ViaList() override { dedupLeave(); }
    /** A list of its own with the same content and flags; the group information is shared. */
-   Ptr copyViaList() const;
+   Ptr copyViaList() const { return copyWith( Vias( vias ) ); }
+   /** The same with other vias. */
+   Ptr copyWith( Vias && others ) const;
 
    /** How many there are. */
    U32 viaAndWeights() const { return U32( vias.size() ); }
@@ -176,6 +178,10 @@ class ViaListWrapper {
    friend class NextHopCollection;
    /** The list for writing: this wrapper's alone. It is not consolidated. */
    ViaList & viaListMut();
+   /** Whether somebody else may hold the list: then viaListMut() copies it. */
+   bool shared() const { return consolidated_ || viaList_->useCount() > 1; }
+   /** As viaListMut(), with these vias in the place of those that there are. */
+   void viasAre( ViaList::Vias && vias );
    void consolidate( const PlatformApi::ViaListDedupTable & table, bool mayContainDuplicates,
                      bool specifiesOrder );
    void unconsolidate();
