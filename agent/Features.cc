@@ -12,6 +12,7 @@
    one( vlanMappingFeature ) \
    one( mirrorFeature )    \
    one( multicastFeature ) \
+   one( tapAggFeature )    \
    one( aclFeature )       \
    one( verifyFeature )
 // clang-format on

@@ -15,6 +15,7 @@
    one( simVlanMapping ) \
    one( simMirror )     \
    one( simMulticast )  \
+   one( simTapAgg )     \
    one( simAcl )        \
    one( simDamage )
 // clang-format on

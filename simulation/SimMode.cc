@@ -27,8 +27,13 @@ SimMode::SimMode( World & world )
 
 void
 SimMode::modeIs( const Event & event ) {
+   switchTo( Qon::HwOperationalMode( event[0] % 3 ) );
+}
+
+void
+SimMode::switchTo( Qon::HwOperationalMode mode ) {
    world_.acsd->tapAggHwConfigIs( tapAgg_ );
-   world_.acsd->operationalModeIs( Qon::HwOperationalMode( event[0] % 3 ) );
+   world_.acsd->operationalModeIs( mode );
 }
 
 void

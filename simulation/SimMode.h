@@ -2,6 +2,7 @@
 // The operational mode, and what goes with it: ports in tap or tool mode, the tap-aggregation
 // topology, BPDU trapping. What follows from it is checked by SimTopology.
 
+#include "Qon/include/framework/QonTypes.h"
 #include "platform/types/TapAgg.h"
 #include "simulation/SimFeature.h"
 
@@ -16,6 +17,7 @@ class SimMode : public SimFeature {
    void tearDown() override;
 
    const TapAgg::HwConfig & tapAggHwConfig() const { return *tapAgg_; }
+   void switchTo( Qon::HwOperationalMode mode );
 
  private:
    /** @name Operations */

@@ -172,6 +172,11 @@ SimStorm::checkPort( IntfId port ) const {
                                 bool( config_->intf( ownerOf( port ) )->broadcastLevel() ) ) {
       return "broadcasts that pass by the rules: " + port.stringValue();
    }
+   auto status = status_->intfStatus( port );
+   const bool chipAsked = second_ && platformConfig_->platformIntfConfigHas( port );
+   if ( status && ( !chipAsked || answered( port ) ) && status->lag() != lagOf( port ) ) {
+      return "port-channel in the status: " + port.stringValue();
+   }
    if ( second_ ) {
       String wrong = checkPlatform( port );
       return wrong.empty() ? checkStatus( port ) : wrong;

@@ -1,8 +1,27 @@
 #include "Qon/include/framework/LagView.h"
 
 #include "Qon/include/framework/Reconcile.h"
+#include "platform/Velto/Scope.h"
 
 namespace Qon {
+
+namespace {
+
+/** Those of `ports` that `others` has not. Groups are small: to look through them is faster than to
+    make sets of them. */
+template< class Ports, class Others >
+std::vector< Ulnet::IntfId >
+portsWithout( const Ports & ports, const Others & others ) {
+   std::vector< Ulnet::IntfId > result;
+   for ( auto & element : ports ) {
+      if ( !others.portHas( keyOfElement( element ) ) ) {
+         result.push_back( keyOfElement( element ) );
+      }
+   }
+   return result;
+}
+
+} // namespace
 
 void
 LagFollowerBase::attachTo( Velto::Node * owner, const QonCommonSmData * acsd ) {
@@ -18,16 +37,18 @@ LagFollowerBase::attachTo( Velto::Node * owner, const QonCommonSmData * acsd ) {
    for ( auto && [port, lag] : acsd->portToLagIteratorConst() ) {
       ports.emplace( port );
    }
+   Velto::FirstError error;
    for ( auto && entry : ports ) {
-      handlePortToLag( entry.key );
+      error.run( [&] { handlePortToLag( entry.key ); } );
    }
    auto lags = keysOf< Ulnet::IntfId >( portsOf_ );
    for ( auto && [lag, list] : acsd->lagToPortIteratorConst() ) {
       lags.emplace( lag );
    }
    for ( auto && entry : lags ) {
-      handleLagToPort( entry.key );
+      error.run( [&] { handleLagToPort( entry.key ); } );
    }
+   error.pass();
 }
 
 void
@@ -53,28 +74,26 @@ LagFollowerBase::handleLagToPort( const Ulnet::IntfId & lag ) {
    if ( !acsd_ || !tellList_ ) {
       return;
    }
-   auto held = portsOf_.find( lag );
-   const auto change = differenceOf< Ulnet::IntfId >( held ? *held : QonPortList(),
-                                                      LagView( acsd_ ).membersOf( lag ) );
-   if ( change.empty() ) {
-      return;
-   }
+   const auto & now = acsd_->lagToPort( lag );
    auto & told = *portsOf_.emplace( lag ).first;
-   for ( Ulnet::IntfId port : change.gone ) {
+   const auto gone = portsWithout( told, now ), missing = portsWithout( now, told );
+   for ( Ulnet::IntfId port : gone ) {
       told.portDel( port );
    }
-   for ( Ulnet::IntfId port : change.missing ) {
+   for ( Ulnet::IntfId port : missing ) {
       told.portIs( port );
    }
    if ( told.ports() == 0 ) {
       portsOf_.erase( lag );
    }
    const Velto::Ptr< Velto::Node > keep( owner_ );
-   for ( auto * ports : { &change.gone, &change.missing } ) {
+   Velto::FirstError error;
+   for ( auto * ports : { &gone, &missing } ) {
       for ( Ulnet::IntfId port : *ports ) {
-         tellList_( owner_, lag, port );
+         error.run( [&] { tellList_( owner_, lag, port ); } );
       }
    }
+   error.pass();
 }
 
 } // namespace Qon

@@ -18,7 +18,6 @@ QonLogHandle handles[] = {
       { "QonAclSm", QonLog::ACL_SUBINTF_UNSHARED_NOT_SUPPORTED },
       { "QonAclSm", QonLog::ACL_UNSUPPORTED_HARDWARE },
 
-      { "QonTapAggIntfSm", QonLog::TAPAGG_HW_RESOURCE_FULL },
       { "QonOmbraMountSm", QonLog::OMBRA_MOUNT_TIMEOUT },
       { "QonSubIntfSm", QonLog::SUBINTERFACE_HW_RESOURCE_FULL },
       { "QonSteerlineSm", QonLog::STEERLINE_MAC_VLAN_DUPLICATE_ENDPOINT },

@@ -227,7 +227,7 @@ StormControlDropSm::reporterIs( IntfId intf, bool reports ) {
 
 void
 StormControlDropSm::add( IntfId intf, const Drops & change ) {
-   const AllDrops now = dropStatus()->allIntfStatus( intf );
+   const AllDrops & now = dropStatus()->allIntfStatus( intf );
    dropStatus()->allIntfStatusIs(
          intf, AllDrops( StormControl::plus( now.drops(), change ), now.reporters() ) );
 }
@@ -305,7 +305,7 @@ StormControlDropSm::log( IntfId intf ) const {
    const U64 uucast = drops.uucastDrop(), broadcast = drops.broadcastDrop(),
              multicast = drops.multicastDrop(), all = drops.allDrop();
    if ( ( uucast || broadcast || multicast || all ) && discards.okToLog() ) {
-      Kiv::log( discards, intf.stringValue(), uucast, broadcast, multicast, all );
+      Kiv::log( discards, intf, uucast, broadcast, multicast, all );
    }
 }
 

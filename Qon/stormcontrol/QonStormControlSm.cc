@@ -26,11 +26,6 @@ StormControlSm::begin() {
    burstTold_ = false;
 }
 
-bool
-StormControlSm::has( const LevelKind & kind ) const {
-   return uucast_ || kind.type != LevelType::levelTypeUUcast;
-}
-
 void
 StormControlSm::reviewBurst() {
    const StormControl::BurstConfig burst = config()->burstConfig();
@@ -50,10 +45,10 @@ StormControlSm::machineBegins( StormControlIntfSm & machine ) {
 
 void
 StormControlSm::updateLevel( StormControlIntfSm & machine, const LevelKind & kind,
-                             const Given & wanted ) {
+                             const Given & wanted, StormControl::IntfStatus * status ) {
    Given & given = machine.given_[U8( kind.level )];
    // A hook that was called before may have taken everything back.
-   if ( given == wanted || intfSm( machine.intf() ) != &machine ) {
+   if ( given == wanted || machine.zombie() ) {
       return;
    }
    given.given = false; // until it returns, who takes everything back takes this back too
@@ -65,7 +60,7 @@ StormControlSm::updateLevel( StormControlIntfSm & machine, const LevelKind & kin
                 wanted.speedKbps, wanted.threshold );
    }
    given = wanted;
-   if ( const auto status = statusOf( machine.intf() ); status ) {
+   if ( status ) {
       status->levelIs( kind.level, wanted.threshold );
    }
 }
@@ -73,30 +68,32 @@ StormControlSm::updateLevel( StormControlIntfSm & machine, const LevelKind & kin
 void
 StormControlSm::program( StormControlIntfSm & machine, const Want & want ) {
    const bool skip = !want.effective.config->broadcastLevel();
+   const auto status = statusOf( machine.intf() );
    Velto::FirstError error;
    error.run( [&] { reviewBcastSkip( machine.intf(), skip ); } );
    for ( auto & kind : levelKinds ) {
       if ( has( kind ) ) {
-         error.run( [&] { updateLevel( machine, kind, wantedLevel( machine, kind, want ) ); } );
+         error.run( [&] {
+            updateLevel( machine, kind, wantedLevel( machine, kind, want ), status.ptr() );
+         } );
       }
    }
-   error.run( [&] {
-      if ( const auto status = statusOf( machine.intf() ); status ) {
-         status->lagIs( want.effective.lag );
-      }
-   } );
+   if ( status ) {
+      error.run( [&] { status->lagIs( want.effective.lag ); } );
+   }
    error.pass();
 }
 
 void
 StormControlSm::clear( StormControlIntfSm & machine, const Want & want ) {
+   const auto status = statusOf( machine.intf() );
    Velto::FirstError error;
    error.run( [&] { reviewBcastSkip( machine.intf(), true ); } );
    for ( auto & kind : levelKinds ) {
       const auto & given = machine.given( kind.level );
       if ( has( kind ) && !( given.given && given.threshold == Threshold() ) ) {
          const Given none = { true, Threshold(), want.speedKbps, want.effective.lag };
-         error.run( [&] { updateLevel( machine, kind, none ); } );
+         error.run( [&] { updateLevel( machine, kind, none, status.ptr() ); } );
       }
    }
    error.pass();

@@ -198,8 +198,9 @@ QonStormControlSmV2::machineBegins( StormControlIntfSm & machine ) {
 void
 QonStormControlSmV2::program( StormControlIntfSm & machine, const Want & want ) {
    const IntfId intf = machine.intf();
-   std::array< Given, StormControl::levels > wanted;
-   bool changed = !platformConfig()->platformIntfConfigHas( intf );
+   AllGiven wanted;
+   const Velto::Ptr platform( platformConfig()->platformIntfConfig( intf ) );
+   bool changed = !platform;
    for ( auto & kind : levelKinds ) {
       if ( has( kind ) ) {
          wanted[U8( kind.level )] = wantedLevel( machine, kind, want );
@@ -208,16 +209,16 @@ QonStormControlSmV2::program( StormControlIntfSm & machine, const Want & want ) 
    }
    Velto::FirstError error;
    if ( changed ) {
-      error.run( [&] { publish( intf, machine, want ); } );
+      error.run( [&] { publish( machine, wanted, platform ); } );
    }
    error.run( [&] { reviewBcastSkip( intf, !want.effective.config->broadcastLevel() ); } );
    for ( auto & kind : levelKinds ) {
       const Given & level = wanted[U8( kind.level )];
+      Given & given = machine.given_[U8( kind.level )];
+      if ( !has( kind ) || level == given || machine.zombie() ) {
+         continue;
+      }
       error.run( [&] {
-         Given & given = machine.given_[U8( kind.level )];
-         if ( !has( kind ) || level == given || intfSm( intf ) != &machine ) {
-            return;
-         }
          given.given = false;
          QON_HOOK( QonStormControlSmHelperV2, helper(), handlePortRulesHelper, kind.type, intf,
                    level.lag, level.speedKbps, level.threshold );
@@ -228,20 +229,24 @@ QonStormControlSmV2::program( StormControlIntfSm & machine, const Want & want ) 
 }
 
 void
-QonStormControlSmV2::publish( IntfId intf, const StormControlIntfSm & machine, const Want & want ) {
+QonStormControlSmV2::publish( const StormControlIntfSm & machine, const AllGiven & wanted,
+                              Velto::Ptr< StormControl::PlatformIntfConfig > platform ) {
    const U32 version = ++version_;
    Velto::FirstError error;
-   error.run( [&] { platformConfig()->platformIntfConfigIs( intf ); } );
-   if ( intfSm( intf ) != &machine ) {
-      error.pass();
-      return; // whoever watches has taken everything back
+   if ( !platform ) {
+      error.run( [&] { platformConfig()->platformIntfConfigIs( machine.intf() ); } );
+      if ( machine.zombie() ) {
+         error.pass();
+         return; // whoever watches has taken everything back
+      }
+      platform = platformConfig()->platformIntfConfigIs( machine.intf() );
    }
-   const auto platform = platformConfig()->platformIntfConfigIs( intf );
-   error.run( [&] { platform->lagIs( want.effective.lag ); } );
-   error.run( [&] { platform->speedIs( want.speedKbps ); } );
+   const Given & any = wanted[U8( StormControl::Level::broadcast )];
+   error.run( [&] { platform->lagIs( any.lag ); } );
+   error.run( [&] { platform->speedIs( any.speedKbps ); } );
    for ( auto & kind : levelKinds ) {
       if ( has( kind ) ) {
-         const Threshold threshold = StormControl::thresholdOf( *want.effective.config, kind );
+         const Threshold & threshold = wanted[U8( kind.level )].threshold;
          error.run( [&] { platform->levelIs( kind.type, threshold ); } );
       }
    }
@@ -380,14 +385,12 @@ QonStormControlSmV2::makeTcStatusSm(
 
 void
 QonStormControlSmV2::reported( IntfId intf ) {
-   later( What::report, intf );
-   settle();
+   ask( What::report, intf );
 }
 
 void
 QonStormControlSmV2::tcReported( U8 trafficClass ) {
-   later( What::tcReport, {}, trafficClass );
-   settle();
+   ask( What::tcReport, {}, trafficClass );
 }
 
 void

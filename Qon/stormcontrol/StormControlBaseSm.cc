@@ -12,6 +12,15 @@ using Ulnet::SubIntfId;
 
 Flintlog::Facility stormControlFacility( "QonStormControlSm" );
 
+namespace {
+
+U64
+speedOf( const Interface::EthPhyIntfStatus * phy ) {
+   return phy ? Interface::EthSpeedApi::speedKbps( phy->speed() ) : 0;
+}
+
+} // namespace
+
 // --- Start and stop ------------------------------------------------------------------------------
 
 StormControlBaseSm::StormControlBaseSm( Inputs inputs ) : in_( std::move( inputs ) ) {}
@@ -177,12 +186,11 @@ StormControlBaseSm::handleIntfConfig( IntfId intf ) {
       for ( auto && port : *ports ) {
          later( What::lagConfig, port.key );
       }
-   } else if ( LagView( acsd() ).lagOf( intf ) ) {
+   } else if ( stormControlFacility.hears( 4 ) && LagView( acsd() ).lagOf( intf ) ) {
       // fixed text
       QON_TRACE( stormControlFacility, 4, intf, " is part of a LAG, ignore its own config" );
    }
-   later( What::intf, intf );
-   settle();
+   ask( What::intf, intf );
 }
 
 void
@@ -210,14 +218,12 @@ StormControlBaseSm::cleanUpAggregateTcSm( const U8 & trafficClass, AggregateTcCo
 
 void
 StormControlBaseSm::trafficClassChanged( U8 trafficClass ) {
-   later( What::trafficClass, {}, trafficClass );
-   settle();
+   ask( What::trafficClass, {}, trafficClass );
 }
 
 void
 StormControlBaseSm::handleBurstConfig() {
-   later( What::burst );
-   settle();
+   ask( What::burst );
 }
 
 void
@@ -244,12 +250,14 @@ StormControlBaseSm::cleanUpPhySm( const IntfId & intf, EthPhyIntfStatusSm * ) {
 /** What an interface is, its sub-interfaces are. */
 void
 StormControlBaseSm::intfChanged( IntfId intf ) {
+   if ( !subIntfs_.has( intf ) ) {
+      ask( What::intf, intf );
+      return;
+   }
    later( What::intf, intf );
-   if ( subIntfs_.has( intf ) ) {
-      for ( auto && [sub, config] : config()->intfIteratorConst() ) {
-         if ( SubIntfId::isSubIntfId( sub ) && SubIntfId::parent( sub ) == intf ) {
-            later( What::intf, sub );
-         }
+   for ( auto && [sub, config] : config()->intfIteratorConst() ) {
+      if ( SubIntfId::isSubIntfId( sub ) && SubIntfId::parent( sub ) == intf ) {
+         later( What::intf, sub );
       }
    }
    settle();
@@ -306,25 +314,33 @@ StormControlBaseSm::handlePortToLag( IntfId port, IntfId from, IntfId to ) {
       QON_TRACE( stormControlFacility, 4, "Disabling storm control on ", port,
                  " because it left a lag" );
    }
-   later( What::lagConfig, port );
-   settle();
+   ask( What::lagConfig, port );
 }
 
 // --- One question at a time ----------------------------------------------------------------------
 
 void
 StormControlBaseSm::settle() {
-   if ( initialized() && started_ && !starting_ ) {
-      work_.drain( this, [this]( const Question & question ) {
-         if ( initialized() && started_ ) {
-            review( question );
-         }
-      } );
+   if ( settles() ) {
+      work_.drain( this, [this]( const Question & question ) { review( question ); } );
+   }
+}
+
+void
+StormControlBaseSm::ask( What what, IntfId intf, U8 trafficClass ) {
+   if ( settles() ) {
+      work_.ask( this, { what, intf, trafficClass },
+                 [this]( const Question & question ) { review( question ); } );
+   } else {
+      later( what, intf, trafficClass );
    }
 }
 
 void
 StormControlBaseSm::review( const Question & question ) {
+   if ( !initialized() || !started_ ) {
+      return;
+   }
    Velto::FirstError error;
    switch ( question.what ) {
    case What::lagConfig:
@@ -360,12 +376,15 @@ StormControlBaseSm::managed( IntfId intf ) const {
 bool
 StormControlBaseSm::fitForMachine( IntfId intf ) const {
    const IntfId base = SubIntfId::parent( intf );
-   if ( PortChannelIntfId::isPortChannelIntfId( base ) ) {
-      return true;
-   }
-   auto phy = ethPhyIntfStatusDir()->intfStatus( base );
-   return managed( base ) &&
-          ( !phy || phy->forwardingModel() == Interface::ForwardingModel::bridged );
+   return fitForMachine( base, ethPhyIntfStatusDir()->intfStatus( base ) );
+}
+
+/** `phy` is that of `base`, which is no sub-interface. */
+bool
+StormControlBaseSm::fitForMachine( IntfId base, const Interface::EthPhyIntfStatus * phy ) const {
+   return PortChannelIntfId::isPortChannelIntfId( base ) ||
+          ( managed( base ) &&
+            ( !phy || phy->forwardingModel() == Interface::ForwardingModel::bridged ) );
 }
 
 void
@@ -379,18 +398,19 @@ StormControlBaseSm::traceWhyNot( IntfId intf ) const {
 
 U64
 StormControlBaseSm::calculateSpeedForIntf( IntfId intf ) const {
-   auto phy = ethPhyIntfStatusDir()->intfStatus( intf );
-   return phy ? Interface::EthSpeedApi::speedKbps( phy->speed() ) : 0;
+   return speedOf( ethPhyIntfStatusDir()->intfStatus( intf ) );
 }
 
 StormControlBaseSm::Want
 StormControlBaseSm::wantOf( IntfId intf ) const {
    Want want;
    want.effective = StormControl::effectiveConfig( *config(), LagView( acsd() ), intf );
-   want.machine = want.effective.config && fitForMachine( intf );
    auto phy = ethPhyIntfStatusDir()->intfStatus( intf );
+   want.machine =
+         want.effective.config &&
+         ( SubIntfId::isSubIntfId( intf ) ? fitForMachine( intf ) : fitForMachine( intf, phy ) );
    want.active = !phy || phy->active();
-   want.speedKbps = calculateSpeedForIntf( intf );
+   want.speedKbps = speedOf( phy );
    return want;
 }
 
@@ -400,8 +420,7 @@ StormControlBaseSm::reviewIntf( IntfId intf ) {
    if ( want.effective.config && !want.machine ) {
       traceWhyNot( intf );
    }
-   machines_.review( intf, want.machine );
-   const Velto::Ptr< StormControlIntfSm > machine( machines_.sm( intf ) );
+   const Velto::Ptr< StormControlIntfSm > machine( machines_.reviewed( intf, want.machine ) );
    if ( machine && StormControl::isPort( intf ) ) {
       settleMachine( *machine, want );
    }
@@ -411,16 +430,26 @@ void
 StormControlBaseSm::settleMachine( StormControlIntfSm & machine, const Want & want ) {
    machine.ownerIs( want.effective.config );
    if ( !want.active ) {
-      if ( !machine.cleared_ ) {
-         clear( machine, want );
-         machine.cleared_ = true;
-      }
+      rest( machine, want );
       return;
    }
    if ( std::exchange( machine.cleared_, false ) ) {
       machine.forget();
    }
    program( machine, want );
+}
+
+/** Nothing is programmed on an inactive port; whose configuration holds is shown all the same. */
+void
+StormControlBaseSm::rest( StormControlIntfSm & machine, const Want & want ) {
+   Velto::FirstError error;
+   if ( !machine.cleared_ ) {
+      machine.cleared_ = error.run( [&] { clear( machine, want ); } );
+   }
+   if ( const auto status = statusOf( machine.intf() ); status ) {
+      error.run( [&] { status->lagIs( want.effective.lag ); } );
+   }
+   error.pass();
 }
 
 Velto::Ptr< StormControlIntfSm >

@@ -34,7 +34,8 @@ class TopologyFeature : public AgentFeature {
    std::vector< EventKind > eventKinds() override;
    std::vector< Counter > counters() const override;
    std::vector< String > ownNames() const override {
-      return { "Bridging::Topology::", "TopoHelper", "StpSm", "VlanTopoHelper", "TapAgg::" };
+      return { "Bridging::Topology::", "TopoHelper", "StpSm", "VlanTopoHelper",
+               "TapAgg::HwConfig" };
    }
 
    /** Null if the chip has neither topology tables nor VLANs. */

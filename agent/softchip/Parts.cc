@@ -10,6 +10,7 @@
    one( addStormControlPart ) \
    one( addMirrorPart ) \
    one( addMulticastPart ) \
+   one( addTapAggPart ) \
    one( addAclPart )
 // clang-format on
 

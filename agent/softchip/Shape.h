@@ -8,6 +8,7 @@
 #include "agent/softchip/MirrorTable.h"
 #include "agent/softchip/MulticastTable.h"
 #include "agent/softchip/StormTable.h"
+#include "agent/softchip/TapAggTable.h"
 #include "agent/softchip/VlanMappingTable.h"
 
 namespace SoftChip {
@@ -21,6 +22,7 @@ struct Shape {
    VlanMappingShape vlanMapping = {};
    MirrorLimits mirrors = {};
    MulticastLimits multicast = {};
+   TapAggLimits tapAgg = {};
    AclLimits acls = {};
    Kiv::Seconds latency = 0; ///< see Chip::latencyIs()
 };

@@ -15,6 +15,7 @@ struct PortStage {
 };
 
 Verdict passArrival( const Chip & chip, Travel & travel );
+Verdict passTapAgg( const Chip & chip, Travel & travel );
 Verdict passVlanMapping( const Chip & chip, Travel & travel );
 Verdict passVlan( const Chip & chip, Travel & travel );
 Verdict passSpanningTree( const Chip & chip, Travel & travel );
@@ -33,6 +34,7 @@ Verdict passMirrorOut( const Chip & chip, const Travel & travel, Way & way );
 
 inline constexpr Stage stages[] = {
       { "arrival", passArrival },
+      { "tap aggregation", passTapAgg },
       { "VLAN mapping", passVlanMapping },
       { "VLAN", passVlan },
       { "spanning tree", passSpanningTree },

@@ -5,7 +5,8 @@
 //    library -> ChipMac, ChipTopo, ChipVlan, ChipLag -> (a little later) -> Tables
 //                                                                        -> done, to the library
 //            -> ChipStorm (Storm.h), ChipVlanMapping (VlanMapping.h), ChipMirror (Mirror.h),
-//               ChipAcl (Acl.h), ChipMulticast (Multicast.h)              -> at once -> Tables
+//               ChipAcl (Acl.h), ChipMulticast (Multicast.h), ChipTapAgg (TapAgg.h)
+//                                                                       -> at once -> Tables
 //    SmallChip: Tables, and a part for each feature, which reads them back
 //
 // Each hook class can be told to have one fault, as a developer might make it. The tables stand in
@@ -15,6 +16,7 @@
 #include "Mirror.h"
 #include "Multicast.h"
 #include "Storm.h"
+#include "TapAgg.h"
 #include "VlanMapping.h"
 
 namespace Chip {
@@ -281,6 +283,7 @@ class SmallChip : public QonChip::Chip,
                   QonChip::VlanMappingPart,
                   QonChip::MirrorPart,
                   QonChip::MulticastPart,
+                  QonChip::TapAggPart,
                   QonChip::AclPart {
  public:
    explicit SmallChip( Kiv::TaskScheduler & scheduler, Faults faults = {} )
@@ -293,6 +296,7 @@ class SmallChip : public QonChip::Chip,
       add< QonChip::StormControlPart >( *this );
       add< QonChip::MirrorPart >( *this );
       add< QonChip::MulticastPart >( *this );
+      add< QonChip::TapAggPart >( *this );
       add< QonChip::AclPart >( *this );
    }
    String name() const override { return "small"; }
@@ -351,6 +355,10 @@ class SmallChip : public QonChip::Chip,
       return Velto::make< Mirror >( tables_, faults_, capability, status );
    }
    std::optional< QonChip::HeldMirrors > mirrors() const override { return tables_.mirrors; }
+   Ptr< Qon::TapAggHelper > makeTapAggHelper() override {
+      return Velto::make< ChipTapAgg >( tables_, faults_ );
+   }
+   std::optional< QonChip::HeldTapAgg > tapAgg() const override { return tables_.tapAgg; }
 
    Ptr< Qon::MulticastDataFactory > makeMulticastDataFactory() override {
       return Velto::make< ChipMulticast >( tables_, faults_ );

@@ -10,6 +10,7 @@
 #include "chip/MirrorPart.h"
 #include "chip/MulticastPart.h"
 #include "chip/StormControlPart.h"
+#include "chip/TapAggPart.h"
 #include "chip/TopologyPart.h"
 #include "chip/VlanMappingPart.h"
 #include "chip/VlanPart.h"
@@ -32,6 +33,7 @@ struct Faults {
    bool keptLevel = false;      ///< no limit is taken for nothing new: the one before stays
    bool keptGroup = false;      ///< the MAC entry of a group that is deleted stays
    bool oneDestination = false; ///< of several destinations to remove only the first one goes
+   bool firstGroup = false;     ///< a tap port that has a group keeps it when it is given another
 };
 
 /** What the chip holds. */
@@ -39,6 +41,7 @@ struct Tables {
    static constexpr std::size_t hostRoom = 1024, topoRoom = 16, lagRoom = 16, memberRoom = 8,
                                 mirrorRoom = 4, translationRoom = 512, ruleRoom = 32768;
    static constexpr S64 multicastRoom = 16;
+   static constexpr U32 tapGroupRoom = 16;
 
    QonChip::HeldHosts hosts;
    QonChip::HeldTopologies topologies;
@@ -49,6 +52,7 @@ struct Tables {
    QonChip::HeldMulticast multicast;
    QonChip::HeldAcls acls;
    QonChip::HeldStormControl storm;
+   QonChip::HeldTapAgg tapAgg;
    QonChip::HeldTranslations translations;
 };
 

@@ -26,6 +26,7 @@ constexpr NamedFault named[] = {
       { "kept-mapping", &Faults::keptMapping },
       { "kept-group", &Faults::keptGroup },
       { "one-destination", &Faults::oneDestination },
+      { "first-group", &Faults::firstGroup },
 };
 
 /** Takes --fault NAME and --healthy out of the arguments. False for an unknown name. */

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <tuple>
 #include <utility>
 
@@ -43,50 +44,38 @@ kindName( LogArg::Kind kind ) {
    return "";
 }
 
-/** One piece of a format: the plain text before a conversion, and that conversion if there is
-    one. */
-struct Piece {
-   String plain;
-   bool converts = false;
-   LogArg::Kind kind = LogArg::Kind::text;
-};
+LogArg::Kind
+kindOf( char conversion ) {
+   return conversion == 's'   ? LogArg::Kind::text
+          : conversion == 'd' ? LogArg::Kind::number
+                              : LogArg::Kind::counter;
+}
 
-/** Cuts the next piece off `format`. */
-Piece
-nextPiece( const char *& format ) {
-   Piece piece;
-   for ( ; *format; ++format ) {
-      if ( *format != '%' ) {
-         piece.plain += *format;
-         continue;
+/** Calls `plain( begin, end )` for each run of plain text, and `converts( kind )` for each
+    conversion, in order. */
+template< class Plain, class Converts >
+void
+forEachPiece( const char * format, Plain && plain, Converts && converts ) {
+   while ( *format ) {
+      const char * end = format + std::strcspn( format, "%" );
+      plain( format, end );
+      if ( *end == 0 ) {
+         return;
       }
-      ++format;
-      char conversion = *format;
+      const char conversion = end[1];
       VELTO_ASSERT( conversion == 's' || conversion == 'd' || conversion == 'L' ||
                     conversion == '%' );
-      if ( conversion == '%' ) {
-         piece.plain += '%';
-         continue;
-      }
-      ++format;
-      piece.converts = true;
-      piece.kind = conversion == 's'   ? LogArg::Kind::text
-                   : conversion == 'd' ? LogArg::Kind::number
-                                       : LogArg::Kind::counter;
-      break;
+      conversion == '%' ? plain( end, end + 1 ) : converts( kindOf( conversion ) );
+      format = end + 2;
    }
-   return piece;
 }
 
 std::vector< LogArg::Kind >
 kindsOf( const LogDescriptor & descriptor ) {
    std::vector< LogArg::Kind > kinds;
-   for ( const char * rest = descriptor.format; *rest; ) {
-      Piece piece = nextPiece( rest );
-      if ( piece.converts ) {
-         kinds.push_back( piece.kind );
-      }
-   }
+   forEachPiece(
+         descriptor.format, []( const char *, const char * ) {},
+         [&]( LogArg::Kind kind ) { kinds.push_back( kind ); } );
    return kinds;
 }
 
@@ -105,17 +94,20 @@ kindFault( const LogDescriptor & descriptor, std::size_t index, LogArg::Kind wan
 /** Fatal unless the arguments are what the format converts. */
 void
 checkArgs( const LogDescriptor & descriptor, std::span< const LogArg > args ) {
-   String fault;
-   auto kinds = kindsOf( descriptor );
-   if ( kinds.size() != args.size() ) {
-      fault = countFault( descriptor, kinds.size(), args.size() );
-   }
-   for ( std::size_t i = 0; i < args.size() && fault.empty(); ++i ) {
-      if ( args[i].kind() != kinds[i] ) {
-         fault = kindFault( descriptor, i, kinds[i] );
-      }
-   }
-   if ( !fault.empty() ) {
+   std::size_t count = 0, wrong = args.size();
+   LogArg::Kind wanted{};
+   forEachPiece(
+         descriptor.format, []( const char *, const char * ) {},
+         [&]( LogArg::Kind kind ) {
+            if ( count < wrong && args[count].kind() != kind ) {
+               wrong = count;
+               wanted = kind;
+            }
+            ++count;
+         } );
+   if ( count != args.size() || wrong < args.size() ) [[unlikely]] {
+      const String fault = count != args.size() ? countFault( descriptor, count, args.size() )
+                                                : kindFault( descriptor, wrong, wanted );
       Velto::assertFail( fault.c_str(), __FILE__, __LINE__, __PRETTY_FUNCTION__ );
    }
 }
@@ -123,14 +115,12 @@ checkArgs( const LogDescriptor & descriptor, std::span< const LogArg > args ) {
 String
 expand( const LogDescriptor & descriptor, std::span< const LogArg > args ) {
    String text;
+   text.reserve( std::strlen( descriptor.format ) + 16 * args.size() );
    auto arg = args.begin();
-   for ( const char * rest = descriptor.format; *rest; ) {
-      Piece piece = nextPiece( rest );
-      text += piece.plain;
-      if ( piece.converts ) {
-         text += ( arg++ )->shown();
-      }
-   }
+   forEachPiece(
+         descriptor.format,
+         [&]( const char * begin, const char * end ) { text.append( begin, end ); },
+         [&]( LogArg::Kind ) { ( arg++ )->appendTo( text ); } );
    return text;
 }
 
@@ -193,17 +183,13 @@ logRecommendedAction( const LogDescriptor & descriptor ) {
    return action;
 }
 
-String
-LogArg::shown() const {
-   switch ( kind_ ) {
-   case Kind::text:
-      return text_;
-   case Kind::number:
-      return std::to_string( number_ );
-   case Kind::counter:
-      return std::to_string( U64( number_ ) );
-   }
-   return "";
+void
+LogArg::appendTo( String & text ) const {
+   char digits[24];
+   const auto number = kind_ == Kind::counter
+                             ? std::to_chars( digits, std::end( digits ), U64( number_ ) )
+                             : std::to_chars( digits, std::end( digits ), number_ );
+   kind_ == Kind::text ? text += text_ : text.append( digits, number.ptr );
 }
 
 LogHandle::LogHandle( const LogDescriptor & descriptor, Seconds interval, double second, U32 zero1,

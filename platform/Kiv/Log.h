@@ -90,8 +90,8 @@ class LogArg {
    }
 
    Kind kind() const { return kind_; }
-   /** The argument as the message shows it. */
-   Velto::String shown() const;
+   /** Adds the argument to a message, as that shows it. */
+   void appendTo( Velto::String & text ) const;
 
  private:
    Kind kind_;

@@ -164,19 +164,19 @@ IntfId::stringValue() const {
    }
    Velto::String name = kind->name;
    for ( U32 i = 0; i < count(); ++i ) {
-      name += ( i ? "/" : "" ) + Kiv::toText( number( i ) );
+      name += i ? "/" : "";
+      name += Kiv::toText( number( i ) );
    }
-   return sub() ? name + "." + Kiv::toText( sub() ) : name;
+   if ( sub() ) {
+      name += ".";
+      name += Kiv::toText( sub() );
+   }
+   return name;
 }
 
 U32
 GenericIntfId::part( IntfId id, U32 i ) {
    return i == id.count() ? id.sub() : id.number( i );
-}
-
-IntfId
-SubIntfId::parent( IntfId id ) {
-   return id.isNull() ? id : intfId( id, 0 );
 }
 
 IntfId

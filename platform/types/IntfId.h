@@ -75,7 +75,7 @@ struct SubIntfId {
    static bool isSubIntfId( IntfId id ) { return id.sub() != 0; }
    static U32 subId( IntfId id ) { return id.sub(); }
    /** The interface that carries this one; `id` itself when it is no sub-interface. */
-   static IntfId parent( IntfId id );
+   static IntfId parent( IntfId id ) { return id.sub() ? intfId( id, 0 ) : id; }
    static IntfId intfId( IntfId parent, U32 sub );
 };
 

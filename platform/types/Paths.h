@@ -61,6 +61,19 @@ inline constexpr char forwardingMode[] =
       "bridging/forwardingmode/config";                     // Bridging::ForwardingModeConfig
 inline constexpr char tapAggHwConfig[] = "tapagg/hwconfig"; // TapAgg::HwConfig
 
+// Tap aggregation
+inline constexpr char tapAggConfig[] = "bridging/input/tapagg";    // Bridging::Input::TapAggConfig
+inline constexpr char tapAggStatus[] = "tapagg/status";            // TapAgg::Status
+inline constexpr char toolPortStatus[] = "tapagg/toolport/status"; // TapAgg::ToolPortStatus
+inline constexpr char pmapGroupConfig[] = "tapagg/pmapgroup/config"; // TapAgg::PmapGroupConfig
+inline constexpr char pmapGroupStatus[] = "tapagg/pmapgroup/status"; // TapAgg::PmapGroupStatus
+inline constexpr char tapAggPolicyMapConfig[] =
+      "tapagg/policymap/config"; // TapAgg::PolicyMapConfig
+inline constexpr char hostFlushRequest[] =
+      "bridging/hostflush/request"; // Bridging::HostFlush::RequestDir
+inline constexpr char hostFlushReply[] =
+      "bridging/hostflush/reply"; // Bridging::HostFlush::ReplyDir
+
 // Storm control
 inline constexpr char stormControlConfig[] =
       "bridging/stormcontrol/config"; // Bridging::StormControl::Config

@@ -37,7 +37,10 @@ const char everything[] =
                  "FRAMES": {"type": "L2", "stage": "ingress", "ports": ["Ethernet12"]}},
    "ACL_RULE": {"DATA|ONE": {"PRIORITY": "1", "PACKET_ACTION": "DROP", "SRC_IP": "10.0.0.0/8"},
                 "DATA|TWO": {"PRIORITY": "2", "PACKET_ACTION": "DROP", "DST_IP": "10.0.0.3/32"}},
-   "STP": {"GLOBAL": {"mode": "pvst"}}, "STP_VLAN": {"Vlan10": {}}})";
+   "STP": {"GLOBAL": {"mode": "pvst"}}, "STP_VLAN": {"Vlan10": {}},
+   "TAP_POLICY_MAP": {"map|voice": {"groups": "voice"}},
+   "TAP_PORT": {"Ethernet8": {"groups": "a,b"}},
+   "TOOL_PORT": {"Ethernet12": {"groups": "a"}, "PortChannel1": {"groups": "b"}}})";
 
 /** An agent with something to show everywhere. */
 class FullWorld : public AgentWorld {

@@ -140,18 +140,6 @@ TEST( Operator, WhatIsMisspelledIsNamedWithWhatThereIs ) {
            "Ethernet8 is no member of VLAN 10" },
          { R"({"event": "lagMember", "portChannel": "PortChannel1", "port": "Ethernet4", "member": false})",
            "Ethernet4 is no member of PortChannel1" },
-         { R"({"event": "mac", "op": "add", "mac": "02:11:22:00:00:01", "vlan": 10, "intf": "Ethernet5"})",
-           "there is no port 'Ethernet5'; there are: Ethernet0, Ethernet4, Ethernet8" },
-         { R"({"event": "mac", "op": "flushPort", "intf": "PortChannel2"})",
-           "there is no port-channel 'PortChannel2'; there is: PortChannel1" },
-         { R"({"event": "vlanMember", "vlan": 10, "intf": "Ethernet5", "mode": "tagged"})",
-           "there is no port 'Ethernet5'; there are: " },
-         { R"({"event": "lagMember", "portChannel": "PortChannel1", "port": "Ethernet5"})",
-           "there is no port 'Ethernet5'; there are: " },
-         { R"({"event": "link", "port": "Ethernet5", "up": true})",
-           "there is no port 'Ethernet5'; there are: " },
-         { R"({"event": "stormTraffic", "port": "Ethernet5", "kind": "broadcast", "kbps": 1})",
-           "there is no port 'Ethernet5'; there are: " },
          { R"({"event": "delete", "path": "bridging/vlan/config/vlanConfig[30]"})",
            "bridging/vlan/config/vlanConfig[30]: there is no vlanConfig[30]" },
          { R"({"event": "link", "port": "Ethernet4", "up": true, "sped": 1})",
@@ -188,6 +176,33 @@ TEST( Operator, WhatIsMisspelledIsNamedWithWhatThereIs ) {
       } catch ( const Velto::RangeError & e ) {
          EXPECT_EQ( e.what(), String( "f:1: " ) + r.raised );
       }
+   }
+}
+
+TEST( Operator, EventsOnPortsThatAreNotThereAreRefused ) {
+   OperatorWorld w;
+   w.load( config );
+   struct {
+      const char * line;
+      const char * said;
+   } const cases[] = {
+         { R"({"event": "mac", "op": "add", "mac": "02:11:22:00:00:01", "vlan": 10, "intf": "Ethernet5"})",
+           "there is no port 'Ethernet5'; there are: Ethernet0, Ethernet4, Ethernet8" },
+         { R"({"event": "mac", "op": "flushPort", "intf": "PortChannel2"})",
+           "there is no port-channel 'PortChannel2'; there is: PortChannel1" },
+         { R"({"event": "vlanMember", "vlan": 10, "intf": "Ethernet5", "mode": "tagged"})",
+           "there is no port 'Ethernet5'; there are: " },
+         { R"({"event": "lagMember", "portChannel": "PortChannel1", "port": "Ethernet5"})",
+           "there is no port 'Ethernet5'; there are: " },
+         { R"({"event": "link", "port": "Ethernet5", "up": true})",
+           "there is no port 'Ethernet5'; there are: " },
+         { R"({"event": "stormTraffic", "port": "Ethernet5", "kind": "broadcast", "kbps": 1})",
+           "there is no port 'Ethernet5'; there are: " },
+   };
+   for ( auto & c : cases ) {
+      const Lines said = w.play( c.line );
+      ASSERT_EQ( said.size(), 1u ) << c.line;
+      EXPECT_EQ( said[0].rfind( String( "warning: f:1: " ) + c.said, 0 ), 0u ) << said[0];
    }
 }
 

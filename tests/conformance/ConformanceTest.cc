@@ -257,6 +257,7 @@ TEST( Conformance, EachFaultOfTheBrokenChipIsAFinding ) {
          { "tidy-destructor", "vlan.destructor" }, { "kept-level", "stormcontrol.nolimit" },
          { "kept-mapping", "vlanmapping.latest" }, { "one-destination", "mirror.last" },
          { "kept-group", "multicast.delete" },     { "kept-port", "acl.intfs" },
+         { "first-group", "tapagg.ports" },
    };
    EXPECT_EQ( brokenChip( "", text ), 1 );
    for ( auto [fault, contract] : faults ) {
@@ -331,6 +332,7 @@ struct Blind : SmallChip<> {
    std::optional< QonChip::HeldStormControl > stormControl() const override { return std::nullopt; }
    std::optional< QonChip::HeldMirrors > mirrors() const override { return std::nullopt; }
    std::optional< QonChip::HeldAcls > acls() const override { return std::nullopt; }
+   std::optional< QonChip::HeldTapAgg > tapAgg() const override { return std::nullopt; }
    std::optional< QonChip::HeldTranslations > translations() const override { return std::nullopt; }
 };
 
@@ -345,9 +347,10 @@ TEST( Conformance, NothingIsCalledSoundThatWasNotLookedAt ) {
       EXPECT_NE( outcome.why.find( "Part" ), String::npos ) << outcome.why;
    }
    // What is judged by the chip's reports alone.
-   const std::set< String > byReports = { "mac.answer",        "mac.shadow",  "vlan.verify",
-                                          "topo.flush",        "topo.verify", "stormcontrol.verify",
-                                          "mirror.reconciled", "chip.pump",   "chip.ports" };
+   const std::set< String > byReports = {
+         "mac.answer",    "mac.shadow",          "vlan.verify",       "topo.flush",
+         "topo.verify",   "stormcontrol.verify", "mirror.reconciled", "tapagg.group",
+         "tapagg.verify", "chip.pump",           "chip.ports" };
    // Of a generation, or for lists of hosts, that the chip has not.
    const std::set< String > skipped = { "stormcontrol.version", "stormcontrol.reset", "acl.hosts" };
    for ( auto & outcome : outcomes( make< Blind >, "" ) ) {

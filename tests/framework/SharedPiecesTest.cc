@@ -243,12 +243,20 @@ class FollowingSm : public Qon::QonBaseSm {
  public:
    void handleMember( IntfId port, IntfId from, IntfId to ) {
       lines.push_back( port.stringValue() + ": " + from.stringValue() + " > " + to.stringValue() );
+      raise();
    }
    void handleList( IntfId lag, IntfId port ) {
       lines.push_back( lag.stringValue() + " lists " + port.stringValue() ); // or no more
+      raise();
+   }
+   void raise() const {
+      if ( raises ) {
+         throw Velto::RangeError( "told" );
+      }
    }
    Lines take() { return std::exchange( lines, {} ); }
    Lines lines;
+   bool raises = false;
    Qon::LagFollower< FollowingSm, &FollowingSm::handleMember, &FollowingSm::handleList > follower;
 };
 
@@ -316,6 +324,18 @@ TEST_F( LagViewFlow, FollowerTellsOfEachMapOnItsOwn ) {
               ( Lines{ "Port-Channel1 lists Ethernet1", "Port-Channel1 lists Ethernet2" } ) );
    acsd->portToLagDel( eth1 );
    EXPECT_EQ( sm->take(), Lines{ "Ethernet1: Port-Channel1 > " } );
+}
+
+TEST_F( LagViewFlow, FollowerTellsOfAllWhoeverRaises ) {
+   acsd->lagToPortIs( po1, list( { eth1, eth2 } ) );
+   acsd->portToLagIs( eth1, po1 );
+   acsd->portToLagIs( eth2, po1 );
+   auto sm = Qon::smIs< FollowingSm >();
+   sm->raises = true;
+   EXPECT_THROW( sm->follower.attach( sm.ptr(), acsd.ptr() ), Velto::RangeError );
+   EXPECT_EQ( sm->take().size(), 4u );
+   EXPECT_THROW( acsd->lagToPortDel( po1 ), Velto::RangeError );
+   EXPECT_EQ( sm->take().size(), 2u );
 }
 
 TEST_F( LagViewFlow, FollowerThatIsAttachedAgainTellsTheDifference ) {

@@ -65,7 +65,7 @@ const Entry entries[] = {
       { "DATAPLANE_MIRROR_INTERNAL_SESSION_RESOURCES_UNAVAILABLE", 4, "ss", 0, mirrorSm },
       { "DATAPLANE_MIRROR_SOURCE_RESOURCES_FULL", 4, "ssdd", 0, mirrorSm },
       { "ETH_STORMCONTROL_DISCARDS", 6, "sLLLL", 1, "QonStormControlDropLogSm" },
-      { "TAPAGG_HW_RESOURCE_FULL", 3, "", 0, "QonTapAggIntfSm" },
+      { "TAPAGG_HW_RESOURCE_FULL", 3, "", 0, "QonTapaggSm" },
       { "OMBRA_MOUNT_TIMEOUT", 3, "sss", 3, "QonOmbraMountSm" },
       { "SUBINTERFACE_HW_RESOURCE_FULL", 3, "s", 0, "QonSubIntfSm" },
       { "STEERLINE_MAC_VLAN_DUPLICATE_ENDPOINT", 4, "sd", 0, "QonSteerlineSm" },

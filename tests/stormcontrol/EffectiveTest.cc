@@ -145,6 +145,23 @@ TYPED_TEST( Effective, WhatHappensToAnInactivePortIsProgrammedWhenItIsActiveAgai
    EXPECT_EQ( this->notes().calls, Calls{} );
 }
 
+TYPED_TEST( Effective, AnInactivePortShowsWhoseConfigurationHolds ) {
+   auto phy = this->phy( 1 );
+   this->broadcast( eth( 1 ), 100 );
+   this->broadcast( po( 1 ), 500 );
+   this->broadcast( po( 2 ), 700 );
+   this->member( 1, 1 );
+   this->start();
+   this->answer( 1 );
+   phy->activeIs( false );
+   EXPECT_EQ( this->statusOf( eth( 1 ) )->lag(), po( 1 ) );
+   for ( U32 lag : { 2, 0, 1 } ) {
+      this->member( 1, lag );
+      EXPECT_EQ( this->statusOf( eth( 1 ) )->lag(), lag ? po( lag ) : IntfId() ) << lag;
+   }
+   EXPECT_TRUE( this->free( 1 ) );
+}
+
 TYPED_TEST( Effective, OnlyManagedAndBridgedInterfacesAreLimited ) {
    this->managed( 9, true );
    this->phy( 2 )->forwardingModelIs( Interface::ForwardingModel::routed );

@@ -76,7 +76,7 @@ class QonCommonSmData : public Kiv::Entity {
    // Features keep small what they may: QON_LOW_MEMORY_MODE was set at the start.
    // Writer: QonCommonSmData.
    KIV_ATTR( bool, lowMemoryMode, false )
-   // What the switch is: switching, or tap aggregation. Writer: hosting agent. Readers: StpSm.
+   // The switch switches, or aggregates taps. Writer: hosting agent. Readers: StpSm, TapAggSm.
    KIV_ATTR( HwOperationalMode, operationalMode, HwOperationalMode() )
    // The hardware side of VLANs; null on a chip that has none of its own.
    // Writer: hosting agent. Readers: hosting agent.
@@ -110,7 +110,7 @@ class QonCommonSmData : public Kiv::Entity {
    // What a recirculation channel is used for. Writer: recirculation. Readers: VlanHelper.
    KIV_MAP( Ulnet::IntfId, Lag::Recirc::RecircFeatureSet, lagToFeatureSet )
    // The LAG of which a port is a member: who asks of a port, asks here.
-   // Writer: LagSm. Readers: LagView, LagFollowerBase, QonLagCreatorSm, VlanHelper,
+   // Writer: LagSm. Readers: LagView, LagFollowerBase, QonLagCreatorSm, TapAggSm, VlanHelper,
    // MulticastHelper, MulticastReactorSm.
    KIV_MAP( Ulnet::IntfId, Ulnet::IntfId, portToLag )
    // The members of a LAG, with their flags: who asks of a LAG, asks here.

@@ -81,6 +81,18 @@ class SmCollection {
       }
    }
 
+   /** review(), then sm( key ), for one who holds the owner: a single look-up where the child is as
+       it shall be. */
+   Sm * reviewed( const K & key, const Input & wanted ) {
+      auto child = children_.find( key );
+      if ( child && !child->busy && child->input == wanted && child->sm &&
+           child->sm->initialized() ) {
+         return child->sm.ptr();
+      }
+      review( key, wanted );
+      return sm( key );
+   }
+
    /** Reviews every key that is held or in `keys` (a range as in Reconcile.h); `wanted( key )` is
        asked for each when its turn comes. */
    template< class Keys, class Wanted >

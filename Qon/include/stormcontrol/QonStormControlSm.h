@@ -23,8 +23,10 @@ class StormControlSm : public StormControlBaseSm {
    StormControlSm( Inputs inputs, Velto::Ptr< StormControlSmHelper > helper,
                    Velto::Ptr< VerifyData > verifyData );
 
-   /** Programs one level of a port, if it is not what the chip was told last. */
-   void updateLevel( StormControlIntfSm & machine, const LevelKind & kind, const Given & wanted );
+   /** Programs one level of a port, if it is not what the chip was told last, and says so in the
+       port's status, if there is one. */
+   void updateLevel( StormControlIntfSm & machine, const LevelKind & kind, const Given & wanted,
+                     StormControl::IntfStatus * status );
    /** Calls the verifying hooks for everything that is programmed. */
    void handleVerify();
    String checkInvariants() const override;
@@ -45,7 +47,9 @@ class StormControlSm : public StormControlBaseSm {
    void tellLagConfig( IntfId intf ) override;
    void reviewBurst() override;
    void verifyIntf( IntfId intf );
-   bool has( const LevelKind & kind ) const override;
+   bool has( const LevelKind & kind ) const final {
+      return uucast_ || kind.type != LevelType::levelTypeUUcast;
+   }
    std::vector< U8 > programmedClasses() const override;
 
    const Velto::Ptr< StormControlSmHelper > helper_;

@@ -118,12 +118,14 @@ class QonStormControlSmV2 : public StormControlBaseSm {
    void reviewReport( IntfId intf ) override;
    void reviewTcReport( U8 trafficClass ) override;
    void tellBcastSkip( IntfId intf, bool skip ) override;
-   bool has( const LevelKind & kind ) const override { return !kind.cpu; }
+   bool has( const LevelKind & kind ) const final { return !kind.cpu; }
    std::optional< StormControl::AllDrops >
    dropsOf( const StormControlIntfSm & machine ) const override;
    std::vector< U8 > programmedClasses() const override;
 
-   void publish( IntfId intf, const StormControlIntfSm & machine, const Want & want );
+   using AllGiven = std::array< Given, StormControl::levels >;
+   void publish( const StormControlIntfSm & machine, const AllGiven & wanted,
+                 Velto::Ptr< StormControl::PlatformIntfConfig > platform );
    void reset( IntfId intf );
    void findVersions();
 

@@ -19,9 +19,10 @@
 //    inactive.
 // 4. A CPU level of zero is refused: what was accepted before stays while the same configuration
 //    holds, and is the default under another one.
-// 5. Nothing is done before the start has come through, nor while `initialized` is false; the next
+// 5. The status of an inactive port, where it has one, says whose configuration would hold.
+// 6. Nothing is done before the start has come through, nor while `initialized` is false; the next
 //    start makes good what was missed.
-// 6. doCleanup() takes everything back; destruction touches nothing.
+// 7. doCleanup() takes everything back; destruction touches nothing.
 //
 // Ownership: counts its inputs and outputs; owns the machines. Reads acsd.intf, portToLag and
 // lagToPort; writes none of them.
@@ -274,6 +275,8 @@ class StormControlBaseSm : public QonBaseSm, public Checked {
    }
    /** Looks at everything that waits; nothing before the start and during it. */
    void settle();
+   /** later(), then settle(). */
+   void ask( What what, IntfId intf = IntfId(), U8 trafficClass = 0 );
    bool started() const { return started_; }
    /** Orphans of the status: interfaces and traffic classes without configuration. */
    void removeOrphanedStatus();
@@ -298,11 +301,14 @@ class StormControlBaseSm : public QonBaseSm, public Checked {
    void attachAll();
    void reviewAll();
    void laterForAll();
+   bool settles() const { return initialized() && started_ && !starting_; }
    void review( const Question & question );
    void reviewIntf( IntfId intf );
    void settleMachine( StormControlIntfSm & machine, const Want & want );
+   void rest( StormControlIntfSm & machine, const Want & want );
    bool managed( IntfId intf ) const;
    bool fitForMachine( IntfId intf ) const;
+   bool fitForMachine( IntfId base, const Interface::EthPhyIntfStatus * phy ) const;
    void traceWhyNot( IntfId intf ) const;
 
    const Inputs in_;
