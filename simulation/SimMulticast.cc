@@ -348,6 +348,7 @@ SimMulticast::faultsIs( bool on ) {
 
 void
 SimMulticast::tearDown() {
+   nested_ = 0; // the ports go next, and the set that floods is written for each
    status_->vlanStatusDelAll();
    static_->groupDelAll();
 }

@@ -23,7 +23,7 @@ EthGroupReviewSm::handleInitialized() {
    if ( !initialized() ) {
       return;
    }
-   if ( helper_->groupList().size() ) {
+   if ( helper_->pending() ) {
       kickReview();
    }
    if ( helper_->groupDelList().size() ) {
@@ -87,8 +87,7 @@ EthGroupReviewSm::reviewEthGroupSet() {
    error.run( [this] {
       slice(
             ethGroupClock(), config_->reviewTime(), config_->reviewPause(),
-            [this] { return helper_->groupList().size() != 0; },
-            [this] { helper_->reviewFirst(); } );
+            [this] { return helper_->pending(); }, [this] { helper_->reviewFirst(); } );
    } );
    error.pass();
 }
@@ -102,7 +101,7 @@ EthGroupReviewSm::overflowEthGroupSet() {
          ethGroupOverflowClock(), config_->overflowTime(), config_->overflowPause(),
          [this] { return helper_->groupOverflowList().size() != 0; },
          [this] { helper_->reviewFirstOverflowed(); } );
-   if ( helper_->groupList().size() ) {
+   if ( helper_->pending() ) {
       kickReview();
    }
 }

@@ -204,7 +204,18 @@ MulticastHelper::dropFlood( Velto::FirstError & error ) {
 
 void
 MulticastHelper::reviewOverflowedGroups() {
-   while ( overflow()->mcastEntryNeedingHwEntrys() ) {
+   retryUntil_ = overflow()->lastPlace();
+   moveRetries();
+   if ( pending() ) {
+      review_->kickReview();
+   }
+}
+
+/** A few of those that are to be tried again. */
+void
+MulticastHelper::moveRetries() {
+   constexpr U32 atOnce = 256;
+   for ( U32 moved = 0; moved < atOnce && retriesLeft(); ++moved ) {
       const EntryPtr entry = overflow()->mcastEntryNeedingHwEntryFront();
       overflow()->mcastEntryNeedingHwEntryDeq();
       entry->retry_ = 0;
@@ -213,9 +224,6 @@ MulticastHelper::reviewOverflowedGroups() {
          groupOverflowList_.erase( entry->macVlan() );
          queueGroup( *entry );
       }
-   }
-   if ( groupList_.size() ) {
-      review_->kickReview();
    }
 }
 

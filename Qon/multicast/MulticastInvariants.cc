@@ -31,7 +31,7 @@ MulticastHelper::checkInvariants() const {
       }
    }
    auto late = []( const Kiv::Clock * clock ) { return clock->idle(); };
-   if ( ( groupList_.size() && late( review_->ethGroupClock() ) && !review_->reviewing() ) ||
+   if ( ( pending() && late( review_->ethGroupClock() ) && !review_->reviewing() ) ||
         ( groupOverflowList_.size() && late( review_->ethGroupOverflowClock() ) ) ||
         ( groupDelList_.size() && late( review_->ethGroupDelClock() ) ) ) {
       return "groups wait, and no clock is armed for them";
@@ -125,7 +125,7 @@ MulticastHelper::brokenBitmaps() const {
 bool
 MulticastHelper::handleVerify( const MulticastSmBase::Ptr & sm ) {
    VerifyData * findings = acsd()->verifyData();
-   if ( review_->reviewing() || groupList_.size() ) {
+   if ( review_->reviewing() || pending() ) {
       QON_TRACE( multicastFacility, 5, "group review going on, deferring hardware check" );
       waitToVerify_ = true;
       return false;

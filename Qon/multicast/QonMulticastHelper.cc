@@ -174,6 +174,10 @@ MulticastHelper::forgetPending( Entry & entry ) {
 
 void
 MulticastHelper::reviewFirst() {
+   moveRetries();
+   if ( groupList_.empty() ) {
+      return; // nobody of the queue waits any more
+   }
    const PendingGroupListInfo info = groupList_.front().value;
    groupList_.erase( info.macVlan() );
    const EntryPtr entry( entryList( info.groupIndex() ) );
@@ -212,11 +216,12 @@ MulticastHelper::overflowListIs( Entry & entry ) {
    }
 }
 
+/** Whoever waits for a bitmap has its turn by the queue. */
 void
 MulticastHelper::reviewFirstOverflowed() {
    const PendingGroupListInfo info = groupOverflowList_.front().value;
    groupOverflowList_.erase( info.macVlan() );
-   if ( auto entry = entryList( info.groupIndex() ) ) {
+   if ( auto entry = entryList( info.groupIndex() ); entry && !entry->retry_ ) {
       queueGroup( *entry );
    }
 }

@@ -331,6 +331,7 @@ struct Blind : SmallChip<> {
    std::optional< QonChip::HeldGroups > groups() const override { return std::nullopt; }
    std::optional< QonChip::HeldStormControl > stormControl() const override { return std::nullopt; }
    std::optional< QonChip::HeldMirrors > mirrors() const override { return std::nullopt; }
+   std::optional< QonChip::HeldMulticast > multicast() const override { return std::nullopt; }
    std::optional< QonChip::HeldAcls > acls() const override { return std::nullopt; }
    std::optional< QonChip::HeldTapAgg > tapAgg() const override { return std::nullopt; }
    std::optional< QonChip::HeldTranslations > translations() const override { return std::nullopt; }

@@ -132,7 +132,8 @@ class MulticastHelper : public QonBaseHelper, public Checked {
    void addFloodEntry();
    /** Empties and gives back the bitmap of a set at which nobody points; whoever waits for one is reviewed. */
    void freeHardwareBitmap( const QonTypes::Bitmap & ports );
-   /** Whoever waits for a bitmap is pending, in the order of the queue. */
+   /** Whoever waits for a bitmap is pending, in the order of the queue: the first few hundred at once, the
+       others as the review goes on. Who finds none again stands at the end, and waits for the next call. */
    void reviewOverflowedGroups();
    /** The place of a group among those that wait for a bitmap, from 1; 0: it does not wait. */
    U32 placeInQueue( const Entry & entry ) const {
@@ -189,6 +190,8 @@ class MulticastHelper : public QonBaseHelper, public Checked {
    }
    const BitmapList & bitmapList() const { return bitmapList_; }
    const PendingList & groupList() const { return groupList_; }
+   /** Whether there is work for the review. */
+   bool pending() const { return groupList_.size() != 0 || retriesLeft(); }
    const PendingList & groupOverflowList() const { return groupOverflowList_; }
    const DelList & groupDelList() const { return groupDelList_; }
    const PendingGroupListInfo & groupList( const MacVlanPair & key ) const {
@@ -241,6 +244,12 @@ class MulticastHelper : public QonBaseHelper, public Checked {
    void synced( Entry & entry, QonTypes::TableAddStatus status );
    void reviewFirstOverflowed();
    void overflowListIs( Entry & entry );
+   /** Whether some of those that are to be tried again are still in the queue. */
+   bool retriesLeft() const {
+      const U64 first = overflow_ ? overflow_->firstPlace() : 0;
+      return first != 0 && first <= retryUntil_;
+   }
+   void moveRetries();
    void deleteFirst();
 
    // The end of a group
@@ -296,7 +305,8 @@ class MulticastHelper : public QonBaseHelper, public Checked {
    U32 bitmapsMade_ = 0;
    bool waitToVerify_ = false;
    bool cleanupWanted_ = false;
-   U32 busy_ = 0; // hooks that are being called
+   U32 busy_ = 0;       // hooks that are being called
+   U64 retryUntil_ = 0; // the last place of those that are to be tried again
    S64 vGroup_ = 0;
 
    Kiv::DenseMap< S64, EntryPtr > entryList_;
