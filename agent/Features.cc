@@ -11,6 +11,7 @@
    one( stormControlFeature ) \
    one( vlanMappingFeature ) \
    one( mirrorFeature )    \
+   one( multicastFeature ) \
    one( tapAggFeature )    \
    one( aclFeature )       \
    one( verifyFeature )

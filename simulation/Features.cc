@@ -14,6 +14,7 @@
    one( simStorm )      \
    one( simVlanMapping ) \
    one( simMirror )     \
+   one( simMulticast )  \
    one( simTapAgg )     \
    one( simAcl )        \
    one( simDamage )

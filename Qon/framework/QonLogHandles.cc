@@ -10,11 +10,6 @@ namespace {
 QonLogHandle handles[] = {
       { "QonL2ProtocolForwardingSm", QonLog::DATAPLANE_L2_PROTOCOL_FORWARDING_HW_RESOURCE_FULL },
 
-      { "QonMulticastSm", QonLog::DATAPLANE_MACTABLEENTRYCLEAR },
-      { "QonMulticastSm", QonLog::DATAPLANE_NOMACTABLEENTRIES },
-      { "QonMulticastSm", QonLog::DATAPLANE_MULTICASTGROUPCLEAR },
-      { "QonMulticastSm", QonLog::DATAPLANE_NOMULTICASTGROUPS },
-
       { "QonAclSm", QonLog::ACL_COMPUTATION_SUCCESS },
       { "QonAclSm", QonLog::ACL_COMPUTATION_FAILED },
       { "QonAclSm", QonLog::ACL_HW_RESOURCE_NORMAL },

@@ -133,7 +133,9 @@ HostTable::execute( const HostCommand & command, U32 & index ) {
       return add( command, index );
    }
    if ( command.type == removeHost ) {
-      remove( command.key );
+      if ( entry( command.key ) ) {
+         remove( command.key );
+      }
    } else {
       flush( command );
    }
@@ -143,6 +145,9 @@ HostTable::execute( const HostCommand & command, U32 & index ) {
 HostTable::Status
 HostTable::add( const HostCommand & command, U32 & index ) {
    if ( auto entry = entries_.find( command.key ) ) {
+      if ( entry->reserved ) {
+         return macProgramFull;
+      }
       entry->intf = command.intf;
       entry->entryType = command.entryType;
       entry->multicast = command.type == addMcastHost;
@@ -157,7 +162,7 @@ HostTable::add( const HostCommand & command, U32 & index ) {
    taken_[bucket] |= places;
    index = bucket * shape_.width + U32( std::countr_zero( places ) );
    entries_.emplace( command.key, HostEntry{ command.intf, command.entryType,
-                                             command.type == addMcastHost, index, places } );
+                                             command.type == addMcastHost, index, places, false } );
    return macProgramSuccess;
 }
 
@@ -172,11 +177,39 @@ void
 HostTable::flush( const HostCommand & command ) {
    std::vector< MacEntryKey > gone;
    for ( auto && [key, entry] : entries_ ) {
-      if ( takes( command, key, entry ) ) {
+      if ( !entry.reserved && takes( command, key, entry ) ) {
          gone.push_back( key );
       }
    }
    for ( auto & key : gone ) {
+      remove( key );
+   }
+}
+
+QonTypes::TableAddStatus
+HostTable::reserve( const MacEntryKey & key ) {
+   if ( entry( key ) ) {
+      return QonTypes::TableAddStatus::notNow;
+   }
+   VELTO_ASSERT( !entries_.has( key ) );
+   const U32 places = freePlaces( key );
+   if ( !places ) {
+      return QonTypes::TableAddStatus::full;
+   }
+   const U32 bucket = bucketOf( key );
+   taken_[bucket] |= places;
+   entries_.emplace( key, HostEntry{ {},
+                                     {},
+                                     true,
+                                     bucket * shape_.width + U32( std::countr_zero( places ) ),
+                                     places,
+                                     true } );
+   return QonTypes::TableAddStatus::success;
+}
+
+void
+HostTable::unreserve( const MacEntryKey & key ) {
+   if ( auto held = entries_.find( key ); held && held->reserved ) {
       remove( key );
    }
 }

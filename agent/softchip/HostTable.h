@@ -13,8 +13,9 @@
 //    at once would be followed by the next attempt at once, and so on.)
 // 4. A write of a key that is there replaces the entry in its place. A flush takes entries that
 //    were learned or configured as dynamic; one by type takes exactly that type.
-//
-// 5. A command is answered to the hook object that handed it over, or to nobody; it is done in any
+// 5. Places can be reserved for entries that are not hosts: they are nobody's commands' business, and
+//    are in no reading of the hosts.
+// 6. A command is answered to the hook object that handed it over, or to nobody; it is done in any
 //    case.
 //
 // Reads the fault plan: hook "writeToHw" for each command that is done, table "hostTable".
@@ -25,6 +26,7 @@
 #include "agent/softchip/FaultPlan.h"
 #include "agent/softchip/Hearer.h"
 #include "platform/Kiv/Alarm.h"
+#include "platform/types/TableAddStatus.h"
 #include "platform/types/Ulnet.h"
 
 namespace SoftChip {
@@ -50,6 +52,7 @@ struct HostEntry {
    bool multicast;
    U32 index;  ///< its first place: bucket * width + place in the bucket
    U32 places; ///< a bit for each place in the bucket
+   bool reserved = false;
 };
 
 class HostTable : public Velto::Node {
@@ -74,8 +77,16 @@ class HostTable : public Velto::Node {
    void start( const HostCommand & command );
 
    const HostTableShape & shape() const { return shape_; }
+   /** With those that are reserved. */
    const Entries & entries() const { return entries_; }
-   const HostEntry * entry( const Qon::MacEntryKey & key ) const { return entries_.find( key ); }
+   /** Null for a key that no host has. */
+   const HostEntry * entry( const Qon::MacEntryKey & key ) const {
+      auto entry = entries_.find( key );
+      return entry && !entry->reserved ? entry : nullptr;
+   }
+   /** Takes places for an entry of another table. `full`: there are none; `notNow`: a host has the key. */
+   QonTypes::TableAddStatus reserve( const Qon::MacEntryKey & key );
+   void unreserve( const Qon::MacEntryKey & key );
    /** Whether an entry of that key would find a place. */
    bool hasRoom( const Qon::MacEntryKey & key ) const;
    U32 bucketOf( const Qon::MacEntryKey & key ) const;

@@ -23,10 +23,12 @@ class HostTableReader : public QonChip::HostReading {
    explicit HostTableReader( const HostTable & table )
        : table_( table ), walk_( table.entries() ) {}
    bool next( Qon::MacEntryKey & key, QonChip::HeldHost & held ) override {
-      if ( const bool onward = std::exchange( begun_, true );
-           walk_ && ( onward || !walk_.alive() ) ) {
-         ++walk_;
-      }
+      do {
+         if ( const bool onward = std::exchange( begun_, true );
+              walk_ && ( onward || !walk_.alive() ) ) {
+            ++walk_;
+         }
+      } while ( walk_ && walk_.value().reserved );
       if ( !walk_ ) {
          return false;
       }

@@ -1,10 +1,11 @@
-// The destination of a frame: the host table's, or all of its VLAN.
+// The destination of a frame: a multicast group's, the host table's, or all of its VLAN.
 
 #include <algorithm>
 
 #include "agent/softchip/Chip.h"
 #include "agent/softchip/LagPart.h"
 #include "agent/softchip/MacPart.h"
+#include "agent/softchip/MulticastPart.h"
 #include "agent/softchip/Stages.h"
 #include "agent/softchip/VlanPart.h"
 
@@ -12,19 +13,33 @@ namespace SoftChip {
 
 namespace {
 
+/** A port, or the aggregate that it is a member of: one copy for all members. */
+void
+addTarget( const Chip & chip, IntfId port, std::vector< IntfId > & targets ) {
+   const IntfId lag = chip.of< LagPart >().table().lagOf( port );
+   const IntfId target = lag ? lag : port;
+   if ( std::find( targets.begin(), targets.end(), target ) == targets.end() ) {
+      targets.push_back( target );
+   }
+}
+
 /** The ports and aggregates that send what is flooded in the VLAN. */
 std::vector< IntfId >
 floodSet( const Chip & chip, VlanId vlan ) {
    std::vector< IntfId > targets;
    for ( auto & port : chip.of< VlanPart >().table().ports( vlan ) ) {
-      const IntfId lag = chip.of< LagPart >().table().lagOf( port.intf );
-      const IntfId target = lag ? lag : port.intf;
-      if ( port.how.egress &&
-           std::find( targets.begin(), targets.end(), target ) == targets.end() ) {
-         targets.push_back( target );
+      if ( port.how.egress ) {
+         addTarget( chip, port.intf, targets );
       }
    }
    return targets;
+}
+
+/** Whether protocols between neighbours use the address. */
+bool
+linkLocal( const Ulnet::EthAddr & address ) {
+   constexpr U64 first = 0x01005e000000, last = 0x01005e0000ff;
+   return address.value() >= first && address.value() <= last;
 }
 
 } // namespace
@@ -41,9 +56,18 @@ passDestination( const Chip & chip, Travel & travel ) {
       travel.targets = { host->intf };
       return { true, destination.stringValue() + " is at " + host->intf.stringValue() };
    }
+   const MulticastTable & multicast = chip.of< MulticastPart >().table();
+   const char * copied =
+         multicast.linkLocalCopied && linkLocal( destination ) ? ", copied to the CPU" : "";
+   if ( auto ports = multicast.portsOf( { destination, travel.vlan } ) ) {
+      for ( IntfId port : *ports ) {
+         addTarget( chip, port, travel.targets );
+      }
+      return { true, destination.stringValue() + " is a group's" + copied };
+   }
    travel.flooded = true;
    travel.targets = floodSet( chip, VlanId( travel.vlan.value() ) );
-   return { true, destination.stringValue() + " is not known: flooded" };
+   return { true, destination.stringValue() + " is not known: flooded" + copied };
 }
 
 } // namespace SoftChip

@@ -9,6 +9,7 @@
    one( addLagPart )      \
    one( addStormControlPart ) \
    one( addMirrorPart ) \
+   one( addMulticastPart ) \
    one( addTapAggPart ) \
    one( addAclPart )
 // clang-format on

@@ -6,6 +6,7 @@
 #include "agent/softchip/HostTable.h"
 #include "agent/softchip/LagTable.h"
 #include "agent/softchip/MirrorTable.h"
+#include "agent/softchip/MulticastTable.h"
 #include "agent/softchip/StormTable.h"
 #include "agent/softchip/TapAggTable.h"
 #include "agent/softchip/VlanMappingTable.h"
@@ -20,6 +21,7 @@ struct Shape {
    StormShape storm = {};
    VlanMappingShape vlanMapping = {};
    MirrorLimits mirrors = {};
+   MulticastLimits multicast = {};
    TapAggLimits tapAgg = {};
    AclLimits acls = {};
    Kiv::Seconds latency = 0; ///< see Chip::latencyIs()

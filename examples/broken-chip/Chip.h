@@ -5,7 +5,8 @@
 //    library -> ChipMac, ChipTopo, ChipVlan, ChipLag -> (a little later) -> Tables
 //                                                                        -> done, to the library
 //            -> ChipStorm (Storm.h), ChipVlanMapping (VlanMapping.h), ChipMirror (Mirror.h),
-//               ChipAcl (Acl.h), ChipTapAgg (TapAgg.h)                   -> at once -> Tables
+//               ChipAcl (Acl.h), ChipMulticast (Multicast.h), ChipTapAgg (TapAgg.h)
+//                                                                       -> at once -> Tables
 //    SmallChip: Tables, and a part for each feature, which reads them back
 //
 // Each hook class can be told to have one fault, as a developer might make it. The tables stand in
@@ -13,6 +14,7 @@
 
 #include "Acl.h"
 #include "Mirror.h"
+#include "Multicast.h"
 #include "Storm.h"
 #include "TapAgg.h"
 #include "VlanMapping.h"
@@ -280,6 +282,7 @@ class SmallChip : public QonChip::Chip,
                   QonChip::StormControlPart,
                   QonChip::VlanMappingPart,
                   QonChip::MirrorPart,
+                  QonChip::MulticastPart,
                   QonChip::TapAggPart,
                   QonChip::AclPart {
  public:
@@ -292,6 +295,7 @@ class SmallChip : public QonChip::Chip,
       add< QonChip::LagPart >( *this );
       add< QonChip::StormControlPart >( *this );
       add< QonChip::MirrorPart >( *this );
+      add< QonChip::MulticastPart >( *this );
       add< QonChip::TapAggPart >( *this );
       add< QonChip::AclPart >( *this );
    }
@@ -355,6 +359,16 @@ class SmallChip : public QonChip::Chip,
       return Velto::make< ChipTapAgg >( tables_, faults_ );
    }
    std::optional< QonChip::HeldTapAgg > tapAgg() const override { return tables_.tapAgg; }
+
+   Ptr< Qon::MulticastDataFactory > makeMulticastDataFactory() override {
+      return Velto::make< ChipMulticast >( tables_, faults_ );
+   }
+   Ptr< Qon::MulticastCopyUpdater > makeMulticastCopyUpdater(
+         const Ptr< const Bridging::Multicast::CopyRequestConfig > & config ) override {
+      return Qon::smIs< ChipCopies >( tables_, config );
+   }
+   std::optional< QonChip::HeldMulticast > multicast() const override { return tables_.multicast; }
+   U32 multicastGroupsToFill() const override { return U32( Tables::multicastRoom ); }
 
    Ptr< QonHelper::AclHelper > makeAclHelper() override {
       return Velto::make< Acl >( tables_, faults_ );

@@ -8,6 +8,7 @@
 #include "chip/LagPart.h"
 #include "chip/MacPart.h"
 #include "chip/MirrorPart.h"
+#include "chip/MulticastPart.h"
 #include "chip/StormControlPart.h"
 #include "chip/TapAggPart.h"
 #include "chip/TopologyPart.h"
@@ -30,6 +31,7 @@ struct Faults {
    bool keptPort = false;       ///< an access list stays on a port that it is taken off
    bool keptMapping = false;    ///< a translation that is there already keeps its mapping
    bool keptLevel = false;      ///< no limit is taken for nothing new: the one before stays
+   bool keptGroup = false;      ///< the MAC entry of a group that is deleted stays
    bool oneDestination = false; ///< of several destinations to remove only the first one goes
    bool firstGroup = false;     ///< a tap port that has a group keeps it when it is given another
 };
@@ -38,6 +40,7 @@ struct Faults {
 struct Tables {
    static constexpr std::size_t hostRoom = 1024, topoRoom = 16, lagRoom = 16, memberRoom = 8,
                                 mirrorRoom = 4, translationRoom = 512, ruleRoom = 32768;
+   static constexpr S64 multicastRoom = 16;
    static constexpr U32 tapGroupRoom = 16;
 
    QonChip::HeldHosts hosts;
@@ -46,6 +49,7 @@ struct Tables {
    std::map< U16, U32 > fids; ///< filtering databases, by VLAN
    QonChip::HeldGroups lags;
    QonChip::HeldMirrors mirrors;
+   QonChip::HeldMulticast multicast;
    QonChip::HeldAcls acls;
    QonChip::HeldStormControl storm;
    QonChip::HeldTapAgg tapAgg;

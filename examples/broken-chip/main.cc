@@ -24,6 +24,7 @@ constexpr NamedFault named[] = {
       { "kept-level", &Faults::keptLevel },
       { "kept-port", &Faults::keptPort },
       { "kept-mapping", &Faults::keptMapping },
+      { "kept-group", &Faults::keptGroup },
       { "one-destination", &Faults::oneDestination },
       { "first-group", &Faults::firstGroup },
 };

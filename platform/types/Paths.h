@@ -112,6 +112,14 @@ inline constexpr char aclDpUpdateStatus[] = "acl/dpupdate/status";   // Acl::DpA
 inline constexpr char errdisableAcl[] = "errdisable/cause/acl";      // Errdisable::CauseStatus
 inline constexpr char subIntfConfig[] = "interface/config/subintf";  // Interface::SubIntfConfigDir
 
+// Multicast
+inline constexpr char igmpSnoopingStatus[] =
+      "bridging/igmpsnooping/status"; // Bridging::IgmpSnooping::Status
+inline constexpr char multicastStaticConfig[] =
+      "bridging/multicast/static/config"; // Bridging::Multicast::StaticConfig
+inline constexpr char multicastCopyRequestConfig[] =
+      "bridging/multicast/copyrequest/config"; // Bridging::Multicast::CopyRequestConfig
+
 // The platform
 inline constexpr char hwEpochStatus[] = "hwEpoch/status"; // HwEpoch::Status
 

@@ -39,6 +39,9 @@ const char everything[] =
    "ACL_RULE": {"DATA|ONE": {"PRIORITY": "1", "PACKET_ACTION": "DROP", "SRC_IP": "10.0.0.0/8"},
                 "DATA|TWO": {"PRIORITY": "2", "PACKET_ACTION": "DROP", "DST_IP": "10.0.0.3/32"}},
    "STP": {"GLOBAL": {"mode": "pvst"}}, "STP_VLAN": {"Vlan10": {}},
+   "MULTICAST_GROUP": {"Vlan10|01:00:5e:01:01:01": {"members": ["Ethernet8", "PortChannel1"]},
+                       "Vlan11|01:00:5e:01:01:02": {"members": ["PortChannel1"]}},
+   "MULTICAST_COPY": {"LINK_LOCAL|lldp": {}},
    "TAP_POLICY_MAP": {"map|voice": {"groups": "voice"}},
    "TAP_PORT": {"Ethernet8": {"groups": "a,b"}},
    "TOOL_PORT": {"Ethernet12": {"groups": "a"}, "PortChannel1": {"groups": "b"}}})";
@@ -111,11 +114,12 @@ show( const FullWorld & w, const QonAgent::ShowCommand & command ) {
    auto words = Kiv::split( command.name, ' ' );
    for ( auto & argument : command.arguments ) {
       if ( argument.required ) { // "hw frame PORT DST"
-         words.push_back( argument.name == "PATH"                          ? "bridging"
-                          : argument.name == "LIST"                        ? "DATA"
-                          : argument.name == "in|out"                      ? "in"
-                          : argument.kind == QonAgent::Argument::Kind::mac ? "02:11:22:00:00:01"
-                                                                           : "Ethernet8" );
+         words.push_back( argument.name == "PATH"                           ? "bridging"
+                          : argument.name == "LIST"                         ? "DATA"
+                          : argument.name == "in|out"                       ? "in"
+                          : argument.kind == QonAgent::Argument::Kind::mac  ? "02:11:22:00:00:01"
+                          : argument.kind == QonAgent::Argument::Kind::vlan ? "10"
+                                                                            : "Ethernet8" );
       }
    }
    return QonAgent::runShow( w.agent, command, words );

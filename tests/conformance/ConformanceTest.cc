@@ -252,15 +252,11 @@ TEST( Conformance, EachFaultOfTheBrokenChipIsAFinding ) {
    EXPECT_EQ( brokenChip( "--healthy --seed 7", text ), 0 ) << text;
    EXPECT_NE( text.find( "\n0 findings\n" ), String::npos );
    const std::pair< const char *, const char * > faults[] = {
-         { "lost-answer", "mac.answer" },
-         { "full-aborts", "mac.full" },
-         { "early-done", "topo.early" },
-         { "stale-flags", "lag.flags" },
-         { "tidy-destructor", "vlan.destructor" },
-         { "kept-level", "stormcontrol.nolimit" },
-         { "kept-mapping", "vlanmapping.latest" },
-         { "one-destination", "mirror.last" },
-         { "kept-port", "acl.intfs" },
+         { "lost-answer", "mac.answer" },          { "full-aborts", "mac.full" },
+         { "early-done", "topo.early" },           { "stale-flags", "lag.flags" },
+         { "tidy-destructor", "vlan.destructor" }, { "kept-level", "stormcontrol.nolimit" },
+         { "kept-mapping", "vlanmapping.latest" }, { "one-destination", "mirror.last" },
+         { "kept-group", "multicast.delete" },     { "kept-port", "acl.intfs" },
          { "first-group", "tapagg.ports" },
    };
    EXPECT_EQ( brokenChip( "", text ), 1 );
@@ -335,6 +331,7 @@ struct Blind : SmallChip<> {
    std::optional< QonChip::HeldGroups > groups() const override { return std::nullopt; }
    std::optional< QonChip::HeldStormControl > stormControl() const override { return std::nullopt; }
    std::optional< QonChip::HeldMirrors > mirrors() const override { return std::nullopt; }
+   std::optional< QonChip::HeldMulticast > multicast() const override { return std::nullopt; }
    std::optional< QonChip::HeldAcls > acls() const override { return std::nullopt; }
    std::optional< QonChip::HeldTapAgg > tapAgg() const override { return std::nullopt; }
    std::optional< QonChip::HeldTranslations > translations() const override { return std::nullopt; }

@@ -85,7 +85,7 @@ class QonCommonSmData : public Kiv::Entity {
    // --- Interfaces --------------------------------------------------------------------------------
 
    // The ports that the agent manages; empty is every port. Writer: hosting agent.
-   // Readers: LagSm, StormControlBaseSm, AclSm.
+   // Readers: LagSm, StormControlBaseSm, AclSm, MulticastHelper, MulticastReactorSm.
    KIV_MAP( Ulnet::IntfId, bool, intf )
    // At least so many ports come; who needs all of them waits. Writer: hosting agent.
    KIV_ATTR( U16, minIntfs, 0 )
@@ -100,6 +100,7 @@ class QonCommonSmData : public Kiv::Entity {
    // Members of the MLAG peer link. Writer: MLAG status.
    KIV_MAP( Ulnet::IntfId, bool, mlagPeerLinkPort )
    // Ports that drop what came over the peer link. Writer: MLAG status.
+   // Readers: MulticastReactorSm.
    KIV_MAP( Ulnet::IntfId, bool, mlagIntfPort )
 
    // --- Link aggregation --------------------------------------------------------------------------
@@ -109,11 +110,12 @@ class QonCommonSmData : public Kiv::Entity {
    // What a recirculation channel is used for. Writer: recirculation. Readers: VlanHelper.
    KIV_MAP( Ulnet::IntfId, Lag::Recirc::RecircFeatureSet, lagToFeatureSet )
    // The LAG of which a port is a member: who asks of a port, asks here.
-   // Writer: LagSm. Readers: LagView, LagFollowerBase, QonLagCreatorSm, TapAggSm, VlanHelper.
+   // Writer: LagSm. Readers: LagView, LagFollowerBase, QonLagCreatorSm, TapAggSm, VlanHelper,
+   // MulticastHelper, MulticastReactorSm.
    KIV_MAP( Ulnet::IntfId, Ulnet::IntfId, portToLag )
    // The members of a LAG, with their flags: who asks of a LAG, asks here.
    // Writer: LagSm. Readers: LagView, LagFollowerBase, LagConfigMapCreatorSm, LagMemberCreatorSm,
-   // QonLagCreatorSm, LagInterlockSm, StormControlBaseSm.
+   // QonLagCreatorSm, LagInterlockSm, StormControlBaseSm, MulticastHelper, MulticastReactorSm.
    KIV_MAP( Ulnet::IntfId, QonLagPortList, lagToPort )
    // How the hardware holds a LAG. Writer: hosting agent.
    KIV_MAP( Ulnet::IntfId, QonTypes::QonLagType, lagToLagType )
@@ -163,10 +165,12 @@ class QonCommonSmData : public Kiv::Entity {
 
    // This agent drives a chip of the fabric, without ports of its own. Writer: hosting agent.
    KIV_ATTR( bool, isFabricSlice, false )
-   // Parity errors, by their place. Writer: parity slice.
+   // Parity errors, by their place. Writer: parity slice, hosting agent.
+   // Readers: MulticastReactorSm.
    KIV_MAP( ParityEvent::Key, ParityEvent, parityEvent )
    // Requests, checks and findings of verification runs.
-   // Writer: QonCommonSmData. Readers: VerifySm, VerifyAgentSm, VerifyAgentSmCliCallback, StpSm.
+   // Writer: QonCommonSmData. Readers: VerifySm, VerifyAgentSm, VerifyAgentSmCliCallback, StpSm,
+   // IgmpSnoopingSm, MulticastHelper.
    KIV_OWNED( VerifyData, verifyData )
    // Who runs the checks.
    // Writer: QonCommonSmData. Readers: VerifyAgentSm, VerifyAgentSmCliCallback.

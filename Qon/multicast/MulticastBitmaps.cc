@@ -1,0 +1,264 @@
+// The bitmaps: one for each set of ports, and the one that floods.
+
+#include "Qon/multicast/MulticastTrace.h"
+
+namespace Qon {
+
+using QonTypes::Bitmap;
+
+namespace {
+
+/** Counts a hook while it is being called. */
+class Calling {
+ public:
+   explicit Calling( U32 & count ) : count_( count ) { ++count_; }
+   Calling( const Calling & ) = delete;
+   Calling & operator=( const Calling & ) = delete;
+   ~Calling() { --count_; }
+
+ private:
+   U32 & count_;
+};
+
+} // namespace
+
+// --- Sets of ports ---------------------------------------------------------------------------------
+
+MulticastHelper::BitmapPtr
+MulticastHelper::bitmapFor( const Bitmap & ports ) {
+   if ( auto held = bitmapList_.find( ports ) ) {
+      ++( *held )->refCount_;
+      return *held;
+   }
+   BitmapPtr bitmap = makeBitmap( ports );
+   bitmapList_.emplace( ports, bitmap );
+   bitmap->refCount_ = 1;
+   bool taken = false;
+   const Velto::AtEnd undo( [&] {
+      if ( !taken ) {
+         bitmap->refCount_ = 0;
+         bitmapList_.erase( ports );
+      }
+   } );
+   taken = takeGroup( *bitmap );
+   return taken ? bitmap : nullptr;
+}
+
+MulticastHelper::BitmapPtr
+MulticastHelper::makeBitmap( const Bitmap & ports ) {
+   if ( !bitmapInfo_ ) {
+      bitmapInfo_ = factory()->getBitmapInfoType();
+   }
+   BitmapPtr bitmap = factory()->getHardwareL2MulticastBitmap( this, ports, *bitmapInfo_ );
+   bitmap->number_ = bitmapsMade_++;
+   return bitmap;
+}
+
+bool
+MulticastHelper::takeGroup( HardwareL2MulticastBitmap & bitmap ) {
+   const Calling calling( busy_ );
+   QON_TELL_HOOK( HardwareL2MulticastBitmap, createL2MulticastEntry, bitmap.ports() );
+   bitmap.groupIndex_ = bitmap.createL2MulticastEntry();
+   return bitmap.groupIndex_ != HardwareL2MulticastBitmap::noGroup;
+}
+
+void
+MulticastHelper::writeBitmap( HardwareL2MulticastBitmap & bitmap, const QonPortList & lags ) {
+   const Calling calling( busy_ );
+   if ( bitmap.wasWritten_ ) {
+      QON_TRACE( multicastFacility, 5,
+                 "Found bitmap with the correct bits but it has to be reprogrammed" );
+      QON_TELL_HOOK( HardwareL2MulticastBitmap, modifyGroupsInHardware, bitmap.groupIndex(),
+                     bitmap.ports() );
+      bitmap.modifyGroupsInHardware( bitmap.ports() );
+   } else {
+      QON_TELL_HOOK( HardwareL2MulticastBitmap, writeGroupsToHardware, bitmap.groupIndex(),
+                     bitmap.ports() );
+      bitmap.writeGroupsToHardware( bitmap.ports() );
+   }
+   bitmap.shadow_ = bitmap.ports_;
+   bitmap.lagList_ = lags;
+   bitmap.written_ = bitmap.wasWritten_ = true;
+   bitmap.lagRemoved_ = false;
+}
+
+void
+MulticastHelper::countDel( HardwareL2MulticastBitmap & bitmap, U32 & count ) {
+   VELTO_ASSERT( count > 0 );
+   --count;
+   if ( bitmap.unused() && &bitmap != overflow()->floodBitmap() ) {
+      unused_.push_back( bitmap.ports() );
+   }
+}
+
+/** Whoever was without entries for a moment may have found some again. */
+void
+MulticastHelper::freeUnused() {
+   Velto::FirstError error;
+   while ( !unused_.empty() ) {
+      const Bitmap ports = std::move( unused_.back() );
+      unused_.pop_back();
+      if ( auto held = bitmapList_.find( ports ); held && ( *held )->unused() ) {
+         error.run( [&] { freeHardwareBitmap( ports ); } );
+      }
+   }
+   error.pass();
+}
+
+void
+MulticastHelper::emptyBitmap( HardwareL2MulticastBitmap & bitmap ) {
+   const Calling calling( busy_ );
+   bitmap.written_ = false;
+   bitmap.shadow_.clear();
+   QON_TELL_HOOK( HardwareL2MulticastBitmap, writeGroupsToHardware, bitmap.groupIndex(), Bitmap() );
+   bitmap.writeGroupsToHardware( Bitmap() );
+}
+
+/** Once more if it raises. */
+void
+MulticastHelper::emptyBitmap( HardwareL2MulticastBitmap & bitmap, Velto::FirstError & error ) {
+   if ( !error.run( [&] { emptyBitmap( bitmap ); } ) ) {
+      error.run( [&] { emptyBitmap( bitmap ); } );
+   }
+}
+
+void
+MulticastHelper::freeHardwareBitmap( const Bitmap & ports ) {
+   const Velto::Hold alive( this );
+   const Bitmap key = ports; // it may be the bitmap's own
+   BitmapPtr bitmap = bitmapList_.find( key ) ? *bitmapList_.find( key ) : nullptr;
+   if ( !bitmap ) {
+      return;
+   }
+   VELTO_ASSERT( bitmap->refCount() == 0 );
+   Velto::FirstError error;
+   emptyBitmap( *bitmap, error );
+   bitmapList_.erase( key );
+   bitmap = nullptr; // its group is free only now
+   error.run( [&] { reviewFlood(); } );
+   if ( overflow()->mcastEntryNeedingHwEntrys() ) {
+      reviewOverflowedGroups();
+   }
+   error.pass();
+}
+
+// --- The set that floods, and the queue of those that use it ---------------------------------------
+
+MulticastOverflow *
+MulticastHelper::overflow() {
+   if ( !overflow_ ) {
+      overflow_ = Velto::make< MulticastOverflow >( "multicastOverflow" );
+   }
+   return overflow_.ptr();
+}
+
+void
+MulticastHelper::addFloodEntry() {
+   cleanupWanted_ = false; // somebody begins anew
+   if ( !overflow()->floodBitmap() ) {
+      for ( auto && [port, present] : acsd()->intfIteratorConst() ) {
+         portPresenceIs( port, true );
+      }
+      overflow()->floodBitmapIs( makeBitmap( resolved_ ) );
+   }
+   reviewFlood();
+}
+
+/** Brings the set that floods to the ports that there are. Without a group it tries to get one. */
+void
+MulticastHelper::reviewFlood() {
+   const BitmapPtr flood( overflow()->floodBitmap() );
+   if ( !flood ) {
+      return;
+   }
+   if ( flood->ports() != resolved_ ) {
+      flood->ports_ = resolved_;
+      flood->written_ = false;
+   }
+   if ( flood->groupIndex() == HardwareL2MulticastBitmap::noGroup && !takeGroup( *flood ) ) {
+      return;
+   }
+   if ( flood->stale() ) {
+      writeBitmap( *flood, {} );
+   }
+}
+
+/** What raised when it was to be written. */
+void
+MulticastHelper::repairFlood() {
+   auto flood = overflow()->floodBitmap();
+   if ( flood && flood->groupIndex() != HardwareL2MulticastBitmap::noGroup && flood->stale() ) {
+      reviewFlood();
+   }
+}
+
+void
+MulticastHelper::dropFlood( Velto::FirstError & error ) {
+   if ( BitmapPtr flood = overflow()->floodBitmap(); flood ) {
+      overflow()->floodBitmapIs( nullptr );
+      if ( flood->groupIndex() != HardwareL2MulticastBitmap::noGroup ) {
+         emptyBitmap( *flood, error );
+      }
+   }
+}
+
+void
+MulticastHelper::reviewOverflowedGroups() {
+   retryUntil_ = overflow()->lastPlace();
+   moveRetries();
+   if ( pending() ) {
+      review_->kickReview();
+   }
+}
+
+/** A few of those that are to be tried again. */
+void
+MulticastHelper::moveRetries() {
+   constexpr U32 atOnce = 256;
+   for ( U32 moved = 0; moved < atOnce && retriesLeft(); ++moved ) {
+      const EntryPtr entry = overflow()->mcastEntryNeedingHwEntryFront();
+      overflow()->mcastEntryNeedingHwEntryDeq();
+      entry->retry_ = 0;
+      if ( overflow()->vGroupNeedingHwEntryHas( entry->vGroup() ) ) {
+         overflow()->vGroupNeedingHwEntryDel( entry->vGroup() );
+         groupOverflowList_.erase( entry->macVlan() );
+         queueGroup( *entry );
+      }
+   }
+}
+
+void
+MulticastHelper::handleParityEvent( const String & table ) {
+   const Velto::Hold alive( this );
+   Velto::FirstError error;
+   if ( table == multicastTable ) {
+      auto doubt = []( HardwareL2MulticastBitmap & bitmap ) {
+         bitmap.shadow_.clear();
+         bitmap.written_ = false;
+      };
+      for ( auto && [ports, bitmap] : bitmapList_ ) {
+         doubt( *bitmap );
+      }
+      if ( auto flood = overflow()->floodBitmap() ) {
+         doubt( *flood );
+         error.run( [&] { reviewFlood(); } );
+      }
+   } else if ( table == macTable ) {
+      for ( auto && [id, entry] : entryList_ ) {
+         const EntryPtr held = entry;
+         held->macTableEntryCreated_ = false;
+         if ( held->macBitmap_ && !held->deleted() ) {
+            QON_TELL_HOOK( HardwareL2MulticastEntry, deleteHwShadowedMacTableEntry, held->macAddr(),
+                           held->vlanId() );
+            error.run( [&] { held->deleteHwShadowedMacTableEntry(); } );
+         }
+      }
+   } else {
+      return;
+   }
+   queueAll();
+   review_->kickReview();
+   error.pass();
+}
+
+} // namespace Qon
