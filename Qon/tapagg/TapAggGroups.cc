@@ -247,7 +247,7 @@ bool
 TapAggSm::inGroup( IntfId intf, U32 id ) const {
    auto tap = tapSm( intf );
    auto tool = toolSm( intf );
-   return ( tap && tap->hw().groups().has( id ) ) || ( tool && tool->hw().groups().has( id ) );
+   return ( tap && tap->hw().isIn( id ) ) || ( tool && tool->hw().isIn( id ) );
 }
 
 // --- Clean-up ------------------------------------------------------------------------------------

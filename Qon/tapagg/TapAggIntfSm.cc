@@ -6,12 +6,9 @@
 
 namespace Qon {
 
-U32
-TapAggHwPort::group() const {
-   for ( auto && entry : groups_ ) {
-      return entry.key;
-   }
-   return 0;
+bool
+TapAggHwPort::isIn( U32 group ) const {
+   return std::binary_search( groups_.begin(), groups_.end(), group );
 }
 
 TapAggHelper *
@@ -101,6 +98,7 @@ TapAggIntfSm::forget() {
    leaveNames( {} );
    hw_.told_ = false;
    hw_.groups_.clear();
+   hw_.members_.clear();
    forgetSettings();
    if ( std::exchange( hw_.initialized_, false ) ) {
       root_->initedCountInc( *this, -1 );
@@ -161,8 +159,8 @@ void
 TapAggIntfSm::verify() const {
    expect( verifyPort( true ), "the chip has it not" );
    verifySettings();
-   for ( auto && group : hw_.groups_ ) {
-      expect( verifyGroup( group.key ), "it is not in group " + Kiv::toText( group.key ) );
+   for ( U32 group : hw_.groups_ ) {
+      expect( verifyGroup( group ), "it is not in group " + Kiv::toText( group ) );
    }
 }
 

@@ -68,10 +68,10 @@ TapAggSm::brokenPorts() const {
             broken = where + ": is no user of " + name;
          }
       }
-      for ( auto && group : hw.groups() ) {
-         auto info = allocatedGroupInfo( group.key );
+      for ( U32 group : hw.groups() ) {
+         auto info = allocatedGroupInfo( group );
          if ( !info || !info->intfListHas( sm.intf() ) ) {
-            broken = where + ": is not in the list of group " + Kiv::toText( group.key );
+            broken = where + ": is not in the list of group " + Kiv::toText( group );
          }
       }
    };

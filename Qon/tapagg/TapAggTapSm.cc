@@ -147,8 +147,7 @@ TapAggTapSm::reviewGroups( const TapAggNames & wanted ) {
    if ( id != hw_.group() ) {
       const bool had = hw_.group() != 0;
       QON_HOOK( TapAggHelper, helper(), addTapPortAssociation, intf(), id );
-      hw_.groups_.clear();
-      hw_.groups_.emplace( id );
+      hw_.groups_ = { id };
       if ( had ) {
          leftGroup();
       }

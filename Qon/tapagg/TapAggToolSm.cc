@@ -149,16 +149,19 @@ void
 TapAggToolSm::reviewGroups( const TapAggNames & names ) {
    const std::vector< U32 > wanted = wantedGroups( names );
    for ( U32 id : wanted ) {
-      if ( !hw_.groups_.has( id ) ) {
+      if ( !hw_.isIn( id ) ) {
          QON_HOOK( TapAggHelper, helper(), addToolPortAssociation, intf(), id );
-         hw_.groups_.emplace( id );
+         hw_.groups_.insert( std::upper_bound( hw_.groups_.begin(), hw_.groups_.end(), id ), id );
       }
       reviewMembers( id, true );
       noteGroup( id );
    }
-   if ( hw_.groups_.size() > wanted.size() ) { // it holds all that are wanted
-      for ( U32 gone : differenceOf< U32 >( hw_.groups_, wanted ).gone ) {
-         removeGroup( gone );
+   if ( hw_.groups_ == wanted ) {
+      return;
+   }
+   for ( U32 id : TapAggHwPort::Groups( hw_.groups_ ) ) {
+      if ( !std::binary_search( wanted.begin(), wanted.end(), id ) ) {
+         removeGroup( id );
       }
    }
 }
@@ -175,11 +178,12 @@ TapAggToolSm::reviewMembers( U32 group, bool wanted ) {
    auto tell = [&]( IntfId member, bool add ) {
       QON_HOOK( TapAggHelper, helper(), updateToolInterfaceLagMembership, intf(), member, group,
                 add );
-      auto told = hw_.groups_.find( group );
-      add ? void( told->emplace( member ) ) : void( told->erase( member ) );
+      auto & told = *hw_.members_.emplace( group ).first;
+      add ? void( told.emplace( member ) ) : void( told.erase( member ) );
    };
    reconcile< IntfId >(
-         *hw_.groups_.find( group ), members, [&]( IntfId member ) { tell( member, false ); },
+         *hw_.members_.emplace( group ).first, members,
+         [&]( IntfId member ) { tell( member, false ); },
          [&]( IntfId member ) { tell( member, true ); } );
 }
 
@@ -187,14 +191,15 @@ void
 TapAggToolSm::removeGroup( U32 group ) {
    reviewMembers( group, false );
    QON_HOOK( TapAggHelper, helper(), removeToolPortAssociation, intf(), group );
-   hw_.groups_.erase( group );
+   std::erase( hw_.groups_, group );
+   hw_.members_.erase( group );
    leftGroup();
 }
 
 void
 TapAggToolSm::removeGroups() {
    while ( !hw_.groups_.empty() ) {
-      removeGroup( hw_.groups_.front().key );
+      removeGroup( hw_.groups_.front() );
    }
 }
 

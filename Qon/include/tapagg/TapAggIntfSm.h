@@ -52,17 +52,18 @@ using TapAggNames = std::vector< String >;
 class TapAggHwPort {
  public:
    using IntfId = Ulnet::IntfId;
-   /** By id: the members that were told, of a tool port that is a port-channel. */
-   using Groups = Kiv::DenseMap< U32, KeySet< IntfId > >;
+   using Groups = std::vector< U32 >;
 
    /** Its set-up is complete. */
    bool initialized() const { return initialized_; }
    /** The chip was told that it is such a port. */
    bool told() const { return told_; }
    bool isLag() const { return isLag_; }
+   /** In order. */
    const Groups & groups() const { return groups_; }
+   bool isIn( U32 group ) const;
    /** Of a tap port; 0 is none. */
-   U32 group() const;
+   U32 group() const { return groups_.empty() ? 0 : groups_.front(); }
 
  private:
    friend class TapAggIntfSm;
@@ -72,6 +73,7 @@ class TapAggHwPort {
    bool told_ = false;
    bool isLag_ = false;
    Groups groups_;
+   Kiv::DenseMap< U32, KeySet< IntfId > > members_; // of a port-channel, that were told, by group
 };
 
 /** Why frames do not go the way that is configured. */
