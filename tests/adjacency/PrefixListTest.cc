@@ -263,24 +263,59 @@ TYPED_TEST( PrefixLists, MayEndWhileOneIsToldOf ) {
    }
 }
 
+TYPED_TEST( PrefixLists, AreTheSameSetHoweverManyThereAre ) {
+   using P = typename TestFixture::P;
+   for ( U32 seed = 0; seed < seeds( 40 ) && !testing::Test::HasFailure(); ++seed ) {
+      SCOPED_TRACE( seed );
+      Kiv::Rng rng( seed );
+      typename TestFixture::List list( red );
+      std::vector< P > model;                                 // in order of insertion
+      const U32 most = seed % 4 ? 1 + rng.below( 60 ) : 1000; // beyond what one block holds
+      for ( U32 i = 0, rising = 80; i < most * 8; ++i ) {
+         const P p = TypeParam::prefix( rng.below( most + most / 4 ) );
+         const auto at = std::find( model.begin(), model.end(), p );
+         ASSERT_EQ( at != model.end(), list.prefixHas( p ) );
+         rising = i % ( most * 2 ) == 0 ? 100 - rising : rising;
+         if ( rng.percent( rising ) ) {
+            ASSERT_EQ( at == model.end(), list.prefixIs( p ) );
+            at == model.end() ? model.push_back( p ) : void();
+         } else {
+            ASSERT_EQ( at != model.end(), list.prefixDel( p ) );
+            at != model.end() ? void( model.erase( at ) ) : void();
+         }
+         ASSERT_EQ( model.size(), list.prefixs() );
+         if ( i % 37 == 0 ) {
+            list = typename TestFixture::List( std::move( list ) );
+            auto expected = model.begin();
+            for ( auto walk = list.prefixIteratorConst(); walk; ++walk ) {
+               ASSERT_EQ( *expected++, walk.key() );
+            }
+            ASSERT_EQ( model.end(), expected );
+         }
+      }
+   }
+}
+
 TYPED_TEST( PrefixLists, WalksSurviveChanges ) {
-   typename TestFixture::List list( red );
-   EXPECT_FALSE( list.prefixIteratorConst() );
-   list.prefixIs( this->p );
-   auto only = list.prefixIteratorConst();
-   for ( U32 i = 2; i < 20; ++i ) {
-      EXPECT_TRUE( list.prefixIs( TypeParam::prefix( i ) ) );
+   using List = typename TestFixture::List;
+   for ( U32 n : { 0, 1, 20, 1000 } ) {
+      std::optional< List > list( red );
+      for ( U32 i = 0; i < n; ++i ) {
+         list->prefixIs( TypeParam::prefix( i ) );
+      }
+      U32 walked = 0;
+      auto ending = list->prefixIteratorConst();
+      for ( auto i = list->prefixIteratorConst(); i; ++i ) {
+         const auto p = i.key();
+         EXPECT_EQ( TypeParam::prefix( walked++ ), p );
+         EXPECT_TRUE( list->prefixDel( p ) );
+      }
+      EXPECT_EQ( n, walked );
+      list.reset();
+      for ( U32 steps = 0; ending; ++ending ) {
+         ASSERT_LE( ++steps, n );
+      }
    }
-   EXPECT_EQ( this->p, only.key() );
-   EXPECT_FALSE( ++only );
-   U32 walked = 0;
-   for ( auto i = list.prefixIteratorConst(); i; ++i ) {
-      EXPECT_EQ( TypeParam::prefix( ++walked ), i.key() );
-      EXPECT_TRUE( list.prefixDel( typename TestFixture::P( i.key() ) ) );
-   }
-   EXPECT_EQ( 19u, walked );
-   EXPECT_EQ( 0u, list.prefixs() );
-   EXPECT_FALSE( list.prefixDel( this->p ) );
 }
 
 // Both families at once

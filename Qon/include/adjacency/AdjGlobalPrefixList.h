@@ -17,8 +17,8 @@
 //    last reference to the wrapper. If it raises, the change is made all the same, and the exception passes.
 // 5. Removal of what is not there is silent and makes nothing.
 //
-// Cost: a FEC with one prefix takes one allocation of 64 bytes, and its place in the wrapper's map; a
-// list with several prefixes is a dense map. A change takes two look-ups, for the FEC and the prefix.
+// Cost: a FEC with one prefix takes one allocation of 64 bytes, and its place in the wrapper's map. A
+// change takes two look-ups, for the FEC and the prefix.
 //
 // Ownership: the wrapper counts its lists. One that somebody else holds stays as it was when its FEC
 // went; the FEC starts with a fresh one.
