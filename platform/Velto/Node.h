@@ -72,9 +72,6 @@ class Node {
  protected:
    Node() = default;
 
-   /** Bits for the use of derived platform classes; kept here because the room is. */
-   U8 kivSpare_ = 0;
-
  private:
    static constexpr U8 activeFlag = 1;
    static constexpr U8 zombieFlag = 2;
@@ -83,7 +80,7 @@ class Node {
    void kivDie();
 
    mutable U32 count_ = 0;
-   U8 flags_ = 0;
+   U8 flags_ = 0; // small members of derived classes stand right behind it
 };
 
 /** A counted pointer to a Node; null by default. */

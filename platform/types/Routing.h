@@ -10,6 +10,11 @@ using FecVersionId = Kiv::VersionId< struct FecVersionTag >;
 using RouteVersionId = Kiv::VersionId< struct RouteVersionTag >;
 } // namespace Routing::Fib
 
+namespace Routing {
+/** How urgent the routes of a table are; 0 is nothing special. */
+using RoutePriority = Kiv::Number< struct RoutePriorityTag, U8 >;
+} // namespace Routing
+
 namespace Routing::Hardware {
 /** Whether the hardware side acknowledges forwarding equivalence classes. */
 enum class FecAckSupport : U8 { fecAckUnknown, fecAckNotSupported, fecAckSupported };

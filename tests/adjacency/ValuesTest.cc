@@ -1,5 +1,7 @@
 // The values of adjacencies go by their names into texts that tools read: each field, in its order.
 
+#include "Qon/include/adjacency/AdjGlobalPrefixList.h"
+#include "Qon/include/adjacency/AdjReviewRequest.h"
 #include "Qon/include/adjacency/QonL2AdjTypes.h"
 #include "tests/adjacency/Vias.h"
 
@@ -57,6 +59,10 @@ TEST( Values, ListTheirFields ) {
    EXPECT_EQ( "nexthopGroupEntryCounterType nextHopGroupType dlbEcmpEnable nextHopGroupAutoSized "
               "configuredVersion nextHopGroupSize ttl tos greKeyType sbfdSessionTunnelId",
               fields< Qon::AdjViaNextHopGroupInfo >( "Qon::AdjViaNextHopGroupInfo" ) );
+   EXPECT_EQ( "key prefixWalk version",
+              fields< Qon::AdjReviewRequest >( "Qon::AdjReviewRequest" ) );
+   EXPECT_EQ( "adjPrefixList addressFamily", fields< Qon::AdjPrefixCountStatus::Notification >(
+                                                   "Qon::AdjPrefixCountStatus::Notification" ) );
    EXPECT_EQ( "adjType nextHopCollection vrfId", fields< Qon::L2AdjKey >( "Qon::L2AdjKey" ) );
    EXPECT_EQ( "nhgId nhgEntryIndex",
               fields< Qon::NextHopGroupEntryKey >( "Qon::NextHopGroupEntryKey" ) );
