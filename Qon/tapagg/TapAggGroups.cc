@@ -350,6 +350,7 @@ TapAggSm::retryPending() {
    Velto::FirstError error;
    error.run( [this] { dropUnusedPending(); } );
    for ( auto && entry : keysOf< String >( pendingAggGroupIteratorConst() ) ) {
+      ++retries_;
       error.run( [&] { createTapAggGroup( entry.key ); } );
    }
    error.pass();

@@ -416,7 +416,8 @@ TapAggFeature::counters() const {
       return {};
    }
    return { { "groups", sm_->allocatedGroupInfos() },
-            { "groups that wait", sm_->pendingAggGroups() } };
+            { "groups that wait", sm_->pendingAggGroups() },
+            { "retries", sm_->retries() } };
 }
 
 FeatureKind

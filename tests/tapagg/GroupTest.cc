@@ -54,6 +54,7 @@ TEST( TapAggGroup, WhoIsPendingGetsGroupsInOrder ) {
    w.wait( 1.1 );
    EXPECT_EQ( w.log.take(), Calls( { "deallocateAggGroup 1", "allocateAggGroup a",
                                      "allocateAggGroup b", "allocateAggGroup c" } ) );
+   EXPECT_EQ( w.sm->retries(), 3u );
    EXPECT_EQ( w.messages(), 5u ); // once a retry
    EXPECT_EQ( w.sm->policyMapSm( "map" )->classMapSm( "class" )->groupId(), w.id( "a" ) );
    w.config->tapPortDel( eth( 2 ) );

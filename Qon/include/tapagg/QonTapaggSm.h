@@ -120,6 +120,8 @@ class TapAggSm : public QonBaseSm, public Checked {
    /** The id of the name's group; 0 is none. */
    U32 groupIdOf( const String & name ) const;
    const TapAggUsers & users() const { return users_; }
+   /** How often a name that is pending was asked for again. */
+   U64 retries() const { return retries_; }
    /** Winds up the clock of the clean-up, for a second from now. */
    void scheduleGroupCleanup();
    Kiv::Seconds groupCleanupTime() const { return groupCleanupClock_->time(); }
@@ -295,6 +297,7 @@ class TapAggSm : public QonBaseSm, public Checked {
    bool cleaning_ = false;
    bool retrying_ = false;
    bool saidFull_ = false; // in this retry
+   U64 retries_ = 0;
    VerifyCheck check_;
    SmCollection< IntfId, Velto::Ptr< const Bridging::Input::TapPortConfig >, TapAggTapSm, TapAggSm,
                  &TapAggSm::makeTap, &TapAggSm::cleanUpTap >
