@@ -17,7 +17,7 @@ namespace Quarn {
 namespace {
 
 constexpr Seconds retrySpan = 0.1;
-constexpr U32 messagesPerLook = 64;
+constexpr U32 answersPerLook = 64;
 
 /** Whether a process of that user may be the writer: ourselves, the superuser, or whom the socket's
     folder belongs to. Others can put a socket into a folder such as /tmp. */
@@ -79,7 +79,7 @@ Source::Link::ready( bool, bool ) {
    Source * source = source_;
    const auto alive = source->link_;
    Got got = Got::message;
-   for ( U32 i = 0; i < messagesPerLook && got == Got::message; ++i ) {
+   for ( U32 i = 0; i < answersPerLook && got == Got::message; ++i ) {
       got = receive();
    }
    if ( got == Got::end ) {
@@ -198,6 +198,7 @@ Source::lost() {
    retry_.in( retrySpan );
    for ( auto & [number, reader] : readers_ ) {
       reader->gone();
+      reader->look();
    }
 }
 

@@ -55,7 +55,6 @@ class Source {
    void answered( const Answer & answer, const Handle & memory );
    /** Sleeps, unless somebody who does not work has something to do. */
    void rest();
-   void look();
 
    Kiv::EventLoop * loop_;
    String path_;

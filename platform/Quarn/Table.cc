@@ -103,6 +103,15 @@ Table::completeIs( bool v ) {
    }
 }
 
+U64
+Table::bytes() const {
+   U64 all = ring_.taken + entries_.taken;
+   for ( const Taken & index : indexes_ ) {
+      all += index.taken;
+   }
+   return all;
+}
+
 /** Counts, and says so the first time. */
 bool
 Table::refuse( const char * why ) {

@@ -46,6 +46,8 @@ class Table {
    bool complete() const { return complete_; }
    void completeIs( bool v );
    const String & fault() const { return fault_; }
+   /** Memory that was taken so far. */
+   U64 bytes() const;
    /** For tests: the memory that readers map. Null where there is none. */
    const std::shared_ptr< Mapping > & memory() const { return memory_; }
 

@@ -47,6 +47,8 @@ class TableWriter {
    /** Whether all that the writer knows is written. False at first. */
    bool complete() const { return table_.complete(); }
    void completeIs( bool v ) { table_.completeIs( v ); }
+   /** Memory that was taken so far. */
+   U64 bytes() const { return table_.bytes(); }
    /** "", or why the table has no memory. */
    const String & fault() const { return table_.fault(); }
 
