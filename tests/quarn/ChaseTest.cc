@@ -4,15 +4,12 @@
 
 #include <memory>
 
+#include "platform/Kiv/LogRecorder.h"
 #include "platform/Kiv/Rng.h"
 #include "tests/quarn/Tables.h"
 
 namespace QuarnTest {
 namespace {
-
-using Pair = Quarn::Words< 2 >;
-using Table = Quarn::TableOf< 2, 2 >;
-constexpr Quarn::TableType pairs = Quarn::tableType< Id, Other >();
 
 class Chase : public Quarn::ChaseOf< 2, 2 > {
  public:
@@ -90,6 +87,7 @@ struct Generation {
 /** How often it was overtaken. */
 U64
 history( U64 seed, U32 raiseOneIn ) {
+   const Kiv::LogRecorder quiet;
    Kiv::Rng rng( seed );
    U32 counter = 0;
    Chase chase;
@@ -204,6 +202,7 @@ TEST( Chase, OfAnEqualGenerationNothingIsToldButWhatMayBeWrong ) {
 
 /** Whatever stands in the memory: no crash, no hang, nothing outside. */
 TEST( Chase, RandomBytesCostTimeAndWrongValuesOnly ) {
+   const Kiv::LogRecorder quiet;
    for ( U64 seed = 1; seed <= 40; ++seed ) {
       Kiv::Rng rng( seed );
       U32 counter = 0;
@@ -226,8 +225,8 @@ TEST( Chase, RandomBytesCostTimeAndWrongValuesOnly ) {
          // As any slice of the scheduler ends.
          for ( U32 slices = 0; slices < 4; ++slices ) {
             try {
-               Quarn::ViewOf< 2, 2 > view( *broken.table.memory() );
-               Quarn::ViewOf< 2, 2 >::Entry entry;
+               View view( *broken.table.memory() );
+               View::Entry entry;
                view.find( { rng.below( 600 ), 0 }, &entry );
             } catch ( ... ) {
                FAIL();

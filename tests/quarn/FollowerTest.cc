@@ -108,7 +108,7 @@ TEST_F( Followed, ASlowReaderIsOvertakenAndTheWriterNotSlowed ) {
       }
       EXPECT_TRUE( follows() );
    }
-   EXPECT_GE( follower->overtaken(), 5u );
+   EXPECT_GE( follower->overtaken(), 4u ); // the first time it had not begun
    EXPECT_EQ( follower->strange + follower->torn, 0u );
    EXPECT_EQ( follower->told(), model.size() );
 }

@@ -11,11 +11,6 @@ namespace QuarnTest {
 namespace {
 
 using Quarn::Found;
-using Table = Quarn::TableOf< 2, 2 >;
-using View = Quarn::ViewOf< 2, 2 >;
-using Pair = Quarn::Words< 2 >;
-
-constexpr Quarn::TableType pairs = Quarn::tableType< Id, Other >();
 
 Table
 tableFor( U32 most, U32 changes = 0 ) {
@@ -50,6 +45,7 @@ TEST( Table, EveryKeyIsFoundWhileTheIndexGrowsUnderIt ) {
 }
 
 TEST( Table, KeysThatComeAndGoTakeNoMorePlaces ) {
+   const Kiv::LogRecorder quiet;
    Table table = tableFor( 1000 );
    Kiv::Rng rng( 1 );
    std::map< U32, U32 > model;
@@ -130,6 +126,7 @@ TEST( Table, FullIsCountedAndLoggedOnce ) {
 }
 
 TEST( Table, WithoutMemoryAllWritesSayFalse ) {
+   const Kiv::LogRecorder quiet;
    rlimit before = {};
    getrlimit( RLIMIT_FSIZE, &before );
    const rlimit small = { 10000, before.rlim_max };

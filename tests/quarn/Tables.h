@@ -37,6 +37,12 @@ struct Other {
 };
 QUARN_LAYOUT( Other, number )
 
+/** The same without types: what stands below the sockets. */
+using Pair = Quarn::Words< 2 >;
+using Table = Quarn::TableOf< 2, 2 >;
+using View = Quarn::ViewOf< 2, 2 >;
+inline constexpr Quarn::TableType pairs = Quarn::tableType< Id, Other >();
+
 using Writer = Quarn::TableWriter< Id, Checked >;
 using Reader = Quarn::TableReader< Id, Checked >;
 using Model = std::map< U64, U64 >; // key -> number
@@ -85,10 +91,13 @@ template< class Done >
 bool
 runUntil( Kiv::EventLoop & loop, Done && done, double seconds = 10 ) {
    const double end = Kiv::now() + seconds;
-   while ( !done() && Kiv::now() < end ) {
+   while ( !done() ) {
+      if ( Kiv::now() > end ) {
+         return false;
+      }
       loop.runOnce( 0.02 );
    }
-   return done();
+   return true;
 }
 
 /** What a reader finds by look-ups, of keys below `keys`; busy ones are left out. */
