@@ -131,6 +131,10 @@ namespace {
 /** A memory file of that size, all holes; none with `why`. */
 Handle
 memoryFile( const char * name, U64 bytes, String * why ) {
+   if ( bytes > U64( std::numeric_limits< off_t >::max() ) ) {
+      *why = "files of " + Kiv::toText( bytes ) + " bytes are too large for this process";
+      return Handle();
+   }
    rlimit limit = {};
    if ( getrlimit( RLIMIT_FSIZE, &limit ) == 0 && limit.rlim_cur != RLIM_INFINITY &&
         limit.rlim_cur < bytes ) {

@@ -96,8 +96,7 @@ struct Unknown {
 using Quarn::Fault;
 static_assert( Quarn::Plain< Good > && Quarn::Plain< Nested > );
 static_assert( Quarn::faultOf< Padded >() ==
-               ( alignof( U64 ) == 8 ? Fault::order : Fault::alignment ) );
-static_assert( alignof( U64 ) == 8 || !Quarn::Plain< Padded > );
+               ( offsetof( Padded, b ) == 8 ? Fault::order : Fault::alignment ) );
 static_assert( Quarn::faultOf< Odd >() == Fault::missing );
 static_assert( Quarn::faultOf< Swapped >() == Fault::order );
 static_assert( Quarn::faultOf< Short >() == Fault::size );
