@@ -21,7 +21,6 @@
 
 #include "platform/Kiv/DenseMap.h"
 #include "platform/Quarn/View.h"
-#include "platform/Velto/Scope.h"
 
 namespace Quarn {
 
@@ -84,11 +83,7 @@ class ChaseOf {
 
  protected:
    ChaseOf() = default;
-   virtual ~ChaseOf() {
-      if ( ended_ ) {
-         *ended_ = true;
-      }
-   }
+   virtual ~ChaseOf() { *alive_ = false; }
 
    virtual void tell( const Key & key, const Value & value ) = 0;
    virtual void tellDel( const Key & key ) = 0;
@@ -137,7 +132,7 @@ class ChaseOf {
    bool leaving_ = false; // the memory that is followed is followed to last_ and no further
    bool unsure_ = false;  // strays that are left may be gone: they are swept once more
    bool tellAll_ = false; // so far behind that numbers say nothing
-   bool * ended_ = nullptr;
+   const std::shared_ptr< bool > alive_ = std::make_shared< bool >( true );
    Memory from_;  // what was told is of this one
    Memory to_;    // what is gathered, walked and swept
    U64 own_ = 0;  // changes of from_ up to this one are told
@@ -156,15 +151,9 @@ class ChaseOf {
 template< U32 keyWords, U32 valueWords >
 auto
 ChaseOf< keyWords, valueWords >::work( const Memory current ) -> Work {
-   bool ended = false;
-   ended_ = &ended;
-   const Velto::AtEnd left( [&] {
-      if ( !ended ) {
-         ended_ = nullptr;
-      }
-   } );
+   const auto alive = alive_; // a handler may end this object
    while ( step( current ) ) {
-      if ( ended ) {
+      if ( !*alive ) {
          return Work::ended;
       }
       if ( yields() ) {

@@ -27,14 +27,11 @@ namespace Quarn {
 
 /** Its end takes it out of a call of its own handlers: nothing is touched after it. */
 template< Plain K, Plain V >
-class Follower : private Kiv::Task,
-                 private FollowerLink,
-                 private ChaseOf< wordsIn< K >, wordsIn< V > > {
-   using Chase = ChaseOf< wordsIn< K >, wordsIn< V > >;
-
+class Follower : private Kiv::Task, private FollowerLink {
  public:
    Follower( TableReader< K, V > * table, Kiv::TaskScheduler * scheduler, U32 priority )
-       : Kiv::Task( scheduler, priority, "Quarn " + table->name() ), FollowerLink( table ) {
+       : Kiv::Task( scheduler, priority, "Quarn " + table->name() ), FollowerLink( table ),
+         chase_( this ) {
       wake();
    }
 
@@ -44,35 +41,51 @@ class Follower : private Kiv::Task,
    virtual void handleComplete() {}
 
    /** How often the writer was so far ahead that everything had to be walked. */
-   U64 overtaken() const { return Chase::overtaken(); }
+   U64 overtaken() const { return chase_.overtaken(); }
    /** Changes that were not looked at yet; while everything is walked, those since it began. */
-   U64 behind() const { return Chase::behind(); }
+   U64 behind() const { return chase_.behind(); }
    /** Keys that were told and not deleted. */
-   U32 told() const { return Chase::toldKeys(); }
+   U32 told() const { return chase_.toldKeys(); }
    /** Whether everything is told, as far as the process was awake to see it. */
    bool idle() const { return !awake(); }
 
  private:
+   /** A member, so that its names are not in the way of those of whoever derives. */
+   class Telling : public ChaseOf< wordsIn< K >, wordsIn< V > > {
+      using Base = ChaseOf< wordsIn< K >, wordsIn< V > >;
+
+    public:
+      explicit Telling( Follower * follower ) : follower_( follower ) {}
+      using Base::hasNews;
+      using Base::Work;
+      using Base::work;
+
+    private:
+      void tell( const typename Base::Key & key, const typename Base::Value & value ) override {
+         follower_->handleValue( valueOf< K >( key ), valueOf< V >( value ) );
+      }
+      void tellDel( const typename Base::Key & key ) override {
+         follower_->handleValueDel( valueOf< K >( key ) );
+      }
+      void tellComplete() override { follower_->handleComplete(); }
+      bool yields() override { return follower_->shouldYield(); }
+      Follower * follower_;
+   };
+
    bool run() override {
-      const auto work = Chase::work( reader() ? reader()->current() : nullptr );
-      if ( work == Chase::Work::done && reader() ) {
+      const auto work = chase_.work( reader() ? reader()->current() : nullptr );
+      if ( work == Telling::Work::done && reader() ) {
          reader()->rest();
       }
-      return work == Chase::Work::left;
+      return work == Telling::Work::left;
    }
    void look() override {
-      if ( !awake() && reader() && Chase::hasNews( reader()->current() ) ) {
+      if ( !awake() && reader() && chase_.hasNews( reader()->current() ) ) {
          wake();
       }
    }
-   void tell( const typename Chase::Key & key, const typename Chase::Value & value ) override {
-      handleValue( valueOf< K >( key ), valueOf< V >( value ) );
-   }
-   void tellDel( const typename Chase::Key & key ) override {
-      handleValueDel( valueOf< K >( key ) );
-   }
-   void tellComplete() override { handleComplete(); }
-   bool yields() override { return shouldYield(); }
+
+   Telling chase_;
 };
 
 } // namespace Quarn
