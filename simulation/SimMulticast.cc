@@ -56,11 +56,13 @@ class Factory : public SoftChip::SoftMulticastFactory {
        : SoftMulticastFactory( table ), sim_( sim ), table_( table ) {}
    Velto::Ptr< Qon::HardwareL2MulticastEntry >
    getHardwareL2MulticastEntry( Qon::MulticastHelper * helper, S64 vGroup ) override {
+      sim_.hookCalled();
       return Velto::make< Entry >( sim_, table_, helper, vGroup );
    }
    Velto::Ptr< Qon::HardwareL2MulticastBitmap >
    getHardwareL2MulticastBitmap( Qon::MulticastHelper * helper, const QonTypes::Bitmap & ports,
                                  const Qon::BitmapInfoType & info ) override {
+      sim_.hookCalled();
       return Velto::make< Bitmap >( sim_, table_, helper, ports, info );
    }
 
@@ -282,7 +284,7 @@ void
 SimMulticast::change( U32 what ) {
    Event event;
    event.args = { what / 5, what / 3, what, 0, 0 };
-   switch ( what % 6 ) {
+   switch ( what % 7 ) {
    case 0:
       groupDel( event );
       return;
@@ -298,6 +300,10 @@ SimMulticast::change( U32 what ) {
    case 4:
       event.args[2] %= 8;
       memberIs( event );
+      return;
+   case 5:
+      event.args = { what / 7, what % 8 };
+      portIs( event );
       return;
    default:
       join( event );

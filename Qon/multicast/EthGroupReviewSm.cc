@@ -75,8 +75,8 @@ EthGroupReviewSm::slice( Kiv::Clock * clock, double budget, double pause, More &
 
 void
 EthGroupReviewSm::reviewEthGroupSet() {
-   if ( reviewing_ ) {
-      kickReview(); // called by a hook of the review
+   if ( reviewing_ || helper_->busy_ ) {
+      kickReview(); // called by a hook
       return;
    }
    const Velto::Hold helperAlive( helper_ ), alive( this );
@@ -108,8 +108,8 @@ EthGroupReviewSm::overflowEthGroupSet() {
 
 void
 EthGroupReviewSm::delEthGroupSet() {
-   if ( deleting_ ) {
-      kickDel(); // called by a hook of a deletion
+   if ( deleting_ || helper_->busy_ ) {
+      kickDel(); // called by a hook
       return;
    }
    const Velto::Hold helperAlive( helper_ ), alive( this );

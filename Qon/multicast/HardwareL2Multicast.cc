@@ -252,8 +252,16 @@ void
 HardwareL2MulticastEntry::handleOverflowLogged() {
    auto overflow = helper_->overflow();
    if ( overflowLogged_ ) {
-      multicastLog( multicastNoGroups, macVlan_,
-                    QON_HOOK( MulticastDataFactory, helper_->factory(), getMaxL2MulticastGroups ) );
+      U32 limit = 0;
+      Velto::FirstError error;
+      auto ask = [&] {
+         limit = QON_HOOK( MulticastDataFactory, helper_->factory(), getMaxL2MulticastGroups );
+      };
+      if ( !error.run( ask ) ) {
+         error.run( ask );
+      }
+      multicastLog( multicastNoGroups, macVlan_, limit ); // whatever was raised: there is one only
+      error.pass();
       return;
    }
    overflow->vGroupNeedingHwEntryDel( vGroup_ );

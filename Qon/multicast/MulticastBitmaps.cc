@@ -46,6 +46,7 @@ MulticastHelper::bitmapFor( const Bitmap & ports ) {
 
 MulticastHelper::BitmapPtr
 MulticastHelper::makeBitmap( const Bitmap & ports ) {
+   const Calling calling( busy_ );
    if ( !bitmapInfo_ ) {
       bitmapInfo_ = factory()->getBitmapInfoType();
    }
@@ -159,14 +160,23 @@ MulticastHelper::addFloodEntry() {
       for ( auto && [port, present] : acsd()->intfIteratorConst() ) {
          portPresenceIs( port, true );
       }
-      overflow()->floodBitmapIs( makeBitmap( resolved_ ) );
+      BitmapPtr flood = makeBitmap( resolved_ );
+      if ( !overflow()->floodBitmap() ) { // nor has one of the factory's hooks come here
+         overflow()->floodBitmapIs( std::move( flood ) );
+      }
    }
    reviewFlood();
 }
 
-/** Brings the set that floods to the ports that there are. Without a group it tries to get one. */
+/** Once the hook has returned that made a port come or go, if it was one of this set's own. */
 void
 MulticastHelper::reviewFlood() {
+   floodWork_.ask( this, {}, [this]( Kiv::Nothing ) { programFlood(); } );
+}
+
+/** Brings the set that floods to the ports that there are. Without a group it tries to get one. */
+void
+MulticastHelper::programFlood() {
    const BitmapPtr flood( overflow()->floodBitmap() );
    if ( !flood ) {
       return;
@@ -244,6 +254,7 @@ MulticastHelper::handleParityEvent( const String & table ) {
          error.run( [&] { reviewFlood(); } );
       }
    } else if ( table == macTable ) {
+      const Calling calling( busy_ );
       for ( auto && [id, entry] : entryList_ ) {
          const EntryPtr held = entry;
          held->macTableEntryCreated_ = false;

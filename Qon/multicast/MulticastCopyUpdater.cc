@@ -41,15 +41,24 @@ MulticastCopyUpdater::updateCopyAndDropRequest( bool, PacketType ) {
 void
 MulticastCopyUpdater::copyRequest( PacketType pktType ) {
    VELTO_ASSERT( pktType == linkLocalPacket_ );
-   const bool enabled = config_->linkLocalCopyRequests() != 0;
-   QON_HOOK( MulticastCopyUpdater, this, updateCopyRequest, enabled, pktType );
+   work_.ask( this, pktType, [this]( PacketType what ) { tell( what ); } );
 }
 
 void
 MulticastCopyUpdater::copyAndDropRequest( PacketType pktType ) {
    VELTO_ASSERT( pktType == igmpPacket_ );
-   const bool enabled = config_->igmpCopyAndDropRequests() != 0;
-   QON_HOOK( MulticastCopyUpdater, this, updateCopyAndDropRequest, enabled, pktType );
+   work_.ask( this, pktType, [this]( PacketType what ) { tell( what ); } );
+}
+
+void
+MulticastCopyUpdater::tell( PacketType pktType ) {
+   if ( pktType == linkLocalPacket_ ) {
+      const bool enabled = config_->linkLocalCopyRequests() != 0;
+      QON_HOOK( MulticastCopyUpdater, this, updateCopyRequest, enabled, pktType );
+   } else {
+      const bool enabled = config_->igmpCopyAndDropRequests() != 0;
+      QON_HOOK( MulticastCopyUpdater, this, updateCopyAndDropRequest, enabled, pktType );
+   }
 }
 
 void

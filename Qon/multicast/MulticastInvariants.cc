@@ -140,7 +140,7 @@ MulticastHelper::handleVerify( const MulticastSmBase::Ptr & sm ) {
    if ( sm->vGroup() < 0 ) {
       return true; // it is not wanted, or waits for somebody else's end
    }
-   auto entry = entryList( sm->vGroup() );
+   const EntryPtr entry( entryList( sm->vGroup() ) ); // findings are heard, too
    if ( !entry ) {
       char text[80];
       std::snprintf( text, sizeof( text ), "There is no entry in entryList for vGroup %lld",

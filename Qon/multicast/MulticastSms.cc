@@ -28,6 +28,7 @@ MulticastSmBase::~MulticastSmBase() = default;
 
 void
 MulticastSmBase::kivDoZombieReactors() {
+   dying_ = true;
    helper_->forget( this );
    QonBaseSm::kivDoZombieReactors();
 }
@@ -35,6 +36,7 @@ MulticastSmBase::kivDoZombieReactors() {
 void
 MulticastSmBase::handleInitialized() {
    if ( initialized() ) {
+      const Velto::Hold alive( this );
       attachInputs();
       handleIndexValid();
       reviewIntfs();
@@ -63,7 +65,11 @@ MulticastSmBase::createMulticastGroup() {
    vGroup_ = id;
    Velto::FirstError error;
    error.run( [&] { helper()->createMulticastAddr( macVlan().mac(), macVlan().vlan(), id ); } );
-   error.run( [&] { reviewIntfs(); } );
+   if ( dying_ || !groupWanted() ) {
+      destroyMulticastGroup(); // a hook changed that
+   } else {
+      error.run( [&] { reviewIntfs(); } );
+   }
    error.pass();
 }
 
@@ -173,8 +179,9 @@ void
 IgmpSnoopingEthGroupSm::verify() {
    constexpr U32 tries = 3;
    constexpr Kiv::Seconds pause = 1.0;
+   const Velto::Hold alive( this );
    if ( !initialized() || helper()->handleVerify( this ) ||
-        ( !helper()->waitToVerify() && verifyTries_++ == tries ) ) {
+        ( !helper()->waitToVerify() && verifyTries_++ == tries ) || dying() ) {
       return;
    }
    QON_TRACE( multicastFacility, 5, "Verify didn't go through, scheduling again" );

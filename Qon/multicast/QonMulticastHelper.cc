@@ -78,10 +78,31 @@ MulticastHelper::createMulticastGroup( const MulticastSmBase::Ptr & sm ) {
    }
    const S64 id = vGroup_;
    vGroupInc();
-   EntryPtr entry = factory()->getHardwareL2MulticastEntry( this, id );
+   EntryPtr entry = makeEntry( sm->macVlan(), id );
    entry->sm_ = sm.ptr();
    entryList_.emplace( id, std::move( entry ) );
    return id;
+}
+
+/** Whoever asks for the same (address, VLAN) meanwhile waits; if nothing comes of it, it is next. A factory
+    that raises is asked once more. */
+MulticastHelper::EntryPtr
+MulticastHelper::makeEntry( const MacVlanPair & key, S64 vGroup ) {
+   EntryPtr entry;
+   Velto::FirstError error;
+   auto make = [&] { entry = factory()->getHardwareL2MulticastEntry( this, vGroup ); };
+   beginning_.emplace( key );
+   ++busy_;
+   if ( !error.run( make ) ) {
+      error.run( make );
+   }
+   --busy_;
+   beginning_.erase( key );
+   if ( !entry ) {
+      error.run( [&] { offer( key ); } );
+      error.pass();
+   }
+   return entry;
 }
 
 /** Somebody has the group, or stands before: of those who wait the first is next. One whose state
@@ -89,7 +110,8 @@ MulticastHelper::createMulticastGroup( const MulticastSmBase::Ptr & sm ) {
 bool
 MulticastHelper::mustWait( const MulticastSmBase::Ptr & sm ) const {
    const Entry * entry = entryOf( sm->macVlan() );
-   return entry && ( entry->sm_ || entry->busy_ || waiting_.has( sm->macVlan() ) );
+   return beginning_.has( sm->macVlan() ) ||
+          ( entry && ( entry->sm_ || entry->busy_ || waiting_.has( sm->macVlan() ) ) );
 }
 
 void

@@ -191,6 +191,38 @@ TEST( LifeOrder, AnyOrderComesToTheSameEnd ) {
 
 // --- In the middle of hooks ------------------------------------------------------------------------
 
+TEST_F( Life, BeginsOnceThoughTheFactoryMakesSomebodyElseWantIt ) {
+   start();
+   auto once = [&]( std::function< void() > act ) {
+      chip->during = [act, done = false]( U32 ) mutable {
+         if ( !std::exchange( done, true ) ) {
+            act();
+         }
+      };
+   };
+   once( [&] { fixed( 1 )->intfIs( eth( 2 ) ); } );
+   join( 1, eth( 1 ) );
+   run();
+   EXPECT_EQ( out( 1 ), Ports{ eth( 1 ) } );
+   noGroup( 1 );
+   run();
+   EXPECT_EQ( out( 1 ), Ports{ eth( 2 ) } ) << "who came second waited";
+   once( [&] { noGroup( 2 ); } );
+   group( 2 );
+   run();
+   EXPECT_FALSE( entry( 2 ) );
+   // A port that comes while the set that floods is written is in it, and it takes no second group.
+   once( [&] { acsd->intfIs( eth( 31 ), true ); } );
+   acsd->intfIs( eth( 30 ), true );
+   EXPECT_EQ( chip->group[0].count(), 10u );
+   sm->doCleanup();
+   once( [&] { acsd->intfIs( eth( 32 ), true ); } );
+   sm->initializedIs( true );
+   run();
+   EXPECT_EQ( chip->group.size(), 2u );
+   EXPECT_EQ( helper->overflow()->floodBitmap()->ports().count(), 11u );
+}
+
 /** Everything that a flow asks of the chip: groups come, share, overflow, recover and go. `spoil` is done
     at the call number `at`; true if there was such a call. */
 template< class Spoil >
@@ -219,23 +251,29 @@ spoiledFlow( McastWorld & w, U32 at, Spoil && spoil ) {
          EXPECT_EQ( w.helper->checkInvariants(), "" ) << "call " << at;
       }
    };
+   auto join = [&]( U32 n, IntfId port ) {
+      try {
+         w.group( n ); // its entry is made
+      } catch ( const Velto::RangeError & ) {
+      }
+      w.join( n, port );
+   };
    step( [&] { w.start(); } );
    step( [&] {
-      w.join( 1, eth( 1 ) );
-      w.join( 2, eth( 1 ) );
-      w.join( 3, eth( 2 ) );
+      join( 1, eth( 1 ) );
+      join( 2, eth( 1 ) );
+      join( 3, eth( 2 ) );
    } );
-   step( [&] { w.join( 4, eth( 4 ) ); } );
+   step( [&] { join( 4, eth( 4 ) ); } );
+   for ( const char * table : { "mac", "multicast" } ) {
+      step( [&] { w.acsd->parityEventIs( { table, 1 }, Qon::ParityEvent() ); } );
+   }
    step( [&] { w.join( 3, eth( 5 ) ); } );
    step( [&] { w.acsd->intfDel( eth( 8 ) ); } );
    step( [&] { w.noGroup( 3 ); } );
    step( [&] {
       w.noGroup( 1 );
-      try {
-         w.group( 1 ); // deletes the former one
-      } catch ( const Velto::RangeError & ) {
-      }
-      w.join( 1, eth( 1 ) );
+      join( 1, eth( 1 ) ); // deletes the former one
    } );
    const bool struck = w.chip->calls >= at;
    w.chip->during = nullptr;

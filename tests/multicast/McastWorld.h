@@ -123,7 +123,10 @@ struct TestEntry : HardwareL2MulticastEntry {
       chip->call();
       chip->macs.erase( macVlan() );
    }
-   void deleteHwShadowedMacTableEntry() override { ++chip->forgotten; }
+   void deleteHwShadowedMacTableEntry() override {
+      chip->call();
+      ++chip->forgotten;
+   }
    const std::shared_ptr< Chip > chip;
 };
 
@@ -131,15 +134,23 @@ struct TestFactory : Qon::MulticastDataFactory {
    explicit TestFactory( std::shared_ptr< Chip > c ) : chip( std::move( c ) ) {}
    Ptr< HardwareL2MulticastEntry > getHardwareL2MulticastEntry( MulticastHelper * helper,
                                                                 S64 vGroup ) override {
+      chip->call();
       return Velto::make< TestEntry >( chip, helper, vGroup );
    }
    Ptr< HardwareL2MulticastBitmap >
    getHardwareL2MulticastBitmap( MulticastHelper * helper, const Bitmap & ports,
                                  const Qon::BitmapInfoType & info ) override {
+      chip->call();
       return Velto::make< TestBitmap >( chip, helper, ports, info );
    }
-   U32 getMaxL2MulticastGroups() override { return chip->limit; }
-   Qon::BitmapInfoType getBitmapInfoType() override { return Qon::BitmapInfoType( 64, 0 ); }
+   U32 getMaxL2MulticastGroups() override {
+      chip->call();
+      return chip->limit;
+   }
+   Qon::BitmapInfoType getBitmapInfoType() override {
+      chip->call();
+      return Qon::BitmapInfoType( 64, 0 );
+   }
    const std::shared_ptr< Chip > chip;
 };
 

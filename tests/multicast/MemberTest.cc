@@ -221,11 +221,17 @@ TEST_F( Members, AreVerified ) {
 
 struct TestUpdater : Qon::MulticastCopyUpdater {
    using MulticastCopyUpdater::MulticastCopyUpdater;
-   void updateCopyRequest( bool enabled, Qon::PacketType type ) override { told[type] = enabled; }
+   void updateCopyRequest( bool enabled, Qon::PacketType type ) override {
+      if ( auto act = std::exchange( during, nullptr ) ) {
+         act();
+      }
+      told[type] = enabled;
+   }
    void updateCopyAndDropRequest( bool enabled, Qon::PacketType type ) override {
       told[type] = enabled;
    }
    std::map< Qon::PacketType, bool > told;
+   std::function< void() > during;
 };
 
 TEST( CopyRequests, HoldWhileAnybodyAsks ) {
@@ -247,6 +253,14 @@ TEST( CopyRequests, HoldWhileAnybodyAsks ) {
    EXPECT_EQ( updater->told, wanted );
    updater->initializedIs( true );
    wanted[PacketType::linkLocalPacket] = false;
+   EXPECT_EQ( updater->told, wanted );
+   // Who asks no more while the chip is being told is not forgotten; nor is one whose hook raised.
+   updater->during = [&] { config->linkLocalCopyRequestDel( "lldp" ); };
+   config->linkLocalCopyRequestIs( "lldp" );
+   EXPECT_EQ( updater->told, wanted );
+   updater->during = [] { throw Velto::RangeError( "sabotage" ); };
+   EXPECT_THROW( config->linkLocalCopyRequestIs( "ptp" ), Velto::RangeError );
+   wanted[PacketType::linkLocalPacket] = true;
    EXPECT_EQ( updater->told, wanted );
 }
 

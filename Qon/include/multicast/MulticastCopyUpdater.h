@@ -6,10 +6,12 @@
 // Invariants
 // 1. What the chip was told last is whether anybody asks. Nobody who leaves takes it from those who stay.
 // 2. At the start the chip is told of both kinds.
+// 3. One hook is called at a time, whatever it changes. One that raises is called once more.
 //
 // Ownership: counts the configuration.
 
 #include "Qon/include/framework/QonBaseSm.h"
+#include "Qon/include/framework/WorkQueue.h"
 #include "platform/types/Multicast.h"
 
 namespace Qon {
@@ -40,7 +42,10 @@ class MulticastCopyUpdater : public QonBaseSm {
    void handleIgmpCopyAndDropRequest( const String & name );
 
  private:
+   void tell( PacketType pktType );
+
    const Velto::Ptr< const Config > config_;
+   WorkQueue< PacketType > work_;
    Kiv::Watch< Config::linkLocalCopyRequestAttr, MulticastCopyUpdater,
                &MulticastCopyUpdater::handleLinkLocalCopyRequest >
          linkLocalWatch_;

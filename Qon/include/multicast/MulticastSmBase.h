@@ -68,6 +68,8 @@ class MulticastSmBase : public QonBaseSm {
    virtual void attachInputs() = 0;
    /** Makes true what is said above for all interfaces. */
    void reviewIntfs();
+   /** Whether it is to do nothing any more. */
+   bool dying() const { return dying_; }
 
  private:
    friend class MulticastHelper;

@@ -34,6 +34,7 @@
 // helper, which points back without counting.
 
 #include "Qon/include/framework/LagView.h"
+#include "Qon/include/framework/WorkQueue.h"
 #include "Qon/include/multicast/EthGroupReviewSm.h"
 #include "Qon/include/multicast/MulticastOverflow.h"
 #include "Qon/include/multicast/MulticastSmBase.h"
@@ -252,8 +253,9 @@ class MulticastHelper : public QonBaseHelper, public Checked {
    void moveRetries();
    void deleteFirst();
 
-   // The end of a group
+   // The begin and the end of a group
    class Busy;
+   EntryPtr makeEntry( const MacVlanPair & key, S64 vGroup );
    void endGroup( const EntryPtr & entry, bool lastTry );
    void forgetGroup( const EntryPtr & entry );
    void offer( const MacVlanPair & key );
@@ -289,6 +291,7 @@ class MulticastHelper : public QonBaseHelper, public Checked {
    void emptyBitmap( HardwareL2MulticastBitmap & bitmap );
    void emptyBitmap( HardwareL2MulticastBitmap & bitmap, Velto::FirstError & error );
    void reviewFlood();
+   void programFlood();
    void repairFlood();
    void dropFlood( Velto::FirstError & error );
    void countDel( HardwareL2MulticastBitmap & bitmap, U32 & count );
@@ -312,6 +315,8 @@ class MulticastHelper : public QonBaseHelper, public Checked {
    Kiv::DenseMap< S64, EntryPtr > entryList_;
    Kiv::DenseMap< MacVlanPair, S64 > idOf_;
    Kiv::DenseMap< MacVlanPair, std::vector< MulticastSmBase * > > waiting_;
+   KeySet< MacVlanPair > beginning_; // whose entry the factory is making
+   WorkQueue< Kiv::Nothing > floodWork_;
    BitmapList bitmapList_;
    std::vector< QonTypes::Bitmap > unused_; // sets that may have nobody any more
    PendingList groupList_;
