@@ -185,6 +185,32 @@ TEST( TapAggMode, TheCleanUpTakesEverythingOutAtOnce ) {
    EXPECT_EQ( w.log.take(), Calls() );
 }
 
+TEST( TapAggMode, WhatChangedInAPauseIsMadeGood ) {
+   TapAggWorld w;
+   w.tap( eth( 1 ), "a" );
+   w.tool( eth( 11 ), "a" );
+   w.tool( eth( 12 ), "b" );
+   w.startInMode();
+   const String a = std::to_string( w.id( "a" ) ), b = std::to_string( w.id( "b" ) );
+   w.log.take();
+   w.sm->initializedIs( false );
+   w.config->toolPort( eth( 11 ) )->groupDel( "a" );
+   w.config->toolPort( eth( 11 ) )->groupIs( "b" );
+   w.sm->initializedIs( true );
+   EXPECT_EQ( w.log.take(),
+              Calls( { "addToolPortAssociation Ethernet11, " + b, // frames go on coming
+                       "removeToolPortAssociation Ethernet11, " + a } ) );
+   w.config->tapPortDel( eth( 1 ) );
+   w.sm->initializedIs( false );
+   w.wait( 2 ); // the clock fires, and nobody hears it
+   EXPECT_EQ( w.log.count( "deallocateAggGroup" ), 0u );
+   w.sm->initializedIs( true );
+   w.wait( 2 );
+   EXPECT_EQ( w.log.count( "deallocateAggGroup" ), 1u );
+   EXPECT_EQ( w.id( "a" ), 0u );
+   EXPECT_EQ( w.broken(), "" );
+}
+
 TEST( TapAggMode, FlushesOfMembers ) {
    TapAggWorld w;
    w.tool( po( 1 ), "a" );

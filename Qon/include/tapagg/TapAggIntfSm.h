@@ -143,7 +143,8 @@ class TapAggIntfSm : public QonBaseSm {
    static void applySettings( Sm & sm, void ( Sm::*const ( &appliers )[n] )( const Settings & ),
                               const Settings & want, bool goes ) {
       for ( std::size_t i = 0; i < n; ++i ) {
-         ( sm.*appliers[goes ? n - 1 - i : i] )( want );
+         const auto apply = appliers[goes ? n - 1 - i : i];
+         ( sm.*apply )( want );
       }
    }
 
