@@ -10,12 +10,15 @@
 //    of the places in them is the order of insertion. A dead place is a hole.
 // 2. A chunk in the list has a live entry. One that loses its last is taken out at once, so that
 //    a map used as a queue holds no more chunks than its entries fill.
-// 3. Chunks have 4 places in a small map and up to 64 in a larger one.
+// 3. Chunks have 4 places in a small map and up to 64 in a larger one. Until a map has a thousand
+//    entries they stay within the size that allocators hand out fastest: one entry that comes and
+//    goes may take and give back a chunk each time.
 // 4. A chunk whose entry is being destroyed is pinned: it is neither merged nor deleted. If it is
 //    dropped meanwhile, who unpins it deletes it.
 //
 // The body owns its chunks' memory, but not the lives of the entries in it.
 
+#include <algorithm>
 #include <bit>
 #include <new>
 #include <utility>
@@ -71,6 +74,7 @@ struct DenseWalk : WalkLink< DenseWalk > {
 };
 
 struct DenseBody {
+   static constexpr U32 quickBytes = 1024; // of a chunk
    U32 live = 0;
    U32 places = 0; // of all chunks
    DenseChunk * first = nullptr;
@@ -97,6 +101,8 @@ struct DenseBody {
    /** The chunk whose next place is free; entries take `size` bytes, and begin `offset` bytes into
        the chunk. */
    DenseChunk * chunkWithRoom( U32 offset, U32 size );
+   /** How many places the next chunk has. */
+   U32 roomOfNext( U32 offset, U32 size ) const;
    /** The next place of the last chunk has an entry now. */
    void entryIs( DenseChunk * c ) {
       c->live |= U64( 1 ) << c->filled++;
@@ -148,12 +154,19 @@ DenseBody::indexStart() {
    index.start();
 }
 
+inline U32
+DenseBody::roomOfNext( U32 offset, U32 size ) const {
+   const U32 room = live < 4 ? 4 : live >= 64 ? 64 : std::bit_ceil( live );
+   const U32 quick = std::bit_floor( ( quickBytes - offset ) / size );
+   return live >= 1024 ? room : std::clamp< U32 >( room, 4, quick < 4 ? 4 : quick );
+}
+
 inline DenseChunk *
 DenseBody::chunkWithRoom( U32 offset, U32 size ) {
    if ( last && last->filled < last->room ) {
       return last;
    }
-   U32 room = live < 4 ? 4 : live >= 64 ? 64 : std::bit_ceil( live );
+   const U32 room = roomOfNext( offset, size );
    auto * c = new ( ::operator new( offset + room * size ) ) DenseChunk( room );
    if ( index.on() ) {
       idIs( c );
