@@ -9,16 +9,14 @@
 // 1. Places are filled from the first to the last and never again: the order of the chunks and
 //    of the places in them is the order of insertion. A dead place is a hole.
 // 2. A chunk in the list has a live entry. One that loses its last is taken out at once, so that
-//    a map used as a queue holds no more chunks than its entries fill.
-// 3. Chunks have 4 places in a small map and up to 64 in a larger one. Until a map has a thousand
-//    entries they stay within the size that allocators hand out fastest: one entry that comes and
-//    goes may take and give back a chunk each time.
+//    a map used as a queue holds no more chunks than its entries fill; only the last chunk stays as
+//    long as there are others, and is filled anew: an entry that comes and goes takes no memory.
+// 3. Chunks have 4 places in a small map and up to 64 in a larger one.
 // 4. A chunk whose entry is being destroyed is pinned: it is neither merged nor deleted. If it is
 //    dropped meanwhile, who unpins it deletes it.
 //
 // The body owns its chunks' memory, but not the lives of the entries in it.
 
-#include <algorithm>
 #include <bit>
 #include <new>
 #include <utility>
@@ -74,7 +72,6 @@ struct DenseWalk : WalkLink< DenseWalk > {
 };
 
 struct DenseBody {
-   static constexpr U32 quickBytes = 1024; // of a chunk
    U32 live = 0;
    U32 places = 0; // of all chunks
    DenseChunk * first = nullptr;
@@ -101,8 +98,8 @@ struct DenseBody {
    /** The chunk whose next place is free; entries take `size` bytes, and begin `offset` bytes into
        the chunk. */
    DenseChunk * chunkWithRoom( U32 offset, U32 size );
-   /** How many places the next chunk has. */
-   U32 roomOfNext( U32 offset, U32 size ) const;
+   /** Makes the places of the last chunk, which has no entry, free again. */
+   void rewind();
    /** The next place of the last chunk has an entry now. */
    void entryIs( DenseChunk * c ) {
       c->live |= U64( 1 ) << c->filled++;
@@ -154,19 +151,31 @@ DenseBody::indexStart() {
    index.start();
 }
 
-inline U32
-DenseBody::roomOfNext( U32 offset, U32 size ) const {
-   const U32 room = live < 4 ? 4 : live >= 64 ? 64 : std::bit_ceil( live );
-   const U32 quick = std::bit_floor( ( quickBytes - offset ) / size );
-   return live >= 1024 ? room : std::clamp< U32 >( room, 4, quick < 4 ? 4 : quick );
+inline void
+DenseBody::rewind() {
+   if ( last->pins ) {
+      if ( last->filled == last->room ) {
+         chunkDel( last );
+      }
+      return;
+   }
+   last->filled = 0;
+   for ( DenseWalk * w = walks; w; w = w->others() ) {
+      if ( w->chunk == last ) {
+         w->place = 0;
+      }
+   }
 }
 
 inline DenseChunk *
 DenseBody::chunkWithRoom( U32 offset, U32 size ) {
+   if ( last && last->count == 0 ) {
+      rewind();
+   }
    if ( last && last->filled < last->room ) {
       return last;
    }
-   const U32 room = roomOfNext( offset, size );
+   U32 room = live < 4 ? 4 : live >= 64 ? 64 : std::bit_ceil( live );
    auto * c = new ( ::operator new( offset + room * size ) ) DenseChunk( room );
    if ( index.on() ) {
       idIs( c );
@@ -194,8 +203,11 @@ DenseBody::entryDel( DenseChunk * c, U32 place ) {
          w->current = nullptr;
       }
    }
-   if ( c->count == 0 ) {
+   if ( c->count == 0 && c != last ) {
       chunkDel( c );
+   }
+   if ( live == 0 && last ) {
+      chunkDel( last );
    }
 }
 
