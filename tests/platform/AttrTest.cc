@@ -30,6 +30,14 @@ class Base : public Kiv::Entity {
    KIV_ATTR( String, text, "x" )
  public:
    explicit Base( const String & name ) : Kiv::Entity( name ) {}
+   /** Leaves nothing behind that whoever reads a dead entity could take for one that lives. */
+   static void operator delete( void * memory, std::size_t size ) {
+      auto bytes = static_cast< volatile U8 * >( memory );
+      for ( std::size_t i = 0; i < size; ++i ) {
+         bytes[i] = 0xdb;
+      }
+      ::operator delete( memory );
+   }
 };
 
 class Tree : public Base {
