@@ -261,10 +261,12 @@ checkSuccessor( Trial & t ) {
    stage.end();
    stage.entry( 0 );
    t.judgeSuccessor( successor, [&] { stage.begin(); } );
-   stage.request( 0 );
+   stage.request( 1 );
+   stage.answer( stage.started( successor, 1 ) );
+   stage.request( 0 ); // as many operations as the first: its numbers may be the same
    const U32 second = stage.started( successor, 0, stage.part.asyncOperations()[first].value );
-   stage.answer( first ); // its numbers may be the same
-   t.did( "a request of the same key, and the answer to the first one" );
+   stage.answer( first );
+   t.did( "requests of the same keys, and the answer to the first one" );
    t.run( Trial::step );
    if ( !stage.openOf( 0 ) ) {
       t.broken( successor, "no conclusion before an answer of its own", "a conclusion" );
