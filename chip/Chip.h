@@ -8,8 +8,8 @@
 //
 // An agent, the conformance kit and the simulation take any chip through it. A chip derives from
 // Chip and registers a part for each feature that it serves; a feature finds its part by type, so
-// that this header knows none of them. The parts' headers stand beside this one: LagPart.h,
-// MacPart.h, TopologyPart.h, VlanPart.h.
+// that this header knows none of them. The parts' headers stand beside this one: MacPart.h,
+// LagPart.h and so on.
 //
 // Invariants
 // 1. A chip outlives every hook object that its parts have made: an agent that ends and a new one

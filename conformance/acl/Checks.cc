@@ -131,12 +131,16 @@ class AclStage {
    Ptr< Qon::AclSm > aclSm;
 
  private:
+   static std::set< Qon::AclIntfUse > withoutHosts( std::set< Qon::AclIntfUse > uses ) {
+      std::erase_if( uses, []( auto & use ) { return !( use.host() == Ulnet::EthAddr() ); } );
+      return uses;
+   }
    void judgeAcl( const HeldAcl & acl,
                   const std::map< String, std::set< Qon::AclIntfUse > > & wanted ) {
       auto found = wanted.find( acl.name );
       if ( acl.stale || found == wanted.end() ) {
-         t.broken( removed, "no " + acl.name + ( acl.stale ? " of the former helper" : "" ),
-                   shown( acl ) );
+         t.broken( acl.stale ? successor : removed,
+                   "no " + acl.name + ( acl.stale ? " of the former helper" : "" ), shown( acl ) );
       }
       auto sm = aclSm->aclConfigSm( AclType::ip, acl.name );
       if ( refused( U32( acl.name.back() - '0' ) ) ) {
@@ -147,7 +151,7 @@ class AclStage {
          t.broken( force, acl.name + " in force with its rules", "it is not" );
       }
       if ( acl.uses != found->second ) {
-         t.broken( intfs,
+         t.broken( withoutHosts( acl.uses ) == withoutHosts( found->second ) ? hosts : intfs,
                    joined( found->second, []( auto & use ) { return use.pair().stringValue(); } ),
                    shown( acl ) );
       }

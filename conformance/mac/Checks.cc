@@ -127,7 +127,7 @@ checkShadow( Trial & t ) {
          stage.mac->handleAddrOp( cmd );
       }
       t.did( Kiv::toText( type ) + " of 16 hosts in the shadow" );
-      stage.rest();
+      stage.rest( shadow );
    }
 }
 

@@ -108,7 +108,7 @@ MacStage::expected() const {
 }
 
 void
-MacStage::rest() {
+MacStage::rest( const Contract & contract ) {
    auto idle = [&] { return !mac->pendingMacOps() && !mac->inProgMacOps(); };
    t.await( idle );
    t.run( 10 * Trial::step );
@@ -119,7 +119,7 @@ MacStage::rest() {
    }
    if ( !rests ) {
       auto walk = mac->inProgMacOpIteratorConst();
-      t.broken( answer, "an answer within " + Kiv::toText( t.answersWithin() ) + " s",
+      t.broken( contract, "an answer within " + Kiv::toText( t.answersWithin() ) + " s",
                 Kiv::toText( mac->inProgMacOps() ) + " without one" +
                       ( walk ? ", the oldest " + walk.value()->stringValue() : String() ) );
    }

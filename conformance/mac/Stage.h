@@ -53,8 +53,9 @@ class MacStage {
    MacCmdPtr flush( Type type, Ulnet::IntfId intf = {}, U32 vlan = 0,
                     EntryType entryType = EntryType::learnedDynamic );
 
-   /** Lets everything be answered, and answers that nobody asked for come. */
-   void rest();
+   /** Lets everything be answered, and answers that nobody asked for come. What is not answered breaks
+       `contract`. */
+   void rest( const Contract & contract = answer );
    /** At rest the chip holds what was written, in its order, but for what waits in overflow. */
    void judge( const Contract & contract );
    void contains( const Contract & contract, const HeldHosts & held,

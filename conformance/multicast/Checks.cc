@@ -62,6 +62,7 @@ class GroupStage {
       if ( !held ) {
          return;
       }
+      const Contract & left = &contract == &init ? init : deletion;
       U32 led = 0;
       helper->forEachEntry( [&]( const Qon::HardwareL2MulticastEntry & entry ) {
          auto found = held->macEntries.find( entry.macVlan() );
@@ -76,13 +77,13 @@ class GroupStage {
          }
       } );
       if ( held->macEntries.size() != led ) {
-         t.broken( deletion, Kiv::toText( led ) + " MAC entries",
+         t.broken( left, Kiv::toText( led ) + " MAC entries",
                    Kiv::toText( U32( held->macEntries.size() ) ) );
       }
       auto flood = helper->overflow()->floodBitmap();
       const U32 groups = helper->bitmapList().size() + ( flood && flood->groupIndex() >= 0 );
       if ( held->groups.size() != groups ) {
-         t.broken( deletion, Kiv::toText( groups ) + " groups",
+         t.broken( left, Kiv::toText( groups ) + " groups",
                    Kiv::toText( U32( held->groups.size() ) ) );
       }
    }

@@ -322,8 +322,10 @@ checkMembers( Trial & t ) {
    t.did( "a port-channel of two members in two groups" );
    stage.judge( members );
    stage.member( 1, false );
+   t.did( "a member goes" );
+   stage.judge( members );
    stage.tool( stage.lag, "b" );
-   t.did( "one of each goes" );
+   t.did( "a group goes" );
    stage.judge( members );
    stage.config->toolPortDel( stage.lag );
    t.did( "no tool port any more" );

@@ -129,30 +129,12 @@ class TopoStage {
    void lookAround() {
       vlanPart ? void( t.readBack( vlanPart->vlans(), "the chip's VLANs" ) ) : void( readBack() );
    }
-   /** What is reported must be in the chip. */
+   /** What is reported must be in the chip: if it comes there later it was reported early, if it never
+       does it is not the newest. */
    void look() {
-      auto held = tables();
-      if ( !held ) {
-         return;
-      }
-      for ( auto && [topoName, topo] : config->topoConfigIteratorConst() ) {
-         auto topoStatus = status->topoStatus( topoName );
-         for ( auto && [intf, port] : topo->topoPortConfigIteratorConst() ) {
-            auto report = topoStatus ? topoStatus->topoPortStatus( intf ) : nullptr;
-            if ( !report || !reported( *port, report ) || !held->contains( topoName ) ) {
-               continue;
-            }
-            auto & ports = ( *held )[topoName].ports;
-            auto found = ports.find( intf );
-            if ( found == ports.end() ? port->state() != PortState::disabled
-                                      : found->second != port->state() ) {
-               t.broken( early,
-                         intf.stringValue() + " in " + topoName + " " +
-                               Kiv::toText( port->state() ) + " in the chip, as reported",
-                         found == ports.end() ? "the chip has no state for it"
-                                              : "it is " + Kiv::toText( found->second ) );
-            }
-         }
+      if ( auto [reported, found] = reportedAndNotHeld(); !reported.empty() ) {
+         t.run( t.answersWithin() );
+         t.broken( reportedAndNotHeld().first.empty() ? early : newest, reported, found );
       }
    }
    void rest() {
@@ -219,6 +201,29 @@ class TopoStage {
    Ptr< Qon::StpSm > stpSm;
 
  private:
+   /** A port whose state is reported, and what the chip has of it instead; empty if there is none. */
+   std::pair< String, String > reportedAndNotHeld() const {
+      const auto held = tables().value_or( QonChip::HeldTopologies() );
+      for ( auto && [topoName, topo] : config->topoConfigIteratorConst() ) {
+         auto topoStatus = status->topoStatus( topoName );
+         auto there = held.find( topoName );
+         for ( auto && [intf, port] : topo->topoPortConfigIteratorConst() ) {
+            auto report = topoStatus ? topoStatus->topoPortStatus( intf ) : nullptr;
+            if ( !report || !reported( *port, report ) || there == held.end() ) {
+               continue;
+            }
+            auto found = there->second.ports.find( intf );
+            const bool none = found == there->second.ports.end();
+            if ( none ? port->state() != PortState::disabled : found->second != port->state() ) {
+               return { intf.stringValue() + " in " + topoName + " " +
+                              Kiv::toText( port->state() ) + " in the chip, as reported",
+                        none ? "the chip has no state for it"
+                             : "it is " + Kiv::toText( found->second ) };
+            }
+         }
+      }
+      return {};
+   }
    static bool reported( const Bridging::Topology::TopoPortConfig & wanted,
                          const Bridging::Topology::TopoPortStatus * held ) {
       return held && held->state() == wanted.state() && held->changeInfo() == wanted.changeInfo();

@@ -125,13 +125,13 @@ class VlanStage {
 };
 
 void
-addFew( VlanStage & stage ) {
+addFew( VlanStage & stage, const Contract & contract = newest ) {
    for ( U32 port = 0; port < 8; ++port ) {
       stage.member( 10 + port % 4, port, port % 2 );
       stage.member( 20, port, true );
    }
    stage.t.did( "eight members in five VLANs" );
-   stage.rest();
+   stage.rest( contract );
 }
 
 void
@@ -168,14 +168,14 @@ void
 checkReadd( Trial & t ) {
    VlanStage stage( t );
    for ( U32 round = 0; round < 5; ++round ) {
-      addFew( stage );
+      addFew( stage, round ? readd : newest );
       stage.helper->vlanDel( VlanId( 20 ) );
       t.did( "VLAN 20 goes" );
       if ( round % 2 ) {
          stage.rest();
       }
    }
-   addFew( stage );
+   addFew( stage, readd );
    stage.judge( readd );
 }
 

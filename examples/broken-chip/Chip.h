@@ -2,274 +2,29 @@
 // The chip: finite tables, the hook classes between them and the library, and the parts that make
 // these.
 //
-//    library -> ChipMac, ChipTopo, ChipVlan, ChipLag -> (a little later) -> Tables
-//                                                                        -> done, to the library
-//            -> ChipStorm (Storm.h), ChipVlanMapping (VlanMapping.h), ChipMirror (Mirror.h),
-//               ChipAcl (Acl.h), ChipMulticast (Multicast.h), ChipTapAgg (TapAgg.h)
-//                                                                       -> at once -> Tables
+//    library -> ChipMac, ChipTopo, ChipVlan, ChipLag, ChipAsync -> (a little later) -> Tables
+//                                                               -> done, to the library
+//            -> ChipStorm, ChipVlanMapping, ChipMirror, ChipAcl, ChipMulticast, ChipTapAgg
+//                                                               -> at once -> Tables
 //    SmallChip: Tables, and a part for each feature, which reads them back
 //
-// Each hook class can be told to have one fault, as a developer might make it. The tables stand in
-// the chip, which outlives the hook objects: they point to it without owning it.
+// Each hook class stands in a header of its own, and can be told to have one fault, as a developer
+// might make it. The tables stand in the chip, which outlives the hook objects: they point to it
+// without owning it.
 
 #include "Acl.h"
+#include "Async.h"
+#include "Lag.h"
+#include "Mac.h"
 #include "Mirror.h"
 #include "Multicast.h"
 #include "Storm.h"
 #include "TapAgg.h"
+#include "Topology.h"
+#include "Vlan.h"
 #include "VlanMapping.h"
 
 namespace Chip {
-
-/** Hosts: answers every command by its transaction id. */
-class ChipMac : public Qon::QonMacProgrammer {
- public:
-   using Status = Qon::MacProgramStatus;
-   using Type = Qon::IndirectAccessMacCmdType;
-
-   ChipMac( Tables & tables, Faults faults, Kiv::TimerWheel * wheel )
-       : QonMacProgrammer( wheel ), tables_( tables ), faults_( faults ), later_( wheel ) {}
-
-   Status writeToHw( const Qon::MacCmdPtr & cmd ) override {
-      later_.add( [this, cmd, id = cmd->transactionId()] {
-         if ( faults_.lostAnswer && cmd->type() == Type::removeHost &&
-              !tables_.hosts.contains( cmd->key() ) ) {
-            return;
-         }
-         handleCmdResponse( id, 0, cmd->addrOp() ? host( *cmd ) : flush( *cmd ) );
-      } );
-      return Status::macProgramInProgress;
-   }
-   Status writeToHwShadow( const Qon::MacCmdPtr & cmd ) override { return writeToHw( cmd ); }
-
- private:
-   Status host( const Qon::IndirectAccessMacCmd & cmd ) {
-      auto & hosts = tables_.hosts;
-      if ( cmd.type() == Type::removeHost ) {
-         hosts.erase( cmd.key() );
-      } else if ( hosts.contains( cmd.key() ) || hosts.size() < Tables::hostRoom ) {
-         hosts[cmd.key()] = { cmd.intf(), cmd.entryType() };
-      } else {
-         VELTO_ASSERT( !faults_.fullAborts );
-         return Status::macProgramFull;
-      }
-      return Status::macProgramSuccess;
-   }
-   Status flush( const Qon::IndirectAccessMacCmd & cmd ) {
-      std::erase_if( tables_.hosts, [&]( auto & host ) {
-         return QonChip::flushTakes( cmd, host.first, host.second );
-      } );
-      return Status::macProgramSuccess;
-   }
-
-   Tables & tables_;
-   Faults faults_;
-   Later later_;
-};
-
-/** Topologies: reports done when nothing that was handed over for the topology is on its way. */
-class ChipTopo : public Qon::TopoHelper {
- public:
-   ChipTopo( Tables & tables, Faults faults, Kiv::TimerWheel * wheel )
-       : tables_( tables ), faults_( faults ), later_( wheel ) {}
-
-   U32 maxTopo() override { return Tables::topoRoom; }
-   bool allocTopo( const String & name ) override {
-      bool room =
-            tables_.topologies.contains( name ) || tables_.topologies.size() < Tables::topoRoom;
-      if ( room ) {
-         tables_.topologies[name];
-      }
-      return room;
-   }
-   void freeTopo( const String & name ) override {
-      tables_.topologies.erase( name );
-      onTheirWay_.erase( name ); // what is on its way is for nobody, also when the name comes back
-   }
-   void setStpState( S32 id, const String & name, IntfId intf, PortState state ) override {
-      names_[U32( id )] = name;
-      if ( !tables_.topologies.contains( name ) ) {
-         return; // there was no room for it
-      }
-      auto & onTheirWay = onTheirWay_[name];
-      onTheirWay = onTheirWay ? onTheirWay : std::make_shared< U32 >( 0 );
-      ++*onTheirWay;
-      later_.add( [=, this, mine = onTheirWay] {
-         if ( auto now = onTheirWay_.find( name );
-              now == onTheirWay_.end() || now->second != mine ) {
-            return;
-         }
-         tables_.topologies[name].ports[intf] = state;
-         if ( --*mine == 0 ) {
-            setStpStateDoneTopoName( name );
-         }
-      } );
-      if ( faults_.earlyDone ) {
-         setStpStateDoneTopoName( name );
-      }
-   }
-   void addVlanToTopo( const String & name, U16 vlan ) override {
-      if ( auto topo = tables_.topologies.find( name ); topo != tables_.topologies.end() ) {
-         topo->second.vlans.insert( vlan );
-      }
-   }
-   void delVlanFromTopo( const String & name, U16 vlan ) override {
-      if ( auto topo = tables_.topologies.find( name ); topo != tables_.topologies.end() ) {
-         topo->second.vlans.erase( vlan );
-      }
-   }
-   void flushTopoPort( U32 topoId, IntfId intf ) override {
-      auto topo = tables_.topologies.find( names_[topoId] );
-      if ( topo == tables_.topologies.end() ) {
-         return;
-      }
-      std::erase_if( tables_.hosts, [&, &vlans = topo->second.vlans]( auto & host ) {
-         return host.second.intf == intf && vlans.contains( U16( host.first.key().vlan() ) );
-      } );
-   }
-
- private:
-   Tables & tables_;
-   Faults faults_;
-   std::map< U32, String > names_;                         // of topologies
-   std::map< String, std::shared_ptr< U32 > > onTheirWay_; // by topology, of this life of it
-   Later later_;
-};
-
-/** VLANs: takes over the members of the moment, and reports the update done. */
-class ChipVlan : public Qon::VlanHelper {
- public:
-   ChipVlan( Tables & tables, Faults faults, const Qon::QonCommonSmData * acsd,
-             Kiv::TimerWheel * wheel )
-       : VlanHelper( "chip", acsd ), tables_( tables ), faults_( faults ), later_( wheel ) {}
-   ~ChipVlan() override {
-      if ( faults_.tidyDestructor ) {
-         tables_.vlans.clear();
-      }
-   }
-
-   void doCreateHwVlan( Bridging::VlanId ) override {} // the table has room for all of them
-   void doUpdateVlan( Bridging::VlanId vlan ) override {
-      QonChip::HeldVlan members;
-      forEachHwPort( vlan, [&]( IntfId intf, Qon::VlanMembership how ) { members[intf] = how; } );
-      later_.add( [=, this] {
-         members.empty() ? void( tables_.vlans.erase( vlan ) )
-                         : void( tables_.vlans[vlan] = members );
-         updateVlanDone( vlan, Qon::VlanProgrammingStatus::success );
-      } );
-   }
-   void doUpdateVlanFid( Bridging::VlanId vlan, U32 fid ) override { tables_.fids[vlan] = fid; }
-   void verify() override {}
-
- private:
-   Tables & tables_;
-   Faults faults_;
-   Later later_;
-};
-
-/** Groups: brings the table to the configuration whenever that has changed, what goes first. */
-class ChipLag : public Velto::Node {
- public:
-   using Config = Hardware::Lag::Config;
-   using Result = Hardware::Lag::Result;
-
-   ChipLag( Tables & tables, Faults faults, Ptr< const Config > config,
-            Ptr< Hardware::Lag::Status > status, Kiv::TimerWheel * wheel )
-       : tables_( tables ), faults_( faults ), config_( config ), status_( status ),
-         later_( wheel ) {
-      hasNotificationActiveIs( true );
-      configWatch_.attach( this, config_.ptr() );
-      for ( auto && [lag, group] : config_->lagIteratorConst() ) {
-         handleLag( lag );
-      }
-   }
-
-   void handleLag( const IntfId & lag ) {
-      memberWatch_.erase( lag );
-      if ( auto group = config_->lag( lag ) ) {
-         memberWatch_[lag] = std::make_unique< MemberWatch >();
-         memberWatch_[lag]->attach( this, group );
-      }
-      handleMember( lag );
-   }
-   void handleMember( const IntfId & ) {
-      if ( !waits_ ) {
-         waits_ = true;
-         later_.add( [this] { follow(); } );
-      }
-   }
-
- private:
-   using MemberWatch =
-         Kiv::Watch< Hardware::Lag::LagConfig::memberAttr, ChipLag, &ChipLag::handleMember >;
-
-   void follow() {
-      waits_ = false;
-      removeUnwanted();
-      for ( auto && [lag, group] : config_->lagIteratorConst() ) {
-         auto status = status_->lagIs( lag );
-         status->indexIs( group->index() );
-         bool room = tables_.lags.contains( lag ) || tables_.lags.size() < Tables::lagRoom;
-         for ( auto && [port, member] : group->memberIteratorConst() ) {
-            Result result = room ? enter( tables_.lags[lag], port, member ) : Result::noLag;
-            status->resultIs( room ? Result::success : Result::noLag );
-            auto held = tables_.lags[lag].find( port );
-            status->memberIs(
-                  port, held == tables_.lags[lag].end()
-                              ? Hardware::Lag::MemberStatus( result, false, false, false )
-                              : Hardware::Lag::MemberStatus( result, held->second.collecting(),
-                                                             held->second.distributing(),
-                                                             held->second.shared() ) );
-         }
-         if ( tables_.lags[lag].empty() ) {
-            tables_.lags.erase( lag );
-         }
-      }
-   }
-   void removeUnwanted() {
-      auto wanted = [this]( IntfId lag, IntfId port ) {
-         auto group = config_->lag( lag );
-         return group && group->memberHas( port );
-      };
-      for ( auto & [lag, members] : tables_.lags ) {
-         std::erase_if( members, [&]( auto & member ) { return !wanted( lag, member.first ); } );
-      }
-      std::erase_if( tables_.lags, []( auto & group ) { return group.second.empty(); } );
-      std::vector< std::pair< IntfId, IntfId > > gone;
-      for ( auto && [lag, status] : status_->lagIteratorConst() ) {
-         for ( auto && [port, member] : status->memberIteratorConst() ) {
-            if ( !wanted( lag, port ) ) {
-               gone.emplace_back( lag, port );
-            }
-         }
-      }
-      for ( auto & [lag, port] : gone ) {
-         status_->lag( lag )->memberDel( port );
-         if ( !config_->lagHas( lag ) && status_->lag( lag )->members() == 0 ) {
-            status_->lagDel( lag );
-         }
-      }
-   }
-   Result enter( QonChip::HeldGroup & members, IntfId port, const Hardware::Lag::Member & member ) {
-      bool known = members.contains( port );
-      if ( !known && members.size() == Tables::memberRoom ) {
-         return Result::noMember;
-      }
-      if ( !known || !faults_.staleFlags ) {
-         members[port] = member;
-      }
-      return Result::success;
-   }
-
-   Tables & tables_;
-   Faults faults_;
-   Ptr< const Config > config_;
-   Ptr< Hardware::Lag::Status > status_;
-   bool waits_ = false;
-   Later later_;
-   std::map< IntfId, std::unique_ptr< MemberWatch > > memberWatch_;
-   Kiv::Watch< Config::lagAttr, ChipLag, &ChipLag::handleLag > configWatch_;
-};
 
 /** The chip as an agent and the kit see it; made of these hook classes or of others. */
 template< class Mac = ChipMac, class Topo = ChipTopo, class Vlan = ChipVlan, class Lag = ChipLag,
@@ -284,10 +39,11 @@ class SmallChip : public QonChip::Chip,
                   QonChip::MirrorPart,
                   QonChip::MulticastPart,
                   QonChip::TapAggPart,
-                  QonChip::AclPart {
+                  QonChip::AclPart,
+                  QonChip::AsyncPart {
  public:
    explicit SmallChip( Kiv::TaskScheduler & scheduler, Faults faults = {} )
-       : faults_( faults ), wheel_( scheduler.timerWheel() ) {
+       : faults_( faults ), wheel_( scheduler.timerWheel() ), engine_( tables_, wheel_ ) {
       add< QonChip::MacPart >( *this );
       add< QonChip::TopologyPart >( *this );
       add< QonChip::VlanPart >( *this );
@@ -298,6 +54,7 @@ class SmallChip : public QonChip::Chip,
       add< QonChip::MulticastPart >( *this );
       add< QonChip::TapAggPart >( *this );
       add< QonChip::AclPart >( *this );
+      add< QonChip::AsyncPart >( *this );
    }
    String name() const override { return "small"; }
 
@@ -341,6 +98,11 @@ class SmallChip : public QonChip::Chip,
    makeStormControlHelper( const Ptr< Qon::QonCommonSmData > & ) override {
       return Velto::make< ChipStorm >( tables_, faults_ );
    }
+   Ptr< Qon::QonStormControlSmHelperV2 >
+   makeStormControlHelperV2( const Ptr< const Qon::StormControl::PlatformConfig > & config,
+                             const Ptr< Qon::StormControl::PlatformStatus > & status ) override {
+      return Velto::make< ChipStormV2 >( tables_, config, status, wheel_ );
+   }
    /** It counts nothing. */
    Ptr< Velto::Node >
    makeDropCounter( const Ptr< Qon::StormControl::DropSliceDir > & slices ) override {
@@ -375,9 +137,30 @@ class SmallChip : public QonChip::Chip,
    }
    std::optional< QonChip::HeldAcls > acls() const override { return tables_.acls; }
 
+   Ptr< Qon::QonAsyncBaseHelper > makeAsyncHelper() override {
+      return Velto::make< ChipAsyncHelper >();
+   }
+   Ptr< Qon::QonAsyncBaseSm > makeAsyncSm( const Ptr< Qon::QonCommonSmData > & acsd,
+                                           const Ptr< Qon::QonAsyncBaseHelper > & helper,
+                                           QonChip::AsyncHeard heard ) override {
+      return Qon::smIs< ChipAsync >( acsd, static_cast< ChipAsyncHelper * >( helper.ptr() ),
+                                     engine_, faults_, std::move( heard ) );
+   }
+   void asyncRequest( Qon::QonAsyncBaseSm & sm, const String & key, U32 value ) override {
+      static_cast< ChipAsync & >( sm ).request( key, value );
+   }
+   std::optional< QonChip::HeldEntries > asyncEntries() const override { return tables_.entries; }
+   bool asyncAnswersAre( AsyncAnswers answers ) override {
+      engine_.answersAre( answers );
+      return true;
+   }
+   std::vector< AsyncOperation > asyncOperations() const override { return engine_.operations(); }
+   void asyncAnswer( U32 place, const String & error ) override { engine_.answer( place, error ); }
+
    Faults faults_;
    Kiv::TimerWheel * wheel_;
    Tables tables_;
+   ChipEngine engine_;
 };
 
 } // namespace Chip

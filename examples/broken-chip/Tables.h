@@ -5,6 +5,7 @@
 
 #include "Later.h"
 #include "chip/AclPart.h"
+#include "chip/AsyncPart.h"
 #include "chip/LagPart.h"
 #include "chip/MacPart.h"
 #include "chip/MirrorPart.h"
@@ -34,6 +35,7 @@ struct Faults {
    bool keptGroup = false;      ///< the MAC entry of a group that is deleted stays
    bool oneDestination = false; ///< of several destinations to remove only the first one goes
    bool firstGroup = false;     ///< a tap port that has a group keeps it when it is given another
+   bool anyAnswer = false; ///< an answer is taken for the operation in flight, whose ever it is
 };
 
 /** What the chip holds. */
@@ -54,6 +56,7 @@ struct Tables {
    QonChip::HeldStormControl storm;
    QonChip::HeldTapAgg tapAgg;
    QonChip::HeldTranslations translations;
+   QonChip::HeldEntries entries;
 };
 
 } // namespace Chip

@@ -27,6 +27,7 @@ constexpr NamedFault named[] = {
       { "kept-group", &Faults::keptGroup },
       { "one-destination", &Faults::oneDestination },
       { "first-group", &Faults::firstGroup },
+      { "any-answer", &Faults::anyAnswer },
 };
 
 /** Takes --fault NAME and --healthy out of the arguments. False for an unknown name. */

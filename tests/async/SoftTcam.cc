@@ -157,6 +157,7 @@ SoftTcamSm::processTcamRequestQueue() {
    if ( !initialized() || asyncState() != AsyncOperationState::asyncNone || waiting_.empty() ) {
       return;
    }
+   const Velto::Hold alive( this );
    Ulnet::IpGenPrefix prefix = ( *waiting_.begin() ).key;
    inFlight_ = *waiting_.take( prefix );
    reqKeyIs( keyOf( inFlight_ ) );
@@ -194,6 +195,7 @@ SoftTcamSm::handlePendingOperationTimeout() {
    if ( asyncState() != AsyncOperationState::asyncWaiting ) {
       return;
    }
+   const Velto::Hold alive( this );
    TcamOperation late = takeInFlight();
    if ( auto next = waiting_.find( late.route.prefix() ) ) {
       next->versions += late.versions;
@@ -216,6 +218,7 @@ SoftTcamSm::takeInFlight() {
 
 void
 SoftTcamSm::conclude( const String & error ) {
+   const Velto::Hold alive( this );
    TcamOperation operation = takeInFlight();
    acknowledge( operation, !error.empty() );
    armRequestClock();
