@@ -176,6 +176,9 @@ MulticastFeature::parseCopy( const Json & line ) {
 std::function< void() >
 MulticastFeature::parseParity( const Json & line ) {
    const String table = fieldOf< String >( line, "table" );
+   if ( table != Qon::MulticastHelper::macTable && table != Qon::MulticastHelper::multicastTable ) {
+      throw Velto::RangeError( "table is mac or multicast, not '" + table + "'" );
+   }
    return [=, this] {
       const Qon::ParityEvent::Key where( table, 0 );
       const U32 before = agent_.acsd()->parityEvent( where ).count();

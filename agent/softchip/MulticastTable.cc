@@ -33,10 +33,8 @@ MulticastTable::take() {
    if ( plan_.next( "multicastGroup" ) || groups_.size() >= groupsAtMost() ) {
       return -1;
    }
-   S64 free = 0;
-   for ( auto group = groups_.begin(); group != groups_.end() && group->first == free; ++group ) {
-      ++free;
-   }
+   const S64 free = gaps_.empty() ? S64( groups_.size() ) : *gaps_.begin();
+   gaps_.erase( free );
    groups_.try_emplace( free );
    return free;
 }
@@ -51,6 +49,7 @@ void
 MulticastTable::giveBack( S64 index ) {
    VELTO_ASSERT( !leading_.contains( index ) );
    groups_.erase( index );
+   gaps_.insert( index );
 }
 
 TableAddStatus
@@ -96,6 +95,7 @@ MulticastTable::clear() {
       leadNowhere( key );
    }
    groups_.clear();
+   gaps_.clear();
    ++serial_;
 }
 

@@ -74,6 +74,7 @@ class MulticastTable {
    FaultPlan & plan_;
    HostTable * hosts_ = nullptr;
    Groups groups_;
+   std::set< S64 > gaps_; // indexes below the highest that are free
    MacEntries macEntries_;
    std::map< S64, U32 > leading_; // MAC entries to each group
    U32 serial_ = 0;

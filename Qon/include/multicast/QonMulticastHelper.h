@@ -55,14 +55,7 @@ class GroupMembership {
    bool groupHas( S64 vGroup ) const { return groups_.has( vGroup ); }
    void groupIs( S64 vGroup ) { groups_.emplace( vGroup ); }
    void groupDel( S64 vGroup ) { groups_.erase( vGroup ); }
-   std::vector< S64 > ids() const {
-      std::vector< S64 > all;
-      all.reserve( groups() );
-      for ( auto && entry : groups_ ) {
-         all.push_back( entry.key );
-      }
-      return all;
-   }
+   const KeySet< S64 > & ids() const { return groups_; }
 
  private:
    KeySet< S64 > groups_;
@@ -96,8 +89,8 @@ class MulticastHelper : public QonBaseHelper, public Checked {
    /** By one; behind the largest comes 0. */
    void vGroupInc();
 
-   /** A new group's id; -1 if somebody else has the (address, VLAN): `sm->handleIndexValid()` is called when
-       it is free. */
+   /** A new group's id, which is `sm->vGroup()` from now on, though something may be raised; -1 if somebody
+       else has the (address, VLAN): `sm->handleIndexValid()` is called when it is free. */
    S64 createMulticastGroup( const MulticastSmBase::Ptr & sm );
    /** Raises Velto::RangeError for a VLAN that is none. A group of that (address, VLAN) which waits for
        its deletion is deleted first. */
@@ -192,7 +185,13 @@ class MulticastHelper : public QonBaseHelper, public Checked {
    const BitmapList & bitmapList() const { return bitmapList_; }
    const PendingList & groupList() const { return groupList_; }
    /** Whether there is work for the review. */
-   bool pending() const { return groupList_.size() != 0 || retriesLeft(); }
+   bool pending() const { return !groupList_.empty() || !following_.empty() || retriesLeft(); }
+   /** Whether the group waits for its review: in groupList(), or as one of many that follow those. */
+   bool isPending( const Entry & entry ) const {
+      return groupList_.has( entry.macVlan() ) || following_.has( entry.vGroup() );
+   }
+   /** How often a group was tried again because there had been no room for it. */
+   U64 retries() const { return retries_; }
    const PendingList & groupOverflowList() const { return groupOverflowList_; }
    const DelList & groupDelList() const { return groupDelList_; }
    const PendingGroupListInfo & groupList( const MacVlanPair & key ) const {
@@ -225,6 +224,8 @@ class MulticastHelper : public QonBaseHelper, public Checked {
    using BitmapPtr = Velto::Ptr< HardwareL2MulticastBitmap >;
    using PortToLag = Kiv::DenseMap< IntfId, IntfId >;
 
+   static constexpr U32 atOnce = 256; // groups that a step makes pending
+
    struct Port {
       U32 bit;
       bool resolved;
@@ -236,9 +237,10 @@ class MulticastHelper : public QonBaseHelper, public Checked {
 
    // Lists
    void queueGroup( Entry & entry );
-   void queueGroups( const std::vector< S64 > & ids );
+   void pendingIs( Entry & entry );
    void queueGroupsOf( const GroupMembership * groups );
    void queueAll();
+   void moveFollowing();
    void forgetPending( Entry & entry );
    /** Reviews the first pending group. */
    void reviewFirst();
@@ -255,7 +257,7 @@ class MulticastHelper : public QonBaseHelper, public Checked {
 
    // The begin and the end of a group
    class Busy;
-   EntryPtr makeEntry( const MacVlanPair & key, S64 vGroup );
+   EntryPtr makeEntry( const MacVlanPair & key, S64 vGroup, Velto::FirstError & error );
    void endGroup( const EntryPtr & entry, bool lastTry );
    void forgetGroup( const EntryPtr & entry );
    void offer( const MacVlanPair & key );
@@ -287,7 +289,7 @@ class MulticastHelper : public QonBaseHelper, public Checked {
    BitmapPtr bitmapFor( const QonTypes::Bitmap & ports );
    BitmapPtr makeBitmap( const QonTypes::Bitmap & ports );
    bool takeGroup( HardwareL2MulticastBitmap & bitmap );
-   void writeBitmap( HardwareL2MulticastBitmap & bitmap, const QonPortList & lags );
+   void writeBitmap( HardwareL2MulticastBitmap & bitmap );
    void emptyBitmap( HardwareL2MulticastBitmap & bitmap );
    void emptyBitmap( HardwareL2MulticastBitmap & bitmap, Velto::FirstError & error );
    void reviewFlood();
@@ -309,17 +311,21 @@ class MulticastHelper : public QonBaseHelper, public Checked {
    bool waitToVerify_ = false;
    bool cleanupWanted_ = false;
    U32 busy_ = 0;       // hooks that are being called
+   U32 macDoubts_ = 0;  // parity errors of the MAC table
    U64 retryUntil_ = 0; // the last place of those that are to be tried again
+   U64 retries_ = 0;
    S64 vGroup_ = 0;
 
    Kiv::DenseMap< S64, EntryPtr > entryList_;
    Kiv::DenseMap< MacVlanPair, S64 > idOf_;
    Kiv::DenseMap< MacVlanPair, std::vector< MulticastSmBase * > > waiting_;
-   KeySet< MacVlanPair > beginning_; // whose entry the factory is making
+   std::vector< MacVlanPair > beginning_; // whose entry the factory is making
    WorkQueue< Kiv::Nothing > floodWork_;
    BitmapList bitmapList_;
    std::vector< QonTypes::Bitmap > unused_; // sets that may have nobody any more
    PendingList groupList_;
+   KeySet< S64 >
+         following_; // ids of groups that are pending behind them, each with the next review
    PendingList groupOverflowList_;
    DelList groupDelList_;
 
