@@ -66,12 +66,13 @@ MulticastHelper::vGroupInc() {
 
 S64
 MulticastHelper::createMulticastGroup( const MulticastSmBase::Ptr & sm ) {
-   if ( mustWait( sm ) ) {
+   Entry * const former = entryOf( sm->macVlan() );
+   if ( mustWait( sm->macVlan(), former ) ) {
       waitFor( sm->macVlan(), sm.ptr() );
       return -1;
    }
-   if ( auto left = entryOf( sm->macVlan() ); left && !left->deleted() ) {
-      queueDeletion( *left );
+   if ( former && !former->deleted() ) {
+      queueDeletion( *former );
    }
    while ( entryList_.has( vGroup_ ) ) {
       vGroupInc();
@@ -109,10 +110,9 @@ MulticastHelper::makeEntry( const MacVlanPair & key, S64 vGroup, Velto::FirstErr
 /** Somebody has the group, or stands before: of those who wait the first is next. One whose state
     machine ended without a word is nobody's. */
 bool
-MulticastHelper::mustWait( const MulticastSmBase::Ptr & sm ) const {
-   const Entry * entry = entryOf( sm->macVlan() );
-   return std::find( beginning_.begin(), beginning_.end(), sm->macVlan() ) != beginning_.end() ||
-          ( entry && ( entry->sm_ || entry->busy_ || waiting_.has( sm->macVlan() ) ) );
+MulticastHelper::mustWait( const MacVlanPair & key, const Entry * entry ) const {
+   return std::find( beginning_.begin(), beginning_.end(), key ) != beginning_.end() ||
+          ( entry && ( entry->sm_ || entry->busy_ || waiting_.has( key ) ) );
 }
 
 void
@@ -133,10 +133,10 @@ MulticastHelper::createMulticastAddr( const Ulnet::EthAddr & addr, U32 vlan, S64
       return;
    }
    VELTO_ASSERT( !entry->addressed_ || entry->macVlan() == key );
-   const EntryPtr former( entryOf( key ) );
+   auto [id, fresh] = idOf_.emplace( key, vGroup ); // nobody else takes it meanwhile
+   const EntryPtr former( fresh ? nullptr : entryList( std::exchange( *id, vGroup ) ) );
    entry->macVlan_ = key;
    entry->addressed_ = true;
-   *idOf_.emplace( key, vGroup ).first = vGroup; // nobody else takes it meanwhile
    Velto::FirstError error;
    if ( former && former != entry ) {
       VELTO_ASSERT( former->deleted() );
@@ -154,10 +154,10 @@ MulticastHelper::createMulticastAddr( const Ulnet::EthAddr & addr, U32 vlan, S64
 /** Behind all others; one that is pending already keeps its place. */
 void
 MulticastHelper::queueGroup( Entry & entry ) {
-   if ( following_.empty() ) {
+   if ( followingHas_.empty() ) {
       pendingIs( entry );
    } else {
-      following_.emplace( entry.vGroup() );
+      follow( entry.vGroup() );
    }
 }
 
@@ -179,9 +179,7 @@ MulticastHelper::pendingIs( Entry & entry ) {
 void
 MulticastHelper::queueGroupsOf( const GroupMembership * groups ) {
    if ( groups ) {
-      for ( auto && [id, none] : groups->ids() ) {
-         following_.emplace( id );
-      }
+      groups->ids().forEach( [this]( S64 id ) { follow( id ); } );
       moveFollowing();
    }
    if ( pending() ) {
@@ -192,19 +190,27 @@ MulticastHelper::queueGroupsOf( const GroupMembership * groups ) {
 void
 MulticastHelper::queueAll() {
    for ( auto && [id, entry] : entryList_ ) {
-      following_.emplace( id );
+      follow( id );
    }
    moveFollowing();
    review_->kickReview();
+}
+
+void
+MulticastHelper::follow( S64 id ) {
+   if ( followingHas_.insert( id ) ) {
+      following_.enq( id );
+   }
 }
 
 /** Some have been deleted since, or have never had a member. */
 void
 MulticastHelper::moveFollowing() {
    for ( U32 moved = 0; moved < atOnce && !following_.empty(); ++moved ) {
-      const S64 id = following_.front().key;
-      following_.erase( id );
-      if ( auto entry = entryList( id ) ) {
+      const S64 id = following_.front();
+      following_.deq();
+      auto entry = followingHas_.erase( id ) ? entryList( id ) : nullptr;
+      if ( entry ) {
          pendingIs( *entry );
       }
    }
@@ -219,7 +225,7 @@ MulticastHelper::forgetPending( Entry & entry ) {
          list->erase( key );
       }
    }
-   following_.erase( entry.vGroup() );
+   followingHas_.erase( entry.vGroup() );
    overflow()->vGroupNeedingHwEntryDel( entry.vGroup() );
    overflow()->mcastEntryNeedingHwEntryDel( std::exchange( entry.retry_, 0 ) );
 }

@@ -36,6 +36,7 @@
 #include "Qon/include/framework/LagView.h"
 #include "Qon/include/framework/WorkQueue.h"
 #include "Qon/include/multicast/EthGroupReviewSm.h"
+#include "Qon/include/multicast/GroupIds.h"
 #include "Qon/include/multicast/MulticastOverflow.h"
 #include "Qon/include/multicast/MulticastSmBase.h"
 
@@ -53,12 +54,12 @@ class GroupMembership {
  public:
    U32 groups() const { return groups_.size(); }
    bool groupHas( S64 vGroup ) const { return groups_.has( vGroup ); }
-   void groupIs( S64 vGroup ) { groups_.emplace( vGroup ); }
+   void groupIs( S64 vGroup ) { groups_.insert( vGroup ); }
    void groupDel( S64 vGroup ) { groups_.erase( vGroup ); }
-   const KeySet< S64 > & ids() const { return groups_; }
+   const GroupIds & ids() const { return groups_; }
 
  private:
-   KeySet< S64 > groups_;
+   GroupIds groups_;
 };
 
 class MulticastHelper : public QonBaseHelper, public Checked {
@@ -185,10 +186,10 @@ class MulticastHelper : public QonBaseHelper, public Checked {
    const BitmapList & bitmapList() const { return bitmapList_; }
    const PendingList & groupList() const { return groupList_; }
    /** Whether there is work for the review. */
-   bool pending() const { return !groupList_.empty() || !following_.empty() || retriesLeft(); }
+   bool pending() const { return !groupList_.empty() || !followingHas_.empty() || retriesLeft(); }
    /** Whether the group waits for its review: in groupList(), or as one of many that follow those. */
    bool isPending( const Entry & entry ) const {
-      return groupList_.has( entry.macVlan() ) || following_.has( entry.vGroup() );
+      return groupList_.has( entry.macVlan() ) || followingHas_.has( entry.vGroup() );
    }
    /** How often a group was tried again because there had been no room for it. */
    U64 retries() const { return retries_; }
@@ -240,6 +241,7 @@ class MulticastHelper : public QonBaseHelper, public Checked {
    void pendingIs( Entry & entry );
    void queueGroupsOf( const GroupMembership * groups );
    void queueAll();
+   void follow( S64 id );
    void moveFollowing();
    void forgetPending( Entry & entry );
    /** Reviews the first pending group. */
@@ -261,7 +263,7 @@ class MulticastHelper : public QonBaseHelper, public Checked {
    void endGroup( const EntryPtr & entry, bool lastTry );
    void forgetGroup( const EntryPtr & entry );
    void offer( const MacVlanPair & key );
-   bool mustWait( const MulticastSmBase::Ptr & sm ) const;
+   bool mustWait( const MacVlanPair & key, const Entry * entry ) const;
    void waitFor( const MacVlanPair & key, MulticastSmBase * sm );
    /** `sm` is no more. */
    void forget( MulticastSmBase * sm );
@@ -324,8 +326,8 @@ class MulticastHelper : public QonBaseHelper, public Checked {
    BitmapList bitmapList_;
    std::vector< QonTypes::Bitmap > unused_; // sets that may have nobody any more
    PendingList groupList_;
-   KeySet< S64 >
-         following_; // ids of groups that are pending behind them, each with the next review
+   Kiv::Fifo< S64 > following_; // ids of groups that are pending behind them, in order,
+   GroupIds followingHas_;      // and those of them that are so still
    PendingList groupOverflowList_;
    DelList groupDelList_;
 
