@@ -345,12 +345,6 @@ AclDataSm::willRevert() const {
           !( good_->rules() == source_->rules() );
 }
 
-/** A pass follows that puts something in the place of what this one took away. */
-bool
-AclDataSm::madeAnewNext() const {
-   return !unwanted() && ( raisedNow_ ? !raised_ : willRevert() );
-}
-
 /** Whoever leaves a port-channel may have a list of its own in a moment, and a host another one: that
     is looked at in a pass, which blocks them meanwhile. */
 bool
@@ -373,7 +367,7 @@ void
 AclDataSm::doUnblockTraffic() {
    Velto::FirstError error;
    for ( IntfId intf : std::exchange( blocks_, {} ) ) {
-      if ( madeAnewNext() || handsOver( intf ) ||
+      if ( handsOver( intf ) ||
            !error.run( [&] { aclSm_->blockIs( this, intf, false ); } ) ) {
          blocks_.push_back( intf );
       }

@@ -21,7 +21,7 @@ KivMirroringSession::KivIntf::hold( IntfId port, bool claim ) {
    if ( port == intf_ ) {
       itself_ = claim;
    } else {
-      claim ? void( members_.emplace( port ) ) : void( members_.erase( port ) );
+      claim ? members_.portIs( port ) : members_.portDel( port );
    }
    claimIs( port, claim );
 }
@@ -29,9 +29,7 @@ KivMirroringSession::KivIntf::hold( IntfId port, bool claim ) {
 std::vector< IntfId >
 KivMirroringSession::KivIntf::ports() const {
    std::vector< IntfId > all = itself_ ? std::vector{ intf_ } : std::vector< IntfId >();
-   for ( auto && [port, none] : members_ ) {
-      all.push_back( port );
-   }
+   all.insert( all.end(), members_.begin(), members_.end() );
    return all;
 }
 
@@ -39,7 +37,7 @@ void
 KivMirroringSession::KivIntf::claimAll( bool claim, First first, Velto::FirstError & error ) {
    const bool itself = claim && !aggregate();
    Difference< IntfId > change;
-   if ( !members_.empty() || claim != itself ) {
+   if ( members_.ports() || claim != itself ) {
       const LagView lags( session_->root_->in_.acsd.ptr() );
       change = differenceOf< IntfId >( members_, claim != itself ? lags.membersOf( intf_ )
                                                                  : std::vector< IntfId >() );

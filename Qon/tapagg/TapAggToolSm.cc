@@ -116,6 +116,7 @@ TapAggToolSm::active() const {
 TapAggNames
 TapAggToolSm::wantedNames() const {
    TapAggNames names;
+   names.reserve( config_->groups() );
    for ( auto && [group, none] : config_->groupIteratorConst() ) {
       names.push_back( group );
    }
@@ -128,7 +129,7 @@ TapAggToolSm::wantedNames() const {
 std::vector< U32 >
 TapAggToolSm::wantedGroups( const TapAggNames & names ) const {
    std::vector< U32 > ids;
-   const bool takes = active();
+   const bool takes = !names.empty() && active();
    for ( const String & name : names ) {
       if ( const U32 id = root_->groupFor( name ); id && takes ) {
          ids.push_back( id );

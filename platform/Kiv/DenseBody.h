@@ -9,7 +9,8 @@
 // 1. Places are filled from the first to the last and never again: the order of the chunks and
 //    of the places in them is the order of insertion. A dead place is a hole.
 // 2. A chunk in the list has a live entry. One that loses its last is taken out at once, so that
-//    a map used as a queue holds no more chunks than its entries fill.
+//    a map used as a queue holds no more chunks than its entries fill; only the last chunk stays as
+//    long as there are others, and is filled anew: an entry that comes and goes takes no memory.
 // 3. Chunks have 4 places in a small map and up to 64 in a larger one.
 // 4. A chunk whose entry is being destroyed is pinned: it is neither merged nor deleted. If it is
 //    dropped meanwhile, who unpins it deletes it.
@@ -97,6 +98,8 @@ struct DenseBody {
    /** The chunk whose next place is free; entries take `size` bytes, and begin `offset` bytes into
        the chunk. */
    DenseChunk * chunkWithRoom( U32 offset, U32 size );
+   /** Makes the places of the last chunk, which has no entry, free again. */
+   void rewind();
    /** The next place of the last chunk has an entry now. */
    void entryIs( DenseChunk * c ) {
       c->live |= U64( 1 ) << c->filled++;
@@ -148,8 +151,27 @@ DenseBody::indexStart() {
    index.start();
 }
 
+inline void
+DenseBody::rewind() {
+   if ( last->pins ) {
+      if ( last->filled == last->room ) {
+         chunkDel( last );
+      }
+      return;
+   }
+   last->filled = 0;
+   for ( DenseWalk * w = walks; w; w = w->others() ) {
+      if ( w->chunk == last ) {
+         w->place = 0;
+      }
+   }
+}
+
 inline DenseChunk *
 DenseBody::chunkWithRoom( U32 offset, U32 size ) {
+   if ( last && last->count == 0 ) {
+      rewind();
+   }
    if ( last && last->filled < last->room ) {
       return last;
    }
@@ -181,8 +203,11 @@ DenseBody::entryDel( DenseChunk * c, U32 place ) {
          w->current = nullptr;
       }
    }
-   if ( c->count == 0 ) {
+   if ( c->count == 0 && c != last ) {
       chunkDel( c );
+   }
+   if ( live == 0 && last ) {
+      chunkDel( last );
    }
 }
 

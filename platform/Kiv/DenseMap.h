@@ -190,7 +190,8 @@ class DenseMap {
    }
    Place search( const K & key, U64 & hash ) const;
    Place searchChunks( const K & key ) const;
-   Entry * append( Entry && fresh, U64 hash );
+   template< class... A >
+   Entry * append( U64 hash, A &&... args );
    void startIndex();
    void erasePlace( Place p, U64 hash );
    void merge();
@@ -238,26 +239,30 @@ DenseMap< K, V >::emplace( const K & key, A &&... args ) {
    if ( Place p = search( key, hash ); p.chunk ) {
       return { &entryAt( p.chunk, p.at )->value, false };
    }
-   Entry fresh( key, std::forward< A >( args )... );
    constexpr bool inert =
          std::is_nothrow_copy_constructible_v< K > && std::is_nothrow_constructible_v< V, A &&... >;
-   if constexpr ( !inert ) {
+   if constexpr ( inert ) {
+      return { &append( hash, key, std::forward< A >( args )... )->value, true };
+   } else {
+      Entry fresh( key, std::forward< A >( args )... );
       // The constructor may have changed the map.
       if ( Place p = search( fresh.key, hash ); p.chunk ) {
          return { &entryAt( p.chunk, p.at )->value, false };
       }
+      return { &append( hash, std::move( fresh ) )->value, true };
    }
-   return { &append( std::move( fresh ), hash )->value, true };
 }
 
+/** A new entry made of `args`. */
 template< class K, class V >
+template< class... A >
 inline typename DenseMap< K, V >::Entry *
-DenseMap< K, V >::append( Entry && fresh, U64 hash ) {
+DenseMap< K, V >::append( U64 hash, A &&... args ) {
    if ( !body_ ) {
       body_ = new DenseBody;
    }
    DenseChunk * c = body_->chunkWithRoom( entryOffset(), sizeof( Entry ) );
-   Entry * e = new ( entryAt( c, c->filled ) ) Entry( std::move( fresh ) );
+   Entry * e = new ( entryAt( c, c->filled ) ) Entry( std::forward< A >( args )... );
    body_->entryIs( c );
    if ( body_->index.on() ) {
       body_->index.add( hash, c->position( c->filled - 1 ), hasher() );

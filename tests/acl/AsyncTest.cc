@@ -262,6 +262,10 @@ TEST( AclLate, ABlockThatRaisesIsNotWaitedFor ) {
       EXPECT_EQ( raised, 1u ) << call;
       w.answerAll();
       EXPECT_EQ( w.chip(), Chip{ "a( 0, in, default ): Ethernet1" } ) << call;
+      w.rule( "a", 20 ); // nor is the next one
+      w.answerAll();
+      ASSERT_EQ( w.table.held().acls.size(), 1u );
+      EXPECT_EQ( w.table.held().acls[0].rules->rules().size(), 3u ) << call;
    }
 }
 

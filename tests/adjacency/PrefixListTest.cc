@@ -238,6 +238,14 @@ TYPED_TEST( PrefixLists, MayBeChangedWhileOneIsToldOf ) {
                            : this->del( fecA, red, this->p );
    };
    EXPECT_DEATH( this->add( fecA, red, this->q ), failure( "!notifying()" ) );
+   // Nor when what was told of in between is over.
+   this->told->act = [&]( const AdjGlobalPrefixList & list ) {
+      if ( list.fecId() == fecA ) {
+         this->del( GlobalFecId( 10 ), red, this->p );
+         this->del( fecA, red, this->p );
+      }
+   };
+   EXPECT_DEATH( this->add( fecA, red, this->q ), failure( "!notifying()" ) );
 }
 
 TYPED_TEST( PrefixLists, MakeTheChangeThoughAHandlerRaises ) {

@@ -160,6 +160,25 @@ TEST_F( VlanHelperTest, AVlanThatGoesKeepsNobodyWaiting ) {
    EXPECT_EQ( completed(), back );
 }
 
+TEST_F( VlanHelperTest, AVlanThatGoesLosesItsPortsHoweverManyThereAre ) {
+   for ( U32 port = 1; port <= 150; ++port ) {
+      set( "Ethernet" + std::to_string( port ) );
+   }
+   update();
+   helper->vlanDel( v10 );
+   EXPECT_EQ( update(), Calls{ "update 10" } );
+   EXPECT_FALSE( helper->hwMembership( intf( "Ethernet150" ), v10 ) );
+}
+
+TEST_F( VlanHelperTest, TaggingAloneIsAChange ) {
+   set( "Ethernet1" );
+   update();
+   const U64 tagged = set( "Ethernet1", true );
+   EXPECT_EQ( update(), Calls{ "update 10 Ethernet1tie" } );
+   EXPECT_EQ( completed(), tagged );
+   EXPECT_NE( tagged, 0u );
+}
+
 TEST_F( VlanHelperTest, PortsOfTheRecirculationFeatureStay ) {
    Lags lags( acsd.ptr() );
    lags.join( "Ethernet2", "Port-Channel1" );

@@ -209,7 +209,6 @@ class AclDataSm : public QonBaseSm {
    void resultsAre( const AclUnitResults & results );
    void resultKnown( bool willRevert );
    bool handsOver( Ulnet::IntfId intf );
-   bool madeAnewNext() const;
    class AclConfigSm * configured() const;
    bool takeNumber();
    Velto::Ptr< const AclRuleSet > hardwareRules( const Velto::Ptr< const AclRuleSet > & source );

@@ -294,12 +294,12 @@ class MirroringSm::KivMirroringSession::KivIntf : public QonBaseSm {
    KivMirroringSession * const session_;
 
  private:
-   bool holds( IntfId port ) const { return port == intf_ ? itself_ : members_.has( port ); }
+   bool holds( IntfId port ) const { return port == intf_ ? itself_ : members_.portHas( port ); }
    void hold( IntfId port, bool claim );
 
    const IntfId intf_;
    bool itself_ = false; // is claimed
-   KeySet< IntfId > members_;
+   QonPortList members_;
    bool used_ = false;
 };
 
