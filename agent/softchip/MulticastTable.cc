@@ -89,11 +89,21 @@ MulticastTable::dropLead( S64 index ) {
 }
 
 void
-MulticastTable::clear() {
-   while ( !macEntries_.empty() ) {
+MulticastTable::damage( bool macEntries ) {
+   while ( macEntries && !macEntries_.empty() ) {
       const Bridging::MacVlanPair key = macEntries_.begin()->first;
       leadNowhere( key );
    }
+   if ( !macEntries ) {
+      for ( auto & [index, ports] : groups_ ) {
+         ports.clear();
+      }
+   }
+}
+
+void
+MulticastTable::clear() {
+   damage( true );
    groups_.clear();
    gaps_.clear();
    ++serial_;

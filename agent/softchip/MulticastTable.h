@@ -59,6 +59,8 @@ class MulticastTable {
    void giveBack( S64 index );
    QonTypes::TableAddStatus lead( const Bridging::MacVlanPair & key, S64 index );
    void leadNowhere( const Bridging::MacVlanPair & key );
+   /** Memory goes bad, and nobody is told: the MAC entries are gone, or the groups have no ports. */
+   void damage( bool macEntries );
    /** Everything goes, and nobody gives back what it had before. */
    void clear();
    /** How often it was cleared. */

@@ -145,6 +145,10 @@ TEST_F( Life, EndsWithACleanUpOrWithoutAWord ) {
    join( 3, po( 1 ) );
    acsd->intfDel( eth( 8 ) );
    acsd->lagToPortDel( po( 1 ) );
+   for ( auto & [index, ports] : chip->group ) {
+      ports = {}; // nobody hears of it
+   }
+   acsd->parityEventIs( Qon::ParityEvent::Key( "multicast", 1 ), Qon::ParityEvent() );
    restart();
    run( 6 );
    EXPECT_EQ( out( 3 ), Ports{ eth( 3 ) } ) << "without what went meanwhile";
