@@ -102,6 +102,22 @@ ConfigReader::intf( const String & field, const String & name ) const {
    }
 }
 
+Bridging::VlanId
+ConfigReader::vlan( const String & name ) const {
+   Ulnet::IntfId id;
+   try {
+      id = intf( "", name );
+   } catch ( const RowError & ) {
+      if ( !name.starts_with( "Vlan" ) ) {
+         throw;
+      }
+   }
+   if ( !Ulnet::VlanIntfId::isVlanIntfId( id ) ) {
+      throw RowError( "", "'" + name + "' is not the name of a VLAN, Vlan1 to Vlan4094" );
+   }
+   return Bridging::VlanId( Ulnet::VlanIntfId::vlanNum( id ) );
+}
+
 Ulnet::IntfId
 ConfigReader::port( const String & field, const String & name ) const {
    Ulnet::IntfId id = intf( field, name );

@@ -23,6 +23,7 @@
 
 #include "agent/configdb/ConfigDb.h"
 #include "agent/configdb/IntfNames.h"
+#include "platform/types/Bridging.h"
 
 namespace QonAgent {
 
@@ -57,6 +58,8 @@ class ConfigReader {
    /** The interface that `name` means; `field` is where the row has it, "" its key. RowError if it
        cannot be parsed. */
    Ulnet::IntfId intf( const String & field, const String & name ) const;
+   /** "Vlan10", which is a row's key or a part of it. */
+   Bridging::VlanId vlan( const String & name ) const;
    /** The same, of a port, a port-channel, or either, that the file defines. */
    Ulnet::IntfId port( const String & field, const String & name ) const;
    Ulnet::IntfId portChannel( const String & field, const String & name ) const;

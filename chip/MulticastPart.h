@@ -8,6 +8,7 @@
 #include "Qon/include/multicast/MulticastCopyUpdater.h"
 #include "Qon/include/multicast/MulticastDataFactory.h"
 #include "chip/Chip.h"
+#include "chip/Reading.h"
 
 namespace QonChip {
 
@@ -19,6 +20,14 @@ struct HeldMulticast {
    bool igmpTaken = false;                            ///< by the CPU, and dropped
    bool operator==( const HeldMulticast & ) const = default;
 };
+
+/** Where a frame to a group is sent. */
+struct HeldMulticastEntry {
+   S64 index = -1; ///< of the chip's groups; -1: the address is no group's
+   std::set< IntfId > ports = {};
+   bool operator==( const HeldMulticastEntry & ) const = default;
+};
+using MulticastReading = Reading< Bridging::MacVlanPair, HeldMulticastEntry >;
 
 class MulticastPart {
  public:
@@ -33,6 +42,20 @@ class MulticastPart {
 
    /** What the chip holds; none if it cannot be read back. */
    virtual std::optional< HeldMulticast > multicast() const { return std::nullopt; }
+   /** Its MAC entries, one at a time; null if it cannot be read back. */
+   virtual std::unique_ptr< MulticastReading > readMulticast() const {
+      const auto held = multicast();
+      if ( !held ) {
+         return nullptr;
+      }
+      std::map< Bridging::MacVlanPair, HeldMulticastEntry > entries;
+      for ( auto & [key, index] : held->macEntries ) {
+         const auto group = held->groups.find( index );
+         entries[key] = { index,
+                          group == held->groups.end() ? std::set< IntfId >() : group->second };
+      }
+      return wholeReading( std::optional( std::move( entries ) ) );
+   }
    /** So many sets of ports use up the chip's groups; 0: they cannot be used up. */
    virtual U32 multicastGroupsToFill() const { return 0; }
 };

@@ -255,6 +255,7 @@ SimMulticast::mlagIs( const Event & event ) {
 
 void
 SimMulticast::parity( const Event & event ) {
+   table_.damage( event[0] );
    const Qon::ParityEvent::Key where( event[0] ? "mac" : "multicast", event[1] );
    world_.acsd->parityEventIs( where, Qon::ParityEvent( where, ++serial_, false ) );
 }
@@ -284,7 +285,7 @@ void
 SimMulticast::change( U32 what ) {
    Event event;
    event.args = { what / 5, what / 3, what, 0, 0 };
-   switch ( what % 7 ) {
+   switch ( what % 8 ) {
    case 0:
       groupDel( event );
       return;
@@ -304,6 +305,10 @@ SimMulticast::change( U32 what ) {
    case 5:
       event.args = { what / 7, what % 8 };
       portIs( event );
+      return;
+   case 6:
+      event.args = { what / 8 % 2, what % 3 };
+      parity( event );
       return;
    default:
       join( event );

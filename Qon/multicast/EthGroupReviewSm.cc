@@ -116,19 +116,23 @@ EthGroupReviewSm::delEthGroupSet() {
    deleting_ = true;
    const Velto::AtEnd done( [this] { deleting_ = false; } );
    U32 left = helper_->groupDelList().size(); // those that are queued again are for the next run
-   slice(
-         ethGroupDelClock(), config_->delTime(), config_->delPause(),
-         [&] { return left != 0 && helper_->groupDelList().size() != 0; },
-         [&] {
-            --left;
-            helper_->deleteFirst();
-         } );
+   Velto::FirstError error;
+   error.run( [&] {
+      slice(
+            ethGroupDelClock(), config_->delTime(), config_->delPause(),
+            [&] { return left != 0 && helper_->groupDelList().size() != 0; },
+            [&] {
+               --left;
+               helper_->deleteFirst();
+            } );
+   } );
    if ( helper_->cleanupWanted_ ) {
-      helper_->doCleanup();
+      error.run( [this] { helper_->doCleanup(); } );
    }
    if ( helper_->groupDelList().size() ) {
       wakeUp( ethGroupDelClock(), Kiv::now() + config_->delPause() );
    }
+   error.pass();
 }
 
 } // namespace Qon

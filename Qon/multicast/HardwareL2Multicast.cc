@@ -66,6 +66,13 @@ HardwareL2MulticastBitmap::modifyGroupsInHardware( const QonTypes::Bitmap & port
    writeGroupsToHardware( ports );
 }
 
+void
+HardwareL2MulticastBitmap::lagsAdd( const QonPortList & lags ) {
+   for ( IntfId lag : lags ) {
+      lagList_.portIs( lag );
+   }
+}
+
 HardwareL2MulticastEntry::HardwareL2MulticastEntry( MulticastHelper * helper, S64 vGroup )
     : QonBaseHelper( String() ), helper_( helper ), vGroup_( vGroup ) {}
 
@@ -97,6 +104,7 @@ HardwareL2MulticastEntry::syncWithHardware() {
    helper_->computeDesired( *this );
    ++syncs_;
    if ( inSync() ) {
+      bitmap_->lagsAdd( lag_ );
       QON_TRACE( multicastFacility, 8,
                  "Bitmaps in software and hardware are the same, nothing to do" );
       return TableAddStatus::success;
@@ -117,7 +125,7 @@ HardwareL2MulticastEntry::syncWithHardware() {
 bool
 HardwareL2MulticastEntry::inSync() const {
    return bitmap_ && !overflowLogged_ && bitmap_->ports() == desired_ && !bitmap_->stale() &&
-          macTableEntryCreated_ && macBitmap_ == bitmap_;
+          macTableEntryCreated() && macBitmap_ == bitmap_;
 }
 
 TableAddStatus
@@ -130,8 +138,9 @@ HardwareL2MulticastEntry::reviewBitmap() {
       pointAt( std::move( bitmap ) );
       overflowLoggedIs( false );
    }
+   bitmap_->lagsAdd( lag_ );
    if ( bitmap_->stale() ) {
-      helper_->writeBitmap( *bitmap_, lag_ );
+      helper_->writeBitmap( *bitmap_ );
    }
    return TableAddStatus::success;
 }
@@ -181,9 +190,10 @@ HardwareL2MulticastEntry::reviewMacEntry() {
       dropMacEntry(); // the chip has not even a group that floods: it floods what it does not know
       return TableAddStatus::full;
    }
-   if ( macTableEntryCreated_ && macBitmap_ == bitmap_ ) {
+   if ( macTableEntryCreated() && macBitmap_ == bitmap_ ) {
       return TableAddStatus::success;
    }
+   doubtMacEntry();
    QON_TELL_HOOK( HardwareL2MulticastEntry, updateMacTableEntry, macAddr(), vlanId(),
                   bitmap_->groupIndex() );
    const TableAddStatus status = updateMacTableEntry();
@@ -197,6 +207,22 @@ HardwareL2MulticastEntry::reviewMacEntry() {
       multicastLog( multicastMacEntryClear, macVlan_ );
    }
    return status;
+}
+
+bool
+HardwareL2MulticastEntry::macTableEntryCreated() const {
+   return macTableEntryCreated_ && macDoubts_ == helper_->macDoubts_;
+}
+
+/** Tells the chip's agent of parity errors of the MAC table since the entry was written. */
+void
+HardwareL2MulticastEntry::doubtMacEntry() {
+   const U32 doubts = helper_->macDoubts_;
+   if ( macBitmap_ && macDoubts_ != doubts ) {
+      QON_TELL_HOOK( HardwareL2MulticastEntry, deleteHwShadowedMacTableEntry, macAddr(), vlanId() );
+      deleteHwShadowedMacTableEntry();
+   }
+   macDoubts_ = doubts;
 }
 
 /** It must not lead to a group that is about to be freed. */
@@ -244,6 +270,7 @@ HardwareL2MulticastEntry::macEntryIs( Velto::Ptr< HardwareL2MulticastBitmap > bi
 void
 HardwareL2MulticastEntry::overflowLoggedIs( bool v ) {
    if ( std::exchange( overflowLogged_, v ) != v ) {
+      overflowTime_ = v ? Kiv::now() : Kiv::never;
       handleOverflowLogged();
    }
 }

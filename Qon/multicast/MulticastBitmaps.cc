@@ -64,8 +64,13 @@ MulticastHelper::takeGroup( HardwareL2MulticastBitmap & bitmap ) {
 }
 
 void
-MulticastHelper::writeBitmap( HardwareL2MulticastBitmap & bitmap, const QonPortList & lags ) {
+MulticastHelper::writeBitmap( HardwareL2MulticastBitmap & bitmap ) {
    const Calling calling( busy_ );
+   // The hook may hear of an aggregate that goes, or of another parity error.
+   bitmap.lagRemoved_ = false;
+   bitmap.written_ = true;
+   bool returned = false;
+   const Velto::AtEnd judged( [&] { bitmap.written_ = bitmap.written_ && returned; } );
    if ( bitmap.wasWritten_ ) {
       QON_TRACE( multicastFacility, 5,
                  "Found bitmap with the correct bits but it has to be reprogrammed" );
@@ -77,10 +82,8 @@ MulticastHelper::writeBitmap( HardwareL2MulticastBitmap & bitmap, const QonPortL
                      bitmap.ports() );
       bitmap.writeGroupsToHardware( bitmap.ports() );
    }
-   bitmap.shadow_ = bitmap.ports_;
-   bitmap.lagList_ = lags;
-   bitmap.written_ = bitmap.wasWritten_ = true;
-   bitmap.lagRemoved_ = false;
+   returned = bitmap.wasWritten_ = true;
+   bitmap.shadow_ = bitmap.written_ ? bitmap.ports_ : Bitmap();
 }
 
 void
@@ -189,7 +192,7 @@ MulticastHelper::programFlood() {
       return;
    }
    if ( flood->stale() ) {
-      writeBitmap( *flood, {} );
+      writeBitmap( *flood );
    }
 }
 
@@ -224,7 +227,6 @@ MulticastHelper::reviewOverflowedGroups() {
 /** A few of those that are to be tried again. */
 void
 MulticastHelper::moveRetries() {
-   constexpr U32 atOnce = 256;
    for ( U32 moved = 0; moved < atOnce && retriesLeft(); ++moved ) {
       const EntryPtr entry = overflow()->mcastEntryNeedingHwEntryFront();
       overflow()->mcastEntryNeedingHwEntryDeq();
@@ -232,6 +234,7 @@ MulticastHelper::moveRetries() {
       if ( overflow()->vGroupNeedingHwEntryHas( entry->vGroup() ) ) {
          overflow()->vGroupNeedingHwEntryDel( entry->vGroup() );
          groupOverflowList_.erase( entry->macVlan() );
+         ++retries_;
          queueGroup( *entry );
       }
    }
@@ -254,21 +257,11 @@ MulticastHelper::handleParityEvent( const String & table ) {
          error.run( [&] { reviewFlood(); } );
       }
    } else if ( table == macTable ) {
-      const Calling calling( busy_ );
-      for ( auto && [id, entry] : entryList_ ) {
-         const EntryPtr held = entry;
-         held->macTableEntryCreated_ = false;
-         if ( held->macBitmap_ && !held->deleted() ) {
-            QON_TELL_HOOK( HardwareL2MulticastEntry, deleteHwShadowedMacTableEntry, held->macAddr(),
-                           held->vlanId() );
-            error.run( [&] { held->deleteHwShadowedMacTableEntry(); } );
-         }
-      }
+      ++macDoubts_; // no MAC entry counts as created any more
    } else {
       return;
    }
    queueAll();
-   review_->kickReview();
    error.pass();
 }
 

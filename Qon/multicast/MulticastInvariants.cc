@@ -52,7 +52,7 @@ MulticastHelper::brokenEntry( const Entry & entry ) const {
    if ( marked != ( entry.retry_ != 0 ) || ( marked && !floods ) ) {
       return "waits for a bitmap without a place, or has one and does not wait";
    }
-   if ( floods && !marked && !entry.deleted() && !groupList_.has( entry.macVlan() ) ) {
+   if ( floods && !marked && !entry.deleted() && !isPending( entry ) ) {
       return "floods, and is not tried again";
    }
    for ( auto && [port, since] : entry.physicalPorts() ) {

@@ -31,7 +31,7 @@ MulticastHelper::addIntf( IntfId intf, S64 vGroup ) {
       return;
    }
    auto & members = isLag( intf ) ? entry->lagPorts_ : entry->physicalPorts_;
-   if ( !members.emplace( intf, entry->syncs_ ).second ) {
+   if ( !members.insert( intf, entry->syncs_ ) ) {
       return;
    }
    membershipsOf( intf ).emplace( intf ).first->groupIs( vGroup );
@@ -104,15 +104,15 @@ MulticastHelper::leaveLag( IntfId intf, S64 vGroup ) {
 
 void
 MulticastHelper::removeMembership( Entry & entry ) {
-   for ( auto && [port, since] : entry.physicalPorts_ ) {
+   const auto ports = std::exchange( entry.physicalPorts_, {} );
+   const auto lags = std::exchange( entry.lagPorts_, {} );
+   for ( auto && [port, since] : ports ) {
       leave( membershipsOf( port ), port, entry.vGroup() );
    }
-   for ( auto && [lag, since] : entry.lagPorts_ ) {
+   for ( auto && [lag, since] : lags ) {
       QON_TRACE( multicastFacility, 5, "Group has been destroyed, removing lag ", lag );
       leaveLag( lag, entry.vGroup() );
    }
-   entry.physicalPorts_.clear();
-   entry.lagPorts_.clear();
 }
 
 void
@@ -131,17 +131,6 @@ MulticastHelper::computeDesired( Entry & entry ) {
       }
    }
    entry.desired_ = std::move( desired );
-}
-
-/** Its groups are pending, each once. */
-void
-MulticastHelper::queueGroupsOf( const GroupMembership * groups ) {
-   if ( groups ) {
-      queueGroups( groups->ids() );
-   }
-   if ( groupList_.size() ) {
-      review_->kickReview();
-   }
 }
 
 // --- Aggregates ------------------------------------------------------------------------------------
@@ -214,6 +203,7 @@ void
 MulticastHelper::lagGone( IntfId lag ) {
    for ( auto && [ports, bitmap] : bitmapList_ ) {
       if ( bitmap->lagList_.portHas( lag ) ) {
+         bitmap->lagList_.portDel( lag );
          bitmap->lagRemoved_ = true;
       }
    }

@@ -25,15 +25,18 @@ MulticastReactorSm::handleInitialized() {
    mlagWatch_.attach( this, acsd_.ptr() );
    intfWatch_.attach( this, acsd_.ptr() );
    parityWatch_.attach( this, acsd_.ptr() );
+   // A helper that has written something may be another one's that was here before.
+   const bool fresh = !helper_->overflow()->floodBitmap() && helper_->bitmapList().empty();
    Velto::FirstError error;
    error.run( [&] { helper_->addFloodEntry(); } );
-   error.run( [&] { catchUp(); } );
+   error.run( [&] { catchUp( fresh ); } );
    error.pass();
 }
 
-/** Calls the handlers for what there is, and for what was known of before. */
+/** Calls the handlers for what there is, and for what was known of before. Parity errors from before
+    anything was written are of no interest. */
 void
-MulticastReactorSm::catchUp() {
+MulticastReactorSm::catchUp( bool fresh ) {
    Velto::FirstError error;
    auto each = [&]( auto && now, auto && before, auto handler ) {
       auto all = keysOf< IntfId >( now );
@@ -48,10 +51,9 @@ MulticastReactorSm::catchUp() {
    each( acsd_->lagToPortIteratorConst(), helper_->lagsKnown(),
          &MulticastReactorSm::handleLagToPort );
    each( acsd_->mlagIntfPortIteratorConst(), mlagIntfs_, &MulticastReactorSm::handleMlagIntfPort );
-   const bool first = !std::exchange( started_, true );
    for ( auto && [key, event] : acsd_->parityEventIteratorConst() ) {
-      if ( first ) {
-         parityEvents_.emplace( key, event ); // nothing was written before it
+      if ( fresh ) {
+         *parityEvents_.emplace( key ).first = event;
       } else {
          error.run( [&, &key = key] { handleParityEvent( key ); } );
       }

@@ -38,8 +38,11 @@ MulticastSmBase::handleInitialized() {
    if ( initialized() ) {
       const Velto::Hold alive( this );
       attachInputs();
+      const bool held = vGroup() >= 0;
       handleIndexValid();
-      reviewIntfs();
+      if ( held ) {
+         reviewIntfs(); // of a new one they have been
+      }
    }
 }
 
@@ -58,13 +61,12 @@ MulticastSmBase::handleIndexValid() {
 void
 MulticastSmBase::createMulticastGroup() {
    const Velto::Hold alive( this );
-   const S64 id = helper()->createMulticastGroup( this );
-   if ( id < 0 ) {
-      return;
-   }
-   vGroup_ = id;
    Velto::FirstError error;
-   error.run( [&] { helper()->createMulticastAddr( macVlan().mac(), macVlan().vlan(), id ); } );
+   error.run( [&] { helper()->createMulticastGroup( this ); } );
+   if ( vGroup() >= 0 ) {
+      error.run(
+            [&] { helper()->createMulticastAddr( macVlan().mac(), macVlan().vlan(), vGroup() ); } );
+   }
    if ( dying_ || !groupWanted() ) {
       destroyMulticastGroup(); // a hook changed that
    } else {

@@ -66,52 +66,53 @@ MulticastHelper::vGroupInc() {
 
 S64
 MulticastHelper::createMulticastGroup( const MulticastSmBase::Ptr & sm ) {
-   if ( mustWait( sm ) ) {
+   Entry * const former = entryOf( sm->macVlan() );
+   if ( mustWait( sm->macVlan(), former ) ) {
       waitFor( sm->macVlan(), sm.ptr() );
       return -1;
    }
-   if ( auto left = entryOf( sm->macVlan() ); left && !left->deleted() ) {
-      queueDeletion( *left );
+   if ( former && !former->deleted() ) {
+      queueDeletion( *former );
    }
    while ( entryList_.has( vGroup_ ) ) {
       vGroupInc();
    }
    const S64 id = vGroup_;
    vGroupInc();
-   EntryPtr entry = makeEntry( sm->macVlan(), id );
-   entry->sm_ = sm.ptr();
-   entryList_.emplace( id, std::move( entry ) );
+   Velto::FirstError error;
+   if ( EntryPtr entry = makeEntry( sm->macVlan(), id, error ) ) {
+      entry->sm_ = sm.ptr();
+      sm->vGroup_ = id;
+      entryList_.emplace( id, std::move( entry ) );
+   } else {
+      error.run( [&] { offer( sm->macVlan() ); } );
+   }
+   error.pass();
    return id;
 }
 
 /** Whoever asks for the same (address, VLAN) meanwhile waits; if nothing comes of it, it is next. A factory
     that raises is asked once more. */
 MulticastHelper::EntryPtr
-MulticastHelper::makeEntry( const MacVlanPair & key, S64 vGroup ) {
+MulticastHelper::makeEntry( const MacVlanPair & key, S64 vGroup, Velto::FirstError & error ) {
    EntryPtr entry;
-   Velto::FirstError error;
    auto make = [&] { entry = factory()->getHardwareL2MulticastEntry( this, vGroup ); };
-   beginning_.emplace( key );
+   beginning_.push_back( key );
    ++busy_;
    if ( !error.run( make ) ) {
       error.run( make );
    }
    --busy_;
-   beginning_.erase( key );
-   if ( !entry ) {
-      error.run( [&] { offer( key ); } );
-      error.pass();
-   }
+   std::erase( beginning_, key );
    return entry;
 }
 
 /** Somebody has the group, or stands before: of those who wait the first is next. One whose state
     machine ended without a word is nobody's. */
 bool
-MulticastHelper::mustWait( const MulticastSmBase::Ptr & sm ) const {
-   const Entry * entry = entryOf( sm->macVlan() );
-   return beginning_.has( sm->macVlan() ) ||
-          ( entry && ( entry->sm_ || entry->busy_ || waiting_.has( sm->macVlan() ) ) );
+MulticastHelper::mustWait( const MacVlanPair & key, const Entry * entry ) const {
+   return std::find( beginning_.begin(), beginning_.end(), key ) != beginning_.end() ||
+          ( entry && ( entry->sm_ || entry->busy_ || waiting_.has( key ) ) );
 }
 
 void
@@ -132,10 +133,10 @@ MulticastHelper::createMulticastAddr( const Ulnet::EthAddr & addr, U32 vlan, S64
       return;
    }
    VELTO_ASSERT( !entry->addressed_ || entry->macVlan() == key );
-   const EntryPtr former( entryOf( key ) );
+   auto [id, fresh] = idOf_.emplace( key, vGroup ); // nobody else takes it meanwhile
+   const EntryPtr former( fresh ? nullptr : entryList( std::exchange( *id, vGroup ) ) );
    entry->macVlan_ = key;
    entry->addressed_ = true;
-   *idOf_.emplace( key, vGroup ).first = vGroup; // nobody else takes it meanwhile
    Velto::FirstError error;
    if ( former && former != entry ) {
       VELTO_ASSERT( former->deleted() );
@@ -150,34 +151,68 @@ MulticastHelper::createMulticastAddr( const Ulnet::EthAddr & addr, U32 vlan, S64
 
 // --- The lists in which groups wait ----------------------------------------------------------------
 
-/** One that is pending already keeps its place. */
+/** Behind all others; one that is pending already keeps its place. */
 void
 MulticastHelper::queueGroup( Entry & entry ) {
+   if ( followingHas_.empty() ) {
+      pendingIs( entry );
+   } else {
+      follow( entry.vGroup() );
+   }
+}
+
+void
+MulticastHelper::pendingIs( Entry & entry ) {
    if ( entry.deleted() || !entry.addressed_ || !entry.hadMember_ ) {
       return;
    }
    const MacVlanPair key = entry.macVlan();
    const S64 groupIndex = entry.vGroup();
-   groupList_.emplace( key, PendingGroupListInfo( key, groupIndex ) );
-   VELTO_ASSERT( groupList( key ).groupIndex() == groupIndex );
+   auto [held, fresh] = groupList_.emplace( key, PendingGroupListInfo( key, groupIndex ) );
+   if ( held->groupIndex() != groupIndex ) {
+      VELTO_ASSERT( groupList( key ).groupIndex() == groupIndex );
+   }
 }
 
+/** Many at once are noted by their ids, and looked at in steps: the first at once, the others as the review
+    goes on. */
 void
-MulticastHelper::queueGroups( const std::vector< S64 > & ids ) {
-   for ( S64 id : ids ) {
-      if ( auto entry = entryList( id ) ) {
-         queueGroup( *entry );
-      }
+MulticastHelper::queueGroupsOf( const GroupMembership * groups ) {
+   if ( groups ) {
+      groups->ids().forEach( [this]( S64 id ) { follow( id ); } );
+      moveFollowing();
+   }
+   if ( pending() ) {
+      review_->kickReview();
    }
 }
 
 void
 MulticastHelper::queueAll() {
    for ( auto && [id, entry] : entryList_ ) {
-      queueGroup( *entry );
+      follow( id );
    }
-   if ( groupList_.size() ) {
-      review_->kickReview();
+   moveFollowing();
+   review_->kickReview();
+}
+
+void
+MulticastHelper::follow( S64 id ) {
+   if ( followingHas_.insert( id ) ) {
+      following_.enq( id );
+   }
+}
+
+/** Some have been deleted since, or have never had a member. */
+void
+MulticastHelper::moveFollowing() {
+   for ( U32 moved = 0; moved < atOnce && !following_.empty(); ++moved ) {
+      const S64 id = following_.front();
+      following_.deq();
+      auto entry = followingHas_.erase( id ) ? entryList( id ) : nullptr;
+      if ( entry ) {
+         pendingIs( *entry );
+      }
    }
 }
 
@@ -190,15 +225,17 @@ MulticastHelper::forgetPending( Entry & entry ) {
          list->erase( key );
       }
    }
+   followingHas_.erase( entry.vGroup() );
    overflow()->vGroupNeedingHwEntryDel( entry.vGroup() );
    overflow()->mcastEntryNeedingHwEntryDel( std::exchange( entry.retry_, 0 ) );
 }
 
 void
 MulticastHelper::reviewFirst() {
+   moveFollowing();
    moveRetries();
    if ( groupList_.empty() ) {
-      return; // nobody of the queue waits any more
+      return; // nobody of those waits any more
    }
    const PendingGroupListInfo info = groupList_.front().value;
    groupList_.erase( info.macVlan() );
@@ -244,6 +281,7 @@ MulticastHelper::reviewFirstOverflowed() {
    const PendingGroupListInfo info = groupOverflowList_.front().value;
    groupOverflowList_.erase( info.macVlan() );
    if ( auto entry = entryList( info.groupIndex() ); entry && !entry->retry_ ) {
+      ++retries_;
       queueGroup( *entry );
    }
 }

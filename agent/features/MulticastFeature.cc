@@ -57,11 +57,7 @@ MulticastFeature::configure( ConfigReader & reader ) {
 /** "Vlan10|01:00:5e:01:01:01": { "members": [ "Ethernet0" ] } */
 void
 MulticastFeature::group( ConfigReader & reader, const ConfigRow & row, Reading & reading ) {
-   const IntfId vlan = reader.intf( "", row.part( 0, 2 ) );
-   if ( !Ulnet::VlanIntfId::isVlanIntfId( vlan ) ) {
-      throw RowError( "", "expected a VLAN such as Vlan10, found '" + row.part( 0, 2 ) + "'" );
-   }
-   const VlanId vlanId( Ulnet::VlanIntfId::vlanNum( vlan ) );
+   const VlanId vlanId = reader.vlan( row.part( 0, 2 ) );
    EthAddr addr;
    try {
       addr = EthAddr( row.part( 1, 2 ) );
@@ -176,6 +172,9 @@ MulticastFeature::parseCopy( const Json & line ) {
 std::function< void() >
 MulticastFeature::parseParity( const Json & line ) {
    const String table = fieldOf< String >( line, "table" );
+   if ( table != Qon::MulticastHelper::macTable && table != Qon::MulticastHelper::multicastTable ) {
+      throw Velto::RangeError( "table is mac or multicast, not '" + table + "'" );
+   }
    return [=, this] {
       const Qon::ParityEvent::Key where( table, 0 );
       const U32 before = agent_.acsd()->parityEvent( where ).count();

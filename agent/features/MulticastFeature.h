@@ -57,7 +57,7 @@ class MulticastFeature : public AgentFeature {
    std::function< void() > parseParity( const Json & line );
 
    void served() const;
-   QonChip::HeldMulticast held() const;
+   std::unique_ptr< QonChip::MulticastReading > reading() const;
    Rows groups( Arguments arguments ) const;
    Rows hardware() const;
    Rows path( Arguments arguments ) const;
@@ -65,7 +65,6 @@ class MulticastFeature : public AgentFeature {
    Row row( const Key & key, const char * origin, const Qon::MulticastSmBase & sm ) const;
    /** What is to be said of a group that is not in hardware as it is wanted; empty of one that is. */
    String why( const Qon::MulticastSmBase & sm, const Qon::HardwareL2MulticastEntry * entry ) const;
-   Value floodsSince( const Key & key ) const;
    template< class Intfs >
    Value::List spelled( const Intfs & intfs ) const;
 

@@ -29,13 +29,13 @@ MulticastFeature::served() const {
    }
 }
 
-QonChip::HeldMulticast
-MulticastFeature::held() const {
-   auto all = part_ ? part_->multicast() : std::nullopt;
-   if ( !all ) {
+std::unique_ptr< QonChip::MulticastReading >
+MulticastFeature::reading() const {
+   auto chip = part_ ? part_->readMulticast() : nullptr;
+   if ( !chip ) {
       notServed( agent_, "the reading of multicast groups" );
    }
-   return std::move( *all );
+   return chip;
 }
 
 template< class Intfs >
@@ -49,20 +49,6 @@ MulticastFeature::spelled( const Intfs & intfs ) const {
    return names;
 }
 
-/** Seconds of the agent's life; nothing if the log has forgotten. */
-Value
-MulticastFeature::floodsSince( const Key & key ) const {
-   const String name = key.mac().stringValue() + " in VLAN " + key.vlan().stringValue() + ",";
-   const auto & records = agent_.log().records();
-   for ( auto record = records.rbegin(); record != records.rend(); ++record ) {
-      if ( record->name == "DATAPLANE_NOMULTICASTGROUPS" &&
-           record->text.find( name ) != String::npos ) {
-         return record->time - agent_.began();
-      }
-   }
-   return {};
-}
-
 String
 MulticastFeature::why( const Qon::MulticastSmBase & sm,
                        const Qon::HardwareL2MulticastEntry * entry ) const {
@@ -72,7 +58,7 @@ MulticastFeature::why( const Qon::MulticastSmBase & sm,
    if ( !entry ) {
       return helper_->entryOf( sm.macVlan() ) ? "somebody else has the group" : "no group";
    }
-   if ( helper_->groupList().has( sm.macVlan() ) ) {
+   if ( helper_->isPending( *entry ) ) {
       return "waits for its review";
    }
    if ( entry->overflowLogged() ) {
@@ -108,7 +94,7 @@ MulticastFeature::row( const Key & key, const char * origin,
    made.set( "why", reason );
    if ( entry && entry->overflowLogged() ) {
       made.set( "queue", helper_->placeInQueue( *entry ) );
-      made.set( "since", floodsSince( key ) );
+      made.set( "since", Kiv::now() - entry->overflowTime() );
    }
    return made;
 }
@@ -146,12 +132,13 @@ MulticastFeature::groups( Arguments arguments ) const {
 /** A row a MAC entry. */
 Rows
 MulticastFeature::hardware() const {
-   const auto all = held();
-   for ( auto & [key, index] : all.macEntries ) {
+   const auto chip = reading();
+   Key key;
+   for ( QonChip::HeldMulticastEntry held; chip->next( key, held ); ) {
       const Row made = { { "vlan", U32( key.vlan() ) },
                          { "group", key.mac().stringValue() },
-                         { "index", U64( index ) },
-                         { "ports", spelled( all.groups.at( index ) ) } };
+                         { "index", U64( held.index ) },
+                         { "ports", spelled( held.ports ) } };
       co_yield made;
    }
 }
@@ -159,17 +146,15 @@ MulticastFeature::hardware() const {
 /** A row a port that a frame to the group is sent to; what becomes of it there says `show hw frame`. */
 Rows
 MulticastFeature::path( Arguments arguments ) const {
-   const auto all = held();
-   const Key key( arguments.mac( 0 ), arguments.vlan( 1 ) );
-   const auto entry = all.macEntries.find( key );
-   if ( entry == all.macEntries.end() ) {
+   const auto held = reading()->at( Key( arguments.mac( 0 ), arguments.vlan( 1 ) ) );
+   if ( held.index < 0 ) {
       const Row made = { { "interface", "" }, { "how", "not a group's: flooded in the VLAN" } };
       co_yield made;
       co_return;
    }
-   for ( IntfId port : all.groups.at( entry->second ) ) {
+   for ( IntfId port : held.ports ) {
       const Row made = { { "interface", agent_.names().spelling( port ) },
-                         { "how", "group " + std::to_string( entry->second ) } };
+                         { "how", "group " + std::to_string( held.index ) } };
       co_yield made;
    }
 }
@@ -181,14 +166,15 @@ MulticastFeature::resources() const {
    helper_->forEachEntry( [&]( const Qon::HardwareL2MulticastEntry & entry ) {
       noMacEntry += entry.macTableOverflowLogged();
    } );
+   const U32 room = part_->multicastGroupsToFill();
    const auto overflow = helper_->overflow();
    const auto flood = overflow->floodBitmap();
    const Row rows[] = {
          { { "resource", "groups of the chip" },
-           { "used", helper_->bitmapList().size() + ( flood && flood->groupIndex() >= 0 ) } },
+           { "used", helper_->bitmapList().size() + ( flood && flood->groupIndex() >= 0 ) },
+           { "of", room ? Value( room ) : Value() } },
          { { "resource", "groups that share them" }, { "used", helper_->entryLists() } },
-         { { "resource", "groups that flood" },
-           { "used", overflow->floodBitmap() ? flood->refCount() : 0 } },
+         { { "resource", "groups that flood" }, { "used", flood ? flood->refCount() : 0 } },
          { { "resource", "groups without room in the MAC table" }, { "used", noMacEntry } } };
    for ( const Row & made : rows ) {
       co_yield made;
@@ -201,7 +187,8 @@ MulticastFeature::counters() const {
       return {};
    }
    return { { "multicast groups", helper_->entryLists() },
-            { "multicast groups without room", helper_->groupOverflowList().size() } };
+            { "multicast groups without room", helper_->groupOverflowList().size() },
+            { "retries", helper_->retries() } };
 }
 
 std::vector< ShowCommand >
@@ -228,7 +215,7 @@ MulticastFeature::showCommands() {
                 { "state", "State" },
                 { "why", "Why" },
                 { "queue", "Queue", true },
-                { "since", "Since", true } },
+                { "since", "Since s", true } },
               [this]( auto & arguments ) { return groups( arguments ); } },
             { "hw multicast",
               "multicast groups that the chip holds",
@@ -243,7 +230,7 @@ MulticastFeature::showCommands() {
             { "resources multicast",
               "what multicast groups use of the chip",
               {},
-              { { "resource", "Resource" }, { "used", "Used", true } },
+              { { "resource", "Resource" }, { "used", "Used", true }, { "of", "Of", true } },
               [this]( auto & ) { return resources(); } } };
 }
 

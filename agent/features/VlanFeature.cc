@@ -41,22 +41,6 @@ VlanFeature::VlanFeature( Agent & agent )
    }
 }
 
-VlanId
-VlanFeature::vlanOf( ConfigReader & reader, const String & name ) const {
-   IntfId intf;
-   try {
-      intf = reader.intf( "", name );
-   } catch ( const RowError & ) {
-      if ( !name.starts_with( "Vlan" ) ) {
-         throw;
-      }
-   }
-   if ( !Ulnet::VlanIntfId::isVlanIntfId( intf ) ) {
-      throw RowError( "", "'" + name + "' is not the name of a VLAN, Vlan1 to Vlan4094" );
-   }
-   return VlanId( Ulnet::VlanIntfId::vlanNum( intf ) );
-}
-
 std::vector< ConfigTable >
 VlanFeature::tables() const {
    return {
@@ -75,7 +59,7 @@ VlanFeature::configure( ConfigReader & reader ) {
    std::bitset< lastVlan + 1 > known;
    auto vlans = std::make_shared< Configured< VlanId, Kiv::Nothing >::Said >();
    reader.eachRow( "VLAN", [&]( const ConfigRow & row ) {
-      const VlanId vlan = vlanOf( reader, row.part( 0, 1 ) );
+      const VlanId vlan = reader.vlan( row.part( 0, 1 ) );
       if ( row.number( "vlanid", 1, 4094, vlan ) != vlan ) {
          throw RowError( "vlanid",
                          "'" + row.text( "vlanid" ) + "' is not the number of " + row.key() );
@@ -91,7 +75,7 @@ VlanFeature::configure( ConfigReader & reader ) {
    auto members = std::make_shared< std::vector< U64 > >();
    auto seen = std::make_unique< Seen >();
    reader.eachRow( "VLAN_MEMBER", [&]( const ConfigRow & row ) {
-      const VlanId vlan = vlanOf( reader, row.part( 0, 2 ) );
+      const VlanId vlan = reader.vlan( row.part( 0, 2 ) );
       if ( !known[vlan] ) {
          throw RowError( "", "there is no " + row.part( 0, 2 ) + " in table VLAN" );
       }

@@ -41,7 +41,6 @@ class VlanFeature : public AgentFeature {
    };
    void nameOdd( ConfigReader & reader, const ConfigRow & row, Ulnet::IntfId port,
                  const String & untaggedIn, Seen & seen ) const;
-   Bridging::VlanId vlanOf( ConfigReader & reader, const String & name ) const;
    U64 packed( Bridging::VlanId vlan, Ulnet::IntfId port, bool tagged );
    void membersBecome( const std::vector< U64 > & said );
    std::function< void() > parseMember( const Json & line );

@@ -23,7 +23,8 @@ class MulticastPart : public QonChip::MulticastPart {
       return QonChip::HeldMulticast{ table_.groups(), table_.macEntries(), table_.linkLocalCopied,
                                      table_.igmpTaken };
    }
-   U32 multicastGroupsToFill() const override { return table_.limits().groups; }
+   std::unique_ptr< QonChip::MulticastReading > readMulticast() const override;
+   U32 multicastGroupsToFill() const override { return table_.groupsAtMost(); }
 
    MulticastTable & table() { return table_; }
    const MulticastTable & table() const { return table_; }

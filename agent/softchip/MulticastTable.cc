@@ -33,10 +33,8 @@ MulticastTable::take() {
    if ( plan_.next( "multicastGroup" ) || groups_.size() >= groupsAtMost() ) {
       return -1;
    }
-   S64 free = 0;
-   for ( auto group = groups_.begin(); group != groups_.end() && group->first == free; ++group ) {
-      ++free;
-   }
+   const S64 free = gaps_.empty() ? S64( groups_.size() ) : *gaps_.begin();
+   gaps_.erase( free );
    groups_.try_emplace( free );
    return free;
 }
@@ -51,6 +49,7 @@ void
 MulticastTable::giveBack( S64 index ) {
    VELTO_ASSERT( !leading_.contains( index ) );
    groups_.erase( index );
+   gaps_.insert( index );
 }
 
 TableAddStatus
@@ -90,12 +89,23 @@ MulticastTable::dropLead( S64 index ) {
 }
 
 void
-MulticastTable::clear() {
-   while ( !macEntries_.empty() ) {
+MulticastTable::damage( bool macEntries ) {
+   while ( macEntries && !macEntries_.empty() ) {
       const Bridging::MacVlanPair key = macEntries_.begin()->first;
       leadNowhere( key );
    }
+   if ( !macEntries ) {
+      for ( auto & [index, ports] : groups_ ) {
+         ports.clear();
+      }
+   }
+}
+
+void
+MulticastTable::clear() {
+   damage( true );
    groups_.clear();
+   gaps_.clear();
    ++serial_;
 }
 

@@ -59,6 +59,8 @@ class MulticastTable {
    void giveBack( S64 index );
    QonTypes::TableAddStatus lead( const Bridging::MacVlanPair & key, S64 index );
    void leadNowhere( const Bridging::MacVlanPair & key );
+   /** Memory goes bad, and nobody is told: the MAC entries are gone, or the groups have no ports. */
+   void damage( bool macEntries );
    /** Everything goes, and nobody gives back what it had before. */
    void clear();
    /** How often it was cleared. */
@@ -74,6 +76,7 @@ class MulticastTable {
    FaultPlan & plan_;
    HostTable * hosts_ = nullptr;
    Groups groups_;
+   std::set< S64 > gaps_; // indexes below the highest that are free
    MacEntries macEntries_;
    std::map< S64, U32 > leading_; // MAC entries to each group
    U32 serial_ = 0;

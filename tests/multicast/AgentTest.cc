@@ -65,8 +65,12 @@ class McastAgent : public testing::Test {
          for ( auto & [name, value] : row->fields() ) {
             auto text = std::get_if< String >( &value.held() );
             auto number = std::get_if< U64 >( &value.held() );
+            auto seconds = std::get_if< double >( &value.held() );
             auto list = std::get_if< QonAgent::Value::List >( &value.held() );
-            String & field = fields[name] = text ? *text : number ? Kiv::toText( *number ) : "";
+            String & field = fields[name] = text      ? *text
+                                            : number  ? Kiv::toText( *number )
+                                            : seconds ? Kiv::toText( *seconds )
+                                                      : "";
             for ( auto & part : list ? *list : QonAgent::Value::List() ) {
                field += ( field.empty() ? "" : " " ) + part;
             }
@@ -139,7 +143,11 @@ TEST_F( McastAgent, SaysWhoFloodsAndWhy ) {
    EXPECT_EQ( row[0].at( "why" ), "no group of the chip is free" );
    EXPECT_EQ( row[0].at( "queue" ), "1" );
    EXPECT_EQ( leavesBy( 0x01005e010103 ).size(), 2u );
-   EXPECT_EQ( show( { "resources", "multicast" } )[2].at( "used" ), "1" );
+   const auto used = show( { "resources", "multicast" } );
+   EXPECT_EQ( used[0].at( "used" ) + "/" + used[0].at( "of" ), "3/3" );
+   EXPECT_EQ( used[2].at( "used" ), "1" );
+   scheduler.runFor( 2 );
+   EXPECT_EQ( show( { "multicast", "10", "01:00:5e:01:01:03" } )[0].at( "since" ), "2.5" );
    event( R"({"event": "igmp", "op": "delete", "vlan": 10, "group": "01:00:5e:01:01:02"})" );
    EXPECT_EQ( show( { "multicast", "10", "01:00:5e:01:01:03" } )[0].at( "state" ), "programmed" );
    EXPECT_EQ( leavesBy( 0x01005e010103 ), std::set< String >{ "Ethernet4" } );

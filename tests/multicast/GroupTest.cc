@@ -266,7 +266,11 @@ TEST_F( Groups, WithoutRoomInTheMacTableAreTriedAgain ) {
    chip->macRoom = 3;
    run( 6 );
    EXPECT_EQ( out( 3 ), ( Ports{ eth( 3 ), eth( 4 ) } ) );
+   join( 3, eth( 6 ) ); // written once more
+   run();
    EXPECT_EQ( messages(), Names{ "MACTABLEENTRYCLEAR 3" } );
+   leave( 3, eth( 6 ) );
+   run();
    // An entry that cannot be changed goes, since it would lead to a group that is freed.
    chip->refuse[key( 1 )] = TableAddStatus::full;
    join( 1, eth( 5 ) );

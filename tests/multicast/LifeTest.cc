@@ -1,5 +1,6 @@
 // Beginnings and ends: of groups, of state machines, and in the middle of hooks.
 
+#include "platform/Kiv/Restart.h"
 #include "tests/multicast/McastWorld.h"
 
 namespace {
@@ -144,6 +145,10 @@ TEST_F( Life, EndsWithACleanUpOrWithoutAWord ) {
    join( 3, po( 1 ) );
    acsd->intfDel( eth( 8 ) );
    acsd->lagToPortDel( po( 1 ) );
+   for ( auto & [index, ports] : chip->group ) {
+      ports = {}; // nobody hears of it
+   }
+   acsd->parityEventIs( Qon::ParityEvent::Key( "multicast", 1 ), Qon::ParityEvent() );
    restart();
    run( 6 );
    EXPECT_EQ( out( 3 ), Ports{ eth( 3 ) } ) << "without what went meanwhile";
@@ -156,6 +161,24 @@ TEST_F( Life, EndsWithACleanUpOrWithoutAWord ) {
    sm = nullptr;
    helper = nullptr;
    EXPECT_EQ( chip->calls, last );
+}
+
+TEST_F( Life, LeavesTheChipAsItIsForAnAgentThatRestarts ) {
+   start();
+   join( 1, eth( 1 ) );
+   join( 2, eth( 2 ) );
+   run();
+   noGroup( 2 ); // its clock has not fired yet
+   join( 1, eth( 3 ) );
+   Kiv::agentRestartingIs( true );
+   const U32 calls = chip->calls;
+   sm->doCleanup();
+   scheduler.runFor( 10 );
+   sm = nullptr;
+   helper = nullptr;
+   Kiv::agentRestartingIs( false );
+   EXPECT_EQ( chip->calls, calls );
+   EXPECT_EQ( chip->macs.size(), 2u );
 }
 
 /** Whatever comes first at the start, the end is the same. */
@@ -221,6 +244,36 @@ TEST_F( Life, BeginsOnceThoughTheFactoryMakesSomebodyElseWantIt ) {
    run();
    EXPECT_EQ( chip->group.size(), 2u );
    EXPECT_EQ( helper->overflow()->floodBitmap()->ports().count(), 11u );
+}
+
+TEST_F( Life, SaysWhatAHookRaisedThoughItWasRightTheSecondTime ) {
+   start();
+   run();
+   U32 raise = 1;
+   chip->during = [&]( U32 ) {
+      if ( raise && raise-- ) {
+         throw Velto::RangeError( "sabotage" );
+      }
+   };
+   EXPECT_THROW( group( 1 ), Velto::RangeError );
+   join( 1, eth( 1 ) );
+   join( 2, eth( 1 ) );
+   run();
+   EXPECT_EQ( out( 1 ), Ports{ eth( 1 ) } );
+   // A clean-up that a hook asked for, here that of the MAC entry, is carried out though all deletions raise.
+   chip->during = [&, at = chip->calls + 4]( U32 call ) {
+      if ( call == at ) {
+         sm->doCleanup();
+         raise = 3;
+      } else if ( raise && raise-- ) {
+         throw Velto::RangeError( "sabotage" );
+      }
+   };
+   join( 1, eth( 2 ) );
+   EXPECT_THROW( scheduler.runFor( 1 ), Velto::RangeError );
+   run();
+   EXPECT_TRUE( chip->macs.empty() );
+   EXPECT_TRUE( chip->group.empty() );
 }
 
 /** Everything that a flow asks of the chip: groups come, share, overflow, recover and go. `spoil` is done

@@ -94,6 +94,26 @@ TEST_F( Members, OfAnAggregateThatComesBackAreWrittenAgain ) {
    EXPECT_FALSE( bitmap( 2 )->stale() );
    EXPECT_EQ( chip->modifies, 1u );
    EXPECT_TRUE( bitmap( 1 )->lagList().portHas( po( 1 ) ) );
+   // Whoever came to a set that was there, or came by the aggregate to what it had, counts as well.
+   lag( 2, { 3, 4 } );
+   for ( U32 n : { 3, 4 } ) {
+      join( 5, eth( n ) );
+   }
+   join( 6, po( 2 ) );
+   run();
+   acsd->lagToPortDel( po( 2 ) );
+   lag( 2, { 3, 4 } );
+   run();
+   EXPECT_EQ( chip->modifies, 2u );
+   leave( 6, po( 2 ) );
+   join( 5, po( 2 ) );
+   leave( 5, eth( 3 ) );
+   leave( 5, eth( 4 ) );
+   run();
+   acsd->lagToPortDel( po( 2 ) );
+   lag( 2, { 3, 4 } );
+   run();
+   EXPECT_EQ( chip->modifies, 3u );
 }
 
 TEST_F( Members, AMemberOfAnAggregateInItsOwnRight ) {
@@ -191,6 +211,30 @@ TEST_F( Members, AreWrittenAgainAfterAParityError ) {
    acsd->parityEventDel( mac );
    run();
    EXPECT_EQ( chip->calls, calls );
+   chip->macs.clear();
+   acsd->parityEventIs( mac, Qon::ParityEvent( mac, 1, false ) ); // as before, and a new one
+   run();
+   EXPECT_EQ( chip->macs.size(), 2u );
+}
+
+TEST_F( Members, AreWrittenAgainAfterAParityErrorWhileTheyAreWritten ) {
+   start();
+   run();
+   // Of a group the chip is asked for the entry, the bitmap, its group, the write and the MAC entry.
+   for ( U32 n : { 4, 5 } ) {
+      const char * table = n == 4 ? "multicast" : "mac";
+      chip->during = [&, at = chip->calls + n]( U32 call ) {
+         if ( call == at ) {
+            acsd->parityEventIs( Qon::ParityEvent::Key( table, 1 ), Qon::ParityEvent() );
+         }
+      };
+      join( n, eth( n ) );
+      run();
+      EXPECT_EQ( out( n ), Ports{ eth( n ) } );
+   }
+   EXPECT_EQ( chip->modifies, 2u ) << "the set that floods, too";
+   EXPECT_EQ( chip->forgotten, 2u );
+   EXPECT_EQ( chip->updates, ( std::vector{ key( 4 ), key( 5 ), key( 4 ), key( 5 ) } ) );
 }
 
 TEST_F( Members, AreVerified ) {

@@ -1,4 +1,5 @@
-// Many groups that wait for a bitmap: in what order, in how large steps, and at which place each stands.
+// Many groups that wait, for a bitmap or for their review: in what order, in how large steps, and at which
+// place each stands.
 
 #include "tests/multicast/McastWorld.h"
 
@@ -57,6 +58,7 @@ TEST_F( Queue, OfAThousandIsReviewedInStepsAndInItsOrder ) {
    run( 0.5 );
    EXPECT_EQ( reviewed(), numbers( 1, 400 ) ) << "those that flood on keep their MAC entry";
    EXPECT_EQ( waiting(), 600u );
+   EXPECT_EQ( helper->retries(), 1000u );
    EXPECT_EQ( helper->overflow()->mcastEntryNeedingHwEntryFront(), entry( 401 ) );
    EXPECT_EQ( helper->overflow()->mcastEntryNeedingHwEntryBack(), entry( 1000 ) );
    // One bitmap is enough for all of them to be asked: the first has it, the others keep their order.
@@ -90,6 +92,41 @@ TEST_F( Queue, GoesOnWhereItPausedOrWasLeft ) {
    run( 0.5 );
    EXPECT_EQ( waiting(), 0u );
    EXPECT_EQ( chip->group.size(), 745u );
+}
+
+TEST_F( Queue, OfOneChangeIsTakenUpInStepsAndInItsOrder ) {
+   lag( 1, { 1, 2 } );
+   start();
+   for ( U32 n = 1; n <= 1000; ++n ) {
+      join( n, po( 1 ) );
+   }
+   run();
+   reviewed();
+   lag( 1, { 1 } );
+   EXPECT_EQ( helper->groupList().size(), 256u ) << "no more at once";
+   EXPECT_TRUE( helper->isPending( *entry( 1000 ) ) );
+   join( 2000, eth( 3 ) ); // behind all of them
+   join( 500, eth( 1 ) );  // keeps its place
+   noGroup( 999 );
+   EXPECT_EQ( helper->checkInvariants(), "" );
+   run();
+   auto order = numbers( 1, 998 );
+   order.insert( order.end(), { 1000, 2000 } );
+   EXPECT_EQ( reviewed(), order );
+   EXPECT_EQ( out( 1000 ), Ports{ eth( 1 ) } );
+   // An error of the MAC table calls no hook at once, and is known of each group until its turn comes.
+   const U32 calls = chip->calls;
+   acsd->parityEventIs( Qon::ParityEvent::Key( "mac", 1 ), Qon::ParityEvent() );
+   EXPECT_EQ( chip->calls, calls );
+   EXPECT_EQ( helper->groupList().size(), 256u );
+   EXPECT_FALSE( entry( 1000 )->macTableEntryCreated() );
+   helper->ethGroupReviewSm()->initializedIs( false );
+   scheduler.runFor( 1 );
+   helper->ethGroupReviewSm()->initializedIs( true );
+   run();
+   EXPECT_EQ( reviewed(), order );
+   EXPECT_EQ( chip->forgotten, 1000u );
+   EXPECT_TRUE( entry( 1000 )->macTableEntryCreated() );
 }
 
 TEST_F( Queue, KnowsThePlaceOfEach ) {

@@ -26,6 +26,7 @@
 #include "Qon/include/framework/QonBaseSm.h"
 #include "Qon/include/framework/QonPortLists.h"
 #include "Qon/include/framework/Reconcile.h"
+#include "Qon/include/multicast/GroupMembers.h"
 #include "platform/types/Bridging.h"
 #include "platform/types/TableAddStatus.h"
 #include "platform/types/Ulnet.h"
@@ -71,7 +72,8 @@ class HardwareL2MulticastBitmap : public QonBaseHelper {
    U32 refCount() const { return refCount_; }
    /** What was written last; empty when that is not to be trusted. */
    const QonTypes::Bitmap & hardwarePhysicalShadow() const { return shadow_; }
-   /** The aggregates that some of the ports came from when it was written last. */
+   /** The aggregates that some of the ports came from, for any of the groups that came to point here, and
+       that have not gone since. */
    const QonPortList & lagList() const { return lagList_; }
    bool lagRemoved() const { return lagRemoved_; }
    /** Whether the group is to be given back when this ends. */
@@ -84,6 +86,7 @@ class HardwareL2MulticastBitmap : public QonBaseHelper {
    friend class HardwareL2MulticastEntry;
 
    bool unused() const { return refCount_ == 0 && macEntries_ == 0; }
+   void lagsAdd( const QonPortList & lags );
 
    MulticastHelper * const helper_;
    QonTypes::Bitmap ports_;
@@ -105,8 +108,7 @@ class HardwareL2MulticastEntry : public QonBaseHelper {
  public:
    using IntfId = Ulnet::IntfId;
    using TableAddStatus = QonTypes::TableAddStatus;
-   /** The requested members, each with the count of syncs that had been before it came. */
-   using Members = Kiv::DenseMap< IntfId, U32 >;
+   using Members = GroupMembers;
 
    HardwareL2MulticastEntry( MulticastHelper * helper, S64 vGroup );
 
@@ -131,6 +133,7 @@ class HardwareL2MulticastEntry : public QonBaseHelper {
    U32 vlanId() const { return macVlan_.vlan(); }
    const Bridging::MacVlanPair & macVlan() const { return macVlan_; }
 
+   /** The requested members. */
    const Members & physicalPorts() const { return physicalPorts_; }
    const Members & lagPorts() const { return lagPorts_; }
    /** The aggregates that desiredHardwarePorts() came from. */
@@ -142,7 +145,10 @@ class HardwareL2MulticastEntry : public QonBaseHelper {
 
    bool overflowLogged() const { return overflowLogged_; }
    bool macTableOverflowLogged() const { return macTableOverflowLogged_; }
-   bool macTableEntryCreated() const { return macTableEntryCreated_; }
+   /** Since when it floods, by Kiv::now(); never if it does not. */
+   Kiv::Seconds overflowTime() const { return overflowTime_; }
+   /** False since a parity error of the MAC table, too, until the entry is written again. */
+   bool macTableEntryCreated() const;
    /** Whether it waits for its deletion. */
    bool deleted() const { return deleted_; }
    bool isMember( IntfId intf ) const {
@@ -164,6 +170,7 @@ class HardwareL2MulticastEntry : public QonBaseHelper {
    void pointAt( Velto::Ptr< HardwareL2MulticastBitmap > bitmap );
    TableAddStatus reviewMacEntry();
    void macEntryRefused( TableAddStatus status );
+   void doubtMacEntry();
    void dropMacEntry();
    void macEntryIs( Velto::Ptr< HardwareL2MulticastBitmap > bitmap );
 
@@ -178,7 +185,9 @@ class HardwareL2MulticastEntry : public QonBaseHelper {
    Velto::Ptr< HardwareL2MulticastBitmap > bitmap_;
    Velto::Ptr< HardwareL2MulticastBitmap > macBitmap_; // that the chip's MAC entry may lead to
    U64 retry_ = 0;                                     // its place in the retry queue; 0 is none
+   Kiv::Seconds overflowTime_ = Kiv::never;
    U32 syncs_ = 0;
+   U32 macDoubts_ = 0; // of MulticastHelper's, as of when the MAC entry was written
    bool addressed_ = false;
    bool hadMember_ = false;
    bool overflowLogged_ = false;

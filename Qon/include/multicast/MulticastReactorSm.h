@@ -7,7 +7,8 @@
 //
 // Invariants
 // 1. When it starts it tells of everything that there is, and of what the helper knows and has gone
-//    meanwhile; of parity events only those that are other than it saw them last.
+//    meanwhile; of parity events only those that are other than it saw them last, and none from before
+//    the helper wrote anything.
 // 2. What a change concerns is reviewed once, however many attributes say it.
 //
 // Reads of the shared data: intf, lagToPort, portToLag, mlagIntfPort, parityEvent.
@@ -31,11 +32,10 @@ class MulticastReactorSm : public QonBaseSm {
  private:
    using Intfs = KeySet< Ulnet::IntfId >;
 
-   void catchUp();
+   void catchUp( bool fresh );
 
    const Velto::Ptr< MulticastHelper > helper_;
    const Velto::Ptr< QonCommonSmData > acsd_;
-   bool started_ = false;
    // As they were told last.
    Intfs mlagIntfs_;
    Kiv::DenseMap< ParityEvent::Key, ParityEvent > parityEvents_;

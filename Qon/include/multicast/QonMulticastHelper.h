@@ -36,6 +36,7 @@
 #include "Qon/include/framework/LagView.h"
 #include "Qon/include/framework/WorkQueue.h"
 #include "Qon/include/multicast/EthGroupReviewSm.h"
+#include "Qon/include/multicast/GroupIds.h"
 #include "Qon/include/multicast/MulticastOverflow.h"
 #include "Qon/include/multicast/MulticastSmBase.h"
 
@@ -53,19 +54,12 @@ class GroupMembership {
  public:
    U32 groups() const { return groups_.size(); }
    bool groupHas( S64 vGroup ) const { return groups_.has( vGroup ); }
-   void groupIs( S64 vGroup ) { groups_.emplace( vGroup ); }
+   void groupIs( S64 vGroup ) { groups_.insert( vGroup ); }
    void groupDel( S64 vGroup ) { groups_.erase( vGroup ); }
-   std::vector< S64 > ids() const {
-      std::vector< S64 > all;
-      all.reserve( groups() );
-      for ( auto && entry : groups_ ) {
-         all.push_back( entry.key );
-      }
-      return all;
-   }
+   const GroupIds & ids() const { return groups_; }
 
  private:
-   KeySet< S64 > groups_;
+   GroupIds groups_;
 };
 
 class MulticastHelper : public QonBaseHelper, public Checked {
@@ -96,8 +90,8 @@ class MulticastHelper : public QonBaseHelper, public Checked {
    /** By one; behind the largest comes 0. */
    void vGroupInc();
 
-   /** A new group's id; -1 if somebody else has the (address, VLAN): `sm->handleIndexValid()` is called when
-       it is free. */
+   /** A new group's id, which is `sm->vGroup()` from now on, though something may be raised; -1 if somebody
+       else has the (address, VLAN): `sm->handleIndexValid()` is called when it is free. */
    S64 createMulticastGroup( const MulticastSmBase::Ptr & sm );
    /** Raises Velto::RangeError for a VLAN that is none. A group of that (address, VLAN) which waits for
        its deletion is deleted first. */
@@ -192,7 +186,13 @@ class MulticastHelper : public QonBaseHelper, public Checked {
    const BitmapList & bitmapList() const { return bitmapList_; }
    const PendingList & groupList() const { return groupList_; }
    /** Whether there is work for the review. */
-   bool pending() const { return groupList_.size() != 0 || retriesLeft(); }
+   bool pending() const { return !groupList_.empty() || !followingHas_.empty() || retriesLeft(); }
+   /** Whether the group waits for its review: in groupList(), or as one of many that follow those. */
+   bool isPending( const Entry & entry ) const {
+      return groupList_.has( entry.macVlan() ) || followingHas_.has( entry.vGroup() );
+   }
+   /** How often a group was tried again because there had been no room for it. */
+   U64 retries() const { return retries_; }
    const PendingList & groupOverflowList() const { return groupOverflowList_; }
    const DelList & groupDelList() const { return groupDelList_; }
    const PendingGroupListInfo & groupList( const MacVlanPair & key ) const {
@@ -225,6 +225,8 @@ class MulticastHelper : public QonBaseHelper, public Checked {
    using BitmapPtr = Velto::Ptr< HardwareL2MulticastBitmap >;
    using PortToLag = Kiv::DenseMap< IntfId, IntfId >;
 
+   static constexpr U32 atOnce = 256; // groups that a step makes pending
+
    struct Port {
       U32 bit;
       bool resolved;
@@ -236,9 +238,11 @@ class MulticastHelper : public QonBaseHelper, public Checked {
 
    // Lists
    void queueGroup( Entry & entry );
-   void queueGroups( const std::vector< S64 > & ids );
+   void pendingIs( Entry & entry );
    void queueGroupsOf( const GroupMembership * groups );
    void queueAll();
+   void follow( S64 id );
+   void moveFollowing();
    void forgetPending( Entry & entry );
    /** Reviews the first pending group. */
    void reviewFirst();
@@ -255,11 +259,11 @@ class MulticastHelper : public QonBaseHelper, public Checked {
 
    // The begin and the end of a group
    class Busy;
-   EntryPtr makeEntry( const MacVlanPair & key, S64 vGroup );
+   EntryPtr makeEntry( const MacVlanPair & key, S64 vGroup, Velto::FirstError & error );
    void endGroup( const EntryPtr & entry, bool lastTry );
    void forgetGroup( const EntryPtr & entry );
    void offer( const MacVlanPair & key );
-   bool mustWait( const MulticastSmBase::Ptr & sm ) const;
+   bool mustWait( const MacVlanPair & key, const Entry * entry ) const;
    void waitFor( const MacVlanPair & key, MulticastSmBase * sm );
    /** `sm` is no more. */
    void forget( MulticastSmBase * sm );
@@ -287,7 +291,7 @@ class MulticastHelper : public QonBaseHelper, public Checked {
    BitmapPtr bitmapFor( const QonTypes::Bitmap & ports );
    BitmapPtr makeBitmap( const QonTypes::Bitmap & ports );
    bool takeGroup( HardwareL2MulticastBitmap & bitmap );
-   void writeBitmap( HardwareL2MulticastBitmap & bitmap, const QonPortList & lags );
+   void writeBitmap( HardwareL2MulticastBitmap & bitmap );
    void emptyBitmap( HardwareL2MulticastBitmap & bitmap );
    void emptyBitmap( HardwareL2MulticastBitmap & bitmap, Velto::FirstError & error );
    void reviewFlood();
@@ -309,17 +313,21 @@ class MulticastHelper : public QonBaseHelper, public Checked {
    bool waitToVerify_ = false;
    bool cleanupWanted_ = false;
    U32 busy_ = 0;       // hooks that are being called
+   U32 macDoubts_ = 0;  // parity errors of the MAC table
    U64 retryUntil_ = 0; // the last place of those that are to be tried again
+   U64 retries_ = 0;
    S64 vGroup_ = 0;
 
    Kiv::DenseMap< S64, EntryPtr > entryList_;
    Kiv::DenseMap< MacVlanPair, S64 > idOf_;
    Kiv::DenseMap< MacVlanPair, std::vector< MulticastSmBase * > > waiting_;
-   KeySet< MacVlanPair > beginning_; // whose entry the factory is making
+   std::vector< MacVlanPair > beginning_; // whose entry the factory is making
    WorkQueue< Kiv::Nothing > floodWork_;
    BitmapList bitmapList_;
    std::vector< QonTypes::Bitmap > unused_; // sets that may have nobody any more
    PendingList groupList_;
+   Kiv::Fifo< S64 > following_; // ids of groups that are pending behind them, in order,
+   GroupIds followingHas_;      // and those of them that are so still
    PendingList groupOverflowList_;
    DelList groupDelList_;
 
