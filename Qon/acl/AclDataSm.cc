@@ -367,8 +367,7 @@ void
 AclDataSm::doUnblockTraffic() {
    Velto::FirstError error;
    for ( IntfId intf : std::exchange( blocks_, {} ) ) {
-      if ( handsOver( intf ) ||
-           !error.run( [&] { aclSm_->blockIs( this, intf, false ); } ) ) {
+      if ( handsOver( intf ) || !error.run( [&] { aclSm_->blockIs( this, intf, false ); } ) ) {
          blocks_.push_back( intf );
       }
    }
