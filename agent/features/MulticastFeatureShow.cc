@@ -166,13 +166,16 @@ MulticastFeature::resources() const {
    helper_->forEachEntry( [&]( const Qon::HardwareL2MulticastEntry & entry ) {
       noMacEntry += entry.macTableOverflowLogged();
    } );
-   const U32 room = part_->multicastGroupsToFill();
+   Value most; // nothing where the chip does not say
+   if ( const U32 room = part_->multicastGroupsToFill() ) {
+      most = room;
+   }
    const auto overflow = helper_->overflow();
    const auto flood = overflow->floodBitmap();
    const Row rows[] = {
          { { "resource", "groups of the chip" },
            { "used", helper_->bitmapList().size() + ( flood && flood->groupIndex() >= 0 ) },
-           { "of", room ? Value( room ) : Value() } },
+           { "of", most } },
          { { "resource", "groups that share them" }, { "used", helper_->entryLists() } },
          { { "resource", "groups that flood" }, { "used", flood ? flood->refCount() : 0 } },
          { { "resource", "groups without room in the MAC table" }, { "used", noMacEntry } } };
