@@ -219,6 +219,7 @@ void
 HardwareL2MulticastEntry::doubtMacEntry() {
    const U32 doubts = helper_->macDoubts_;
    if ( macBitmap_ && macDoubts_ != doubts ) {
+      macTableEntryCreated_ = false; // until it is written, whatever raises before
       QON_TELL_HOOK( HardwareL2MulticastEntry, deleteHwShadowedMacTableEntry, macAddr(), vlanId() );
       deleteHwShadowedMacTableEntry();
    }

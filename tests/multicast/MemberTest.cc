@@ -237,6 +237,25 @@ TEST_F( Members, AreWrittenAgainAfterAParityErrorWhileTheyAreWritten ) {
    EXPECT_EQ( chip->updates, ( std::vector{ key( 4 ), key( 5 ), key( 4 ), key( 5 ) } ) );
 }
 
+TEST_F( Members, AreWrittenAgainAfterAParityErrorThoughAHookRaises ) {
+   join( 1, eth( 1 ) );
+   start();
+   run();
+   // The chip's agent is told to forget the MAC entry, and then asked for it.
+   for ( U32 n : { 1, 2 } ) {
+      chip->macs.clear();
+      chip->during = [&, at = chip->calls + n]( U32 call ) {
+         if ( call == at ) {
+            throw Velto::RangeError( "sabotage" );
+         }
+      };
+      acsd->parityEventIs( Qon::ParityEvent::Key( "mac", n ), Qon::ParityEvent() );
+      EXPECT_THROW( scheduler.runFor( 1 ), Velto::RangeError );
+      scheduler.runFor( 20 ); // it waits as one without room does
+      EXPECT_EQ( chip->macs.size(), 1u ) << "call " << n;
+   }
+}
+
 TEST_F( Members, AreVerified ) {
    start();
    join( 1, eth( 1 ) );
