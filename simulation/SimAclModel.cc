@@ -336,8 +336,10 @@ SimAcl::meanwhile() {
 String
 SimAcl::checkGuard( const Guard & guard, const Admitted & admitted ) const {
    const auto & [type, direction, use] = guard;
-   const String where =
-         Kiv::toText( type ) + " " + Kiv::toText( direction ) + " " + use.stringValue();
+   auto where = [&] {
+      return Kiv::toText( std::get< 0 >( guard ) ) + " " + Kiv::toText( std::get< 1 >( guard ) ) +
+             " " + std::get< 2 >( guard ).stringValue();
+   };
    if ( chip_.table().blocked( use.pair().intfId() ) ) {
       return {};
    }
@@ -347,10 +349,10 @@ SimAcl::checkGuard( const Guard & guard, const Admitted & admitted ) const {
       const bool recent = admitted.lists.contains( acl->aclName ) &&
                           recent_[{ type, acl->aclName }].contains( texts );
       if ( !recent && !admitted.old.contains( { acl->aclName, texts } ) ) {
-         return "rules decide that are neither old nor new: " + acl->aclName + " at " + where;
+         return "rules decide that are neither old nor new: " + acl->aclName + " at " + where();
       }
    }
-   return deciders.empty() ? "traffic passes without a list: " + where : "";
+   return deciders.empty() ? "traffic passes without a list: " + where() : "";
 }
 
 /** Its list was refused, as it is shown, and nothing stands in its place. */

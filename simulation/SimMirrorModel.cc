@@ -142,8 +142,10 @@ SimMirror::checkGroups() const {
    const U32 most = table_.sessionsAtMost();
    std::array< U32, 256 > uses{};
    bool waits = false;
-   for ( U32 n = 0; n < uses.size(); ++n ) {
+   U32 free = 0;
+   for ( U32 n = 0; n < uses.size() && free < acsd.freeMirrorSessions(); ++n ) {
       uses[n] = acsd.freeMirrorSessionHas( U8( n ) );
+      free += uses[n];
    }
    for ( auto && [name, config] : config_->sessionIteratorConst() ) {
       if ( acsd.mirrorSessionNameToIdHas( name ) ) {
@@ -157,10 +159,8 @@ SimMirror::checkGroups() const {
          return "stale session: " + name;
       }
    }
-   U32 free = 0;
    for ( U32 group = 0; group < uses.size(); ++group ) {
       const U32 count = uses[group];
-      free += acsd.freeMirrorSessionHas( U8( group ) );
       const bool owned = capability_->agentFillsPool() ? count == 1 : count == ( group < most );
       if ( count > 1 || ( group < most && !owned && !capability_->agentFillsPool() ) ) {
          return "group: " + std::to_string( group ) + " is used " + std::to_string( count ) +

@@ -120,13 +120,13 @@ SimMirror::look() const {
 /** What was said since the last look is what has changed since. */
 String
 SimMirror::checkWords() const {
-   const auto sources = look();
+   auto sources = look();
    String wrong = checkWaiting();
    for ( auto check : { &SimMirror::checkKeptOut, &SimMirror::checkWell } ) {
       wrong = wrong.empty() ? ( this->*check )( sources ) : wrong;
    }
    wrong = wrong.empty() ? checkRefusals() : wrong;
-   words_.sources = sources;
+   words_.sources = std::move( sources );
    words_.now.clear();
    words_.waits.clear();
    words_.aclRefused.clear();
@@ -161,10 +161,18 @@ SimMirror::checkWaiting() const {
 String
 SimMirror::checkKeptOut( const std::map< Where, Seen > & sources ) const {
    const bool strict = !words_.disturbed && !world_.feature< SimLag >();
+   static const Seen unseen;
+   std::map< IntfId, Wanted > wanted; // of the session that is looked at
+   const String * of = nullptr;
    for ( auto & [where, seen] : sources ) {
-      const String what = where.name + ", source " + where.port.stringValue();
+      auto what = [&where = where] { return where.name + ", source " + where.port.stringValue(); };
+      if ( !of || *of != where.name ) {
+         of = &where.name;
+         wanted = inHardware( where.name ) ? wantedSources( *config_->session( where.name ) )
+                                           : std::map< IntfId, Wanted >();
+      }
       auto former = words_.sources.find( where );
-      const Seen before = former == words_.sources.end() ? Seen() : former->second;
+      const Seen & before = former == words_.sources.end() ? unseen : former->second;
       U32 said = 0, last = 0;
       for ( auto & word : words_.now ) {
          if ( word.kept != Kept::in && word.where == where ) {
@@ -174,22 +182,19 @@ SimMirror::checkKeptOut( const std::map< Where, Seen > & sources ) const {
       }
       const bool changes = seen.kept != before.kept;
       if ( seen.kept != Kept::in && changes && last != U32( seen.kept ) ) {
-         return "not said: " + what + " is kept out";
+         return "not said: " + what() + " is kept out";
       }
       if ( strict && said > U32( changes ) && seen.kept != Kept::in && seen.by == before.by &&
            seen.creations == before.creations ) {
-         return "said again: " + what + " is kept out";
+         return "said again: " + what() + " is kept out";
       }
       const Told & told = toldOf( where.name );
-      const auto wanted = inHardware( where.name )
-                                ? wantedSources( *config_->session( where.name ) )
-                                : std::map< IntfId, Wanted >();
       auto source = wanted.find( where.port );
       const Kept expected = source == wanted.end() || told.sources.contains( where.port )
                                   ? Kept::in
                                   : keptOut( where.name, where.port, source->second.direction );
       if ( !told.refusedSources.contains( where.port ) && seen.kept != expected ) {
-         return "kept out: " + what + " is in state " + std::to_string( U32( seen.kept ) );
+         return "kept out: " + what() + " is in state " + std::to_string( U32( seen.kept ) );
       }
    }
    return "";

@@ -98,19 +98,19 @@ SimStorm::checkLimits( IntfId port, const Limits & limits ) const {
       auto wantedOne = want.find( level ), held = limits.find( level );
       const auto & w = wantedOne == want.end() ? noLimit : wantedOne->second;
       const auto & h = held == limits.end() ? noLimit : held->second;
-      const String name = port.stringValue() + " " + Kiv::toText( level );
+      auto name = [&] { return port.stringValue() + " " + Kiv::toText( level ); };
       if ( stormOfCpu( n ) && w.threshold.value() == 0 ) {
          auto rates = cpuRates_.find( ownerOf( port ) );
          const bool known = rates != cpuRates_.end() && rates->second.contains( level ) &&
                             rates->second.at( level ).contains( h.threshold.value() );
          if ( h.threshold.value() == 0 || ( !known && !( h.threshold == Threshold() ) ) ) {
-            return "a rate of zero to the CPU: " + name;
+            return "a rate of zero to the CPU: " + name();
          }
       } else if ( !( h.threshold == w.threshold ) ) {
-         return "limit: " + name + " has " + h.threshold.stringValue() + ", not " +
+         return "limit: " + name() + " has " + h.threshold.stringValue() + ", not " +
                 w.threshold.stringValue();
       } else if ( held != limits.end() && h.speedKbps != w.speedKbps ) {
-         return "speed of a limit: " + name;
+         return "speed of a limit: " + name();
       }
    }
    return {};

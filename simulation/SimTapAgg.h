@@ -82,12 +82,15 @@ class SimTapAgg : public SimFeature {
    bool tapMode() const;
    bool serves( IntfId intf ) const;
    std::set< String > namesInUse() const;
+   bool takes( IntfId intf, const Bridging::Input::ToolPortConfig & tool,
+               const Bridging::Input::TapGroups & groups ) const;
    std::set< IntfId > toolsOf( const TapGroups & groups ) const;
    QonChip::HeldTapPort wantedTap( IntfId intf ) const;
-   QonChip::HeldToolPort wantedTool( IntfId intf ) const;
+   QonChip::HeldToolPort wantedTool( IntfId intf, const std::set< String > & names ) const;
    U32 idOf( const String & name ) const;
-   String checkGroups() const;
-   String checkPort( IntfId intf ) const;
+   /** The names are those in use. */
+   String checkGroups( const std::set< String > & names ) const;
+   String checkPort( IntfId intf, const std::set< String > & names ) const;
    String checkWays( IntfId intf ) const;
 
    SoftChip::TapAggTable & table_;

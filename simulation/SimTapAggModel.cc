@@ -1,5 +1,7 @@
 // The model of tap aggregation: what is wanted by the configuration alone, and what must hold.
 
+#include <algorithm>
+
 #include "simulation/SimLag.h"
 #include "simulation/SimTapAgg.h"
 #include "simulation/World.h"
@@ -7,6 +9,7 @@
 namespace Sim {
 
 using Bridging::Input::TapGroups;
+using Bridging::Input::ToolPortConfig;
 using QonChip::HeldTapPort;
 using QonChip::HeldToolPort;
 using Ulnet::IntfId;
@@ -53,16 +56,21 @@ SimTapAgg::namesInUse() const {
    return names;
 }
 
+/** Whether the tool port shall get frames of the groups. */
+bool
+SimTapAgg::takes( IntfId intf, const ToolPortConfig & tool, const TapGroups & groups ) const {
+   return std::any_of( groups.begin(), groups.end(),
+                       [&]( const String & group ) { return tool.groupHas( group ); } ) &&
+          serves( intf ) && ( !tools_->activeHas( intf ) || tools_->active( intf ) );
+}
+
 /** Those that shall get frames of the groups. */
 std::set< IntfId >
 SimTapAgg::toolsOf( const TapGroups & groups ) const {
    std::set< IntfId > tools;
    for ( auto && [intf, tool] : config_->toolPortIteratorConst() ) {
-      const bool takes = serves( intf ) && ( !tools_->activeHas( intf ) || tools_->active( intf ) );
-      for ( const String & group : groups ) {
-         if ( takes && tool->groupHas( group ) ) {
-            tools.insert( intf );
-         }
+      if ( takes( intf, *tool, groups ) ) {
+         tools.insert( intf );
       }
    }
    return tools;
@@ -105,7 +113,7 @@ SimTapAgg::wantedTap( IntfId intf ) const {
 
 /** It is in every group of the chip of which one of its names is a part. */
 HeldToolPort
-SimTapAgg::wantedTool( IntfId intf ) const {
+SimTapAgg::wantedTool( IntfId intf, const std::set< String > & names ) const {
    auto config = config_->toolPort( intf );
    const U32 bound = table_.limits().maxFrameSize;
    HeldToolPort tool;
@@ -116,8 +124,8 @@ SimTapAgg::wantedTool( IntfId intf ) const {
    tool.brStrip = config->brStrip();
    tool.vnStrip = config->vnStrip();
    tool.mplsPop = config->mplsPop();
-   for ( const String & name : namesInUse() ) {
-      if ( const U32 id = idOf( name ); id && toolsOf( TapGroups( name ) ).contains( intf ) ) {
+   for ( const String & name : names ) {
+      if ( const U32 id = idOf( name ); id && takes( intf, *config, TapGroups( name ) ) ) {
          auto & members = tool.groups[id];
          for ( auto & [port, flags] : world_.acsd->lagToPort( intf ) ) {
             members.insert( port );
@@ -130,8 +138,8 @@ SimTapAgg::wantedTool( IntfId intf ) const {
 // --- What must hold ------------------------------------------------------------------------------
 
 String
-SimTapAgg::checkGroups() const {
-   for ( const String & name : namesInUse() ) {
+SimTapAgg::checkGroups( const std::set< String > & names ) const {
+   for ( const String & name : names ) {
       if ( !idOf( name ) && table_.held().groups.size() < table_.groupsAtMost() ) {
          return "group: " + name + " has none, and the chip is not full";
       }
@@ -153,7 +161,7 @@ SimTapAgg::checkGroups() const {
 }
 
 String
-SimTapAgg::checkPort( IntfId intf ) const {
+SimTapAgg::checkPort( IntfId intf, const std::set< String > & names ) const {
    auto & held = table_.held();
    const bool tap = config_->tapPortHas( intf ) && serves( intf ),
               tool = config_->toolPortHas( intf ) && serves( intf );
@@ -163,7 +171,7 @@ SimTapAgg::checkPort( IntfId intf ) const {
    if ( tap && !( held.taps.at( intf ) == wantedTap( intf ) ) ) {
       return "tap port: " + intf.stringValue();
    }
-   if ( tool && !( held.tools.at( intf ) == wantedTool( intf ) ) ) {
+   if ( tool && !( held.tools.at( intf ) == wantedTool( intf, names ) ) ) {
       return "tool port: " + intf.stringValue();
    }
    return tap ? checkWays( intf ) : String();
@@ -209,11 +217,12 @@ SimTapAgg::checkInvariants() const {
    if ( tapMode() != table_.held().inited && ( tapMode() || !waits ) ) {
       return "mode: the chip is set up, and should not be, or the other way round";
    }
-   if ( wrong = checkGroups(); !wrong.empty() ) {
+   const auto names = namesInUse();
+   if ( wrong = checkGroups( names ); !wrong.empty() ) {
       return wrong;
    }
    for ( U32 i = 0; i < world_.size( Range::intf ); ++i ) {
-      if ( wrong = checkPort( world_.intf( i ) ); !wrong.empty() ) {
+      if ( wrong = checkPort( world_.intf( i ), names ); !wrong.empty() ) {
          return wrong;
       }
    }

@@ -16,21 +16,26 @@ TapAggSm::checkInvariants() const {
 }
 
 String
+TapAggSm::brokenGroup( U32 id, const AllocatedGroupInfo & info ) const {
+   if ( id == 0 || pendingAggGroupHas( info.groupOwner() ) ) {
+      return "is pending, too, or is none";
+   }
+   for ( auto && [intf, ports] : info.intfListIteratorConst() ) {
+      auto port = allocatedPortInfo( intf );
+      if ( !port || !port->group( info.groupOwner() ) ) {
+         return intf.stringValue() + " does not know of it";
+      }
+   }
+   return groupInUse( info.groupOwner() ) || !groupCleanupClock_->idle()
+                ? ""
+                : "is nobody's, and nobody cleans up";
+}
+
+String
 TapAggSm::brokenGroups() const {
-   KeySet< String > owners;
    for ( auto && [id, info] : allocatedGroupInfoIteratorConst() ) {
-      const String where = "group " + Kiv::toText( id ) + " of " + info->groupOwner();
-      if ( id == 0 || pendingAggGroupHas( info->groupOwner() ) ) {
-         return where + ": is pending, too, or is none";
-      }
-      for ( auto && [intf, ports] : info->intfListIteratorConst() ) {
-         auto port = allocatedPortInfo( intf );
-         if ( !port || !port->group( info->groupOwner() ) ) {
-            return where + ": " + intf.stringValue() + " does not know of it";
-         }
-      }
-      if ( !groupInUse( info->groupOwner() ) && groupCleanupClock_->idle() ) {
-         return where + ": is nobody's, and nobody cleans up";
+      if ( const String what = brokenGroup( id, *info ); !what.empty() ) {
+         return "group " + Kiv::toText( id ) + " of " + info->groupOwner() + ": " + what;
       }
    }
    for ( auto && entry : groupIds_ ) {
@@ -56,22 +61,24 @@ TapAggSm::brokenPorts() const {
    U32 taps = 0, tools = 0;
    auto check = [&]( const TapAggIntfSm & sm, U32 & count ) {
       auto & hw = sm.hw();
-      const String where = Kiv::toText( sm.role() ) + " port " + sm.intf().stringValue();
+      auto breaks = [&]( const String & what ) {
+         broken = Kiv::toText( sm.role() ) + " port " + sm.intf().stringValue() + ": " + what;
+      };
       count += hw.initialized();
       if ( hw.told() != serves( sm ) || hw.initialized() != hw.told() ) {
-         broken = where + ": is set up, and should not be, or the other way round";
+         breaks( "is set up, and should not be, or the other way round" );
       }
       for ( const String & name : sm.names() ) {
          auto users = users_.users( name );
          if ( !users ||
               !( sm.role() == TapAggRole::tap ? users->taps : users->tools ).has( sm.intf() ) ) {
-            broken = where + ": is no user of " + name;
+            breaks( "is no user of " + name );
          }
       }
       for ( U32 group : hw.groups() ) {
          auto info = allocatedGroupInfo( group );
          if ( !info || !info->intfListHas( sm.intf() ) ) {
-            broken = where + ": is not in the list of group " + Kiv::toText( group );
+            breaks( "is not in the list of group " + Kiv::toText( group ) );
          }
       }
    };

@@ -184,25 +184,44 @@ IntfConfigMergeSm::idle() const {
 
 String
 IntfConfigMergeSm::checkInvariants() const {
-   auto merged = mergedIntfConfig();
-   for ( const Key & key : keys() ) {
-      const String name = intf_.stringValue() + " " + key.stringValue();
-      bool wanted = false;
-      for ( ConfigSource source : vlanMappingConfigSources ) {
-         wanted |= active( source ) && holds( source, key );
+   String broken;
+   auto check = [&]( const Key & key ) {
+      if ( const char * what = brokenKey( key ); broken.empty() && *what ) {
+         broken = intf_.stringValue() + " " + key.stringValue() + what;
       }
-      if ( wanted != ( merged && merged->vlanMappingConfigHas( key ) ) ) {
-         return name + ( wanted ? " is wanted and not merged" : " is merged and not wanted" );
-      }
-      if ( wanted ) {
-         const auto data = merged->vlanMappingConfig( key );
-         if ( !active( data.source() ) || !holds( data.source(), key ) ||
-              !( data.mapping() == mapping( data.source(), key ) ) ) {
-            return name + " is not merged as its owner wants it";
+   };
+   for ( ConfigSource source : vlanMappingConfigSources ) {
+      if ( auto config = merge_->sourceConfig( source, intf_ ) ) {
+         for ( auto && [key, mapping] : config->vlanMappingConfigIteratorConst() ) {
+            check( key );
          }
       }
    }
-   return "";
+   if ( auto merged = mergedIntfConfig() ) {
+      for ( auto && [key, data] : merged->vlanMappingConfigIteratorConst() ) {
+         check( key );
+      }
+   }
+   return broken;
+}
+
+const char *
+IntfConfigMergeSm::brokenKey( const Key & key ) const {
+   bool wanted = false;
+   for ( ConfigSource source : vlanMappingConfigSources ) {
+      wanted |= active( source ) && holds( source, key );
+   }
+   auto merged = mergedIntfConfig();
+   if ( wanted != ( merged && merged->vlanMappingConfigHas( key ) ) ) {
+      return wanted ? " is wanted and not merged" : " is merged and not wanted";
+   }
+   if ( !wanted ) {
+      return "";
+   }
+   const auto data = merged->vlanMappingConfig( key );
+   const bool owned = active( data.source() ) && holds( data.source(), key ) &&
+                      data.mapping() == mapping( data.source(), key );
+   return owned ? "" : " is not merged as its owner wants it";
 }
 
 // --- All interfaces ------------------------------------------------------------------------------

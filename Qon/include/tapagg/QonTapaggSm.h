@@ -270,6 +270,7 @@ class TapAggSm : public QonBaseSm, public Checked {
    void cleanUpGroup( const AllocatedGroupInfo::Ptr & info );
    void prune( const AllocatedGroupInfo::Ptr & info );
    void raiseHwResourceFull();
+   String brokenGroup( U32 id, const AllocatedGroupInfo & info ) const;
    String brokenGroups() const;
    String brokenPorts() const;
    void verifyGroups();

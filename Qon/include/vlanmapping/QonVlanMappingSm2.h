@@ -202,6 +202,8 @@ class IntfConfigMergeSm : public QonBaseSm {
    void reevaluateVlanMappingKey( const Key & key );
    /** Every key that a source holds, or that is merged. */
    std::vector< Key > keys() const;
+   /** What is wrong with it; empty: nothing. */
+   const char * brokenKey( const Key & key ) const;
    /** Nobody wants anything, and nothing is merged. */
    bool idle() const;
 
