@@ -130,11 +130,11 @@ TapAggSm::answer( const Question & question ) {
 }
 
 void
-TapAggSm::ask( Question question ) {
+TapAggSm::ask( const Question & question ) {
    if ( initialized() ) {
-      questions_.ask( this, std::move( question ), [this]( const Question & q ) { take( q ); } );
+      questions_.ask( this, question, [this]( const Question & q ) { take( q ); } );
    } else {
-      questions_.add( std::move( question ) );
+      questions_.add( question );
    }
 }
 

@@ -75,7 +75,9 @@ TapAggIntfSm::review() {
    }
    reviewSettings( true );
    reviewGroups( wanted );
-   leaveNames( wanted );
+   if ( names_.size() != wanted.size() ) { // all that are wanted are among them
+      leaveNames( wanted );
+   }
    if ( !hw_.initialized_ ) {
       hw_.initialized_ = true;
       root_->initedCountInc( *this, 1 );

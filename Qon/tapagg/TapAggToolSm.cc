@@ -102,7 +102,10 @@ TapAggToolSm::reviewSettings( bool wanted ) {
 #define APPLIER( Type, name, Handler, Configured, hook ) &TapAggToolSm::apply##Handler,
    static constexpr Apply appliers[] = { QON_TOOL_SETTINGS( APPLIER ) };
 #undef APPLIER
-   applySettings( *this, appliers, wanted ? wantedSettings() : Settings(), !wanted );
+   const Settings want = wanted ? wantedSettings() : Settings();
+   if ( !( want == applied_ ) ) {
+      applySettings( *this, appliers, want, !wanted );
+   }
 }
 
 // --- Its groups ----------------------------------------------------------------------------------

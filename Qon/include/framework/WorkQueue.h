@@ -44,9 +44,9 @@ class WorkQueue {
    }
    /** add(), then drain(). */
    template< class Act >
-   void ask( const Velto::Node * owner, Question question, Act && act ) {
+   void ask( const Velto::Node * owner, const Question & question, Act && act ) {
       if ( draining_ || !waiting_.empty() ) {
-         add( std::move( question ) );
+         add( question );
          drain( owner, act );
       } else {
          answerAll( owner, &question, act );

@@ -201,7 +201,7 @@ class TapAggSm : public QonBaseSm, public Checked {
       questions_.add( { what, intf, std::move( name ), std::move( classMap ) } );
    }
    /** later(), then settle(). */
-   void ask( Question question );
+   void ask( const Question & question );
    void settle();
    void drain();
    void take( const Question & question );

@@ -264,6 +264,7 @@ class TapAggToolSm : public TapAggIntfSm {
 #define QON_TOOL_FIELD( Type, name, Handler, Configured, hook ) Type name{};
       QON_TOOL_SETTINGS( QON_TOOL_FIELD )
 #undef QON_TOOL_FIELD
+      bool operator==( const Settings & ) const = default;
    };
    using Apply = void ( TapAggToolSm::* )( const Settings & want );
 
