@@ -352,14 +352,15 @@ SimAcl::vlanIs( const Event & event ) {
 void
 SimAcl::internalVlanIs( const Event & event ) {
    const IntfId intf = subIntf( event[0] );
+   // What is wanted is looked at while hooks are called: it is written down first.
    if ( event[2] < 2 ) {
-      world_.acsd->internalVlanDel( intf );
       internal_.erase( intf );
+      world_.acsd->internalVlanDel( intf );
    } else if ( event[2] < 3 && sm_->initialized() ) {
       world_.acsd->internalVlanIs( intf, event[1] % 2 ? 0 : 4095 ); // as if nothing had been said
    } else {
-      world_.acsd->internalVlanIs( intf, world_.vlan( event[1] ).value() );
       internal_[intf] = world_.vlan( event[1] );
+      world_.acsd->internalVlanIs( intf, world_.vlan( event[1] ).value() );
    }
 }
 
