@@ -85,11 +85,11 @@ MirroringSm::later( Work work ) {
 }
 
 void
-MirroringSm::ask( Work work ) {
+MirroringSm::ask( const Work & work ) {
    if ( initialized() ) {
-      work_.ask( this, std::move( work ), [this]( const Work & each ) { answerIfHeard( each ); } );
+      work_.ask( this, work, [this]( const Work & each ) { answerIfHeard( each ); } );
    } else {
-      later( std::move( work ) );
+      later( work );
    }
 }
 

@@ -19,10 +19,12 @@
 // 4. Cost: a look-up in an empty map does not hash; up to 8 keys are searched in order. No single
 //    insert or erase takes longer than the splitting of one segment of the index; only clear(),
 //    copying and destruction take time by the number of entries.
-// 5. An empty map is one pointer. What its entries took is given back as they go.
+// 5. An empty map is one pointer. What its entries took is given back as they go, but for the last
+//    chunk of a map that is not empty, which is filled anew.
 //
 // The map owns keys and values. Both must be movable, K copyable too; what is left of a moved one
-// must be inert, and so must a constructor be that is noexcept: others may change the map. V may be an empty class (a set): it takes no room. No locks: one thread.
+// must be inert, and so must a constructor be that is noexcept: others may change the map. V may be
+// an empty class (a set): it takes no room. No locks: one thread.
 
 #include <memory>
 #include <optional>

@@ -136,7 +136,7 @@ class MirroringSm : public QonBaseSm, public Checked {
    /** When what is asked already has its answer. */
    void later( Work work );
    /** Now, unless another question is just being answered. */
-   void ask( Work work );
+   void ask( const Work & work );
    void settle();
    void drain();
    void answer( const Work & work );
