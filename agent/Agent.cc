@@ -60,9 +60,12 @@ void
 Agent::settingsAre( const Features & features, const Settings & settings ) {
    for ( auto & kind : features ) {
       for ( auto & option : kind.options ) {
+         auto & words = option.words;
          auto chosen = settings.find( option.name );
-         const String & word = chosen == settings.end() ? option.words[0] : chosen->second;
-         if ( std::find( option.words.begin(), option.words.end(), word ) == option.words.end() ) {
+         const String word = chosen != settings.end() ? chosen->second
+                             : words.empty()          ? ""
+                                                      : words[0];
+         if ( !words.empty() && std::find( words.begin(), words.end(), word ) == words.end() ) {
             throw Velto::RangeError( option.name + " cannot be '" + word + "'" );
          }
          settings_[option.name] = word;

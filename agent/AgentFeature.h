@@ -83,10 +83,11 @@ class AgentFeature {
    virtual std::vector< EventKind > eventKinds() { return {}; }
 };
 
-/** A choice that a feature leaves to whoever starts the agent: `--NAME WORD`. */
+/** A choice that a feature leaves to whoever starts the agent: `--NAME WORD`; or a path at which
+    something comes to it from outside, which no recording has: `--NAME PATH`. */
 struct FeatureOption {
    String name;
-   std::vector< String > words; ///< the first is taken unless another is chosen
+   std::vector< String > words; ///< the first is taken unless another is chosen; none: a path
    String help;
 };
 

@@ -1,7 +1,6 @@
 #include "agent/AgentProgram.h"
 
 #include <signal.h>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -13,9 +12,11 @@
 
 #include "agent/AgentRun.h"
 #include "agent/Reference.h"
+#include "agent/base/FileMode.h"
 #include "agent/base/Json.h"
 #include "agent/base/PlainWords.h"
 #include "agent/base/Readiness.h"
+#include "agent/base/SignalWatch.h"
 #include "agent/base/Version.h"
 #include "agent/server/Console.h"
 #include "agent/server/SocketServer.h"
@@ -49,12 +50,11 @@ struct Options {
 /** Octal digits as a number. */
 String
 modeOf( const String & text ) {
-   char * end = nullptr;
-   const unsigned long mode = std::strtoul( text.c_str(), &end, 8 );
-   if ( text.empty() || *end || mode > 0777 ) {
-      throw CLI::ValidationError( "expected up to 0777, found '" + text + "'" );
+   try {
+      return Kiv::toText( fileMode( text ) );
+   } catch ( const Velto::RangeError & e ) {
+      throw CLI::ValidationError( e.what() );
    }
-   return Kiv::toText( U32( mode ) );
 }
 
 String program; // argv[0] without its folder, with which messages begin
@@ -64,44 +64,6 @@ say( const String & line ) {
    std::fprintf( stderr, "%s: %s\n", program.c_str(),
                  Kiv::printable( plainWords( line ) ).c_str() );
 }
-
-/** Hears SIGTERM and SIGINT, which end the agent, and SIGHUP. */
-class SignalWatch : private Kiv::FdWatch {
- public:
-   SignalWatch( Kiv::EventLoop & loop, std::function< void() > reload )
-       : FdWatch( &loop, descriptor() ), reload_( std::move( reload ) ) {
-      wanted( true, false );
-   }
-   bool stopped() const { return stopped_; }
-
-   ~SignalWatch() override { close( fd() ); }
-
- private:
-   static int descriptor() {
-      sigset_t set;
-      sigemptyset( &set );
-      sigaddset( &set, SIGTERM );
-      sigaddset( &set, SIGINT );
-      sigaddset( &set, SIGHUP );
-      VELTO_ASSERT( sigprocmask( SIG_BLOCK, &set, nullptr ) == 0 );
-      int fd = signalfd( -1, &set, SFD_CLOEXEC | SFD_NONBLOCK );
-      VELTO_ASSERT( fd >= 0 );
-      return fd;
-   }
-   void ready( bool, bool ) override {
-      signalfd_siginfo info;
-      if ( read( fd(), &info, sizeof( info ) ) == ssize_t( sizeof( info ) ) ) {
-         if ( info.ssi_signo == SIGHUP ) {
-            reload_();
-         } else {
-            stopped_ = true;
-         }
-      }
-   }
-
-   const std::function< void() > reload_;
-   bool stopped_ = false;
-};
 
 /** Descriptors are served in real time; the agent's clocks run on it, or on a time of their own. */
 class Program {
@@ -254,6 +216,16 @@ Program::run() {
 }
 
 void
+addSetting( CLI::App & app, Options & options, const FeatureOption & option ) {
+   const auto taken = app.add_option_function< String >(
+         "--" + option.name,
+         [&options, name = option.name]( const String & word ) { options.settings[name] = word; },
+         option.help + ( option.words.empty() ? "" : "; unless given, " + option.words[0] ) );
+   option.words.empty() ? taken->type_name( "PATH" )
+                        : taken->check( CLI::IsMember( option.words ) );
+}
+
+void
 describe( CLI::App & app, Options & options, const Chips & chips ) {
    app.add_option( "-c,--config", options.config, "switch configuration, a ConfigDB JSON file" )
          ->type_name( "FILE" );
@@ -295,13 +267,7 @@ describe( CLI::App & app, Options & options, const Chips & chips ) {
    }
    for ( auto & feature : agentFeatures() ) {
       for ( auto & option : feature.options ) {
-         app.add_option_function< String >(
-                  "--" + option.name,
-                  [&options, name = option.name]( const String & word ) {
-                     options.settings[name] = word;
-                  },
-                  option.help + "; unless given, " + option.words[0] )
-               ->check( CLI::IsMember( option.words ) );
+         addSetting( app, options, option );
       }
    }
    const String agent = "\n  " + program;
@@ -318,6 +284,13 @@ describe( CLI::App & app, Options & options, const Chips & chips ) {
     empty if nothing is. */
 String
 settled( Options & options, const CLI::App & app ) {
+   for ( auto & feature : agentFeatures() ) {
+      for ( auto & option : feature.options ) {
+         if ( option.words.empty() && app.count( "--" + option.name ) && !options.record.empty() ) {
+            return "--record: what comes by --" + option.name + " cannot be recorded";
+         }
+      }
+   }
    if ( app.count( "--socket" ) ) {
       return options.socket.empty() ? "--socket: a path is expected, it is empty" : "";
    }

@@ -14,6 +14,7 @@
    one( multicastFeature ) \
    one( tapAggFeature )    \
    one( aclFeature )       \
+   one( fibFeature )       \
    one( verifyFeature )
 // clang-format on
 

@@ -15,6 +15,8 @@
 // 3. An entry that is being written is passed over: its change is still to come. If its writer died in
 //    it, what was told of it stays until the next generation is there.
 // 4. The memory of the old generation is held until the new one is told.
+// 5. The note that whoever follows left at a key stays with the key until it is deleted, wherever
+//    the key moves. Of a writer that breaks the rules a key may be told with two notes.
 
 #include <memory>
 #include <vector>
@@ -24,14 +26,14 @@
 
 namespace Quarn {
 
-/** The keys that were told, by position. */
+/** The keys that were told, by position, each with a note of a number. */
 template< U32 keyWords >
 class ToldKeys {
    static constexpr U32 chunkBits = 10;
    static constexpr U32 chunkSize = 1u << chunkBits;
    struct Chunk {
       std::array< Words< keyWords >, chunkSize > keys;
-      std::array< U8, chunkSize > told = {};
+      std::array< U32, chunkSize > told = {}; // 0, or the note and 1
    };
 
  public:
@@ -41,7 +43,10 @@ class ToldKeys {
       const U32 in = position & ( chunkSize - 1 );
       return chunk && chunk->told[in] ? &chunk->keys[in] : nullptr;
    }
-   void set( U32 position, const Words< keyWords > & key ) {
+   U32 note( U32 position ) const {
+      return chunks_[position >> chunkBits]->told[position & ( chunkSize - 1 )] - 1;
+   }
+   void set( U32 position, const Words< keyWords > & key, U32 note ) {
       const U32 at = position >> chunkBits;
       if ( at >= chunks_.size() ) {
          chunks_.resize( at + 1 );
@@ -52,7 +57,7 @@ class ToldKeys {
       const U32 in = position & ( chunkSize - 1 );
       count_ += chunks_[at]->told[in] ? 0 : 1;
       chunks_[at]->keys[in] = key;
-      chunks_[at]->told[in] = 1;
+      chunks_[at]->told[in] = note + 1;
    }
    void clear( U32 position ) {
       chunks_[position >> chunkBits]->told[position & ( chunkSize - 1 )] = 0;
@@ -80,6 +85,15 @@ class ChaseOf {
    U64 overtaken() const { return overtaken_; }
    U64 behind() const { return from_ ? View( *from_ ).head( own_ ) - own_ : 0; }
    U32 toldKeys() const { return told_.count() + strays_.size() + kept_.size(); }
+
+   /** Of the key that is being told, or deleted: what noteIs() said of it last; 0 at first. */
+   U32 note() const { return note_; }
+   /** For the key that is being told; any number but the greatest. */
+   void noteIs( U32 note ) {
+      VELTO_ASSERT( note + 1 != 0 && position_ != nowhere );
+      note_ = note;
+      told_.set( position_, *told_.find( position_ ), note );
+   }
 
  protected:
    ChaseOf() = default;
@@ -111,7 +125,8 @@ class ChaseOf {
       U64 hash() const { return hashOfWords( key.data(), keyWords, 0 ); }
       bool operator==( const Stray & ) const = default;
    };
-   using Strays = Kiv::DenseMap< Stray, Kiv::Nothing >;
+   using Strays = Kiv::DenseMap< Stray, U32 >; // with their notes
+   static constexpr U32 nowhere = ~U32( 0 );
 
    bool step( const Memory & current );
    bool follow( const Memory & current );
@@ -125,6 +140,12 @@ class ChaseOf {
 
    bool noteTold( U32 position, const Key & key );
    bool noteGone( U32 position, const Key & key );
+   void noteStray( U32 position );
+   void forget( U32 position );
+   void deleted( const Key & key ) {
+      position_ = nowhere;
+      tellDel( key );
+   }
    bool mayDiffer( const Entry & entry ) const;
    bool movesOn() const { return to_ != from_; }
 
@@ -141,6 +162,8 @@ class ChaseOf {
    U32 place_ = 0;
    U32 used_ = 0;
    U64 overtaken_ = 0;
+   U32 note_ = 0;
+   U32 position_ = nowhere; // of the key that was told last
    ToldKeys< keyWords > told_;
    Strays strays_;
    Strays kept_; // strays that the sweep has left
@@ -253,7 +276,7 @@ ChaseOf< keyWords, valueWords >::tellChange() {
       noteTold( change.position, entry.key );
       tell( entry.key, entry.value );
    } else if ( noteGone( change.position, entry.key ) ) {
-      tellDel( entry.key );
+      deleted( entry.key );
    }
 }
 
@@ -288,11 +311,12 @@ ChaseOf< keyWords, valueWords >::gather() {
       return;
    }
    const Key key = *told;
-   told_.clear( position );
    if ( View( *to_ ).find( key, &entry ) == Found::no ) {
-      tellDel( key );
+      forget( position );
+      deleted( key );
    } else {
-      strays_.emplace( Stray{ key } );
+      noteStray( position );
+      told_.clear( position );
    }
 }
 
@@ -336,12 +360,12 @@ ChaseOf< keyWords, valueWords >::sweep() {
       return;
    }
    const Stray stray = strays_.front().key;
-   strays_.erase( stray );
+   note_ = *strays_.take( stray );
    Entry entry;
    if ( View( *to_ ).find( stray.key, &entry ) == Found::no ) {
-      tellDel( stray.key );
+      deleted( stray.key );
    } else {
-      kept_.emplace( stray );
+      kept_.emplace( stray, note_ );
    }
 }
 
@@ -363,16 +387,20 @@ ChaseOf< keyWords, valueWords >::finish() {
 template< U32 keyWords, U32 valueWords >
 bool
 ChaseOf< keyWords, valueWords >::noteTold( U32 position, const Key & key ) {
+   position_ = position;
    const Key * there = told_.find( position );
    if ( there && *there == key ) {
+      note_ = told_.note( position );
       return true;
    }
    if ( there ) {
-      strays_.emplace( Stray{ *there } );
+      noteStray( position );
       unsure_ = true;
    }
-   told_.set( position, key );
-   return !strays_.empty() && strays_.erase( Stray{ key } );
+   const auto stray = strays_.empty() ? std::nullopt : strays_.take( Stray{ key } );
+   note_ = stray.value_or( 0 );
+   told_.set( position, key, note_ );
+   return stray.has_value();
 }
 
 /** Whether the key was told before. */
@@ -381,10 +409,25 @@ bool
 ChaseOf< keyWords, valueWords >::noteGone( U32 position, const Key & key ) {
    const Key * there = told_.find( position );
    if ( there && *there == key ) {
-      told_.clear( position );
+      forget( position );
       return true;
    }
-   return !strays_.empty() && strays_.erase( Stray{ key } );
+   const auto stray = strays_.empty() ? std::nullopt : strays_.take( Stray{ key } );
+   note_ = stray.value_or( 0 );
+   return stray.has_value();
+}
+
+template< U32 keyWords, U32 valueWords >
+void
+ChaseOf< keyWords, valueWords >::noteStray( U32 position ) {
+   strays_.emplace( Stray{ *told_.find( position ) }, told_.note( position ) );
+}
+
+template< U32 keyWords, U32 valueWords >
+void
+ChaseOf< keyWords, valueWords >::forget( U32 position ) {
+   note_ = told_.note( position );
+   told_.clear( position );
 }
 
 } // namespace Quarn

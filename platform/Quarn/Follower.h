@@ -49,6 +49,13 @@ class Follower : private Kiv::Task, private FollowerLink {
    /** Whether everything is told, as far as the process was awake to see it. */
    bool idle() const { return !awake(); }
 
+ protected:
+   /** A number that is kept with each key while it is told; 0 at first. In a handler, that of the
+       handler's key, so that whoever follows needs no map of its own. */
+   U32 note() const { return chase_.note(); }
+   /** In handleValue(), before anything that may end the follower: any number but the greatest. */
+   void noteIs( U32 note ) { chase_.noteIs( note ); }
+
  private:
    /** A member, so that its names are not in the way of those of whoever derives. */
    class Telling : public ChaseOf< wordsIn< K >, wordsIn< V > > {
@@ -57,6 +64,8 @@ class Follower : private Kiv::Task, private FollowerLink {
     public:
       explicit Telling( Follower * follower ) : follower_( follower ) {}
       using Base::hasNews;
+      using Base::note;
+      using Base::noteIs;
       using Base::Work;
       using Base::work;
 

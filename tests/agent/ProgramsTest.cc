@@ -120,6 +120,29 @@ TEST( Programs, AnAgentOnTheExampleAnswersAndEndsCleanly ) {
                                  ": no agent serves this socket: No such file or directory\n" );
 }
 
+TEST( Programs, AForwardingTableIsWrittenFollowedAndOutlivesItsWriter ) {
+   const String place = "/tmp/qon-fib." + std::to_string( getpid() ), file = place + ".routes";
+   std::ofstream( file ) << "0 10.0.0.0/8 192.0.2.1@Ethernet1 192.0.2.2@Ethernet2\n";
+   const String fib = program( "qon-fib" ) + " --fib " + place + " ";
+   RunningAgent agent( { "--fib", place } );
+   const Result writer =
+         sh( "timeout -s INT 2 " + fib + file + " & sleep 1; " + program( "qonctl" ) +
+             " --wait 20 --socket " + agent.socket + " show route 10.1.2.3 --json; wait" );
+   EXPECT_EQ( writer.output,
+              "qon-fib: ready, serving " + place +
+                    ": 1 routes, 1 classes\n[\n  {\"vrf\":0,\"prefix\":\"10.0.0.0/8\","
+                    "\"fec\":4294967296,\"nextHops\":[\"192.0.2.1 Ethernet1\","
+                    "\"192.0.2.2 Ethernet2\"],\"adjacency\":1,\"state\":\"requested\","
+                    "\"why\":\"\"}\n]\n" );
+   EXPECT_EQ( agent.ctl( "show adjacency 1" ).code, 0 );
+   const Result refused = sh( "echo '0 ::/0 nowhere' | " + fib + "-" );
+   EXPECT_EQ( refused.code, 2 );
+   EXPECT_EQ( refused.output, "qon-fib: error: -:1: expected ADDRESS@INTERFACE, @INTERFACE, drop, "
+                              "local, 'fec NUMBER' or -, found 'nowhere'\n" );
+   EXPECT_EQ( agent.end( SIGTERM ), 0 );
+   sh( "rm -f " + place + "*" );
+}
+
 TEST( Programs, AWatchPrintsChangesUntilTheAgentEnds ) {
    RunningAgent agent( { "--config", "examples/leaf.json" } );
    String path = "'interface/status/eth/phy/intfStatus[Ethernet5]/linkUp'";

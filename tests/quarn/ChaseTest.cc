@@ -15,6 +15,8 @@ class Chase : public Quarn::ChaseOf< 2, 2 > {
  public:
    using Memory = std::shared_ptr< Quarn::Mapping >;
    std::map< U32, U32 > held;
+   std::map< U32, U32 > notes; // left at each key
+   bool damaged = false;       // no writer leaves a memory like that
    U32 told = 0;
    U32 completes = 0;
    U32 raiseOneIn = 0;
@@ -44,11 +46,15 @@ class Chase : public Quarn::ChaseOf< 2, 2 > {
       }
    }
    void tell( const Pair & key, const Pair & value ) override {
+      noted( held.contains( key[0] ) ? notes[key[0]] : 0 );
       held[key[0]] = value[0];
+      noteIs( notes[key[0]] = rng.below( 1000 ) );
       raise();
    }
+   void noted( U32 expected ) const { EXPECT_TRUE( damaged || note() == expected ); }
    void tellDel( const Pair & key ) override {
       EXPECT_EQ( held.erase( key[0] ), 1u ) << "deleted, but not told: " << key[0];
+      noted( notes[key[0]] );
       raise();
    }
    void tellComplete() override { ++completes; }
@@ -112,6 +118,7 @@ history( U64 seed, U32 raiseOneIn ) {
       if ( rng.oneIn( 5 ) ) { // a new writer, which begins with much the same
          if ( rng.oneIn( 2 ) ) {
             live->dieInside( rng );
+            chase.damaged = true;
          }
          auto next = std::make_unique< Generation >( 400, &counter );
          for ( const auto & [key, value] : live->model ) {
