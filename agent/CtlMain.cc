@@ -1,21 +1,16 @@
 // qonctl: the console of a running qon-agent.
 
-#include <sys/ioctl.h>
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <cstring>
 #include <functional>
-#include <nlohmann/json.hpp>
 
 #include "agent/base/ClockText.h"
 #include "agent/base/Version.h"
+#include "agent/ctl/Capture.h"
 #include "agent/ctl/Client.h"
-#include "agent/ctl/Table.h"
+#include "agent/ctl/Output.h"
 #include "agent/server/SocketServer.h"
 #include "platform/Kiv/Printable.h"
 
@@ -36,40 +31,11 @@ struct Options {
    String path;
    String value;
    String message;
+   String capture;
    double seconds = 0;
    bool stamps = false;
    std::vector< String > words;
 };
-
-/** Velto::RangeError: the output takes no more. */
-void
-checkOutput( bool written ) {
-   if ( !written ) {
-      throw Velto::RangeError( String( "standard output: " ) + std::strerror( errno ) );
-   }
-}
-
-void
-print( const String & text ) {
-   checkOutput( std::fputs( text.c_str(), stdout ) >= 0 );
-}
-
-String
-jsonText( const Json & json, int indent = -1 ) {
-   return json.dump( indent, ' ', false, Json::error_handler_t::replace );
-}
-
-void
-printJson( const Json & json, int indent = 2 ) {
-   print( jsonText( json, indent ) + "\n" );
-}
-
-/** How wide a table may be: as the terminal is, or as it gets. */
-U32
-tableWidth() {
-   winsize size = {};
-   return ioctl( STDOUT_FILENO, TIOCGWINSZ, &size ) == 0 ? size.ws_col : 0;
-}
 
 U32
 levelOf( const String & text ) {
@@ -81,35 +47,13 @@ levelOf( const String & text ) {
    return U32( level );
 }
 
-/** The rows of a table that the console makes itself. */
-Json
-column( const char * field, const char * heading ) {
-   return { { "field", field }, { "heading", heading }, { "numeric", false } };
-}
-
-/** Entries of a JSON array or object, a line each, as they come. */
-class JsonList {
- public:
-   explicit JsonList( const char * brackets ) : brackets_( brackets ) {}
-   void entry( const String & text ) {
-      print( ( begun_ ? ",\n  " : String( 1, brackets_[0] ) + "\n  " ) + text );
-      begun_ = true;
-   }
-   void end() {
-      print( begun_ ? String( "\n" ) + brackets_[1] + "\n" : String( brackets_ ) + "\n" );
-   }
-
- private:
-   const char * const brackets_;
-   bool begun_ = false;
-};
-
 class Ctl {
  public:
    explicit Ctl( const Options & options )
        : options_( options ), client_( options.socket, options.wait, options.timeout ) {}
 
    int show();
+   int frame();
    int get();
    int set();
    int change( const char * what );
@@ -126,6 +70,7 @@ class Ctl {
 
  private:
    int showHelp();
+   void road( const String & fields, std::size_t number, Printer & printer );
    void printChange( const Json & line ) const;
    void printTable( const Json & columns, const Json & rows ) const;
 
@@ -160,17 +105,63 @@ Ctl::show() {
       return showHelp();
    }
    const Json head = client_.ask( { { "do", "show" }, { "words", options_.words } } );
-   JsonList list( "[]" );
-   Table table( head.at( "columns" ), tableWidth(), print );
+   Printer printer( options_.json, head.at( "columns" ) );
    for ( Json line; client_.more( line ); ) {
-      if ( options_.json ) {
-         list.entry( jsonText( line.at( "row" ) ) );
-      } else {
-         table.row( line.at( "row" ) );
+      printer.row( line.at( "row" ) );
+   }
+   printer.end();
+   return 0;
+}
+
+/** The road of one frame that is given by its fields, or of each frame of a capture, with its number. */
+int
+Ctl::frame() {
+   std::vector< String > frames;
+   if ( options_.capture.empty() ) {
+      String fields;
+      for ( auto & word : options_.words ) {
+         fields += ( fields.empty() ? "" : "," ) + word;
+      }
+      frames.push_back( fields );
+   }
+   for ( auto & octets :
+         options_.capture.empty() ? std::vector< String >() : readCapture( options_.capture ) ) {
+      frames.push_back( "bytes=" + hexOf( octets ) );
+   }
+   Json columns = Json::array( { column( "stage", "Stage" ), column( "what", "What" ) } );
+   if ( !options_.capture.empty() ) {
+      columns.insert( columns.begin(), column( "frame", "Frame" ) );
+   }
+   Printer printer( options_.json, columns );
+   for ( std::size_t number = 1; number <= frames.size(); ++number ) {
+      try {
+         road( frames[number - 1], number, printer );
+      } catch ( const NoAgent & ) {
+         throw;
+      } catch ( const Velto::RangeError & e ) {
+         throw Velto::RangeError( options_.capture.empty()
+                                        ? e.what()
+                                        : options_.capture + ": frame " + std::to_string( number ) +
+                                                ": " + e.what() );
       }
    }
-   options_.json ? list.end() : table.end();
+   printer.end();
    return 0;
+}
+
+void
+Ctl::road( const String & fields, std::size_t number, Printer & printer ) {
+   std::vector< String > words = { "hw", "frame", options_.path };
+   if ( !fields.empty() ) {
+      words.push_back( fields );
+   }
+   client_.ask( { { "do", "show" }, { "words", words } } );
+   for ( Json line; client_.more( line ); ) {
+      if ( !options_.capture.empty() ) {
+         line["row"]["frame"] = number;
+      }
+      printer.row( line.at( "row" ) );
+   }
 }
 
 int
@@ -376,6 +367,18 @@ Ctl::verify() {
 
 using Command = std::function< int( Ctl & ) >;
 
+void
+describeFrame( CLI::App & frame, Options & options ) {
+   frame.add_option( "PORT", options.path, "where it arrives" )->required();
+   auto fields = frame.add_option( "FIELD=VALUE", options.words,
+                                   "dmac, smac, vlan, inner, priority, ethertype, src, dst, "
+                                   "protocol, sport, dport, flags, icmp, code, fragment" );
+   frame.add_option( "--capture", options.capture,
+                     "the frames of a file (pcap) instead; - is standard input" )
+         ->type_name( "FILE" )
+         ->excludes( fields );
+}
+
 /** Declares the subcommands; the one that is given leaves what to do in `command`. */
 void
 describe( CLI::App & app, Options & options, Command & command ) {
@@ -391,6 +394,9 @@ describe( CLI::App & app, Options & options, Command & command ) {
    };
    sub( "show", "show a table; alone: the tables there are", &Ctl::show )
          ->add_option( "WHAT", options.words, "name of the table, and its arguments" );
+   describeFrame(
+         *sub( "frame", "ask the chip in software what becomes of a frame at a port", &Ctl::frame ),
+         options );
    path( sub( "get", "print the value at a path", &Ctl::get ) );
    sub( "set", "set the value at a path; several are set together, or none of them", &Ctl::set )
          ->add_option( "PATH_VALUE", options.words, "a path and its text, as often as needed" )
@@ -457,6 +463,8 @@ const char examples[] =
       "  qonctl show port-channel\n"
       "  qonctl show port-channel members PortChannel1 --json\n"
       "  qonctl show entity interface/status/eth/lag\n"
+      "  qonctl frame Ethernet0 dmac=02:11:22:00:00:01 vlan=10\n"
+      "  qonctl frame Ethernet0 --capture trace.pcap\n"
       "  qonctl get 'acsd/portToLag[Ethernet0]'\n"
       "  qonctl set 'interface/status/eth/phy/intfStatus[Ethernet0]/linkUp' False\n"
       "  qonctl event link port=Ethernet0 up=false\n"

@@ -2,6 +2,7 @@
 
 #include "agent/features/AclReading.h"
 #include "agent/features/Arguments.h"
+#include "agent/features/PacketFields.h"
 
 namespace QonAgent {
 
@@ -9,52 +10,6 @@ using Acl::AclDirection;
 using Ulnet::IntfId;
 
 namespace {
-
-constexpr char packetForm[] = "src=10.0.0.1,dst=10.0.0.2,protocol=6,sport=1024,dport=80";
-
-template< class T >
-T
-fieldValue( const String & field, const String & text ) {
-   try {
-      return Kiv::fromText< T >( text );
-   } catch ( const Velto::RangeError & e ) {
-      throw Velto::RangeError( "packet: " + field + ": " + e.what() );
-   }
-}
-
-/** "src=10.0.0.1,dport=80": what is not named is zero, or not there. */
-QonChip::AclPacket
-packetOf( const String & text ) {
-   QonChip::AclPacket packet;
-   for ( const String & part : text.empty() ? std::vector< String >() : Kiv::split( text, ',' ) ) {
-      const auto sign = part.find( '=' );
-      const String field = part.substr( 0, sign );
-      const String value = sign == String::npos ? "" : part.substr( sign + 1 );
-      if ( field == "src" || field == "dst" ) {
-         ( field == "src" ? packet.src : packet.dst ) =
-               fieldValue< Ulnet::IpGenAddr >( field, value );
-      } else if ( field == "smac" || field == "dmac" ) {
-         ( field == "smac" ? packet.ethSrc : packet.ethDst ) =
-               fieldValue< Ulnet::EthAddr >( field, value );
-      } else if ( field == "sport" || field == "dport" ) {
-         ( field == "sport" ? packet.srcPort : packet.dstPort ) = fieldValue< U16 >( field, value );
-      } else if ( field == "protocol" ) {
-         packet.protocol = fieldValue< U8 >( field, value );
-      } else if ( field == "flags" ) {
-         packet.tcpFlags = fieldValue< U8 >( field, value );
-      } else if ( field == "icmp" ) {
-         packet.icmpType = fieldValue< U8 >( field, value );
-      } else if ( field == "ethertype" ) {
-         packet.etherType = fieldValue< U16 >( field, value );
-      } else if ( field == "fragment" ) {
-         packet.fragment = true;
-      } else {
-         throw Velto::RangeError( "packet: no field '" + field + "'; expected, for example, " +
-                                  packetForm );
-      }
-   }
-   return packet;
-}
 
 const char *
 shownVerdict( QonChip::AclVerdict verdict ) {

@@ -1,6 +1,7 @@
 #include "agent/features/FaultFeature.h"
 
 #include "agent/features/Arguments.h"
+#include "agent/features/FrameFields.h"
 
 namespace QonAgent {
 
@@ -91,25 +92,41 @@ FaultFeature::eventKinds() {
               [this]( const Json & line ) { return parseLatency( line ); } } };
 }
 
+/** "Ethernet12 with tag 10, cut to 64" */
+String
+FaultFeature::shownCopy( const SoftChip::Copy & copy ) const {
+   String what = agent_.names().spelling( copy.port ) + " " + SoftChip::shown( copy.tags );
+   for ( auto & change : copy.changes ) {
+      what += ", " + change;
+   }
+   return what;
+}
+
 /** The steps of the road, then the copies that leave. */
 Rows
 FaultFeature::road( Arguments arguments ) const {
    const auto passage = chip_->forward(
-         { arguments.intf( 0 ), arguments.mac( 1 ), arguments.mac( 3 ), arguments.vlan( 2 ) } );
+         frameOf( arguments.intf( 0 ), arguments.has( 1 ) ? arguments.text( 1 ) : "" ) );
    for ( auto & step : passage.steps ) {
       const Row made = { { "stage", step.stage }, { "what", step.what } };
       co_yield made;
    }
    for ( auto & copy : passage.copies ) {
       Row row = { { "stage", "leaves" },
-                  { "what", agent_.names().spelling( copy.port ) +
-                                  ( copy.tag.isNone() ? " without a tag"
-                                                      : " with tag " + copy.tag.stringValue() ) },
+                  { "what", shownCopy( copy ) },
                   { "interface", agent_.names().spelling( copy.port ) } };
-      if ( !copy.tag.isNone() ) {
-         row.set( "tag", U32( copy.tag.value() ) );
+      if ( !copy.tags.outer.isNone() ) {
+         row.set( "tag", U32( copy.tags.outer ) );
       }
+      if ( !copy.tags.inner.isNone() ) {
+         row.set( "innerTag", U32( copy.tags.inner ) );
+      }
+      row.set( "changes", copy.changes );
       co_yield row;
+   }
+   if ( passage.copies.empty() ) {
+      const Row made = { { "stage", "leaves" }, { "what", "nothing" } };
+      co_yield made;
    }
 }
 
@@ -118,13 +135,13 @@ FaultFeature::showCommands() {
    if ( !chip_ ) {
       return {};
    }
-   using Kind = Argument::Kind;
+   Argument fields;
+   fields.name = "FIELD=VALUE,...";
+   fields.what = "frame";
    return { { "hw frame",
-              "what the chip would do with a frame that arrives at a port",
-              { { Kind::intf, "PORT", "port", true, nullptr },
-                { Kind::mac, "DST", "address", true, nullptr },
-                { Kind::vlan, "VLAN", "VLAN", false, nullptr },
-                { Kind::mac, "SRC", "address", false, nullptr } },
+              "what the chip would do with a frame that arrives at a port, for example " +
+                    String( frameForm ) + "; 'qonctl frame' asks it, too",
+              { { Argument::Kind::intf, "PORT", "port", true, nullptr }, fields },
               { { "stage", "Stage" }, { "what", "What" } },
               [this]( auto & arguments ) { return road( arguments ); } } };
 }

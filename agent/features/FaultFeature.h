@@ -24,6 +24,7 @@ class FaultFeature : public AgentFeature {
    std::function< void() > parseFault( const Json & line ) const;
    std::function< void() > parseLatency( const Json & line ) const;
 
+   String shownCopy( const SoftChip::Copy & copy ) const;
    Rows road( Arguments arguments ) const;
 
    Agent & agent_;

@@ -16,7 +16,7 @@ namespace {
 
 constexpr char oneForAll[] = "Mst0";
 
-/** The chip's trapping of BPDUs is two bits that nothing else looks at. */
+/** Of a chip that has none of its own: it takes every setting of BPDU trapping. */
 class AgentStpSm : public Qon::StpSm {
  public:
    using StpSm::StpSm;

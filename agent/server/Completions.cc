@@ -4,6 +4,7 @@
 #include <set>
 
 #include "agent/Events.h"
+#include "agent/features/FrameFields.h"
 #include "platform/Flintlog/Listen.h"
 #include "platform/Kiv/Log.h"
 #include "platform/types/Paths.h"
@@ -187,6 +188,18 @@ addEvent( Agent & agent, const Words & before, Choice & choice ) {
    }
 }
 
+/** A port, then fields of a frame. */
+void
+addFrame( Agent & agent, const Words & before, Choice & choice ) {
+   if ( before.empty() ) {
+      addArgument( agent, { Argument::Kind::intf, "PORT", "port", true, nullptr }, choice );
+      return;
+   }
+   for ( auto & name : frameFieldNames() ) {
+      choice.add( name + "=" );
+   }
+}
+
 } // namespace
 
 std::vector< String >
@@ -203,6 +216,8 @@ completions( Agent & agent, const std::vector< ShowCommand > & shows, const Word
       addShow( agent, shows, before, choice );
    } else if ( command == "event" ) {
       addEvent( agent, before, choice );
+   } else if ( command == "frame" ) {
+      addFrame( agent, before, choice );
    } else if ( ( paths.contains( command ) && before.empty() ) ||
                ( command == "set" && before.size() % 2 == 0 ) ) {
       addPaths( agent, choice );

@@ -1,5 +1,5 @@
-// Access lists on the road of a frame. A frame is no IP packet: lists of type mac are asked, the
-// port's first, then those of its VLAN's interface. Blocks let nothing pass.
+// Access lists on the road of a frame: the port's, then those of its VLAN's interface; lists of each
+// type that is asked about it. Blocks let nothing pass.
 
 #include "agent/softchip/AclPart.h"
 #include "agent/softchip/Chip.h"
@@ -9,48 +9,64 @@ namespace SoftChip {
 
 namespace {
 
-using QonChip::AclVerdict;
+/** What passes an interface on the way in or out. */
+struct Question {
+   const Chip & chip;
+   const Travel & travel;
+   IntfId port;
+   Acl::AclDirection direction;
+   Tags tags;
+   std::vector< Copy > & aside;
+};
+
+/** What one rule does beside deciding. */
+String
+actionsOf( const Question & question, const Qon::AclRule & rule ) {
+   String what = rule.rule.log() ? ", logged" : "";
+   if ( rule.mirrorGroup != Mirroring::mirrorGroupInvalid() ) {
+      what += ", mirrored " + mirrorBy( question.chip, question.travel, rule.mirrorGroup,
+                                        question.tags, question.aside );
+   }
+   return what;
+}
 
 Verdict
-askLists( const Chip & chip, IntfId port, Bridging::VlanIdOrNone vlan, Acl::AclDirection direction,
-          const Frame & frame ) {
-   QonChip::AclPacket packet;
-   packet.ethSrc = frame.source;
-   packet.ethDst = frame.destination;
-   const IntfId places[] = { port,
+askLists( const Question & question ) {
+   const AclTable & table = question.chip.of< AclPart >().table();
+   const auto vlan = question.travel.vlan();
+   const IntfId places[] = { question.port,
                              vlan.isNone() ? IntfId() : Ulnet::VlanIntfId::intfId( vlan.value() ) };
-   String what;
+   Verdict verdict = { true, "" };
    for ( IntfId intf : places ) {
-      if ( !intf ) {
+      if ( intf && table.blocked( intf ) ) {
+         return { false, intf.stringValue() + " is blocked" };
+      }
+      if ( !intf || !verdict.goesOn ) {
          continue;
       }
-      const auto decision =
-            chip.of< AclPart >().table().lookup( intf, IntfId(), direction, packet );
-      const String list = intf.stringValue() + ": list " + decision.acl.aclName;
-      switch ( decision.verdict ) {
-      case AclVerdict::noList:
-         break;
-      case AclVerdict::blocked:
-         return { false, intf.stringValue() + " is blocked" };
-      case AclVerdict::deny:
-         return { false, list + " denies it" };
-      case AclVerdict::permit:
-         what += ( what.empty() ? "" : "; " ) + list + " permits it";
+      for ( auto & asked :
+            table.asked( intf, IntfId(), question.direction, question.travel.frame.packet ) ) {
+         verdict.goesOn = asked.permits();
+         verdict.what += ( verdict.what.empty() ? "" : "; " ) + intf.stringValue() + ": list " +
+                         asked.acl->aclName + ( verdict.goesOn ? " permits it" : " denies it" ) +
+                         actionsOf( question, *asked.rule );
       }
    }
-   return { true, what };
+   return verdict;
 }
 
 } // namespace
 
 Verdict
 passAcl( const Chip & chip, Travel & travel ) {
-   return askLists( chip, travel.frame.port, travel.vlan, Acl::AclDirection::in, travel.frame );
+   return askLists( { chip, travel, travel.frame.port, Acl::AclDirection::in, travel.frame.tags,
+                      travel.aside } );
 }
 
 Verdict
 passAclOut( const Chip & chip, const Travel & travel, Way & way ) {
-   return askLists( chip, way.copy.port, travel.vlan, Acl::AclDirection::out, travel.frame );
+   return askLists( { chip, travel, way.copy.port, Acl::AclDirection::out,
+                      way.copy.tags.onTheWire(), way.aside } );
 }
 
 } // namespace SoftChip

@@ -259,22 +259,20 @@ AclTable::deciders( Acl::AclType type, Acl::AclDirection direction,
    return deciders;
 }
 
-QonChip::AclDecision
-AclTable::lookup( Ulnet::IntfId intf, Ulnet::IntfId member, Acl::AclDirection direction,
-                  const AclPacket & packet ) const {
-   using QonChip::AclVerdict;
-   QonChip::AclDecision decision;
-   if ( blocked( intf ) ) {
-      decision.verdict = AclVerdict::blocked;
-      return decision;
-   }
+std::vector< AclTable::Asked >
+AclTable::asked( Ulnet::IntfId intf, Ulnet::IntfId member, Acl::AclDirection direction,
+                 const AclPacket & packet ) const {
+   std::vector< Asked > all;
    for ( auto & [place, entry] : entries_ ) {
+      if ( !entry.committed || entry.acl.key.direction() != direction ||
+           !concerns( entry.acl.type, packet ) || ( !all.empty() && !all.back().permits() ) ) {
+         continue;
+      }
       const bool here = std::any_of( entry.uses.begin(), entry.uses.end(), [&]( auto & use ) {
          return use.pair().intfId() == intf && use.lagMember() == member &&
                 ( use.host().isZero() || use.host() == packet.ethSrc );
       } );
-      if ( !here || !entry.committed || entry.acl.key.direction() != direction ||
-           !concerns( entry.acl.type, packet ) || decision.verdict == AclVerdict::deny ) {
+      if ( !here ) {
          continue;
       }
       const auto & rules = entry.acl.rules->rules();
@@ -282,11 +280,25 @@ AclTable::lookup( Ulnet::IntfId intf, Ulnet::IntfId member, Acl::AclDirection di
          return matches( entry.acl.type, r.rule, packet );
       } );
       if ( rule != rules.end() ) {
-         const bool permit = rule->rule.action() == Acl::RuleAction::permit;
-         decision = { permit ? AclVerdict::permit : AclVerdict::deny, entry.acl, *rule };
+         all.push_back( { &entry.acl, &*rule } );
       }
    }
-   return decision;
+   return all;
+}
+
+QonChip::AclDecision
+AclTable::lookup( Ulnet::IntfId intf, Ulnet::IntfId member, Acl::AclDirection direction,
+                  const AclPacket & packet ) const {
+   using QonChip::AclVerdict;
+   if ( blocked( intf ) ) {
+      return { AclVerdict::blocked, {}, {} };
+   }
+   const auto all = asked( intf, member, direction, packet );
+   if ( all.empty() ) {
+      return {};
+   }
+   const Asked & last = all.back();
+   return { last.permits() ? AclVerdict::permit : AclVerdict::deny, *last.acl, *last.rule };
 }
 
 QonChip::HeldAcls

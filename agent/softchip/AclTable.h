@@ -82,6 +82,16 @@ class AclTable {
 
    QonChip::HeldAcls held() const;
    std::vector< QonChip::AclUnit > units() const;
+   /** An instance that was asked, and its rule that decided. */
+   struct Asked {
+      const Qon::AclOperation * acl;
+      const Qon::AclRule * rule;
+      bool permits() const { return rule->rule.action() == Acl::RuleAction::permit; }
+   };
+   /** Those that are asked about a packet which passes an interface that is not blocked; in their order,
+       up to the first that denies. */
+   std::vector< Asked > asked( Ulnet::IntfId intf, Ulnet::IntfId member,
+                               Acl::AclDirection direction, const AclPacket & packet ) const;
    /** See QonChip::AclPart. */
    QonChip::AclDecision lookup( Ulnet::IntfId intf, Ulnet::IntfId member,
                                 Acl::AclDirection direction, const AclPacket & packet ) const;

@@ -1,5 +1,7 @@
 // Aggregates on the road of a frame: which one it came in by, and which member it leaves by.
 
+#include <algorithm>
+
 #include "agent/softchip/Chip.h"
 #include "agent/softchip/LagPart.h"
 #include "agent/softchip/Stages.h"
@@ -17,26 +19,45 @@ tableOf( const Chip & chip ) {
 /** The members of a group that take the frame: its own, or those that the peer link lends it if
     there are none. What is flooded goes by the peer link itself, and nothing goes back to it. */
 std::vector< IntfId >
-takers( const LagTable & table, const LagTable::Group & group, const Travel & travel ) {
+takers( const LagTable & table, const LagTable::Group & group, const Travel & travel, bool lends ) {
    std::vector< IntfId > own, lent;
    for ( auto && [port, member] : group.members ) {
       const bool back = port == travel.intf || table.lagOf( port ) == travel.intf;
       if ( member.distributing() && !member.shared() ) {
          own.push_back( port );
-      } else if ( member.distributing() && !travel.flooded && !back ) {
+      } else if ( member.distributing() && lends && !back ) {
          lent.push_back( port );
       }
    }
    return own.empty() ? lent : own;
 }
 
-/** The same for the same addresses. */
+} // namespace
+
 U64
-addressHash( const Frame & frame ) {
-   return Kiv::mix( Kiv::hashJoin( frame.source.hash(), frame.destination.hash() ) );
+addressHash( const AclPacket & packet ) {
+   return Kiv::mix( Kiv::hashJoin( packet.ethSrc.hash(), packet.ethDst.hash() ) );
 }
 
-} // namespace
+IntfId
+portTo( const Chip & chip, const Travel & travel, IntfId target, bool lent ) {
+   if ( !Ulnet::PortChannelIntfId::isPortChannelIntfId( target ) ) {
+      return target;
+   }
+   const auto group = tableOf( chip ).groups().find( target );
+   const auto ports =
+         group ? takers( tableOf( chip ), *group, travel, lent ) : std::vector< IntfId >();
+   return ports.empty() ? IntfId() : ports[addressHash( travel.frame.packet ) % ports.size()];
+}
+
+void
+addTarget( const Chip & chip, IntfId port, std::vector< IntfId > & targets ) {
+   const IntfId lag = tableOf( chip ).lagOf( port );
+   const IntfId target = lag ? lag : port;
+   if ( std::find( targets.begin(), targets.end(), target ) == targets.end() ) {
+      targets.push_back( target );
+   }
+}
 
 Verdict
 passArrival( const Chip & chip, Travel & travel ) {
@@ -60,17 +81,16 @@ passNotBack( const Chip &, const Travel & travel, Way & way ) {
 
 Verdict
 passMember( const Chip & chip, const Travel & travel, Way & way ) {
-   if ( !Ulnet::PortChannelIntfId::isPortChannelIntfId( way.target ) ) {
-      return { true, "" };
-   }
-   const auto group = tableOf( chip ).groups().find( way.target );
-   const auto ports = group ? takers( tableOf( chip ), *group, travel ) : std::vector< IntfId >();
-   if ( ports.empty() ) {
+   const IntfId port = portTo( chip, travel, way.target, !travel.flooded );
+   if ( !port ) {
       return { false, "no member distributes: dropped" };
    }
-   way.copy.port = ports[addressHash( travel.frame ) % ports.size()];
-   const bool lent = tableOf( chip ).member( way.target, way.copy.port )->shared();
-   return { true, "by " + way.copy.port.stringValue() + ( lent ? ", lent by the peer link" : "" ) };
+   way.copy.port = port;
+   if ( port == way.target ) {
+      return { true, "" };
+   }
+   const bool lent = tableOf( chip ).member( way.target, port )->shared();
+   return { true, "by " + port.stringValue() + ( lent ? ", lent by the peer link" : "" ) };
 }
 
 } // namespace SoftChip

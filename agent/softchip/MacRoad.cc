@@ -1,9 +1,7 @@
-// The destination of a frame: a multicast group's, the host table's, or all of its VLAN.
-
-#include <algorithm>
+// The destination of a frame: a multicast group's, the host table's, or all of its VLAN; and what the
+// processor gets of it.
 
 #include "agent/softchip/Chip.h"
-#include "agent/softchip/LagPart.h"
 #include "agent/softchip/MacPart.h"
 #include "agent/softchip/MulticastPart.h"
 #include "agent/softchip/Stages.h"
@@ -12,16 +10,6 @@
 namespace SoftChip {
 
 namespace {
-
-/** A port, or the aggregate that it is a member of: one copy for all members. */
-void
-addTarget( const Chip & chip, IntfId port, std::vector< IntfId > & targets ) {
-   const IntfId lag = chip.of< LagPart >().table().lagOf( port );
-   const IntfId target = lag ? lag : port;
-   if ( std::find( targets.begin(), targets.end(), target ) == targets.end() ) {
-      targets.push_back( target );
-   }
-}
 
 /** The ports and aggregates that send what is flooded in the VLAN. */
 std::vector< IntfId >
@@ -42,32 +30,55 @@ linkLocal( const Ulnet::EthAddr & address ) {
    return address.value() >= first && address.value() <= last;
 }
 
+bool
+isIgmp( const AclPacket & packet ) {
+   constexpr U8 igmp = 2;
+   return packet.src.isIpv4() && packet.protocol == igmp;
+}
+
 } // namespace
+
+Copy
+toCpu( const Travel & travel ) {
+   return { Ulnet::CpuIntfId::intfId(), travel.frame.tags, {} };
+}
+
+Verdict
+passPacketCopies( const Chip & chip, Travel & travel ) {
+   const MulticastTable & multicast = chip.of< MulticastPart >().table();
+   const bool taken = multicast.igmpTaken && isIgmp( travel.frame.packet );
+   const bool copied = multicast.linkLocalCopied && linkLocal( travel.frame.packet.ethDst );
+   if ( taken || copied ) {
+      travel.aside.push_back( toCpu( travel ) );
+   }
+   return { !taken, taken    ? "IGMP, taken by the CPU"
+                    : copied ? "link-local, copied to the CPU"
+                             : "" };
+}
 
 Verdict
 passDestination( const Chip & chip, Travel & travel ) {
-   const auto & destination = travel.frame.destination;
-   const Qon::MacEntryKey key( { destination, travel.vlan }, Qon::MacHwType::macHwKeyBridge );
+   const auto & destination = travel.frame.packet.ethDst;
+   const String to = destination.stringValue();
+   const Qon::MacEntryKey key( { destination, travel.vlan() }, Qon::MacHwType::macHwKeyBridge );
    const auto host = chip.of< MacPart >().table().entry( key );
    if ( host && host->entryType == Bridging::EntryType::drop ) {
-      return { false, destination.stringValue() + " is to be dropped" };
+      return { false, to + " is to be dropped" };
    }
    if ( host ) {
       travel.targets = { host->intf };
-      return { true, destination.stringValue() + " is at " + host->intf.stringValue() };
+      return { true, to + " is at " + host->intf.stringValue() };
    }
-   const MulticastTable & multicast = chip.of< MulticastPart >().table();
-   const char * copied =
-         multicast.linkLocalCopied && linkLocal( destination ) ? ", copied to the CPU" : "";
-   if ( auto ports = multicast.portsOf( { destination, travel.vlan } ) ) {
+   if ( auto ports =
+              chip.of< MulticastPart >().table().portsOf( { destination, travel.vlan() } ) ) {
       for ( IntfId port : *ports ) {
          addTarget( chip, port, travel.targets );
       }
-      return { true, destination.stringValue() + " is a group's" + copied };
+      return { true, to + " is a group's" };
    }
    travel.flooded = true;
-   travel.targets = floodSet( chip, VlanId( travel.vlan.value() ) );
-   return { true, destination.stringValue() + " is not known: flooded" + copied };
+   travel.targets = floodSet( chip, VlanId( travel.vlan().value() ) );
+   return { true, to + " is not known: flooded" };
 }
 
 } // namespace SoftChip

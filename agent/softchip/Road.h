@@ -9,28 +9,49 @@
 
 #include <vector>
 
+#include "chip/AclPart.h"
 #include "platform/types/Bridging.h"
-#include "platform/types/Ulnet.h"
 
 namespace SoftChip {
 
+using QonChip::AclPacket;
 using Ulnet::IntfId;
 using Velto::String;
 
 class Chip;
 
+/** The first tags of a frame; the inner one is none if the outer one is. */
+struct Tags {
+   Bridging::VlanIdOrNone outer, inner;
+   /** Without an outer tag, the inner one is the outer one. */
+   Tags onTheWire() const { return outer.isNone() ? Tags{ inner, {} } : *this; }
+   bool operator==( const Tags & ) const = default;
+};
+/** "without a tag", "with tag 10", "with tags 10 and 20". */
+String shown( const Tags & tags );
+
 /** A frame that arrives. */
 struct Frame {
+   Frame() = default;
+   Frame( IntfId at, Ulnet::EthAddr destination, Ulnet::EthAddr source,
+          Bridging::VlanIdOrNone vlan ) {
+      port = at;
+      packet.ethDst = destination;
+      packet.ethSrc = source;
+      tags.outer = vlan;
+   }
+
    IntfId port;
-   Ulnet::EthAddr destination;
-   Ulnet::EthAddr source;
-   Bridging::VlanIdOrNone vlan; ///< of its tag; none: it has no tag
+   AclPacket packet;
+   Tags tags;
+   U8 priority = 0; ///< 0 to 7: the traffic class
 };
 
-/** A copy that leaves. */
+/** A copy that leaves; by interface "Cpu" if it goes to the processor. */
 struct Copy {
    IntfId port;
-   Bridging::VlanIdOrNone tag; ///< none: without a tag
+   Tags tags;
+   std::vector< String > changes; ///< what else of it is not as it arrived, in words
    bool operator==( const Copy & ) const = default;
 };
 
@@ -48,17 +69,19 @@ struct Passage {
 struct Travel {
    Frame frame;
    IntfId intf; ///< where it came in: the port, or the aggregate that it is a member of
-   Bridging::VlanIdOrNone vlan;
+   Tags tags;   ///< as it is by now; the outer one is its VLAN, once it has one
    bool flooded = false;
    std::vector< IntfId > targets; ///< ports and aggregates that it shall leave by
-   std::vector< Copy > mirrored;
+   std::vector< Copy > aside;     ///< copies that leave, whatever becomes of the frame
+
+   Bridging::VlanIdOrNone vlan() const { return tags.outer; }
 };
 
 /** A copy of it on its way to one target. */
 struct Way {
    IntfId target;
-   Copy copy; ///< its port is the target until a member of it is chosen
-   std::vector< Copy > mirrored;
+   Copy copy;                 ///< its port is the target until a member of it is chosen
+   std::vector< Copy > aside; ///< copies that leave, whatever becomes of this one
 };
 
 /** What a stage came to. */

@@ -3,20 +3,37 @@
 #include "agent/softchip/Chip.h"
 #include "agent/softchip/Stages.h"
 #include "agent/softchip/TapAggPart.h"
-#include "platform/Kiv/Hash.h"
 
 namespace SoftChip {
 
 namespace {
 
-/** Where the identity goes on the frame; its own tag without one. */
-Bridging::VlanIdOrNone
-tagOf( const QonChip::HeldTapAgg & held, const Travel & travel, IntfId tool ) {
-   const U16 outer = held.taps.at( travel.intf ).identity.outer();
-   const bool tagged =
-         held.tools.at( tool ).identityTagging != Bridging::Input::ToolIdentityMode::none;
-   return tagged && outer > 0 && outer < 4095 ? Bridging::VlanIdOrNone( U32( outer ) )
-                                              : travel.frame.vlan;
+using Bridging::Input::ToolIdentityMode;
+
+/** In front of those that are there. */
+void
+push( Tags & tags, U16 tag ) {
+   if ( tag > 0 && tag < 4095 ) {
+      tags = { Bridging::VlanIdOrNone( U32( tag ) ), tags.outer };
+   }
+}
+
+/** The tags of a copy: the tool port takes some off, then the identity of the tap port comes on. */
+Tags
+tagsOf( const QonChip::HeldTapAgg & held, const Travel & travel, IntfId tool ) {
+   const auto & identity = held.taps.at( travel.intf ).identity;
+   const auto & how = held.tools.at( tool );
+   Tags tags = travel.frame.tags;
+   for ( U8 i = 0; i < how.dot1qRemove; ++i ) {
+      tags = { tags.inner, {} };
+   }
+   if ( how.identityTagging == ToolIdentityMode::qinq ) {
+      push( tags, identity.inner() );
+   }
+   if ( how.identityTagging != ToolIdentityMode::none ) {
+      push( tags, identity.outer() );
+   }
+   return tags;
 }
 
 } // namespace
@@ -30,18 +47,17 @@ passTapAgg( const Chip & chip, Travel & travel ) {
       return { !tool, tool ? "a tool port takes nothing: dropped" : "" };
    }
    String what;
-   const U64 hash =
-         Kiv::mix( Kiv::hashJoin( travel.frame.source.hash(), travel.frame.destination.hash() ) );
+   const U64 hash = addressHash( travel.frame.packet );
    for ( auto & way : table.ways( travel.intf ) ) {
       if ( way.ports.empty() ) {
          continue; // a port-channel without members
       }
       const IntfId port = way.ports[hash % way.ports.size()];
-      travel.mirrored.push_back( { port, tagOf( held, travel, way.tool ) } );
       what += ( what.empty() ? "to " : ", " ) + way.tool.stringValue();
       for ( auto & change : way.changes ) {
          what += ", " + change;
       }
+      travel.aside.push_back( { port, tagsOf( held, travel, way.tool ), way.changes } );
    }
    return { false, what.empty() ? "a tap port without tool ports: dropped" : what };
 }

@@ -13,6 +13,22 @@ TopologyPart::makeTopoHelper() {
 
 namespace {
 
+/** Leaves in the part which BPDUs the chip traps. */
+class SoftStpSm : public Qon::StpSm {
+ public:
+   SoftStpSm( TopologyPart & part, const Velto::Ptr< Qon::QonCommonSmData > & acsd,
+              const Velto::Ptr< const Bridging::Topology::Config > & config,
+              const Velto::Ptr< Bridging::Topology::Inst::Status > & status,
+              const Velto::Ptr< Qon::TopoHelper > & helper )
+       : StpSm( acsd, config, status, helper ), part_( part ) {}
+   void configureBpduTrapping( bool bpdu, bool perVlan ) override {
+      part_.bpduTrappingIs( { bpdu, perVlan } );
+   }
+
+ private:
+   TopologyPart & part_;
+};
+
 /** In the order in which they were there when the reading began. Through the part, whose table is
     another one after a reset. */
 class TopologyReader : public QonChip::TopologyReading {
@@ -53,6 +69,14 @@ class TopologyReader : public QonChip::TopologyReading {
 };
 
 } // namespace
+
+Velto::Ptr< Qon::StpSm >
+TopologyPart::makeStpSm( const Velto::Ptr< Qon::QonCommonSmData > & acsd,
+                         const Velto::Ptr< const Bridging::Topology::Config > & config,
+                         const Velto::Ptr< Bridging::Topology::Inst::Status > & status,
+                         const Velto::Ptr< Qon::TopoHelper > & helper ) {
+   return Qon::smIs< SoftStpSm >( *this, acsd, config, status, helper );
+}
 
 std::unique_ptr< QonChip::TopologyReading >
 TopologyPart::readTopologies() const {

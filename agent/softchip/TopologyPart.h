@@ -9,6 +9,12 @@
 
 namespace SoftChip {
 
+/** The frames of spanning tree that the processor takes. */
+struct BpduTrapping {
+   bool bpdu = false;
+   bool perVlan = false; ///< those that speak of one VLAN
+};
+
 class TopologyPart : public QonChip::TopologyPart {
  public:
    using Seam = QonChip::TopologyPart;
@@ -18,6 +24,11 @@ class TopologyPart : public QonChip::TopologyPart {
    }
 
    Velto::Ptr< Qon::TopoHelper > makeTopoHelper() override;
+   Velto::Ptr< Qon::StpSm >
+   makeStpSm( const Velto::Ptr< Qon::QonCommonSmData > & acsd,
+              const Velto::Ptr< const Bridging::Topology::Config > & config,
+              const Velto::Ptr< Bridging::Topology::Inst::Status > & status,
+              const Velto::Ptr< Qon::TopoHelper > & helper ) override;
    std::optional< bool > forwards( U16 vlan, IntfId intf ) const override {
       return tables_ ? std::optional( table_->forwards( vlan, intf ) ) : std::nullopt;
    }
@@ -28,6 +39,8 @@ class TopologyPart : public QonChip::TopologyPart {
    bool tables() const { return tables_; }
    TopoTable & table() { return *table_; }
    const TopoTable & table() const { return *table_; }
+   const BpduTrapping & bpduTrapping() const { return bpduTrapping_; }
+   void bpduTrappingIs( const BpduTrapping & trapping ) { bpduTrapping_ = trapping; }
    void latencyIs( Kiv::Seconds latency ) { table_->completions().latencyIs( latency ); }
    /** The tables as after a reset of the chip: empty, and nothing on its way. While no hook object
        lives. */
@@ -38,6 +51,7 @@ class TopologyPart : public QonChip::TopologyPart {
  private:
    const bool tables_;
    const Board & board_;
+   BpduTrapping bpduTrapping_;
    std::unique_ptr< TopoTable > table_;
 };
 

@@ -1,4 +1,4 @@
-// Spanning tree on the road of a frame.
+// Spanning tree on the road of a frame: its own frames, which the processor takes, and all others.
 
 #include "agent/softchip/Chip.h"
 #include "agent/softchip/Stages.h"
@@ -8,6 +8,9 @@ namespace SoftChip {
 
 namespace {
 
+constexpr U64 bpduAddress = 0x0180c2000000;
+constexpr U64 perVlanBpduAddress = 0x01000ccccccd;
+
 /** A chip without topology tables has only ports in its VLANs that forward. */
 Verdict
 verdictOn( const Chip & chip, const Travel & travel, IntfId port ) {
@@ -15,7 +18,7 @@ verdictOn( const Chip & chip, const Travel & travel, IntfId port ) {
    if ( !part.tables() ) {
       return { true, "kept in the VLANs" };
    }
-   const U16 vlan = U16( travel.vlan.value() );
+   const U16 vlan = U16( travel.vlan().value() );
    const String & topology = part.table().topoOf( vlan );
    const String where = topology.empty() ? "no topology" : topology;
    const bool forwards = part.table().forwards( vlan, port );
@@ -24,6 +27,19 @@ verdictOn( const Chip & chip, const Travel & travel, IntfId port ) {
 }
 
 } // namespace
+
+/** Whatever the state of the port, and its VLANs. */
+Verdict
+passBpduTrapping( const Chip & chip, Travel & travel ) {
+   const BpduTrapping & trapping = chip.of< TopologyPart >().bpduTrapping();
+   const U64 to = travel.frame.packet.ethDst.value();
+   if ( !( trapping.bpdu && to == bpduAddress ) &&
+        !( trapping.perVlan && to == perVlanBpduAddress ) ) {
+      return { true, "" };
+   }
+   travel.aside.push_back( toCpu( travel ) );
+   return { false, "a BPDU, taken by the CPU" };
+}
 
 Verdict
 passSpanningTree( const Chip & chip, Travel & travel ) {

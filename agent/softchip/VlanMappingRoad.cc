@@ -1,4 +1,7 @@
-// VLAN translations on the road of a frame: into which VLAN it comes, and with which tag it leaves.
+// VLAN translations on the road of a frame: into which VLAN it comes, and with which tags it leaves.
+//
+// A translation of both tags goes before one of the outer tag alone. What it says of the inner tag
+// holds: of both tags it makes what it maps to, of the outer one alone it may add one behind it.
 
 #include "agent/softchip/Chip.h"
 #include "agent/softchip/Stages.h"
@@ -8,52 +11,48 @@ namespace SoftChip {
 
 namespace {
 
-using Direction = Bridging::VlanMappingDirection;
 using Bridging::VlanIdOrNone;
+using Direction = Bridging::VlanMappingDirection;
+using Mapping = Bridging::VlanXlateMapping;
 
-/** What becomes of a tag, or of having none, at a port; none: nothing. */
-VlanIdOrNone
-translated( const Chip & chip, Direction d, IntfId port, VlanIdOrNone tag ) {
-   auto & table = chip.of< VlanMappingPart >().table();
-   if ( !tag.isNone() ) {
-      const auto to = table.mapping( d, { port, tag.value(), 0 } );
-      return VlanIdOrNone( to ? to->vlanId() : 0 );
-   }
+std::optional< Mapping >
+nativeMapping( const VlanMappingTable & table, Direction d, IntfId port ) {
    for ( auto && [key, mapping] : table.entries( d ) ) {
       if ( key.portId() == port && Qon::isNative( key.key() ) ) {
-         return VlanIdOrNone( mapping.vlanId() );
+         return mapping;
       }
    }
-   return {};
+   return std::nullopt;
 }
 
+/** Brings the tags to what they become at the port; in words, if anything. */
 String
-said( VlanIdOrNone from, VlanIdOrNone to ) {
-   return to.isNone()     ? ""
-          : from.isNone() ? "none -> " + to.stringValue()
-                          : from.stringValue() + " -> " + to.stringValue();
+translate( const Chip & chip, Direction d, IntfId port, Tags & tags ) {
+   auto & table = chip.of< VlanMappingPart >().table();
+   const Tags before = tags;
+   if ( tags.outer.isNone() ) {
+      const auto to = nativeMapping( table, d, port );
+      tags.outer = to ? VlanIdOrNone( to->vlanId() ) : tags.outer;
+   } else if ( auto both = table.mapping( d, { port, tags.outer, tags.inner } );
+               both && !tags.inner.isNone() ) {
+      tags = { VlanIdOrNone( both->vlanId() ), VlanIdOrNone( both->innerVlanId() ) };
+   } else if ( auto to = table.mapping( d, { port, tags.outer, 0 } ) ) {
+      tags.outer = VlanIdOrNone( to->vlanId() );
+      tags.inner = to->innerVlanId() ? VlanIdOrNone( to->innerVlanId() ) : tags.inner;
+   }
+   return tags == before ? "" : shown( before ) + " -> " + shown( tags );
 }
 
 } // namespace
 
 Verdict
 passVlanMapping( const Chip & chip, Travel & travel ) {
-   const VlanIdOrNone to = translated( chip, Direction::ingress, travel.frame.port, travel.vlan );
-   const String what = said( travel.vlan, to );
-   if ( !to.isNone() ) {
-      travel.vlan = to;
-   }
-   return { true, what };
+   return { true, translate( chip, Direction::ingress, travel.frame.port, travel.tags ) };
 }
 
 Verdict
 passVlanMappingOut( const Chip & chip, const Travel &, Way & way ) {
-   const VlanIdOrNone to = translated( chip, Direction::egress, way.copy.port, way.copy.tag );
-   const String what = said( way.copy.tag, to );
-   if ( !to.isNone() ) {
-      way.copy.tag = to;
-   }
-   return { true, what };
+   return { true, translate( chip, Direction::egress, way.copy.port, way.copy.tags ) };
 }
 
 } // namespace SoftChip

@@ -30,13 +30,13 @@ untaggedVlan( const VlanTable & table, IntfId port ) {
 Verdict
 passVlan( const Chip & chip, Travel & travel ) {
    const IntfId port = travel.frame.port;
-   if ( travel.vlan.isNone() ) {
-      travel.vlan = untaggedVlan( tableOf( chip ), port );
-      return travel.vlan.isNone()
+   if ( travel.vlan().isNone() ) {
+      travel.tags.outer = untaggedVlan( tableOf( chip ), port );
+      return travel.vlan().isNone()
                    ? Verdict{ false, "no VLAN for frames without a tag: dropped" }
-                   : Verdict{ true, travel.vlan.stringValue() + ", for frames without a tag" };
+                   : Verdict{ true, travel.vlan().stringValue() + ", for frames without a tag" };
    }
-   const VlanId vlan( travel.vlan.value() );
+   const VlanId vlan( travel.vlan().value() );
    const bool in = tableOf( chip ).membership( vlan, port ).ingress;
    return { in,
             vlan.stringValue() + ( in ? "" : ", without " + port.stringValue() + ": dropped" ) };
@@ -44,16 +44,18 @@ passVlan( const Chip & chip, Travel & travel ) {
 
 Verdict
 passVlanOut( const Chip & chip, const Travel & travel, Way & way ) {
-   const VlanId vlan( travel.vlan.value() );
+   const VlanId vlan( travel.vlan().value() );
    const auto how = tableOf( chip ).membership( vlan, way.copy.port );
-   if ( !how.egress ) {
-      return { false, way.copy.port.stringValue() + " is not in VLAN " + vlan.stringValue() +
-                            ": dropped" };
-   }
-   if ( how.tagged ) {
-      way.copy.tag = vlan;
-   }
-   return { true, how.tagged ? "tag " + vlan.stringValue() : String( "without a tag" ) };
+   way.copy.tags = { how.tagged ? travel.vlan() : Bridging::VlanIdOrNone(), travel.tags.inner };
+   return { how.egress, how.egress ? ""
+                                   : way.copy.port.stringValue() + " is not in VLAN " +
+                                           vlan.stringValue() + ": dropped" };
+}
+
+Verdict
+passTag( const Chip &, const Travel &, Way & way ) {
+   way.copy.tags = way.copy.tags.onTheWire();
+   return { true, shown( way.copy.tags ) };
 }
 
 } // namespace SoftChip

@@ -208,7 +208,7 @@ TEST( ChipSeam, ArgumentsThatAreWrongAreAnsweredAlikeByEveryCommand ) {
          { { "topology", "Mst9" }, "there is no topology 'Mst9'" },
          { { "vlan", "10", "20" }, "'show vlan' takes [VLAN], and not '20'" },
          { { "entity" }, "'show entity' needs PATH" },
-         { { "hw", "frame", "Ethernet0" }, "'show hw frame' needs DST" },
+         { { "hw", "frame" }, "'show hw frame' needs PORT" },
          { { "mlag", "x" }, "'show mlag' takes no argument" },
    };
    for ( auto & c : cases ) {

@@ -143,6 +143,36 @@ TEST( Programs, AForwardingTableIsWrittenFollowedAndOutlivesItsWriter ) {
    sh( "rm -f " + place + "*" );
 }
 
+TEST( Programs, AFrameIsFollowedByItsFieldsOrFromACapture ) {
+   RunningAgent agent( { "--config", "examples/leaf.json" } );
+   const Result typed =
+         agent.ctl( "frame Ethernet40 dmac=01:80:c2:00:00:00 smac=00:00:00:00:00:01" );
+   EXPECT_EQ( typed.code, 0 ) << typed.output;
+   EXPECT_NE( typed.output.find( "arrival" ), String::npos ) << typed.output;
+   // Two frames, the second of which is too short.
+   const String file = "/tmp/qon-programs-capture." + std::to_string( getpid() );
+   auto record = []( char size ) {
+      return String( 8, '\0' ) + size + String( 3, '\0' ) + size + String( 3, '\0' ) +
+             String( std::size_t( size ), '\1' );
+   };
+   auto append = [&]( const String & text ) { std::ofstream( file, std::ios::app ) << text; };
+   append( String( "\xd4\xc3\xb2\xa1\2\0\4\0\0\0\0\0\0\0\0\0\0\0\4\0\1\0\0\0", 24 ) +
+           record( 14 ) );
+   const Result captured = agent.ctl( "frame Ethernet40 --capture " + file );
+   EXPECT_EQ( captured.code, 0 ) << captured.output;
+   EXPECT_EQ( captured.output.find( "Frame  Stage" ), 0u ) << captured.output;
+   append( record( 1 ) );
+   const Result wrong = agent.ctl( "frame Ethernet40 --json --capture " + file );
+   EXPECT_EQ( wrong.code, 1 );
+   EXPECT_NE( wrong.output.find( "frame 2: frame: ends in the Ethernet header" ), String::npos )
+         << wrong.output;
+   EXPECT_EQ( agent.ctl( "frame Ethernet40 vlan=10 --capture " + file ).code, 2 );
+   EXPECT_EQ( agent.ctl( "frame Nowhere0 vlan=10" ).code, 1 );
+   unlink( file.c_str() );
+   const Result words = agent.ctl( "complete -- frame Ethernet40 i" );
+   EXPECT_EQ( words.output, "icmp=\ninner=\n" );
+}
+
 TEST( Programs, AWatchPrintsChangesUntilTheAgentEnds ) {
    RunningAgent agent( { "--config", "examples/leaf.json" } );
    String path = "'interface/status/eth/phy/intfStatus[Ethernet5]/linkUp'";

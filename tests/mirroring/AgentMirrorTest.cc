@@ -137,8 +137,9 @@ TEST_F( AgentMirrorTest, FromTheTableToTheCopies ) {
    for ( auto & copy : copies( "Ethernet4", "02:11:22:00:00:01" ) ) {
       out.insert( copy.port );
    }
-   EXPECT_EQ( out, ( std::set{ intf( "Ethernet0" ), intf( "Ethernet8" ), intf( "Ethernet12" ),
-                               intf( "Ethernet16" ), intf( "Ethernet20" ) } ) );
+   EXPECT_EQ( out.erase( intf( "Ethernet12" ) ) + out.erase( intf( "Ethernet16" ) ),
+              1u ); // members
+   EXPECT_EQ( out, ( std::set{ intf( "Ethernet0" ), intf( "Ethernet8" ), intf( "Ethernet20" ) } ) );
 }
 
 /** A list decides frame by frame what of a source is copied; without room for it, nothing is. */

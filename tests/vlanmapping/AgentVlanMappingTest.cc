@@ -113,7 +113,7 @@ TEST_P( AgentVlanMapping, RowsReachTheChipAndFramesAreTranslated ) {
                             Ulnet::EthAddr( "02:11:22:00:00:01" ),
                             Bridging::VlanIdOrNone( vlan ) } )
                   .copies ) {
-         tags.insert( copy.tag.value() );
+         tags.insert( copy.tags.outer.value() );
       }
       return tags;
    };
