@@ -56,7 +56,8 @@ FibAdjacencies::leave( Qon::GlobalFecId fec, U32 prefixes, const Ptr & from ) {
 void
 FibAdjacencies::dropUnused( const Ptr & adjacency ) {
    const U32 number = adjacency->number();
-   if ( adjacency->adjEntrys() == 0 && at( number ) == adjacency ) {
+   if ( adjacency->adjEntrys() == 0 && adjacency->inChip.state == FibChipState::none &&
+        at( number ) == adjacency ) {
       byNumber_[number - 1] = nullptr;
       free_.push_back( number );
       byKey_.erase( adjacency->l2AdjKey() );
@@ -70,7 +71,7 @@ FibAdjacencies::checkInvariants() const {
       if ( adjacency->l2AdjKey() != key || at( adjacency->number() ) != adjacency ) {
          return name + "stands under another key or number";
       }
-      if ( adjacency->adjEntrys() == 0 ) {
+      if ( adjacency->adjEntrys() == 0 && adjacency->inChip.state == FibChipState::none ) {
          return name + "has no FEC";
       }
       if ( const Velto::String wrong = adjacency->checkInvariants(); !wrong.empty() ) {

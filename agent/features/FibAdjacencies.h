@@ -5,8 +5,8 @@
 //                                  move( fec, from, to )
 //
 // Invariants
-// 1. Equal keys have one adjacency; it goes with the last FEC that uses it, and its number is then
-//    free for another one.
+// 1. Equal keys have one adjacency; it goes with the last FEC that uses it, or when the chip has let
+//    it go, and its number is then free for another one.
 // 2. A FEC is with the adjacency that it moves to before it leaves the former one.
 // 3. configRefCount of an adjacency is the number of prefixes that lead to it, over all its FECs.
 
@@ -18,11 +18,35 @@
 
 namespace QonAgent {
 
+/** How far an adjacency is in the chip; kept by who installs it. */
+enum class FibChipState : U8 {
+   none, ///< the chip has not been given it
+   requested,
+   programmed,
+   noRoom,
+   noGroup,
+   failed,
+};
+KIV_ENUM( FibChipState, none, requested, programmed, noRoom, noGroup, failed )
+
+struct FibInChip {
+   FibChipState state = FibChipState::none;
+   FibChipState retriedFrom = FibChipState::none; ///< why it is requested again
+   U32 version = 0;                               ///< of the last request
+   U32 rooms = 0; ///< how often the chip had said by then that there is room
+   U32 fecs = 0;  ///< that lead to it in the chip
+   Kiv::Seconds since = 0;
+};
+
 class FibAdjacency : public Qon::L2Adjacency {
  public:
    FibAdjacency( const Qon::L2AdjKey & key, U32 number )
        : Qon::L2Adjacency( key ), number_( number ) {}
    U32 number() const { return number_; }
+   /** Whether a group of the chip is needed for it. */
+   bool several() const { return l2AdjKey().nextHopCollection().viaAndWeights() > 1; }
+
+   FibInChip inChip;
 
  private:
    const U32 number_;
@@ -37,6 +61,9 @@ class FibAdjacencies {
    /** A FEC with so many prefixes uses `to` in place of `from`. Either may be null. */
    void move( Qon::GlobalFecId fec, U32 prefixes, const Ptr & from, const Ptr & to );
 
+   /** Lets it go that neither a FEC nor the chip has. */
+   void dropUnused( const Ptr & adjacency );
+
    U32 size() const { return byKey_.size(); }
    /** Numbers are 1 to this one. */
    U32 mostNumber() const { return U32( byNumber_.size() ); }
@@ -49,7 +76,6 @@ class FibAdjacencies {
  private:
    void enter( Qon::GlobalFecId fec, U32 prefixes, const Ptr & to );
    void leave( Qon::GlobalFecId fec, U32 prefixes, const Ptr & from );
-   void dropUnused( const Ptr & adjacency );
 
    Kiv::DenseMap< Qon::L2AdjKey, Ptr > byKey_;
    std::vector< FibAdjacency * > byNumber_;

@@ -15,9 +15,28 @@ namespace {
 constexpr U32 placesAPause = 500;
 constexpr U32 mostNamed = 8; // FECs that the row of an adjacency names
 
-/** What is wrong with a FEC, in words. */
+/** What the chip says of an adjacency that is not programmed. */
+const char *
+whyNot( const FibAdjacency & adjacency ) {
+   switch ( adjacency.inChip.state ) {
+   case FibChipState::noRoom:
+      return "no room in the chip";
+   case FibChipState::noGroup:
+      return "no group of the chip is free for its next hops";
+   case FibChipState::failed:
+      return "the chip failed";
+   case FibChipState::requested:
+      return "the chip has not answered yet";
+   case FibChipState::none:
+   case FibChipState::programmed:
+      return "";
+   }
+   return "";
+}
+
+/** What is wrong with the tables' FEC, in words. */
 String
-whyOf( const FibFec & fec ) {
+whyKept( const FibFec & fec ) {
    if ( fec.errors.fecMissingFromFib() ) {
       return fec.adjacency ? "its FEC was removed before its routes"
                            : "its FEC is not in the table";
@@ -26,11 +45,6 @@ whyOf( const FibFec & fec ) {
           : fec.errors.nextLevelInfoMissing() ? "its next hops are not all written"
           : fec.errors.sourceFecInvalid()     ? "its next hops cannot be"
                                               : "";
-}
-
-const char *
-stateOf( const FibFec & fec ) {
-   return !fec.adjacency ? "waiting" : fec.errors ? "kept" : "requested";
 }
 
 U64
@@ -57,14 +71,33 @@ FibFeature::served() const {
    return *reader_;
 }
 
-/** "192.0.2.1 Ethernet1 weight 3", "Vlan10 attached", "drop" */
+const char *
+FibFeature::stateOf( const FibFec & fec ) const {
+   if ( !fec.adjacency || fec.errors ) {
+      return fec.adjacency ? "kept" : "waiting";
+   }
+   return installer_ && installer_->leadsTo( fec.id ) == fec.adjacency->number() ? "programmed"
+                                                                                 : "requested";
+}
+
+String
+FibFeature::whyOf( const FibFec & fec ) const {
+   const String why = whyKept( fec );
+   return !why.empty() || !fec.adjacency ? why
+          : installer_                   ? whyNot( *fec.adjacency )
+                                         : "the chip programs no adjacencies";
+}
+
 Value::List
 FibFeature::hops( const FibAdjacency * adjacency ) const {
+   return adjacency ? hops( adjacency->l2AdjKey() ) : Value::List();
+}
+
+/** "192.0.2.1 Ethernet1 weight 3", "Vlan10 attached", "drop" */
+Value::List
+FibFeature::hops( const Qon::L2AdjKey & key ) const {
    Value::List all;
-   if ( !adjacency ) {
-      return all;
-   }
-   for ( auto i = adjacency->l2AdjKey().nextHopCollection().viaAndWeightIteratorConst(); i; ++i ) {
+   for ( auto i = key.nextHopCollection().viaAndWeightIteratorConst(); i; ++i ) {
       const auto & via = *i->via();
       const auto & gen = via.viaGen();
       const auto type = via.nextHopInfo().nextHopType();
@@ -276,11 +309,22 @@ FibFeature::adjacencyRow( const FibAdjacency & adjacency ) const {
    if ( adjacency.adjEntrys() > some.size() ) {
       some.push_back( "..." );
    }
-   return { { "adjacency", adjacency.number() },
-            { "nextHops", hops( &adjacency ) },
-            { "users", adjacency.adjEntrys() },
-            { "fecs", some },
-            { "prefixes", adjacency.configRefCount() } };
+   const FibInChip & in = adjacency.inChip;
+   Row row = { { "adjacency", adjacency.number() },
+               { "nextHops", hops( &adjacency ) },
+               { "users", adjacency.adjEntrys() },
+               { "fecs", some },
+               { "prefixes", adjacency.configRefCount() },
+               { "state", !adjacency.adjEntrys()                 ? "leaving"
+                          : in.state == FibChipState::programmed ? "programmed"
+                          : in.state <= FibChipState::requested  ? "requested"
+                                                                 : "waiting" },
+               { "why", installer_ ? whyNot( adjacency ) : "the chip programs no adjacencies" } };
+   if ( in.state != FibChipState::none ) {
+      row.set( "since", Kiv::now() - in.since );
+      row.set( "inChip", in.fecs );
+   }
+   return row;
 }
 
 Rows
@@ -306,6 +350,51 @@ FibFeature::adjacencies( Arguments arguments ) const {
    }
 }
 
+// --- What the chip holds -------------------------------------------------------------------------
+
+Rows
+FibFeature::hardware() const {
+   const auto chip = part_ ? part_->readAdjacencies() : nullptr;
+   if ( !chip ) {
+      notServed( agent_, "the reading of adjacencies" );
+   }
+   U32 place = 0;
+   for ( QonChip::HeldAdjacency held; chip->next( place, held ); ) {
+      Row made = { { "place", place },
+                   { "adjacency", held.number },
+                   { "nextHops", hops( held.key ) },
+                   { "users", held.fecs },
+                   { "stale", held.stale ? "of a former agent" : "" } };
+      if ( held.group ) {
+         made.set( "group", *held.group );
+      }
+      co_yield made;
+   }
+}
+
+Rows
+FibFeature::resources() const {
+   if ( !installer_ ) {
+      notServed( agent_, "adjacencies" );
+   }
+   if ( const auto room = part_->adjacencyRoom() ) {
+      const Row all = { { "resource", "adjacencies" },
+                        { "used", room->adjacencies },
+                        { "of", room->adjacenciesAtMost } };
+      co_yield all;
+      const Row groups = { { "resource", "groups for several next hops" },
+                           { "used", room->groups },
+                           { "of", room->groupsAtMost } };
+      co_yield groups;
+   }
+   const Row waiting = { { "resource", "adjacencies without room" },
+                         { "used", installer_->adjacencies( FibChipState::noRoom ) } };
+   co_yield waiting;
+   const Row noGroup = { { "resource", "adjacencies without a group" },
+                         { "used", installer_->adjacencies( FibChipState::noGroup ) } };
+   co_yield noGroup;
+}
+
 std::vector< ShowCommand >
 FibFeature::showCommands() {
    const auto text = []( const char * name, const char * what, const char * keyword = "" ) {
@@ -314,50 +403,78 @@ FibFeature::showCommands() {
    const Column hopsColumn = { "nextHops", "Next hops" }, state = { "state", "State" },
                 why = { "why", "Why" }, fec = { "fec", "FEC", true },
                 adjacency = { "adjacency", "Adjacency", true };
-   return { { "route",
-              "a prefix, the route that an address takes, or all: next hops, state, and why not",
-              { text( "PREFIX", "route" ), text( "VRF", "VRF", "vrf" ) },
-              { { "vrf", "VRF", true },
-                { "prefix", "Prefix" },
-                fec,
-                hopsColumn,
-                adjacency,
-                state,
-                why },
-              [this]( auto & arguments ) { return routes( arguments ); } },
-            { "route summary",
-              "how many routes, FECs and adjacencies there are, and how the tables are followed",
+   std::vector< ShowCommand > all = {
+         { "route",
+           "a prefix, the route that an address takes, or all: next hops, state, and why not",
+           { text( "PREFIX", "route" ), text( "VRF", "VRF", "vrf" ) },
+           { { "vrf", "VRF", true },
+             { "prefix", "Prefix" },
+             fec,
+             hopsColumn,
+             adjacency,
+             state,
+             why },
+           [this]( auto & arguments ) { return routes( arguments ); } },
+         { "route summary",
+           "how many routes, FECs and adjacencies there are, and how the tables are followed",
+           {},
+           { { "what", "What" },
+             { "count", "Count", true },
+             state,
+             { "since", "Since s", true },
+             { "behind", "Behind", true },
+             { "overtaken", "Overtaken", true },
+             why },
+           [this]( auto & ) { return summary(); } },
+         { "fec",
+           "forwarding equivalence classes: next hops, prefixes, state, and why not",
+           { text( "FEC", "FEC" ) },
+           { fec,
+             { "type", "Type" },
+             hopsColumn,
+             adjacency,
+             { "ipv4", "IPv4", true },
+             { "ipv6", "IPv6", true },
+             { "defaults", "Defaults", true },
+             state,
+             why },
+           [this]( auto & arguments ) { return fecs( arguments ); } },
+         { "adjacency",
+           "distinct sets of next hops: who uses them, how many prefixes, state, and why not",
+           { text( "ADJACENCY", "adjacency" ) },
+           { adjacency,
+             hopsColumn,
+             { "users", "FECs", true },
+             { "fecs", "Which" },
+             { "prefixes", "Prefixes", true },
+             state,
+             { "since", "Since s", true },
+             { "inChip", "In the chip", true },
+             why },
+           [this]( auto & arguments ) { return adjacencies( arguments ); } } };
+   for ( const ShowCommand & command : hardwareCommands() ) {
+      all.push_back( command );
+   }
+   return all;
+}
+
+std::vector< ShowCommand >
+FibFeature::hardwareCommands() {
+   return { { "hw adjacency",
+              "adjacencies that the chip holds",
               {},
-              { { "what", "What" },
-                { "count", "Count", true },
-                state,
-                { "since", "Since s", true },
-                { "behind", "Behind", true },
-                { "overtaken", "Overtaken", true },
-                why },
-              [this]( auto & ) { return summary(); } },
-            { "fec",
-              "forwarding equivalence classes: next hops, prefixes, state, and why not",
-              { text( "FEC", "FEC" ) },
-              { fec,
-                { "type", "Type" },
-                hopsColumn,
-                adjacency,
-                { "ipv4", "IPv4", true },
-                { "ipv6", "IPv6", true },
-                { "defaults", "Defaults", true },
-                state,
-                why },
-              [this]( auto & arguments ) { return fecs( arguments ); } },
-            { "adjacency",
-              "distinct sets of next hops: who uses them, and how many prefixes",
-              { text( "ADJACENCY", "adjacency" ) },
-              { adjacency,
-                hopsColumn,
+              { { "place", "Place", true },
+                { "adjacency", "Adjacency", true },
+                { "nextHops", "Next hops" },
+                { "group", "Group", true },
                 { "users", "FECs", true },
-                { "fecs", "Which" },
-                { "prefixes", "Prefixes", true } },
-              [this]( auto & arguments ) { return adjacencies( arguments ); } } };
+                { "stale", "Stale" } },
+              [this]( auto & ) { return hardware(); } },
+            { "resources adjacency",
+              "what adjacencies use of the chip",
+              {},
+              { { "resource", "Resource" }, { "used", "Used", true }, { "of", "Of", true } },
+              [this]( auto & ) { return resources(); } } };
 }
 
 } // namespace QonAgent

@@ -309,6 +309,9 @@ FibReader::adjacencyIs( U32 place, const Ptr & wanted ) {
    if ( bool( former ) != bool( wanted ) ) {
       waiting_ += wanted ? 0 - fec.routes : fec.routes;
    }
+   if ( hearer_ && former != wanted ) {
+      hearer_->fecMoves( fec.id, former );
+   }
    adjacencies_.move( fec.id, fec.routes, former, wanted );
 }
 

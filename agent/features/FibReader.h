@@ -56,6 +56,18 @@ struct FibTableState {
 class FibReader : public Velto::Node {
  public:
    using GlobalFecId = Qon::GlobalFecId;
+   using Ptr = FibAdjacencies::Ptr;
+
+   /** Who brings into the chip what there is here. */
+   class Hearer {
+    public:
+      /** A FEC is to be with another adjacency than `from`; either may be null. Called before
+          anybody else hears of it, in the middle of the change. */
+      virtual void fecMoves( GlobalFecId fec, const Ptr & from ) = 0;
+
+    protected:
+      ~Hearer() = default;
+   };
    using RouteKey = Quarn::Fib::RouteKey;
 
    /** The tables of the writer at `path`; raises Velto::RangeError for what cannot be one. `counts`
@@ -91,11 +103,15 @@ class FibReader : public Velto::Node {
    U32 refused() const { return routes_[0]; }
    /** @} */
 
+   /** Null: nobody. It takes itself out before it ends. */
+   void hearerIs( Hearer * hearer ) { hearer_ = hearer; }
+   /** The chip has let it go. */
+   void adjacencyLeft( const Ptr & adjacency ) { adjacencies_.dropUnused( adjacency ); }
+
    /** What does not hold of the invariants; empty if all do. */
    String checkInvariants() const;
 
  private:
-   using Ptr = FibAdjacencies::Ptr;
    using Route = Quarn::Fib::Route;
    using Fec = Quarn::Fib::Fec;
    using Via = Quarn::Fib::Via;
@@ -150,6 +166,7 @@ class FibReader : public Velto::Node {
    Kiv::DenseMap< GlobalFecId, Kiv::Nothing > toLookAt_;
    U32 routes_[3] = {}; // by family; those that cannot be are of none
    U32 waiting_ = 0;
+   Hearer * hearer_ = nullptr;
 
    Quarn::Source source_;
    Quarn::TableReader< RouteKey, Route > routeTable_;

@@ -34,8 +34,8 @@ class Chip : public QonChip::Chip {
    const Shape & shape() const { return board_.shape; }
    /** What goes wrong. */
    FaultPlan & faults() { return faults_; }
-   /** How long what is accepted from now on takes, in seconds: VLANs, port states, groups. 0: it is
-       done before the hook returns. */
+   /** How long what is accepted from now on takes, in seconds: VLANs, port states, groups,
+       adjacencies. 0: it is done before the hook returns. */
    void latencyIs( Kiv::Seconds latency );
 
    /** What becomes of a frame by what the tables hold now. */

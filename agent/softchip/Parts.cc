@@ -11,7 +11,8 @@
    one( addMirrorPart ) \
    one( addMulticastPart ) \
    one( addTapAggPart ) \
-   one( addAclPart )
+   one( addAclPart ) \
+   one( addAdjacencyPart )
 // clang-format on
 
 #include "agent/softchip/Chip.h"

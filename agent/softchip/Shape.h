@@ -2,6 +2,7 @@
 // What kind of chip the chip in software is, and how large: the sizes of all its tables.
 
 #include "agent/softchip/AclTable.h"
+#include "agent/softchip/AdjacencyTable.h"
 #include "agent/softchip/ChipKind.h"
 #include "agent/softchip/HostTable.h"
 #include "agent/softchip/LagTable.h"
@@ -24,6 +25,7 @@ struct Shape {
    MulticastLimits multicast = {};
    TapAggLimits tapAgg = {};
    AclLimits acls = {};
+   AdjacencyLimits adjacencies = {};
    Kiv::Seconds latency = 0; ///< see Chip::latencyIs()
 };
 

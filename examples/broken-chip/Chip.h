@@ -2,7 +2,8 @@
 // The chip: finite tables, the hook classes between them and the library, and the parts that make
 // these.
 //
-//    library -> ChipMac, ChipTopo, ChipVlan, ChipLag, ChipAsync -> (a little later) -> Tables
+//    library -> ChipMac, ChipTopo, ChipVlan, ChipLag, ChipAsync, ChipAdjacency
+//                                                               -> (a little later) -> Tables
 //                                                               -> done, to the library
 //            -> ChipStorm, ChipVlanMapping, ChipMirror, ChipAcl, ChipMulticast, ChipTapAgg
 //                                                               -> at once -> Tables
@@ -13,6 +14,7 @@
 // without owning it.
 
 #include "Acl.h"
+#include "Adjacency.h"
 #include "Async.h"
 #include "Lag.h"
 #include "Mac.h"
@@ -40,6 +42,7 @@ class SmallChip : public QonChip::Chip,
                   QonChip::MulticastPart,
                   QonChip::TapAggPart,
                   QonChip::AclPart,
+                  QonChip::AdjacencyPart,
                   QonChip::AsyncPart {
  public:
    explicit SmallChip( Kiv::TaskScheduler & scheduler, Faults faults = {} )
@@ -54,6 +57,7 @@ class SmallChip : public QonChip::Chip,
       add< QonChip::MulticastPart >( *this );
       add< QonChip::TapAggPart >( *this );
       add< QonChip::AclPart >( *this );
+      add< QonChip::AdjacencyPart >( *this );
       add< QonChip::AsyncPart >( *this );
    }
    String name() const override { return "small"; }
@@ -136,6 +140,17 @@ class SmallChip : public QonChip::Chip,
       return Velto::make< Acl >( tables_, faults_ );
    }
    std::optional< QonChip::HeldAcls > acls() const override { return tables_.acls; }
+
+   Ptr< QonChip::AdjacencyHelper > makeAdjacencyHelper() override {
+      return Velto::make< ChipAdjacency >( tables_, faults_, wheel_ );
+   }
+   std::optional< QonChip::HeldAdjacencies > adjacencies() const override {
+      QonChip::HeldAdjacencies all = tables_.adjacencies;
+      for ( auto & [fec, place] : all.fecs ) {
+         ++all.adjacencies[place].fecs;
+      }
+      return all;
+   }
 
    Ptr< Qon::QonAsyncBaseHelper > makeAsyncHelper() override {
       return Velto::make< ChipAsyncHelper >();

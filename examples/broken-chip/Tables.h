@@ -5,6 +5,7 @@
 
 #include "Later.h"
 #include "chip/AclPart.h"
+#include "chip/AdjacencyPart.h"
 #include "chip/AsyncPart.h"
 #include "chip/LagPart.h"
 #include "chip/MacPart.h"
@@ -35,13 +36,15 @@ struct Faults {
    bool keptGroup = false;      ///< the MAC entry of a group that is deleted stays
    bool oneDestination = false; ///< of several destinations to remove only the first one goes
    bool firstGroup = false;     ///< a tap port that has a group keeps it when it is given another
+   bool roomUntold = false;     ///< what found no place among adjacencies never hears of room
    bool anyAnswer = false; ///< an answer is taken for the operation in flight, whose ever it is
 };
 
 /** What the chip holds. */
 struct Tables {
    static constexpr std::size_t hostRoom = 1024, topoRoom = 16, lagRoom = 16, memberRoom = 8,
-                                mirrorRoom = 4, translationRoom = 512, ruleRoom = 32768;
+                                mirrorRoom = 4, translationRoom = 512, ruleRoom = 32768,
+                                adjacencyRoom = 24, ecmpRoom = 16;
    static constexpr S64 multicastRoom = 16;
    static constexpr U32 tapGroupRoom = 16;
 
@@ -57,6 +60,7 @@ struct Tables {
    QonChip::HeldTapAgg tapAgg;
    QonChip::HeldTranslations translations;
    QonChip::HeldEntries entries;
+   QonChip::HeldAdjacencies adjacencies;
 };
 
 } // namespace Chip

@@ -27,6 +27,7 @@ constexpr NamedFault named[] = {
       { "kept-group", &Faults::keptGroup },
       { "one-destination", &Faults::oneDestination },
       { "first-group", &Faults::firstGroup },
+      { "room-untold", &Faults::roomUntold },
       { "any-answer", &Faults::anyAnswer },
 };
 

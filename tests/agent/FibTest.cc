@@ -48,7 +48,7 @@ TEST_F( Fib, EqualNextHopsAreOneAdjacencyAndAllOfItIsShown ) {
               "5 | drop | 1 | 1\n"
               "6 | cpu | 1 | 1" );
    EXPECT_EQ( shown( "route 0.0.0.0/0", { "vrf", "prefix", "nextHops", "adjacency", "state" } ),
-              "0 | 0.0.0.0/0 | 192.0.2.1 Ethernet1 | 1 | requested" );
+              "0 | 0.0.0.0/0 | 192.0.2.1 Ethernet1 | 1 | programmed" );
    EXPECT_EQ( shown( "route 10.4.0.0/16", { "fec", "state", "why" } ),
               "7 | waiting | its FEC is not in the table" );
    EXPECT_EQ( shown( "route 10.2.5.77", { "prefix" } ), "10.2.5.0/24" ); // the longest match
@@ -113,7 +113,7 @@ TEST_F( Fib, WhatAWriterSaysIsNotBelieved ) {
    via.version = 1;
    attach();
    put( via, FecType::forward, 1 );
-   EXPECT_EQ( fec( 3 ), "Ethernet1 attached | requested | " );
+   EXPECT_EQ( fec( 3 ), "Ethernet1 attached | programmed | " );
    const String kept = "Ethernet1 attached | kept | ";
    const auto bad = [&]( auto change ) {
       auto other = via;
@@ -140,7 +140,7 @@ TEST_F( Fib, WhatAWriterSaysIsNotBelieved ) {
    via.intf = Intf( intf( "Ethernet2" ) );
    raw.vias.valueIs( ViaKey( id, 0 ), via );
    rest();
-   EXPECT_EQ( fec( 3 ), "Ethernet2 attached | requested | " );
+   EXPECT_EQ( fec( 3 ), "Ethernet2 attached | programmed | " );
 }
 
 TEST_F( Fib, RoutesThatCannotBeAreCountedAndLeadNowhere ) {

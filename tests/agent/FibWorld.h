@@ -65,13 +65,15 @@ class FibWorld {
       feature->attach( &loop, path, std::move( counts ) );
    }
    QonAgent::FibReader & reader() { return *feature->reader(); }
+   QonAgent::FibInstaller & installer() { return *feature->installer(); }
    /** Until all that the tables say is done: whoever writes has been awake, and nobody is behind. */
    void rest() {
       for ( U32 quiet = 0; quiet < 4; ) {
          loop.runOnce( 0.001 );
-         quiet = reader().idle() ? quiet + 1 : 0;
+         quiet = reader().idle() && installer().idle() ? quiet + 1 : 0;
       }
       EXPECT_EQ( reader().checkInvariants(), "" );
+      EXPECT_EQ( installer().checkInvariants(), "" );
    }
    template< class Done >
    bool runUntil( Done && done ) {

@@ -258,6 +258,7 @@ TEST( Conformance, EachFaultOfTheBrokenChipIsAFinding ) {
          { "kept-mapping", "vlanmapping.latest" }, { "one-destination", "mirror.last" },
          { "kept-group", "multicast.delete" },     { "kept-port", "acl.intfs" },
          { "first-group", "tapagg.ports" },        { "any-answer", "async.late" },
+         { "room-untold", "adjacency.room" },
    };
    EXPECT_EQ( brokenChip( "", text ), 1 );
    for ( auto [fault, contract] : faults ) {
@@ -336,6 +337,7 @@ struct Blind : SmallChip<> {
    std::optional< QonChip::HeldTapAgg > tapAgg() const override { return std::nullopt; }
    std::optional< QonChip::HeldTranslations > translations() const override { return std::nullopt; }
    std::optional< QonChip::HeldEntries > asyncEntries() const override { return std::nullopt; }
+   std::optional< QonChip::HeldAdjacencies > adjacencies() const override { return std::nullopt; }
 };
 
 TEST( Conformance, NothingIsCalledSoundThatWasNotLookedAt ) {
