@@ -41,10 +41,28 @@ class SimAcl : public SimFeature {
    String checkTornDown() const override;
    void stop() override;
 
- private:
    using IntfId = Ulnet::IntfId;
    using AclType = Acl::AclType;
    using AclDirection = Acl::AclDirection;
+   /** A list that shall decide on what passes an interface. */
+   struct Decider {
+      AclType type;
+      String name;
+      Ulnet::EthAddr host; ///< of what this one sends; of all, if it is zero
+      bool known;          ///< false: it failed, as it is said
+   };
+   using Deciders = std::map< std::pair< IntfId, AclDirection >, std::vector< Decider > >;
+   Deciders deciders() const;
+   /** What lists say of a packet. */
+   struct Decision {
+      bool known = true;
+      bool permits = true;
+      std::set< S32 > mirrorGroups; ///< of rules that it meets
+   };
+   void ask( const std::vector< Decider > & deciders, const QonChip::AclPacket & packet,
+             Decision & decision ) const;
+
+ private:
    using Place = std::tuple< AclType, String, Qon::AclKey >;
    using Uses = std::set< Qon::AclIntfUse >;
    using Wanted = std::map< Place, Uses >;

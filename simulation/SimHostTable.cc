@@ -93,6 +93,19 @@ SimHostTable::handIn( U32 i, Type type, U32 port ) {
          type, keyOf( i ), world_.port( port ), Bridging::EntryType::learnedDynamic ) );
 }
 
+SimHostTable::Place
+SimHostTable::wantedInChip( const Bridging::MacVlanPair & host ) const {
+   for ( U32 i = 0; i < keys_.size(); ++i ) {
+      if ( keyOf( i ).key() == host ) {
+         const Key & key = keys_[i];
+         const bool known =
+               !programmer_->overflowAddrOpHas( keyOf( i ) ) && ( !key.wanted || !key.flushed );
+         return { known, key.wanted ? key.intf : Ulnet::IntfId() };
+      }
+   }
+   return {};
+}
+
 String
 SimHostTable::checkInvariants() const {
    return programmer_->checkInvariants();

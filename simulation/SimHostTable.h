@@ -30,6 +30,14 @@ class SimHostTable : public SimFeature {
    String checkTornDown() const override;
    void stop() override;
 
+   /** Where the chip shall have a host. */
+   struct Place {
+      bool known = true;  ///< false: a flush may have met it, or its bucket is full
+      Ulnet::IntfId intf; ///< null: nowhere
+   };
+   Place wantedInChip( const Bridging::MacVlanPair & host ) const;
+   Bridging::MacVlanPair host( U32 i ) const { return keyOf( i % U32( keys_.size() ) ).key(); }
+
  private:
    using Type = Qon::IndirectAccessMacCmdType;
 

@@ -378,6 +378,15 @@ SimLag::wantedGroup( IntfId lag ) const {
    return group;
 }
 
+SimLag::Group
+SimLag::wantedInChip( IntfId lag ) const {
+   Group group = wantedGroup( lag );
+   std::erase_if( group, [&]( auto & entry ) {
+      return progSm_->programmed( lag, entry.first ).result() >= Hardware::Lag::Result::noLag;
+   } );
+   return group;
+}
+
 String
 SimLag::checkInvariants() const {
    if ( !dirty_ && ++sinceCheck_ < 64 ) {

@@ -49,11 +49,13 @@ class SimLag : public SimFeature {
 
    /** The aggregate that the configuration puts the port into; null is none. */
    Ulnet::IntfId wantedLag( Ulnet::IntfId port ) const;
+   using Member = Hardware::Lag::Member;
+   using Group = std::map< Ulnet::IntfId, Member >;
+   /** The members that the chip shall hold, save those that were refused, as it is said. */
+   Group wantedInChip( Ulnet::IntfId lag ) const;
 
  private:
    using IntfId = Ulnet::IntfId;
-   using Member = Hardware::Lag::Member;
-   using Group = std::map< IntfId, Member >;
 
    /** @name Operations */
    /** @{ */

@@ -48,6 +48,18 @@ class SimMirror : public SimFeature {
    String checkTornDown() const override;
    void stop() override;
 
+   /** The copies of a session of what passes its sources. */
+   struct Copies {
+      String name;
+      bool known = true; ///< false: in a pause, or of an earlier life, or a part of it was refused
+      U32 group = 0;
+      std::set< Ulnet::IntfId > targets; ///< by each of them
+      Ulnet::IntfId tunnel;              ///< by this port too, in a tunnel; null: none
+      Bridging::VlanIdOrNone tunnelVlan;
+      std::map< Ulnet::IntfId, Mirroring::Direction > sources;
+   };
+   std::vector< Copies > wantedInChip() const;
+
  private:
    using IntfId = Ulnet::IntfId;
    using Direction = Mirroring::Direction;

@@ -111,6 +111,38 @@ SimMirror::fits( const std::map< IntfId, Direction > & sources, IntfId port, Dir
           ( both == 0 || one == 0 || both / mostBoth + one / mostOne <= 1 + 1e-9 );
 }
 
+/** Lists here have no rules: a source that has one mirrors nothing. */
+std::vector< SimMirror::Copies >
+SimMirror::wantedInChip() const {
+   std::vector< Copies > all;
+   for ( auto && [name, config] : config_->sessionIteratorConst() ) {
+      if ( !world_.acsd->mirrorSessionNameToIdHas( name ) ) {
+         continue;
+      }
+      const Told & told = toldOf( name );
+      Copies copies;
+      copies.name = name;
+      copies.group = world_.acsd->mirrorSessionNameToId( name );
+      copies.known = !paused_ && told.left == TunnelType::none && !told.refusedTunnel;
+      copies.targets = wantedTargets( *config );
+      std::erase_if( copies.targets,
+                     [&]( IntfId port ) { return told.refusedTargets.contains( port ); } );
+      if ( tunnelReady( *config ) ) {
+         const auto & info = config->tunnel();
+         const auto way = tunnels_->resolution( { info.dst(), info.vrf() } );
+         copies.tunnel = way.intf();
+         copies.tunnelVlan = way.vlan();
+      }
+      for ( auto & [port, source] : wantedSources( *config ) ) {
+         if ( source.acl.empty() && told.sources.contains( port ) ) {
+            copies.sources[port] = source.direction;
+         }
+      }
+      all.push_back( copies );
+   }
+   return all;
+}
+
 // --- Checks --------------------------------------------------------------------------------------
 
 String

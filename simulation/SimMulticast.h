@@ -39,6 +39,15 @@ class SimMulticast : public SimFeature {
    String checkTornDown() const override;
    void stop() override;
 
+   /** The ports that a group's frames must leave by, and others by which they may. */
+   struct Way {
+      bool known = true; ///< false: two want it, or something has no room
+      bool there = false;
+      std::set< Ulnet::IntfId > ports, allowed;
+   };
+   Way wantedInChip( const Bridging::MacVlanPair & key ) const;
+   Bridging::MacVlanPair groupKey( U32 i, U32 vlan ) const { return key( i, vlan ); }
+
    /** A hook was called: one more change, now and then. */
    void hookCalled();
 

@@ -97,6 +97,21 @@ SimMulticast::wishesFor( const Key & key ) const {
    return wishes;
 }
 
+SimMulticast::Way
+SimMulticast::wantedInChip( const Key & key ) const {
+   const auto wishes = wishesFor( key );
+   if ( wishes.empty() ) {
+      return {};
+   }
+   const Wish & wish = wishes.front();
+   const Qon::MacEntryKey hostKey( key, Qon::MacHwType::macHwKeyBridge );
+   const auto & hosts = world_.chip->of< SoftChip::MacPart >().table();
+   const bool room = table_.macEntries().contains( key ) || hosts.hasRoom( hostKey );
+   const bool known = wishes.size() == 1 && wish.members && room && !saidToFlood_.contains( key ) &&
+                      !hosts.entry( hostKey );
+   return { known, true, wish.ports, wish.allowed };
+}
+
 bool
 SimMulticast::groupsUsedUp() const {
    return table_.groups().size() >= table_.groupsAtMost();

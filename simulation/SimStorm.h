@@ -17,6 +17,7 @@
 // 6. The chip limits what it was asked to, as far as there are limiters; counters have arrived.
 
 #include <map>
+#include <optional>
 #include <set>
 
 #include "Qon/include/framework/HookTap.h"
@@ -48,6 +49,11 @@ class SimStorm : public SimFeature, private Qon::HookListener {
    void tearDown() override;
    String checkTornDown() const override;
    void stop() override;
+
+   /** Whether nothing of the level, or of the traffic class, passes that arrives at the port; nothing
+       where nobody says so. */
+   std::optional< bool > stops( Ulnet::IntfId port, Bridging::StormControl::Level level,
+                                U8 trafficClass ) const;
 
  private:
    using IntfId = Ulnet::IntfId;

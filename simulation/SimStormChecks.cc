@@ -73,6 +73,24 @@ SimStorm::wantedLimits( IntfId port ) const {
    return limits;
 }
 
+/** A limit that waits for a limiter stops nothing. */
+std::optional< bool >
+SimStorm::stops( IntfId port, Level level, U8 trafficClass ) const {
+   const bool broadcast = level == Level::broadcast;
+   if ( broadcast && wanted( port ) && !config_->intf( ownerOf( port ) )->broadcastLevel() ) {
+      return false; // they pass by all limits
+   }
+   for ( auto & [limited, limit] : wantedLimits( port ) ) {
+      if ( ( limited == level || limited == Level::all ) && limit.threshold.value() == 0 &&
+           !chip_.table().waits( port, limited ) ) {
+         return true;
+      }
+   }
+   auto ofClass = config_->aggregateTc( trafficClass );
+   const bool stopped = ofClass && ofClass->threshold().value() == 0;
+   return stopped && broadcast && !wanted( port ) ? std::nullopt : std::optional( stopped );
+}
+
 SimStorm::Limits
 SimStorm::asked( IntfId port ) const {
    Limits limits;

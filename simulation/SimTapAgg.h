@@ -20,6 +20,7 @@
 #include <set>
 
 #include "Qon/include/tapagg/QonTapaggSm.h"
+#include "agent/softchip/Road.h"
 #include "agent/softchip/TapAggPart.h"
 #include "simulation/SimFeature.h"
 
@@ -42,6 +43,18 @@ class SimTapAgg : public SimFeature {
    void tearDown() override;
    String checkTornDown() const override;
    void stop() override;
+
+   /** What the chip shall do with frames that arrive at an interface. */
+   struct Road {
+      bool known = true; ///< false: an earlier life has left something there
+      bool tap = false, tool = false;
+      struct Way {
+         std::set< Ulnet::IntfId > ports; ///< by one of them
+         SoftChip::Tags tags;
+      };
+      std::vector< Way > ways; ///< of a tap port
+   };
+   Road road( Ulnet::IntfId intf, const SoftChip::Tags & tags ) const;
 
  private:
    using IntfId = Ulnet::IntfId;
@@ -85,6 +98,7 @@ class SimTapAgg : public SimFeature {
    bool takes( IntfId intf, const Bridging::Input::ToolPortConfig & tool,
                const Bridging::Input::TapGroups & groups ) const;
    std::set< IntfId > toolsOf( const TapGroups & groups ) const;
+   SoftChip::Tags tagsBehind( IntfId tap, IntfId tool, const SoftChip::Tags & tags ) const;
    QonChip::HeldTapPort wantedTap( IntfId intf ) const;
    QonChip::HeldToolPort wantedTool( IntfId intf, const std::set< String > & names ) const;
    U32 idOf( const String & name ) const;

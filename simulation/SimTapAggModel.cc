@@ -9,6 +9,7 @@
 namespace Sim {
 
 using Bridging::Input::TapGroups;
+using Bridging::Input::ToolIdentityMode;
 using Bridging::Input::ToolPortConfig;
 using QonChip::HeldTapPort;
 using QonChip::HeldToolPort;
@@ -133,6 +134,59 @@ SimTapAgg::wantedTool( IntfId intf, const std::set< String > & names ) const {
       }
    }
    return tool;
+}
+
+/** The tool takes some off, and then puts on who sent the frame: outside its VLAN, and outside of that
+    the outer one. Numbers that are no VLANs are no tags. */
+SoftChip::Tags
+SimTapAgg::tagsBehind( IntfId tap, IntfId tool, const SoftChip::Tags & tags ) const {
+   std::vector< Bridging::VlanIdOrNone > all;
+   const auto how = config_->toolPort( tool )->identityTagging();
+   const auto identity = config_->tapRawIntfHas( tap ) ? Bridging::IdentityTuple()
+                                                       : config_->tapPort( tap )->identity();
+   auto add = [&]( U16 tag ) {
+      if ( tag != 0 && tag != 4095 ) {
+         all.push_back( Bridging::VlanIdOrNone( U32( tag ) ) );
+      }
+   };
+   if ( how != ToolIdentityMode::none ) {
+      add( identity.outer() );
+   }
+   if ( how == ToolIdentityMode::qinq ) {
+      add( identity.inner() );
+   }
+   const U32 removed = config_->toolPort( tool )->dot1qRemove();
+   const Bridging::VlanIdOrNone own[] = { tags.outer, tags.inner };
+   for ( U32 i = removed; i < 2; ++i ) {
+      all.push_back( own[i] );
+   }
+   all.resize( 2 );
+   return { all[0], all[1] };
+}
+
+SimTapAgg::Road
+SimTapAgg::road( IntfId intf, const SoftChip::Tags & tags ) const {
+   Road road;
+   road.known = !stale_;
+   road.tap = config_->tapPortHas( intf ) && serves( intf );
+   road.tool = config_->toolPortHas( intf ) && serves( intf );
+   const TapGroups groups = road.tap ? config_->tapPort( intf )->groups() : TapGroups();
+   if ( idOf( groups.stringValue() ) == 0 ) { // with as many as there are, some wait for one
+      return road;
+   }
+   for ( IntfId tool : toolsOf( groups ) ) {
+      Road::Way way{ { tool }, tagsBehind( intf, tool, tags ) };
+      if ( Ulnet::PortChannelIntfId::isPortChannelIntfId( tool ) ) {
+         way.ports.clear();
+         for ( auto & [port, flags] : world_.acsd->lagToPort( tool ) ) {
+            way.ports.insert( port );
+         }
+      }
+      if ( tool != intf && !way.ports.empty() ) {
+         road.ways.push_back( way );
+      }
+   }
+   return road;
 }
 
 // --- What must hold ------------------------------------------------------------------------------

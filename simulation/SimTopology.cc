@@ -111,6 +111,7 @@ SimTopology::makeHelper() {
    helper->pvstIs( pvst_ );
    allocated_.clear();
    vlanTopo_.assign( 4095, "" );
+   heard_.clear();
    latencyIs( mode_ );
    stpSm_ = Qon::smIs< Stp >( this, world_.acsd, helper );
 }
@@ -377,6 +378,7 @@ SimTopology::stateHeard( const String & topo, IntfId intf ) {
 void
 SimTopology::vlanHeard( const String & topo, U16 vlan, bool add ) {
    String & held = vlanTopo_[vlan];
+   heard_.insert( vlan );
    if ( add ) {
       if ( !allocated_.contains( topo ) ) {
          world_.report( "topology", "VLAN added to a topology that is not there: " + topo );
@@ -395,8 +397,8 @@ SimTopology::vlanHeard( const String & topo, U16 vlan, bool add ) {
 
 void
 SimTopology::bpduHeard( bool bpdu, bool pvst ) {
-   bpdu_ = bpdu;
-   pvstBpdu_ = pvst;
+   trapping_ = { bpdu, pvst };
+   world_.chip->of< SoftChip::TopologyPart >().bpduTrappingIs( trapping_ );
 }
 
 void

@@ -66,6 +66,9 @@ class SimTopology : public SimFeature {
    String topoOf( Bridging::VlanId vlan ) const;
    /** Whether the port shall forward in the VLAN; nothing where nobody says so. */
    std::optional< bool > forwards( Bridging::VlanId vlan, IntfId port ) const;
+   /** Likewise, of a chip with tables, which may have no room for its topology. */
+   std::optional< bool > passes( Bridging::VlanId vlan, IntfId port ) const;
+   SoftChip::BpduTrapping wantedTrapping() const;
    /** @} */
 
  private:
@@ -127,10 +130,11 @@ class SimTopology : public SimFeature {
    U64 changes_ = 0;
    mutable bool dirty_ = true; ///< something happened since the last check
    mutable U32 sinceCheck_ = 0, walks_ = 0;
-   bool bpdu_ = false, pvstBpdu_ = false; ///< as the chip was told
+   SoftChip::BpduTrapping trapping_; ///< as the chip was told
    std::set< String > allocated_;
    std::vector< String > vlanTopo_; ///< by VLAN, as the chip was told; empty is none
    std::set< U16 > left_;           ///< VLANs that went from a live topology into none
+   std::set< U16 > heard_;          ///< VLANs that the chip was told anything of
    std::set< IntfId > hadMembers_;
    Kiv::Listener< Qon::QonCommonSmData::lagToPortAttr > groups_;
    using PortListener = Kiv::Listener< Bridging::Topology::Inst::TopoStatus::topoPortStatusAttr >;

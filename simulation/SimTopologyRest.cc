@@ -86,6 +86,21 @@ SimTopology::forwards( Bridging::VlanId vlan, IntfId port ) const {
    return left_.contains( vlan ) ? std::optional( false ) : std::nullopt;
 }
 
+std::optional< bool >
+SimTopology::passes( Bridging::VlanId vlan, IntfId port ) const {
+   const String topo = topoOf( vlan );
+   if ( !heard_.contains( vlan ) ) {
+      return true;
+   }
+   return topo.empty() || roomFor( topo ) ? forwards( vlan, port ) : std::optional( false );
+}
+
+SoftChip::BpduTrapping
+SimTopology::wantedTrapping() const {
+   const bool trap = !tapAgg();
+   return { trap && config_->bpduTrapEnabled(), trap && config_->pvstBpduTrapEnabled() };
+}
+
 /** Whether the chip has what is acknowledged. */
 String
 SimTopology::checkChip( const String & topo, IntfId port, PortState state ) const {
@@ -130,11 +145,7 @@ SimTopology::checkInvariants() const {
    if ( !wrong.empty() ) {
       return "own invariant: " + wrong;
    }
-   bool trap = !tapAgg();
-   return bpdu_ == ( trap && config_->bpduTrapEnabled() ) &&
-                      pvstBpdu_ == ( trap && config_->pvstBpduTrapEnabled() )
-                ? ""
-                : "BPDU trapping: not as configured";
+   return trapping_ == wantedTrapping() ? "" : "BPDU trapping: not as configured";
 }
 
 /** What has no room in the chip's table waits for it. */

@@ -150,27 +150,34 @@ SimVlan::checkRetry() const {
    return {};
 }
 
+std::optional< Qon::VlanMembership >
+SimVlan::wantedInChip( VlanId vlan, IntfId port ) const {
+   auto topology = world_.feature< SimTopology >();
+   auto forwards = topology ? topology->forwards( vlan, port ) : std::optional( true );
+   if ( !forwards || inRecirc( port ) ) {
+      return std::nullopt;
+   }
+   auto entry = wanted_.find( { vlan, port } );
+   const bool member = *forwards && entry != wanted_.end() && entry->second;
+   return member ? entry->second : Qon::VlanMembership();
+}
+
 String
 SimVlan::checkVlan( VlanId vlan ) const {
-   auto topology = world_.feature< SimTopology >();
    for ( U32 i = 0; i < world_.size( Range::port ); ++i ) {
       IntfId port = world_.port( i );
-      auto entry = wanted_.find( { vlan, port } );
-      bool member = entry != wanted_.end() && entry->second;
-      auto forwards = topology ? topology->forwards( vlan, port ) : std::optional( true );
+      const auto wanted = wantedInChip( vlan, port );
       String name = vlan.stringValue() + ", " + port.stringValue();
-      if ( !forwards || inRecirc( port ) ) {
+      if ( !wanted ) {
          continue;
       }
-      if ( inChip( vlan, port ) != ( member && *forwards ) ) {
-         return ( member && *forwards ? "member missing in the chip: VLAN "
-                                      : "port in the chip that should not be there: VLAN " ) +
+      if ( inChip( vlan, port ) != bool( *wanted ) ) {
+         return ( *wanted ? "member missing in the chip: VLAN "
+                          : "port in the chip that should not be there: VLAN " ) +
                 name;
       }
-      for ( auto & held : table_.ports( vlan ) ) {
-         if ( held.intf == port && !( held.how == entry->second ) ) {
-            return "membership in the chip differs: VLAN " + name;
-         }
+      if ( *wanted && !( table_.membership( vlan, port ) == *wanted ) ) {
+         return "membership in the chip differs: VLAN " + name;
       }
    }
    return {};

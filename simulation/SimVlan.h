@@ -6,6 +6,7 @@
 // forward, with the flags that were asked for; nothing is under way.
 
 #include <map>
+#include <optional>
 #include <set>
 
 #include "agent/softchip/Chip.h"
@@ -38,6 +39,8 @@ class SimVlan : public SimFeature {
    /** Null on a chip with topology tables. */
    SoftChip::SoftVlanHelper * helper() const { return helper_.ptr(); }
    bool inChip( VlanId vlan, IntfId port ) const { return table_.has( vlan, port ); }
+   /** The membership that the chip shall hold; nothing where nobody says so. */
+   std::optional< Qon::VlanMembership > wantedInChip( VlanId vlan, IntfId port ) const;
    /** Whether the VLAN went since the last rest: nobody waits for it, the chip may be late. */
    bool gone( VlanId vlan ) const { return gone_.contains( vlan ); }
    /** Whether somebody took the port out of the VLAN since the last rest, whatever its state: who

@@ -41,6 +41,9 @@ class SimVlanMapping : public SimFeature, private Kiv::LogSink {
    String checkTornDown() const override;
    void stop() override;
 
+   /** What every port shall have in the chip, save what could not be had, as it is said. */
+   std::map< Model::Port, Model::Mapping > wantedInChip() const;
+
    /** From the hooks, before they are done and after. */
    void asked( Direction d, const Qon::PortVlanKey & key, IntfId intf, Model::Mapping mapping );
    void answerHeard( Direction d, const Qon::PortVlanKey & key, Status status );

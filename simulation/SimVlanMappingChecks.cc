@@ -42,6 +42,13 @@ SimVlanMapping::isInChip( const Model::Port & port ) const {
    return result != Status::full && result != Status::failed;
 }
 
+std::map< VlanMappingModel::Port, VlanMappingModel::Mapping >
+SimVlanMapping::wantedInChip() const {
+   auto wanted = model_.ports();
+   std::erase_if( wanted, [&]( auto & entry ) { return !isInChip( entry.first ); } );
+   return wanted;
+}
+
 String
 SimVlanMapping::checkChip() const {
    const auto wanted = model_.ports();

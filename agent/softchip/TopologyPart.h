@@ -13,6 +13,7 @@ namespace SoftChip {
 struct BpduTrapping {
    bool bpdu = false;
    bool perVlan = false; ///< those that speak of one VLAN
+   bool operator==( const BpduTrapping & ) const = default;
 };
 
 class TopologyPart : public QonChip::TopologyPart {
