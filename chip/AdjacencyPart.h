@@ -102,7 +102,7 @@ struct HeldAdjacencies {
    std::map< GlobalFecId, U32 > fecs; ///< the place that each leads to
 };
 
-/** How much of the chip is used. */
+/** How much of the chip is used, and how much there is; 0 where it does not tell. */
 struct AdjacencyRoom {
    U32 adjacencies = 0, adjacenciesAtMost = 0;
    U32 groups = 0, groupsAtMost = 0;

@@ -374,25 +374,23 @@ FibFeature::hardware() const {
 
 Rows
 FibFeature::resources() const {
-   if ( !installer_ ) {
+   if ( !part_ ) {
       notServed( agent_, "adjacencies" );
    }
-   if ( const auto room = part_->adjacencyRoom() ) {
-      const Row all = { { "resource", "adjacencies" },
-                        { "used", room->adjacencies },
-                        { "of", room->adjacenciesAtMost } };
-      co_yield all;
-      const Row groups = { { "resource", "groups for several next hops" },
-                           { "used", room->groups },
-                           { "of", room->groupsAtMost } };
-      co_yield groups;
+   const auto room = part_->adjacencyRoom().value_or( QonChip::AdjacencyRoom() );
+   const U32 waiting = installer_ ? installer_->adjacencies( FibChipState::noRoom ) : 0;
+   const U32 noGroup = installer_ ? installer_->adjacencies( FibChipState::noGroup ) : 0;
+   const Row rows[] = { { { "resource", "adjacencies" },
+                          { "used", room.adjacencies },
+                          { "of", room.adjacenciesAtMost } },
+                        { { "resource", "groups for several next hops" },
+                          { "used", room.groups },
+                          { "of", room.groupsAtMost } },
+                        { { "resource", "adjacencies without room" }, { "used", waiting } },
+                        { { "resource", "adjacencies without a group" }, { "used", noGroup } } };
+   for ( const Row & made : rows ) {
+      co_yield made;
    }
-   const Row waiting = { { "resource", "adjacencies without room" },
-                         { "used", installer_->adjacencies( FibChipState::noRoom ) } };
-   co_yield waiting;
-   const Row noGroup = { { "resource", "adjacencies without a group" },
-                         { "used", installer_->adjacencies( FibChipState::noGroup ) } };
-   co_yield noGroup;
 }
 
 std::vector< ShowCommand >

@@ -308,22 +308,24 @@ checkFec( Trial & t ) {
    stage.judgeNow( fec );
 }
 
-/** Adjacencies of two next hops, until one finds no room; the numbers are from 1. */
+/** Adjacencies of two next hops, numbered from 1, until some find no room: how many came before the
+    first of those. */
 U32
 fill( AdjacencyStage & stage ) {
    Trial & t = stage.t;
-   for ( U32 number = 1; number < mostFilled; ) {
-      for ( U32 i = 0; i < filledAtOnce; ++i ) {
-         stage.give( number, stage.hops( number, 2, 1 + number ) );
+   for ( U32 number = 0; number < mostFilled; ) {
+      const U32 before = number;
+      while ( number < before + filledAtOnce ) {
          ++number;
+         stage.give( number, stage.hops( number, 2, 1 + number ) );
       }
       stage.awaitAnswers();
-      if ( !stage.programmed( number - 1 ) ) {
-         U32 there = 0;
-         while ( stage.programmed( there + 1 ) ) {
-            ++there;
-         }
-         t.did( "handed over " + Kiv::toText( number - 1 ) + " adjacencies of two next hops" );
+      U32 there = before;
+      while ( stage.programmed( there + 1 ) ) {
+         ++there;
+      }
+      if ( there < number ) {
+         t.did( "handed over " + Kiv::toText( number ) + " adjacencies of two next hops" );
          return there;
       }
    }

@@ -100,8 +100,8 @@ TEST_F( FibWriting, WhatHasNoRoomChangesNothing ) {
    attach();
    rest();
    EXPECT_EQ( shown( "route", { "prefix", "nextHops", "state" } ),
-              "10.0.0.0/8 | Ethernet1 attached, Ethernet2 attached | requested\n"
-              "11.0.0.0/8 | Ethernet3 attached | requested" );
+              "10.0.0.0/8 | Ethernet1 attached, Ethernet2 attached | programmed\n"
+              "11.0.0.0/8 | Ethernet3 attached | programmed" );
    file.lines( "0 11.0.0.0/8 -" ); // and nothing is left of what was refused
    EXPECT_EQ( file.writer.fecs(), 1u );
    EXPECT_EQ( refused( file, "fec 1 @Ethernet4 @Ethernet5 @Ethernet6" ), "" );

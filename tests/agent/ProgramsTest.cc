@@ -132,7 +132,7 @@ TEST( Programs, AForwardingTableIsWrittenFollowedAndOutlivesItsWriter ) {
               "qon-fib: ready, serving " + place +
                     ": 1 routes, 1 classes\n[\n  {\"vrf\":0,\"prefix\":\"10.0.0.0/8\","
                     "\"fec\":4294967296,\"nextHops\":[\"192.0.2.1 Ethernet1\","
-                    "\"192.0.2.2 Ethernet2\"],\"adjacency\":1,\"state\":\"requested\","
+                    "\"192.0.2.2 Ethernet2\"],\"adjacency\":1,\"state\":\"programmed\","
                     "\"why\":\"\"}\n]\n" );
    EXPECT_EQ( agent.ctl( "show adjacency 1" ).code, 0 );
    const Result refused = sh( "echo '0 ::/0 nowhere' | " + fib + "-" );
