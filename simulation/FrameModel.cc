@@ -66,7 +66,9 @@ FrameModel::FrameModel( const World & world, Members members )
       }
    }
    if ( auto mirror = world.feature< SimMirror >() ) {
-      sessions_ = mirror->wantedInChip();
+      const auto sessions = mirror->wantedInChip();
+      mirrorKnown_ = bool( sessions );
+      sessions_ = sessions.value_or( std::vector< SimMirror::Copies >() );
    }
    if ( acl_ ) {
       deciders_ = acl_->deciders();
@@ -355,6 +357,7 @@ FrameModel::addMirrored( IntfId port, Direction direction, const Tags & tags,
 std::optional< FrameModel::Expected >
 FrameModel::of( const Frame & frame ) const {
    Expected expected;
+   expected.mirrorKnown = mirrorKnown_;
    const IntfId lag = lagOf( frame.port );
    Trip trip = { frame, lag ? lag : frame.port, frame.tags };
    if ( lag && !groups_.at( lag ).at( frame.port ).collecting() ) {

@@ -49,6 +49,10 @@ class FrameModel {
    struct Expected {
       std::vector< Choice > copies;
       std::set< String > loose; ///< mirror sessions whose copies are not foreseen
+      bool mirrorKnown = true;  ///< false: those of all sessions
+      bool isLoose( const Leaving & copy ) const {
+         return !copy.session.empty() && ( !mirrorKnown || loose.contains( copy.session ) );
+      }
    };
    /** None: nothing can be said. */
    std::optional< Expected > of( const SoftChip::Frame & frame ) const;
@@ -107,6 +111,7 @@ class FrameModel {
    std::map< VlanMappingModel::Port, VlanMappingModel::Mapping > mappings_;
    std::map< std::pair< MappingDirection, IntfId >, U16 > natives_;
    std::vector< SimMirror::Copies > sessions_;
+   bool mirrorKnown_ = true;
    SimAcl::Deciders deciders_;
 };
 

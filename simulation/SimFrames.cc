@@ -295,7 +295,7 @@ SimFrames::check( const FrameModel & model, const Frame & frame ) const {
    if ( !expected ) {
       return {};
    }
-   const auto isLoose = [&]( auto & copy ) { return expected->loose.contains( copy.session ); };
+   const auto isLoose = [&]( auto & copy ) { return expected->isLoose( copy ); };
    Leavings leavings;
    for ( auto & copy : world_.chip->forward( frame ).copies ) {
       leavings.push_back( leavingOf( copy ) );

@@ -20,6 +20,7 @@
 //    is removed is there, as it is described.
 
 #include <map>
+#include <optional>
 #include <set>
 
 #include "agent/softchip/Chip.h"
@@ -51,14 +52,15 @@ class SimMirror : public SimFeature {
    /** The copies of a session of what passes its sources. */
    struct Copies {
       String name;
-      bool known = true; ///< false: in a pause, or of an earlier life, or a part of it was refused
+      bool known = true; ///< false: of an earlier life, or its tunnel was refused
       U32 group = 0;
       std::set< Ulnet::IntfId > targets; ///< by each of them
       Ulnet::IntfId tunnel;              ///< by this port too, in a tunnel; null: none
       Bridging::VlanIdOrNone tunnelVlan;
       std::map< Ulnet::IntfId, Mirroring::Direction > sources;
    };
-   std::vector< Copies > wantedInChip() const;
+   /** None in a pause. */
+   std::optional< std::vector< Copies > > wantedInChip() const;
 
  private:
    using IntfId = Ulnet::IntfId;

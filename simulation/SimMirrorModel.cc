@@ -112,8 +112,11 @@ SimMirror::fits( const std::map< IntfId, Direction > & sources, IntfId port, Dir
 }
 
 /** Lists here have no rules: a source that has one mirrors nothing. */
-std::vector< SimMirror::Copies >
+std::optional< std::vector< SimMirror::Copies > >
 SimMirror::wantedInChip() const {
+   if ( paused_ ) {
+      return std::nullopt;
+   }
    std::vector< Copies > all;
    for ( auto && [name, config] : config_->sessionIteratorConst() ) {
       if ( !world_.acsd->mirrorSessionNameToIdHas( name ) ) {
@@ -123,12 +126,13 @@ SimMirror::wantedInChip() const {
       Copies copies;
       copies.name = name;
       copies.group = world_.acsd->mirrorSessionNameToId( name );
-      copies.known = !paused_ && told.left == TunnelType::none && !told.refusedTunnel;
+      copies.known = told.left == TunnelType::none && !told.refusedTunnel;
       copies.targets = wantedTargets( *config );
       std::erase_if( copies.targets,
                      [&]( IntfId port ) { return told.refusedTargets.contains( port ); } );
-      if ( tunnelReady( *config ) ) {
-         const auto & info = config->tunnel();
+      const auto & info = config->tunnel();
+      const bool drops = info.type() == TunnelType::gre && info.forwardDrop();
+      if ( tunnelReady( *config ) && !drops ) {
          const auto way = tunnels_->resolution( { info.dst(), info.vrf() } );
          copies.tunnel = way.intf();
          copies.tunnelVlan = way.vlan();

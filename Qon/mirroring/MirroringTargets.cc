@@ -249,22 +249,31 @@ KivMirroringSession::removeTunnel( Velto::FirstError & error ) {
    } );
 }
 
+namespace {
+
+/** Its copies go nowhere, and need no way. */
+bool
+drops( const Mirroring::TunnelInfo & info ) {
+   return info.type() == TunnelType::gre && info.forwardDrop();
+}
+
+} // namespace
+
 bool
 KivMirroringSession::KivTunnel::ready() const {
    const auto & info = session_->config()->tunnel();
    const auto & root = *session_->root_;
-   const bool drops = info.type() == TunnelType::gre && info.forwardDrop();
    return session_->live_ && session_->hasGroup() && info.type() == type() && root.reconciled() &&
-          ( drops || ( root.in_.tunnelStatus &&
-                       root.in_.tunnelStatus->resolutionHas( { info.dst(), info.vrf() } ) ) );
+          ( drops( info ) || ( root.in_.tunnelStatus && root.in_.tunnelStatus->resolutionHas(
+                                                              { info.dst(), info.vrf() } ) ) );
 }
 
 Tunnel::Resolution
 KivMirroringSession::KivTunnel::wantedResolution() const {
    const auto & info = session_->config()->tunnel();
    auto status = session_->root_->in_.tunnelStatus.ptr();
-   return info.forwardDrop() || !status ? Tunnel::Resolution()
-                                        : status->resolution( { info.dst(), info.vrf() } );
+   return drops( info ) || !status ? Tunnel::Resolution()
+                                   : status->resolution( { info.dst(), info.vrf() } );
 }
 
 void

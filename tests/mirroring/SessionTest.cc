@@ -279,6 +279,9 @@ TEST( MirrorTunnels, FollowTheirWayAndAreNeverRemovedForAChange ) {
    EXPECT_EQ( w.helper->taken(),
               ( Calls{ "-src s 0 0 Ethernet9 both", "-tunnel s 0 -1 ",
                        "+tunnel s 0 -1 vxlan Ethernet6", "+src s 0 0 Ethernet9 both" } ) );
+   info.forwardDropIs( true ); // says nothing of this kind
+   s->tunnelIs( info );
+   EXPECT_EQ( w.helper->taken(), Calls{ "=tunnel s 0 0 ttl 7 Ethernet6" } );
    s->tunnelIs( {} ); // to the port
    EXPECT_EQ( w.helper->taken(),
               ( Calls{ "-src s 0 0 Ethernet9 both", "-tunnel s 0 -1 ", "create s 0 -1 Ethernet1",
