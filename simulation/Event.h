@@ -71,6 +71,8 @@ struct FeatureKind {
    /** Draws the size of its tables in the world's chip, before anything is made; null: as they are
        in any soft chip. */
    void ( *shape )( const World & world, SoftChip::Shape & shape );
+   /** It does nothing of its own, and is in a plan that names it. */
+   bool looksOn() const { return operations.empty(); }
 };
 
 /** Everything that can be simulated, in the order of creation. The first is part of every plan. */

@@ -100,8 +100,8 @@ Generator::Generator( const World & world )
    U32 below = 0;
    auto kinds = featureKinds();
    for ( U32 kind = 0; kind < kinds.size(); ++kind ) {
-      if ( kinds[kind].operations.empty() ) {
-         continue; // it looks on, and changes nobody's mixture
+      if ( kinds[kind].looksOn() ) {
+         continue; // it changes nobody's mixture
       }
       U32 ofFeature = kind == 0 ? 4 : favour[1 + rng_.below( 5 )];
       for ( U32 i = 0; i < kinds[kind].operations.size(); ++i ) {

@@ -64,10 +64,15 @@ World::World( const Plan & plan )
    acsd = Qon::qonCommonSmDataFactory( "acsd" );
    acsd->initializedIs( true );
    auto kinds = featureKinds();
+   auto named = [&]( const FeatureKind & kind ) {
+      return std::find( plan_.features.begin(), plan_.features.end(), kind.name ) !=
+             plan_.features.end();
+   };
+   const bool all = std::none_of( kinds.begin(), kinds.end(), [&]( const FeatureKind & kind ) {
+      return named( kind ) && !kind.looksOn();
+   } );
    for ( U32 kind = 0; kind < kinds.size(); ++kind ) {
-      auto & wanted = plan_.features;
-      if ( kind == 0 || wanted.empty() ||
-           std::find( wanted.begin(), wanted.end(), kinds[kind].name ) != wanted.end() ) {
+      if ( kind == 0 || named( kinds[kind] ) || ( all && !kinds[kind].looksOn() ) ) {
          features_.push_back( { kind, kinds[kind].make( *this ) } );
       }
    }

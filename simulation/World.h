@@ -20,7 +20,8 @@ namespace Sim {
 /** What a run begins with. */
 struct Plan {
    U64 seed = 1;
-   std::vector< String > features; ///< empty is all
+   /** Empty, or of those only that look on: all others too. */
+   std::vector< String > features;
    /** What goes wrong in the soft chip: "<hook> <trouble> <first call> <calls> <in thousand>", as
        in SoftChip::Fault, or "limit <table> <entries>". Empty: what the seed chooses. */
    std::vector< String > faults;
