@@ -31,12 +31,13 @@ meetsPorts( const Acl::IpFilter & filter, const AclPacket & packet ) {
    return !hasPorts( filter ) || ( packet.dstPort && filter.dstPort().has( *packet.dstPort ) );
 }
 
-/** Who may send to a port may send the fragments behind the first, which have none. */
+/** Who may send to a port may send the fragments behind the first, which have none; by a rule that is
+    not of fragments itself. */
 bool
 meetsAsFragment( const Acl::Rule & rule, const AclPacket & packet ) {
    const U32 protocol = rule.ip().protocol().value_or( 0 );
-   return rule.action() == Acl::RuleAction::permit && packet.fragment && hasPorts( rule.ip() ) &&
-          ( protocol == tcp || protocol == udp );
+   return rule.action() == Acl::RuleAction::permit && packet.fragment && !rule.ip().fragments() &&
+          hasPorts( rule.ip() ) && ( protocol == tcp || protocol == udp );
 }
 
 bool

@@ -128,8 +128,9 @@ SimMirror::wantedInChip() const {
       copies.group = world_.acsd->mirrorSessionNameToId( name );
       copies.known = told.left == TunnelType::none && !told.refusedTunnel;
       copies.targets = wantedTargets( *config );
-      std::erase_if( copies.targets,
-                     [&]( IntfId port ) { return told.refusedTargets.contains( port ); } );
+      std::erase_if( copies.targets, [&]( IntfId port ) { // a refused change leaves it there
+         return told.refusedTargets.contains( port ) && !told.targets.contains( port );
+      } );
       const auto & info = config->tunnel();
       const bool drops = info.type() == TunnelType::gre && info.forwardDrop();
       if ( tunnelReady( *config ) && !drops ) {

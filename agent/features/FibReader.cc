@@ -134,8 +134,8 @@ FibReader::routeLeadsTo( const RouteKey & key, U32 former, U32 wanted ) {
    count( key, wanted, 1 );
    count( key, former, -1 );
    FirstError error;
-   error.run( [&] { enter( key, wanted ); } );
-   error.run( [&] { leave( key, former ); } );
+   error.run( [&] { prefixIs( key, wanted, true ); } );
+   error.run( [&] { prefixIs( key, former, false ); } );
    error.pass();
 }
 
@@ -153,38 +153,29 @@ FibReader::count( const RouteKey & key, U32 note, int by ) {
    }
 }
 
+/** The prefix comes into what the FEC of the note keeps, or goes. */
 void
-FibReader::enter( const RouteKey & key, U32 note ) {
+FibReader::prefixIs( const RouteKey & key, U32 note, bool in ) {
    if ( note == none || note == impossible ) {
       return;
    }
    const GlobalFecId id = fecs_[note - 1].id;
    const Ptr adjacency = fecs_[note - 1].adjacency;
    FirstError error;
-   withPrefix( key, [&]( const auto & prefix ) {
-      error.run( [&] { lists_->prefixIs( id, key.vrfId(), prefix, counts_.ptr() ); } );
+   error.run( [&] {
+      withPrefix( key, [&]( const auto & prefix ) {
+         in ? lists_->prefixIs( id, key.vrfId(), prefix, counts_.ptr() )
+            : lists_->prefixDel( id, key.vrfId(), prefix, counts_.ptr() );
+      } );
    } );
-   if ( adjacency ) {
-      error.run( [&] { adjacency->configRefCountInc( 1 ); } );
-   }
-   error.pass();
-}
-
-void
-FibReader::leave( const RouteKey & key, U32 note ) {
-   if ( note == none || note == impossible ) {
-      return;
-   }
-   const GlobalFecId id = fecs_[note - 1].id;
-   const Ptr adjacency = fecs_[note - 1].adjacency;
-   FirstError error;
-   withPrefix( key, [&]( const auto & prefix ) {
-      error.run( [&] { lists_->prefixDel( id, key.vrfId(), prefix, counts_.ptr() ); } );
+   error.run( [&] {
+      if ( adjacency ) {
+         in ? adjacency->configRefCountInc( 1 ) : adjacency->configRefCountDec( 1 );
+      }
    } );
-   if ( adjacency ) {
-      error.run( [&] { adjacency->configRefCountDec( 1 ); } );
+   if ( !in ) {
+      error.run( [&] { dropUnused( note - 1 ); } );
    }
-   error.run( [&] { dropUnused( note - 1 ); } );
    error.pass();
 }
 

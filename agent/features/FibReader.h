@@ -142,8 +142,7 @@ class FibReader : public Velto::Node {
    static constexpr U32 impossible = 0xfffffffe; // cannot be
 
    void routeLeadsTo( const RouteKey & key, U32 former, U32 wanted );
-   void enter( const RouteKey & key, U32 note );
-   void leave( const RouteKey & key, U32 note );
+   void prefixIs( const RouteKey & key, U32 note, bool in );
    void count( const RouteKey & key, U32 note, int by );
 
    U32 placeOf( GlobalFecId id );
