@@ -49,7 +49,7 @@ AclDataSm::takeRound() {
    for ( auto & use : round_ ) {
       Use & state = *uses_.find( use );
       state.touched = false;
-      state.rejoins = std::exchange( state.again, false );
+      state.leaving = std::exchange( state.again, false ) || !state.wanted;
       useDone( use, state );
    }
 }

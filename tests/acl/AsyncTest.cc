@@ -127,6 +127,41 @@ TEST( AclLate, WhateverGoesInTheMiddleThePassEnds ) {
    }
 }
 
+TEST( AclLate, WhoLeavesWhileAPassWaitsKeepsItsListUntilItIsBlocked ) {
+   LateWorld w;
+   const IntfId port = intf( "Ethernet2" );
+   w.list( "b" );
+   w.list( "z" );
+   w.attach( "Ethernet5", "z" );
+   w.start();
+   w.answerAll();
+   w.rule( "a", 10 );
+   w.settle();
+   w.attach( "Ethernet2", "a" ); // the pass takes it along, and the next one looks at it
+   w.rule( "z", 10 );
+   auto guarded = [&] {
+      bool listed = false;
+      for ( auto & text : w.chip() ) {
+         listed = listed || ( !text.starts_with( "not" ) && text.ends_with( "Ethernet2" ) );
+      }
+      return listed || w.table.held().blocked.contains( port );
+   };
+   for ( U32 n = 0; n < 20 && !guarded(); ++n ) {
+      w.answer();
+   }
+   ASSERT_EQ( w.aclSm->phase(), Qon::AclApplyPhase::uninstall );
+   ASSERT_EQ( w.aclSm->blockIntfsPending().size(), 1u );
+   w.attach( "Ethernet2", "b" );
+   while ( w.table.blockCompletions().waiting() || w.table.completions().waiting() ) {
+      w.table.blockCompletions().waiting() ? w.table.blockCompletions().finish( 0 )
+                                           : w.table.completions().finish( 0 );
+      w.settle();
+      EXPECT_TRUE( guarded() );
+   }
+   EXPECT_EQ( w.chip(), ( Chip{ "a( 0, in, default ): Ethernet1", "b( 0, in, default ): Ethernet2",
+                                "z( 0, in, default ): Ethernet5" } ) );
+}
+
 TEST( AclLate, MembersThatJoinInTheMiddleAreDeferred ) {
    LateWorld w;
    w.attach( "Port-Channel1", "a" );

@@ -191,9 +191,9 @@ class AclDataSm : public QonBaseSm {
       bool wanted = false, applied = false;
       bool touched = false; // to be looked at in the next pass
       bool again = false;   // applied, left, and perhaps joined again
-      bool rejoins = false; // the same, as the last pass has found it that looked at the place
+      bool leaving = false; // as the pass found it when it began: who leaves later was not blocked
       bool needed() const { return wanted || applied || touched; }
-      bool leaves() const { return applied && ( !wanted || rejoins ); }
+      bool leaves() const { return applied && leaving; }
    };
 
    void useIs( const AclIntfUse & use, bool active );
