@@ -42,7 +42,7 @@ die( int signal ) {
 /** `next( i )` gives the events, `count` of them. */
 template< class Next >
 Outcome
-run( const Plan & plan, U32 count, Next next, std::FILE * transcript ) {
+run( const Plan & plan, U32 count, Next next, Checks checks, std::FILE * transcript ) {
    Outcome outcome;
    present.seed = plan.seed;
    *present.steps = 0;
@@ -59,7 +59,7 @@ run( const Plan & plan, U32 count, Next next, std::FILE * transcript ) {
             present.events[outcome.steps] = event;
             *present.steps = ++outcome.steps;
             world.apply( event );
-            outcome.finding = world.checkInvariants();
+            outcome.finding = world.checkStep( event, checks );
          }
       } catch ( const std::exception & error ) {
          outcome.finding = { "exception", error.what() };
@@ -95,7 +95,15 @@ simulate( const Plan & plan, U32 steps, std::FILE * transcript ) {
          return i < steps ? generator.next() : lastEvent();
       };
    };
-   return confirmed( [&] { return run( plan, steps + 1, generated, transcript ); } );
+   auto once = [&]( Checks checks ) {
+      return confirmed( [&] { return run( plan, steps + 1, generated, checks, transcript ); } );
+   };
+   const Outcome outcome = once( transcript ? Checks::all : Checks::inTurn );
+   if ( !outcome.finding || transcript ) {
+      return outcome;
+   }
+   const Outcome exact = once( Checks::all ); // names the step
+   return exact.finding ? exact : outcome;
 }
 
 History
@@ -113,8 +121,9 @@ historyOf( const Plan & plan, U32 steps ) {
 Outcome
 replay( const History & history, std::FILE * transcript ) {
    auto given = [&]( const World & ) { return [&]( U32 i ) { return history.events[i]; }; };
-   return confirmed(
-         [&] { return run( history.plan, U32( history.events.size() ), given, transcript ); } );
+   return confirmed( [&] {
+      return run( history.plan, U32( history.events.size() ), given, Checks::all, transcript );
+   } );
 }
 
 String

@@ -16,7 +16,8 @@ struct Outcome {
    U64 transcript = 0;
 };
 
-/** Runs `steps` events of the plan's own, and one that takes everything down. */
+/** Runs `steps` events of the plan's own, and one that takes everything down. Invariants are checked in
+    turn; when something is found, or there is a transcript, it runs with all of them after each step. */
 Outcome simulate( const Plan & plan, U32 steps, std::FILE * transcript = nullptr );
 /** The same events, not run. */
 History historyOf( const Plan & plan, U32 steps );

@@ -528,15 +528,20 @@ SimAcl::faultsIs( bool on ) {
 }
 
 String
-SimAcl::checkInvariants() const {
+SimAcl::checkStep() const {
    if ( !chip_.table().misuse().empty() ) {
       return "misuse of the chip: " + chip_.table().misuse();
    }
    if ( !wrongMessage_.empty() ) {
       return "message: " + wrongMessage_;
    }
-   String wrong = sm_ ? sm_->checkInvariants() : "";
-   return wrong.empty() ? checkGuards() : "own invariant: " + wrong;
+   return checkGuards();
+}
+
+String
+SimAcl::checkInvariants() const {
+   const String wrong = sm_ ? sm_->checkInvariants() : "";
+   return wrong.empty() ? "" : "own invariant: " + wrong;
 }
 
 void

@@ -32,6 +32,7 @@ class SimAcl : public SimFeature {
    void start() override;
    bool ready() override;
    void meanwhile() override;
+   String checkStep() const override;
    String checkInvariants() const override;
    void heard( const Kiv::LogDescriptor & message, const String & text ) override;
    void drawFaults( Rng & rng, std::vector< String > & lines ) const override;

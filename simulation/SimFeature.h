@@ -31,6 +31,9 @@ class SimFeature {
    virtual bool ready() { return true; }
    /** What stands now is about to be changed again, in the middle of an event. */
    virtual void meanwhile() {}
+   /** After every step: what follows what happened from one step to the next. */
+   virtual String checkStep() const { return {}; }
+   /** What holds between any two steps; changes nothing, and may be left out (see Checks). */
    virtual String checkInvariants() const { return {}; }
    /** Called for every message that is logged. */
    virtual void heard( const Kiv::LogDescriptor &, const String & ) {}

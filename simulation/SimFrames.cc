@@ -286,7 +286,7 @@ SimFrames::frame( const Place & at ) const {
 
 String
 SimFrames::checkInvariants() const {
-   return helper_ && ++sinceCheck_ % 64 == 0 ? helper_->checkInvariants() : "";
+   return helper_ && ++sinceCheck_ % 4 == 0 ? helper_->checkInvariants() : "";
 }
 
 String

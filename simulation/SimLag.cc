@@ -389,7 +389,7 @@ SimLag::wantedInChip( IntfId lag ) const {
 
 String
 SimLag::checkInvariants() const {
-   if ( !dirty_ && ++sinceCheck_ < 64 ) {
+   if ( !dirty_ && ++sinceCheck_ < 4 ) {
       return {};
    }
    dirty_ = false;

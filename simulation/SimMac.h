@@ -32,6 +32,7 @@ class SimMac : public SimFeature {
 
    void start() override;
    void heard( const Kiv::LogDescriptor & message, const String & text ) override;
+   String checkStep() const override;
    String checkInvariants() const override;
    void faultsIs( bool on ) override;
    String checkAtRest() const override;

@@ -41,6 +41,7 @@ class SimMirror : public SimFeature {
    void drawFaults( Rng & rng, std::vector< String > & lines ) const override;
    void start() override;
    bool ready() override;
+   String checkStep() const override;
    String checkInvariants() const override;
    void heard( const Kiv::LogDescriptor & message, const String & text ) override;
    void faultsIs( bool on ) override;

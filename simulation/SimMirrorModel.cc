@@ -151,6 +151,15 @@ SimMirror::wantedInChip() const {
 // --- Checks --------------------------------------------------------------------------------------
 
 String
+SimMirror::checkStep() const {
+   if ( paused_ ) {
+      return {};
+   }
+   const String wrong = queue_.check();
+   return wrong.empty() ? checkWords() : wrong;
+}
+
+String
 SimMirror::checkInvariants() const {
    if ( paused_ ) {
       return {};
@@ -166,10 +175,7 @@ SimMirror::checkInvariants() const {
          return wrong;
       }
    }
-   if ( String wrong = queue_.check(); !wrong.empty() ) {
-      return wrong;
-   }
-   return checkWords();
+   return {};
 }
 
 /** Each group is free once, or one session's. */

@@ -138,7 +138,6 @@ SimStorm::stop() {
 
 bool
 SimStorm::ready() {
-   sinceCheck_ = 0;
    return true;
 }
 

@@ -142,7 +142,6 @@ class SimStorm : public SimFeature, private Qon::HookListener {
    String only_; ///< while a level or speed changes: the level that may be told, "" for all
    bool judged_ = false;
    std::set< IntfId > fooled_; ///< the chip's answer is not its own
-   mutable U32 sinceCheck_ = 0;
    Kiv::Listener< Errdisable::CauseStatus::intfStatusAttr > causeHeard_;
    Kiv::Listener< Bridging::StormControl::Status::intfStatusAttr > statusHeard_;
    std::map< IntfId, Kiv::Listener< Bridging::StormControl::IntfStatus::levelAttr > > levelHeard_;

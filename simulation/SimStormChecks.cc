@@ -242,12 +242,6 @@ SimStorm::checkClasses() const {
 
 String
 SimStorm::checkInvariants() const {
-   if ( paused_ || ++sinceCheck_ > 2 ) {
-      if ( sinceCheck_ < 32 ) {
-         return {};
-      }
-      sinceCheck_ = 0;
-   }
    if ( paused_ ) {
       return {};
    }

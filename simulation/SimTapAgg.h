@@ -36,6 +36,7 @@ class SimTapAgg : public SimFeature {
 
    void start() override;
    bool ready() override;
+   String checkStep() const override;
    String checkInvariants() const override;
    void heard( const Kiv::LogDescriptor & descriptor, const String & text ) override;
    void faultsIs( bool on ) override;

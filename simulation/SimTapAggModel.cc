@@ -246,7 +246,7 @@ SimTapAgg::checkWays( IntfId intf ) const {
 }
 
 String
-SimTapAgg::checkInvariants() const {
+SimTapAgg::checkStep() const {
    if ( table_.refused() ) {
       return "refused: " + table_.takeRefused().front();
    }
@@ -254,6 +254,11 @@ SimTapAgg::checkInvariants() const {
       leftAt_ = Kiv::now(); // by now it may be left, and what follows was done
    }
    left_ = tapMode();
+   return {};
+}
+
+String
+SimTapAgg::checkInvariants() const {
    if ( paused_ ) {
       return {};
    }

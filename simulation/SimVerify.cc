@@ -51,7 +51,7 @@ SimVerify::enabledIs( const Event & event ) {
 }
 
 String
-SimVerify::checkInvariants() const {
+SimVerify::checkStep() const {
    if ( data_->verifyInc() != 0 ) {
       return "finding: " + data_->verifyOutput().description();
    }

@@ -16,7 +16,7 @@ class SimVerify : public SimFeature {
    static std::span< const Operation > operations();
 
    void start() override;
-   String checkInvariants() const override;
+   String checkStep() const override;
    String checkAtRest() const override;
    void stop() override;
 

@@ -126,13 +126,14 @@ SimVlan::inRecirc( IntfId port ) const {
 }
 
 String
+SimVlan::checkStep() const {
+   return helper_ ? checkRetry() : "";
+}
+
+String
 SimVlan::checkInvariants() const {
-   if ( !helper_ ) {
-      return {};
-   }
-   const String wrong = checkRetry();
-   // The other one looks at every VLAN there can be.
-   return wrong.empty() && ++sinceCheck_ % 32 == 0 ? helper_->checkInvariants() : wrong;
+   // It looks at every VLAN there can be.
+   return helper_ && ++sinceCheck_ % 4 == 0 ? helper_->checkInvariants() : "";
 }
 
 /** What failed is tried again in time. */

@@ -29,6 +29,7 @@ class SimVlan : public SimFeature {
    void drawFaults( Rng & rng, std::vector< String > & lines ) const override;
    void start() override;
    bool ready() override;
+   String checkStep() const override;
    String checkInvariants() const override;
    void faultsIs( bool on ) override;
    String checkAtRest() const override;

@@ -34,6 +34,7 @@ class SimVlanMapping : public SimFeature, private Kiv::LogSink {
 
    void drawFaults( Rng & rng, std::vector< String > & lines ) const override;
    void start() override;
+   String checkStep() const override;
    String checkInvariants() const override;
    void faultsIs( bool on ) override;
    String checkAtRest() const override;

@@ -9,13 +9,14 @@ using Bridging::vlanMappingDirections;
 using Qon::PortVlanKey;
 
 String
+SimVlanMapping::checkStep() const {
+   return paused_ || second_ ? "" : checkRetry();
+}
+
+String
 SimVlanMapping::checkInvariants() const {
    if ( paused_ ) {
       return {};
-   }
-   const String late = second_ ? "" : checkRetry();
-   if ( !late.empty() ) {
-      return late;
    }
    const String wrong = second_ ? sm2_->checkInvariants() : first_->checkInvariants();
    return wrong.empty() ? "" : "invariant: " + wrong;

@@ -192,17 +192,24 @@ World::report( const char * feature, const String & what ) {
 }
 
 Finding
-World::checkInvariants() const {
+World::checkStep( const Event & event, Checks checks ) {
+   const bool all = checks == Checks::all;
+   const auto turn = &features_[++steps_ % features_.size()];
+   if ( !finding_ && !stopped_ ) {
+      check( &SimFeature::checkStep );
+   }
    if ( finding_ || stopped_ ) {
       return finding_;
    }
+   const Kiv::Seconds cost = scheduler.readCost(); // else a step that is checked is a longer one
+   scheduler.readCostIs( 0 );
    for ( auto & entry : features_ ) {
-      String what = entry.feature->checkInvariants();
-      if ( !what.empty() ) {
-         return { featureKinds()[entry.kind].name, what };
+      if ( all || &entry == turn || entry.kind == event.feature ) {
+         report( featureKinds()[entry.kind].name, entry.feature->checkInvariants() );
       }
    }
-   return {};
+   scheduler.readCostIs( cost );
+   return finding_;
 }
 
 void
@@ -278,6 +285,7 @@ World::rest() {
    if ( scheduler.nextTime() != Kiv::never && !waits() ) {
       report( "world", "no rest: a clock stays armed with nothing to wait for" );
    }
+   check( &SimFeature::checkInvariants );
    check( &SimFeature::checkAtRest );
    faultsAre( true );
 }

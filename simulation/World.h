@@ -27,6 +27,9 @@ struct Plan {
    std::vector< String > faults;
 };
 
+/** Which features' invariants a step checks: all, or those of its own and of one other in turn. */
+enum class Checks : U8 { all, inTurn };
+
 /** What is broken: a feature's name and a text "name: details". */
 struct Finding {
    String feature;
@@ -44,8 +47,8 @@ class World : private Kiv::LogSink, private Qon::HookListener {
    /** Creates the state machines; then the world is ready for events. */
    void start();
    void apply( const Event & event );
-   /** What was reported since the start, or the first invariant that does not hold. */
-   Finding checkInvariants() const;
+   /** What was reported since the start, or the first thing that does not hold after the step. */
+   Finding checkStep( const Event & event, Checks checks );
    /** For checks that are made while something happens: the first one is kept. */
    void report( const char * feature, const String & what );
    U32 size( Range range ) const;
@@ -114,6 +117,7 @@ class World : private Kiv::LogSink, private Qon::HookListener {
    std::vector< Entry > features_;
    std::vector< String > faultLines_;
    Finding finding_;
+   U32 steps_ = 0;
    bool stopped_ = false; ///< the state machines are gone
    Kiv::LogSink * formerSink_;
 };
