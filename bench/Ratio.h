@@ -5,6 +5,7 @@
 #include <time.h>
 
 #include <algorithm>
+#include <vector>
 
 namespace Bench {
 
@@ -29,6 +30,31 @@ nsPerCall( F && f, long calls = 2000000, int rounds = 5 ) {
       best = std::min( best, ( spent() - start ) / double( calls ) );
    }
    return best;
+}
+
+inline double
+median( std::vector< double > of ) {
+   std::nth_element( of.begin(), of.begin() + of.size() / 2, of.end() );
+   return of[of.size() / 2];
+}
+
+/** Nanoseconds a call, and how many times those of the floor. */
+struct Compared {
+   double ours, floor, ratio;
+};
+
+/** Both by turns, in many short rounds of `calls` calls: a machine that changes its speed meanwhile does
+    so for both. Medians, that of the ratios too. */
+template< class Ours, class Floor >
+Compared
+compared( Ours && ours, Floor && floor, long calls, int rounds = 51 ) {
+   std::vector< double > a, b, ratios;
+   for ( int r = 0; r < rounds; ++r ) {
+      a.push_back( nsPerCall( ours, calls, 1 ) );
+      b.push_back( nsPerCall( floor, calls, 1 ) );
+      ratios.push_back( a.back() / b.back() );
+   }
+   return { median( a ), median( b ), median( ratios ) };
 }
 
 /** Nanoseconds that one run of `f` takes. */

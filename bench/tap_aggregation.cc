@@ -207,44 +207,43 @@ struct Table : Switch {
    Kiv::DenseMap< IntfId, Port > taps, tools;
 };
 
+/** Of calls that do `times` of what is told. */
 void
-report( benchmark::State & state, double ours, double floor ) {
-   state.counters["ns"] = ours;
-   state.counters["floorNs"] = floor;
-   state.counters["ratio"] = ours / floor;
+report( benchmark::State & state, const Bench::Compared & c, U32 times = 1 ) {
+   state.counters["ns"] = c.ours / times;
+   state.counters["floorNs"] = c.floor / times;
+   state.counters["ratio"] = c.ratio;
 }
 
 /** One tool port of one group, configured and taken away. */
 void
 toolComesAndGoes( benchmark::State & state ) {
-   double ours = 0, floor = 0;
+   Bench::Compared result{};
    const IntfId port = tool( 40000 );
    for ( auto _ : state ) {
       Library library( U32( state.range( 0 ) ) );
       Table table( U32( state.range( 0 ) ) );
-      ours = Bench::nsPerCall(
+      result = Bench::compared(
             [&] {
                library.config->toolPortIs( port )->groupIs( group( 1 ) );
                library.config->toolPortDel( port );
             },
-            50000 );
-      floor = Bench::nsPerCall(
             [&] {
                table.config->toolPortIs( port )->groupIs( group( 1 ) );
                table.addTool( port, group( 1 ) );
                table.config->toolPortDel( port );
                table.removeTool( port );
             },
-            50000 );
+            2000 );
    }
-   report( state, ours, floor );
+   report( state, result );
 }
 BENCHMARK( toolComesAndGoes )->ArgName( "groups" )->Arg( 64 )->Arg( 1024 )->Iterations( 1 );
 
 /** A tap port goes to another group and back. */
 void
 tapMoves( benchmark::State & state ) {
-   double ours = 0, floor = 0;
+   Bench::Compared result{};
    const TapGroups one{ group( 1 ) }, two{ group( 2 ) };
    for ( auto _ : state ) {
       Library library( U32( state.range( 0 ) ) );
@@ -252,13 +251,11 @@ tapMoves( benchmark::State & state ) {
       auto move = [&]( Switch & at, const TapGroups & to ) {
          at.config->tapPort( tap( 0 ) )->groupsIs( to );
       };
-      ours = Bench::nsPerCall(
+      result = Bench::compared(
             [&] {
                move( library, one );
                move( library, two );
             },
-            50000 );
-      floor = Bench::nsPerCall(
             [&] {
                for ( auto & to : { one, two } ) {
                   move( table, to );
@@ -266,26 +263,20 @@ tapMoves( benchmark::State & state ) {
                                  table.config->tapPort( tap( 0 ) )->groups().stringValue() );
                }
             },
-            50000 );
+            2000 );
    }
-   report( state, ours / 2, floor / 2 );
+   report( state, result, 2 );
 }
 BENCHMARK( tapMoves )->ArgName( "groups" )->Arg( 64 )->Arg( 1024 )->Iterations( 1 );
 
 /** A class goes to another group: no hook at all. */
 void
 classMoves( benchmark::State & state ) {
-   double ours = 0, floor = 0;
+   Bench::Compared result{};
    const TapGroups one{ group( 1 ) }, two{ group( 2 ) };
    for ( auto _ : state ) {
       Library library( U32( state.range( 0 ) ) );
       Table table( U32( state.range( 0 ) ) );
-      ours = Bench::nsPerCall(
-            [&] {
-               library.classMap->groupsIs( one );
-               library.classMap->groupsIs( two );
-            },
-            50000 );
       String held = group( 0 );
       table.use( held, IntfId() );
       auto move = [&]( const TapGroups & to ) {
@@ -295,21 +286,26 @@ classMoves( benchmark::State & state ) {
          table.leave( held, IntfId() );
          held = name;
       };
-      floor = Bench::nsPerCall(
+      result = Bench::compared(
+            [&] {
+               library.classMap->groupsIs( one );
+               library.classMap->groupsIs( two );
+            },
             [&] {
                move( one );
                move( two );
             },
-            50000 );
+            2000 );
    }
-   report( state, ours / 2, floor / 2 );
+   report( state, result, 2 );
 }
 BENCHMARK( classMoves )->ArgName( "groups" )->Arg( 64 )->Arg( 1024 )->Iterations( 1 );
 
 /** The mode is left and entered again; "longestMs" is the longest of them on the loop. */
 void
 modeOffAndOn( benchmark::State & state ) {
-   double ours = 0, floor = 0, longest = 0;
+   double longest = 0;
+   Bench::Compared result{};
    for ( auto _ : state ) {
       Library library( U32( state.range( 0 ) ) );
       Table table( U32( state.range( 0 ) ) );
@@ -318,23 +314,21 @@ modeOffAndOn( benchmark::State & state ) {
             longest = std::max( longest, Bench::nsOf( [&] { library.mode( on ); } ) );
          }
       }
-      ours = Bench::nsPerCall(
+      result = Bench::compared(
             [&] {
                library.mode( false );
                library.mode( true );
             },
-            20 );
-      floor = Bench::nsPerCall(
             [&] {
                table.mode( false );
                table.mode( true );
             },
-            20 );
+            1 );
    }
-   report( state, ours, floor );
+   report( state, result );
    state.counters["longestMs"] = longest / 1e6;
    state.counters["nsPort"] =
-         ours / ( 2.0 * double( state.range( 0 ) ) * ( toolsOfGroup + tapsOfGroup ) );
+         result.ours / ( 2.0 * double( state.range( 0 ) ) * ( toolsOfGroup + tapsOfGroup ) );
 }
 BENCHMARK( modeOffAndOn )->ArgName( "groups" )->Arg( 64 )->Arg( 1024 )->Iterations( 1 );
 
