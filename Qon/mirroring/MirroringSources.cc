@@ -59,7 +59,8 @@ KivMirroringSession::reviewSource( IntfId port, SourcePort & source, Redo redo )
    auto & local = source.local;
    Velto::FirstError error;
    if ( live_ ) {
-      const MirrorSource before = local.programmed() ? local.inHw_ : MirrorSource();
+      const bool others = !overflowed_.empty() || !local.inHw_.aclName.empty(); // may wait for it
+      const MirrorSource before = others && local.programmed() ? local.inHw_ : MirrorSource();
       MirrorOverflow overflow = MirrorOverflow::normal;
       local.reason_ = reasonOf( port, source, error );
       removeChanged( port, local, redo, error );
