@@ -58,8 +58,10 @@ KivMirroringSession::KivIntf::claimAll( bool claim, First first, Velto::FirstErr
 
 void
 KivMirroringSession::KivIntf::reviewMember( IntfId port ) {
-   const bool member = LagView( session_->root_->in_.acsd.ptr() ).lists( intf_, port );
-   if ( member != holds( port ) && aggregate() ) {
+   const LagView lags( session_->root_->in_.acsd.ptr() );
+   const bool member = lags.lists( intf_, port );
+   // Whoever lists a port is an aggregate, unless it is a member itself.
+   if ( member != holds( port ) && ( member ? !lags.lagOf( intf_ ) : aggregate() ) ) {
       hold( port, member );
    }
 }
