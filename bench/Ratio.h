@@ -43,18 +43,31 @@ struct Compared {
    double ours, floor, ratio;
 };
 
-/** Both by turns, in many short rounds of `calls` calls: a machine that changes its speed meanwhile does
-    so for both. Medians, that of the ratios too. */
+/** Library and floor by turns, in many short rounds: a machine that changes its speed meanwhile does so for
+    both. Medians, that of the ratios too. */
+class Rounds {
+ public:
+   void add( double ours, double floor ) {
+      ours_.push_back( ours );
+      floor_.push_back( floor );
+      ratio_.push_back( ours / floor );
+   }
+   Compared result() const { return { median( ours_ ), median( floor_ ), median( ratio_ ) }; }
+
+ private:
+   std::vector< double > ours_, floor_, ratio_;
+};
+
+/** `calls` calls of each a round. */
 template< class Ours, class Floor >
 Compared
 compared( Ours && ours, Floor && floor, long calls, int rounds = 51 ) {
-   std::vector< double > a, b, ratios;
+   Rounds all;
    for ( int r = 0; r < rounds; ++r ) {
-      a.push_back( nsPerCall( ours, calls, 1 ) );
-      b.push_back( nsPerCall( floor, calls, 1 ) );
-      ratios.push_back( a.back() / b.back() );
+      const double first = nsPerCall( ours, calls, 1 );
+      all.add( first, nsPerCall( floor, calls, 1 ) );
    }
-   return { median( a ), median( b ), median( ratios ) };
+   return all.result();
 }
 
 /** Nanoseconds that one run of `f` takes. */
