@@ -163,7 +163,7 @@ MulticastHelper::queueGroup( Entry & entry ) {
 
 void
 MulticastHelper::pendingIs( Entry & entry ) {
-   if ( entry.deleted() || !entry.addressed_ || !entry.hadMember_ ) {
+   if ( !entry.reviewable() ) {
       return;
    }
    const MacVlanPair key = entry.macVlan();
@@ -207,10 +207,7 @@ MulticastHelper::follow( S64 id ) {
 void
 MulticastHelper::moveFollowing() {
    for ( U32 moved = 0; moved < atOnce && !following_.empty(); ++moved ) {
-      const S64 id = following_.front();
-      following_.deq();
-      auto entry = followingHas_.erase( id ) ? entryList( id ) : nullptr;
-      if ( entry ) {
+      if ( Entry * const entry = takeFollowing() ) {
          pendingIs( *entry );
       }
    }
@@ -230,17 +227,35 @@ MulticastHelper::forgetPending( Entry & entry ) {
    overflow()->mcastEntryNeedingHwEntryDel( std::exchange( entry.retry_, 0 ) );
 }
 
+/** Whose turn it is, who is pending no more; null if nobody of those looked at waits any more. */
+MulticastHelper::Entry *
+MulticastHelper::takeFirst() {
+   if ( !groupList_.empty() ) {
+      const PendingGroupListInfo info = groupList_.front().value;
+      groupList_.erase( info.macVlan() );
+      Entry * const entry = entryList( info.groupIndex() );
+      return entry && !entry->deleted() ? entry : nullptr;
+   }
+   for ( U32 looked = 0; looked < atOnce && !following_.empty(); ++looked ) {
+      if ( Entry * const entry = takeFollowing(); entry && entry->reviewable() ) {
+         return entry;
+      }
+   }
+   return nullptr;
+}
+
+MulticastHelper::Entry *
+MulticastHelper::takeFollowing() {
+   const S64 id = following_.front();
+   following_.deq();
+   return followingHas_.erase( id ) ? entryList( id ) : nullptr;
+}
+
 void
 MulticastHelper::reviewFirst() {
-   moveFollowing();
    moveRetries();
-   if ( groupList_.empty() ) {
-      return; // nobody of those waits any more
-   }
-   const PendingGroupListInfo info = groupList_.front().value;
-   groupList_.erase( info.macVlan() );
-   const EntryPtr entry( entryList( info.groupIndex() ) );
-   if ( !entry || entry->deleted() ) {
+   const EntryPtr entry( takeFirst() );
+   if ( !entry ) {
       return;
    }
    const Busy busy( *this, entry );

@@ -163,6 +163,8 @@ class HardwareL2MulticastEntry : public QonBaseHelper {
  private:
    friend class MulticastHelper;
 
+   /** Whether there is something to be brought into hardware. */
+   bool reviewable() const { return !deleted() && addressed_ && hadMember_; }
    bool inSync() const;
    TableAddStatus reviewBitmap();
    TableAddStatus overflow();

@@ -245,6 +245,8 @@ class MulticastHelper : public QonBaseHelper, public Checked {
    void moveFollowing();
    void forgetPending( Entry & entry );
    /** Reviews the first pending group. */
+   Entry * takeFirst();
+   Entry * takeFollowing();
    void reviewFirst();
    void synced( Entry & entry, QonTypes::TableAddStatus status );
    void reviewFirstOverflowed();
