@@ -90,7 +90,6 @@ SimAcl::start() {
 
 void
 SimAcl::make() {
-   fresh_ = true;
    directionsMade_ = 0;
    for ( auto && [type, config] : intfConfig_->typeIteratorConst() ) {
       directionsMade_ += config->directions();

@@ -158,7 +158,6 @@ class SimAcl : public SimFeature {
          Velto::make< Interface::SubIntfConfigDir >( "subIntf" );
    mutable std::map< Guard, Place > openMoments_; ///< since the last check
    String wrongMoment_;
-   mutable bool fresh_ = true; ///< a former life's lists may still take the room of the new ones
    std::map< IntfId, U16 > internal_; ///< the last one that is a VLAN
    Velto::Ptr< Mirroring::Status > sessions_ = Velto::make< Mirroring::Status >( "mirroring" );
    Velto::Ptr< Errdisable::CauseStatus > errdisable_ =

@@ -366,7 +366,7 @@ SimAcl::refusedAt( const Guard & guard, const Place & place ) const {
 
 void
 SimAcl::checkMoment() {
-   if ( !sm_ || fresh_ || guards_.empty() ) {
+   if ( !sm_ || guards_.empty() ) {
       return;
    }
    const auto now = wantedUses();
@@ -455,7 +455,6 @@ SimAcl::checkAtRest() const {
       return wrong;
    }
    takeGuards();
-   fresh_ = false;
    return {};
 }
 

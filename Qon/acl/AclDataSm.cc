@@ -130,7 +130,7 @@ AclDataSm::doBlockTraffic() {
    std::vector< IntfPairKey > pairs;
    if ( remake_ ) {
       for ( auto && [use, state] : uses_ ) {
-         if ( state.applied ) {
+         if ( state.applied || ( state.wanted && aclSm_->staleGoes() ) ) {
             pairs.push_back( use.pair() );
          }
       }

@@ -248,6 +248,10 @@ AclSm::doUninstalls() {
    const Velto::AtEnd idle( [this] { working_ = false; } );
    forEach( pass_, []( AclDataSm & instance ) { instance.removeUses(); } );
    forEach( unInstallAcl_, []( AclDataSm & instance ) { instance.uninstallAcl(); } );
+   if ( staleGoes() ) {
+      stale_ = Stale::gone;
+      error_.run( [&] { QON_HOOK( AclHelper, aclHelper(), staleAclsDel ); } );
+   }
 }
 
 /** Those that wait for a number get it in the order of the pass, too. */
@@ -368,14 +372,21 @@ AclSm::doDeferredMembers() {
    } );
 }
 
-/** What is left of a former life decides until all that is wanted has been tried. */
+/** What is left of a former life decides until all that is wanted has been tried. If there is no room for
+    all beside it, it goes in another pass, which blocks those that have nothing else. */
 void
 AclSm::staleDel() {
    if ( staleDone_ || cleanedUp_ || passDue() ) {
       return;
    }
+   if ( stale_ == Stale::decides && retryShortages() ) {
+      stale_ = Stale::goes;
+      return;
+   }
    staleDone_ = true;
-   error_.run( [&] { QON_HOOK( AclHelper, aclHelper(), staleAclsDel ); } );
+   if ( stale_ == Stale::decides ) {
+      error_.run( [&] { QON_HOOK( AclHelper, aclHelper(), staleAclsDel ); } );
+   }
    error_.run( [&] { staleErrdisablesDel(); } );
    roomMade();
    retryFailed();

@@ -280,9 +280,15 @@ AclSm::doAclRevert() {
 /** Those that found no room are tried again when others have gone. */
 void
 AclSm::retryFailed() {
-   if ( !std::exchange( roomMade_, false ) ) {
-      return;
+   if ( std::exchange( roomMade_, false ) ) {
+      retryShortages();
    }
+}
+
+/** Whether there are any. */
+bool
+AclSm::retryShortages() {
+   const U64 before = retries_;
    for ( auto && entry : keysOf< AclDataSm * >( failing_ ) ) {
       AclDataSm & instance = *entry.key;
       bool shortage = false;
@@ -294,6 +300,7 @@ AclSm::retryFailed() {
          instance.retryIs();
       }
    }
+   return retries_ != before;
 }
 
 // Rules that hardware has in another way

@@ -519,6 +519,55 @@ TEST( AclEnd, WhatAFormerLifeLeftDecidesUntilNothingWaits ) {
    EXPECT_EQ( w.chip(), Chip{ "b( 0, in, default ): Ethernet1" } );
 }
 
+TEST( AclEnd, RestartOverAFullTable ) {
+   for ( bool async : { false, true } ) {
+      LateWorld w( async );
+      const std::map< String, String > lists = {
+            { "Ethernet1", "a" }, { "Ethernet2", "b" }, { "Ethernet3", "c" } };
+      for ( auto & [port, list] : lists ) {
+         w.rule( list, 10 );
+         w.rule( list, 20 );
+         w.attach( port, list );
+      }
+      w.start();
+      w.answerAll();
+      const Chip whole = w.chip();
+      EXPECT_EQ( whole.size(), 3u );
+      auto limits = w.table.limits();
+      limits.entries = w.table.entriesUsed();
+      w.table.limitsAre( limits );
+      w.aclSm = nullptr; // as after a crash
+      w.helper = nullptr;
+      w.helper = Velto::make< Helper >( w.table );
+      w.logs.clear();
+      w.start();
+      for ( U32 n = 0; n < 40; ++n ) { // what is left decides until what is new fits
+         w.scheduler.turn();
+         for ( auto & [port, list] : lists ) {
+            const Qon::AclIntfUse use( IntfPairKey( intf( port ), {} ), {} );
+            EXPECT_TRUE( w.table.blocked( intf( port ) ) ||
+                         !w.table.deciders( ip, in, use ).empty() )
+                  << port << " at " << n;
+         }
+         auto & rest = w.table.completions();
+         rest.waiting() ? rest.finish( 0 ) : w.table.blockCompletions().finishAll();
+      }
+      w.answerAll();
+      EXPECT_EQ( w.chip(), whole );
+      EXPECT_EQ( w.table.entriesUsed(), limits.entries );
+      EXPECT_EQ( w.aclSm->unitError( "Chip0" ), Qon::AclCreateError::success );
+      std::map< String, int > said;
+      for ( auto & record : w.logs.records() ) {
+         ++said[record.text];
+      }
+      for ( String chip : { "(Chip0)", "(Chip1)" } ) {
+         EXPECT_EQ( said["Hardware resources are insufficient to program all ACLs " + chip], 1 );
+         EXPECT_EQ( said["All ACLs are programmed in hardware " + chip], 1 );
+      }
+      EXPECT_EQ( said.size(), 4u );
+   }
+}
+
 TEST( AclSabotage, OfAclSm ) {
    Tests::sabotage( []( Tests::Saboteur & saboteur ) {
       AclWorld w;

@@ -76,6 +76,9 @@ class AclSm : public QonBaseSm, public Checked {
    }
    /** @} */
 
+   /** Whether this pass takes away what a former life left, and blocks whoever joins meanwhile. */
+   bool staleGoes() const { return stale_ == Stale::goes; }
+
    /** The first number that no direction has had; wraps. */
    U16 aclNumbersUsed() const { return aclNumbersUsed_; }
    void aclNumbersUsedIs( U16 used ) { aclNumbersUsed_ = used; }
@@ -283,6 +286,7 @@ class AclSm : public QonBaseSm, public Checked {
    void staleErrdisablesDel();
    void doAclRevert();
    void retryFailed();
+   bool retryShortages();
    /** @} */
 
    template< class Act >
@@ -335,6 +339,8 @@ class AclSm : public QonBaseSm, public Checked {
          false; // inside a step of the phase: answers that come now are looked at after it
    bool uninstallsAsked_ = false;
    bool again_ = false, forceAgain_ = false;
+   /** What a former life left in hardware: it decides, goes in this pass, has gone. */
+   enum class Stale : U8 { decides, goes, gone } stale_ = Stale::decides;
    bool staleDone_ = false;
    bool starting_ = false;
    bool saidAgain_ = false; // messages that raised were tried once more
