@@ -80,6 +80,12 @@ class AclWorld : public Tests::World {
       const auto sm = aclSm; // which may end meanwhile
       sm->initializedIs( true );
    }
+   /** The agent ends without a word; another one finds the chip as it is. */
+   void crash() {
+      aclSm = nullptr;
+      helper = nullptr; // one at a time
+      helper = Velto::make< Helper >( table );
+   }
    void settle() {
       scheduler.settle();
       EXPECT_EQ( table.misuse(), "" );

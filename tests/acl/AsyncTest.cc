@@ -499,9 +499,7 @@ TEST( AclEnd, WhatAFormerLifeLeftDecidesUntilNothingWaits ) {
    w.list( "b" );
    w.start();
    w.answerAll();
-   w.aclSm = nullptr; // as after a crash
-   w.helper = nullptr;
-   w.helper = Velto::make< Helper >( w.table );
+   w.crash();
    w.start();
    w.settle();
    w.attach( "Ethernet1", "b" ); // in the middle of the first pass
@@ -536,9 +534,7 @@ TEST( AclEnd, RestartOverAFullTable ) {
       auto limits = w.table.limits();
       limits.entries = w.table.entriesUsed();
       w.table.limitsAre( limits );
-      w.aclSm = nullptr; // as after a crash
-      w.helper = nullptr;
-      w.helper = Velto::make< Helper >( w.table );
+      w.crash();
       w.logs.clear();
       w.start();
       for ( U32 n = 0; n < 40; ++n ) { // what is left decides until what is new fits
