@@ -20,9 +20,9 @@ freeGroups( const Qon::QonCommonSmData & acsd ) {
 
 } // namespace
 
-MirrorQueue::MirrorQueue( Qon::QonCommonSmData * acsd,
-                          std::function< void( const String & ) > report )
-    : acsd_( acsd ), report_( std::move( report ) ) {
+void
+MirrorQueue::follow( Qon::QonCommonSmData * acsd ) {
+   acsd_ = acsd;
    names_.attach( acsd, [this]( const String & name ) { named( name ); } );
 }
 

@@ -21,9 +21,12 @@ using Velto::String;
 
 class MirrorQueue {
  public:
-   /** Listens to `acsd`; `report` is told what comes out of turn. */
-   MirrorQueue( Qon::QonCommonSmData * acsd, std::function< void( const String & ) > report );
+   /** `report` is told what comes out of turn. */
+   explicit MirrorQueue( std::function< void( const String & ) > report )
+       : report_( std::move( report ) ) {}
 
+   /** Listens to `acsd` from now on. */
+   void follow( Qon::QonCommonSmData * acsd );
    /** The state machine starts with so many groups, and takes these over. Groups that the agent fills
        in are in the shared data; `stale` are in hardware, and nobody's. */
    void start( U32 groups, bool agentFills, const std::map< String, U32 > & kept,
@@ -37,7 +40,7 @@ class MirrorQueue {
    void named( const String & name );
    void startOwn();
 
-   Qon::QonCommonSmData * acsd_;
+   Qon::QonCommonSmData * acsd_ = nullptr;
    std::function< void( const String & ) > report_;
    U32 groups_ = 0;
    bool agentFills_ = false;

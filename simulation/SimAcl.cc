@@ -103,6 +103,16 @@ SimAcl::make() {
 }
 
 void
+SimAcl::kill( Ending ending ) {
+   if ( ending == Ending::planned ) {
+      setenv( "HITLESS_RESTART_TEST", "", 1 ); // else a clean-up is one
+      sm_->doCleanup();
+      unsetenv( "HITLESS_RESTART_TEST" );
+   }
+   stop();
+}
+
+void
 SimAcl::stop() {
    sm_ = nullptr;
    helper_ = nullptr;
@@ -480,10 +490,8 @@ SimAcl::restart( const Event & event ) {
       guards_.clear();
       sm_->doCleanup();
    }
-   sm_ = nullptr;
-   helper_ = nullptr;
-   helper_ = chip_.makeAclHelper();
-   make();
+   kill( Ending::midway );
+   start();
 }
 
 void

@@ -41,6 +41,8 @@ class SimAcl : public SimFeature {
    void tearDown() override;
    String checkTornDown() const override;
    void stop() override;
+   void kill( Ending ending ) override;
+   void held( Holdings & held ) const override;
 
    using IntfId = Ulnet::IntfId;
    using AclType = Acl::AclType;

@@ -97,4 +97,26 @@ SimAcl::ask( const std::vector< Decider > & deciders, const AclPacket & packet,
    }
 }
 
+/** What decides at each place, whichever instances say it. */
+void
+SimAcl::held( Holdings & held ) const {
+   std::map< String, std::set< String > > deciding;
+   for ( auto & acl : chip_.table().held().acls ) {
+      String list = acl.name;
+      for ( auto & rule : textsOf( acl.rules ) ) {
+         list += "; " + rule;
+      }
+      for ( auto & use : acl.uses ) {
+         if ( acl.committed ) {
+            deciding["list at " + use.stringValue() + acl.key.stringValue()].insert( list );
+         }
+      }
+   }
+   for ( auto & [where, lists] : deciding ) {
+      for ( auto & list : lists ) {
+         held[where] += list + "\n";
+      }
+   }
+}
+
 } // namespace Sim

@@ -4,6 +4,7 @@
 //
 //    World -> start() -> operation( event )... -> checkInvariants() after every event and turn
 //          -> faultsIs( false ), time until nothing is due -> checkAtRest() -> faultsIs( true )
+//          -> kill(), start() of all features: another agent over the same chip
 //          -> tearDown(), rest again, checkTornDown() -> stop()
 //
 // The checks compute what is wanted from the configuration alone, and look at state machines
@@ -13,10 +14,18 @@
 #include "platform/Kiv/Log.h"
 #include "platform/Kiv/Rng.h"
 #include "simulation/Event.h"
+#include "simulation/Hitless.h"
 
 namespace Sim {
 
 using Kiv::Rng;
+
+/** How an agent ends before another one comes up. */
+enum class Ending : U8 {
+   midway,  ///< killed in the middle of whatever it did
+   atRest,  ///< killed with nothing under way
+   planned, ///< at rest, and told before that it is for a restart
+};
 
 class SimFeature {
  public:
@@ -25,8 +34,14 @@ class SimFeature {
    SimFeature( const SimFeature & ) = delete;
    SimFeature & operator=( const SimFeature & ) = delete;
 
-   /** Creates the state machines. */
+   /** Creates the state machines: of the first agent, or of one after kill(). */
    virtual void start() {}
+   /** The agent ends: state machines and hook objects go, and clean up at most what a planned ending
+       lets them. What other agents publish and the chip stay; the shared data do not, see
+       World::acsd. */
+   virtual void kill( Ending ending ) { (void)ending; }
+   /** Adds what the chip holds that an agent which comes up leaves alone, object by object. */
+   virtual void held( Holdings & held ) const { (void)held; }
    /** Called before each of its operations; false: there is nothing that it could be done to. */
    virtual bool ready() { return true; }
    /** What stands now is about to be changed again, in the middle of an event. */

@@ -115,8 +115,27 @@ SimFrames::start() {
    if ( !world_.perVlan() ) {
       helper_ = Velto::make< SoftChip::SoftVlanHelper >( "frameVlans", world_.acsd.ptr(), table_ );
       helper_->hasNotificationActiveIs( true );
-      drawMembers( 100 );
+      for ( auto & [place, how] : wanted_ ) {
+         ask( place );
+      }
+      drawMembers( wanted_.empty() ? 100 : 0 );
    }
+}
+
+void
+SimFrames::kill( Ending ) {
+   if ( helper_ ) {
+      stop();
+      table_.reset();
+   }
+}
+
+void
+SimFrames::ask( const Place & place ) {
+   const auto & how = wanted_[place];
+   helper_->requestPortVlanMembershipChange( Qon::PortVlanMembershipChangeKind::setOverride,
+                                             place.second, place.first, how.tagged, how.ingress,
+                                             how.egress );
 }
 
 void
@@ -137,8 +156,7 @@ SimFrames::drawMembers( U32 percent ) {
          const VlanId vlan = world_.vlan( n );
          const bool in = rng_.percent( 80 ), out = in != rng_.percent( 5 );
          wanted_[{ vlan, port }] = { vlan != native && ( in || out ), in, out };
-         helper_->requestPortVlanMembershipChange( Qon::PortVlanMembershipChangeKind::setOverride,
-                                                   port, vlan, vlan != native, in, out );
+         ask( { vlan, port } );
       }
    }
 }

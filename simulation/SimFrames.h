@@ -21,16 +21,18 @@ class SimFrames : public SimFeature {
    void tearDown() override;
    String checkTornDown() const override;
    void stop() override;
+   void kill( Ending ending ) override;
 
  private:
    using IntfId = Ulnet::IntfId;
    using VlanId = Bridging::VlanId;
+   using Place = std::pair< VlanId, IntfId >;
 
    void drawMembers( U32 percent );
+   void ask( const Place & place );
    void openRoads();
    void apply( const String & event );
    FrameModel::Members members() const;
-   using Place = std::pair< VlanId, IntfId >;
    SoftChip::Frame frame( const Place & at ) const;
    std::vector< Place > openPlaces( const FrameModel & model ) const;
    Place anyPlace() const;
@@ -43,7 +45,7 @@ class SimFrames : public SimFeature {
    mutable U32 sinceCheck_ = 0;
    SoftChip::VlanTable & table_;
    Velto::Ptr< SoftChip::SoftVlanHelper > helper_; ///< null where forwarding is kept per VLAN
-   std::map< std::pair< VlanId, IntfId >, Qon::VlanMembership > wanted_;
+   std::map< Place, Qon::VlanMembership > wanted_;
    bool ended_ = false;
 };
 

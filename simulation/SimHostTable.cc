@@ -34,6 +34,25 @@ SimHostTable::start() {
    programmer_ = Qon::smIs< SoftChip::SoftMacProgrammer >(
          world_.scheduler.timerWheel(), &world_.chip->of< SoftChip::MacPart >().table() );
    programmer_->initializedIs( true );
+   for ( U32 i = 0; i < keys_.size(); ++i ) {
+      if ( keys_[i].said ) {
+         handIn( i, keys_[i].wanted ? Type::addHost : Type::removeHost, keys_[i].intf );
+      }
+   }
+}
+
+void
+SimHostTable::kill( Ending ) {
+   stop();
+}
+
+void
+SimHostTable::held( Holdings & held ) const {
+   for ( auto && [key, entry] : world_.chip->of< SoftChip::MacPart >().table().entries() ) {
+      if ( !entry.reserved ) {
+         held["host " + key.stringValue()] = entry.intf.stringValue();
+      }
+   }
 }
 
 void
@@ -50,18 +69,19 @@ SimHostTable::keyOf( U32 i ) const {
 
 void
 SimHostTable::add( const Event & event ) {
-   handIn( event[0], Type::addHost, event[1] );
+   handIn( event[0], Type::addHost, world_.port( event[1] ) );
 }
 
 void
 SimHostTable::remove( const Event & event ) {
-   handIn( event[0], Type::removeHost, 0 );
+   handIn( event[0], Type::removeHost, world_.port( 0 ) );
 }
 
 void
 SimHostTable::burst( const Event & event ) {
    for ( U32 n = 0; n < keys_.size() / 2; ++n ) {
-      handIn( event[0] + n, ( event[1] + n ) % 3 ? Type::addHost : Type::removeHost, event[2] + n );
+      handIn( event[0] + n, ( event[1] + n ) % 3 ? Type::addHost : Type::removeHost,
+              world_.port( event[2] + n ) );
    }
 }
 
@@ -82,15 +102,15 @@ SimHostTable::quantumIs( const Event & event ) {
 }
 
 void
-SimHostTable::handIn( U32 i, Type type, U32 port ) {
+SimHostTable::handIn( U32 i, Type type, Ulnet::IntfId intf ) {
    i %= keys_.size();
    bool flushOnItsWay = programmer_->pendingFlushOps() != 0;
    for ( auto walk = programmer_->inProgMacOpIteratorConst(); walk; ++walk ) {
       flushOnItsWay |= !walk.value()->addrOp();
    }
-   keys_[i] = { type == Type::addHost, world_.port( port ), flushOnItsWay };
+   keys_[i] = { type == Type::addHost, intf, flushOnItsWay, true };
    programmer_->handleAddrOp( Qon::indirectAccessMacCmdFactory(
-         type, keyOf( i ), world_.port( port ), Bridging::EntryType::learnedDynamic ) );
+         type, keyOf( i ), intf, Bridging::EntryType::learnedDynamic ) );
 }
 
 SimHostTable::Place
@@ -151,7 +171,7 @@ SimHostTable::checkAtRest() const {
 void
 SimHostTable::tearDown() {
    for ( U32 i = 0; i < keys_.size(); ++i ) {
-      handIn( i, Type::removeHost, 0 );
+      handIn( i, Type::removeHost, world_.port( 0 ) );
    }
 }
 

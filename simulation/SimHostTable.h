@@ -29,6 +29,8 @@ class SimHostTable : public SimFeature {
    void tearDown() override;
    String checkTornDown() const override;
    void stop() override;
+   void kill( Ending ending ) override;
+   void held( Holdings & held ) const override;
 
    /** Where the chip shall have a host. */
    struct Place {
@@ -45,6 +47,7 @@ class SimHostTable : public SimFeature {
       bool wanted = false;
       Ulnet::IntfId intf;
       bool flushed = false; ///< a flush was on its way with the wish, or came after it
+      bool said = false;    ///< handed in at some time
    };
 
    /** @name Operations */
@@ -57,7 +60,7 @@ class SimHostTable : public SimFeature {
    /** @} */
 
    Qon::MacEntryKey keyOf( U32 i ) const;
-   void handIn( U32 i, Type type, U32 port );
+   void handIn( U32 i, Type type, Ulnet::IntfId intf );
    String checkKey( U32 i ) const;
 
    std::vector< Key > keys_;

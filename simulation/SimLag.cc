@@ -75,6 +75,27 @@ SimLag::stop() {
 }
 
 void
+SimLag::kill( Ending ) {
+   stop();
+   ports_.detach();
+   programmer_ = nullptr;
+   rebuildClaims();
+   nested_ = 0;
+   dirty_ = true;
+}
+
+/** Of what the chip is told: it may be so late that it misses what was wrong for a moment. */
+void
+SimLag::held( Holdings & held ) const {
+   for ( auto && [lag, group] : hardware_->lagIteratorConst() ) {
+      for ( auto && [port, member] : group->memberIteratorConst() ) {
+         held["group " + std::to_string( group->index() ) + " of " + shown( lag, port )] =
+               Kiv::toText( member );
+      }
+   }
+}
+
+void
 SimLag::chipLatencyIs( U32 latency ) {
    chip_.latencyIs( latency < 3   ? 0
                     : latency < 7 ? ( 1u << 4 * ( latency - 3 ) ) * 1e-6

@@ -40,6 +40,8 @@ class SimLag : public SimFeature {
    void tearDown() override;
    String checkTornDown() const override;
    void stop() override;
+   void kill( Ending ending ) override;
+   void held( Holdings & held ) const override;
 
    /** The part of the configuration that SimMlag changes. */
    Mlag::Status & mlag() const { return *mlag_; }

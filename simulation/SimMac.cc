@@ -48,6 +48,11 @@ SimMac::start() {
    follow( drains_, programmer_->updatePendingAddressClock(), drain );
    follow( polls_, programmer_->pollReqClock(), poll );
    follow( retries_, programmer_->updateOverflowAddressClock(), retry );
+   for ( U32 i = 0; i < keys_.size(); ++i ) {
+      if ( auto wish = keys_[i].wish ) {
+         handIn( i, wish->type(), wish->intf().number( 0 ) - 1, wish->shadow() != 0 );
+      }
+   }
 }
 
 /** Hears of the end of each run that the clock fires: the programmer attached itself before. */
@@ -185,17 +190,19 @@ SimMac::handIn( U32 i, Type type, U32 port, bool shadow ) {
 /** The agent comes up again, with a chip that was reset, and hands in all that is wanted. */
 void
 SimMac::restartAll( const Event & ) {
+   kill( Ending::midway );
+   start();
+}
+
+void
+SimMac::kill( Ending ) {
    stop();
    unanswered_.clear();
    flushes_.clear();
    lastAnswer_ = {};
-   start();
-   for ( U32 i = 0; i < keys_.size(); ++i ) {
-      keys_[i].held = false;
-      keys_[i].answer = Status::macProgramInProgress;
-      if ( auto wish = keys_[i].wish ) {
-         handIn( i, wish->type(), wish->intf().number( 0 ) - 1, wish->shadow() != 0 );
-      }
+   for ( Key & key : keys_ ) {
+      key.held = false;
+      key.answer = Status::macProgramInProgress;
    }
 }
 

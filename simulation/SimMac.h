@@ -41,6 +41,7 @@ class SimMac : public SimFeature {
    void tearDown() override;
    String checkTornDown() const override;
    void stop() override;
+   void kill( Ending ending ) override;
 
  private:
    using Status = Qon::MacProgramStatus;

@@ -183,7 +183,7 @@ SimMirror::SimMirror( World & world )
       tunnels_( Velto::make< Tunnel::Status >( "tunnels" ) ),
       mode_( Velto::make< Bridging::ForwardingModeConfig >( "mode" ) ),
       phy_( Velto::make< Interface::EthPhyIntfStatusDir >( "phy" ) ),
-      queue_( world.acsd.ptr(), [this]( const String & what ) { misuseIf( true, what ); } ) {
+      queue_( [this]( const String & what ) { misuseIf( true, what ); } ) {
    capability_->agentFillsPoolIs( world.chance( 60 ).percent( 20 ) );
 }
 
@@ -198,6 +198,7 @@ SimMirror::shape( const World & world, SoftChip::Shape & shape ) {
 
 void
 SimMirror::start() {
+   queue_.follow( world_.acsd.ptr() );
    if ( capability_->agentFillsPool() ) {
       world_.acsd->freeMirrorSessionDelAll();
       for ( U32 id = 0; id < table_.sessionsAtMost(); ++id ) {
@@ -222,11 +223,8 @@ SimMirror::stop() {
 /** Down and up again over what the chip holds: with a clean-up, or without. */
 void
 SimMirror::restart( const Event & event ) {
-   paused_ = false;
-   nested_ = 0;
-   words_ = {};
-   words_.disturbed = true;
    if ( event[0] % 2 ) {
+      beginAnew();
       sm_->doCleanup();
       if ( !table_.sessions().empty() || status_->sessions() ) {
          world_.report( "mirror", "clean-up: a session is left" );
@@ -235,6 +233,24 @@ SimMirror::restart( const Event & event ) {
       sm_->initializedIs( true );
       return;
    }
+   kill( Ending::midway );
+   start();
+}
+
+void
+SimMirror::beginAnew() {
+   paused_ = false;
+   nested_ = 0;
+   words_ = {};
+   words_.disturbed = true;
+}
+
+void
+SimMirror::kill( Ending ending ) {
+   if ( ending == Ending::planned ) {
+      sm_->doCleanup(); // which leaves everything as it is
+   }
+   beginAnew();
    sm_ = nullptr;
    helper_ = nullptr;
    if ( table_.sessionsAtMost() == 0 ) { // a chip without sessions starts with none
@@ -251,7 +267,6 @@ SimMirror::restart( const Event & event ) {
    for ( auto & [name, session] : table_.sessions() ) {
       told_[name].left = session.tunnel.type();
    }
-   start();
 }
 
 bool

@@ -49,6 +49,8 @@ class SimMirror : public SimFeature {
    void tearDown() override;
    String checkTornDown() const override;
    void stop() override;
+   void kill( Ending ending ) override;
+   void held( Holdings & held ) const override;
 
    /** The copies of a session of what passes its sources. */
    struct Copies {
@@ -152,6 +154,7 @@ class SimMirror : public SimFeature {
    Velto::Ptr< Mirroring::SessionConfig > session( const Event & event ) const;
    Ulnet::IpGenAddr farEnd( U32 i ) const;
    void called();
+   void beginAnew();
    void misuseIf( bool wrong, const String & what );
    void change( U32 what );
 

@@ -343,4 +343,23 @@ SimMirror::checkAtRest() const {
    return checkInvariants();
 }
 
+void
+SimMirror::held( Holdings & held ) const {
+   for ( auto & [name, session] : table_.sessions() ) {
+      if ( paused_ ) {
+         return; // it is not what is wanted
+      }
+      const String what = "mirror session " + name;
+      held[what] = std::to_string( session.group );
+      held[what + ", tunnel"] = session.tunnel.stringValue();
+      for ( auto & [port, none] : session.targets ) {
+         held[what + ", target " + port.stringValue()] = "there";
+      }
+      for ( auto & [port, source] : session.sources ) {
+         held[what + ", source " + port.stringValue()] =
+               std::to_string( U32( source.direction ) ) + ( source.mirrors() ? "" : " waits" );
+      }
+   }
+}
+
 } // namespace Sim

@@ -100,7 +100,13 @@ SimMulticast::operations() {
 SimMulticast::SimMulticast( World & world )
     : SimFeature( world ), table_( world.chip->of< SoftChip::MulticastPart >().table() ),
       status_( Velto::make< Bridging::IgmpSnooping::Status >( "status" ) ),
-      static_( Velto::make< Bridging::Multicast::StaticConfig >( "static" ) ) {}
+      static_( Velto::make< Bridging::Multicast::StaticConfig >( "static" ) ) {
+   if ( !world_.feature< SimLag >() ) {
+      for ( U32 i = 0; i < world_.size( Range::port ); ++i ) {
+         world_.acsd->intfIs( world_.port( i ), true );
+      }
+   }
+}
 
 void
 SimMulticast::shape( const World & world, SoftChip::Shape & shape ) {
@@ -117,16 +123,6 @@ SimMulticast::drawFaults( Rng & rng, std::vector< String > & lines ) const {
 
 void
 SimMulticast::start() {
-   if ( !world_.feature< SimLag >() ) {
-      for ( U32 i = 0; i < world_.size( Range::port ); ++i ) {
-         world_.acsd->intfIs( world_.port( i ), true );
-      }
-   }
-   begin();
-}
-
-void
-SimMulticast::begin() {
    helper_ = Qon::MulticastHelperIs( "multicast",
                                      { world_.acsd, Velto::make< Factory >( *this, table_ ),
                                        nullptr, world_.scheduler.timerWheel() } );
@@ -322,6 +318,15 @@ SimMulticast::pauseIs( const Event & event ) {
    sm_->initializedIs( !paused_ );
 }
 
+void
+SimMulticast::kill( Ending ) {
+   paused_ = false;
+   nested_ = 0;
+   saidToFlood_.clear();
+   sm_ = nullptr;
+   helper_ = nullptr;
+}
+
 /** By a clean-up, over the same helper without a word, or as another agent over what the chip holds. */
 void
 SimMulticast::restart( const Event & event ) {
@@ -336,13 +341,12 @@ SimMulticast::restart( const Event & event ) {
       sm_->initializedIs( true );
       return;
    }
-   sm_ = nullptr;
    if ( event[0] % 3 == 2 ) {
-      saidToFlood_.clear();
-      helper_ = nullptr;
-      begin();
+      kill( Ending::midway );
+      start();
       return;
    }
+   sm_ = nullptr;
    sm_ = Qon::IgmpSnoopingSmIs( { helper_, status_, static_ } );
    sm_->initializedIs( true );
 }

@@ -38,6 +38,7 @@ class SimMulticast : public SimFeature {
    void tearDown() override;
    String checkTornDown() const override;
    void stop() override;
+   void kill( Ending ending ) override;
 
    /** The ports that a group's frames must leave by, and others by which they may. */
    struct Way {
@@ -96,7 +97,6 @@ class SimMulticast : public SimFeature {
    String checkGroup( const Key & key ) const;
    String checkChip() const;
    bool groupsUsedUp() const;
-   void begin();
    void change( U32 what );
 
    SoftChip::MulticastTable & table_;

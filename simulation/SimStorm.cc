@@ -330,6 +330,12 @@ SimStorm::pauseIs( const Event & event ) {
    }
 }
 
+void
+SimStorm::kill( Ending ) {
+   stop();
+   counter_ = nullptr;
+}
+
 /** By taking everything back, or over what there is. */
 void
 SimStorm::restart( const Event & event ) {

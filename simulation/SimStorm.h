@@ -49,6 +49,7 @@ class SimStorm : public SimFeature, private Qon::HookListener {
    void tearDown() override;
    String checkTornDown() const override;
    void stop() override;
+   void kill( Ending ending ) override;
 
    /** Whether nothing of the level, or of the traffic class, passes that arrives at the port; nothing
        where nobody says so. */

@@ -406,9 +406,9 @@ SimTapAgg::pause( const Event & event ) {
 /** With a clean-up, or over what the chip holds. */
 void
 SimTapAgg::restart( const Event & event ) {
-   paused_ = false;
-   nested_ = 0;
    if ( event[0] % 2 ) {
+      paused_ = false;
+      nested_ = 0;
       stopping_ = true;
       sm_->doCleanup();
       stopping_ = false;
@@ -420,10 +420,17 @@ SimTapAgg::restart( const Event & event ) {
       sm_->initializedIs( true );
       return;
    }
+   kill( Ending::midway );
+   start();
+}
+
+void
+SimTapAgg::kill( Ending ) {
+   paused_ = false;
+   nested_ = 0;
    sm_ = nullptr;
    helper_ = nullptr;
    table_.tcamProfileIs( "" ); // which a new life does not know of
-   start();
 }
 
 void

@@ -44,6 +44,7 @@ class SimTapAgg : public SimFeature {
    void tearDown() override;
    String checkTornDown() const override;
    void stop() override;
+   void kill( Ending ending ) override;
 
    /** What the chip shall do with frames that arrive at an interface. */
    struct Road {

@@ -13,6 +13,7 @@ SimTime::operations() {
          { "cost", 2, { Range::few }, &SimTime::costIs },
          { "budget", 2, { Range::few }, &SimTime::budgetIs },
          { "rest", 1, {}, &SimTime::rest },
+         { "restart", 1, { Range::few }, &SimTime::restart },
          { "end", 0, {}, &SimTime::end },
    };
    return table;
@@ -50,6 +51,11 @@ SimTime::budgetIs( const Event & event ) {
 void
 SimTime::rest( const Event & ) {
    world_.rest();
+}
+
+void
+SimTime::restart( const Event & event ) {
+   world_.restart( Ending( event[0] % 3 ) );
 }
 
 void

@@ -19,6 +19,7 @@ class SimTime : public SimFeature {
    void costIs( const Event & event );
    void budgetIs( const Event & event );
    void rest( const Event & event );
+   void restart( const Event & event );
    void end( const Event & event );
 };
 

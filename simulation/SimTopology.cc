@@ -94,7 +94,7 @@ SimTopology::shape( const World & world, SoftChip::Shape & shape ) {
 }
 
 void
-SimTopology::makeHelper() {
+SimTopology::makeHelper( bool emptyChip ) {
    auto & part = world_.chip->of< SoftChip::TopologyPart >();
    Velto::Ptr< Qon::TopoHelper > helper;
    if ( !part.tables() ) {
@@ -104,7 +104,9 @@ SimTopology::makeHelper() {
       perVlan_->hasNotificationActiveIs( true );
       helper = perVlan_;
    } else {
-      part.reset();
+      if ( emptyChip ) {
+         part.reset();
+      }
       table_ = &part.table();
       helper = Velto::make< Recorder< SoftChip::SoftTopoHelper > >( this, *table_ );
    }
@@ -123,7 +125,7 @@ SimTopology::start() {
          hadMembers_.insert( lag );
       }
    } );
-   makeHelper();
+   makeHelper( !std::exchange( keepsChip_, false ) );
    stpSm_->initializedIs( true );
 }
 
@@ -133,6 +135,30 @@ SimTopology::stop() {
    stpSm_ = nullptr;
    perVlan_ = nullptr;
    table_ = nullptr;
+}
+
+/** What was under way is lost, so the chip is reset then. */
+void
+SimTopology::kill( Ending ending ) {
+   stpSm_ = nullptr;
+   perVlan_ = nullptr;
+   left_.clear();
+   nested_ = 0;
+   dirty_ = true;
+   keepsChip_ = ending != Ending::midway;
+}
+
+void
+SimTopology::held( Holdings & held ) const {
+   for ( auto & topo : table_ ? table_->topologies() : std::vector< String >() ) {
+      table_->forEachPort( topo, [&]( IntfId intf, PortState state ) {
+         held["topology " + topo + ", " + intf.stringValue()] = Kiv::toText( state );
+      } );
+   }
+   for ( U32 i = 0; table_ && i < world_.size( Range::vlan ); ++i ) {
+      const U16 vlan = world_.vlan( i );
+      held["topology of VLAN " + std::to_string( vlan )] = table_->topoOf( vlan );
+   }
 }
 
 /** Down and up again: the same objects, or new ones with a chip that knows nothing. */

@@ -45,6 +45,8 @@ class SimTopology : public SimFeature {
    void tearDown() override;
    String checkTornDown() const override;
    void stop() override;
+   void kill( Ending ending ) override;
+   void held( Holdings & held ) const override;
 
    Bridging::Topology::Config & config() const { return *config_; }
 
@@ -100,7 +102,7 @@ class SimTopology : public SimFeature {
    void setPort( const String & name, IntfId intf, U32 state );
    void vlanIs( Bridging::VlanId vlan, const String & topo );
    void latencyIs( U32 mode );
-   void makeHelper();
+   void makeHelper( bool emptyChip );
    void portStatusHeard( const String & topo, IntfId intf );
    void stateWritten( const String & topo, IntfId intf, PortState state );
 
@@ -126,7 +128,8 @@ class SimTopology : public SimFeature {
    Velto::Ptr< Stp > stpSm_;
    bool pvst_;
    U32 mode_ = 0;
-   U32 nested_ = 0; ///< changes to make while a status is written
+   bool keepsChip_ = false; ///< the next agent begins with the tables as they are
+   U32 nested_ = 0;         ///< changes to make while a status is written
    U64 changes_ = 0;
    mutable bool dirty_ = true; ///< something happened since the last check
    mutable U32 sinceCheck_ = 0, walks_ = 0;

@@ -14,15 +14,17 @@ SimVerify::operations() {
    return table;
 }
 
-SimVerify::SimVerify( World & world )
-    : SimFeature( world ), data_( world.acsd->verifyData() ), counter_( Velto::make< Counter >() ) {
-   counter_->hasNotificationActiveIs( true );
-}
+SimVerify::SimVerify( World & world ) : SimFeature( world ) {}
 
 SimVerify::~SimVerify() = default;
 
 void
 SimVerify::start() {
+   data_ = world_.acsd->verifyData();
+   counter_ = Velto::make< Counter >();
+   counter_->hasNotificationActiveIs( true );
+   requests_ = runsAtLast_ = 0;
+   runs_ = {};
    data_->verifyIs( true );
    counter_->data = data_;
    counter_->place.attach< &Counter::check >( data_, "counter", counter_.ptr() );
@@ -67,6 +69,11 @@ SimVerify::checkAtRest() const {
       return "lost request: no run after it";
    }
    return {};
+}
+
+void
+SimVerify::kill( Ending ) {
+   stop();
 }
 
 void

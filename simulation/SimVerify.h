@@ -18,6 +18,7 @@ class SimVerify : public SimFeature {
    void start() override;
    String checkStep() const override;
    String checkAtRest() const override;
+   void kill( Ending ending ) override;
    void stop() override;
 
  private:

@@ -33,7 +33,19 @@ SimVlan::start() {
       helper_->hasNotificationActiveIs( true );
       helper_->verifyDataIs( world_.acsd->verifyData() );
       world_.acsd->vlanHelperIs( helper_ );
+      for ( auto & [place, how] : wanted_ ) {
+         helper_->requestPortVlanMembershipChange( Qon::PortVlanMembershipChangeKind::setOverride,
+                                                   place.second, VlanId( place.first ), how.tagged,
+                                                   how.ingress, how.egress );
+      }
    }
+}
+
+void
+SimVlan::kill( Ending ) {
+   stop();
+   table_.reset();
+   retries_ = {};
 }
 
 void
@@ -60,7 +72,9 @@ SimVlan::expand( const Event & event ) {
 void
 SimVlan::remove( const Event & event ) {
    VlanId vlan = world_.vlan( event[0] );
-   std::erase_if( wanted_, [&]( auto & entry ) { return entry.first.first == vlan; } );
+   for ( auto & [place, how] : wanted_ ) {
+      how = place.first == vlan ? Qon::VlanMembership() : how;
+   }
    gone_.insert( vlan );
    helper_->vlanDel( vlan );
 }

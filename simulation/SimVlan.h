@@ -36,6 +36,7 @@ class SimVlan : public SimFeature {
    void tearDown() override;
    String checkTornDown() const override;
    void stop() override;
+   void kill( Ending ending ) override;
 
    /** Null on a chip with topology tables. */
    SoftChip::SoftVlanHelper * helper() const { return helper_.ptr(); }

@@ -116,8 +116,8 @@ SimVlanMapping::listen() {
          statusHeard( d, key );
       } );
    }
-   for ( auto && [port, lag] : world_.acsd->portToLagIteratorConst() ) {
-      portToLagHeard( port );
+   for ( U32 i = 0; i < world_.size( Range::port ); ++i ) {
+      portToLagHeard( world_.port( i ) );
    }
 }
 
@@ -366,13 +366,24 @@ SimVlanMapping::wasHandedOver( const Key & key ) const {
 
 void
 SimVlanMapping::restart( const Event & ) {
-   if ( paused_ ) {
-      return;
+   if ( !paused_ ) {
+      kill( Ending::midway );
+      goOn();
    }
-   first_ = nullptr;
-   sm2_ = nullptr;
-   follower_ = nullptr;
+}
+
+void
+SimVlanMapping::kill( Ending ) {
+   pause( Event() );
+   stop();
+   killed_ = true;
    platformStatus_->readyIs( false );
+}
+
+/** Another agent over what there is. */
+void
+SimVlanMapping::goOn() {
+   killed_ = false;
    model_.restart( [&]( const Key & key ) {
       return second_ || ( form_ == VlanMappingForm::directories && wasHandedOver( key ) );
    } );
@@ -384,7 +395,7 @@ SimVlanMapping::restart( const Event & ) {
 void
 SimVlanMapping::start() {
    listen();
-   startMachines();
+   killed_ ? goOn() : startMachines();
 }
 
 void
@@ -409,6 +420,18 @@ SimVlanMapping::startMachines() {
    world_.scheduler.settle( 10000 );
    follower_ = world_.chip->of< SoftChip::VlanMappingPart >().makePlatformFollower(
          platform_, platformStatus_ );
+}
+
+void
+SimVlanMapping::held( Holdings & held ) const {
+   if ( !second_ && form_ != VlanMappingForm::directories ) {
+      return; // the chip begins anew
+   }
+   for ( Direction d : vlanMappingDirections ) {
+      for ( auto && [key, mapping] : table_.entries( d ) ) {
+         held[Kiv::toText( d ) + " mapping " + key.stringValue()] = mapping.stringValue();
+      }
+   }
 }
 
 void

@@ -41,6 +41,8 @@ class SimVlanMapping : public SimFeature, private Kiv::LogSink {
    void tearDown() override;
    String checkTornDown() const override;
    void stop() override;
+   void kill( Ending ending ) override;
+   void held( Holdings & held ) const override;
 
    /** What every port shall have in the chip, save what could not be had, as it is said. */
    std::map< Model::Port, Model::Mapping > wantedInChip() const;
@@ -71,6 +73,7 @@ class SimVlanMapping : public SimFeature, private Kiv::LogSink {
    void configHeard( Direction d, const Qon::PortVlanKey & key );
    void statusHeard( Direction d, const Qon::PortVlanKey & key );
    void startMachines();
+   void goOn();
    void nativeIs( IntfId intf, Direction d, U16 vlan );
    Key keyOf( Direction d, const Qon::PortVlanKey & key );
    bool wasHandedOver( const Key & key ) const;
@@ -92,6 +95,7 @@ class SimVlanMapping : public SimFeature, private Kiv::LogSink {
    /** For which interface each key of a port was asked for last, and what. */
    std::map< std::pair< Direction, Qon::PortVlanKey >, std::pair< IntfId, Model::Mapping > > asked_;
    bool paused_ = false;
+   bool killed_ = false; ///< and what comes up goes on with what is there
    mutable ClockLaw retries_;
    Kiv::LogSink * formerSink_;
 

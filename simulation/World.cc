@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <sstream>
 
+#include "platform/Kiv/Restart.h"
 #include "platform/Velto/Assert.h"
+#include "simulation/SimLag.h"
 
 namespace Sim {
 
@@ -38,6 +40,41 @@ addFault( SoftChip::FaultPlan & plan, const String & line ) {
                             line );
 }
 
+Velto::Ptr< Qon::QonCommonSmData >
+sharedData() {
+   auto data = Qon::qonCommonSmDataFactory( "acsd" );
+   data->initializedIs( true );
+   return data;
+}
+
+/** What others than the state machines said to the former agent, they say to its successor. */
+void
+sayAgain( const Qon::QonCommonSmData & former, Qon::QonCommonSmData & next, bool lagsToo ) {
+   for ( auto && [intf, managed] : former.intfIteratorConst() ) {
+      next.intfIs( intf, managed );
+   }
+   for ( auto && [intf, drops] : former.mlagIntfPortIteratorConst() ) {
+      next.mlagIntfPortIs( intf, drops );
+   }
+   for ( auto && [intf, vlan] : former.internalVlanIteratorConst() ) {
+      next.internalVlanIs( intf, vlan );
+   }
+   for ( auto && [lag, features] : former.lagToFeatureSetIteratorConst() ) {
+      next.lagToFeatureSetIs( lag, features );
+   }
+   next.tapAggHwConfigIs( former.tapAggHwConfig() );
+   next.operationalModeIs( former.operationalMode() );
+   if ( !lagsToo ) {
+      return;
+   }
+   for ( auto && [lag, ports] : former.lagToPortIteratorConst() ) {
+      next.lagToPortIs( lag, ports );
+   }
+   for ( auto && [port, lag] : former.portToLagIteratorConst() ) {
+      next.portToLagIs( port, lag );
+   }
+}
+
 } // namespace
 
 World::World( const Plan & plan )
@@ -61,8 +98,7 @@ World::World( const Plan & plan )
    }
    chip = std::make_unique< SoftChip::Chip >( scheduler, shape );
    chip->faults().seedIs( U32( rng.next() ) );
-   acsd = Qon::qonCommonSmDataFactory( "acsd" );
-   acsd->initializedIs( true );
+   acsd = sharedData();
    auto kinds = featureKinds();
    auto named = [&]( const FeatureKind & kind ) {
       return std::find( plan_.features.begin(), plan_.features.end(), kind.name ) !=
@@ -181,6 +217,7 @@ World::message( const Kiv::LogDescriptor & descriptor, const String & text ) {
 
 void
 World::hookCalled( const char * hook, const String & arguments ) {
+   look( String( "before " ) + hook );
    transcript.add( hook, arguments );
 }
 
@@ -235,6 +272,7 @@ void
 World::turns( U32 count ) {
    while ( count-- && scheduler.nextTime() <= scheduler.time() ) {
       scheduler.turn();
+      look( "in a turn" );
    }
 }
 
@@ -268,6 +306,13 @@ World::runFor( Kiv::Seconds span ) {
 void
 World::rest() {
    faultsAre( false );
+   settle();
+   faultsAre( true );
+}
+
+/** Until nothing is due, and looks at it. */
+void
+World::settle() {
    scheduler.readCostIs( 0 );
    Kiv::Seconds start = scheduler.time();
    auto any = [&]( bool ( SimFeature::*does )() const ) {
@@ -287,7 +332,56 @@ World::rest() {
    }
    check( &SimFeature::checkInvariants );
    check( &SimFeature::checkAtRest );
+}
+
+void
+World::restart( Ending ending ) {
+   if ( ending == Ending::midway ) {
+      replaceAgent( ending );
+      return;
+   }
+   faultsAre( false );
+   settle();
+   hitless_ = std::make_unique< Hitless >( holdings() );
+   replaceAgent( ending );
+   faultsAre( false );
+   settle();
+   report( "world", hitless_->judge( holdings() ) );
+   hitless_ = nullptr;
    faultsAre( true );
+}
+
+void
+World::replaceAgent( Ending ending ) {
+   Kiv::agentRestartingIs( ending == Ending::planned );
+   for ( auto entry = features_.rbegin(); entry != features_.rend(); ++entry ) {
+      entry->feature->kill( ending );
+      look( String( "end of " ) + featureKinds()[entry->kind].name );
+   }
+   Kiv::agentRestartingIs( false );
+   auto next = sharedData();
+   sayAgain( *acsd, *next, !feature< SimLag >() );
+   acsd = next;
+   for ( auto & entry : features_ ) {
+      entry.feature->start();
+      look( String( "start of " ) + featureKinds()[entry.kind].name );
+   }
+}
+
+Holdings
+World::holdings() const {
+   Holdings all;
+   for ( auto & entry : features_ ) {
+      entry.feature->held( all );
+   }
+   return all;
+}
+
+void
+World::look( const String & during ) {
+   if ( hitless_ ) {
+      hitless_->look( holdings(), during );
+   }
 }
 
 void

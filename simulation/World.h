@@ -84,6 +84,7 @@ class World : private Kiv::LogSink, private Qon::HookListener {
 
    Kiv::VirtualScheduler scheduler;
    Transcript transcript;
+   /** Of the agent of the moment. */
    Velto::Ptr< Qon::QonCommonSmData > acsd;
    /** With all its parts; whoever needs one of them takes it from here. */
    std::unique_ptr< SoftChip::Chip > chip;
@@ -95,6 +96,9 @@ class World : private Kiv::LogSink, private Qon::HookListener {
    void runFor( Kiv::Seconds span );
    /** Without faults, until nothing is due; then what must hold at rest is checked. */
    void rest();
+   /** The agent ends, and another one comes up over the same chip. Where the former one was at rest,
+       its successor comes to rest too, and what is wanted as before was not touched meanwhile. */
+   void restart( Ending ending );
    /** Takes everything away; from then on nothing happens. */
    void end();
    /** @} */
@@ -109,6 +113,10 @@ class World : private Kiv::LogSink, private Qon::HookListener {
    void hookCalled( const char * hook, const String & arguments ) override;
    bool turnsUntil( Kiv::Seconds until );
    void faultsAre( bool on );
+   void settle();
+   void replaceAgent( Ending ending );
+   Holdings holdings() const;
+   void look( const String & during );
    void check( String ( SimFeature::*what )() const );
 
    Plan plan_;
@@ -118,7 +126,8 @@ class World : private Kiv::LogSink, private Qon::HookListener {
    std::vector< String > faultLines_;
    Finding finding_;
    U32 steps_ = 0;
-   bool stopped_ = false; ///< the state machines are gone
+   std::unique_ptr< Hitless > hitless_; ///< while a restart is watched
+   bool stopped_ = false;               ///< the state machines are gone
    Kiv::LogSink * formerSink_;
 };
 

@@ -126,10 +126,11 @@ LagSm::handleInitialized() {
       lagProgSm()->initializedIs( true );
    }
    allManaged_ = acsd()->intfs() == 0;
+   reading_ = true;
    // Each compares what is there with what shall be: one that raised is asked once more.
    Velto::FirstError error;
    for ( auto step : { &LagSm::clearStaleDeviceNames, &LagSm::repairMaps, &LagSm::reviewStatuses,
-                       &LagSm::settle, &LagSm::removeStaleGroups } ) {
+                       &LagSm::settleAll, &LagSm::removeStaleGroups } ) {
       auto run = [&] { ( this->*step )(); };
       error.run( run ) || error.run( run );
    }
@@ -145,6 +146,20 @@ LagSm::reviewStatuses() {
    status_.reviewAll( statuses->intfStatusIteratorConst(), [&]( IntfId lag ) {
       return Velto::Ptr< const Interface::EthLagIntfStatus >( statuses->intfStatus( lag ) );
    } );
+}
+
+/** Once all claims are known: a port that several aggregates list goes straight to its owner, and is
+    lent to nobody who owns it. */
+void
+LagSm::settleAll() {
+   reading_ = false;
+   Velto::FirstError error;
+   ownFirst_ = true;
+   error.run( [&] { settle(); } );
+   ownFirst_ = false;
+   later( What::peerLinkOfAll );
+   error.run( [&] { settle(); } );
+   error.pass();
 }
 
 void
@@ -267,7 +282,7 @@ LagSm::handleManagedIntf( const IntfId & intf ) {
     everything. */
 void
 LagSm::settle() {
-   if ( !initialized() || work_.draining() ) {
+   if ( !initialized() || reading_ || work_.draining() ) {
       return;
    }
    const Velto::Hold alive( this );
@@ -288,6 +303,11 @@ LagSm::laterForAll( What what ) {
 
 void
 LagSm::review( const Work & work ) {
+   const bool lends = work.what == What::peerLinkOf || work.what == What::peerLinkOfAll ||
+                      work.what == What::borrowers;
+   if ( lends && ownFirst_ ) {
+      return; // the start asks for all of them
+   }
    switch ( work.what ) {
    case What::entry:
       reviewEntry( work.intf );

@@ -191,6 +191,7 @@ VlanMappingSm::start( bool graceful ) {
    }
    translations_->holdUpIs( false );
    error.run( [&] { translations_->settle(); } );
+   error.run( [&] { translations_->reviewOutputs(); } );
    error.pass();
 }
 

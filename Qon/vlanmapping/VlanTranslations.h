@@ -164,6 +164,8 @@ class VlanTranslations {
    }
    /** Takes over what the directories hold. */
    void restore();
+   /** What is said of keys and is not so, as an earlier life said it, goes. */
+   void reviewOutputs();
    std::vector< IntfId > interfaces() const;
    /** @} */
 
@@ -258,8 +260,10 @@ class VlanTranslations {
 
    void publishPort( const Place & p, IntfId port );
    void publishKeySet( IntfId port, Key key );
-   void publishMember( const Place & p, IntfId port );
+   void publishMember( IntfId lag, IntfId port, Direction d, const Key & key );
    void unpublishMember( IntfId lag, IntfId port );
+   void reviewKeySets();
+   void reviewMembers();
    void reviewEncap( IntfId intf );
 
    void restore( Direction d, const PortVlanKey & key, const QonVlanMappingConfig & config );

@@ -46,7 +46,7 @@ VlanTranslations::publishPort( const Place & p, IntfId port ) {
       publishKeySet( port, p.key );
    }
    if ( port != p.intf && sm_->in_.qonVlanLagMemberStatusDir ) {
-      publishMember( p, port );
+      publishMember( p.intf, port, p.direction, p.key );
    }
 }
 
@@ -78,17 +78,16 @@ VlanTranslations::publishKeySet( IntfId port, Key key ) {
 }
 
 void
-VlanTranslations::publishMember( const Place & p, IntfId port ) {
+VlanTranslations::publishMember( IntfId lag, IntfId port, Direction d, const Key & key ) {
    auto & dir = sm_->in_.qonVlanLagMemberStatusDir;
-   const IntfId lag = p.intf;
-   auto held = find( port, p.direction, p.key );
+   auto held = find( port, d, key );
    const bool there = held && programmed( *held );
    if ( !there && !dir->lagStatusHas( lag ) ) {
       return;
    }
    const Velto::Ptr< QonVlanLagStatus > ofLag = dir->lagStatusIs( lag );
    const Velto::Ptr< QonVlanLagMemberStatus > member = ofLag->memberStatusIs( port );
-   member->keyIs( p.direction, p.key, there );
+   member->keyIs( d, key, there );
    if ( member->empty() ) {
       ofLag->memberStatusDel( port );
    }
@@ -110,6 +109,68 @@ VlanTranslations::unpublishMember( IntfId lag, IntfId port ) {
       }
       error.pass();
    }
+}
+
+void
+VlanTranslations::reviewOutputs() {
+   Velto::FirstError error;
+   error.run( [&] { reviewKeySets(); } );
+   error.run( [&] { reviewMembers(); } );
+   error.pass();
+}
+
+void
+VlanTranslations::reviewKeySets() {
+   std::vector< std::pair< IntfId, Key > > all;
+   if ( auto & dir = sm_->in_.qonVlanMappingIntfConfigDir ) {
+      for ( auto && [port, sets] : dir->vlanMappingIntfConfigIteratorConst() ) {
+         for ( auto && [key, none] : sets->vlanXlateKeySetIteratorConst() ) {
+            all.emplace_back( port, key );
+         }
+         for ( auto && [key, none] : sets->dfVlanXlateKeySetIteratorConst() ) {
+            all.emplace_back( port, key );
+         }
+         for ( auto && [key, none] : sets->nativeVlanXlateKeySetIteratorConst() ) {
+            all.emplace_back( port, key );
+         }
+      }
+   }
+   Velto::FirstError error;
+   for ( auto & said : all ) {
+      error.run( [&] { publishKeySet( said.first, said.second ); } );
+   }
+   error.pass();
+}
+
+void
+VlanTranslations::reviewMembers() {
+   struct Said {
+      IntfId lag, port;
+      Direction direction;
+      Key key;
+   };
+   std::vector< Said > all;
+   if ( auto & dir = sm_->in_.qonVlanLagMemberStatusDir ) {
+      for ( auto && [lag, ofLag] : dir->lagStatusIteratorConst() ) {
+         for ( auto && [port, member] : ofLag->memberStatusIteratorConst() ) {
+            for ( auto && [key, none] : member->ingressKeyIteratorConst() ) {
+               all.push_back( { lag, port, Direction::ingress, key } );
+            }
+            for ( auto && [key, none] : member->egressKeyIteratorConst() ) {
+               all.push_back( { lag, port, Direction::egress, key } );
+            }
+         }
+      }
+   }
+   Velto::FirstError error;
+   for ( auto & said : all ) {
+      error.run( [&] {
+         rulerOf( said.port ) == said.lag
+               ? publishMember( said.lag, said.port, said.direction, said.key )
+               : unpublishMember( said.lag, said.port );
+      } );
+   }
+   error.pass();
 }
 
 /** The VLAN that frames without a tag get, while some port of the interface has it. */

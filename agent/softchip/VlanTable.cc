@@ -21,6 +21,12 @@ VlanTable::update( VlanId vlan, VlanPorts ports ) {
          } );
 }
 
+void
+VlanTable::reset() {
+   completions_.finishAll();
+   table_.clear();
+}
+
 std::vector< VlanId >
 VlanTable::vlans() const {
    std::vector< VlanId > all;

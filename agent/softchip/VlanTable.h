@@ -46,6 +46,8 @@ class VlanTable {
    /** When updates are done. */
    Completions & completions() { return completions_; }
 
+   /** Empty, and nothing on its way, as after a reset of the chip. */
+   void reset();
    void create( VlanId vlan ) { table_.emplace( vlan ); }
    /** The members of the VLAN shall be these. */
    void update( VlanId vlan, VlanPorts ports );

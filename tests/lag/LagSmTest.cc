@@ -107,6 +107,37 @@ TEST_F( LagSmFlow, RestartLeavesEverythingAndTheNextIncarnationTidiesUp ) {
    checkAll();
 }
 
+/** An agent with nothing but the listings: neither a port that two aggregates list nor one that the
+    peer link would lend to its owner leaves its hardware group for a moment. */
+TEST_F( LagSmFlow, AStartWithEmptyMapsTouchesNoGroup ) {
+   hardwarePorts( 1, 3 );
+   start();
+   lag( 1 );
+   lag( 2 );
+   join( 1, 1 );
+   join( 2, 1 );
+   join( 2, 2 );
+   join( 1, 3 );
+   mlagUp( eth( 2 ) );
+   lagSm->sharePeerLinkWithLagIs( po( 1 ), true );
+   lagSm->sharePeerLinkWithLagIs( po( 2 ), true );
+   stop();
+   guard.reset(); // of the maps while they go
+   acsd->portToLagDelAll();
+   acsd->lagToPortDelAll();
+   guard.emplace( acsd.ptr(), config.ptr() );
+   prog = Qon::LagProgSmIs( config, status, fapIdPorts );
+   lagSm = Qon::LagSmIs( acsd, dir, deviceNames, mlag, acsd->verifyData(), prog );
+   lagSm->sharePeerLinkWithLagIs( po( 2 ), true ); // known before the start
+   lagSm->sharePeerLinkWithLagIs( po( 1 ), true );
+   lagSm->initializedIs( true );
+   prog->inputsReadIs( true );
+   EXPECT_EQ( guard->hardwareChanges, 0u );
+   EXPECT_EQ( hardware( 2 ), ( Ports{ eth( 1 ), eth( 2 ) } ) );
+   EXPECT_EQ( hardware( 1, true ), Ports{ eth( 2 ) } );
+   checkAll();
+}
+
 TEST_F( LagSmFlow, OnlyManagedPortsTakePart ) {
    hardwarePorts( 1, 3 );
    start();

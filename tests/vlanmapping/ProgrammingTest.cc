@@ -350,6 +350,31 @@ TEST_P( Programming, APortThatMovedDuringARestartIsHandedOverForItsPortChannel )
    checkAll();
 }
 
+TEST_P( Programming, WhatAnEarlierLifeSaidOfMembersIsPutRight ) {
+   chip.answer = Status::handedOver;
+   start();
+   wants( cli, po( 1 ), d, 10, 110 );
+   member( 1, 1 );
+   member( 1, 2 );
+   says( eth( 1 ), 10, Status::success );
+   says( eth( 2 ), 10, Status::success );
+   sm = nullptr;
+   member( 1, 1, false );
+   wants( cli, po( 1 ), d, 10, 0 );
+   wants( cli, po( 1 ), d, 20, 120 );
+   start();
+   says( eth( 2 ), 20, Status::success );
+   ASSERT_TRUE( lagMemberStatus->lagStatus( po( 1 ) ) );
+   auto & ofLag = *lagMemberStatus->lagStatus( po( 1 ) );
+   EXPECT_FALSE( ofLag.memberStatusHas( eth( 1 ) ) );
+   ASSERT_TRUE( ofLag.memberStatusHas( eth( 2 ) ) );
+   auto & member = *ofLag.memberStatus( eth( 2 ) );
+   EXPECT_EQ( member.ingressKeys() + member.egressKeys(), 1u );
+   EXPECT_FALSE( intfSets->vlanMappingIntfConfigHas( eth( 1 ) ) );
+   EXPECT_EQ( intfSets->vlanMappingIntfConfig( eth( 2 ) )->vlanXlateKeySets(), 1u );
+   checkAll();
+}
+
 TEST_P( Programming, AStepFromWithoutTellsWhatAReviewTells ) {
    chip.graceful = true;
    start();

@@ -230,6 +230,7 @@ class LagSm : public QonBaseSm, public Checked {
    void clearStaleDeviceNames();
    void repairMaps();
    void reviewStatuses();
+   void settleAll();
    void removeStaleGroups();
 
    bool mlagEstablished() const;
@@ -250,7 +251,9 @@ class LagSm : public QonBaseSm, public Checked {
 
    const Inputs in_;
    WorkQueue< Work > work_;
-   bool changed_ = false; // the maps, since verification was last asked for
+   bool reading_ = false;  // a start has not read all claims yet: nothing is settled
+   bool ownFirst_ = false; // a start puts ports into their aggregates; what is lent comes after it
+   bool changed_ = false;  // the maps, since verification was last asked for
    bool allManaged_ = true;
    LagClaims claims_;
    ShareMap share_; // sharePeerLinkWithLag
