@@ -13,7 +13,7 @@ SimTime::operations() {
          { "cost", 2, { Range::few }, &SimTime::costIs },
          { "budget", 2, { Range::few }, &SimTime::budgetIs },
          { "rest", 1, {}, &SimTime::rest },
-         { "restart", 1, { Range::few }, &SimTime::restart },
+         { "restart", 0, { Range::few }, &SimTime::restart }, // in histories that name it
          { "end", 0, {}, &SimTime::end },
    };
    return table;
