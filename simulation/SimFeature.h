@@ -12,11 +12,17 @@
 
 #include "platform/Kiv/Log.h"
 #include "platform/Kiv/Rng.h"
+#include "platform/Velto/Assert.h"
 #include "simulation/Event.h"
 
 namespace Sim {
 
 using Kiv::Rng;
+
+/** Raised on purpose, by a hook or a watcher: passes to whoever made the change. */
+struct Raised : Velto::RangeError {
+   Raised() : RangeError( "raised on purpose" ) {}
+};
 
 class SimFeature {
  public:

@@ -227,7 +227,11 @@ World::apply( const Event & event ) {
 void
 World::turns( U32 count ) {
    while ( count-- && scheduler.nextTime() <= scheduler.time() ) {
-      scheduler.turn();
+      try {
+         scheduler.turn();
+      } catch ( const Raised & ) {
+         transcript.add( "raised" );
+      }
    }
 }
 

@@ -9,6 +9,7 @@
 #include "Qon/include/framework/HookTap.h"
 #include "Qon/include/framework/QonCommonSmData.h"
 #include "agent/softchip/Chip.h"
+#include "platform/Kiv/EventLoop.h"
 #include "platform/Kiv/Log.h"
 #include "platform/Kiv/Rng.h"
 #include "platform/Kiv/TaskScheduler.h"
@@ -79,6 +80,9 @@ class World : private Kiv::LogSink, private Qon::HookListener {
    /** Chance for decisions about the world that are made at its start. */
    Rng chance( U64 purpose ) const { return Rng( plan_.seed ).fork( purpose ); }
 
+   /** What has sockets has them here; its owner lets them work, in the scheduler's time. Made before the
+       scheduler, whose clocks are the others'. */
+   Kiv::EventLoop sockets;
    Kiv::VirtualScheduler scheduler;
    Transcript transcript;
    Velto::Ptr< Qon::QonCommonSmData > acsd;
