@@ -231,10 +231,13 @@ SimFib::look() {
    if ( !reader_ ) {
       begin();
    }
-   for ( U32 i = 0; i < rounds; ++i ) {
+   bool connected = reader_->source().connected();
+   for ( U32 quiet = 0; quiet < rounds; ++quiet ) {
       world_.sockets.runOnce( 0 );
+      if ( std::exchange( connected, reader_->source().connected() ) != connected ) {
+         quiet = 0; // both have a lot to say
+      }
    }
-   const bool connected = reader_->source().connected();
    if ( routes_.looked( connected ) ) {
       walked(); // deletions come first
    }
