@@ -17,6 +17,7 @@
    one( simMulticast )  \
    one( simTapAgg )     \
    one( simAcl )        \
+   one( simFib )        \
    one( simFrames )     \
    one( simDamage )
 // clang-format on

@@ -13,6 +13,7 @@
 
 #include "platform/Kiv/Log.h"
 #include "platform/Kiv/Rng.h"
+#include "platform/Velto/Assert.h"
 #include "simulation/Event.h"
 #include "simulation/Hitless.h"
 
@@ -25,6 +26,11 @@ enum class Ending : U8 {
    midway,  ///< killed in the middle of whatever it did
    atRest,  ///< killed with nothing under way
    planned, ///< at rest, and told before that it is for a restart
+};
+
+/** Raised on purpose, by a hook or a watcher: passes to whoever made the change. */
+struct Raised : Velto::RangeError {
+   Raised() : RangeError( "raised on purpose" ) {}
 };
 
 class SimFeature {

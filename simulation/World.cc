@@ -108,7 +108,7 @@ World::World( const Plan & plan )
       return named( kind ) && !kind.looksOn();
    } );
    for ( U32 kind = 0; kind < kinds.size(); ++kind ) {
-      if ( kind == 0 || all || named( kinds[kind] ) ) {
+      if ( kind == 0 || named( kinds[kind] ) || ( all && !kinds[kind].apart ) ) {
          features_.push_back( { kind, kinds[kind].make( *this ) } );
       }
    }
@@ -271,7 +271,11 @@ World::apply( const Event & event ) {
 void
 World::turns( U32 count ) {
    while ( count-- && scheduler.nextTime() <= scheduler.time() ) {
-      scheduler.turn();
+      try {
+         scheduler.turn();
+      } catch ( const Raised & ) {
+         transcript.add( "raised" );
+      }
       look( "in a turn" );
    }
 }

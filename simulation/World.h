@@ -9,6 +9,7 @@
 #include "Qon/include/framework/HookTap.h"
 #include "Qon/include/framework/QonCommonSmData.h"
 #include "agent/softchip/Chip.h"
+#include "platform/Kiv/EventLoop.h"
 #include "platform/Kiv/Log.h"
 #include "platform/Kiv/Rng.h"
 #include "platform/Kiv/TaskScheduler.h"
@@ -20,7 +21,7 @@ namespace Sim {
 /** What a run begins with. */
 struct Plan {
    U64 seed = 1;
-   /** Empty, or none but those that look on: all. */
+   /** Empty, or none but those that look on: all but those that stand apart. */
    std::vector< String > features;
    /** What goes wrong in the soft chip: "<hook> <trouble> <first call> <calls> <in thousand>", as
        in SoftChip::Fault, or "limit <table> <entries>". Empty: what the seed chooses. */
@@ -82,6 +83,9 @@ class World : private Kiv::LogSink, private Qon::HookListener {
    /** Chance for decisions about the world that are made at its start. */
    Rng chance( U64 purpose ) const { return Rng( plan_.seed ).fork( purpose ); }
 
+   /** What has sockets has them here; its owner lets them work, in the scheduler's time. Made before the
+       scheduler, whose clocks are the others'. */
+   Kiv::EventLoop sockets;
    Kiv::VirtualScheduler scheduler;
    Transcript transcript;
    /** Of the agent of the moment. */

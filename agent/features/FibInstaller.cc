@@ -168,6 +168,7 @@ FibInstaller::ring() {
       all.credits = state == State::failed ? all.numbers.size() : std::max( all.credits, 1u );
    }
    roomComes_ = false;
+   searched_ = 0; // who tried again in the middle of a search has changed its order
    stalePaused_ = false;
    for ( auto && [fec, nothing] : std::exchange( syncAgain_, {} ) ) {
       toSync_.emplace( fec );
