@@ -248,7 +248,7 @@ AclSm::doUninstalls() {
    const Velto::AtEnd idle( [this] { working_ = false; } );
    forEach( pass_, []( AclDataSm & instance ) { instance.removeUses(); } );
    forEach( unInstallAcl_, []( AclDataSm & instance ) { instance.uninstallAcl(); } );
-   if ( staleGoes() ) {
+   if ( staleGoes() && !passDue() ) {
       stale_ = Stale::gone;
       error_.run( [&] { QON_HOOK( AclHelper, aclHelper(), staleAclsDel ); } );
    }
@@ -373,18 +373,23 @@ AclSm::doDeferredMembers() {
 }
 
 /** What is left of a former life decides until all that is wanted has been tried. If there is no room for
-    all beside it, it goes in another pass, which blocks those that have nothing else. */
+    all beside it, it goes in another pass, which blocks those that have nothing else. What is wanted
+    meanwhile puts that off: it has not been tried. */
 void
 AclSm::staleDel() {
-   if ( staleDone_ || cleanedUp_ || passDue() ) {
+   const bool due = passDue();
+   if ( staleDone_ || cleanedUp_ || ( due && !staleGoes() ) ) {
       return;
    }
-   if ( stale_ == Stale::decides && retryShortages() ) {
+   if ( stale_ != Stale::gone && retryShortages() ) {
       stale_ = Stale::goes;
       return;
    }
+   if ( due ) {
+      return;
+   }
    staleDone_ = true;
-   if ( stale_ == Stale::decides ) {
+   if ( stale_ != Stale::gone ) {
       error_.run( [&] { QON_HOOK( AclHelper, aclHelper(), staleAclsDel ); } );
    }
    error_.run( [&] { staleErrdisablesDel(); } );

@@ -564,6 +564,43 @@ TEST( AclEnd, RestartOverAFullTable ) {
    }
 }
 
+/** What has been refused, and is mended while what is left is about to go, was decided by that. */
+TEST( AclEnd, ListMendedInTheMiddleOfARestartOverAFullTable ) {
+   U32 decided = 0;
+   for ( U32 when = 0; when < 20; ++when ) {
+      LateWorld w;
+      w.rule( "a", 10 );
+      w.rule( "b", 10 );
+      w.attach( "Ethernet2", "b" );
+      w.start();
+      w.answerAll();
+      auto limits = w.table.limits();
+      limits.entries = w.table.entriesUsed();
+      w.table.limitsAre( limits );
+      w.crash();
+      w.faults.add( { "prepareAcl", SoftChip::Trouble::fail, 3, 2 } ); // of list b
+      w.start();
+      const Qon::AclIntfUse use( IntfPairKey( intf( "Ethernet2" ), {} ), {} );
+      auto decides = [&] {
+         return w.table.blocked( intf( "Ethernet2" ) ) || !w.table.deciders( ip, in, use ).empty();
+      };
+      bool must = false;
+      for ( U32 n = 0; n < 40; ++n ) {
+         if ( auto sm = w.sm( "b" )->aclDataSm( portKey() ); n == when && sm->failed() ) {
+            must = decides();
+            decided += must;
+            w.rule( "b", 10, Acl::RuleAction::deny );
+         }
+         w.scheduler.turn();
+         EXPECT_TRUE( decides() || !must ) << when << " at " << n;
+         auto & rest = w.table.completions();
+         rest.waiting() ? rest.finish( 0 ) : w.table.blockCompletions().finishAll();
+      }
+      w.answerAll();
+   }
+   EXPECT_GT( decided, 2u );
+}
+
 TEST( AclSabotage, OfAclSm ) {
    Tests::sabotage( []( Tests::Saboteur & saboteur ) {
       AclWorld w;
