@@ -116,8 +116,10 @@ VlanMappingModel::wishesDel( IntfId intf, U32 source ) {
    for ( auto & [key, claim] : claims_ ) {
       if ( key.intf == intf ) {
          wishIs( key, source, {} );
-         claim.givenUp[source].reset();
-         claim.told[source].reset();
+         if ( !paused_ ) { // else it may be back before anybody looks
+            claim.givenUp[source].reset();
+            claim.told[source].reset();
+         }
       }
    }
 }
