@@ -116,7 +116,7 @@ VlanMappingModel::wishesDel( IntfId intf, U32 source ) {
    for ( auto & [key, claim] : claims_ ) {
       if ( key.intf == intf ) {
          wishIs( key, source, {} );
-         if ( !paused_ ) { // else it may be back before anybody looks
+         if ( !paused_ || !second_ ) { // else it may be back before anybody looks
             claim.givenUp[source].reset();
             claim.told[source].reset();
          }
