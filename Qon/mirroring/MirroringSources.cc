@@ -1,6 +1,7 @@
 // The sources of a session: what each port shall be, and whether it fits.
 
 #include <algorithm>
+#include <optional>
 
 #include "Qon/mirroring/MirroringTrace.h"
 
@@ -60,7 +61,10 @@ KivMirroringSession::reviewSource( IntfId port, SourcePort & source, Redo redo )
    Velto::FirstError error;
    if ( live_ ) {
       const bool others = !overflowed_.empty() || !local.inHw_.aclName.empty(); // may wait for it
-      const MirrorSource before = others && local.programmed() ? local.inHw_ : MirrorSource();
+      std::optional< MirrorSource > before;
+      if ( others && local.programmed() ) {
+         before = local.inHw_;
+      }
       MirrorOverflow overflow = MirrorOverflow::normal;
       local.reason_ = reasonOf( port, source, error );
       removeChanged( port, local, redo, error );
@@ -69,7 +73,9 @@ KivMirroringSession::reviewSource( IntfId port, SourcePort & source, Redo redo )
       }
       error.run( [&] { overflowStateIs( port, local, overflow ); } );
       error.run( [&] { publishSource( port, local ); } );
-      askOthers( before, local );
+      if ( before && !( local.inHw_ == *before ) ) {
+         askOthers( *before, local );
+      }
    }
    if ( source.claims.empty() && !local.programmed() && local.left_ == Direction::none ) {
       sources_.erase( port );
@@ -139,9 +145,6 @@ KivMirroringSession::addIfItFits( IntfId port, MirrorSrcIntfLocal & local,
 /** Those that wait for what a source had: its place, or the room of its filter. */
 void
 KivMirroringSession::askOthers( const MirrorSource & before, const MirrorSrcIntfLocal & local ) {
-   if ( before.direction == Direction::none || local.inHw_ == before ) {
-      return;
-   }
    if ( !overflowed_.empty() && !leaving_ ) {
       root_->later( { What::waiting, this } );
    }

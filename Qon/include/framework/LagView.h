@@ -36,7 +36,7 @@ class LagView {
    /** A port-channel is an aggregate even before its members are known. */
    LagRole role( Ulnet::IntfId intf ) const {
       return lagOf( intf ) ? LagRole::member
-             : acsd_->lagToPortHas( intf ) || Ulnet::PortChannelIntfId::isPortChannelIntfId( intf )
+             : Ulnet::PortChannelIntfId::isPortChannelIntfId( intf ) || acsd_->lagToPortHas( intf )
                    ? LagRole::aggregate
                    : LagRole::plain;
    }
