@@ -262,6 +262,43 @@ TEST_F( FibChip, HooksThatRaiseAreCalledAgain ) {
    EXPECT_EQ( table.fecs(), 1u );
 }
 
+TEST_F( FibChip, AFecThatGoesBeforeItIsToldIsGone ) {
+   scheduler.budgetIs( { 1, 1, 1 } );
+   for ( U32 turns = 0; turns < 16; ++turns ) {
+      const String path = folder / "other";
+      auto writer = std::make_unique< FibFile >( loop, path );
+      writer->lines( "fec 1 @Ethernet1" );
+      writer->writer.completeIs( true );
+      const auto other = Velto::make< FibReader >( &loop, &scheduler, path );
+      const auto pump = [&] {
+         for ( U32 i = 0; i < 12; ++i ) {
+            loop.runOnce( 0 );
+         }
+      };
+      pump();
+      scheduler.settle();
+      ASSERT_TRUE( other->fec( GlobalFecId( 1 ) ) );
+      // Its end is not told yet when the next writer has it again, and takes it out as well.
+      writer->lines( "fec 1 -" );
+      writer = nullptr;
+      writer = std::make_unique< FibFile >( loop, path );
+      writer->lines( "fec 1 drop" );
+      writer->writer.completeIs( true );
+      pump();
+      scheduler.advance( 1 );
+      pump();
+      ASSERT_TRUE( other->source().connected() );
+      for ( U32 i = 0; i < turns; ++i ) {
+         scheduler.turn();
+      }
+      writer->lines( "fec 1 -" );
+      pump();
+      scheduler.settle();
+      EXPECT_FALSE( other->fec( GlobalFecId( 1 ) ) ) << turns;
+      EXPECT_EQ( other->checkInvariants(), "" );
+   }
+}
+
 TEST_F( FibChip, AnAgentThatBeginsAnewInterruptsNothing ) {
    writes( "fec 1 @Ethernet1\nfec 2 @Ethernet2 @Ethernet3\nfec 3 drop" );
    end();
