@@ -234,6 +234,15 @@ TEST_F( FibChip, WhatFailsOrIsNeverAnsweredIsTriedAgain ) {
    EXPECT_EQ( way( 1 ) + "; " + way( 2 ), "Ethernet1; " );
    pass( FibInstaller::answerTimeout + 2 * FibInstaller::retryInterval );
    EXPECT_EQ( way( 2 ), "Ethernet2" );
+   // The next try raises, and so does nothing: the answer is that of the first one.
+   chip.latencyIs( Kiv::never );
+   writes( "fec 3 @Ethernet3" );
+   raises = 1;
+   pass( FibInstaller::answerTimeout + 1 );
+   EXPECT_EQ( in( FibChipState::failed ), 1u );
+   finishAll();
+   EXPECT_EQ( way( 3 ), "Ethernet3" );
+   EXPECT_EQ( installer->unasked(), 0u );
 }
 
 TEST_F( FibChip, HooksThatRaiseAreCalledAgain ) {
