@@ -89,6 +89,7 @@ class SimFib : public SimFeature, public QonChip::AdjacencyPart {
    void openTables();
    void changed();
    void look();
+   void lastLook();
    void walked();
    void change( U32 what );
    void nest();

@@ -167,8 +167,17 @@ SimFib::flood( const Event & event ) {
 
 // --- Writers -------------------------------------------------------------------------------------
 
+/** Before a table ends: its reader, whom nobody has let look, still sees whether it is complete. */
+void
+SimFib::lastLook() {
+   if ( reader_ && unseen_ ) {
+      look();
+   }
+}
+
 void
 SimFib::writerEnds( const Event & ) {
+   lastLook();
    server_ = nullptr;
    routes_.close();
    fecs_.close();
@@ -238,6 +247,7 @@ SimFib::tableIs( const Event & event ) {
    if ( !server_ ) {
       return;
    }
+   lastLook();
    if ( event[1] ) {
       openTables();
    } else if ( event[0] % 3 == 0 ) {
