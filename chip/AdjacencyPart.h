@@ -8,7 +8,7 @@
 // Invariants
 // 1. A number names one adjacency from adjacencyIs() to adjacencyDel(); behind that, another one. Each
 //    version that is handed over is answered once, inside of the call or later, unless its adjacency
-//    was deleted before. Versions do not come again while a helper lives.
+//    was deleted or handed over again before. Versions do not come again while a helper lives.
 // 2. A FEC leads to an adjacency that was answered `programmed`, and not deleted. No adjacency is
 //    deleted that a FEC leads to.
 // 3. What another helper left goes on forwarding until a FEC is told anew, or staleDel(). Numbers and
@@ -53,8 +53,8 @@ class AdjacencyHelper : public Velto::Node {
 
    /** @name Hooks */
    /** @{ */
-   /** An adjacency with these next hops; number and version are not 0. Again after an answer that was
-       not `programmed`, with another version. */
+   /** An adjacency with these next hops; number and version are not 0. Again with
+       another version after an answer that was not `programmed`, or when there was none for long. */
    virtual void adjacencyIs( U32 number, U32 version, const Qon::L2AdjKey & key ) = 0;
    /** Also of one that was not answered, or refused. */
    virtual void adjacencyDel( U32 number ) = 0;

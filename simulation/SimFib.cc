@@ -109,9 +109,7 @@ SimFib::Helper::adjacencyIs( U32 number, U32 version, const Qon::L2AdjKey & key 
 
 FeatureKind
 simFib() {
-   FeatureKind kind = featureKindOf< SimFib >( "fib" );
-   kind.apart = true; // its reader: a FEC that goes before it was told of may stay for ever
-   return kind;
+   return featureKindOf< SimFib >( "fib" );
 }
 
 std::span< const Operation >
@@ -277,6 +275,7 @@ SimFib::ownIs( const Event & event ) {
    if ( !reader_ || telling_.contains( fec ) || !possible( route ) ) {
       return;
    }
+   unchecked_ = true;
    const bool in = event[2] % 2;
    in ? void( own_[fec].insert( route ) ) : void( own_[fec].erase( route ) );
    const RouteKey key = routeKey( route );

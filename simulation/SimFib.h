@@ -14,6 +14,7 @@
 // 4. Each FEC leads to its next hops in the chip, and the chip holds nothing else; what is not there
 //    found it full. A FEC that lacks a group may stay with one next hop, which does not have one.
 
+#include <array>
 #include <map>
 #include <optional>
 #include <set>
@@ -88,6 +89,7 @@ class SimFib : public SimFeature, public QonChip::AdjacencyPart {
    void openTables();
    void changed();
    void look();
+   void lastLook();
    void walked();
    void change( U32 what );
    void nest();
@@ -112,6 +114,7 @@ class SimFib : public SimFeature, public QonChip::AdjacencyPart {
       std::set< U32 > routes; // that led to it all the time
    };
    using FecRoutes = std::map< U32, std::set< U32 > >; // by FEC
+   using Actuals = std::array< String, fecCount + 1 >;
    std::optional< String > content( U32 fec ) const;
    void remember();
    FecRoutes routesByFec() const;
@@ -119,8 +122,8 @@ class SimFib : public SimFeature, public QonChip::AdjacencyPart {
    String actual( U32 fec ) const;
    String checkRead() const;
    String checkList( U32 fec, const std::set< U32 > & routes ) const;
-   String checkFec( U32 fec, const std::set< U32 > & routes ) const;
-   String checkAdjacencies( const FecRoutes & routes ) const;
+   String checkFec( U32 fec, const std::set< U32 > & routes, const String & is ) const;
+   String checkAdjacencies( const FecRoutes & routes, const Actuals & is ) const;
    String checkChip() const;
 
    SoftChip::AdjacencyTable & table_;
@@ -135,8 +138,9 @@ class SimFib : public SimFeature, public QonChip::AdjacencyPart {
    Velto::Ptr< Watcher > watcher_;
 
    mutable std::map< U32, Past > past_;
-   std::map< U32, std::set< String > > ever_; // next hops that a FEC had
-   std::map< U32, std::set< U32 > > own_;     // prefixes of FECs from ownFec on
+   std::array< std::optional< String >, fecCount + 1 > whole_; // what FECs say by now
+   std::map< U32, std::set< String > > ever_;                  // next hops that a FEC had
+   std::map< U32, std::set< U32 > > own_;                      // prefixes of FECs from ownFec on
    std::map< U64, Counts > told_;
    std::set< U64 > telling_; // FECs
    U32 version_ = 0;
@@ -145,7 +149,8 @@ class SimFib : public SimFeature, public QonChip::AdjacencyPart {
    U32 raises_ = 0;
    bool begun_ = false; ///< the writer's life; those of agents are shorter
    bool inHook_ = false;
-   bool unseen_ = false; // something was written in the middle of a slice
+   bool unseen_ = false;           // something was written in the middle of a slice
+   mutable bool unchecked_ = true; // something has changed since the reader was idle
    Kiv::Alarm look_;
 };
 

@@ -123,6 +123,7 @@ SimFib::routesByFec() const {
 /** What may be read by now. */
 void
 SimFib::remember() {
+   unchecked_ = true;
    const FecRoutes routes = routesByFec();
    for ( U32 fec = 1; fec <= fecCount; ++fec ) {
       Past & past = past_[fec];
@@ -134,7 +135,7 @@ SimFib::remember() {
       if ( past.gone && past.routes.empty() ) {
          past.had.insert( "" );
       }
-      if ( const auto whole = content( fec ) ) {
+      if ( const auto & whole = whole_[fec] = content( fec ) ) {
          past.had.insert( *whole );
          ever_[fec].insert( *whole );
       }
@@ -199,19 +200,24 @@ SimFib::checkInvariants() const {
    if ( const String wrong = installer_->checkInvariants(); !wrong.empty() ) {
       return "own invariant: " + wrong;
    }
-   return reader_->idle() && !unseen_ ? checkRead() : String();
+   return reader_->idle() && !unseen_ && std::exchange( unchecked_, false ) ? checkRead()
+                                                                            : String();
 }
 
 String
 SimFib::checkRead() const {
    const FecRoutes routes = routesByFec();
+   Actuals is;
+   for ( U32 fec = 1; fec <= fecCount; ++fec ) {
+      is[fec] = actual( fec );
+   }
    U32 refused = 0, waiting = 0, v4 = 0, v6 = 0, lists = 0;
    for ( auto & [number, route] : routes_.read() ) {
       const bool isV4 = routeKey( number ).family == AddressFamily::ipv4;
       refused += !possible( number );
       v4 += possible( number ) && isV4;
       v6 += possible( number ) && !isV4;
-      waiting += possible( number ) && actual( U32( route.fec ) ).empty();
+      waiting += possible( number ) && is[route.fec].empty();
    }
    if ( reader_->refused() != refused || reader_->waiting() != waiting ||
         reader_->routes( AddressFamily::ipv4 ) != v4 ||
@@ -222,7 +228,7 @@ SimFib::checkRead() const {
       const auto leading = routes.find( fec );
       const auto prefixes = leading == routes.end() ? std::set< U32 >() : leading->second;
       lists += !prefixes.empty();
-      String wrong = checkFec( fec, prefixes );
+      String wrong = checkFec( fec, prefixes, is[fec] );
       if ( wrong.empty() ) {
          wrong = checkList( fec, prefixes );
       }
@@ -239,17 +245,16 @@ SimFib::checkRead() const {
    if ( reader_->prefixLists()->adjGlobalPrefixLists() != lists ) {
       return "lists: there is one of a FEC without prefixes";
    }
-   return checkAdjacencies( routes );
+   return checkAdjacencies( routes, is );
 }
 
 String
-SimFib::checkFec( U32 fec, const std::set< U32 > & routes ) const {
+SimFib::checkFec( U32 fec, const std::set< U32 > & routes, const String & is ) const {
    const bool there = fecs_.read().contains( fec );
    if ( bool( reader_->fec( GlobalFecId( fec ) ) ) != ( there || !routes.empty() ) ) {
       return "FEC: " + named( fec ) + " is there, and should not be, or the other way round";
    }
-   const String is = actual( fec );
-   const auto whole = content( fec );
+   const auto & whole = whole_[fec];
    if ( whole ? is != *whole : !past_[fec].had.contains( is ) ) {
       return "FEC: " + named( fec ) + " has " + is + " and not " +
              whole.value_or( "any of before" );
@@ -294,16 +299,16 @@ SimFib::checkList( U32 fec, const std::set< U32 > & routes ) const {
 
 /** Those that FECs use: one for equal next hops, with exactly these FECs and their prefixes. */
 String
-SimFib::checkAdjacencies( const FecRoutes & routes ) const {
+SimFib::checkAdjacencies( const FecRoutes & routes, const Actuals & is ) const {
    struct Users {
       std::set< U32 > fecs;
       U32 prefixes = 0;
    };
    std::map< String, Users > wanted;
    for ( U32 fec = 1; fec <= fecCount; ++fec ) {
-      if ( const String is = actual( fec ); !is.empty() ) {
-         wanted[is].fecs.insert( fec );
-         wanted[is].prefixes += routes.contains( fec ) ? U32( routes.at( fec ).size() ) : 0;
+      if ( !is[fec].empty() ) {
+         wanted[is[fec]].fecs.insert( fec );
+         wanted[is[fec]].prefixes += routes.contains( fec ) ? U32( routes.at( fec ).size() ) : 0;
       }
    }
    U32 used = 0;

@@ -19,14 +19,16 @@ constexpr U32 room = 36; // keys of a table: now and then there is none left
 /** Of each eight, three IPv4 prefixes and a default route, likewise for IPv6, but one that cannot be. */
 SimFib::RouteKey
 SimFib::routeKey( U32 route ) {
-   static const char * const prefixes[] = { "0.0.0.0/0",      "10.0.0.0/8", "10.1.0.0/16",
-                                            "10.1.2.3/32",    "::/0",       "2001:db8::/32",
-                                            "2001:db8::1/128" };
+   static const Ulnet::IpGenPrefix prefixes[] = {
+         Ulnet::IpGenPrefix( "0.0.0.0/0" ),      Ulnet::IpGenPrefix( "10.0.0.0/8" ),
+         Ulnet::IpGenPrefix( "10.1.0.0/16" ),    Ulnet::IpGenPrefix( "10.1.2.3/32" ),
+         Ulnet::IpGenPrefix( "::/0" ),           Ulnet::IpGenPrefix( "2001:db8::/32" ),
+         Ulnet::IpGenPrefix( "2001:db8::1/128" ) };
    const Qon::VrfId vrf( route / 8 % 3 );
    if ( possible( route ) ) {
-      return RouteKey( vrf, Ulnet::IpGenPrefix( prefixes[route % 8] ) );
+      return RouteKey( vrf, prefixes[route % 8] );
    }
-   RouteKey key( vrf, Ulnet::IpGenPrefix( prefixes[1] ) );
+   RouteKey key( vrf, prefixes[1] );
    key.length = U8( 33 + vrf.value() );
    return key;
 }
@@ -165,8 +167,17 @@ SimFib::flood( const Event & event ) {
 
 // --- Writers -------------------------------------------------------------------------------------
 
+/** Before a table ends: its reader, whom nobody has let look, still sees whether it is complete. */
+void
+SimFib::lastLook() {
+   if ( reader_ && unseen_ ) {
+      look();
+   }
+}
+
 void
 SimFib::writerEnds( const Event & ) {
+   lastLook();
    server_ = nullptr;
    routes_.close();
    fecs_.close();
@@ -236,6 +247,7 @@ SimFib::tableIs( const Event & event ) {
    if ( !server_ ) {
       return;
    }
+   lastLook();
    if ( event[1] ) {
       openTables();
    } else if ( event[0] % 3 == 0 ) {

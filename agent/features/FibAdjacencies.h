@@ -32,7 +32,7 @@ KIV_ENUM( FibChipState, none, requested, programmed, noRoom, noGroup, failed )
 struct FibInChip {
    FibChipState state = FibChipState::none;
    FibChipState retriedFrom = FibChipState::none; ///< why it is requested again
-   U32 version = 0;                               ///< of the last request
+   U32 version = 0;                               ///< of the request that was not answered; 0: none
    U32 rooms = 0; ///< how often the chip had said by then that there is room
    U32 fecs = 0;  ///< that lead to it in the chip
    Kiv::Seconds since = 0;

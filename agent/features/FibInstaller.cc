@@ -110,17 +110,18 @@ FibInstaller::fecMoves( GlobalFecId fec, const Ptr & from ) {
 void
 FibInstaller::adjacencyAnswered( U32 number, U32 version, Answer answer ) {
    const Ptr adjacency = at( number );
-   if ( adjacency && adjacency->inChip.state == State::requested &&
-        adjacency->inChip.version == version ) {
+   if ( adjacency && version && adjacency->inChip.version == version ) {
+      adjacency->inChip.version = 0;
       conclude( adjacency, stateOf( answer ) );
    } else {
       ++unasked_;
    }
 }
 
-/** The end of a request. */
+/** The end of a request, or the answer to one that was given up. */
 void
 FibInstaller::conclude( const Ptr & adjacency, State state ) {
+   waiting( adjacency->inChip.state ).numbers.erase( adjacency->number() );
    const State from = std::exchange( adjacency->inChip.retriedFrom, State::none );
    const U32 number = adjacency->number();
    inFlight_.erase( number );
@@ -217,6 +218,7 @@ FibInstaller::reviewNext() {
    inFlight_.erase( number );
    waiting( adjacency->inChip.state ).numbers.erase( number );
    roomComes_ = roomComes_ || adjacency->inChip.state == State::programmed;
+   adjacency->inChip.version = 0;
    stateIs( adjacency, State::none );
    reader_->adjacencyLeft( adjacency );
    return true;
@@ -347,14 +349,18 @@ FibInstaller::request( const Ptr & adjacency ) {
    FibInChip & in = adjacency->inChip;
    stateIs( adjacency, State::requested );
    version_ += version_ + 1 ? 1 : 2;
-   const U32 number = adjacency->number(), version = in.version = version_;
+   const U32 number = adjacency->number(), version = version_;
+   const U32 former = std::exchange( in.version, version );
    in.rooms = rooms_;
    inFlight_.emplace( number );
    alarm_.in( retryInterval );
    try {
       QON_HOOK( AdjacencyHelper, helper_, adjacencyIs, number, version, adjacency->l2AdjKey() );
    } catch ( ... ) {
-      adjacencyAnswered( number, version, Answer::failed );
+      if ( in.version == version ) {
+         in.version = former;
+         conclude( adjacency, State::failed );
+      }
       throw;
    }
 }

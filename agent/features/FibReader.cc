@@ -221,6 +221,29 @@ FibReader::dropUnused( U32 place ) {
    error.pass();
 }
 
+/** What is behind stays as it was. */
+void
+FibReader::told( const FecKey & key, bool there ) {
+   const Hold alive( this );
+   const U32 place = placeOf( key.fecId() );
+   fecs_[place].inTable = there;
+   if ( there ) {
+      look( key.fecId() );
+      return;
+   }
+   toLookAt_.erase( key.fecId() );
+   fecs_[place].errors = errorOf( AdjErrorStates::Bit::fecMissingFromFib );
+   dropUnused( place );
+}
+
+void
+FibReader::told( const ViaKey & key, bool ) {
+   const FibFec * held = fec( key.fecId() );
+   if ( held && held->inTable ) {
+      look( held->id );
+   }
+}
+
 void
 FibReader::look( GlobalFecId id ) {
    toLookAt_.emplace( id );
@@ -231,24 +254,15 @@ FibReader::look( GlobalFecId id ) {
 void
 FibReader::resolve( GlobalFecId id ) {
    Fec fec;
-   switch ( fecTable_.value( FecKey( id ), &fec ) ) {
-   case Quarn::Found::yes:
-      take( id, fec );
-      return;
-   case Quarn::Found::no:
-      gone( id );
-      return;
-   case Quarn::Found::busy: // its change is still to come, or its writer died in it
-      return;
-   }
+   if ( fecTable_.value( FecKey( id ), &fec ) == Quarn::Found::yes ) {
+      take( placeOf( id ), fec );
+   } // else its change is still to come, or its writer died in it
 }
 
 void
-FibReader::take( GlobalFecId id, const Fec & fec ) {
-   const U32 place = placeOf( id );
-   fecs_[place].inTable = true;
+FibReader::take( U32 place, const Fec & fec ) {
    std::vector< Via > vias;
-   fecs_[place].errors = read( id, fec, vias );
+   fecs_[place].errors = read( fecs_[place].id, fec, vias );
    if ( fecs_[place].errors ) {
       return;
    }
@@ -280,19 +294,6 @@ FibReader::read( GlobalFecId id, const Fec & fec, std::vector< Via > & vias ) co
    return {};
 }
 
-/** The table has the FEC no more. It stays as it was while routes lead to it. */
-void
-FibReader::gone( GlobalFecId id ) {
-   const U32 * held = byId_.find( id );
-   if ( !held ) {
-      return;
-   }
-   const U32 place = *held;
-   fecs_[place].inTable = false;
-   fecs_[place].errors = errorOf( AdjErrorStates::Bit::fecMissingFromFib );
-   dropUnused( place );
-}
-
 void
 FibReader::adjacencyIs( U32 place, const Ptr & wanted ) {
    FibFec & fec = fecs_[place];
@@ -317,6 +318,9 @@ FibReader::checkInvariants() const {
       ++used;
       routes += fec->routes;
       waiting += fec->adjacency ? 0 : fec->routes;
+      if ( !fec->inTable && toLookAt_.has( fec->id ) ) {
+         return "FEC " + fec->id.stringValue() + " is to be looked at, and in no table";
+      }
       const U32 * at = byId_.find( fec->id );
       if ( !at || *at != place ) {
          return "FEC " + fec->id.stringValue() + " is not where it is looked for";

@@ -14,7 +14,13 @@
 //    without an adjacency, or with the one that it had.
 // 4. What a writer says is not believed: a route whose prefix, length or VRF cannot be is counted, and
 //    leads nowhere.
-// 5. A route knows its FEC by the number that it leaves with the follower (the FEC's place, and 1): no
+// 5. A look-up may be ahead of what was told, and see what goes without a word. So only the follower of
+//    FECs says which there are; look-ups say only what one is:
+//
+//       not there --told--> in the table: looked up --its end--> not there, or behind: as it was
+//           `--a route---> ahead --told--^   ^--told--- behind --the last route leaves--> not there
+//
+// 6. A route knows its FEC by the number that it leaves with the follower (the FEC's place, and 1): no
 //    prefix is looked up to change a route.
 //
 // Everything is done in slices of the scheduler, FECs before routes. Watchers of adjacencies and of
@@ -129,8 +135,8 @@ class FibReader : public Velto::Node {
    struct Marks final : Quarn::Follower< Key, Value > {
       Marks( FibReader * reader, Quarn::TableReader< Key, Value > * table,
              Kiv::TaskScheduler * scheduler );
-      void handleValue( const Key & key, const Value & ) override { reader_->look( key.fecId() ); }
-      void handleValueDel( const Key & key ) override { reader_->look( key.fecId() ); }
+      void handleValue( const Key & key, const Value & ) override { reader_->told( key, true ); }
+      void handleValueDel( const Key & key ) override { reader_->told( key, false ); }
       FibReader * const reader_;
    };
    struct Resolver final : Kiv::Task {
@@ -147,10 +153,11 @@ class FibReader : public Velto::Node {
 
    U32 placeOf( GlobalFecId id );
    void dropUnused( U32 place );
+   void told( const FecKey & key, bool there );
+   void told( const ViaKey & key, bool there );
    void look( GlobalFecId id );
    void resolve( GlobalFecId id );
-   void take( GlobalFecId id, const Fec & fec );
-   void gone( GlobalFecId id );
+   void take( U32 place, const Fec & fec );
    Qon::AdjErrorStates read( GlobalFecId id, const Fec & fec, std::vector< Via > & vias ) const;
    void adjacencyIs( U32 place, const Ptr & wanted );
 
@@ -162,7 +169,7 @@ class FibReader : public Velto::Node {
    std::deque< FibFec > fecs_;
    std::vector< U32 > free_; // places
    Kiv::DenseMap< GlobalFecId, U32 > byId_;
-   Kiv::DenseMap< GlobalFecId, Kiv::Nothing > toLookAt_;
+   Kiv::DenseMap< GlobalFecId, Kiv::Nothing > toLookAt_; // of those in the table
    U32 routes_[3] = {}; // by family; those that cannot be are of none
    U32 waiting_ = 0;
    Hearer * hearer_ = nullptr;

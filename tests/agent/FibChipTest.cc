@@ -234,6 +234,15 @@ TEST_F( FibChip, WhatFailsOrIsNeverAnsweredIsTriedAgain ) {
    EXPECT_EQ( way( 1 ) + "; " + way( 2 ), "Ethernet1; " );
    pass( FibInstaller::answerTimeout + 2 * FibInstaller::retryInterval );
    EXPECT_EQ( way( 2 ), "Ethernet2" );
+   // The next try raises, and so does nothing: the answer is that of the first one.
+   chip.latencyIs( Kiv::never );
+   writes( "fec 3 @Ethernet3" );
+   raises = 1;
+   pass( FibInstaller::answerTimeout + 1 );
+   EXPECT_EQ( in( FibChipState::failed ), 1u );
+   finishAll();
+   EXPECT_EQ( way( 3 ), "Ethernet3" );
+   EXPECT_EQ( installer->unasked(), 0u );
 }
 
 TEST_F( FibChip, HooksThatRaiseAreCalledAgain ) {
@@ -260,6 +269,43 @@ TEST_F( FibChip, HooksThatRaiseAreCalledAgain ) {
    settle();
    EXPECT_EQ( table.adjacencies().size(), 1u );
    EXPECT_EQ( table.fecs(), 1u );
+}
+
+TEST_F( FibChip, AFecThatGoesBeforeItIsToldIsGone ) {
+   scheduler.budgetIs( { 1, 1, 1 } );
+   for ( U32 turns = 0; turns < 16; ++turns ) {
+      const String path = folder / "other";
+      auto writer = std::make_unique< FibFile >( loop, path );
+      writer->lines( "fec 1 @Ethernet1" );
+      writer->writer.completeIs( true );
+      const auto other = Velto::make< FibReader >( &loop, &scheduler, path );
+      const auto pump = [&] {
+         for ( U32 i = 0; i < 12; ++i ) {
+            loop.runOnce( 0 );
+         }
+      };
+      pump();
+      scheduler.settle();
+      ASSERT_TRUE( other->fec( GlobalFecId( 1 ) ) );
+      // Its end is not told yet when the next writer has it again, and takes it out as well.
+      writer->lines( "fec 1 -" );
+      writer = nullptr;
+      writer = std::make_unique< FibFile >( loop, path );
+      writer->lines( "fec 1 drop" );
+      writer->writer.completeIs( true );
+      pump();
+      scheduler.advance( 1 );
+      pump();
+      ASSERT_TRUE( other->source().connected() );
+      for ( U32 i = 0; i < turns; ++i ) {
+         scheduler.turn();
+      }
+      writer->lines( "fec 1 -" );
+      pump();
+      scheduler.settle();
+      EXPECT_FALSE( other->fec( GlobalFecId( 1 ) ) ) << turns;
+      EXPECT_EQ( other->checkInvariants(), "" );
+   }
 }
 
 TEST_F( FibChip, AnAgentThatBeginsAnewInterruptsNothing ) {

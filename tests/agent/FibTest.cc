@@ -263,7 +263,7 @@ TEST_F( Fib, WatchersOfCountsMayRaiseOrEndTheReader ) {
    counts->act = nullptr;
    rest();
    EXPECT_EQ( shown( "adjacency", { "nextHops", "prefixes" } ),
-              "Ethernet1 attached | 1\ndrop | 1" );
+              "drop | 1\nEthernet1 attached | 1" );
    counts->act = [&] { feature->attach( &loop, folder / "nobody" ); };
    writes( "0 10.0.0.0/8 fec 1" );
    EXPECT_TRUE( runUntil( [&] { return reader().routes( Ulnet::AddressFamily::ipv4 ) == 0; } ) );

@@ -53,6 +53,16 @@ class Saboteur : public Velto::Node {
       }
    }
    bool struck() const { return struck_; }
+   /** Another change than those of entities. */
+   void change() {
+      if ( ++changes_ == at_ ) {
+         struck_ = true;
+         if ( raises_ ) {
+            throw Velto::RangeError( "sabotage" );
+         }
+         drop_();
+      }
+   }
 
  private:
    void watch( const Kiv::Entity * entity ) {
@@ -81,13 +91,7 @@ class Saboteur : public Velto::Node {
    static void heard( void * context, const Kiv::Entity & entity, int, const void * ) {
       auto self = static_cast< Saboteur * >( context );
       self->watchOwned( entity );
-      if ( ++self->changes_ == self->at_ ) {
-         self->struck_ = true;
-         if ( self->raises_ ) {
-            throw Velto::RangeError( "sabotage" );
-         }
-         self->drop_();
-      }
+      self->change();
    }
 
    const U32 at_;
