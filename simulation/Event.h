@@ -71,6 +71,8 @@ struct FeatureKind {
    /** Draws the size of its tables in the world's chip, before anything is made; null: as they are
        in any soft chip. */
    void ( *shape )( const World & world, SoftChip::Shape & shape );
+   /** It is only in a plan that names it. */
+   bool apart = false;
    /** It does nothing of its own: a plan that names it alone is one of all. */
    bool looksOn() const { return operations.empty(); }
 };

@@ -109,7 +109,9 @@ SimFib::Helper::adjacencyIs( U32 number, U32 version, const Qon::L2AdjKey & key 
 
 FeatureKind
 simFib() {
-   return featureKindOf< SimFib >( "fib" );
+   FeatureKind kind = featureKindOf< SimFib >( "fib" );
+   kind.apart = true; // until thousands of seeds have held
+   return kind;
 }
 
 std::span< const Operation >

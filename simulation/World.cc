@@ -108,7 +108,7 @@ World::World( const Plan & plan )
       return named( kind ) && !kind.looksOn();
    } );
    for ( U32 kind = 0; kind < kinds.size(); ++kind ) {
-      if ( kind == 0 || named( kinds[kind] ) || all ) {
+      if ( kind == 0 || named( kinds[kind] ) || ( all && !kinds[kind].apart ) ) {
          features_.push_back( { kind, kinds[kind].make( *this ) } );
       }
    }

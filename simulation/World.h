@@ -21,7 +21,7 @@ namespace Sim {
 /** What a run begins with. */
 struct Plan {
    U64 seed = 1;
-   /** Empty, or none but those that look on: all. */
+   /** Empty, or none but those that look on: all but those that stand apart. */
    std::vector< String > features;
    /** What goes wrong in the soft chip: "<hook> <trouble> <first call> <calls> <in thousand>", as
        in SoftChip::Fault, or "limit <table> <entries>". Empty: what the seed chooses. */
