@@ -1,41 +1,12 @@
 // A chip that answers later; hooks that change things; what comes while nothing is heard; watchers
 // that raise or end the state machine.
 
-#include "tests/acl/AclWorld.h"
+#include "tests/acl/LateWorld.h"
 #include "tests/harness/Sabotage.h"
 
 namespace {
 
 using namespace AclTests;
-
-struct LateWorld : AclWorld {
-   explicit LateWorld( bool config = true ) {
-      auto limits = table.limits();
-      limits.async = config;
-      limits.asyncBlock = true;
-      table.limitsAre( limits );
-      latencyIs( Kiv::never );
-      list( "a" );
-      attach( "Ethernet1", "a" );
-   }
-   void latencyIs( Kiv::Seconds latency ) {
-      table.completions().latencyIs( latency );
-      table.blockCompletions().latencyIs( latency );
-   }
-   void answer() {
-      table.completions().finishAll();
-      table.blockCompletions().finishAll();
-      settle();
-   }
-   void answerAll() {
-      for ( U32 n = 0; n < 20; ++n ) {
-         settle();
-         answer();
-      }
-      EXPECT_EQ( aclSm->phase(), Qon::AclApplyPhase::done );
-      EXPECT_EQ( table.held().blocked, std::set< IntfId >() );
-   }
-};
 
 TEST( AclLate, PhasesWaitForAnswers ) {
    using Phase = Qon::AclApplyPhase;
@@ -469,136 +440,6 @@ TEST( AclRest, NothingIsHeardAndEverythingMadeGood ) {
                     w.table.held().acls[1].rules->rules().size() +
                     w.table.held().acls[2].rules->rules().size(),
               4u );
-}
-
-TEST( AclEnd, CleanUpEmptiesTheChipUnlessARestartIsTested ) {
-   for ( bool hitless : { false, true } ) {
-      AclWorld w;
-      Tests::Env env;
-      w.list( "a" );
-      w.attach( "Ethernet1", "a" );
-      w.start();
-      w.settle();
-      if ( hitless ) {
-         env.set( "HITLESS_RESTART_TEST", "" );
-      }
-      w.aclSm->doCleanup();
-      EXPECT_EQ( w.chip().empty(), !hitless );
-      w.aclSm = nullptr;
-      w.helper = nullptr; // and another agent takes over what is left
-      w.helper = Velto::make< Helper >( w.table );
-      EXPECT_EQ( w.table.held().acls.size(), hitless ? 1u : 0u );
-      w.start();
-      w.settle();
-      EXPECT_EQ( w.chip(), Chip{ "a( 0, in, default ): Ethernet1" } );
-   }
-}
-
-TEST( AclEnd, WhatAFormerLifeLeftDecidesUntilNothingWaits ) {
-   LateWorld w;
-   w.list( "b" );
-   w.start();
-   w.answerAll();
-   w.crash();
-   w.start();
-   w.settle();
-   w.attach( "Ethernet1", "b" ); // in the middle of the first pass
-   const Qon::AclIntfUse use( IntfPairKey( intf( "Ethernet1" ), {} ), {} );
-   for ( U32 n = 0; n < 12; ++n ) {
-      w.settle();
-      EXPECT_TRUE( w.table.blocked( intf( "Ethernet1" ) ) ||
-                   !w.table.deciders( ip, in, use ).empty() )
-            << n;
-      auto & blocks = w.table.blockCompletions();
-      auto & rest = w.table.completions();
-      blocks.waiting() ? blocks.finish( 0 ) : rest.waiting() ? rest.finish( 0 ) : void();
-   }
-   w.answerAll();
-   EXPECT_EQ( w.chip(), Chip{ "b( 0, in, default ): Ethernet1" } );
-}
-
-TEST( AclEnd, RestartOverAFullTable ) {
-   for ( bool async : { false, true } ) {
-      LateWorld w( async );
-      const std::map< String, String > lists = {
-            { "Ethernet1", "a" }, { "Ethernet2", "b" }, { "Ethernet3", "c" } };
-      for ( auto & [port, list] : lists ) {
-         w.rule( list, 10 );
-         w.rule( list, 20 );
-         w.attach( port, list );
-      }
-      w.start();
-      w.answerAll();
-      const Chip whole = w.chip();
-      EXPECT_EQ( whole.size(), 3u );
-      auto limits = w.table.limits();
-      limits.entries = w.table.entriesUsed();
-      w.table.limitsAre( limits );
-      w.crash();
-      w.logs.clear();
-      w.start();
-      for ( U32 n = 0; n < 40; ++n ) { // what is left decides until what is new fits
-         w.scheduler.turn();
-         for ( auto & [port, list] : lists ) {
-            const Qon::AclIntfUse use( IntfPairKey( intf( port ), {} ), {} );
-            EXPECT_TRUE( w.table.blocked( intf( port ) ) ||
-                         !w.table.deciders( ip, in, use ).empty() )
-                  << port << " at " << n;
-         }
-         auto & rest = w.table.completions();
-         rest.waiting() ? rest.finish( 0 ) : w.table.blockCompletions().finishAll();
-      }
-      w.answerAll();
-      EXPECT_EQ( w.chip(), whole );
-      EXPECT_EQ( w.table.entriesUsed(), limits.entries );
-      EXPECT_EQ( w.aclSm->unitError( "Chip0" ), Qon::AclCreateError::success );
-      std::map< String, int > said;
-      for ( auto & record : w.logs.records() ) {
-         ++said[record.text];
-      }
-      for ( String chip : { "(Chip0)", "(Chip1)" } ) {
-         EXPECT_EQ( said["Hardware resources are insufficient to program all ACLs " + chip], 1 );
-         EXPECT_EQ( said["All ACLs are programmed in hardware " + chip], 1 );
-      }
-      EXPECT_EQ( said.size(), 4u );
-   }
-}
-
-/** What has been refused, and is mended while what is left is about to go, was decided by that. */
-TEST( AclEnd, ListMendedInTheMiddleOfARestartOverAFullTable ) {
-   U32 decided = 0;
-   for ( U32 when = 0; when < 20; ++when ) {
-      LateWorld w;
-      w.rule( "a", 10 );
-      w.rule( "b", 10 );
-      w.attach( "Ethernet2", "b" );
-      w.start();
-      w.answerAll();
-      auto limits = w.table.limits();
-      limits.entries = w.table.entriesUsed();
-      w.table.limitsAre( limits );
-      w.crash();
-      w.faults.add( { "prepareAcl", SoftChip::Trouble::fail, 3, 2 } ); // of list b
-      w.start();
-      const Qon::AclIntfUse use( IntfPairKey( intf( "Ethernet2" ), {} ), {} );
-      auto decides = [&] {
-         return w.table.blocked( intf( "Ethernet2" ) ) || !w.table.deciders( ip, in, use ).empty();
-      };
-      bool must = false;
-      for ( U32 n = 0; n < 40; ++n ) {
-         if ( auto sm = w.sm( "b" )->aclDataSm( portKey() ); n == when && sm->failed() ) {
-            must = decides();
-            decided += must;
-            w.rule( "b", 10, Acl::RuleAction::deny );
-         }
-         w.scheduler.turn();
-         EXPECT_TRUE( decides() || !must ) << when << " at " << n;
-         auto & rest = w.table.completions();
-         rest.waiting() ? rest.finish( 0 ) : w.table.blockCompletions().finishAll();
-      }
-      w.answerAll();
-   }
-   EXPECT_GT( decided, 2u );
 }
 
 TEST( AclSabotage, OfAclSm ) {
