@@ -348,16 +348,18 @@ SimVlanMapping::delayIs( const Event & event ) {
    }
 }
 
-/** Whether a port still has the key in the directories. */
+/** Whether a port still has the key in the directories, for the interface that rules it now. */
 bool
 SimVlanMapping::wasHandedOver( const Key & key ) const {
    const PortVlanKey name =
          PortVlanKey::of( {}, { key.vlan, key.native ? Qon::nativeInnerVlan : U16( 0 ) } );
+   auto directory = directory_[U8( key.direction )];
    for ( U32 i = 0; i < world_.size( Range::port ); ++i ) {
       const IntfId port = world_.port( i );
-      if ( model_.rulerOf( port ) == key.intf &&
-           directory_[U8( key.direction )]->vlanMappingConfigHas(
-                 PortVlanKey::of( port, name.key() ) ) ) {
+      const PortVlanKey ofPort = PortVlanKey::of( port, name.key() );
+      if ( model_.rulerOf( port ) == key.intf && directory->vlanMappingConfigHas( ofPort ) &&
+           directory->vlanMappingConfig( ofPort ).lag() ==
+                 ( key.intf == port ? IntfId() : key.intf ) ) {
          return true;
       }
    }

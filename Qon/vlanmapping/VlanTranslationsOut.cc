@@ -209,15 +209,15 @@ VlanTranslations::restore( Direction d, const PortVlanKey & key,
    version_ = std::max( version_, config.version() );
    Entry & held = entry( port, d, key.key() );
    if ( held.state == State::none ) {
-      // Of another port-channel than now, it is handed over again.
-      held.state =
-            config.lag() == ( intf == port ? IntfId() : intf ) ? State::handedOver : State::trying;
+      // Of another port-channel than now, it is handed over again, and is nobody's claim here.
+      const bool same = config.lag() == ( intf == port ? IntfId() : intf );
+      held.state = same ? State::handedOver : State::trying;
       held.held = config.mapping();
       held.heldFor = restoredOwner( key, config );
       held.version = config.version();
       const Source owner = held.heldFor;
       Entry & claim = entry( intf, d, key.key() );
-      if ( claim.owner == Source::None ) {
+      if ( same && claim.owner == Source::None ) {
          claim.owner = owner;
          claim.mapping = config.mapping();
       }

@@ -350,6 +350,31 @@ TEST_P( Programming, APortThatMovedDuringARestartIsHandedOverForItsPortChannel )
    checkAll();
 }
 
+TEST_P( Programming, WhatAMovedPortHeldIsNobodysClaimOnItsNewPortChannel ) {
+   chip.graceful = true;
+   start();
+   wants( flow, po( 1 ), d, 10, 210 );
+   wants( flow, po( 1 ), d, 20, 220 );
+   wants( cli, po( 2 ), d, 10, 110 );
+   wants( flow, po( 2 ), d, 10, 310 );
+   wants( flow, po( 2 ), d, 30, 330 );
+   member( 1, 1 );
+   member( 1, 2 );
+   member( 2, 3 );
+   sm = nullptr;
+   moves( 1, 2, 1 );
+   member( 1, 2, false );
+   member( 2, 3, false );
+   start();
+   EXPECT_EQ( owner( d, po( 2 ), 10 ), cli ); // and not he who had it elsewhere
+   const auto config = directory()->vlanMappingConfig( PortVlanKey( eth( 1 ), 10, 0 ) );
+   EXPECT_EQ( config.mapping().vlanId(), 110 );
+   EXPECT_EQ( config.lag(), po( 2 ) );
+   EXPECT_FALSE( directory()->vlanMappingConfigHas( PortVlanKey( eth( 1 ), 20, 0 ) ) );
+   EXPECT_EQ( directory()->vlanMappingConfigs(), 2u ); // nothing of ports that left
+   checkAll();
+}
+
 TEST_P( Programming, WhatAnEarlierLifeSaidOfMembersIsPutRight ) {
    chip.answer = Status::handedOver;
    start();
