@@ -125,12 +125,14 @@ AclDataSm::block( const IntfPairKey & pair ) {
    }
 }
 
+/** Also those that join while what decides for them is left of a former life, and goes. */
 void
 AclDataSm::doBlockTraffic() {
    std::vector< IntfPairKey > pairs;
+   const bool staleGoes = aclSm_->staleGoes();
    if ( remake_ ) {
       for ( auto && [use, state] : uses_ ) {
-         if ( state.applied || ( state.wanted && aclSm_->staleGoes() ) ) {
+         if ( state.applied || ( state.wanted && staleGoes ) ) {
             pairs.push_back( use.pair() );
          }
       }
@@ -139,7 +141,8 @@ AclDataSm::doBlockTraffic() {
          const Use * state = uses_.find( use );
          const bool listless =
                hasHost( use ) && !aclSm_->hostBound( type_, use.pair().intfId(), use.host() );
-         if ( state && state->leaves() && !listless ) {
+         const bool loses = state && ( state->leaves() || ( state->joins() && staleGoes ) );
+         if ( loses && !listless ) {
             pairs.push_back( use.pair() );
          }
       }

@@ -110,6 +110,7 @@ AclTable::sweep() {
    std::erase_if( entries_,
                   [this]( auto & entry ) { return entry.first.generation != generation_; } );
    std::erase_if( blocked_, [this]( auto & block ) { return block.first != generation_; } );
+   changed();
 }
 
 U32

@@ -99,41 +99,50 @@ TEST( AclEnd, RestartOverAFullTable ) {
    }
 }
 
-/** What has been refused, and is mended while what is left is about to go, was decided by that. */
-TEST( AclEnd, ListMendedInTheMiddleOfARestartOverAFullTable ) {
-   U32 decided = 0;
-   for ( U32 when = 0; when < 20; ++when ) {
-      LateWorld w;
+/** While what is left is about to go, a list that was refused is mended, or its interface gets one that
+    is in force: until then that which is left decides. */
+TEST( AclEnd, ChangesInTheMiddleOfARestartOverAFullTable ) {
+   U32 decided[2] = {};
+   for ( U32 run = 0; run < 80; ++run ) {
+      const U32 when = run / 4;
+      const bool mends = run % 2, late = run & 2;
+      LateWorld w( late );
       w.rule( "a", 10 );
       w.rule( "b", 10 );
       w.attach( "Ethernet2", "b" );
       w.start();
       w.answerAll();
       auto limits = w.table.limits();
-      limits.entries = w.table.entriesUsed();
+      limits.asyncBlock = late;
+      const U32 used = w.table.entriesUsed();
+      limits.entries = mends ? used : used / 2 * 3; // list a fits
       w.table.limitsAre( limits );
       w.crash();
-      w.faults.add( { "prepareAcl", SoftChip::Trouble::fail, 3, 2 } ); // of list b
+      if ( mends ) {
+         w.faults.add( { "prepareAcl", SoftChip::Trouble::fail, 3, 2 } ); // of list b
+      }
       w.start();
       const Qon::AclIntfUse use( IntfPairKey( intf( "Ethernet2" ), {} ), {} );
       auto decides = [&] {
          return w.table.blocked( intf( "Ethernet2" ) ) || !w.table.deciders( ip, in, use ).empty();
       };
       bool must = false;
+      w.table.changeHeardBy( [&] { EXPECT_TRUE( decides() || !must ) << run; } );
       for ( U32 n = 0; n < 40; ++n ) {
          if ( auto sm = w.sm( "b" )->aclDataSm( portKey() ); n == when && sm->failed() ) {
             must = decides();
-            decided += must;
-            w.rule( "b", 10, Acl::RuleAction::deny );
+            decided[mends] += must;
+            mends ? void( w.rule( "b", 10, Acl::RuleAction::deny ) ) : w.attach( "Ethernet2", "a" );
          }
          w.scheduler.turn();
-         EXPECT_TRUE( decides() || !must ) << when << " at " << n;
          auto & rest = w.table.completions();
          rest.waiting() ? rest.finish( 0 ) : w.table.blockCompletions().finishAll();
       }
       w.answerAll();
+      w.table.changeHeardBy( nullptr );
    }
-   EXPECT_GT( decided, 2u );
+   EXPECT_GT( decided[0], 2u );
+   EXPECT_GT( decided[1], 2u );
 }
 
 } // namespace

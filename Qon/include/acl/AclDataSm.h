@@ -194,6 +194,7 @@ class AclDataSm : public QonBaseSm {
       bool leaving = false; // as the pass found it when it began: who leaves later was not blocked
       bool needed() const { return wanted || applied || touched; }
       bool leaves() const { return applied && leaving; }
+      bool joins() const { return wanted && !applied; }
    };
 
    void useIs( const AclIntfUse & use, bool active );
