@@ -207,7 +207,7 @@ FrameModel::listsPermit( const Trip & trip, IntfId port, Acl::AclDirection direc
       }
    }
    for ( auto & session : sessions_ ) {
-      if ( decision.mirrorGroups.contains( S32( session.group ) ) ) {
+      if ( !decision.known || decision.mirrorGroups.contains( S32( session.group ) ) ) {
          expected.loose.insert( session.name );
       }
    }

@@ -322,7 +322,7 @@ SimMirror::checkStatus( const String & name, const Told & told ) const {
 }
 
 /** The chip holds what it was told, and every filter that it keeps is applied; that one has no room
-    is not heard in a pause. */
+    is not heard in a pause, and of a tunnel that is left nothing is touched. */
 String
 SimMirror::checkAtRest() const {
    for ( auto & [name, session] : table_.sessions() ) {
@@ -332,8 +332,8 @@ SimMirror::checkAtRest() const {
          return "chip: " + name + " differs";
       }
       for ( auto & [port, source] : session.sources ) {
-         const bool unheard =
-               paused_ && source.filter == SoftChip::MirrorTable::Source::Filter::full;
+         const bool unheard = ( paused_ || told->second.left != TunnelType::none ) &&
+                              source.filter == SoftChip::MirrorTable::Source::Filter::full;
          if ( !source.mirrors() && !unheard ) {
             return "chip: the source " + port.stringValue() + " of " + name +
                    " waits for its filter";
