@@ -244,9 +244,9 @@ class MulticastHelper : public QonBaseHelper, public Checked {
    void follow( S64 id );
    void moveFollowing();
    void forgetPending( Entry & entry );
-   /** Reviews the first pending group. */
    Entry * takeFirst();
    Entry * takeFollowing();
+   /** Reviews the first pending group. */
    void reviewFirst();
    void synced( Entry & entry, QonTypes::TableAddStatus status );
    void reviewFirstOverflowed();
