@@ -185,6 +185,7 @@ KivMirroringSession::addSource( IntfId port, MirrorSrcIntfLocal & local,
    Counts with = counts_;
    with.change( wanted.direction, 1 );
    const int egressId = with.tx() ? mirrorGroup_ : -1;
+   local.aclAsked_ = ready && !wanted.aclName.empty();
    if ( ready ) {
       error.run( [&] {
          done = QON_HOOK( MirroringSmHelper, helper, addSourceToHardware, name_, mirrorGroup_,
@@ -220,6 +221,7 @@ KivMirroringSession::removeSource( IntfId port, MirrorSrcIntfLocal & local, Dire
    }
    local.inHw_ = MirrorSource();
    local.left_ = Direction::none;
+   local.aclAsked_ = false;
 }
 
 // --- What fits -----------------------------------------------------------------------------------
@@ -347,13 +349,14 @@ KivMirroringSession::judgeSources( bool programmedFirst ) {
 
 // --- Filters -------------------------------------------------------------------------------------
 
-/** No room for the filter: the source goes, until there may be room. */
+/** No room for the filter: the source goes, until there may be room. What was said of an earlier
+    attempt, perhaps of an earlier life, is no answer. */
 void
 KivMirroringSession::reviewAclStatus( IntfId port ) {
    using QonTypes::TableAddStatus;
    auto source = sources_.find( port );
    auto hw = root_->in_.hwStatus ? root_->in_.hwStatus->session( name_ ) : nullptr;
-   if ( !source || !hw || !hw->aclStatusHas( port ) || source->local.wanted_.aclName.empty() ) {
+   if ( !source || !hw || !hw->aclStatusHas( port ) || !source->local.aclAsked_ ) {
       return;
    }
    auto & local = source->local;

@@ -224,6 +224,36 @@ TEST( MirrorFilters, AnotherOneThatFindsNoRoomEitherIsAnotherMessage ) {
    EXPECT_EQ( w.broken(), "" );
 }
 
+TEST( MirrorFilters, WhatWasSaidOfAnEarlierAttemptIsNoAnswer ) {
+   SourceWorld w;
+   w.acl( "list" );
+   w.filter( "s", 2, "list" );
+   auto hw = w.hwStatus->sessionIs( "s" );
+   hw->aclStatusIs( eth( 2 ), QonTypes::TableAddStatus::full );
+   EXPECT_EQ( w.messages(), Calls{ aclFull } );
+   w.helper->maxUni = 0; // from now on it is this that keeps it out
+   w.capability->sourceLimitsVersionIs( 1 );
+   w.source( "s", 2 )->directionIs( Direction::tx );
+   EXPECT_EQ( w.overflow( 2 ), Qon::MirrorOverflow::overLimit );
+   w.sm->initializedIs( false );
+   hw->aclStatusIs( eth( 2 ), QonTypes::TableAddStatus::failed );
+   w.sm->initializedIs( true );
+   EXPECT_EQ( w.overflow( 2 ), Qon::MirrorOverflow::overLimit );
+   EXPECT_EQ( w.messages(), Calls{ full } );
+   w.helper->maxUni = 1;
+   w.helper->refusedSource = { eth( 2 ) };
+   w.helper->onCall = [&]( const String & call ) { // no, and why
+      if ( call.starts_with( "+src" ) ) {
+         hw->aclStatusIs( eth( 2 ), QonTypes::TableAddStatus::full );
+      }
+   };
+   w.messages();
+   w.source( "s", 2 )->directionIs( Direction::rx );
+   EXPECT_EQ( w.sm->session( "s" )->srcIntfLocal( eth( 2 ) )->reason(),
+              Qon::MirrorReason::aclResources );
+   EXPECT_EQ( w.broken(), "" );
+}
+
 // --- What fits -----------------------------------------------------------------------------------
 
 TEST( MirrorLimits, OverAndBackByEveryWay ) {

@@ -66,6 +66,7 @@ class MirrorSrcIntfLocal {
    MirrorOverflow overflowState_ = MirrorOverflow::normal;
    MirrorReason reason_ = MirrorReason::notWanted;
    Mirroring::Direction left_ = Mirroring::Direction::none; // in hardware by an earlier life
+   bool aclAsked_ = false;                                  // the chip owes room for a filter
    bool aclFull_ = false;                                   // no room for the filter of `wanted_`
    bool aclFullLogged_ = false;                             // and that was said
 };
