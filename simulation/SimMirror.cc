@@ -131,8 +131,9 @@ class SimMirror::Helper : public SoftChip::SoftMirroringHelper {
             words.aclRefused[{ name, port }] = true;
          }
       } else {
-         sim_->told_[name].refusedSources.insert( port );
-         if ( !isKnown ) {
+         Told & told = sim_->told_[name];
+         told.refusedSources.insert( port );
+         if ( !isKnown && told.left == TunnelType::none ) { // what is left was not asked for
             words.aclRefused[{ name, port }] = false;
          }
          ++words.filtersRefused;
