@@ -131,9 +131,8 @@ class SimMirror::Helper : public SoftChip::SoftMirroringHelper {
             words.aclRefused[{ name, port }] = true;
          }
       } else {
-         Told & told = sim_->told_[name];
-         told.refusedSources.insert( port );
-         if ( !isKnown && told.left == TunnelType::none ) { // what is left was not asked for
+         sim_->told_[name].refusedSources.insert( port );
+         if ( !isKnown ) {
             words.aclRefused[{ name, port }] = false;
          }
          ++words.filtersRefused;
