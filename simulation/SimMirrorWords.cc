@@ -242,9 +242,9 @@ SimMirror::checkRefusals() const {
       const SessionConfigPtr config = config_->session( where.name );
       auto session = sm_->session( where.name );
       auto local = session ? session->srcIntfLocal( where.port ) : nullptr;
-      // Not spoken of: one that is not wanted any more when the chip's answer is heard, or has room by then.
-      const bool wanted = local && !local->wanted().aclName.empty();
-      fresh += config && wanted && !taken;
+      // Not spoken of: one that has gone for another reason when the chip's answer is heard.
+      const bool stands = local && local->reason() == Qon::MirrorReason::aclResources;
+      fresh += config && stands && !taken;
       if ( !taken ) {
          words_.aclKnown[where] = config;
       }
