@@ -167,8 +167,9 @@ TEST_F( AgentMirrorTest, AFilterTakesWhatItsListPermits ) {
           R"("type": "mac")" );
    auto taken = [&]( const String & to ) {
       auto all = copies( "Ethernet0", to );
-      return std::any_of( all.begin(), all.end(),
-                          []( const Copy & copy ) { return copy.port == intf( "Ethernet8" ); } );
+      return std::any_of( all.begin(), all.end(), []( const Copy & copy ) { // by either member
+         return copy.port == intf( "Ethernet8" ) || copy.port == intf( "Ethernet12" );
+      } );
    };
    EXPECT_TRUE( taken( "02:11:22:00:00:01" ) );
    EXPECT_FALSE( taken( "02:11:22:00:00:02" ) ); // denied before it is permitted
