@@ -84,7 +84,8 @@ class AclHelper : public Qon::QonBaseHelper {
    virtual void readAclCounters( Acl::AclType type, const String & aclName );
    /** The first pass of a state machine is done, and nothing waits for another one but instances that had
        no room, whose interfaces are blocked, as are those that would join a list meanwhile: instances and
-       blocks that a former helper left in hardware can go. What it had asked for and is not done yet is not to come into force. */
+       blocks that a former helper left in hardware can go. What it had asked for and is not done yet is
+       not to come into force. */
    virtual void staleAclsDel() {}
    /** @} */
 
