@@ -98,7 +98,7 @@ class SimMirror::Helper : public SoftChip::SoftMirroringHelper {
       if ( done ) {
          const auto & wanted = mirroringSm()->session( name )->srcIntfLocal( port )->wanted();
          told.sources[port] = direction;
-         told.filters[port] = { wanted.aclName, wanted.aclVersion };
+         told.filters[port] = { wanted.aclName(), wanted.filter().aclVersion };
       } else {
          told.refusedSources.insert( port );
       }

@@ -252,7 +252,7 @@ SimMirror::checkRefusals() const {
    std::erase_if( words_.aclKnown, [&]( auto & entry ) {
       auto session = sm_->session( entry.first.name );
       auto local = session ? session->srcIntfLocal( entry.first.port ) : nullptr;
-      return !local || local->wanted().aclName.empty() ||
+      return !local || local->wanted().aclName().empty() ||
              config_->session( entry.first.name ) != entry.second;
    } );
    if ( words_.disturbed ) {

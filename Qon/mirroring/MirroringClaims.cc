@@ -155,19 +155,20 @@ KivMirroringSession::KivSrcIntf::handleInitialized() {
 
 MirrorSource
 KivMirroringSession::KivSrcIntf::wanted() const {
-   MirrorSource source;
-   source.direction = config_->direction();
-   if ( const String & aclName = config_->aclName(); !aclName.empty() ) {
-      const auto aclType = config_->aclType();
-      // fixed text
-      VELTO_ASSERT( aclType == Acl::ip() || aclType == Acl::mac() || aclType == Acl::ipv6() );
-      source.aclName = aclName;
-      source.aclType = aclType;
-      source.aclPriority = config_->aclPriority();
-      auto acl = session_->root_->acl( aclType, aclName );
-      source.aclVersion = acl ? acl->version() : 0;
+   const String & aclName = config_->aclName();
+   if ( aclName.empty() ) {
+      return MirrorSource( config_->direction() );
    }
-   return source;
+   const auto aclType = config_->aclType();
+   // fixed text
+   VELTO_ASSERT( aclType == Acl::ip() || aclType == Acl::mac() || aclType == Acl::ipv6() );
+   auto acl = session_->root_->acl( aclType, aclName );
+   return { config_->direction(),
+            { .aclType = aclType,
+              .aclPriority = config_->aclPriority(),
+              .aclVersion = acl ? acl->version() : 0,
+              .aclName = aclName,
+              .vnis = {} } };
 }
 
 KivMirroringSession::KivSrcVxlanIntf::KivSrcVxlanIntf( KivMirroringSession * session,
@@ -186,19 +187,17 @@ KivMirroringSession::KivSrcVxlanIntf::handleInitialized() {
 
 MirrorSource
 KivMirroringSession::KivSrcVxlanIntf::wanted() const {
-   MirrorSource source;
+   MirrorFilter networks;
    for ( auto && [vni, none] : config_->vniIteratorConst() ) {
-      source.vnis.push_back( vni );
+      networks.vnis.push_back( vni );
    }
-   std::sort( source.vnis.begin(), source.vnis.end() );
-   if ( !source.vnis.empty() ) {
-      source.direction = Direction::rx;
-   }
+   std::sort( networks.vnis.begin(), networks.vnis.end() );
    if ( config_->direction() != Direction::rx ) {
       QON_TRACE( mirroringFacility, 3, intf(), ": a VXLAN interface mirrors what it receives, not ",
                  config_->direction() );
    }
-   return source;
+   return networks.vnis.empty() ? MirrorSource()
+                                : MirrorSource( Direction::rx, std::move( networks ) );
 }
 
 // --- Destinations --------------------------------------------------------------------------------

@@ -327,7 +327,9 @@ KivMirroringSession::reviewAcl( Acl::AclType type, const String & acl ) {
    Velto::FirstError error;
    for ( IntfId port : sourcePorts() ) {
       auto source = sources_.find( port );
-      auto is = [&]( const MirrorSource & s ) { return s.aclName == acl && s.aclType == type; };
+      auto is = [&]( const MirrorSource & s ) {
+         return s.aclName() == acl && s.filter().aclType == type;
+      };
       if ( source && ( is( source->local.inHw_ ) || is( source->local.wanted_ ) ) ) {
          error.run( [&] { reviewSource( port ); } );
       }

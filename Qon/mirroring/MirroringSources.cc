@@ -11,6 +11,12 @@ using KivMirroringSession = MirroringSm::KivMirroringSession;
 using Mirroring::Direction;
 using Ulnet::IntfId;
 
+const MirrorFilter &
+MirrorSource::all() {
+   static const MirrorFilter none;
+   return none;
+}
+
 void
 KivMirroringSession::Counts::change( Direction direction, S32 by ) {
    U32 & count = direction == Direction::both ? both : direction == Direction::rx ? rxOnly : txOnly;
@@ -33,9 +39,9 @@ KivMirroringSession::sourceWanted( IntfId port, SourcePort & source ) {
    if ( !root_->isValid( intf, false ) || ( intf != port && !root_->isValid( port, false ) ) ) {
       return MirrorReason::invalidIntf;
    }
-   if ( !wanted.aclName.empty() && !root_->acl( wanted.aclType, wanted.aclName ) ) {
+   if ( wanted.filtered() && !root_->acl( wanted.filter().aclType, wanted.aclName() ) ) {
       // fixed text
-      QON_TRACE( mirroringFacility, 2, port, ": acl ", wanted.aclName,
+      QON_TRACE( mirroringFacility, 2, port, ": acl ", wanted.aclName(),
                  " not found in acl config for session ", name_ );
       return MirrorReason::noAcl;
    }
@@ -60,7 +66,7 @@ KivMirroringSession::reviewSource( IntfId port, SourcePort & source, Redo redo )
    auto & local = source.local;
    Velto::FirstError error;
    if ( live_ ) {
-      const bool others = !overflowed_.empty() || !local.inHw_.aclName.empty(); // may wait for it
+      const bool others = !overflowed_.empty() || local.inHw_.filtered(); // may wait for it
       std::optional< MirrorSource > before;
       if ( others && local.programmed() ) {
          before = local.inHw_;
@@ -148,7 +154,7 @@ KivMirroringSession::askOthers( const MirrorSource & before, const MirrorSrcIntf
    if ( !overflowed_.empty() && !leaving_ ) {
       root_->later( { What::waiting, this } );
    }
-   if ( !before.aclName.empty() && before.aclName != local.inHw_.aclName && !local.aclFull_ ) {
+   if ( before.filtered() && before.aclName() != local.inHw_.aclName() && !local.aclFull_ ) {
       root_->askAclRoom();
    }
 }
@@ -170,13 +176,14 @@ KivMirroringSession::addSource( IntfId port, MirrorSrcIntfLocal & local,
    auto helper = root_->in_.helper.ptr();
    bool done = false;
    const bool ready = error.run( [&] {
-      if ( wanted.aclName.empty() ) {
+      if ( !wanted.filtered() ) {
          return;
       }
-      if ( !tcamProfiles_.has( wanted.aclType ) ) {
+      const Acl::AclType aclType = wanted.filter().aclType;
+      if ( !tcamProfiles_.has( aclType ) ) {
          QON_HOOK( MirroringSmHelper, helper, setTcamProfileFeature, name_,
-                   Kiv::toText( wanted.aclType ) );
-         tcamProfiles_.emplace( wanted.aclType );
+                   Kiv::toText( aclType ) );
+         tcamProfiles_.emplace( aclType );
       }
       if ( auto hw = root_->in_.hwStatus ? root_->in_.hwStatus->session( name_ ) : nullptr ) {
          hw->aclStatusDel( port ); // so that its failing again is heard
@@ -185,7 +192,7 @@ KivMirroringSession::addSource( IntfId port, MirrorSrcIntfLocal & local,
    Counts with = counts_;
    with.change( wanted.direction, 1 );
    const int egressId = with.tx() ? mirrorGroup_ : -1;
-   local.aclAsked_ = ready && !wanted.aclName.empty();
+   local.aclAsked_ = ready && wanted.filtered();
    if ( ready ) {
       error.run( [&] {
          done = QON_HOOK( MirroringSmHelper, helper, addSourceToHardware, name_, mirrorGroup_,
@@ -215,7 +222,7 @@ KivMirroringSession::removeSource( IntfId port, MirrorSrcIntfLocal & local, Dire
    }
    if ( local.programmed() ) {
       counts_.change( local.direction(), -1 );
-      if ( going && !local.inHw_.aclName.empty() ) {
+      if ( going && local.inHw_.filtered() ) {
          root_->askAclRoom();
       }
    }

@@ -171,7 +171,7 @@ MirrorFeature::sourceRow( const Session & session, IntfId port ) const {
                { "interface", agent_.names().spelling( port ) },
                { "by", by == port ? String() : agent_.names().spelling( by ) },
                { "direction", Kiv::toText( local.wanted().direction ) },
-               { "acl", local.wanted().aclName },
+               { "acl", local.wanted().aclName() },
                { "aclInHw", local.aclAppliedInHw() },
                { "state", state( local.programmed(), local.reason() ) },
                { "why", text( local.reason() ) } };

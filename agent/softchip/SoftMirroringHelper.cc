@@ -104,12 +104,12 @@ std::optional< MirrorFilter >
 SoftMirroringHelper::filter( const String & name, IntfId intf ) const {
    auto session = mirroringSm() ? mirroringSm()->session( name ) : nullptr;
    auto local = session ? session->srcIntfLocal( intf ) : nullptr;
-   if ( !local || local->wanted().aclName.empty() ) {
+   if ( !local || local->wanted().aclName().empty() ) {
       return std::nullopt;
    }
-   MirrorFilter filter = { local->wanted().aclType, {} };
+   MirrorFilter filter = { local->wanted().filter().aclType, {} };
    auto lists = mirroringSm()->inputs().aclConfig->type( filter.type );
-   if ( auto list = lists ? lists->acl( local->wanted().aclName ) : nullptr ) {
+   if ( auto list = lists ? lists->acl( local->wanted().aclName() ) : nullptr ) {
       for ( auto && [number, rule] : list->ruleIteratorConst() ) {
          filter.rules.push_back( rule );
       }

@@ -102,7 +102,7 @@ class RecordingHelper : public Qon::MirroringSmHelper {
       String filter;
       if ( auto session = mirroringSm()->session( name ) ) {
          auto & wanted = session->srcIntfLocal( port )->wanted();
-         filter = wanted.aclName.empty() ? "" : " acl " + wanted.aclName;
+         filter = wanted.filtered() ? " acl " + wanted.aclName() : "";
       }
       called( "+src " + head( name, group, egress ) + port.stringValue() + " " +
               Kiv::toText( direction ) + filter );

@@ -527,7 +527,7 @@ TEST( MirrorLife, WhatHappenedDuringAPauseIsMadeGood ) {
    w.sm->initializedIs( true );
    EXPECT_EQ( w.helper->held["a"].targets, std::set{ eth( 5 ) } );
    EXPECT_EQ( w.helper->held["a"].sources[eth( 11 )], Direction::both );
-   EXPECT_EQ( w.sm->session( "a" )->srcIntfLocal( eth( 12 ) )->inHw().aclVersion, 7u );
+   EXPECT_EQ( w.sm->session( "a" )->srcIntfLocal( eth( 12 ) )->inHw().filter().aclVersion, 7u );
    EXPECT_FALSE( w.helper->held.contains( "gone" ) );
    EXPECT_EQ( w.group( "b" ), -1 );
    EXPECT_EQ( w.broken(), "" );

@@ -119,7 +119,7 @@ TEST( MirrorSources, AVxlanInterfaceMirrorsWhatItReceivesOfItsNetworks ) {
    source->directionIs( Direction::both ); // no matter
    EXPECT_EQ( w.helper->taken(), ( Calls{ "+src s 0 -1 Vxlan1 rx", "-src s 0 -1 Vxlan1 rx",
                                           "+src s 0 -1 Vxlan1 rx" } ) );
-   EXPECT_EQ( w.sm->session( "s" )->srcIntfLocal( vxlan )->inHw().vnis,
+   EXPECT_EQ( w.sm->session( "s" )->srcIntfLocal( vxlan )->inHw().filter().vnis,
               ( std::vector< U32 >{ 5, 6 } ) );
    w.config->session( "s" )->srcVxlanIntfDel( vxlan );
    EXPECT_EQ( w.helper->taken(), Calls{ "-src s 0 -1 Vxlan1 rx" } );

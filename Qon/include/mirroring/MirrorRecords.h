@@ -1,6 +1,7 @@
 #pragma once
 // What a session remembers of each of its ports, sources and destinations.
 
+#include <memory>
 #include <vector>
 
 #include "platform/types/Mirroring.h"
@@ -33,22 +34,44 @@ enum class MirrorOverflow : U8 {
 };
 KIV_ENUM( MirrorOverflow, normal, overLimit, overlap )
 
-/** How a source is in hardware, or shall be. Without direction: not at all. */
-struct MirrorSource {
-   Mirroring::Direction direction = Mirroring::Direction::none;
+/** Which frames of a source are mirrored. */
+struct MirrorFilter {
    Acl::AclType aclType = Acl::AclType::ip;
    U32 aclPriority = 0;
    U32 aclVersion = 0;      // of its rules
-   String aclName;          // empty: no filter
+   String aclName;          // empty: no list
    std::vector< U32 > vnis; // of a VXLAN interface
-   bool operator==( const MirrorSource & ) const = default;
+   bool operator==( const MirrorFilter & ) const = default;
+};
+
+/** How a source is in hardware, or shall be. Without direction: not at all. Most have no filter, and
+    are small. */
+class MirrorSource {
+ public:
+   MirrorSource() = default;
+   explicit MirrorSource( Mirroring::Direction d ) : direction( d ) {}
+   MirrorSource( Mirroring::Direction d, MirrorFilter filter )
+       : direction( d ), filter_( std::make_shared< const MirrorFilter >( std::move( filter ) ) ) {}
+
+   Mirroring::Direction direction = Mirroring::Direction::none;
+   const MirrorFilter & filter() const { return filter_ ? *filter_ : all(); }
+   const String & aclName() const { return filter().aclName; }
+   bool filtered() const { return filter_ && !filter_->aclName.empty(); }
+   bool operator==( const MirrorSource & other ) const {
+      return direction == other.direction &&
+             ( filter_ == other.filter_ || filter() == other.filter() );
+   }
+
+ private:
+   static const MirrorFilter & all();
+   std::shared_ptr< const MirrorFilter > filter_; // null: all frames
 };
 
 /** The local record of one source port. */
 class MirrorSrcIntfLocal {
  public:
    /** The filter that was applied; empty for none, and while there is no room for it. */
-   const String & aclAppliedInHw() const { return inHw_.aclName; }
+   const String & aclAppliedInHw() const { return inHw_.aclName(); }
    /** As programmed; none: it is not. */
    Mirroring::Direction direction() const { return inHw_.direction; }
    MirrorOverflow overflowState() const { return overflowState_; }
