@@ -207,6 +207,31 @@ TEST( Chase, OfAnEqualGenerationNothingIsToldButWhatMayBeWrong ) {
    EXPECT_EQ( chase.toldKeys(), 400u );
 }
 
+TEST( Chase, AKeyThatIsBeingWrittenIsNotGone ) {
+   U32 counter = 0;
+   Generation one( 400, &counter ), two( 400, &counter );
+   for ( Generation * generation : { &one, &two } ) {
+      for ( U32 key = 0; key < 10; ++key ) {
+         generation->table.valueIs( { key, 0 }, { key, 0 } );
+      }
+   }
+   Chase chase;
+   chase.workAll( one.table.memory() );
+   U32 * sequence = two.table.memory()->entry( 5 );
+   *sequence |= 1;
+   chase.workAll( two.table.memory() );
+   EXPECT_EQ( chase.completes, 2u );
+   EXPECT_EQ( chase.held.size(), 10u );
+   *sequence &= ~1u;
+   two.table.valueIs( { 5, 0 }, { 99, 0 } );
+   chase.workAll( two.table.memory() );
+   EXPECT_EQ( chase.held[5], 99u );
+   EXPECT_EQ( chase.toldKeys(), 10u );
+   two.table.valueDel( { 5, 0 } );
+   chase.workAll( two.table.memory() );
+   EXPECT_EQ( chase.held.size(), 9u );
+}
+
 /** Whatever stands in the memory: no crash, no hang, nothing outside. */
 TEST( Chase, RandomBytesCostTimeAndWrongValuesOnly ) {
    const Kiv::LogRecorder quiet;

@@ -37,6 +37,11 @@ class Followed : public testing::Test {
       ASSERT_TRUE( writer->valueIs( { key }, Checked( key, number ) ) );
       model[key] = number;
    }
+   void turns( U32 n ) {
+      for ( ; n > 0; --n ) {
+         loop.runOnce( 0.02 );
+      }
+   }
    bool follows() {
       return runUntil( loop, [&] { return follower->idle() && follower->held == model; } );
    }
@@ -54,8 +59,7 @@ class Followed : public testing::Test {
 
 TEST_F( Followed, NothingIsSeenBeforeItIsCompleteAndEverythingAfter ) {
    put( 1, 10 );
-   loop.runOnce( 0.1 );
-   loop.runOnce( 0.1 );
+   turns( 10 ); // so that the reader has the table
    Checked value;
    EXPECT_EQ( reader->value( { 1 }, &value ), Found::no );
    EXPECT_FALSE( reader->complete() );
@@ -90,6 +94,30 @@ TEST_F( Followed, WhoSleepsIsWokenOnceATurn ) {
    EXPECT_EQ( server->wakes(), before + 1 );
    loop.runOnce( 0.05 );
    EXPECT_EQ( server->wakes(), before + 1 ); // and nobody for nothing
+}
+
+TEST_F( Followed, WhoSleepsOnIsNotWokenAgain ) {
+   writer->completeIs( true );
+   follower.reset();
+   reader.reset();
+   source.reset();
+   Kiv::EventLoop others;
+   Source sleeper( &others, path );
+   Reader asleep( &sleeper, "t" );
+   Follower slow( &asleep, &others, 3 );
+   auto followsOnce = [&] {
+      others.runOnce( 0 );
+      return slow.generations == 1 && slow.held == model && slow.idle();
+   };
+   ASSERT_TRUE( runUntil( loop, followsOnce ) );
+   others.runOnce( 0 );
+   const U64 before = server->wakes();
+   for ( U64 key = 0; key < 3; ++key ) {
+      put( key, key );
+      loop.runOnce( 0.01 );
+   }
+   EXPECT_EQ( server->wakes(), before + 1 );
+   EXPECT_TRUE( runUntil( loop, followsOnce ) );
 }
 
 TEST_F( Followed, ASlowReaderIsOvertakenAndTheWriterNotSlowed ) {
@@ -127,7 +155,9 @@ TEST_F( Followed, ANewWriterTakesOverWhenItIsCompleteAndADyingOneNever ) {
    EXPECT_EQ( reader->value( { 3 }, &value ), Found::yes );
    EXPECT_TRUE( runUntil( loop, [&] { return source->connected(); } ) );
    writer->valueIs( { 7 }, Checked( 7, 77777 ) ); // dies before it is complete
-   loop.runOnce( 0.05 );
+   turns( 10 );
+   EXPECT_EQ( reader->value( { 7 }, &value ), Found::yes );
+   EXPECT_EQ( value.number, 7u );
    serverIs();
    EXPECT_TRUE( runUntil( loop, [&] { return !source->connected(); } ) );
    EXPECT_TRUE( runUntil( loop, [&] { return source->connected(); } ) );

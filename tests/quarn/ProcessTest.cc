@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -165,6 +166,10 @@ TEST( Processes, AChildThatLivesOnKeepsNeitherConnectionNorLock ) {
 TEST( Processes, WriterAndReaderInTwoThreadsRaceNowhere ) {
    if ( access( program( "quarn-threads" ).c_str(), X_OK ) != 0 ) {
       GTEST_SKIP() << "the compiler has no thread sanitizer";
+   }
+   rlimit space = {};
+   if ( getrlimit( RLIMIT_AS, &space ) != 0 || space.rlim_cur != RLIM_INFINITY ) {
+      GTEST_SKIP() << "the thread sanitizer needs an address space without a limit";
    }
    Process threads( { program( "quarn-threads" ), "60000" } );
    String said;

@@ -1,7 +1,14 @@
 // Look-ups in memory that a writer changes: growth, removal, positions, torn entries, no room.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <thread>
 
 #include "platform/Kiv/LogRecorder.h"
 #include "platform/Kiv/Rng.h"
@@ -100,6 +107,34 @@ TEST( Table, AnEntryThatIsBeingWrittenIsBusyAndNothingElseIs ) {
    EXPECT_EQ( value, 999u );
 }
 
+TEST( Table, WhatIsReadIsOfOneWrite ) {
+   constexpr U32 words = 1024; // so many that one is read while it is written
+   Quarn::TableOf< 2, words > table( nullptr, "t", { 10, 0 }, { 1, 8, 4 * words } );
+   Quarn::Words< words > value = {};
+   table.valueIs( { 1, 0 }, value );
+   std::atomic< bool > done = false;
+   std::thread writer( [&] {
+      for ( U32 number = 1; !done; ++number ) {
+         value.fill( number );
+         table.valueIs( { 1, 0 }, value );
+         std::this_thread::yield();
+      }
+   } );
+   const Quarn::ViewOf< 2, words > view( *table.memory() );
+   Quarn::ViewOf< 2, words >::Entry entry;
+   U32 found = 0, torn = 0;
+   for ( U32 i = 0; i < 20000; ++i ) {
+      if ( view.find( { 1, 0 }, &entry ) == Found::yes ) {
+         ++found;
+         torn += std::count( entry.value.begin(), entry.value.end(), entry.value[0] ) != words;
+      }
+   }
+   done = true;
+   writer.join();
+   EXPECT_EQ( torn, 0u );
+   EXPECT_GT( found, 100u );
+}
+
 TEST( Table, AWriterThatDiedWhileTheHeadPassed2To32StopsNobody ) {
    Table table = tableFor( 10 );
    Quarn::Live & live = table.memory()->live();
@@ -123,6 +158,78 @@ TEST( Table, FullIsCountedAndLoggedOnce ) {
    EXPECT_TRUE( table.valueIs( { 7, 0 }, { 7, 0 } ) ); // at once, though its place still rests
    EXPECT_EQ( find( table, 0 ), Found::no );
    EXPECT_EQ( find( table, 7 ), Found::yes );
+}
+
+TEST( Table, WhatTheRingHasLostIsNotRead ) {
+   Table table = tableFor( 10 );
+   for ( U32 number = 1; number <= 2000; ++number ) { // the ring has 1,024
+      table.valueIs( { 1, 0 }, { number, 0 } );
+   }
+   const View view( *table.memory() );
+   View::Change changes[8];
+   EXPECT_EQ( view.changes( 1990, 1995, changes, 8 ), 5 );
+   EXPECT_EQ( view.changes( 10, 15, changes, 8 ), -1 ); // overtaken since that head was read
+   EXPECT_EQ( view.changes( 10, 2000, changes, 8 ), -1 );
+}
+
+TEST( Table, AnIndexThatLeadsBehindTheTableLeadsNowhere ) {
+   Table table = tableFor( 10 );
+   table.valueIs( { 1, 0 }, { 10, 0 } );
+   const Quarn::Mapping & memory = *table.memory();
+   const Quarn::Geometry & g = memory.geometry();
+   const Pair key = { 77, 0 };
+   U32 * entry = memory.entry( g.positions ); // the last page has some room
+   entry[0] = 2;
+   entry[1] = Quarn::entryPresent;
+   entry[2] = key[0];
+   const U64 hash = Quarn::hashOfWords( key.data(), 2, memory.constants().seed );
+   for ( U32 slot = 0; slot < 1u << g.slotBits( 0 ); ++slot ) {
+      if ( memory.index( 0 )[slot] == 0 ) {
+         memory.index( 0 )[slot] = Quarn::slotTag( hash, g.positionBits ) | ( g.positions + 1 );
+      }
+   }
+   EXPECT_EQ( find( table, 77 ), Found::no );
+}
+
+/** Nothing that a reader maps can be taken away under it, or is shorter than it says. */
+TEST( Memory, OfAHostileWriterIsNotMapped ) {
+   using Quarn::Constants;
+   const Quarn::Shape shape = { pairs.keyBytes, pairs.valueBytes, 10, 1024 };
+   const U64 whole = Quarn::Geometry( shape ).bytes;
+   auto attached = [&]( U64 bytes, int seals, auto && damage ) {
+      Constants constants;
+      constants.fingerprint = pairs.fingerprint;
+      constants.shape = shape;
+      damage( constants );
+      const Quarn::Handle file( memfd_create( "t", MFD_CLOEXEC | MFD_ALLOW_SEALING ) );
+      EXPECT_EQ( ftruncate( file.get(), off_t( bytes ) ), 0 );
+      EXPECT_EQ( pwrite( file.get(), &constants, sizeof( constants ), 0 ), 48 );
+      EXPECT_EQ( fcntl( file.get(), F_ADD_SEALS, seals ), 0 );
+      String why;
+      const bool mapped = Quarn::Mapping::attach( file.get(), pairs, &why ) != nullptr;
+      EXPECT_EQ( mapped, why.empty() );
+      return why;
+   };
+   const auto as = []( auto Constants::*part, auto value ) {
+      return [=]( Constants & c ) { c.*part = value; };
+   };
+   auto sound = []( Constants & ) {};
+   auto most = []( U32 most ) { return [=]( Constants & c ) { c.shape.most = most; }; };
+   const String noTable = "what the writer handed over is no table",
+                wrongSize = "the table's size is not what its writer says";
+   const int sealed = F_SEAL_SHRINK | F_SEAL_GROW;
+   EXPECT_EQ( attached( whole, sealed, sound ), "" );
+   EXPECT_EQ( attached( whole, F_SEAL_GROW, sound ), noTable );
+   EXPECT_EQ( attached( whole, sealed, as( &Constants::magic, 1u ) ), noTable );
+   EXPECT_EQ( attached( whole, sealed, as( &Constants::version, 2u ) ),
+              "layout version 2, here 1" );
+   EXPECT_EQ( attached( whole, sealed, as( &Constants::fingerprint, U64( 1 ) ) ),
+              "a table of another type" );
+   EXPECT_EQ( attached( whole - 4096, sealed, sound ), wrongSize );
+   EXPECT_EQ( attached( whole + 4096, sealed, sound ), wrongSize );
+   for ( U32 keys : { 0u, 5000u, Quarn::Geometry::mostKeys + 1, ~0u } ) {
+      EXPECT_EQ( attached( whole, sealed, most( keys ) ), wrongSize );
+   }
 }
 
 TEST( Table, WithoutMemoryAllWritesSayFalse ) {
