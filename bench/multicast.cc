@@ -7,17 +7,18 @@
 #include <malloc.h>
 
 #include <array>
-#include <memory>
-#include <unordered_map>
 
 #include "Qon/include/multicast/IgmpSnoopingSm.h"
+#include "bench/MulticastFloor.h"
 #include "bench/Ratio.h"
 #include "platform/Kiv/Log.h"
 #include "platform/Kiv/TaskScheduler.h"
 
 namespace {
 
+using Bench::MulticastByHand;
 using Bridging::MacVlanPair;
+using Chip = Bench::MulticastChip;
 using Bridging::VlanId;
 using QonTypes::TableAddStatus;
 using Ulnet::EthAddr;
@@ -43,24 +44,6 @@ VlanId
 vlan( U32 n ) {
    return VlanId( n / groupsAVlan + 1 );
 }
-
-/** What both sides call; it counts. */
-struct Chip {
-   virtual ~Chip() = default;
-   virtual S64 take() {
-      if ( used >= room ) {
-         return -1;
-      }
-      ++used;
-      return ++next;
-   }
-   virtual void giveBack() { --used; }
-   virtual void write() { ++writes; }
-   virtual void lead( S64 index ) { writes += U64( index ); }
-   U32 room = ~U32( 0 ), used = 0;
-   S64 next = 0;
-   U64 writes = 0;
-};
 
 struct Bitmap : Qon::HardwareL2MulticastBitmap {
    Bitmap( Chip & c, Qon::MulticastHelper * helper, const QonTypes::Bitmap & set,
@@ -157,96 +140,6 @@ struct Framework {
    Ptr< Qon::IgmpSnoopingSm > sm;
 };
 
-/** By hand: groups with their sets of ports, and a map of the sets. */
-struct Floor {
-   struct Hash {
-      std::size_t operator()( const MacVlanPair & key ) const { return Kiv::mix( key.hash() ); }
-      std::size_t operator()( U64 set ) const { return Kiv::mix( set ); }
-   };
-   struct Shared {
-      S64 index = 0;
-      U32 count = 0;
-   };
-   struct Group {
-      U64 wanted = 0, held = 0; // ports, of which that of the port-channel is none
-      bool onLag = false, pending = false, floods = false;
-   };
-
-   void portIs( const MacVlanPair & key, IntfId intf, bool member ) {
-      Group & group = groups[key];
-      if ( !Ulnet::EthIntfId::isEthIntfId( intf ) ) {
-         group.onLag = true;
-         ofLag.push_back( &group );
-      } else {
-         const U64 bit = U64( 1 ) << ( intf.number( 0 ) - 1 ) % ports;
-         group.wanted = member ? group.wanted | bit : group.wanted & ~bit;
-      }
-      later( group );
-   }
-   void membersAre( U32 count ) {
-      members = ( U64( 1 ) << count ) - 1;
-      for ( Group * group : ofLag ) {
-         later( *group );
-      }
-   }
-   void later( Group & group ) {
-      if ( !group.pending ) {
-         group.pending = true;
-         pending.push_back( &group );
-      }
-   }
-   void settle() {
-      for ( Group * group : pending ) {
-         group->pending = false;
-         review( *group );
-      }
-      pending.clear();
-   }
-   void review( Group & group ) {
-      const U64 set = group.wanted | ( group.onLag ? members : 0 );
-      if ( set == group.held ) {
-         return;
-      }
-      auto & shared = sets[set];
-      if ( shared.count == 0 ) {
-         shared.index = chip->take();
-         if ( shared.index < 0 ) {
-            sets.erase( set );
-            chip->lead( flood );
-            if ( !std::exchange( group.floods, true ) ) {
-               waiting.push_back( &group );
-            }
-            return;
-         }
-         chip->write();
-      }
-      ++shared.count;
-      chip->lead( shared.index );
-      group.floods = false;
-      if ( group.held ) {
-         auto former = sets.find( group.held );
-         if ( --former->second.count == 0 ) {
-            chip->giveBack();
-            sets.erase( former );
-         }
-      }
-      group.held = set;
-   }
-   /** There is room: those that flood, in the order in which they came. */
-   void recover() {
-      for ( Group * group : std::exchange( waiting, {} ) ) {
-         review( *group );
-      }
-   }
-
-   std::unique_ptr< Chip > chip = std::make_unique< Chip >();
-   std::unordered_map< MacVlanPair, Group, Hash > groups;
-   std::unordered_map< U64, Shared, Hash > sets;
-   std::vector< Group * > pending, waiting, ofLag;
-   U64 members = 0;
-   S64 flood = 0;
-};
-
 /** The floor, and what lets it hear the status: an ear a VLAN, and one a group. */
 struct ByHand : Velto::Node {
    using Status = Bridging::IgmpSnooping::Status;
@@ -254,35 +147,40 @@ struct ByHand : Velto::Node {
    using Group = Bridging::IgmpSnooping::EthGroupStatus;
 
    struct OfGroup : Velto::Node {
-      OfGroup( Floor & f, const VlanId & vlan, Ptr< const Group > g )
+      OfGroup( MulticastByHand & f, const VlanId & vlan, Ptr< const Group > g )
           : floor( f ), key( g->groupAddr(), vlan ), group( std::move( g ) ) {
          hasNotificationActiveIs( true );
          watch.attach( this, group.ptr() );
       }
-      void handleIntf( const IntfId & intf ) { floor.portIs( key, intf, group->intfHas( intf ) ); }
-      Floor & floor;
+      void handleIntf( const IntfId & intf ) {
+         floor.memberIs( key, intf, group->intfHas( intf ) );
+      }
+      MulticastByHand & floor;
       const MacVlanPair key;
       const Ptr< const Group > group;
       Kiv::Watch< Group::intfAttr, OfGroup, &OfGroup::handleIntf > watch;
    };
    struct OfVlan : Velto::Node {
-      OfVlan( Floor & f, Ptr< const Vlan > v ) : floor( f ), vlan( std::move( v ) ) {
+      OfVlan( MulticastByHand & f, Ptr< const Vlan > v ) : floor( f ), vlan( std::move( v ) ) {
          hasNotificationActiveIs( true );
          watch.attach( this, vlan.ptr() );
       }
       void handleGroup( const EthAddr & addr ) {
-         groups[addr.value()] =
-               Velto::make< OfGroup >( floor, vlan->vlanId(), vlan->ethGroup( addr ) );
+         groups.emplace( addr,
+                         Velto::make< OfGroup >( floor, vlan->vlanId(), vlan->ethGroup( addr ) ) );
       }
-      Floor & floor;
+      MulticastByHand & floor;
       const Ptr< const Vlan > vlan;
-      std::unordered_map< U64, Ptr< OfGroup >, Floor::Hash > groups;
+      Kiv::DenseMap< EthAddr, Ptr< OfGroup > > groups;
       Kiv::Watch< Vlan::ethGroupAttr, OfVlan, &OfVlan::handleGroup > watch;
    };
 
    ByHand() {
       hasNotificationActiveIs( true );
       watch.attach( this, status.ptr() );
+      for ( U32 n = 0; n < ports; ++n ) {
+         floor.portIs( port( n ), n );
+      }
    }
    void handleVlan( const VlanId & vlan ) {
       vlans.push_back( Velto::make< OfVlan >( floor, status->vlanStatus( vlan ) ) );
@@ -291,7 +189,8 @@ struct ByHand : Velto::Node {
    void create( U32 n, U32 sets ) { joinAll( *status, n, sets ); }
    void settle() { floor.settle(); }
 
-   Floor floor;
+   Chip chip;
+   MulticastByHand floor{ chip };
    const Ptr< Status > status = Velto::make< Status >( "status" );
    std::vector< Ptr< OfVlan > > vlans;
    Kiv::Watch< Status::vlanStatusAttr, ByHand, &ByHand::handleVlan > watch;
@@ -380,6 +279,13 @@ memberOfAPortChannel( benchmark::State & state ) {
       }
       f.acsd->lagToPortIs( lag, list );
    };
+   auto first = []( U32 count ) {
+      std::vector< IntfId > all;
+      for ( U32 n = 0; n < count; ++n ) {
+         all.push_back( port( n ) );
+      }
+      return all;
+   };
    auto joinAllOf = [&]( auto & at ) {
       for ( U32 n = 0; n < groups; ++n ) {
          at.group( n )->intfIs( lag );
@@ -388,7 +294,7 @@ memberOfAPortChannel( benchmark::State & state ) {
       at.settle();
    };
    members( 8 );
-   byHand->floor.membersAre( 8 );
+   byHand->floor.membersAre( lag, first( 8 ) );
    joinAllOf( f );
    joinAllOf( *byHand );
    double change = 0;
@@ -399,7 +305,7 @@ memberOfAPortChannel( benchmark::State & state ) {
       const double changed = Bench::nsOf( [&] { members( count ); } );
       const double ours = changed + Bench::nsOf( [&] { f.settle(); } );
       rounds.add( ours, Bench::nsOf( [&] {
-                     byHand->floor.membersAre( count );
+                     byHand->floor.membersAre( lag, first( count ) );
                      byHand->settle();
                   } ) );
       change = std::max( change, changed );
@@ -417,15 +323,26 @@ overflowAndRecovery( benchmark::State & state ) {
    for ( auto _ : state ) {
       Framework f;
       const auto byHand = Velto::make< ByHand >();
-      byHand->floor.flood = byHand->floor.chip->take();
-      f.chip.room = byHand->floor.chip->room = 1; // for the set that floods, which is there
-      const double full = createAll( f, groups, 1000 );
+      byHand->floor.floodIs( byHand->chip.take() );
+      f.chip.room = byHand->chip.room = 1; // for the set that floods, which is there
+      const U64 & messages = f.quiet.messages;
+      U64 ours = 0;
+      auto heard = [&]( auto && run ) { // by the library
+         const U64 before = messages;
+         const double ns = run();
+         ours += messages - before;
+         return ns;
+      };
+      const double full = heard( [&] { return createAll( f, groups, 1000 ); } );
       overflow.add( full, createAll( *byHand, groups, 1000 ) );
-      f.chip.room = byHand->floor.chip->room = ~U32( 0 );
-      const double room = Bench::nsOf( [&] { f.scheduler.runFor( 6 ); } );
+      f.chip.room = byHand->chip.room = ~U32( 0 );
+      const double room = heard( [&] { return Bench::nsOf( [&] { f.scheduler.runFor( 6 ); } ); } );
       recovery.add( room, Bench::nsOf( [&] { byHand->floor.recover(); } ) );
-      if ( f.helper->overflow()->mcastEntryNeedingHwEntrys() ) {
+      if ( f.helper->overflow()->mcastEntryNeedingHwEntrys() || byHand->floor.flooding() ) {
          state.SkipWithError( "some groups still flood" );
+      }
+      if ( messages != 2 * ours ) {
+         state.SkipWithError( "the floor raises other messages" );
       }
    }
    report( state, overflow.result(), groups );
