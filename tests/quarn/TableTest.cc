@@ -123,7 +123,8 @@ TEST( Table, WhatIsReadIsOfOneWrite ) {
    const Quarn::ViewOf< 2, words > view( *table.memory() );
    Quarn::ViewOf< 2, words >::Entry entry;
    U32 found = 0, torn = 0;
-   for ( U32 i = 0; i < 20000; ++i ) {
+   const double end = Kiv::now() + 20; // the writer may be in the middle of one, and not run
+   for ( U32 looks = 0; ( looks < 20000 || found < 100 ) && Kiv::now() < end; ++looks ) {
       if ( view.find( { 1, 0 }, &entry ) == Found::yes ) {
          ++found;
          torn += std::count( entry.value.begin(), entry.value.end(), entry.value[0] ) != words;
@@ -132,7 +133,7 @@ TEST( Table, WhatIsReadIsOfOneWrite ) {
    done = true;
    writer.join();
    EXPECT_EQ( torn, 0u );
-   EXPECT_GT( found, 100u );
+   EXPECT_GE( found, 100u );
 }
 
 TEST( Table, AWriterThatDiedWhileTheHeadPassed2To32StopsNobody ) {
