@@ -7,6 +7,7 @@
 #include "agent/server/Console.h"
 #include "agent/softchip/Chip.h"
 #include "agent/softchip/MirrorPart.h"
+#include "platform/types/Paths.h"
 #include "tests/harness/World.h"
 
 namespace {
@@ -215,6 +216,19 @@ TEST_F( AgentMirrorTest, WhyNotAndSinceWhen ) {
    sessions->sessionIs( "fifth" );
    EXPECT_EQ( lines( { "mirror", "fifth" } )[0],
               "fifth waiting place 1 of those that wait for a group" );
+}
+
+/** What a snapshot tells of the hardware is of another day; the chip is asked. */
+TEST_F( AgentMirrorTest, WhatTheChipDoesNotHoldIsMade ) {
+   world->load( config );
+   auto hw = world->agent.entities().mount< Mirroring::HwStatus >( Paths::hardwareMirroringStatus );
+   hw->sessionIs( "both" )->mirrorGroupIs( 3 );
+   hw->session( "both" )->targetIntfIs( intf( "Ethernet16" ) );
+   world->agent.inputsRead();
+   world->scheduler.runFor( 1 );
+   auto held = world->chip.part< QonChip::MirrorPart >()->mirrors();
+   EXPECT_EQ( held->at( "both" ).targets, std::set{ intf( "Ethernet16" ) } );
+   EXPECT_EQ( held->at( "both" ).sources.size(), 1u );
 }
 
 TEST_F( AgentMirrorTest, AnAgentThatStartsAgainFindsItsSessions ) {

@@ -41,6 +41,7 @@ class RecordingHelper : public Qon::MirroringSmHelper {
    bool refusesTunnels = false, removalsFail = false;
    U8 maxBi = 255, maxUni = 255;
    std::function< void( const String & call ) > onCall;
+   std::function< void() > onAsked; // about limits, interfaces, and what is held
    /** What does not fit together in the order of calls. */
    std::vector< String > misuse;
 
@@ -128,17 +129,23 @@ class RecordingHelper : public Qon::MirroringSmHelper {
       return !removalsFail;
    }
    bool verifySinglePort( const String & name, int, int, IntfId port ) override {
+      asked();
       return held[name].targets.contains( port );
    }
    bool verifyGreTunnelMirror( const String & name, int, int,
                                const Mirroring::TunnelInfo & ) override {
+      asked();
       return held[name].tunnel;
    }
    void hwInit() override { called( "hwInit" ); }
-   U8 maxBiDirSources() override { return maxBi; }
+   U8 maxBiDirSources() override {
+      asked();
+      return maxBi;
+   }
    U8 maxUniDirSources() override { return maxUni; }
    void updateCounters() override { called( "counters" ); }
    bool isValidIntf( const Interface::EthPhyIntfStatus *, IntfId intf, bool ) override {
+      asked();
       return !invalid.contains( intf );
    }
    void setTcamProfileFeature( const String & session, const String & feature ) override {
@@ -172,10 +179,21 @@ class RecordingHelper : public Qon::MirroringSmHelper {
    }
    void called( const String & call ) {
       calls.push_back( call );
-      if ( onCall ) {
-         onCall( call );
+      alone( onCall, call );
+   }
+   void asked() { alone( onAsked ); }
+   /** What a hook changes is taken up when it is done: no other is called within. */
+   template< class Act, class... Args >
+   void alone( const Act & act, const Args &... args ) {
+      if ( std::exchange( busy_, true ) ) {
+         misuse.push_back( "a call within a call" );
+      }
+      const Velto::AtEnd done( [this] { busy_ = false; } );
+      if ( const Act taken = act ) {
+         taken( args... );
       }
    }
+   bool busy_ = false;
 };
 
 using Calls = std::vector< String >;

@@ -140,4 +140,145 @@ TEST( MirrorSabotage, HooksThatChangeWhatTheyWereCalledFor ) {
    EXPECT_GT( at, 20u );
 }
 
+/** The last reference goes in whatever call, or question. */
+TEST( MirrorSabotage, HooksThatEndTheStateMachine ) {
+   for ( bool asked : { false, true } ) {
+      U32 at = 0, calls = 0;
+      do {
+         ++at;
+         MirrorWorld w;
+         prepare( w );
+         calls = 0;
+         auto drop = [&] {
+            if ( ++calls == at ) {
+               w.sm = nullptr;
+            }
+         };
+         if ( asked ) {
+            w.helper->onAsked = drop;
+         } else {
+            w.helper->onCall = [&]( const String & ) { drop(); };
+         }
+         flow( w, [&]( auto & step ) {
+            if ( w.sm ) {
+               step();
+            }
+         } );
+         EXPECT_EQ( w.helper->mirroringSm() == nullptr, !w.sm );
+      } while ( calls >= at );
+      EXPECT_GT( at, 20u );
+   }
+}
+
+/** A hook that raises at the worst moment is called once more for itself. */
+TEST( MirrorSabotage, WhatRaisedIsDoneInTheEnd ) {
+   MirrorWorld w;
+   w.capability->maxSupportedSessionsIs( 1 );
+   w.session( "a", 1 );
+   w.session( "b", 2 );
+   w.start();
+   auto raiseIn = [&]( const String & which ) {
+      w.helper->taken();
+      w.helper->onCall = [&w, which]( const String & call ) {
+         if ( call.starts_with( which ) ) {
+            w.helper->onCall = nullptr;
+            throw Velto::RangeError( "hook" );
+         }
+      };
+   };
+   raiseIn( "create b" ); // to whom the group is handed
+   EXPECT_THROW( w.config->sessionDel( "a" ), Velto::RangeError );
+   EXPECT_EQ( w.helper->held["b"].targets, std::set{ eth( 2 ) } );
+   w.source( "b", 3, Direction::none );
+   w.filter( "b", 3, "list" );
+   w.source( "b", 3 )->directionIs( Direction::rx );
+   raiseIn( "tcam" );
+   EXPECT_THROW( w.acl( "list" ), Velto::RangeError );
+   EXPECT_EQ( w.helper->taken(),
+              ( Calls{ "tcam b ip", "tcam b ip", "+src b 0 -1 Ethernet3 rx acl list" } ) );
+   EXPECT_EQ( w.broken(), "" );
+}
+
+// --- Hooks that change what they were called for, by name ----------------------------------------
+
+/** What a hook is told is what counts as done; what it changes comes after. */
+TEST( MirrorHooks, WhatChangesInsideIsHandedOverAfterwards ) {
+   MirrorWorld w;
+   w.hwStatus->reconciledIs( true );
+   w.resolve( "10.0.0.1", 5 );
+   auto s = w.session( "s" );
+   w.start();
+   auto inside = [&]( const String & which, std::function< void() > change ) {
+      w.helper->taken();
+      w.helper->onCall = [&w, which, change]( const String & call ) {
+         if ( call.starts_with( which ) ) {
+            w.helper->onCall = nullptr;
+            change();
+         }
+      };
+   };
+   auto info = w.gre();
+   info.ttlIs( 7 );
+   inside( "create", [&] { s->srcIntfIs( eth( 9 ), Direction::rx ); } );
+   s->targetIntfIs( eth( 1 ) );
+   EXPECT_EQ( w.helper->taken(),
+              ( Calls{ "create s 0 -1 Ethernet1", "+src s 0 -1 Ethernet9 rx" } ) );
+   w.config->session( "s" )->srcIntfDelAll();
+   s->targetIntfDel( eth( 1 ) );
+   inside( "+tunnel", [&] { s->tunnelIs( info ); } );
+   s->tunnelIs( w.gre() );
+   EXPECT_EQ( w.helper->taken(),
+              ( Calls{ "+tunnel s 0 -1 gre Ethernet5", "=tunnel s 0 -1 ttl 7 Ethernet5" } ) );
+   s->truncateIs( true );
+   inside( "=tunnel", [&] { s->truncateIs( false ); } );
+   s->rateLimitIs( 5 );
+   EXPECT_EQ( w.helper->taken(), Calls( 2, "=tunnel s 0 -1 ttl 7 Ethernet5" ) );
+   inside( "=tunnel", [&] { w.resolve( "10.0.0.1", 6 ); } );
+   info.ttlIs( 8 );
+   s->tunnelIs( info );
+   EXPECT_EQ( w.helper->taken(),
+              ( Calls{ "=tunnel s 0 -1 ttl 8 Ethernet5", "=tunnel s 0 -1 ttl 8 Ethernet6" } ) );
+   EXPECT_EQ( w.broken(), "" );
+}
+
+/** Whoever still holds the configuration of a session that has gone may change it. */
+TEST( MirrorHooks, ASessionThatHasGoneHearsNothing ) {
+   MirrorWorld w;
+   w.start();
+   const Ptr< Mirroring::SessionConfig > s = w.session( "s", 1 );
+   w.helper->onCall = [&]( const String & ) {
+      w.helper->onCall = nullptr;
+      w.config->sessionDel( "s" );
+      s->targetIntfIs( eth( 8 ) );
+      s->srcIntfIs( eth( 9 ) );
+      s->truncateIs( true );
+   };
+   s->targetIntfIs( eth( 7 ) );
+   w.helper->onAsked = [&] { ADD_FAILURE() << "somebody uses it"; };
+   w.phy->intfStatusIs( eth( 8 ) );
+   w.phy->intfStatusIs( eth( 9 ) );
+   EXPECT_TRUE( w.helper->held.empty() );
+   EXPECT_EQ( w.free(), ( std::vector< int >{ 1, 2, 3, 0 } ) );
+}
+
+/** One that waits, and is made anew in the same burst, is another one. */
+TEST( MirrorHooks, AGroupIsNotHandedToOneThatGoes ) {
+   MirrorWorld w;
+   w.capability->maxSupportedSessionsIs( 1 );
+   w.session( "a", 1 );
+   w.session( "b", 2 );
+   w.start();
+   w.helper->onCall = [&]( const String & ) {
+      w.helper->onCall = nullptr;
+      w.config->sessionDel( "a" );
+      w.config->sessionDel( "b" );
+      w.session( "b", 5 );
+   };
+   w.config->session( "a" )->targetIntfIs( eth( 8 ) );
+   EXPECT_EQ( w.helper->taken(),
+              ( Calls{ "create a 0 -1 Ethernet8 update", "remove a 0 -1 Ethernet1,Ethernet8",
+                       "create b 0 -1 Ethernet5" } ) );
+   EXPECT_EQ( w.broken(), "" );
+}
+
 } // namespace

@@ -84,6 +84,54 @@ TEST( MirrorSources, AnAggregateSpeaksForItsMembers ) {
    EXPECT_EQ( w.broken(), "" );
 }
 
+/** Moving, a port is listed twice for a moment; it is of whom it was first, and its own at last. */
+TEST( MirrorSources, AMemberOfTwoAggregates ) {
+   SourceWorld w;
+   w.join( 1, 2 );
+   w.source( "s", po( 1 ), Direction::rx );
+   w.source( "s", 2, Direction::tx );
+   w.source( "s", po( 2 ), Direction::both );
+   w.acsd->lagToPortIs( po( 2 ), w.acsd->lagToPort( po( 1 ) ) );
+   EXPECT_EQ( w.held(), ( Sources{ { eth( 2 ), Direction::rx } } ) );
+   w.acsd->lagToPortDel( po( 1 ) );
+   EXPECT_EQ( w.held(), ( Sources{ { eth( 2 ), Direction::both } } ) );
+   w.acsd->lagToPortDel( po( 2 ) );
+   EXPECT_EQ( w.held(), ( Sources{ { eth( 2 ), Direction::tx } } ) );
+   EXPECT_EQ( w.broken(), "" );
+}
+
+/** An aggregate that is usable says nothing of its members; those are heard, too. */
+TEST( MirrorSources, MembersOnEitherSideAreJudgedThemselves ) {
+   SourceWorld w;
+   auto s = w.session( "s" );
+   s->targetIntfDel( eth( 1 ) );
+   w.helper->invalid = { eth( 2 ), eth( 4 ) };
+   for ( U32 port : { 2, 3 } ) {
+      w.join( 1, port );
+   }
+   w.source( "s", po( 1 ) );
+   s->targetIntfIs( po( 2 ) );
+   w.helper->taken();
+   w.join( 2, 4 );
+   w.join( 2, 5 ); // the first one that can be used makes the session
+   EXPECT_EQ( w.helper->taken(),
+              ( Calls{ "create s 0 -1 Ethernet5", "+src s 0 -1 Ethernet3 rx" } ) );
+   auto status = w.status->session( "s" );
+   EXPECT_TRUE( status->failedSrc( eth( 2 ) ) && status->failedDst( eth( 4 ) ) );
+   w.helper->invalid.clear();
+   w.phy->intfStatusIs( eth( 2 ) );
+   w.phy->intfStatusIs( eth( 4 ) );
+   EXPECT_EQ( w.helper->taken(),
+              ( Calls{ "+src s 0 -1 Ethernet2 rx", "create s 0 -1 Ethernet4 update" } ) );
+   s->targetIntfIs( eth( 6 ) );
+   w.helper->taken();
+   w.join( 3, 6 ); // an aggregate that is none of the session's
+   EXPECT_EQ( w.helper->taken(), Calls{ "remove s 0 -1 Ethernet6" } );
+   w.leave( 3, 6 );
+   EXPECT_EQ( w.helper->taken(), Calls{ "create s 0 -1 Ethernet6 update" } );
+   EXPECT_EQ( w.broken(), "" );
+}
+
 TEST( MirrorSources, RefusedAndInvalidOnesAreFailedUntilTheInterfaceChanges ) {
    SourceWorld w;
    w.phy->intfStatusIs( eth( 2 ) );
@@ -254,6 +302,32 @@ TEST( MirrorFilters, WhatWasSaidOfAnEarlierAttemptIsNoAnswer ) {
    EXPECT_EQ( w.broken(), "" );
 }
 
+TEST( MirrorFilters, WhatTheChipSaysIsHeardWhenever ) {
+   SourceWorld w;
+   using QonTypes::TableAddStatus;
+   w.acl( "list" );
+   auto hw = w.hwStatus->sessionIs( "t" ); // before there is such a session
+   w.session( "t", 9 );
+   w.config->session( "s" )->srcIntfIs( eth( 2 ), Direction::none );
+   w.filter( "s", 2, "list" );
+   w.source( "s", 2 )->directionIs( Direction::rx );
+   for ( U32 n : { 3, 4 } ) {
+      w.filter( "t", n, "list" );
+   }
+   hw->aclStatusIs( eth( 3 ), TableAddStatus::full );
+   EXPECT_EQ( w.messages(), Calls{ aclFull } );
+   EXPECT_EQ( w.held( "t" ).size(), 1u );
+   w.config->sessionDel( "s" ); // its filter is room for those of others
+   EXPECT_EQ( w.held( "t" ).size(), 2u );
+   hw->aclStatusIs( eth( 3 ), TableAddStatus::success );
+   hw->aclStatusIs( eth( 3 ), TableAddStatus::full ); // after all
+   EXPECT_EQ( w.messages(), Calls{ aclFull } );
+   hw->aclStatusIs( eth( 4 ), TableAddStatus::failed ); // for another reason
+   EXPECT_EQ( w.messages(), Calls() );
+   EXPECT_TRUE( w.status->session( "t" )->failedSrc( eth( 4 ) ) );
+   EXPECT_EQ( w.broken(), "" );
+}
+
 // --- What fits -----------------------------------------------------------------------------------
 
 TEST( MirrorLimits, OverAndBackByEveryWay ) {
@@ -332,6 +406,36 @@ TEST( MirrorLimits, OneRecoveryForAllSessions ) {
    w.helper->maxUni = 2;
    w.session( "s", 1 ); // all of them fit
    EXPECT_EQ( w.messages(), Calls{ normal } );
+   EXPECT_EQ( w.broken(), "" );
+}
+
+TEST( MirrorLimits, OneReasonAfterTheOtherIsNoRecovery ) {
+   SourceWorld w( 1, 1 );
+   w.mode->forwardingModeIs( Bridging::ForwardingMode::cutThrough );
+   w.source( "s", 3, Direction::rx );
+   w.source( "s", 2, Direction::tx );
+   EXPECT_EQ( w.messages(), Calls{ overlap } );
+   w.mode->forwardingModeIs( Bridging::ForwardingMode::storeAndForward );
+   EXPECT_EQ( w.messages(), Calls{ full } );
+   w.helper->taken();
+   w.capability->sourceLimitsVersionIs( 1 ); // as before: who is in hardware stays
+   EXPECT_EQ( w.helper->taken(), Calls() );
+   w.session( "t", 9 );
+   w.config->session( "s" )->targetIntfDel( eth( 1 ) );
+   w.config->sessionDel( "t" ); // others do not speak for a session that is not in hardware
+   EXPECT_EQ( w.messages(), Calls() );
+   w.sm->initializedIs( false );
+   w.session( "s", 1 );
+   w.helper->maxUni = 2;
+   w.capability->sourceLimitsVersionIs( 2 );
+   w.sm->initializedIs( true );
+   EXPECT_EQ( w.messages(), Calls{ normal } );
+   w.sm->initializedIs( false );
+   w.helper->maxUni = 1;
+   w.capability->sourceLimitsVersionIs( 3 ); // not heard, and asked
+   w.sm->initializedIs( true );
+   EXPECT_EQ( w.held(), ( Sources{ { eth( 2 ), Direction::tx } } ) );
+   EXPECT_EQ( w.messages(), Calls{ full } );
    EXPECT_EQ( w.broken(), "" );
 }
 
