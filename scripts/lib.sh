@@ -59,6 +59,7 @@ need_for() {
    case $1 in
    m32) need g++-multilib googletest ;;
    bench) need libbenchmark-dev ;;
+   fuzz) need clang-19 libclang-rt-19-dev ;;
    bench32)
       dpkg --print-foreign-architectures | grep -qx i386 || as_root dpkg --add-architecture i386
       need g++-multilib libbenchmark-dev:i386
