@@ -189,12 +189,11 @@ class Switch {
          scheduler.runOnce( 0 );
       }
    }
-   /** The same, and what is put off for a short while. */
+   /** The same, and what is put off for a short while: nothing but clocks of seconds is left. */
    void settle() {
-      for ( Kiv::Seconds now = Kiv::now(), end = now + 0.3; now < end; now = Kiv::now() ) {
-         scheduler.runOnce( end - now );
+      while ( scheduler.nextTime() <= Kiv::now() + 0.3 ) {
+         scheduler.runOnce( 0.3 );
       }
-      work();
    }
 
    Kiv::EventLoop scheduler; // slices are cut by the real time
