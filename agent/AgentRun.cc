@@ -100,6 +100,7 @@ void
 AgentRun::giveKinds() {
    kind( "start", [this]( const String & text ) { start( text ); } );
    kind( "stop", [this]( const String & ) {
+      need();
       player_ = nullptr;
       agent_.reset();
       chip_->takeDown();
@@ -111,6 +112,9 @@ AgentRun::giveKinds() {
    } );
    kind( "play", [this]( const String & ) {
       need();
+      if ( !player_ ) {
+         throw RangeError( "there are no events to play" );
+      }
       player_->start();
    } );
    // Of files: the name, a line end, and the content.
@@ -194,6 +198,9 @@ AgentRun::makerOf( const String & chip ) const {
 
 void
 AgentRun::start( const String & description ) {
+   if ( agent_ ) {
+      throw RangeError( "there is an agent already" );
+   }
    auto lines = Kiv::split( description, '\n' );
    if ( lines[0] != featureNames() ) {
       refuse( "it was recorded with the features " + lines[0] + "; this agent has " +
