@@ -20,8 +20,8 @@ constexpr char reduceAcls[] =
 
 // fixed text, all of it: names, formats, explanations, blanks at the end.
 // In a section of its own, without gaps: tools walk it from end to end.
-constexpr Kiv::LogDescriptor qonLogCatalogue[qonLogMessages] [[gnu::section(
-      "qon_log_catalogue" )]] = {
+[[gnu::section(
+      "qon_log_catalogue" )]] constexpr Kiv::LogDescriptor qonLogCatalogue[qonLogMessages] = {
       { "INTF_MAX_MTU_EXCEEDED",
         "Configured mtu (%d) exceeds the maximum mtu (%d) for interface %s",
         "This interface was configured with an mtu value that exceeds the maximum mtu supported"

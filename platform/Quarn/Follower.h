@@ -66,7 +66,7 @@ class Follower : private Kiv::Task, private FollowerLink {
       using Base::hasNews;
       using Base::note;
       using Base::noteIs;
-      using Base::Work;
+      using typename Base::Work;
       using Base::work;
 
     private:
