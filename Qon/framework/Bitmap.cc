@@ -124,7 +124,15 @@ Bitmap::operator|=( const Bitmap & o ) {
 
 bool
 Bitmap::operator==( const Bitmap & o ) const {
-   return used_ == o.used_ && std::equal( words(), words() + used_, o.words() );
+   if ( used_ != o.used_ ) {
+      return false;
+   }
+   const U64 *ours = words(), *others = o.words();
+   U64 differ = 0;
+   for ( U32 i = 0; i < used_; ++i ) {
+      differ |= ours[i] ^ others[i];
+   }
+   return differ == 0;
 }
 
 std::strong_ordering

@@ -31,13 +31,13 @@ MulticastHelper::bitmapFor( const Bitmap & ports ) {
       return *held;
    }
    BitmapPtr bitmap = makeBitmap( ports );
-   bitmapList_.emplace( ports, bitmap );
+   bitmap->kept_ = bitmapList_.emplace( ports, bitmap ).second;
    bitmap->refCount_ = 1;
    bool taken = false;
    const Velto::AtEnd undo( [&] {
       if ( !taken ) {
          bitmap->refCount_ = 0;
-         bitmapList_.erase( ports );
+         dropBitmap( *bitmap );
       }
    } );
    taken = takeGroup( *bitmap );
@@ -90,20 +90,22 @@ void
 MulticastHelper::countDel( HardwareL2MulticastBitmap & bitmap, U32 & count ) {
    VELTO_ASSERT( count > 0 );
    --count;
-   if ( bitmap.unused() && &bitmap != overflow()->floodBitmap() ) {
-      unused_.push_back( bitmap.ports() );
+   if ( bitmap.unused() && &bitmap != overflow()->floodBitmap() &&
+        !std::exchange( bitmap.listed_, true ) ) {
+      unused_.push_back( BitmapPtr( &bitmap ) );
    }
 }
 
-/** Whoever was without entries for a moment may have found some again. */
+/** Whoever was without entries for a moment may have found some again, or have been freed since. */
 void
 MulticastHelper::freeUnused() {
    Velto::FirstError error;
    while ( !unused_.empty() ) {
-      const Bitmap ports = std::move( unused_.back() );
+      BitmapPtr bitmap = std::move( unused_.back() );
       unused_.pop_back();
-      if ( auto held = bitmapList_.find( ports ); held && ( *held )->unused() ) {
-         error.run( [&] { freeHardwareBitmap( ports ); } );
+      bitmap->listed_ = false;
+      if ( bitmap->unused() && bitmap->kept_ ) {
+         error.run( [&] { freeBitmap( std::move( bitmap ) ); } );
       }
    }
    error.pass();
@@ -128,16 +130,25 @@ MulticastHelper::emptyBitmap( HardwareL2MulticastBitmap & bitmap, Velto::FirstEr
 
 void
 MulticastHelper::freeHardwareBitmap( const Bitmap & ports ) {
-   const Velto::Hold alive( this );
-   const Bitmap key = ports; // it may be the bitmap's own
-   BitmapPtr bitmap = bitmapList_.find( key ) ? *bitmapList_.find( key ) : nullptr;
-   if ( !bitmap ) {
-      return;
+   if ( auto held = bitmapList_.find( ports ) ) {
+      freeBitmap( *held );
    }
+}
+
+void
+MulticastHelper::dropBitmap( HardwareL2MulticastBitmap & bitmap ) {
+   if ( std::exchange( bitmap.kept_, false ) ) {
+      bitmapList_.erase( bitmap.ports() );
+   }
+}
+
+void
+MulticastHelper::freeBitmap( BitmapPtr bitmap ) {
+   const Velto::Hold alive( this );
    VELTO_ASSERT( bitmap->refCount() == 0 );
    Velto::FirstError error;
    emptyBitmap( *bitmap, error );
-   bitmapList_.erase( key );
+   dropBitmap( *bitmap );
    bitmap = nullptr; // its group is free only now
    error.run( [&] { reviewFlood(); } );
    if ( overflow()->mcastEntryNeedingHwEntrys() ) {
@@ -174,6 +185,9 @@ MulticastHelper::addFloodEntry() {
 /** Once the hook has returned that made a port come or go, if it was one of this set's own. */
 void
 MulticastHelper::reviewFlood() {
+   if ( !overflow()->floodBitmap() ) {
+      return;
+   }
    floodWork_.ask( this, {}, [this]( Kiv::Nothing ) { programFlood(); } );
 }
 

@@ -12,7 +12,8 @@ using Ulnet::IntfId;
 
 String
 MulticastHelper::checkInvariants() const {
-   for ( auto && [id, entry] : entryList_ ) {
+   for ( auto all = entryList_.begin(); all; ++all ) {
+      const EntryPtr & entry = all.value();
       if ( const String broken = brokenEntry( *entry ); !broken.empty() ) {
          return shownGroup( entry->macVlan() ) + ": " + broken;
       }
@@ -55,13 +56,15 @@ MulticastHelper::brokenEntry( const Entry & entry ) const {
    if ( floods && !marked && !entry.deleted() && !isPending( entry ) ) {
       return "floods, and is not tried again";
    }
-   for ( auto && [port, since] : entry.physicalPorts() ) {
+   for ( auto & member : entry.physicalPorts() ) {
+      const IntfId port = member.intf;
       auto groups = ( resolved( port ) ? portGroups_ : unresolvedPortGroups_ ).find( port );
       if ( !groups || !groups->groupHas( entry.vGroup() ) ) {
          return port.stringValue() + " does not know of its group";
       }
    }
-   for ( auto && [lag, since] : entry.lagPorts() ) {
+   for ( auto & member : entry.lagPorts() ) {
+      const IntfId lag = member.intf;
       auto groups = lagGroupMembership( lag );
       if ( !groups || !groups->groupHas( entry.vGroup() ) ) {
          return lag.stringValue() + " does not know of its group";
@@ -84,7 +87,8 @@ MulticastHelper::brokenBitmaps() const {
    };
    Kiv::DenseMap< const HardwareL2MulticastBitmap *, Counts > counts;
    U32 members = 0, known = 0;
-   for ( auto && [id, entry] : entryList_ ) {
+   for ( auto all = entryList_.begin(); all; ++all ) {
+      const EntryPtr & entry = all.value();
       members += entry->physicalPorts().size() + entry->lagPorts().size();
       if ( entry->bitmap_ ) {
          ++counts.emplace( entry->bitmap_.ptr() ).first->entries;
@@ -162,8 +166,8 @@ MulticastHelper::verifyEntry( const Entry & entry, const MulticastSmBase & sm ) 
       left -= entry.isMember( intf );
    }
    for ( auto members : { &entry.physicalPorts(), &entry.lagPorts() } ) {
-      for ( auto && [intf, since] : *members ) {
-         left -= !sm.intfWanted( intf ) && sm.isRouterIntf( intf ); // kept for its router
+      for ( auto & member : *members ) {
+         left -= !sm.intfWanted( member.intf ) && sm.isRouterIntf( member.intf ); // kept for it
       }
    }
    const auto bitmap = entry.hwL2MulticastBitmap();

@@ -106,28 +106,32 @@ void
 MulticastHelper::removeMembership( Entry & entry ) {
    const auto ports = std::exchange( entry.physicalPorts_, {} );
    const auto lags = std::exchange( entry.lagPorts_, {} );
-   for ( auto && [port, since] : ports ) {
-      leave( membershipsOf( port ), port, entry.vGroup() );
+   for ( auto & port : ports ) {
+      leave( membershipsOf( port.intf ), port.intf, entry.vGroup() );
    }
-   for ( auto && [lag, since] : lags ) {
-      QON_TRACE( multicastFacility, 5, "Group has been destroyed, removing lag ", lag );
-      leaveLag( lag, entry.vGroup() );
+   for ( auto & lag : lags ) {
+      QON_TRACE( multicastFacility, 5, "Group has been destroyed, removing lag ", lag.intf );
+      leaveLag( lag.intf, entry.vGroup() );
    }
 }
 
 void
 MulticastHelper::computeDesired( Entry & entry ) {
    QonTypes::Bitmap desired;
-   for ( auto && [port, since] : entry.physicalPorts_ ) {
-      if ( auto held = ports_.find( port ); held && held->resolved ) {
-         desired.bitIs( held->bit );
+   for ( auto & port : entry.physicalPorts_ ) {
+      if ( port.bit == GroupMembers::unknown ) {
+         auto held = ports_.find( port.intf );
+         port.bit = held ? held->bit : GroupMembers::unknown;
+      }
+      if ( resolved_.bit( port.bit ) ) {
+         desired.bitIs( port.bit );
       }
    }
    entry.lag_.portDelAll();
-   for ( auto && [lag, since] : entry.lagPorts_ ) {
-      if ( auto held = lags_.find( lag ) ) {
+   for ( auto & lag : entry.lagPorts_ ) {
+      if ( auto held = lags_.find( lag.intf ) ) {
          desired |= held->bits;
-         entry.lag_.portIs( lag );
+         entry.lag_.portIs( lag.intf );
       }
    }
    entry.desired_ = std::move( desired );

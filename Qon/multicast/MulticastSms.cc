@@ -118,8 +118,8 @@ MulticastSmBase::reviewIntfs() {
    }
    auto intfs = keysOf< IntfId >( intfsWanted() );
    for ( auto members : { &entry->physicalPorts(), &entry->lagPorts() } ) {
-      for ( auto && [intf, since] : *members ) {
-         intfs.emplace( intf );
+      for ( auto & member : *members ) {
+         intfs.emplace( member.intf );
       }
    }
    for ( auto && [intf, none] : intfs ) {

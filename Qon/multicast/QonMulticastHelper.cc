@@ -25,9 +25,7 @@ MulticastHelper::MulticastHelper( const String & name, Inputs inputs )
 /** Who points here is not to look for it any more. */
 MulticastHelper::~MulticastHelper() {
    review_->kivDoZombieReactors();
-   for ( auto && [id, entry] : entryList_ ) {
-      entry->sm_ = nullptr;
-   }
+   forEachEntry( []( Entry & entry ) { entry.sm_ = nullptr; } );
 }
 
 Velto::Ptr< MulticastHelper >
@@ -74,7 +72,7 @@ MulticastHelper::createMulticastGroup( const MulticastSmBase::Ptr & sm ) {
    if ( former && !former->deleted() ) {
       queueDeletion( *former );
    }
-   while ( entryList_.has( vGroup_ ) ) {
+   while ( entryListHas( vGroup_ ) ) {
       vGroupInc();
    }
    const S64 id = vGroup_;
@@ -83,7 +81,7 @@ MulticastHelper::createMulticastGroup( const MulticastSmBase::Ptr & sm ) {
    if ( EntryPtr entry = makeEntry( sm->macVlan(), id, error ) ) {
       entry->sm_ = sm.ptr();
       sm->vGroup_ = id;
-      entryList_.emplace( id, std::move( entry ) );
+      entryList_.emplace( U64( id ), std::move( entry ) );
    } else {
       error.run( [&] { offer( sm->macVlan() ); } );
    }
@@ -189,9 +187,7 @@ MulticastHelper::queueGroupsOf( const GroupMembership * groups ) {
 
 void
 MulticastHelper::queueAll() {
-   for ( auto && [id, entry] : entryList_ ) {
-      follow( id );
-   }
+   forEachEntry( [this]( Entry & entry ) { follow( entry.vGroup() ); } );
    moveFollowing();
    review_->kickReview();
 }
@@ -395,7 +391,7 @@ MulticastHelper::forgetGroup( const EntryPtr & entry ) {
       entry->sm_->vGroup_ = -1;
       entry->sm_ = nullptr;
    }
-   entryList_.erase( entry->vGroup() );
+   entryList_.erase( U64( entry->vGroup() ) );
    groupDelList_.erase( entry->vGroup() );
    if ( auto id = idOf_.find( entry->macVlan() ); id && *id == entry->vGroup() ) {
       idOf_.erase( entry->macVlan() );
@@ -431,7 +427,7 @@ MulticastHelper::doCleanup() {
    cleanupWanted_ = false;
    Velto::FirstError error;
    while ( entryList_.size() ) {
-      const EntryPtr entry = entryList_.front().value;
+      const EntryPtr entry = entryList_.begin().value();
       error.run( [&] { endGroup( entry, true ); } );
    }
    dropFlood( error );

@@ -10,7 +10,6 @@
 // Ownership: a value.
 
 #include <algorithm>
-#include <utility>
 #include <vector>
 
 #include "platform/types/IntfId.h"
@@ -20,15 +19,19 @@ namespace Qon {
 class GroupMembers {
  public:
    using IntfId = Ulnet::IntfId;
-   /** An interface, and how many syncs the group had had before it came. */
-   using Member = std::pair< IntfId, U32 >;
+   static constexpr U32 unknown = ~U32( 0 );
+   struct Member {
+      IntfId intf;
+      U32 syncs = 0;             ///< that the group had had before it came
+      mutable U32 bit = unknown; ///< of the port in bitmaps; noted by whoever has looked it up
+   };
 
    U32 size() const { return U32( members_.size() ); }
    bool has( IntfId intf ) const { return find( intf ) != nullptr; }
-   /** Null: it is none of them. */
+   /** Its syncs; null: it is none of them. */
    const U32 * find( IntfId intf ) const {
       const auto at = members_.begin() + placeOf( intf );
-      return at != members_.end() && at->first == intf ? &at->second : nullptr;
+      return at != members_.end() && at->intf == intf ? &at->syncs : nullptr;
    }
    /** Whether it is new. */
    bool insert( IntfId intf, U32 syncs ) {
@@ -38,7 +41,7 @@ class GroupMembers {
       if ( members_.empty() ) {
          members_.reserve( 4 );
       }
-      members_.emplace( members_.begin() + placeOf( intf ), intf, syncs );
+      members_.insert( members_.begin() + placeOf( intf ), { intf, syncs } );
       return true;
    }
    /** Whether it was there. */
@@ -54,7 +57,7 @@ class GroupMembers {
 
  private:
    std::ptrdiff_t placeOf( IntfId intf ) const {
-      auto before = []( const Member & member, IntfId other ) { return member.first < other; };
+      auto before = []( const Member & member, IntfId other ) { return member.intf < other; };
       return std::lower_bound( members_.begin(), members_.end(), intf, before ) - members_.begin();
    }
 

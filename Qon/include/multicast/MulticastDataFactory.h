@@ -98,6 +98,8 @@ class HardwareL2MulticastBitmap : public QonBaseHelper {
    U32 macEntries_ = 0;   // of the chip, that may lead here
    U32 number_ = 0;       // of those that were ever made, from 0
    bool written_ = false; // and to be trusted
+   bool kept_ = false;    // by the helper's list
+   bool listed_ = false;  // among those that may have nobody any more
    bool wasWritten_ = false;
    bool lagRemoved_ = false;
 };

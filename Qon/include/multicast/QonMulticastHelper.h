@@ -34,6 +34,7 @@
 // helper, which points back without counting.
 
 #include "Qon/include/framework/LagView.h"
+#include "Qon/include/framework/SequenceMap.h"
 #include "Qon/include/framework/WorkQueue.h"
 #include "Qon/include/multicast/EthGroupReviewSm.h"
 #include "Qon/include/multicast/GroupIds.h"
@@ -166,16 +167,16 @@ class MulticastHelper : public QonBaseHelper, public Checked {
    MulticastOverflow * overflow();
 
    Entry * entryList( S64 vGroup ) const {
-      auto entry = entryList_.find( vGroup );
+      auto entry = entryList_.find( U64( vGroup ) );
       return entry ? entry->ptr() : nullptr;
    }
-   bool entryListHas( S64 vGroup ) const { return entryList_.has( vGroup ); }
+   bool entryListHas( S64 vGroup ) const { return entryList_.has( U64( vGroup ) ); }
    U32 entryLists() const { return entryList_.size(); }
    /** Calls `act( Entry & )` for each group; it does not change them. */
    template< class Act >
    void forEachEntry( Act && act ) const {
-      for ( auto && [id, entry] : entryList_ ) {
-         act( *entry );
+      for ( auto all = entryList_.begin(); all; ++all ) {
+         act( *all.value() );
       }
    }
    /** The group of an (address, VLAN), to be deleted or not; null if there is none. */
@@ -302,6 +303,8 @@ class MulticastHelper : public QonBaseHelper, public Checked {
    void dropFlood( Velto::FirstError & error );
    void countDel( HardwareL2MulticastBitmap & bitmap, U32 & count );
    void freeUnused();
+   void freeBitmap( BitmapPtr bitmap );
+   void dropBitmap( HardwareL2MulticastBitmap & bitmap );
 
    String brokenEntry( const Entry & entry ) const;
    String brokenBitmaps() const;
@@ -320,13 +323,13 @@ class MulticastHelper : public QonBaseHelper, public Checked {
    U64 retries_ = 0;
    S64 vGroup_ = 0;
 
-   Kiv::DenseMap< S64, EntryPtr > entryList_;
+   SequenceMap< EntryPtr > entryList_;
    Kiv::DenseMap< MacVlanPair, S64 > idOf_;
    Kiv::DenseMap< MacVlanPair, std::vector< MulticastSmBase * > > waiting_;
    std::vector< MacVlanPair > beginning_; // whose entry the factory is making
    WorkQueue< Kiv::Nothing > floodWork_;
    BitmapList bitmapList_;
-   std::vector< QonTypes::Bitmap > unused_; // sets that may have nobody any more
+   std::vector< BitmapPtr > unused_; // those that may have nobody any more
    PendingList groupList_;
    Kiv::Fifo< S64 > following_; // ids of groups that are pending behind them, in order,
    GroupIds followingHas_;      // and those of them that are so still
