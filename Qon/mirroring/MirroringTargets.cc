@@ -176,7 +176,10 @@ KivMirroringSession::programmedTargets() const {
 
 void
 KivMirroringSession::createdInHwIs( bool v ) {
-   creations_ += v && !createdInHw_;
+   if ( v && !createdInHw_ ) {
+      ++creations_;
+      ask( What::attributes ); // those that changed while it was being made
+   }
    createdInHw_ = v;
    if ( auto published = status() ) {
       published->createdInHwIs( v );

@@ -258,6 +258,12 @@ TEST( MirrorHooks, ASessionThatHasGoneHearsNothing ) {
    w.phy->intfStatusIs( eth( 8 ) );
    w.phy->intfStatusIs( eth( 9 ) );
    EXPECT_TRUE( w.helper->held.empty() );
+   inside( "create", [&] { s->truncateIs( true ); } );
+   s->targetIntfIs( eth( 1 ) );
+   EXPECT_EQ( w.helper->taken(),
+              ( Calls{ "create s 0 -1 Ethernet1", "create s 0 -1 Ethernet1 update" } ) );
+   s->targetIntfDel( eth( 1 ) );
+   s->truncateIs( false );
    EXPECT_EQ( w.free(), ( std::vector< int >{ 1, 2, 3, 0 } ) );
 }
 
