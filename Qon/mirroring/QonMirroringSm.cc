@@ -187,11 +187,14 @@ MirroringSm::answer( const Work & work ) {
 void
 MirroringSm::answerAll( What what ) {
    switch ( what ) {
-   case What::start:
-      reviewInputs();
-      reviewPool();
-      judgeIfChanged();
+   case What::start: {
+      Velto::FirstError error;
+      error.run( [&] { reviewInputs(); } );
+      error.run( [&] { reviewPool(); } );
+      error.run( [&] { judgeIfChanged(); } );
+      error.pass();
       return;
+   }
    case What::stop: {
       stopped_ = true;
       const Velto::AtEnd done( [this] {
@@ -222,10 +225,12 @@ MirroringSm::answerAll( What what ) {
 void
 MirroringSm::judgeIfChanged() {
    const U32 limits = in_.capability->sourceLimitsVersion();
-   const bool mode = std::exchange( judgedCutThrough_, cutThrough() ) != cutThrough();
-   if ( std::exchange( judgedLimits_, limits ) != limits || mode ) {
+   const bool cut = cutThrough(), mode = judgedCutThrough_ != cut;
+   if ( judgedLimits_ != limits || mode ) {
       forEachOf( allSessions(),
                  [mode]( KivMirroringSession & each ) { each.judgeSources( !mode ); } );
+      judgedLimits_ = limits; // not before: what raised is judged once more
+      judgedCutThrough_ = cut;
    }
 }
 

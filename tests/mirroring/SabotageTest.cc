@@ -170,6 +170,38 @@ TEST( MirrorSabotage, HooksThatEndTheStateMachine ) {
    }
 }
 
+/** Each question that the chip is asked raises once; nothing that is over a limit stays. */
+TEST( MirrorSabotage, OfQuestions ) {
+   for ( U32 at = 1, calls = at; calls >= at; ++at ) {
+      MirrorWorld w;
+      prepare( w );
+      w.source( "d", 16, Direction::both );
+      calls = 0;
+      w.helper->onAsked = [&] {
+         if ( ++calls == at ) {
+            throw Velto::RangeError( "question" );
+         }
+      };
+      auto quietly = []( const std::function< void() > & step ) {
+         try {
+            step();
+         } catch ( const Velto::RangeError & ) {
+         }
+      };
+      flow( w, quietly );
+      quietly( [&] { // at once with a beginning
+         w.sm->initializedIs( false );
+         w.helper->maxBi = 1;
+         w.capability->sourceLimitsVersionIs( 1 );
+         w.sm->initializedIs( true );
+      } );
+      quietly( [&] { w.mode->forwardingModeIs( Bridging::ForwardingMode::storeAndForward ); } );
+      EXPECT_LE( w.helper->held["d"].sources.size(), 1u ) << "question " << at;
+      EXPECT_EQ( w.broken(), "" ) << "question " << at;
+      ASSERT_GT( calls, 20u );
+   }
+}
+
 /** A hook that raises at the worst moment is called once more for itself. */
 TEST( MirrorSabotage, WhatRaisedIsDoneInTheEnd ) {
    MirrorWorld w;
@@ -196,6 +228,13 @@ TEST( MirrorSabotage, WhatRaisedIsDoneInTheEnd ) {
    EXPECT_THROW( w.acl( "list" ), Velto::RangeError );
    EXPECT_EQ( w.helper->taken(),
               ( Calls{ "tcam b ip", "tcam b ip", "+src b 0 -1 Ethernet3 rx acl list" } ) );
+   w.helper->onAsked = [&] { // over a limit that has just shrunk
+      w.helper->onAsked = nullptr;
+      throw Velto::RangeError( "limit" );
+   };
+   w.helper->maxUni = 0;
+   EXPECT_THROW( w.capability->sourceLimitsVersionIs( 1 ), Velto::RangeError );
+   EXPECT_EQ( w.helper->taken(), Calls{ "-src b 0 -1 Ethernet3 rx" } );
    EXPECT_EQ( w.broken(), "" );
 }
 
@@ -219,6 +258,12 @@ TEST( MirrorHooks, WhatChangesInsideIsHandedOverAfterwards ) {
    };
    auto info = w.gre();
    info.ttlIs( 7 );
+   inside( "create", [&] { s->truncateIs( true ); } );
+   s->targetIntfIs( eth( 1 ) );
+   EXPECT_EQ( w.helper->taken(),
+              ( Calls{ "create s 0 -1 Ethernet1", "create s 0 -1 Ethernet1 update" } ) );
+   s->targetIntfDel( eth( 1 ) );
+   s->truncateIs( false );
    inside( "create", [&] { s->srcIntfIs( eth( 9 ), Direction::rx ); } );
    s->targetIntfIs( eth( 1 ) );
    EXPECT_EQ( w.helper->taken(),
@@ -258,12 +303,6 @@ TEST( MirrorHooks, ASessionThatHasGoneHearsNothing ) {
    w.phy->intfStatusIs( eth( 8 ) );
    w.phy->intfStatusIs( eth( 9 ) );
    EXPECT_TRUE( w.helper->held.empty() );
-   inside( "create", [&] { s->truncateIs( true ); } );
-   s->targetIntfIs( eth( 1 ) );
-   EXPECT_EQ( w.helper->taken(),
-              ( Calls{ "create s 0 -1 Ethernet1", "create s 0 -1 Ethernet1 update" } ) );
-   s->targetIntfDel( eth( 1 ) );
-   s->truncateIs( false );
    EXPECT_EQ( w.free(), ( std::vector< int >{ 1, 2, 3, 0 } ) );
 }
 
