@@ -19,7 +19,7 @@ hasHost( const AclIntfUse & use ) {
 
 AclDataSm::AclDataSm( AclSm * aclSm, Acl::AclType type, const String & aclName, const AclKey & key,
                       Velto::Ptr< AclNumbers > numbers )
-    : aclSm_( aclSm ), type_( type ), aclName_( aclName ), key_( key ),
+    : aclSm_( aclSm ), acl_{ type, aclName, key, aclNumberNone, 0, nullptr },
       numbers_( std::move( numbers ) ), data_( Velto::make< AclData >( key ) ),
       status_( Velto::make< AclDataStatus >( key ) ),
       statusSm_( smIs< AclDataStatusSm >( this, status_ ) ) {
@@ -102,11 +102,11 @@ AclDataSm::begin() {
 /** Its list, which is there as long as something is wanted of the instance. */
 AclConfigSm *
 AclDataSm::configured() const {
-   AclTypeConfigSm * typeSm = aclSm_->aclTypeConfigSm( type_ );
+   AclTypeConfigSm * typeSm = aclSm_->aclTypeConfigSm( type() );
    VELTO_ASSERT( typeSm != NULL );
-   AclConfigSm * configSm = typeSm->aclConfigSm( aclName_ );
+   AclConfigSm * configSm = typeSm->aclConfigSm( aclName() );
    VELTO_ASSERT( configSm != NULL );
-   AclData * data = configSm->aclData( key_ );
+   AclData * data = configSm->aclData( key() );
    VELTO_ASSERT( data != NULL ); // fixed texts
    return configSm;
 }
@@ -115,8 +115,8 @@ AclDataSm::configured() const {
 void
 AclDataSm::block( const IntfPairKey & pair ) {
    const AclIntfSm * sm = aclSm_->aclIntfSm( pair.intfId() );
-   auto direction = aclSm_->directionSm( type_, key_.direction() );
-   if ( !direction || !sm || !sm->active( type_, key_.direction() ) || sm->wantsToBlock( this ) ) {
+   auto direction = aclSm_->directionSm( type(), key().direction() );
+   if ( !direction || !sm || !sm->active( type(), key().direction() ) || sm->wantsToBlock( this ) ) {
       return;
    }
    blocks_.push_back( pair.intfId() );
@@ -140,7 +140,7 @@ AclDataSm::doBlockTraffic() {
       for ( auto & use : round_ ) {
          const Use * state = uses_.find( use );
          const bool listless =
-               hasHost( use ) && !aclSm_->hostBound( type_, use.pair().intfId(), use.host() );
+               hasHost( use ) && !aclSm_->hostBound( type(), use.pair().intfId(), use.host() );
          const bool loses = state && ( state->leaves() || ( state->joins() && staleGoes ) );
          if ( loses && !listless ) {
             pairs.push_back( use.pair() );
@@ -150,11 +150,6 @@ AclDataSm::doBlockTraffic() {
    for ( auto & pair : pairs ) {
       block( pair );
    }
-}
-
-AclOperation
-AclDataSm::operationNow() const {
-   return { type_, aclName_, key_, data_->aclNumber(), operation_, rules_ };
 }
 
 /** Remembers, then tells. */
@@ -179,7 +174,7 @@ AclDataSm::removeUses() {
    for ( auto & use : round_ ) {
       Use * state = uses_.find( use );
       if ( state && state->leaves() ) {
-         error.run( [&] { tellUse( operationNow(), use, *state, false ); } );
+         error.run( [&] { tellUse( acl_, use, *state, false ); } );
       }
    }
    error.pass();
@@ -195,15 +190,15 @@ AclDataSm::uninstallAcl() {
       uninstallDone();
       return;
    }
-   operation_ = aclSm_->nextOperation();
-   const U64 operation = operation_;
+   acl_.operation = aclSm_->nextOperation();
+   const U64 operation = acl_.operation;
    uninstalling_ = true;
    const bool async = aclSm_->aclHelper()->asyncAclConfig();
    if ( async ) {
       aclSm_->outstandingIs( this, operation );
    }
    try {
-      const AclOperation acl = operationNow();
+      const AclOperation acl = acl_;
       QON_HOOK( AclHelper, aclSm_->aclHelper(), uninstallAcl, acl );
    } catch ( ... ) {
       aclSm_->outstandingDel( operation );
@@ -229,20 +224,22 @@ AclDataSm::uninstallDone() {
    if ( data_->aclNumber() != aclNumberNone ) {
       numbers_->push( data_->aclNumber() );
       aclSm_->numberFreed();
+      acl_.aclNumber = aclNumberNone;
       data_->aclNumberIs( aclNumberNone );
    }
 }
 
 bool
 AclDataSm::takeNumber() {
-   auto direction = aclSm_->directionSm( type_, key_.direction() );
+   auto direction = aclSm_->directionSm( type(), key().direction() );
    VELTO_ASSERT( direction && direction->numbers() == numbers_ );
-   const AclCreateError result = direction->allocateAclNumber( aclName_, data() );
+   const AclCreateError result = direction->allocateAclNumber( aclName(), data() );
    waitsForNumber_ = result != AclCreateError::success;
    if ( waitsForNumber_ ) {
       record( { { "", result } } );
       data_->dirtyIs( false );
    }
+   acl_.aclNumber = data_->aclNumber();
    return !waitsForNumber_;
 }
 
@@ -252,12 +249,12 @@ AclDataSm::prepareAcl() {
       return;
    }
    source_ = reverting_ ? revertTo_ : configured()->ruleSet();
-   rules_ = hardwareRules( source_ );
+   acl_.rules = hardwareRules( source_ );
    if ( !reverting_ ) {
       status_->aclDataStateIs( AclDataState::inProgress );
    }
-   operation_ = aclSm_->nextOperation();
-   const U64 operation = operation_;
+   acl_.operation = aclSm_->nextOperation();
+   const U64 operation = acl_.operation;
    inHardware_ = true;
    const bool async = aclSm_->aclHelper()->asyncAclConfig();
    if ( async ) {
@@ -265,13 +262,13 @@ AclDataSm::prepareAcl() {
    }
    AclUnitResults results;
    try {
-      const AclOperation acl = operationNow();
+      const AclOperation acl = acl_;
       results = QON_HOOK( AclHelper, aclSm_->aclHelper(), prepareAcl, acl );
    } catch ( ... ) {
       aclSm_->outstandingDel( operation );
       throw;
    }
-   if ( !async && operation == operation_ ) {
+   if ( !async && operation == acl_.operation ) {
       prepareDone( results );
    }
 }
@@ -298,7 +295,7 @@ AclDataSm::commitAcl() {
          wanted.push_back( use );
       }
    }
-   const AclOperation acl = operationNow();
+   const AclOperation acl = acl_;
    for ( auto & use : wanted ) {
       error.run( [&] { tellUse( acl, use, *uses_.emplace( use, Use() ).first, true ); } );
    }
@@ -325,7 +322,7 @@ AclDataSm::addUses() {
    for ( auto & use : round_ ) {
       Use * state = uses_.find( use );
       if ( state && state->wanted && !state->applied ) {
-         error.run( [&] { tellUse( operationNow(), use, *state, true ); } );
+         error.run( [&] { tellUse( acl_, use, *state, true ); } );
       }
    }
    error.pass();
@@ -389,9 +386,9 @@ AclDataSm::end() {
    if ( !aclSm_ || !unwanted() || inHardware_ || data_->aclNumber() != aclNumberNone ) {
       return;
    }
-   auto configSm = aclSm_->aclConfigSm( type_, aclName_ );
-   if ( configSm && configSm->aclDataSm( key_ ) == this ) {
-      configSm->aclDataDel( key_ );
+   auto configSm = aclSm_->aclConfigSm( type(), aclName() );
+   if ( configSm && configSm->aclDataSm( key() ) == this ) {
+      configSm->aclDataDel( key() );
    }
 }
 
@@ -438,16 +435,16 @@ AclDataSm::uninstallNow() {
    nothingApplied();
    blocks_ = {};
    if ( std::exchange( inHardware_, false ) ) {
-      operation_ = aclSm_->nextOperation();
-      const AclOperation acl = operationNow();
+      acl_.operation = aclSm_->nextOperation();
+      const AclOperation acl = acl_;
       QON_HOOK( AclHelper, aclSm_->aclHelper(), uninstallAcl, acl );
    }
 }
 
 String
 AclDataSm::shown() const {
-   return aclName_ + "( " + key_.vlan().stringValue() + ", " + Kiv::toText( key_.direction() ) +
-          ", " + key_.group() + " )";
+   return aclName() + "( " + key().vlan().stringValue() + ", " + Kiv::toText( key().direction() ) +
+          ", " + key().group() + " )";
 }
 
 String

@@ -96,10 +96,10 @@ AclDataSm::unitsReport( const AclUnitResults & results ) {
 Velto::Ptr< const AclRuleSet >
 AclDataSm::hardwareRules( const Velto::Ptr< const AclRuleSet > & source ) {
    bool logging = true;
-   if ( key_.direction() == Acl::AclDirection::out && source->logs() ) {
+   if ( key().direction() == Acl::AclDirection::out && source->logs() ) {
       logging = aclSm_->aclHelper()->egressLoggingSupported();
       if ( !reverting_ && !( std::exchange( logWarned_, source ) == source ) ) {
-         aclSm_->egressLoggingIsSupported( type_, aclName_, key_.direction() );
+         aclSm_->egressLoggingIsSupported( type(), aclName(), key().direction() );
       }
    }
    if ( logging && source->mirrorSessions().empty() ) {
@@ -165,7 +165,7 @@ AclDataSm::resultKnown( bool willRevert ) {
          status_->aclDataStateIs( failed_ ? AclDataState::failure : AclDataState::done );
       } );
    }
-   auto configSm = aclSm_ ? aclSm_->aclConfigSm( type_, aclName_ ) : nullptr;
+   auto configSm = aclSm_ ? aclSm_->aclConfigSm( type(), aclName() ) : nullptr;
    if ( configSm && !sessions_ && configSm->ruleSet() == ( failed_ ? tried_ : source_ ) ) {
       error.run( [&] { data_->dirtyIs( false ); } );
    }

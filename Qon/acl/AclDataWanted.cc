@@ -115,7 +115,7 @@ void
 AclDataSm::hostsChanged( const AclIntfUse & use, bool active ) {
    aclSm_->changed( this );
    useIs( use, active );
-   auto configSm = aclSm_->aclConfigSm( type_, aclName_ );
+   auto configSm = aclSm_->aclConfigSm( type(), aclName() );
    Velto::FirstError error;
    error.run( [&] {
       data_->perHostAclIs( hosts_.empty() || !configSm ? nullptr : configSm->config() );
@@ -132,7 +132,7 @@ AclDataSm::rulesChanged() {
 
 bool
 AclDataSm::mirrorSessionChanged( const String & session ) {
-   auto configSm = aclSm_->aclConfigSm( type_, aclName_ );
+   auto configSm = aclSm_->aclConfigSm( type(), aclName() );
    if ( configSm && configSm->ruleSet()->mirrorSessions().has( session ) ) {
       sessions_ = true;
    } else if ( failed_ && committed_ && source_->mirrorSessions().has( session ) ) {

@@ -67,9 +67,9 @@ class AclDataSm : public QonBaseSm {
    ~AclDataSm() override;
    void kivDoZombieReactors() override;
 
-   Acl::AclType type() const { return type_; }
-   const String & aclName() const { return aclName_; }
-   const AclKey & key() const { return key_; }
+   Acl::AclType type() const { return acl_.type; }
+   const String & aclName() const { return acl_.aclName; }
+   const AclKey & key() const { return acl_.key; }
    AclData * data() const { return data_.ptr(); }
    AclDataStatus * status() const { return status_.ptr(); }
    AclDataStatusSm * statusSm() const { return statusSm_.ptr(); }
@@ -98,7 +98,7 @@ class AclDataSm : public QonBaseSm {
    /** @name What is in hardware */
    /** @{ */
    /** The rules that decide now; null if it decides on nothing. */
-   const AclRuleSet * committedRules() const { return committed_ ? rules_.ptr() : nullptr; }
+   const AclRuleSet * committedRules() const { return committed_ ? acl_.rules.ptr() : nullptr; }
    /** The rules that are configured were refused: others are in force, or none. */
    bool failed() const { return failed_; }
    /** When that began. */
@@ -126,7 +126,7 @@ class AclDataSm : public QonBaseSm {
    bool busy() const { return busy_; }
    /** It waits until a number of its direction is given back. */
    bool waitsForNumber() const { return waitsForNumber_; }
-   U64 operation() const { return operation_; }
+   U64 operation() const { return acl_.operation; }
    /** @} */
 
    /** @name The steps of a pass, in this order. Those that an instance does not need do nothing. */
@@ -213,12 +213,9 @@ class AclDataSm : public QonBaseSm {
    class AclConfigSm * configured() const;
    bool takeNumber();
    Velto::Ptr< const AclRuleSet > hardwareRules( const Velto::Ptr< const AclRuleSet > & source );
-   AclOperation operationNow() const;
 
    AclSm * aclSm_;
-   const Acl::AclType type_;
-   const String aclName_;
-   const AclKey key_;
+   AclOperation acl_; // the last one; with the rules that were prepared last, as hardware got them
    const Velto::Ptr< AclNumbers > numbers_;
    const Velto::Ptr< AclData > data_;
    const Velto::Ptr< AclDataStatus > status_;
@@ -231,13 +228,11 @@ class AclDataSm : public QonBaseSm {
    std::vector< AclIntfUse > touched_, round_;   // for the next pass, and of this one
    std::vector< Ulnet::IntfId > blocks_;
 
-   Velto::Ptr< const AclRuleSet > rules_;    // that were prepared last, as hardware got them
-   Velto::Ptr< const AclRuleSet > source_;   // what they were made of
+   Velto::Ptr< const AclRuleSet > source_;   // what the rules that were prepared last were made of
    Velto::Ptr< const AclRuleSet > good_;     // that were configured when it was in force last
    Velto::Ptr< const AclRuleSet > revertTo_; // null: nothing is brought back
    Velto::Ptr< const AclRuleSet > tried_;    // that have failed
    Velto::Ptr< const AclRuleSet > logWarned_;
-   U64 operation_ = 0;
    bool retired_ = false;
    bool busy_ = false;
    bool noted_ = false;
