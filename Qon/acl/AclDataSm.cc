@@ -116,7 +116,8 @@ void
 AclDataSm::block( const IntfPairKey & pair ) {
    const AclIntfSm * sm = aclSm_->aclIntfSm( pair.intfId() );
    auto direction = aclSm_->directionSm( type(), key().direction() );
-   if ( !direction || !sm || !sm->active( type(), key().direction() ) || sm->wantsToBlock( this ) ) {
+   if ( !direction || !sm || !sm->active( type(), key().direction() ) ||
+        sm->wantsToBlock( this ) ) {
       return;
    }
    blocks_.push_back( pair.intfId() );
@@ -354,13 +355,49 @@ AclDataSm::onlyIntfsChange() const {
       return false;
    }
    for ( auto & use : touched_ ) {
-      const bool plain = !use.pair().lagIntf() && !use.lagMember() && !hasHost( use );
+      const bool plain = !use.pair().lagIntf() && use.whole();
       const Use * state = plain ? nullptr : uses_.find( use );
       if ( state && state->applied && ( !state->wanted || state->again ) ) {
          return false;
       }
    }
    return true;
+}
+
+bool
+AclDataSm::needsNoPass() const {
+   for ( auto & use : touched_ ) {
+      const Use & state = *uses_.find( use );
+      if ( state.applied && ( state.wanted || aclSm_->intfActive( type(), key().direction(),
+                                                                  use.pair().intfId() ) ) ) {
+         return false;
+      }
+   }
+   return true;
+}
+
+/** Off those that it leaves, before those that it joins. */
+void
+AclDataSm::applyTouched() {
+   round_.swap( touched_ );
+   touched_.clear();
+   Velto::FirstError error;
+   bool joins = false;
+   for ( auto & use : round_ ) {
+      if ( Use * state = uses_.find( use ) ) {
+         state->touched = state->again = false;
+         joins = joins || state->joins();
+         if ( state->applied && !state->wanted ) {
+            error.run( [&] { tellUse( acl_, use, *state, false ); } );
+         } else {
+            useDone( use, *state );
+         }
+      }
+   }
+   if ( joins ) {
+      error.run( [&] { addUses(); } );
+   }
+   error.pass();
 }
 
 void

@@ -6,11 +6,24 @@ namespace Qon {
 
 using Ulnet::IntfId;
 
-void
+namespace {
+
+/** Its members are where the list is applied, each by itself. */
+bool
+onLag( const IntfPairKey & pair ) {
+   return Ulnet::SubIntfId::isSubIntfId( pair.intfId() ) &&
+          Ulnet::PortChannelIntfId::isPortChannelIntfId(
+                Ulnet::SubIntfId::parent( pair.intfId() ) );
+}
+
+} // namespace
+
+/** True if that is new. */
+bool
 AclDataSm::useIs( const AclIntfUse & use, bool active ) {
    Use * state = uses_.find( use );
    if ( active == ( state && state->wanted ) ) {
-      return;
+      return false;
    }
    if ( active ) { // behind all others
       const Use before = state ? *uses_.take( use ) : Use();
@@ -25,6 +38,7 @@ AclDataSm::useIs( const AclIntfUse & use, bool active ) {
    if ( use.lagMember() ) {
       countMember( use.lagMember(), active );
    }
+   return true;
 }
 
 void
@@ -43,12 +57,10 @@ bool
 AclDataSm::pairIs( const IntfPairKey & pair, const std::vector< IntfId > & members ) {
    const Velto::Hold alive( this );
    Velto::FirstError error;
-   const bool fresh = pairs_.emplace( pair ).second;
-   const bool onLag =
-         Ulnet::SubIntfId::isSubIntfId( pair.intfId() ) &&
-         Ulnet::PortChannelIntfId::isPortChannelIntfId( Ulnet::SubIntfId::parent( pair.intfId() ) );
-   if ( onLag ) {
-      const auto before = std::exchange( *pairs_.find( pair ), members );
+   bool fresh = false;
+   if ( onLag( pair ) ) {
+      fresh = carried_.emplace( pair ).second;
+      const auto before = std::exchange( *carried_.find( pair ), members );
       auto use = [&]( IntfId member, bool active ) {
          error.run( [&] { useIs( AclIntfUse( pair, member ), active ); } );
       };
@@ -56,7 +68,8 @@ AclDataSm::pairIs( const IntfPairKey & pair, const std::vector< IntfId > & membe
             before, members, [&]( IntfId m ) { use( m, false ); },
             [&]( IntfId m ) { use( m, true ); } );
    } else {
-      useIs( AclIntfUse( pair, IntfId() ), true );
+      fresh = useIs( AclIntfUse( pair, IntfId() ), true );
+      plain_ += fresh;
    }
    if ( fresh ) {
       aclSm_->changed( this );
@@ -69,31 +82,58 @@ AclDataSm::pairIs( const IntfPairKey & pair, const std::vector< IntfId > & membe
 bool
 AclDataSm::pairDel( const IntfPairKey & pair ) {
    const Velto::Hold alive( this );
-   const auto members = pairs_.take( pair );
-   if ( !members ) {
+   Velto::FirstError error;
+   if ( onLag( pair ) ) {
+      const auto members = carried_.take( pair );
+      if ( !members ) {
+         return false;
+      }
+      aclSm_->changed( this );
+      for ( IntfId member : *members ) {
+         error.run( [&] { useIs( AclIntfUse( pair, member ), false ); } );
+      }
+   } else if ( useIs( AclIntfUse( pair, IntfId() ), false ) ) {
+      --plain_;
+   } else {
       return false;
    }
-   aclSm_->changed( this );
-   Velto::FirstError error;
-   for ( IntfId member : *members ) {
-      error.run( [&] { useIs( AclIntfUse( pair, member ), false ); } );
-   }
-   useIs( AclIntfUse( pair, IntfId() ), false ); // of one that no port-channel carries
    error.run( [&] { data_->activeIntfsIs( pairCount() ); } );
    error.pass();
    return true;
 }
 
+bool
+AclDataSm::pairHas( const IntfPairKey & pair ) const {
+   const Use * plain = uses_.find( AclIntfUse( pair, IntfId() ) );
+   return ( plain && plain->wanted ) || carried_.has( pair );
+}
+
+/** The pairs that have it as a whole. */
+KeySet< IntfPairKey >
+AclDataSm::pairs() const {
+   KeySet< IntfPairKey > all = keysOf< IntfPairKey >( carried_ );
+   for ( auto && [use, state] : uses_ ) {
+      if ( state.wanted && use.whole() ) {
+         all.emplace( use.pair() );
+      }
+   }
+   return all;
+}
+
 /** Those that have it as a whole, and those of which some host has it. */
 U32
 AclDataSm::pairCount() const {
+   const U32 whole = plain_ + carried_.size();
+   if ( hosts_.empty() ) {
+      return whole;
+   }
    KeySet< IntfPairKey > ofHosts;
    for ( auto && entry : hosts_ ) {
-      if ( !pairs_.has( entry.key.pair() ) ) {
+      if ( !pairHas( entry.key.pair() ) ) {
          ofHosts.emplace( entry.key.pair() );
       }
    }
-   return pairs_.size() + ofHosts.size();
+   return whole + ofHosts.size();
 }
 
 void
@@ -155,8 +195,8 @@ AclDataSm::retryIs() {
 KeySet< IntfId >
 AclDataSm::intfs() const {
    KeySet< IntfId > all;
-   for ( auto && [pair, members] : pairs_ ) {
-      all.emplace( pair.intfId() );
+   for ( auto && entry : pairs() ) {
+      all.emplace( entry.key.intfId() );
    }
    for ( auto && entry : hosts_ ) {
       all.emplace( entry.key.pair().intfId() );
@@ -170,7 +210,7 @@ AclDataSm::retire() {
    retired_ = true;
    aclSm_->changed( this );
    Velto::FirstError error;
-   for ( auto && entry : keysOf< IntfPairKey >( pairs_ ) ) {
+   for ( auto && entry : pairs() ) {
       error.run( [&] { pairDel( entry.key ); } );
    }
    for ( auto && [use, times] : std::exchange( hosts_, {} ) ) {

@@ -93,7 +93,19 @@ AclSm::applyIntfsNow() {
    if ( !applyClock_->idle() ) {
       applyClock_->timeIs( Kiv::never ); // unless something is left for it
    }
-   doApplyAcls();
+   if ( changed_.size() > 1 || aclHelper()->asyncBlockIntf() || !changed_[0]->needsNoPass() ) {
+      doApplyAcls();
+      return;
+   }
+   QON_TRACE( aclFacility, 4, "Applying ACLs" ); // fixed text
+   {
+      working_ = true;
+      const Velto::AtEnd idle( [this] { working_ = false; } );
+      takeChanged( pass_ );
+      forEach( pass_, []( AclDataSm & instance ) { instance.applyTouched(); } );
+   }
+   passDone();
+   passErrors();
 }
 
 void

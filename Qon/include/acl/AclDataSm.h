@@ -83,7 +83,7 @@ class AclDataSm : public QonBaseSm {
    bool pairIs( const IntfPairKey & pair, const std::vector< Ulnet::IntfId > & members );
    /** False if it was not. */
    bool pairDel( const IntfPairKey & pair );
-   bool pairHas( const IntfPairKey & pair ) const { return pairs_.has( pair ); }
+   bool pairHas( const IntfPairKey & pair ) const;
    /** A single host of a port has the list, or no longer; once for the port and once for its
        port-channel. */
    void hostIs( Ulnet::IntfId port, const Ulnet::EthAddr & host, bool active );
@@ -151,7 +151,9 @@ class AclDataSm : public QonBaseSm {
    /** @} */
 
    /** Nothing wants it: it goes when it is out of hardware. */
-   bool unwanted() const { return retired_ || ( pairs_.empty() && hosts_.empty() ); }
+   bool unwanted() const {
+      return retired_ || ( plain_ == 0 && carried_.empty() && hosts_.empty() );
+   }
    bool isUninstalling() const { return uninstalling_; }
    /** Whether this pass makes it anew. */
    bool remade() const { return remake_ && !unwanted() && !( reverting_ && !revertTo_ ); }
@@ -164,6 +166,10 @@ class AclDataSm : public QonBaseSm {
    void forceIs() { force_ = true; }
    /** The next pass takes it to interfaces, or off them, and leaves it as it is otherwise. */
    bool onlyIntfsChange() const;
+   /** onlyIntfsChange(), and no interface needs a block meanwhile: it takes no pass. */
+   bool needsNoPass() const;
+   /** Takes it to the interfaces at once, and off them. */
+   void applyTouched();
    /** Tried again in the next pass: there is more room. */
    void retryIs();
    /** Whether the next pass is to bring back what was in force before. */
@@ -197,10 +203,11 @@ class AclDataSm : public QonBaseSm {
       bool joins() const { return wanted && !applied; }
    };
 
-   void useIs( const AclIntfUse & use, bool active );
+   bool useIs( const AclIntfUse & use, bool active );
    void useDone( const AclIntfUse & use, const Use & state );
    void takeRound();
    void nothingApplied();
+   KeySet< IntfPairKey > pairs() const;
    U32 pairCount() const;
    void hostsChanged( const AclIntfUse & use, bool active );
    void countMember( Ulnet::IntfId member, bool joins );
@@ -221,7 +228,9 @@ class AclDataSm : public QonBaseSm {
    const Velto::Ptr< AclDataStatus > status_;
    Velto::Ptr< AclDataStatusSm > statusSm_;
 
-   Kiv::DenseMap< IntfPairKey, std::vector< Ulnet::IntfId > > pairs_;
+   U32 plain_ = 0; // pairs that are wanted as such
+   // Sub-interfaces that a port-channel carries, wanted at its members.
+   Kiv::DenseMap< IntfPairKey, std::vector< Ulnet::IntfId > > carried_;
    Kiv::DenseMap< Ulnet::IntfId, U32 > members_; // how many sub-interfaces each carries
    Kiv::DenseMap< AclIntfUse, U32 > hosts_;      // how many times
    Kiv::DenseMap< AclIntfUse, Use > uses_;       // in the order in which they came to be wanted

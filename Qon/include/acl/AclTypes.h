@@ -81,6 +81,8 @@ class AclIntfUse {
 
    AclIntfUse( const IntfPairKey & pair, Ulnet::IntfId lagMember )
        : pair_( pair ), lagMember_( lagMember ) {}
+   /** The pair as such: not a host of it, nor a member that carries it. */
+   bool whole() const { return !lagMember_ && host_.isZero(); }
 };
 
 /** What became of an instance on one unit; higher values than the last are unknown errors. */
