@@ -379,6 +379,7 @@ AclDataSm::needsNoPass() const {
 /** Off those that it leaves, before those that it joins. */
 void
 AclDataSm::applyTouched() {
+   raised_ = std::exchange( raisedNow_, false );
    round_.swap( touched_ );
    touched_.clear();
    Velto::FirstError error;

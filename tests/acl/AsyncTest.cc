@@ -382,6 +382,29 @@ TEST( AclHooks, ChangeTheConfigurationInTheMiddle ) {
    }
 }
 
+/** Once in a pass, and once when an interface joins without one. */
+TEST( AclHooks, OneThatRaisesLaterIsCalledAgainToo ) {
+   AclWorld w;
+   w.list( "a" );
+   w.attach( "Ethernet1", "a" );
+   std::set< String > raising = { "prepare a", "on a Ethernet2", "off a Ethernet2" };
+   w.helper->heard = [&]( const String & heard ) {
+      if ( raising.erase( heard ) ) {
+         throw Velto::RangeError( "hook" );
+      }
+   };
+   w.start();
+   EXPECT_THROW( w.settle(), Velto::RangeError );
+   w.settle();
+   EXPECT_THROW( w.attach( "Ethernet2", "a" ), Velto::RangeError );
+   w.settle();
+   EXPECT_EQ( w.chip(), Chip{ "a( 0, in, default ): Ethernet1 Ethernet2" } );
+   EXPECT_THROW( w.detach( "Ethernet2" ), Velto::RangeError );
+   w.settle();
+   EXPECT_EQ( w.chip(), Chip{ "a( 0, in, default ): Ethernet1" } );
+   EXPECT_TRUE( raising.empty() );
+}
+
 TEST( AclHooks, OneThatRaisesIsCalledAgain ) {
    for ( auto call : { "block Ethernet1", "uninstall a", "prepare a", "on a Ethernet1", "commit a",
                        "unblock Ethernet1" } ) {
