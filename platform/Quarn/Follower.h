@@ -66,8 +66,8 @@ class Follower : private Kiv::Task, private FollowerLink {
       using Base::hasNews;
       using Base::note;
       using Base::noteIs;
-      using typename Base::Work;
       using Base::work;
+      using typename Base::Work;
 
     private:
       void tell( const typename Base::Key & key, const typename Base::Value & value ) override {
