@@ -86,23 +86,28 @@ MirroringSm::handleVerify() {
    if ( !initialized() || !in_.verifyData ) {
       return;
    }
-   forEachOf( allSessions(), [&]( KivMirroringSession & session ) {
-      const String & name = session.name();
-      const int group = session.mirrorGroup(), egressId = session.egressId();
-      for ( IntfId port : session.programmedTargets() ) {
-         if ( !QON_HOOK( MirroringSmHelper, in_.helper, verifySinglePort, name, group, egressId,
-                         port ) ) {
-            QON_FINDING( in_.verifyData, "Mirror session " + name + ", destination " +
-                                               port.stringValue() + " is not in hardware\n" );
-         }
-      }
-      auto tunnel = session.tunnel();
-      if ( tunnel && tunnel->programmed() &&
-           !QON_HOOK( MirroringSmHelper, in_.helper, verifyGreTunnelMirror, name, group, egressId,
-                      tunnel->info() ) ) {
-         QON_FINDING( in_.verifyData, "Mirror session " + name + ", tunnel is not in hardware\n" );
-      }
+   during( [this] {
+      forEachOf( allSessions(), [this]( KivMirroringSession & session ) { verify( session ); } );
    } );
+}
+
+void
+MirroringSm::verify( KivMirroringSession & session ) {
+   const String & name = session.name();
+   const int group = session.mirrorGroup(), egressId = session.egressId();
+   for ( IntfId port : session.programmedTargets() ) {
+      if ( !QON_HOOK( MirroringSmHelper, in_.helper, verifySinglePort, name, group, egressId,
+                      port ) ) {
+         QON_FINDING( in_.verifyData, "Mirror session " + name + ", destination " +
+                                            port.stringValue() + " is not in hardware\n" );
+      }
+   }
+   auto tunnel = session.tunnel();
+   if ( tunnel && tunnel->programmed() &&
+        !QON_HOOK( MirroringSmHelper, in_.helper, verifyGreTunnelMirror, name, group, egressId,
+                   tunnel->info() ) ) {
+      QON_FINDING( in_.verifyData, "Mirror session " + name + ", tunnel is not in hardware\n" );
+   }
 }
 
 } // namespace Qon

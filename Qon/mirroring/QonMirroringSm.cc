@@ -74,7 +74,7 @@ MirroringSm::doCleanup() {
 
 void
 MirroringSm::updateCounters() {
-   QON_HOOK( MirroringSmHelper, in_.helper, updateCounters );
+   during( [this] { QON_HOOK( MirroringSmHelper, in_.helper, updateCounters ); } );
 }
 
 // --- Questions -----------------------------------------------------------------------------------
@@ -103,6 +103,11 @@ MirroringSm::settle() {
 void
 MirroringSm::drain() {
    work_.drain( this, [this]( const Work & work ) { answerIfHeard( work ); } );
+}
+
+void
+MirroringSm::during( const std::function< void() > & now ) {
+   work_.during( this, now, [this]( const Work & work ) { answerIfHeard( work ); } );
 }
 
 /** A start asks everything; what was asked before it, while nothing was heard, it asks anew. */
@@ -220,15 +225,15 @@ MirroringSm::answerAll( What what ) {
    }
 }
 
-/** By another mode each session's sources are judged as if they were added one by one; by other
-    limits those that are in hardware come first. */
+/** By cut-through, which is new, each session's sources are judged as if they were added one by one;
+    by all else those that are in hardware come first. */
 void
 MirroringSm::judgeIfChanged() {
    const U32 limits = in_.capability->sourceLimitsVersion();
    const bool cut = cutThrough(), mode = judgedCutThrough_ != cut;
    if ( judgedLimits_ != limits || mode ) {
       forEachOf( allSessions(),
-                 [mode]( KivMirroringSession & each ) { each.judgeSources( !mode ); } );
+                 [&]( KivMirroringSession & each ) { each.judgeSources( !( mode && cut ) ); } );
       judgedLimits_ = limits; // not before: what raised is judged once more
       judgedCutThrough_ = cut;
    }

@@ -286,6 +286,37 @@ TEST( MirrorHooks, WhatChangesInsideIsHandedOverAfterwards ) {
    EXPECT_EQ( w.broken(), "" );
 }
 
+TEST( MirrorHooks, WhatChangesInAVerificationOrACounterComesAfterIt ) {
+   Tests::Env enabled( "ENABLE_VERIFY", "1" );
+   MirrorWorld w;
+   w.hwStatus->reconciledIs( true );
+   w.resolve( "10.0.0.1", 5 );
+   w.session( "s" )->tunnelIs( w.gre() );
+   w.session( "t", 1 );
+   w.start();
+   auto gone = [&] {
+      w.helper->onAsked = [&] {
+         w.helper->onAsked = nullptr;
+         w.config->sessionDel( "s" ); // its tunnel is being looked at
+         w.config->sessionDel( "t" );
+         EXPECT_EQ( w.helper->held.size(), 2u );
+      };
+   };
+   gone();
+   w.acsd->verifyData()->runChecks();
+   EXPECT_EQ( w.acsd->verifyData()->verifyInc(), 0u );
+   EXPECT_TRUE( w.helper->held.empty() );
+   w.helper->taken();
+   w.helper->onCall = [&]( const String & ) {
+      w.helper->onCall = nullptr;
+      w.session( "s", 1 );
+      EXPECT_TRUE( w.helper->held.empty() );
+      throw Velto::RangeError( "counters" );
+   };
+   EXPECT_THROW( w.sm->updateCounters(), Velto::RangeError );
+   EXPECT_EQ( w.helper->taken(), ( Calls{ "counters", "create s 2 -1 Ethernet1" } ) );
+}
+
 /** Whoever still holds the configuration of a session that has gone may change it. */
 TEST( MirrorHooks, ASessionThatHasGoneHearsNothing ) {
    MirrorWorld w;

@@ -6,6 +6,7 @@
 //                                          |    `-> watchers -> handlers -> add(), drain(): returns at once
 //                                          `-> the next question, until none is left
 //               queue.ask( this, question, act ): both, and cheaper for one that nobody is before
+//               queue.during( this, now, act ): calls hooks at once, and what they ask for waits
 //
 // Invariants
 // 1. One question is being looked at at a time. What is added meanwhile is looked at inside the
@@ -51,6 +52,24 @@ class WorkQueue {
       } else {
          answerAll( owner, &question, act );
       }
+   }
+   /** Calls `now()` at once and once, also inside a question; what is added meanwhile is looked at
+       after it, or after that question. */
+   template< class Now, class Act >
+   void during( const Velto::Node * owner, Now && now, Act && act ) {
+      if ( draining_ ) {
+         now();
+         return;
+      }
+      const Velto::Hold alive( owner );
+      Velto::FirstError error;
+      error.run( [&] {
+         draining_ = true;
+         const Velto::AtEnd done( [this] { draining_ = false; } );
+         now();
+      } );
+      error.run( [&] { drain( owner, act ); } );
+      error.pass();
    }
 
  private:

@@ -139,6 +139,8 @@ class MirroringSm : public QonBaseSm, public Checked {
    void ask( const Work & work );
    void settle();
    void drain();
+   /** For hooks that no question calls: what changes within them is looked at after them. */
+   void during( const std::function< void() > & now );
    void answer( const Work & work );
    void answerIfHeard( const Work & work );
    void answerAll( What what );
@@ -166,6 +168,8 @@ class MirroringSm : public QonBaseSm, public Checked {
    /** The group is nobody's any more: for whoever waits, or for the pool. */
    void groupFree( S32 mirrorGroup, const KivMirroringSession * of );
    KivMirroringSession * firstWaiting( const KivMirroringSession * except ) const;
+
+   void verify( KivMirroringSession & session );
 
    // Sessions
    Velto::Ptr< KivMirroringSession >
