@@ -51,15 +51,15 @@ KivMirroringSession::sourceWanted( IntfId port, SourcePort & source ) {
 /** Compares what is in hardware of the port with what shall be; the local record, the messages and
     the status follow. */
 void
-KivMirroringSession::reviewSource( IntfId port, Redo redo ) {
+KivMirroringSession::reviewSource( IntfId port ) {
    if ( auto source = sources_.find( port ) ) {
-      reviewSource( port, *source, redo );
+      reviewSource( port, *source );
    }
 }
 
 /** `source` ends here if it is nobody's any more. */
 void
-KivMirroringSession::reviewSource( IntfId port, SourcePort & source, Redo redo ) {
+KivMirroringSession::reviewSource( IntfId port, SourcePort & source ) {
    if ( starting_ ) {
       return;
    }
@@ -73,7 +73,7 @@ KivMirroringSession::reviewSource( IntfId port, SourcePort & source, Redo redo )
       }
       MirrorOverflow overflow = MirrorOverflow::normal;
       local.reason_ = reasonOf( port, source, error );
-      removeChanged( port, local, redo, error );
+      removeChanged( port, local, error );
       if ( local.reason_ == MirrorReason::none && !local.programmed() ) {
          overflow = addIfItFits( port, local, error );
       }
@@ -109,11 +109,10 @@ KivMirroringSession::reasonOf( IntfId port, SourcePort & source, Velto::FirstErr
 
 /** What is in hardware and shall not be so: as it was added, or as an earlier life left it. */
 void
-KivMirroringSession::removeChanged( IntfId port, MirrorSrcIntfLocal & local, Redo redo,
+KivMirroringSession::removeChanged( IntfId port, MirrorSrcIntfLocal & local,
                                     Velto::FirstError & error ) {
    const bool add = local.reason_ == MirrorReason::none;
-   if ( local.programmed() &&
-        ( !add || redo == Redo::always || !( local.inHw_ == local.wanted_ ) ) ) {
+   if ( local.programmed() && ( !add || !( local.inHw_ == local.wanted_ ) ) ) {
       if ( add ) {
          // fixed text
          QON_TRACE( mirroringFacility, 3, port, " of session ", name_,
@@ -335,23 +334,43 @@ KivMirroringSession::judgeSources( bool programmedFirst ) {
       const bool first = programmed( a ), second = programmed( b );
       return programmedFirst && first != second ? first : a < b;
    } );
-   Counts counts;
-   std::vector< IntfId > gone;
-   for ( IntfId port : ports ) {
-      Counts with = counts;
-      with.change( sources_.find( port )->local.wanted_.direction, 1 );
-      if ( overflowOf( with ) == MirrorOverflow::normal ) {
-         counts = with;
-      } else if ( programmed( port ) ) {
-         gone.push_back( port );
+   const auto gone = thoseThatGo( ports );
+   Velto::FirstError error;
+   for ( auto & [port, before, why] : gone ) {
+      auto & local = sources_.find( port )->local;
+      removeSource( port, local, local.direction(), false, error );
+      error.run( [&, overflow = why] { overflowStateIs( port, local, overflow ); } );
+   }
+   for ( IntfId port : ports ) { // who waited before comes where its turn is
+      if ( !programmed( port ) && !error.run( [&] { reviewSource( port ); } ) ) {
+         root_->later( { What::intf, nullptr, port } );
       }
    }
-   Velto::FirstError error;
-   for ( IntfId port : gone ) {
-      error.run( [&] { reviewSource( port, Redo::always ); } );
+   for ( auto & [port, before, why] : gone ) {
+      if ( auto source = sources_.find( port ) ) {
+         askOthers( before, source->local );
+      }
    }
-   error.run( [&] { reviewWaiting(); } );
    error.pass();
+}
+
+/** Those in hardware that do not fit behind the ones before them. */
+std::vector< KivMirroringSession::Gone >
+KivMirroringSession::thoseThatGo( const std::vector< IntfId > & ports ) const {
+   Counts counts;
+   std::vector< Gone > gone;
+   for ( IntfId port : ports ) {
+      const auto & local = sources_.find( port )->local;
+      Counts with = counts;
+      with.change( local.wanted_.direction, 1 );
+      const MirrorOverflow why = overflowOf( with );
+      if ( why == MirrorOverflow::normal ) {
+         counts = with;
+      } else if ( local.programmed() ) {
+         gone.push_back( { port, local.inHw_, why } );
+      }
+   }
+   return gone;
 }
 
 // --- Filters -------------------------------------------------------------------------------------

@@ -481,6 +481,20 @@ TEST( MirrorLimits, CutThroughKeepsBothDirectionsApart ) {
    EXPECT_EQ( w.broken(), "" );
 }
 
+TEST( MirrorLimits, AnotherModeJudgesThoseThatWaitInTheirTurn ) {
+   SourceWorld w( 1, 1 );
+   w.source( "s", 3, Direction::rx );
+   w.source( "s", 2, Direction::tx ); // there is no room left
+   EXPECT_EQ( w.messages(), Calls{ full } );
+   w.helper->taken();
+   w.mode->forwardingModeIs( Bridging::ForwardingMode::cutThrough );
+   EXPECT_EQ( w.held(), ( Sources{ { eth( 2 ), Direction::tx } } ) );
+   EXPECT_EQ( w.messages(), Calls{ overlap } );
+   EXPECT_EQ( w.sm->session( "s" )->overflowLogged(), 0u );
+   EXPECT_EQ( w.sm->session( "s" )->invalidOverlapLogged(), 1u );
+   EXPECT_EQ( w.broken(), "" );
+}
+
 TEST( MirrorLimits, ATunnelHasNoOverlap ) {
    SourceWorld w;
    w.hwStatus->reconciledIs( true );

@@ -109,11 +109,15 @@ class MirroringSm::KivMirroringSession : public QonBaseSm {
       Claims claims;
       MirrorSrcIntfLocal local;
    };
+   struct Gone {
+      IntfId port;
+      MirrorSource before;
+      MirrorOverflow why;
+   };
    struct TargetPort {
       std::vector< KivTargetIntf * > claims;
       MirrorDstIntfLocal local;
    };
-   enum class Redo : U8 { ifChanged, always };
 
    Velto::Ptr< KivSrcIntf >
    makeSrcIntf( const IntfId & intf, const Velto::Ptr< const Mirroring::SrcIntfConfig > & config );
@@ -190,13 +194,12 @@ class MirroringSm::KivMirroringSession : public QonBaseSm {
    void unclaimTarget( IntfId port, KivTargetIntf * by );
 
    // Sources
-   void reviewSource( IntfId port, Redo redo = Redo::ifChanged );
-   void reviewSource( IntfId port, SourcePort & source, Redo redo = Redo::ifChanged );
+   void reviewSource( IntfId port );
+   void reviewSource( IntfId port, SourcePort & source );
    void reviewSources();
    MirrorReason sourceWanted( IntfId port, SourcePort & source );
    MirrorReason reasonOf( IntfId port, SourcePort & source, Velto::FirstError & error );
-   void removeChanged( IntfId port, MirrorSrcIntfLocal & local, Redo redo,
-                       Velto::FirstError & error );
+   void removeChanged( IntfId port, MirrorSrcIntfLocal & local, Velto::FirstError & error );
    MirrorOverflow addIfItFits( IntfId port, MirrorSrcIntfLocal & local, Velto::FirstError & error );
    void askOthers( const MirrorSource & before, const MirrorSrcIntfLocal & local );
    void addSource( IntfId port, MirrorSrcIntfLocal & local, Velto::FirstError & error );
@@ -210,6 +213,7 @@ class MirroringSm::KivMirroringSession : public QonBaseSm {
    void invalidOverlapLoggedIs( U32 overlaps );
    void reviewWaiting();
    void judgeSources( bool programmedFirst );
+   std::vector< Gone > thoseThatGo( const std::vector< IntfId > & ports ) const;
    void publishSource( IntfId port, const MirrorSrcIntfLocal & local );
    void publishEgress();
    void claimSource( IntfId port, KivSource * by );
