@@ -487,7 +487,7 @@ AclDataSm::shown() const {
 
 String
 AclDataSm::checkInvariants() const {
-   if ( data_->activeIntfs() != pairCount() ) {
+   if ( data_->activeIntfs() != pairCount() || plain_ + carried_.size() != pairs().size() ) {
       return "active interfaces of " + shown() + " are miscounted";
    }
    if ( data_->activeLagSubIntfMemberss() != members_.size() ) {
@@ -495,6 +495,9 @@ AclDataSm::checkInvariants() const {
    }
    if ( inHardware_ && data_->aclNumber() == aclNumberNone ) {
       return shown() + " is in hardware without a number";
+   }
+   if ( inHardware_ && acl_.aclNumber != data_->aclNumber() ) {
+      return shown() + " is told to hooks by another number than its own";
    }
    const bool left = !blocks_.empty() && !revert_ && !noted_;
    if ( aclSm_->phase() == AclApplyPhase::done && ( busy_ || left ) ) {

@@ -97,6 +97,11 @@ AclSm::applyIntfsNow() {
       doApplyAcls();
       return;
    }
+   applyWithoutPass();
+}
+
+void
+AclSm::applyWithoutPass() {
    QON_TRACE( aclFacility, 4, "Applying ACLs" ); // fixed text
    {
       working_ = true;

@@ -103,7 +103,7 @@ MulticastHelper::brokenBitmaps() const {
       return held.entries != bitmap.refCount_ || held.macEntries != bitmap.macEntries_;
    };
    for ( auto && [ports, bitmap] : bitmapList_ ) {
-      if ( bitmap->ports() != ports || bitmap->groupIndex() < 0 ) {
+      if ( bitmap->ports() != ports || bitmap->groupIndex() < 0 || !bitmap->kept_ ) {
          return "the bitmap " + ports.stringValue() + " stands for something else";
       }
       if ( differs( *bitmap ) ) {
@@ -167,7 +167,8 @@ MulticastHelper::verifyEntry( const Entry & entry, const MulticastSmBase & sm ) 
    }
    for ( auto members : { &entry.physicalPorts(), &entry.lagPorts() } ) {
       for ( auto & member : *members ) {
-         left -= !sm.intfWanted( member.intf ) && sm.isRouterIntf( member.intf ); // kept for it
+         // One that is no member is kept for its router.
+         left -= !sm.intfWanted( member.intf ) && sm.isRouterIntf( member.intf );
       }
    }
    const auto bitmap = entry.hwL2MulticastBitmap();

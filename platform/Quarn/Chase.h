@@ -395,7 +395,6 @@ ChaseOf< keyWords, valueWords >::noteTold( U32 position, const Key & key ) {
    }
    if ( there ) {
       noteStray( position );
-      unsure_ = true;
    }
    const auto stray = strays_.empty() ? std::nullopt : strays_.take( Stray{ key } );
    note_ = stray.value_or( 0 );

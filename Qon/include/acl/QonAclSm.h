@@ -311,6 +311,7 @@ class AclSm : public QonBaseSm, public Checked {
    void forEach( const Instances & instances, Act && act );
    /** Interfaces come to instances that stay, or leave them: without waiting for the clock. */
    void applyIntfsNow();
+   void applyWithoutPass();
    /** The first exception of the pass, to whoever moved it on. */
    void passErrors();
    bool blocksPending() const;
