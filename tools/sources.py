@@ -1,5 +1,6 @@
 """What the checks share: the tracked files, and C++ text without comments and literals."""
 
+import os
 import re
 import subprocess
 import sys
@@ -22,6 +23,33 @@ def read(path):
             return f.read()
     except (UnicodeDecodeError, FileNotFoundError, IsADirectoryError):
         return ""
+
+
+def refresh_copy(root, copy, change=lambda path, content: content):
+    """Brings a copy of the tree up to date; files that are the same keep their time. What is copied
+    is `change( path, bytes )`. "build" in the copy is left alone."""
+    names = set(tracked())
+    for path in names:
+        if not os.path.isfile(os.path.join(root, path)):
+            continue
+        target = os.path.join(copy, path)
+        with open(os.path.join(root, path), "rb") as f:
+            wanted = change(path, f.read())
+        if os.path.exists(target):
+            with open(target, "rb") as f:
+                if f.read() == wanted:
+                    continue
+        os.makedirs(os.path.dirname(target), exist_ok=True)
+        with open(target, "wb") as f:
+            f.write(wanted)
+        os.chmod(target, os.stat(os.path.join(root, path)).st_mode)
+    for place, folders, files in os.walk(copy):
+        if place == copy:
+            folders.remove("build") if "build" in folders else None
+            continue
+        for name in files:
+            if os.path.relpath(os.path.join(place, name), copy) not in names:
+                os.remove(os.path.join(place, name))
 
 
 _noise = re.compile(
