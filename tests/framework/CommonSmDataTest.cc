@@ -63,6 +63,7 @@ TEST( CommonSmData, TheSetUpIsMadeOnce ) {
    world.acsd->initializedIs( true );
    EXPECT_TRUE( watcher->events.empty() );
    world.acsd->initializedIs( false );
+   world.acsd->initializedIs( false );        // is no change
    EXPECT_FALSE( world.acsd->initialized() ); // and nothing turns it back
    EXPECT_EQ( watcher->events, std::vector< String >{ "initialized vr sm" } );
    Env env( "QON_LOW_MEMORY_MODE", "1" );

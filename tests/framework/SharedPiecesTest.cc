@@ -5,6 +5,7 @@
 #include <map>
 #include <vector>
 
+#include "Qon/include/framework/Bitmap.h"
 #include "Qon/include/framework/LagView.h"
 #include "Qon/include/framework/SequenceMap.h"
 #include "Qon/include/framework/SmCollection.h"
@@ -89,6 +90,38 @@ TEST( PortLists, TheOrderOfTheirPortsIsOfNoAccountWhatTheyMayDoIs ) {
    EXPECT_FALSE( members == passive );
    others.portDel( intf( "Ethernet1" ) );
    EXPECT_FALSE( some == others );
+}
+
+TEST( PortLists, AreReadAsTheyAreWritten ) {
+   Qon::QonPortList ports;
+   Qon::QonLagPortList members;
+   const U64 none = members.hash();
+   for ( auto port : { "Ethernet1", "Ethernet2" } ) {
+      ports.portIs( intf( port ) );
+      members.portIs( intf( port ), Qon::QonLagPort( port[8] == '1', true ) );
+   }
+   EXPECT_EQ( ports.stringValue(), "{Ethernet1, Ethernet2}" );
+   EXPECT_EQ( Kiv::fromText< Qon::QonPortList >( ports.stringValue() ), ports );
+   EXPECT_EQ( Kiv::fromText< Qon::QonPortList >( "{}" ), Qon::QonPortList() );
+   EXPECT_EQ( Kiv::fromText< Qon::QonLagPortList >( members.stringValue() ), members );
+   EXPECT_NE( members.hash(), none );
+   for ( auto text : { "", "{", "Ethernet1", "{Ethernet1", "Ethernet1}", "{Eth}" } ) {
+      EXPECT_THROW( Kiv::fromText< Qon::QonPortList >( text ), Velto::RangeError ) << text;
+   }
+}
+
+TEST( Bitmaps, HoldNumbersBelowTheirSize ) {
+   using QonTypes::Bitmap;
+   const Bitmap some( { 3, 70, Bitmap::maxBits - 1 } );
+   EXPECT_EQ( Bitmap( some.stringValue() ), some );
+   EXPECT_EQ( Bitmap( "{}" ), Bitmap() );
+   for ( auto text : { String( "{" + std::to_string( Bitmap::maxBits ) + "}" ), String( "{1,}" ),
+                       String( "1" ), String( "{-1}" ), String( "{x}" ) } ) {
+      EXPECT_THROW( Bitmap{ text }, Velto::RangeError ) << text;
+   }
+   EXPECT_TRUE( some.contains( { 3, 70 } ) && some.contains( Bitmap() ) );
+   EXPECT_FALSE( some.contains( { 3, 4 } ) ); // of one word
+   EXPECT_FALSE( Bitmap( { 3 } ).contains( some ) );
 }
 
 TEST( WorkQueue, OneQuestionAtATimeAndOneThatRaisesIsAskedOnceMore ) {

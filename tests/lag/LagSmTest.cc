@@ -1,5 +1,7 @@
 // Membership of aggregates, from the published status to the maps and the hardware groups.
 
+#include "platform/Flintlog/TraceRecorder.h"
+#include "platform/Kiv/Listener.h"
 #include "tests/lag/LagWorld.h"
 
 namespace {
@@ -95,7 +97,11 @@ TEST_F( LagSmFlow, RestartLeavesEverythingAndTheNextIncarnationTidiesUp ) {
    leave( 1, 1 );
    join( 1, 3 );
    U32 before = guard->hardwareChanges;
+   std::vector< IntfId > renamed;
+   Kiv::Listener< Lag::Input::IntfDeviceNameDir::intfDeviceNameAttr > names;
+   names.attach( deviceNames.ptr(), [&]( const IntfId & lag ) { renamed.push_back( lag ); } );
    start();
+   EXPECT_EQ( renamed, std::vector< IntfId >{ po( 2 ) } ); // that of the other one stays
    EXPECT_EQ( members( 1 ), Ports{ eth( 3 ) } );
    EXPECT_FALSE( acsd->lagToPortHas( po( 2 ) ) );
    EXPECT_EQ( acsd->portToLags(), 1u );
@@ -204,6 +210,62 @@ TEST_F( LagSmFlow, ChangesMadeWhileAChangeIsPublishedAreTakenUp ) {
    EXPECT_EQ( members( 2 ), Ports{ eth( 3 ) } );
    EXPECT_EQ( members( 1 ), Ports{ eth( 1 ) } );
    checkAll();
+}
+
+/** Names, multi-chassis state, verification and hardware groups are for those who have them. */
+TEST_F( LagSmFlow, TheMapsAloneWillDo ) {
+   lagSm = Qon::LagSmIs( acsd, dir, nullptr, nullptr, nullptr, nullptr );
+   join( 1, 1 );
+   lagSm->initializedIs( true );
+   join( 1, 2 );
+   join( 2, 1 );
+   lag( 1 )->deviceNameIs( "po1" );
+   lagSm->sharePeerLinkWithLagIs( po( 1 ), true );
+   leave( 2, 1 );
+   EXPECT_EQ( members( 1 ), ( Ports{ eth( 1 ), eth( 2 ) } ) );
+   EXPECT_EQ( members( 2 ), Ports() );
+   lagSm->initializedIs( false );
+   lagSm->initializedIs( true );
+   dir->intfStatusDel( po( 1 ) );
+   EXPECT_EQ( acsd->portToLags(), 0u );
+   checkAll();
+}
+
+TEST_F( LagSmFlow, EveryChangeOfTheMapsIsVerified ) {
+   Flintlog::TraceRecorder traces;
+   hardwarePorts( 1, 1 );
+   start();
+   acsd->verifyData()->verifyIs( true );
+   auto required = acsd->verifyData()->verifyRequired();
+   U32 asked = 0;
+   auto asks = [&] { return std::exchange( asked, required->verifyRequired() ) != asked; };
+   asks();
+   lag( 1 );
+   EXPECT_TRUE( asks() );
+   join( 1, 1 );
+   EXPECT_TRUE( asks() );
+   join( 1, 1, true, false );
+   EXPECT_TRUE( asks() );
+   leave( 1, 1 );
+   EXPECT_TRUE( asks() );
+   dir->intfStatusDel( po( 1 ) ); // without a member
+   EXPECT_TRUE( asks() );
+   U32 added = 0;
+   for ( auto & record : traces.records() ) {
+      added += record.text == "Port-Channel1 adding Ethernet1";
+   }
+   EXPECT_EQ( added, 1u );
+}
+
+/** What is wanted before the start is programmed by it. */
+TEST_F( LagSmFlow, GroupsAreWrittenFromTheStartOn ) {
+   hardwarePorts( 1, 1 );
+   prog = Qon::LagProgSmIs( config, status, fapIdPorts );
+   prog->memberIs( po( 1 ), eth( 1 ), Qon::QonLagPort( true, true ), false );
+   EXPECT_EQ( config->lags(), 0u );
+   prog->initializedIs( true );
+   prog->inputsReadIs( true );
+   EXPECT_EQ( hardware( 1 ), Ports{ eth( 1 ) } );
 }
 
 TEST_F( LagSmFlow, FallbackTypes ) {

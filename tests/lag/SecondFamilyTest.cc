@@ -4,6 +4,7 @@
 #include "Qon/include/lag/QonLagConfigMapCreatorSm.h"
 #include "Qon/include/lag/QonLagCreatorSm.h"
 #include "Qon/include/lag/QonLagStateAggregatorSm.h"
+#include "platform/Kiv/Listener.h"
 #include "tests/lag/LagWorld.h"
 
 namespace {
@@ -64,6 +65,26 @@ TEST_F( CreatorFlow, WhatAnotherIncarnationLeftIsTidiedUp ) {
    EXPECT_FALSE( config->lagHas( po( 2 ) ) );
 }
 
+TEST_F( CreatorFlow, AtRestNothingIsHeardAndThenAllOfIt ) {
+   hardwarePorts( 1, 2 );
+   phy->intfStatusIs( eth( 1 ) );
+   create();
+   joined();
+   creator->initializedIs( false );
+   driver->asked.clear();
+   guard.reset(); // the maps change one after the other
+   Qon::QonLagPortList list;
+   list.portIs( eth( 2 ), Qon::QonLagPort( true, true ) );
+   acsd->lagToPortIs( po( 1 ), list );
+   acsd->portToLagDel( eth( 1 ) );
+   acsd->portToLagIs( eth( 2 ), po( 1 ) );
+   phy->intfStatusIs( eth( 2 ) );
+   EXPECT_EQ( hardware( 1 ), Ports{ eth( 1 ) } );
+   EXPECT_TRUE( driver->asked.empty() );
+   creator->initializedIs( true );
+   EXPECT_EQ( hardware( 1 ), Ports{ eth( 2 ) } );
+}
+
 TEST_F( CreatorFlow, WhatAMemberMayDoIsProgrammedAsItIs ) {
    hardwarePorts( 1, 2 );
    phy->intfStatusIs( eth( 1 ) );
@@ -92,6 +113,52 @@ TEST_F( CreatorFlow, WhatAMemberMayDoIsProgrammedAsItIs ) {
    aggregated->lagToPort( po( 2 ) )->memberDel( eth( 2 ) );
    ASSERT_TRUE( groups->lagHas( po( 1 ) ) );
    EXPECT_EQ( groups->lag( po( 1 ) )->member( eth( 2 ) ), member );
+}
+
+class ConfigMapFlow : public ::testing::Test, public LagWorld {
+ protected:
+   ConfigMapFlow() { map->initializedIs( true ); }
+   Ptr< Interface::EthPhyIntfStatusDir > phy =
+         Velto::make< Interface::EthPhyIntfStatusDir >( "phy" );
+   Ptr< Hardware::Lag::AggregatedLagConfigDir > aggregated =
+         Velto::make< Hardware::Lag::AggregatedLagConfigDir >( "aggregated" );
+   Ptr< Hardware::Lag::MemberStatusDir > states =
+         Velto::make< Hardware::Lag::MemberStatusDir >( "member" );
+   Ptr< Qon::LagConfigMapCreatorSm > map =
+         Qon::LagConfigMapCreatorSmIs( { acsd, aggregated, states, phy, fapIdPorts }, config );
+};
+
+TEST_F( ConfigMapFlow, WhateverIsMissingKeepsAMemberOut ) {
+   using Change = std::function< void() >;
+   const std::pair< Change, Change > pieces[] = {
+         { [&] { acsd->lagToPortIs( po( 1 ), {} ); }, [&] { acsd->lagToPortDel( po( 1 ) ); } },
+         { [&] {
+             states->memberStatusIs( eth( 1 ), { true, true } );
+          },
+           [&] { states->memberStatusDel( eth( 1 ) ); } },
+         { [&] { hardwarePorts( 1, 1 ); }, [&] { fapIdPorts->fapIdPortDel( eth( 1 ) ); } },
+         { [&] { phy->intfStatusIs( eth( 1 ) ); }, [&] { phy->intfStatusDel( eth( 1 ) ); } },
+         { [&] {
+             aggregated->lagToPortIs( po( 1 ) )->memberIs( eth( 1 ), Interface::LagMode::on );
+          },
+           [&] { aggregated->lagToPort( po( 1 ) )->memberDel( eth( 1 ) ); } },
+   };
+   for ( auto & [give, take] : pieces ) {
+      EXPECT_EQ( hardware( 1 ), Ports{} );
+      give();
+   }
+   for ( auto & [give, take] : pieces ) {
+      EXPECT_EQ( hardware( 1 ), Ports{ eth( 1 ) } );
+      take();
+      EXPECT_EQ( hardware( 1 ), Ports{} );
+      give();
+   }
+   const Ptr< Hardware::Lag::AggregatedLagConfig > gone = aggregated->lagToPort( po( 1 ) );
+   aggregated->lagToPortDel( po( 1 ) );
+   gone->memberDel( eth( 1 ) ); // whoever holds it may change it
+   gone->memberIs( eth( 1 ), Interface::LagMode::on );
+   EXPECT_EQ( hardware( 1 ), Ports{} );
+   EXPECT_EQ( map->checkInvariants(), "" );
 }
 
 class ConfigAggregatorFlow : public ::testing::Test, public Tests::World {
@@ -171,6 +238,22 @@ TEST_F( ConfigAggregatorFlow, AfterTheScanEventsHaveTheirEffectAtOnce ) {
    EXPECT_EQ( output->lagToPorts(), 0u ); // an entry goes with its last member
 }
 
+TEST_F( ConfigAggregatorFlow, WhatChangesWhileStaleEntriesGoIsReplayed ) {
+   output->lagToPortIs( po( 9 ) );
+   configure( 1, 1 );
+   Kiv::Listener< Hardware::Lag::AggregatedLagConfigDir::lagToPortAttr > gone;
+   gone.attach( output.ptr(), [&]( const IntfId & lag ) {
+      if ( lag == po( 9 ) ) {
+         configure( 1, 2 );
+      }
+   } );
+   create();
+   scheduler.settle();
+   EXPECT_TRUE( aggregator->scanDone() );
+   EXPECT_EQ( members( 2 ), Ports{ eth( 1 ) } );
+   EXPECT_EQ( aggregator->checkInvariants(), "" );
+}
+
 class StateAggregatorFlow : public ::testing::Test {
  protected:
    void create() {
@@ -225,6 +308,50 @@ TEST_F( StateAggregatorFlow, ASliceThatDeletesAndCreatesIsFollowed ) {
    slices[0]->lagIs( po( 1 ) )->memberIs( eth( 2 ), MemberStatus() );
    EXPECT_FALSE( merged->lag( po( 1 ) )->memberHas( eth( 1 ) ) );
    EXPECT_TRUE( merged->lag( po( 1 ) )->memberHas( eth( 2 ) ) );
+}
+
+TEST_F( StateAggregatorFlow, AtRestNothingIsHeardAndThenAllOfIt ) {
+   create();
+   auto first = slices[0]->lagIs( po( 1 ) );
+   slices[1]->lagIs( po( 2 ) );
+   aggregator->initializedIs( false );
+   first->memberIs( eth( 1 ), MemberStatus() );
+   first->indexIs( 3 );
+   slices[1]->lagDel( po( 2 ) );
+   slices[1]->lagIs( po( 3 ) );
+   EXPECT_EQ( merged->lag( po( 1 ) )->members(), 0u );
+   EXPECT_EQ( merged->lag( po( 1 ) )->index(), 0u );
+   EXPECT_TRUE( merged->lagHas( po( 2 ) ) );
+   EXPECT_FALSE( merged->lagHas( po( 3 ) ) );
+   aggregator->initializedIs( true );
+   EXPECT_EQ( merged->lag( po( 1 ) )->members(), 1u );
+   EXPECT_EQ( merged->lag( po( 1 ) )->index(), 3u );
+   EXPECT_FALSE( merged->lagHas( po( 2 ) ) );
+   EXPECT_TRUE( merged->lagHas( po( 3 ) ) );
+}
+
+/** Whoever raises when it hears of an aggregate costs nothing of what is told of it. */
+TEST_F( StateAggregatorFlow, WhatRaisesIsWrittenAllTheSame ) {
+   auto first = slices[0]->lagIs( po( 1 ) );
+   first->indexIs( 4 );
+   first->resultIs( Result::success );
+   first->memberIs( eth( 1 ), MemberStatus() );
+   slices[0]->lagIs( po( 2 ) )->indexIs( 5 );
+   U32 raised = 0;
+   Kiv::Listener< Hardware::Lag::Status::lagAttr > lags;
+   lags.attach( merged.ptr(), [&]( const IntfId & ) {
+      ++raised;
+      throw Velto::RangeError( "lag" );
+   } );
+   EXPECT_THROW( create(), Velto::RangeError );
+   EXPECT_EQ( raised, 2u );
+   ASSERT_TRUE( merged->lagHas( po( 1 ) ) && merged->lagHas( po( 2 ) ) );
+   EXPECT_EQ( merged->lag( po( 1 ) )->index(), 4u );
+   EXPECT_EQ( merged->lag( po( 1 ) )->result(), Result::success );
+   EXPECT_EQ( merged->lag( po( 1 ) )->members(), 1u );
+   EXPECT_EQ( merged->lag( po( 2 ) )->index(), 5u );
+   EXPECT_THROW( slices[0]->lagDel( po( 1 ) ), Velto::RangeError );
+   EXPECT_FALSE( merged->lagHas( po( 1 ) ) );
 }
 
 } // namespace

@@ -114,6 +114,22 @@ TEST_F( MacClocks, ARetryIsAnotherTransaction ) {
    EXPECT_EQ( cmd->execStartTime(), scheduler.time() );
 }
 
+TEST_F( MacClocks, APauseCostsNoAnswer ) {
+   chip->initializedIs( false );
+   chip->initializedIs( true );
+   EXPECT_TRUE( chip->atRest() ); // nothing waits, and no clock is armed
+   acceptMany( 1 );
+   scheduler.settle();
+   chip->initializedIs( false );
+   scheduler.runFor( 100 ); // the poll's firing is lost
+   chip->answer( chip->written[0], macProgramSuccess );
+   chip->initializedIs( true );
+   EXPECT_NEAR( in( chip->pollReqClock() ), 0, 1e-9 );
+   EXPECT_TRUE( chip->updatePendingAddressClock()->idle() );
+   scheduler.runFor( 1 );
+   EXPECT_TRUE( chip->atRest() );
+}
+
 TEST_F( MacClocks, APauseCostsNoRetry ) {
    overflow( 1 );
    chip->initializedIs( false );

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "platform/Kiv/Listener.h"
 #include "tests/mac/FakeChip.h"
 
 namespace {
@@ -463,6 +464,39 @@ TEST_F( Mac, WorkGoesOnAfterARest ) {
    scheduler.runFor( 10 );
    EXPECT_EQ( 2u, chip->written.size() );
    EXPECT_TRUE( chip->atRest() );
+}
+
+/** Whoever calls a command off when it is just out of flight, or in overflow, wants no retry. */
+TEST_F( Mac, WhatIsCalledOffIsNotTriedAgain ) {
+   auto first = addHost( 1 ), second = addHost( 2 );
+   Kiv::Listener< Qon::IndirectAccessMacCmd::transactionIdAttr > finished(
+         first.ptr(), [&] { first->transactionId() ? void() : first->validIs( false ); } );
+   chip->handleAddrOp( first );
+   writeAndAnswer( Status::macProgramFull );
+   chip->pollInProgressCmds();
+   EXPECT_EQ( chip->overflowAddrOps(), 0u );
+   EXPECT_EQ( logs.records().size(), 0u );
+   chip->handleAddrOp( second );
+   writeAndAnswer( Status::macProgramFull );
+   chip->pollInProgressCmds();
+   EXPECT_EQ( chip->overflowAddrOps(), 1u );
+   second->validIs( false );
+   chip->updateOverflowAddresses();
+   EXPECT_EQ( chip->overflowAddrOps() + chip->pendingMacOps(), 0u );
+   scheduler.runFor( 100 );
+   EXPECT_TRUE( chip->atRest() );
+}
+
+TEST_F( Mac, AFlushWhoseWatcherRaisesIsDone ) {
+   auto flush = flushAll();
+   flush->statusIs( macProgramFailed ); // of an attempt before
+   {
+      Kiv::Listener< Qon::IndirectAccessMacCmd::statusAttr > raises(
+            flush.ptr(), [] { throw Velto::RangeError( "watcher" ); } );
+      EXPECT_THROW( chip->handleFlushOp( flush ), Velto::RangeError );
+   }
+   scheduler.settle();
+   EXPECT_EQ( chip->written, std::vector< MacCmdPtr >{ flush } );
 }
 
 TEST( MacSlots, HooksStandBehindTheBase ) {
