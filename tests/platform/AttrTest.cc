@@ -344,6 +344,22 @@ struct Everything {
    String last;
 };
 
+/** What ends beside an entity while it tells of a change costs its own watchers nothing. */
+TEST_F( Attributes, AnotherEntitysEndIsItsOwn ) {
+   auto owner = ear( "tool" ), end = ear( "end" );
+   Velto::Ptr< Kiv::Entity > other = Velto::make< Kiv::Entity >( "other" );
+   int calls = 0;
+   Kiv::EntityWatch watch;
+   watch.attach(
+         owner.ptr(), tree.ptr(),
+         []( void * c, const Kiv::Entity &, int, const void * ) { ++*static_cast< int * >( c ); },
+         &calls );
+   end->count.attach( end.ptr(), tree.ptr() );
+   end->act = [&] { other = nullptr; };
+   tree->countIs( 8 );
+   EXPECT_EQ( 1, calls );
+}
+
 TEST_F( Attributes, AToolHearsEveryAttribute ) {
    auto owner = ear( "tool" );
    Everything all;

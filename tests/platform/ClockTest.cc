@@ -121,6 +121,43 @@ TEST_F( Clocks, APendingFiringIsCancelledWithItsClockOrWatcher ) {
    EXPECT_EQ( heard, ( Heard{ "a", "e", "moved" } ) );
 }
 
+/** What was due and did not come to fire is armed as any other: it may be put off, or called off. */
+TEST_F( Clocks, WhatWasPutBackMayBeArmedAnew ) {
+   auto a = alarm( "a" ), b = alarm( "b" ), c = alarm( "c" ), d = alarm( "d" );
+   for ( auto & x : { a, b, c, d } ) {
+      x->clock->timeIs( 100 );
+   }
+   a->act = [] { throw Velto::RangeError( "a" ); };
+   EXPECT_THROW( scheduler.turn(), Velto::RangeError );
+   b->clock->timeIs( 101 );
+   d->clock->timeIs( 100 );
+   c->clock->timeIs( Kiv::never );
+   auto e = alarm( "e" );
+   e->clock->timeIs( 100 );
+   e->act = [&] { b->clock->timeIs( 102 ); };
+   scheduler.turn();
+   EXPECT_EQ( heard, ( Heard{ "a", "d", "e" } ) );
+   scheduler.runUntil( 101.5 );
+   EXPECT_EQ( heard.size(), 3u );
+   scheduler.runUntil( 102 );
+   EXPECT_EQ( heard.back(), "b" );
+   EXPECT_EQ( scheduler.timerWheel()->armed(), 0u );
+}
+
+TEST( WorkTimes, TheLongestAndWhenItEnded ) {
+   Kiv::WorkTimes some, others;
+   some.add( 1, 3 );
+   some.add( 5, 5.5 );
+   EXPECT_EQ( std::tuple( some.times, some.busy, some.longest, some.longestAt ),
+              std::tuple( 2u, 2.5, 2, 3 ) );
+   others.add( 10, 14 );
+   others.add( some );
+   EXPECT_EQ( std::tuple( others.times, others.busy, others.longest, others.longestAt ),
+              std::tuple( 3u, 6.5, 4, 14 ) );
+   some.add( others );
+   EXPECT_EQ( std::pair( some.longest, some.longestAt ), std::pair( 4.0, 14.0 ) );
+}
+
 TEST_F( Clocks, AHandlerThatRaisesCostsNoOtherFiring ) {
    struct Turns : Kiv::TurnWatch {
       void turnBegins() override { ++begun; }
