@@ -240,7 +240,14 @@ TEST( MirrorDestinations, OnlyInternalSessionsSayThatOneDoesNotFit ) {
    w.helper->refusedTarget = { eth( 1 ) };
    w.config->session( "internal" )->targetIntfDel( eth( 1 ) );
    w.session( "internal", 1 );
-   EXPECT_EQ( w.messages(), Calls{ "DATAPLANE_MIRROR_INTERNAL_SESSION_RESOURCES_UNAVAILABLE" } );
+   const Calls unavailable{ "DATAPLANE_MIRROR_INTERNAL_SESSION_RESOURCES_UNAVAILABLE" };
+   EXPECT_EQ( w.messages(), unavailable );
+   w.helper->invalid = { eth( 1 ) };
+   port->linkUpIs( true ); // is none for a while
+   EXPECT_EQ( w.messages(), Calls() );
+   w.helper->invalid.clear();
+   port->linkUpIs( false );
+   EXPECT_EQ( w.messages(), unavailable );
 }
 
 // --- Tunnels -------------------------------------------------------------------------------------
