@@ -63,12 +63,12 @@ MirrorFeature::served() const {
    }
 }
 
-/** Seconds of the agent's life; of the whole session if the part never changed. */
+/** Seconds ago; of the whole session if the part never changed. */
 Value
 MirrorFeature::since( const String & name, const String & what, IntfId port ) const {
    const Kiv::Seconds own = journal_->time( name, what, port );
    const Kiv::Seconds time = own ? own : journal_->time( name, "", {} );
-   return time - agent_.began();
+   return Kiv::now() - time;
 }
 
 Rows

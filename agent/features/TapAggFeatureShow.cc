@@ -99,7 +99,7 @@ TapAggFeature::groupRow( const String & name ) const {
    }
    row.set( "wanted", wantedBy( name ) );
    row.set( "state", !id ? "pending" : sm_->groupInUse( name ) ? "programmed" : "unused" );
-   row.set( "since", sm_->time( name ) - agent_.began() );
+   row.set( "since", Kiv::now() - sm_->time( name ) );
    row.set( "why", id ? "" : "the chip has no group for it" );
    return row;
 }
@@ -123,7 +123,7 @@ TapAggFeature::portRow( const Qon::TapAggIntfSm & sm ) const {
    row.set( "wanted", wanted );
    row.set( "state", sm.hw().initialized() ? "programmed" : "waiting" );
    const Kiv::Seconds time = sm_->time( sm );
-   row.set( "since", time ? time - agent_.began() : 0.0 );
+   row.set( "since", time ? Kiv::now() - time : 0.0 );
    row.set( "why", text( sm.reason() ) );
    return row;
 }
