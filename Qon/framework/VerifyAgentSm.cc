@@ -92,6 +92,9 @@ VerifyAgentSm::~VerifyAgentSm() {
 void
 VerifyAgentSm::handleInitialized() {
    if ( !initialized() ) {
+      if ( requestDirSm_ ) {
+         requestDirSm_->initializedIs( false );
+      }
       return;
    }
    if ( !cliCallback_ ) {

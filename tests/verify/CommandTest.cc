@@ -236,6 +236,11 @@ TEST_F( Command, RequestsInTheDirectoryAreAnsweredOnceEach ) {
    EXPECT_TRUE( requests->request( "nobody" )->done() );
    requests->requestDel( "one" );
 
+   sm->initializedIs( false ); // or rests
+   requests->requestIs( "resting", command, one.agentEnd() );
+   EXPECT_EQ( "", one.received() );
+   sm->initializedIs( true );
+   EXPECT_EQ( opening + closing, one.received() );
    sm = nullptr; // what comes while the agent is away is answered at its start
    requests->requestIs( "two", command, two.agentEnd() );
    EXPECT_EQ( "", two.received() );
