@@ -313,10 +313,18 @@ KivMirroringSession::reviewWaiting() {
       ports.push_back( port );
    }
    Velto::FirstError error;
-   for ( IntfId port : ports ) {
-      error.run( [&] { reviewSource( port ); } );
-   }
+   reviewEach( ports, error );
    error.pass();
+}
+
+/** Who raises is looked at once more on its own: what made this one due may be over by then. */
+void
+KivMirroringSession::reviewEach( const std::vector< IntfId > & ports, Velto::FirstError & error ) {
+   for ( IntfId port : ports ) {
+      if ( !error.run( [&] { reviewSource( port ); } ) ) {
+         root_->later( { What::intf, nullptr, port } );
+      }
+   }
 }
 
 /** As if the sources were added one by one, in the order of the interfaces; those in hardware before
@@ -341,11 +349,8 @@ KivMirroringSession::judgeSources( bool programmedFirst ) {
       removeSource( port, local, local.direction(), false, error );
       error.run( [&, overflow = why] { overflowStateIs( port, local, overflow ); } );
    }
-   for ( IntfId port : ports ) { // who waited before comes where its turn is
-      if ( !programmed( port ) && !error.run( [&] { reviewSource( port ); } ) ) {
-         root_->later( { What::intf, nullptr, port } );
-      }
-   }
+   std::erase_if( ports, programmed );
+   reviewEach( ports, error ); // who waited before comes where its turn is
    for ( auto & [port, before, why] : gone ) {
       if ( auto source = sources_.find( port ) ) {
          askOthers( before, source->local );
@@ -423,14 +428,15 @@ KivMirroringSession::reviewHwSession() {
 /** Another filter went. */
 void
 KivMirroringSession::reviewAclRoom() {
-   Velto::FirstError error;
-   for ( IntfId port : sourcePorts() ) {
-      auto source = sources_.find( port );
-      if ( source && source->local.aclFull_ ) {
-         source->local.aclFull_ = false;
-         error.run( [&] { reviewSource( port ); } );
+   std::vector< IntfId > ports;
+   for ( auto && [port, source] : sources_ ) {
+      if ( std::exchange( source.local.aclFull_, false ) ) {
+         ports.push_back( port );
       }
    }
+   std::sort( ports.begin(), ports.end() );
+   Velto::FirstError error;
+   reviewEach( ports, error );
    error.pass();
 }
 

@@ -1,5 +1,6 @@
 // What an earlier life left in hardware, pauses, tunnels that do not come, and verification.
 
+#include "platform/Flintlog/TraceRecorder.h"
 #include "platform/Kiv/Listener.h"
 #include "tests/mirroring/MirrorWorld.h"
 
@@ -126,6 +127,17 @@ TEST( MirrorRestart, WithoutSessionsNothingIsLeftOfAnEarlierLife ) {
    EXPECT_EQ( w.broken(), "" );
 }
 
+TEST( MirrorRestart, EachRecordOfAFormerSessionGoes ) {
+   RestartWorld w;
+   w.acsd->mirrorSessionNameToIdIs( "id", 1 );
+   w.acsd->mirrorSessionNameToEgressIdIs( "egress", 1 );
+   w.status->sessionIs( "status" );
+   w.restart();
+   EXPECT_EQ( w.acsd->mirrorSessionNameToIds(), 0u );
+   EXPECT_EQ( w.acsd->mirrorSessionNameToEgressIds(), 0u );
+   EXPECT_EQ( w.status->sessions(), 0u );
+}
+
 TEST( MirrorRestart, ACleanUpInAPauseIsOne ) {
    RestartWorld w;
    w.session( "s", 1 );
@@ -171,6 +183,32 @@ TEST( MirrorRefusals, AreForgottenWithTheirCause ) {
    EXPECT_EQ( w.helper->taken(), Calls{ "create s 0 -1 Ethernet1 update" } );
    EXPECT_EQ( status->failedDsts(), 0u );
    EXPECT_EQ( w.broken(), "" );
+}
+
+TEST( MirrorStatus, CountsWhatChangesOfTheSessionInHardware ) {
+   Flintlog::TraceRecorder traces;
+   RestartWorld w;
+   w.restart();
+   auto s = w.session( "s", 1 );
+   auto published = w.status->session( "s" );
+   U32 last = 0;
+   auto changes = [&] {
+      return published->generation() - std::exchange( last, published->generation() );
+   };
+   EXPECT_EQ( changes(), 1u );
+   s->targetIntfIs( eth( 2 ) );
+   EXPECT_EQ( changes(), 1u );
+   s->truncateIs( true ); // of both
+   EXPECT_EQ( changes(), 2u );
+   w.source( "s", 9 );
+   w.config->session( "s" )->srcIntfDel( eth( 9 ) );
+   EXPECT_EQ( changes(), 0u );
+   s->targetIntfDel( eth( 1 ) );
+   s->targetIntfDel( eth( 2 ) );
+   EXPECT_EQ( changes(), 2u );
+   for ( auto & record : traces.records() ) {
+      EXPECT_FALSE( record.text.starts_with( "Failed to " ) ) << record.text;
+   }
 }
 
 TEST( MirrorRefusals, AVerificationLooksAtTunnelsToo ) {

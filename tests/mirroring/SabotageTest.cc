@@ -235,6 +235,21 @@ TEST( MirrorSabotage, WhatRaisedIsDoneInTheEnd ) {
    w.helper->maxUni = 0;
    EXPECT_THROW( w.capability->sourceLimitsVersionIs( 1 ), Velto::RangeError );
    EXPECT_EQ( w.helper->taken(), Calls{ "-src b 0 -1 Ethernet3 rx" } );
+   w.helper->maxUni = 1;
+   raiseIn( "+src" ); // room again for who waits
+   EXPECT_THROW( w.capability->sourceLimitsVersionIs( 2 ), Velto::RangeError );
+   const Calls twice( 2, "+src b 0 -1 Ethernet3 rx acl list" );
+   EXPECT_EQ( w.helper->taken(), twice );
+   w.source( "b", 4 ); // waits
+   raiseIn( "+src" );
+   EXPECT_THROW( w.config->session( "b" )->srcIntfDel( eth( 3 ) ), Velto::RangeError );
+   EXPECT_EQ( w.helper->held["b"].sources.size(), 1u );
+   w.source( "b", 3, Direction::tx ); // waits behind it, and comes first by cut-through
+   raiseIn( "+src" );
+   EXPECT_THROW( w.mode->forwardingModeIs( Bridging::ForwardingMode::cutThrough ),
+                 Velto::RangeError );
+   EXPECT_EQ( w.helper->held["b"].sources,
+              ( std::map< IntfId, Direction >{ { eth( 3 ), Direction::tx } } ) );
    EXPECT_EQ( w.broken(), "" );
 }
 

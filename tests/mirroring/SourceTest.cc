@@ -252,6 +252,16 @@ TEST( MirrorFilters, WithoutRoomTheyAreTriedAgainWhenAnotherGoes ) {
    EXPECT_EQ( w.messages(), Calls{ aclFull } );
    w.filter( "s", 4, "" );
    EXPECT_EQ( w.held().size(), 2u ); // without a filter there is room
+   w.filter( "s", 4, "list" );
+   report( 3, TableAddStatus::full );
+   w.helper->onCall = [&]( const String & call ) {
+      if ( call.starts_with( "+src s 0 -1 Ethernet3" ) ) {
+         w.helper->onCall = nullptr;
+         throw Velto::RangeError( "room" );
+      }
+   };
+   EXPECT_THROW( w.config->session( "s" )->srcIntfDel( eth( 4 ) ), Velto::RangeError );
+   EXPECT_EQ( w.held(), ( Sources{ { eth( 3 ), Direction::rx } } ) ); // once more
    EXPECT_EQ( w.broken(), "" );
 }
 

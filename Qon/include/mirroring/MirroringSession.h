@@ -212,6 +212,7 @@ class MirroringSm::KivMirroringSession : public QonBaseSm {
    void overflowLoggedIs( U32 overflows );
    void invalidOverlapLoggedIs( U32 overlaps );
    void reviewWaiting();
+   void reviewEach( const std::vector< IntfId > & ports, Velto::FirstError & error );
    void judgeSources( bool programmedFirst );
    std::vector< Gone > thoseThatGo( const std::vector< IntfId > & ports ) const;
    void publishSource( IntfId port, const MirrorSrcIntfLocal & local );
