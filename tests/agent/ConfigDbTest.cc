@@ -206,6 +206,13 @@ TEST( ConfigDb, TheLastOfWhatStandsTwiceCountsAloneAndSkippingEndsWhereItShould 
    EXPECT_EQ( twice[0].text( "x", "absent" ), "absent" );
    EXPECT_EQ( twice[0].text( "y" ), "3" );
    EXPECT_EQ( rows( R"("T": {"a": {}}, "T": {"b": {}})" ).front().key(), "b" );
+   String many; // of which the first comes again at the end
+   for ( U32 n = 0; n < 300; ++n ) {
+      many += "\"" + std::to_string( n ) + "\": {\"n\": " + std::to_string( n ) + "}, ";
+   }
+   auto all = rows( "\"T\": {" + many + R"("0": {"n": "again"}, "last": {"n": "end"}})" );
+   ASSERT_EQ( all.size(), 301u );
+   EXPECT_EQ( all[0].text( "n" ) + all[299].text( "n" ) + all[300].text( "n" ), "again299end" );
    auto nested = rows( R"("T": {"a": {"x": {"y": {"z": [1]}}, "l": ["p", {"q": [{}]}], "n": 4},
                                 "b": [{"c": {}}], "d": {"n": 5}})" );
    ASSERT_EQ( nested.size(), 2u );
@@ -225,6 +232,25 @@ TEST( ConfigDb, NumbersAreWholeAndWithinTheirBounds ) {
    for ( auto field : { "unit", "part", "blank", "none" } ) {
       EXPECT_THROW( row.number( field, 0, 1000, 0 ), QonAgent::RowError ) << field;
    }
+}
+
+TEST( ConfigDb, WordsAreThoseThatAreKnown ) {
+   auto row = ConfigDb::parse( "x.json", R"({"T": {"a": {"on": "On", "off": "0", "maybe": "maybe",
+         "list": ["on"], "object": {}, "red": "RED", "pink": "pink"}}})" )
+                    .rows( "T" )
+                    .front();
+   const std::vector< String > colours{ "blue", "red" };
+   EXPECT_TRUE( row.flag( "on", false ) && !row.flag( "off", true ) && row.flag( "absent", true ) );
+   EXPECT_EQ( row.word( "red", colours, 0 ), 1u );
+   EXPECT_EQ( row.word( "absent", colours, 7 ), 7u );
+   EXPECT_EQ( row.list( "list" ), Lines{ "on" } );
+   for ( auto field : { "maybe", "list", "object" } ) {
+      EXPECT_THROW( row.flag( field, false ), QonAgent::RowError ) << field;
+   }
+   for ( auto field : { "pink", "list", "object" } ) {
+      EXPECT_THROW( row.word( field, colours, 0 ), QonAgent::RowError ) << field;
+   }
+   EXPECT_THROW( row.list( "object" ), QonAgent::RowError );
 }
 
 TEST( IntfNames, EveryNameOfAFileHasItsWayBack ) {

@@ -61,6 +61,13 @@ TEST_F( PeerLinkFlow, SharingFollowsStatePeerLinkAndRedirection ) {
    EXPECT_EQ( hardware( 1, true ), none );
    EXPECT_EQ( hardware( 1 ), Ports{ eth( 1 ) } );
    mlag->peerLinkIntfIs( po( 10 ) );
+   lagSm->sharePeerLinkWithLagIs( po( 2 ), true );
+   EXPECT_EQ( hardware( 2, true ), lent );
+   lagSm->sharePeerLinkWithLagDelAll();
+   EXPECT_EQ( hardware( 1, true ), none );
+   EXPECT_EQ( hardware( 2, true ), none );
+   lagSm->sharePeerLinkWithLagIs( po( 1 ), true );
+   EXPECT_EQ( hardware( 1, true ), lent );
    lagSm->sharePeerLinkWithLagDel( po( 1 ) );
    EXPECT_EQ( hardware( 1, true ), none );
    EXPECT_EQ( hardware( 1 ), Ports{ eth( 1 ) } );

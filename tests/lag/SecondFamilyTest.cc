@@ -161,6 +161,36 @@ TEST_F( ConfigMapFlow, WhateverIsMissingKeepsAMemberOut ) {
    EXPECT_EQ( map->checkInvariants(), "" );
 }
 
+/** What an earlier incarnation left and is still wanted is not touched by the start; the rest goes. */
+TEST_F( ConfigMapFlow, AStartOverGroupsThatAreThere ) {
+   hardwarePorts( 1, 3 );
+   acsd->lagToPortIs( po( 1 ), {} );
+   acsd->lagToPortIs( po( 2 ), {} );
+   for ( U32 n : { 1, 2, 3 } ) {
+      phy->intfStatusIs( eth( n ) );
+      states->memberStatusIs( eth( n ), { true, true } );
+      aggregated->lagToPortIs( po( n == 3 ? 2 : 1 ) )->memberIs( eth( n ), Interface::LagMode::on );
+   }
+   EXPECT_EQ( hardware( 1 ), ( Ports{ eth( 1 ), eth( 2 ) } ) );
+   map = nullptr;
+   aggregated->lagToPort( po( 1 ) )->memberDel( eth( 2 ) ); // has moved meanwhile
+   aggregated->lagToPort( po( 2 ) )->memberIs( eth( 2 ), Interface::LagMode::on );
+   config->lagIs( po( 7 ), 7 )->memberIs( eth( 9 ), Hardware::Lag::Member() );
+   std::vector< IntfId > touched;
+   Kiv::Listener< Hardware::Lag::LagConfig::memberAttr > first, second;
+   first.attach( config->lag( po( 1 ) ),
+                 [&]( const IntfId & port ) { touched.push_back( port ); } );
+   second.attach( config->lag( po( 2 ) ),
+                  [&]( const IntfId & port ) { touched.push_back( port ); } );
+   map = Qon::LagConfigMapCreatorSmIs( { acsd, aggregated, states, phy, fapIdPorts }, config );
+   map->initializedIs( true );
+   EXPECT_EQ( touched, ( std::vector< IntfId >{ eth( 2 ), eth( 2 ) } ) ); // out, then in
+   EXPECT_EQ( hardware( 1 ), Ports{ eth( 1 ) } );
+   EXPECT_EQ( hardware( 2 ), ( Ports{ eth( 2 ), eth( 3 ) } ) );
+   EXPECT_FALSE( config->lagHas( po( 7 ) ) );
+   EXPECT_EQ( map->checkInvariants(), "" );
+}
+
 class ConfigAggregatorFlow : public ::testing::Test, public Tests::World {
  protected:
    ConfigAggregatorFlow() { scheduler.budgetIs( { 1.0, ~U32( 0 ), 16 } ); }

@@ -130,6 +130,15 @@ TEST_F( MacClocks, APauseCostsNoAnswer ) {
    EXPECT_TRUE( chip->atRest() );
 }
 
+TEST_F( MacClocks, APauseCostsNoWrite ) {
+   acceptMany( 1 );
+   chip->initializedIs( false );
+   scheduler.runFor( 100 ); // the drain's firing is lost
+   chip->initializedIs( true );
+   scheduler.settle();
+   EXPECT_EQ( chip->written.size(), 1u );
+}
+
 TEST_F( MacClocks, APauseCostsNoRetry ) {
    overflow( 1 );
    chip->initializedIs( false );

@@ -36,6 +36,20 @@ TEST_F( InterruptTest, WhoeverMadeTheChangeHearsOfAnException ) {
    EXPECT_EQ( stp.acked( "mst9", "Ethernet9" ), int( forwarding ) );
 }
 
+TEST_F( InterruptTest, AVlanWhoseHookRaisesIsMovedAndToldOf ) {
+   run();
+   stp.topo( "mst1", 8 );
+   helper->calls();
+   for ( String call : { "del mst0 10", "add mst0 10" } ) {
+      at( call, [] { throw std::runtime_error( "chip" ); } );
+      EXPECT_THROW( stp.vlan( 10, call.starts_with( "del" ) ? "mst1" : "mst0" ),
+                    std::runtime_error );
+   }
+   EXPECT_EQ( helper->calls(),
+              ( Calls{ "del mst0 10", "add mst1 10", "del mst1 10", "add mst0 10" } ) );
+   EXPECT_EQ( stpSm->vlanToTopoSmMap( 10 ), "mst0" );
+}
+
 TEST_F( InterruptTest, APauseInTheMiddleOfAMoveIsMadeGood ) {
    run();
    stp.topo( "mst1", 8 );

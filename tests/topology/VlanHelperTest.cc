@@ -146,6 +146,24 @@ TEST_F( VlanHelperTest, AFailureIsNotCompletedAndTriedAgain ) {
    EXPECT_EQ( helper->takeCalls(), Calls{} );
 }
 
+TEST_F( VlanHelperTest, ManyVlansAreToldInSlices ) {
+   for ( U32 vlan = 1; vlan <= 300; ++vlan ) {
+      helper->requestPortVlanMembershipChange( Kind::setOverride, intf( "Ethernet1" ),
+                                               VlanId( vlan ), false, true, true );
+   }
+   scheduler.readCostIs( 0.002 );
+   scheduler.turn();
+   scheduler.turn();
+   const std::size_t some = helper->takeCalls().size();
+   EXPECT_TRUE( some > 0 && some < 300 ) << some;
+   scheduler.readCostIs( 0 );
+   scheduler.settle();
+   EXPECT_EQ( some + helper->takeCalls().size(), 600u ); // made, and told
+   for ( U32 vlan = 1; vlan <= 300; ++vlan ) {
+      helper->updateVlanDone( VlanId( vlan ), Qon::VlanProgrammingStatus::success );
+   }
+}
+
 TEST_F( VlanHelperTest, AVlanThatGoesKeepsNobodyWaiting ) {
    helper->doHandlePortState( intf( "Ethernet2" ), v10, false );
    set( "Ethernet1" );
