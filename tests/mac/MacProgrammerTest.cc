@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "platform/Kiv/Listener.h"
 #include "tests/mac/FakeChip.h"
 
 namespace {
@@ -414,6 +415,49 @@ TEST_F( Mac, ACommandThatIsHandedInAgainIsAnotherTransaction ) {
    EXPECT_NE( first, cmd->transactionId() );
    chip->handleCmdResponse( first, 0, Status::macProgramSuccess ); // late
    EXPECT_EQ( cmd->status(), Status::macProgramInProgress );
+}
+
+TEST_F( Mac, ACommandThatWasCalledOffMayBeWishedForAgain ) {
+   for ( auto cmd : { addHost( 1 ), flushAll() } ) {
+      auto handIn = [&] { cmd->addrOp() ? chip->handleAddrOp( cmd ) : chip->handleFlushOp( cmd ); };
+      handIn();
+      cmd->validIs( false );
+      scheduler.runFor( 1 );
+      EXPECT_TRUE( chip->written.empty() && chip->atRest() );
+      cmd->validIs( true );
+      handIn();
+      scheduler.settle();
+      EXPECT_EQ( chip->written, std::vector{ cmd } );
+      settleWith( cmd, macProgramSuccess );
+      EXPECT_TRUE( chip->atRest() );
+      chip->written.clear();
+   }
+}
+
+/** A watcher of a command hears that its transaction is over before it is put into overflow. */
+TEST_F( Mac, WhatNobodyWantsAnyMoreDoesNotOverflow ) {
+   auto newer = addHost( 1 );
+   const std::function< void( const MacCmdPtr & ) > acts[] = {
+         []( const MacCmdPtr & cmd ) { cmd->validIs( false ); },
+         [&]( const MacCmdPtr & ) { chip->handleAddrOp( newer ); },
+         [&]( const MacCmdPtr & cmd ) { chip->handleAddrOp( cmd ); },
+   };
+   for ( auto & act : acts ) {
+      auto cmd = inFlight( addHost( 1 ) );
+      Kiv::Listener< Qon::IndirectAccessMacCmd::transactionIdAttr > watcher;
+      watcher.attach( cmd.ptr(), [&] {
+         watcher.detach();
+         act( cmd );
+      } );
+      chip->answer( cmd, macProgramFull );
+      chip->pollInProgressCmds();
+      EXPECT_EQ( chip->overflowAddrOps(), 0u );
+      EXPECT_TRUE( logs.records().empty() );
+      EXPECT_EQ( chip->checkInvariants(), "" );
+      writeAndAnswer( macProgramSuccess );
+      scheduler.runFor( 0.2 );
+      EXPECT_TRUE( chip->atRest() );
+   }
 }
 
 TEST_F( Mac, AnEpisodeOfOverflowThatBeganTooSoonIsReportedLater ) {

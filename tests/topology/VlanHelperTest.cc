@@ -2,6 +2,7 @@
 
 #include <functional>
 
+#include "platform/Flintlog/TraceRecorder.h"
 #include "tests/topology/ChipWorld.h"
 
 namespace {
@@ -144,6 +145,20 @@ TEST_F( VlanHelperTest, AFailureIsNotCompletedAndTriedAgain ) {
    EXPECT_EQ( completed(), again );
    scheduler.runFor( 100 );
    EXPECT_EQ( helper->takeCalls(), Calls{} );
+}
+
+TEST_F( VlanHelperTest, OnlyAFailureIsTracedAsOne ) {
+   using enum Qon::VlanProgrammingStatus;
+   for ( auto status : { success, failed } ) {
+      set( "Ethernet1", status == failed );
+      Flintlog::TraceRecorder recorder;
+      update( status );
+      bool traced = false;
+      for ( auto & record : recorder.records() ) {
+         traced |= record.text == "10 failed to program in hardware";
+      }
+      EXPECT_EQ( traced, status == failed );
+   }
 }
 
 TEST_F( VlanHelperTest, AVlanThatGoesKeepsNobodyWaiting ) {
@@ -469,6 +484,40 @@ TEST_F( VlanTopoTest, AVlanThatHasMovedOnIsNotAddedToItsFormerTopology ) {
    vlanTopo->deferredAddVlanToTopo( "a", 8 );
    rest();
    EXPECT_TRUE( forwards( 8, "Ethernet1" ) );
+}
+
+TEST_F( VlanTopoTest, ToolPortsForwardInNoVlanOfAnotherTopology ) {
+   build();
+   for ( U32 vlan : { 20, 30 } ) {
+      member( "Ethernet3", vlan );
+   }
+   tapAggTopo( "tapAgg", 100 );
+   tapAgg->toolIntfIs( intf( "Ethernet3" ) );
+   mode( Qon::HwOperationalMode::tapAgg );
+   rest();
+   EXPECT_TRUE( forwards( 20, "Ethernet3" ) && forwards( 30, "Ethernet3" ) );
+   stp.vlan( 20, "a" );
+   rest();
+   EXPECT_TRUE( !forwards( 20, "Ethernet3" ) && forwards( 30, "Ethernet3" ) );
+}
+
+TEST_F( VlanTopoTest, AWaitForNothingIsABrokenInvariant ) {
+   build( 1 );
+   latencyIs( Kiv::never );
+   // A chip that has a VLAN enter of its own accord, and nobody has mapped it.
+   member( "Ethernet1", 9 );
+   vlanTopo->deferredAddVlanToTopo( "a", 9 );
+   EXPECT_EQ( vlanTopo->checkInvariants(), "a waits for VLAN 9, which is not in it" );
+   rest();
+   EXPECT_EQ( broken(), "" );
+   // A completion that went unheard.
+   latencyIs( Kiv::never );
+   stp.port( "a", "Ethernet1", forwarding );
+   scheduler.settle();
+   vlanTopo->hasNotificationActiveIs( false );
+   completions().finishAll();
+   vlanTopo->hasNotificationActiveIs( true );
+   EXPECT_EQ( vlanTopo->checkInvariants(), "a waits for VLAN 1, which is done" );
 }
 
 TEST_F( VlanTopoTest, WithoutAVlanHelperEverythingIsDone ) {
