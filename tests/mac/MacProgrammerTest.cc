@@ -417,6 +417,49 @@ TEST_F( Mac, ACommandThatIsHandedInAgainIsAnotherTransaction ) {
    EXPECT_EQ( cmd->status(), Status::macProgramInProgress );
 }
 
+TEST_F( Mac, ACommandThatWasCalledOffMayBeWishedForAgain ) {
+   for ( auto cmd : { addHost( 1 ), flushAll() } ) {
+      auto handIn = [&] { cmd->addrOp() ? chip->handleAddrOp( cmd ) : chip->handleFlushOp( cmd ); };
+      handIn();
+      cmd->validIs( false );
+      scheduler.runFor( 1 );
+      EXPECT_TRUE( chip->written.empty() && chip->atRest() );
+      cmd->validIs( true );
+      handIn();
+      scheduler.settle();
+      EXPECT_EQ( chip->written, std::vector{ cmd } );
+      settleWith( cmd, macProgramSuccess );
+      EXPECT_TRUE( chip->atRest() );
+      chip->written.clear();
+   }
+}
+
+/** A watcher of a command hears that its transaction is over before it is put into overflow. */
+TEST_F( Mac, WhatNobodyWantsAnyMoreDoesNotOverflow ) {
+   auto newer = addHost( 1 );
+   const std::function< void( const MacCmdPtr & ) > acts[] = {
+         []( const MacCmdPtr & cmd ) { cmd->validIs( false ); },
+         [&]( const MacCmdPtr & ) { chip->handleAddrOp( newer ); },
+         [&]( const MacCmdPtr & cmd ) { chip->handleAddrOp( cmd ); },
+   };
+   for ( auto & act : acts ) {
+      auto cmd = inFlight( addHost( 1 ) );
+      Kiv::Listener< Qon::IndirectAccessMacCmd::transactionIdAttr > watcher;
+      watcher.attach( cmd.ptr(), [&] {
+         watcher.detach();
+         act( cmd );
+      } );
+      chip->answer( cmd, macProgramFull );
+      chip->pollInProgressCmds();
+      EXPECT_EQ( chip->overflowAddrOps(), 0u );
+      EXPECT_TRUE( logs.records().empty() );
+      EXPECT_EQ( chip->checkInvariants(), "" );
+      writeAndAnswer( macProgramSuccess );
+      scheduler.runFor( 0.2 );
+      EXPECT_TRUE( chip->atRest() );
+   }
+}
+
 TEST_F( Mac, AnEpisodeOfOverflowThatBeganTooSoonIsReportedLater ) {
    auto fill = [&]( U64 mac ) {
       chip->handleAddrOp( addHost( mac ) );
@@ -466,21 +509,12 @@ TEST_F( Mac, WorkGoesOnAfterARest ) {
    EXPECT_TRUE( chip->atRest() );
 }
 
-/** Whoever calls a command off when it is just out of flight, or in overflow, wants no retry. */
+/** Whoever calls a command off while it is in overflow wants no retry. */
 TEST_F( Mac, WhatIsCalledOffIsNotTriedAgain ) {
-   auto first = addHost( 1 ), second = addHost( 2 );
-   Kiv::Listener< Qon::IndirectAccessMacCmd::transactionIdAttr > finished(
-         first.ptr(), [&] { first->transactionId() ? void() : first->validIs( false ); } );
-   chip->handleAddrOp( first );
-   writeAndAnswer( Status::macProgramFull );
-   chip->pollInProgressCmds();
-   EXPECT_EQ( chip->overflowAddrOps(), 0u );
-   EXPECT_EQ( logs.records().size(), 0u );
-   chip->handleAddrOp( second );
-   writeAndAnswer( Status::macProgramFull );
-   chip->pollInProgressCmds();
+   auto cmd = addHost( 1 );
+   settleWith( inFlight( cmd ), macProgramFull );
    EXPECT_EQ( chip->overflowAddrOps(), 1u );
-   second->validIs( false );
+   cmd->validIs( false );
    chip->updateOverflowAddresses();
    EXPECT_EQ( chip->overflowAddrOps() + chip->pendingMacOps(), 0u );
    scheduler.runFor( 100 );

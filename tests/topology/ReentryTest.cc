@@ -66,6 +66,27 @@ TEST_F( ReentryTest, AHookThatRaisesLosesNothingButItsOwn ) {
    EXPECT_EQ( stp.acked( "mst0", "Port-Channel1" ), int( learning ) );
 }
 
+TEST_F( ReentryTest, AHookThatRaisesTakesNothingFromWhatWasRequestedInside ) {
+   run();
+   at( "set 7 mst0 Ethernet1 2", [&] {
+      stp.port( "mst0", "Ethernet1", forwarding );
+      throw std::runtime_error( "chip" );
+   } );
+   EXPECT_THROW( stp.port( "mst0", "Ethernet1", learning ), std::runtime_error );
+   EXPECT_EQ( held( "Ethernet1" ), forwarding );
+   helper->setStpStateDoneTopoId( 7 );
+   EXPECT_EQ( stp.acked( "mst0", "Ethernet1" ), int( forwarding ) );
+}
+
+TEST_F( ReentryTest, WhoAddsAPortHearsThatTheChipRaised ) {
+   run();
+   at( "set 7 mst0 Ethernet4 3", [] { throw std::runtime_error( "chip" ); } );
+   EXPECT_THROW( stp.port( "mst0", "Ethernet4", forwarding ), std::runtime_error );
+   stp.portConfig( "mst0", "Ethernet4" )->stateIs( learning ); // it is there nevertheless
+   helper->setStpStateDoneTopoId( 7 );
+   EXPECT_EQ( stp.acked( "mst0", "Ethernet4" ), int( learning ) );
+}
+
 TEST_F( ReentryTest, AWatcherThatRaisesKeepsNoOtherPortWaiting ) {
    run();
    stp.port( "mst0", "Ethernet1", forwarding );
@@ -274,6 +295,21 @@ TEST_F( ReentryTest, AnotherTapAggregationTopologyTouchesNoOther ) {
    tapAgg = Velto::make< TapAgg::HwConfig >( "again" );
    tapAggTopo( "other", 101 );
    EXPECT_EQ( helper->calls(), ( Calls{ "set 7 mst0 Ethernet1 1", "set 101 other Ethernet1 1" } ) );
+}
+
+TEST_F( ReentryTest, OtherSettingsThatComeWhileTheModeIsEnteredAreFollowed ) {
+   run();
+   tapAgg->tapIntfIs( intf( "Ethernet1" ) );
+   at( "set 100 tapAgg Ethernet1 3", [&] {
+      tapAgg = Velto::make< TapAgg::HwConfig >( "again" );
+      tapAgg->toolIntfIs( intf( "Ethernet4" ) );
+      tapAggTopo( "tapAgg", 100 );
+   } );
+   mode( HwOperationalMode::tapAgg );
+   EXPECT_EQ( held( "Ethernet1", "tapAgg" ), blocked );
+   EXPECT_EQ( held( "Ethernet4", "tapAgg" ), forwarding );
+   tapAgg->toolIntfDel( intf( "Ethernet4" ) );
+   EXPECT_EQ( held( "Ethernet4", "tapAgg" ), blocked );
 }
 
 TEST_F( ReentryTest, TheTapAggregationTopologyMayBeAConfiguredOne ) {

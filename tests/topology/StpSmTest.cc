@@ -366,17 +366,23 @@ TEST_F( StpSmTest, DeathCallsNoHookAndEndsEverything ) {
    EXPECT_EQ( helper->stpSm(), nullptr );
 }
 
-TEST_F( StpSmTest, ChangesAskForVerification ) {
+TEST_F( StpSmTest, EachChangeAsksForVerification ) {
    Env enable( "ENABLE_VERIFY", "1" );
    runWithPort();
    acsd->verifyData()->verifyIs( true );
-   scheduler.settle();
-   helper->calls();
-   stp.vlan( 11, "mst0" );
-   stp.topo( "mst1", 8 );
-   helper->calls();
-   scheduler.settle();
-   EXPECT_EQ( helper->calls(), Calls{ "verify" } );
+   const std::pair< const char *, std::function< void() > > changes[] = {
+         { "a VLAN", [&] { stp.vlan( 11, "mst0" ); } },
+         { "a topology without VLANs", [&] { stp.topo( "mst1", 8 ); } },
+         { "its end", [&] { stp.topoDel( "mst1" ); } },
+   };
+   for ( auto && [what, change] : changes ) {
+      scheduler.runFor( 3600 );
+      helper->calls();
+      change();
+      scheduler.runFor( 3600 );
+      auto calls = helper->calls();
+      EXPECT_NE( std::count( calls.begin(), calls.end(), "verify" ), 0 ) << what;
+   }
 }
 
 // --- Slots and texts -----------------------------------------------------------------------------
