@@ -276,6 +276,9 @@ class FollowingSm : public Qon::QonBaseSm {
  public:
    void handleMember( IntfId port, IntfId from, IntfId to ) {
       lines.push_back( port.stringValue() + ": " + from.stringValue() + " > " + to.stringValue() );
+      if ( lets ) {
+         follower.attach( this, nullptr );
+      }
       raise();
    }
    void handleList( IntfId lag, IntfId port ) {
@@ -289,7 +292,7 @@ class FollowingSm : public Qon::QonBaseSm {
    }
    Lines take() { return std::exchange( lines, {} ); }
    Lines lines;
-   bool raises = false;
+   bool raises = false, lets = false; // lets go of the maps on hearing
    Qon::LagFollower< FollowingSm, &FollowingSm::handleMember, &FollowingSm::handleList > follower;
 };
 
@@ -386,6 +389,19 @@ TEST_F( LagViewFlow, FollowerThatIsAttachedAgainTellsTheDifference ) {
    EXPECT_EQ( sm->take(),
               ( Lines{ "Ethernet1: Port-Channel1 > ", "Ethernet2:  > Port-Channel1",
                        "Port-Channel1 lists Ethernet1", "Port-Channel1 lists Ethernet2" } ) );
+}
+
+TEST_F( LagViewFlow, FollowerThatLetsGoWhileItTellsTellsNoMore ) {
+   acsd->lagToPortIs( po1, list( { eth1, eth2 } ) );
+   acsd->portToLagIs( eth1, po1 );
+   acsd->portToLagIs( eth2, po1 );
+   auto sm = Qon::smIs< FollowingSm >();
+   sm->lets = true;
+   sm->follower.attach( sm.ptr(), acsd.ptr() );
+   EXPECT_EQ( sm->take().size(), 1u );
+   sm->lets = false;
+   sm->follower.attach( sm.ptr(), acsd.ptr() ); // the rest of it
+   EXPECT_EQ( sm->take().size(), 3u );
 }
 
 TEST( TimeSlice, IsOverAtItsDeadline ) {

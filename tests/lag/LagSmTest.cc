@@ -160,6 +160,118 @@ TEST_F( LagSmFlow, OnlyManagedPortsTakePart ) {
    checkAll();
 }
 
+TEST_F( LagSmFlow, NamesThatStillHoldAreNotTouchedByAStart ) {
+   lag( 1 )->deviceNameIs( "po1" );
+   lag( 2 )->deviceNameIs( "po2" );
+   deviceNames->intfDeviceNameIs( po( 1 ), "po1" );
+   deviceNames->intfDeviceNameIs( po( 2 ), "former" );
+   deviceNames->intfDeviceNameIs( po( 3 ), "po3" );
+   std::vector< IntfId > heard;
+   Kiv::Listener< Lag::Input::IntfDeviceNameDir::intfDeviceNameAttr > names(
+         deviceNames.ptr(), [&]( const IntfId & name ) { heard.push_back( name ); } );
+   start();
+   EXPECT_EQ( heard, ( std::vector< IntfId >{ po( 3 ), po( 2 ) } ) );
+   EXPECT_EQ( deviceNames->intfDeviceName( po( 2 ) ), "po2" );
+   EXPECT_FALSE( deviceNames->intfDeviceNameHas( po( 3 ) ) );
+}
+
+TEST_F( LagSmFlow, OnlyWhoJoinsIsTracedAsAdded ) {
+   hardwarePorts( 1, 1 );
+   start();
+   Flintlog::TraceRecorder recorder;
+   auto added = [&] {
+      U32 n = 0;
+      for ( auto & record : recorder.records() ) {
+         n += record.text == "Port-Channel1 adding Ethernet1";
+      }
+      return n;
+   };
+   join( 1, 1 );
+   EXPECT_EQ( added(), 1u );
+   join( 1, 1, true, false );
+   EXPECT_EQ( added(), 1u );
+   leave( 1, 1 );
+   join( 1, 1 );
+   EXPECT_EQ( added(), 2u );
+}
+
+/** A switch whose agents verify. */
+class VerifiedLags : public ::testing::Test {
+ protected:
+   VerifiedLags() {
+      env.unset( "USE_BCMSIM" );
+      env.unset( "SIMULATION_VMID" );
+      env.set( "ENABLE_VERIFY", "1" );
+      w = std::make_unique< LagWorld >();
+      w->start();
+      w->scheduler.settle();
+   }
+   /** How often a run was asked for since the last time. */
+   U32 asked() {
+      const U32 now = w->acsd->verifyData()->verifyRequired()->verifyRequired();
+      return now - std::exchange( asked_, now );
+   }
+   Tests::Env env;
+   std::unique_ptr< LagWorld > w;
+
+ private:
+   U32 asked_ = 0;
+};
+
+TEST_F( VerifiedLags, EveryChangeOfTheMapsAsksForARun ) {
+   asked();
+   w->lag( 1 );
+   EXPECT_EQ( asked(), 1u ); // an entry without members
+   w->lag( 1 )->lacpFallbackEnabledIs( 2 );
+   EXPECT_EQ( asked(), 0u );
+   w->dir->intfStatusDel( po( 1 ) );
+   EXPECT_EQ( asked(), 1u );
+   w->join( 1, 1 );
+   EXPECT_GE( asked(), 1u );
+   w->join( 1, 1, true, false );
+   EXPECT_EQ( asked(), 1u );
+   w->join( 1, 1, true, false );
+   EXPECT_EQ( asked(), 0u );
+   w->leave( 1, 1 );
+   EXPECT_EQ( asked(), 1u );
+}
+
+TEST_F( VerifiedLags, WhatIsStillWrongTheSecondTimeCounts ) {
+   auto data = w->acsd->verifyData();
+   w->guard.reset();
+   w->acsd->portToLagIs( eth( 7 ), po( 7 ) );
+   data->doRequestVerify();
+   w->scheduler.settle();
+   EXPECT_TRUE( data->retryVerify() );
+   w->scheduler.runFor( 3 );
+   EXPECT_GE( data->verifyInc(), 1u );
+   w->acsd->portToLagDel( eth( 7 ) );
+   data->doRequestVerify();
+   w->scheduler.runFor( 3 );
+   EXPECT_EQ( data->verifyInc(), 0u );
+}
+
+/** What is wanted of the hardware before the programming starts and while it rests. */
+TEST( HardwareGroupsAtRest, AreLeftAlone ) {
+   LagWorld w;
+   w.hardwarePorts( 1, 2 );
+   const Qon::QonLagPort both( true, true );
+   auto prog = Qon::LagProgSmIs( w.config, w.status, w.fapIdPorts );
+   prog->memberIs( po( 1 ), eth( 1 ), both, false );
+   EXPECT_EQ( w.config->lags(), 0u );
+   prog->initializedIs( true );
+   EXPECT_EQ( w.hardware( 1 ), Ports{ eth( 1 ) } );
+   prog->initializedIs( false );
+   prog->memberIs( po( 1 ), eth( 2 ), both, false );
+   prog->memberDel( po( 1 ), eth( 1 ) );
+   EXPECT_EQ( w.hardware( 1 ), Ports{ eth( 1 ) } );
+   prog->inputsReadIs( true );
+   prog->removeStale();
+   EXPECT_EQ( w.hardware( 1 ), Ports{ eth( 1 ) } );
+   prog->initializedIs( true );
+   EXPECT_EQ( w.hardware( 1 ), Ports{ eth( 2 ) } );
+}
+
 TEST_F( LagSmFlow, HardwarePortsMayComeAndGoAtAnyTime ) {
    start();
    join( 1, 1 );
@@ -229,43 +341,6 @@ TEST_F( LagSmFlow, TheMapsAloneWillDo ) {
    dir->intfStatusDel( po( 1 ) );
    EXPECT_EQ( acsd->portToLags(), 0u );
    checkAll();
-}
-
-TEST_F( LagSmFlow, EveryChangeOfTheMapsIsVerified ) {
-   Flintlog::TraceRecorder traces;
-   hardwarePorts( 1, 1 );
-   start();
-   acsd->verifyData()->verifyIs( true );
-   auto required = acsd->verifyData()->verifyRequired();
-   U32 asked = 0;
-   auto asks = [&] { return std::exchange( asked, required->verifyRequired() ) != asked; };
-   asks();
-   lag( 1 );
-   EXPECT_TRUE( asks() );
-   join( 1, 1 );
-   EXPECT_TRUE( asks() );
-   join( 1, 1, true, false );
-   EXPECT_TRUE( asks() );
-   leave( 1, 1 );
-   EXPECT_TRUE( asks() );
-   dir->intfStatusDel( po( 1 ) ); // without a member
-   EXPECT_TRUE( asks() );
-   U32 added = 0;
-   for ( auto & record : traces.records() ) {
-      added += record.text == "Port-Channel1 adding Ethernet1";
-   }
-   EXPECT_EQ( added, 1u );
-}
-
-/** What is wanted before the start is programmed by it. */
-TEST_F( LagSmFlow, GroupsAreWrittenFromTheStartOn ) {
-   hardwarePorts( 1, 1 );
-   prog = Qon::LagProgSmIs( config, status, fapIdPorts );
-   prog->memberIs( po( 1 ), eth( 1 ), Qon::QonLagPort( true, true ), false );
-   EXPECT_EQ( config->lags(), 0u );
-   prog->initializedIs( true );
-   prog->inputsReadIs( true );
-   EXPECT_EQ( hardware( 1 ), Ports{ eth( 1 ) } );
 }
 
 TEST_F( LagSmFlow, FallbackTypes ) {

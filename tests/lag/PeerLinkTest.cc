@@ -86,6 +86,23 @@ TEST_F( PeerLinkFlow, MembersOfThePeerLinkComeAndGo ) {
    EXPECT_EQ( hardware( 1, true ), Ports{ eth( 20 ) } );
 }
 
+TEST_F( PeerLinkFlow, APlainPortIsLentWhileItIsManaged ) {
+   mlagUp( eth( 30 ) );
+   const auto table = { true, false, true };
+   for ( bool managed : table ) {
+      acsd->intfDelAll();
+      EXPECT_EQ( hardware( 1, true ), Ports{ eth( 30 ) } );
+      acsd->intfIs( eth( managed ? 30 : 1 ), true ); // the first entry: all others are nobody's
+      EXPECT_EQ( hardware( 1, true ), managed ? Ports{ eth( 30 ) } : none );
+   }
+   acsd->intfIs( eth( 1 ), true );
+   acsd->intfDel( eth( 30 ) );
+   EXPECT_EQ( hardware( 1, true ), none );
+   acsd->intfIs( eth( 30 ), true );
+   EXPECT_EQ( hardware( 1, true ), Ports{ eth( 30 ) } );
+   acsd->intfDelAll();
+}
+
 TEST_F( PeerLinkFlow, AnAggregateMayLiveOnLentMembersAlone ) {
    mlagUp( po( 10 ) );
    leave( 1, 1 );

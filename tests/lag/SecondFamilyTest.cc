@@ -1,5 +1,7 @@
 // The creators of hardware groups and the aggregators of configuration and state.
 
+#include <functional>
+
 #include "Qon/include/lag/QonEthPhyLagConfigAggregatorSm.h"
 #include "Qon/include/lag/QonLagConfigMapCreatorSm.h"
 #include "Qon/include/lag/QonLagCreatorSm.h"
@@ -115,77 +117,121 @@ TEST_F( CreatorFlow, WhatAMemberMayDoIsProgrammedAsItIs ) {
    EXPECT_EQ( groups->lag( po( 1 ) )->member( eth( 2 ) ), member );
 }
 
+/** Groups by configuration: port 1 of aggregate 1, with all that its member takes. */
 class ConfigMapFlow : public ::testing::Test, public LagWorld {
  protected:
-   ConfigMapFlow() { map->initializedIs( true ); }
-   Ptr< Interface::EthPhyIntfStatusDir > phy =
-         Velto::make< Interface::EthPhyIntfStatusDir >( "phy" );
+   ConfigMapFlow() {
+      complete( 1 );
+      acsd->lagToPortIs( po( 1 ), {} );
+      map->initializedIs( true );
+      listed->memberIs( eth( 1 ), Interface::LagMode::on );
+   }
+   void complete( U32 port ) {
+      hardwarePorts( port, port );
+      phy->intfStatusIs( eth( port ) );
+      states->memberStatusIs( eth( port ), { true, true } );
+   }
    Ptr< Hardware::Lag::AggregatedLagConfigDir > aggregated =
          Velto::make< Hardware::Lag::AggregatedLagConfigDir >( "aggregated" );
+   Ptr< Hardware::Lag::AggregatedLagConfig > listed = aggregated->lagToPortIs( po( 1 ) );
    Ptr< Hardware::Lag::MemberStatusDir > states =
-         Velto::make< Hardware::Lag::MemberStatusDir >( "member" );
+         Velto::make< Hardware::Lag::MemberStatusDir >( "states" );
+   Ptr< Interface::EthPhyIntfStatusDir > phy =
+         Velto::make< Interface::EthPhyIntfStatusDir >( "phy" );
    Ptr< Qon::LagConfigMapCreatorSm > map =
          Qon::LagConfigMapCreatorSmIs( { acsd, aggregated, states, phy, fapIdPorts }, config );
+   const Ports both{ eth( 1 ), eth( 2 ) }, first{ eth( 1 ) }, none;
 };
 
-TEST_F( ConfigMapFlow, WhateverIsMissingKeepsAMemberOut ) {
-   using Change = std::function< void() >;
-   const std::pair< Change, Change > pieces[] = {
-         { [&] { acsd->lagToPortIs( po( 1 ), {} ); }, [&] { acsd->lagToPortDel( po( 1 ) ); } },
-         { [&] {
-             states->memberStatusIs( eth( 1 ), { true, true } );
-          },
-           [&] { states->memberStatusDel( eth( 1 ) ); } },
-         { [&] { hardwarePorts( 1, 1 ); }, [&] { fapIdPorts->fapIdPortDel( eth( 1 ) ); } },
-         { [&] { phy->intfStatusIs( eth( 1 ) ); }, [&] { phy->intfStatusDel( eth( 1 ) ); } },
-         { [&] {
-             aggregated->lagToPortIs( po( 1 ) )->memberIs( eth( 1 ), Interface::LagMode::on );
-          },
-           [&] { aggregated->lagToPort( po( 1 ) )->memberDel( eth( 1 ) ); } },
+TEST_F( ConfigMapFlow, AMemberIsProgrammedWhileAllThatItTakesIsThere ) {
+   struct {
+      const char * what;
+      std::function< void() > takes, gives;
+   } const pieces[] = {
+         { "state", [&] { states->memberStatusDel( eth( 1 ) ); },
+           [&] {
+              states->memberStatusIs( eth( 1 ), { true, true } );
+           } },
+         { "hardware port", [&] { fapIdPorts->fapIdPortDel( eth( 1 ) ); },
+           [&] { hardwarePorts( 1, 1 ); } },
+         { "interface", [&] { phy->intfStatusDel( eth( 1 ) ); },
+           [&] { phy->intfStatusIs( eth( 1 ) ); } },
+         { "aggregate", [&] { acsd->lagToPortDel( po( 1 ) ); },
+           [&] { acsd->lagToPortIs( po( 1 ), {} ); } },
    };
-   for ( auto & [give, take] : pieces ) {
-      EXPECT_EQ( hardware( 1 ), Ports{} );
-      give();
+   for ( auto & piece : pieces ) {
+      EXPECT_EQ( hardware( 1 ), first ) << piece.what;
+      piece.takes();
+      EXPECT_EQ( hardware( 1 ), none ) << piece.what;
+      EXPECT_EQ( map->checkInvariants(), "" );
+      piece.gives();
    }
-   for ( auto & [give, take] : pieces ) {
-      EXPECT_EQ( hardware( 1 ), Ports{ eth( 1 ) } );
-      take();
-      EXPECT_EQ( hardware( 1 ), Ports{} );
-      give();
-   }
-   const Ptr< Hardware::Lag::AggregatedLagConfig > gone = aggregated->lagToPort( po( 1 ) );
+   EXPECT_EQ( hardware( 1 ), first );
+   aggregated->lagToPortIs( intf( "Recirc-Channel1" ) )
+         ->memberIs( eth( 1 ), Interface::LagMode::on ); // without an index
+   acsd->lagToPortIs( intf( "Recirc-Channel1" ), {} );
+   EXPECT_FALSE( config->lagHas( intf( "Recirc-Channel1" ) ) );
+}
+
+TEST_F( ConfigMapFlow, AListThatWentIsHeardNoMoreNotEvenOnItsWay ) {
+   complete( 2 );
+   Kiv::Listener< Hardware::Lag::LagConfig::memberAttr > meddler(
+         config->lag( po( 1 ) ), [&]( const IntfId & ) {
+            listed->memberIs( eth( 2 ), Interface::LagMode::on ); // of the one that goes
+         } );
    aggregated->lagToPortDel( po( 1 ) );
-   gone->memberDel( eth( 1 ) ); // whoever holds it may change it
-   gone->memberIs( eth( 1 ), Interface::LagMode::on );
-   EXPECT_EQ( hardware( 1 ), Ports{} );
+   EXPECT_EQ( hardware( 1 ), none );
    EXPECT_EQ( map->checkInvariants(), "" );
+   complete( 2 );
+   states->memberStatusIs( eth( 2 ), { true, false } );
+   EXPECT_EQ( hardware( 1 ), none );
+}
+
+TEST_F( ConfigMapFlow, ARestEndsWithWhatHappenedMeanwhile ) {
+   complete( 2 );
+   map->initializedIs( false );
+   listed->memberIs( eth( 2 ), Interface::LagMode::on );
+   listed->memberDel( eth( 1 ) );
+   EXPECT_EQ( hardware( 1 ), first );
+   map->initializedIs( true );
+   EXPECT_EQ( hardware( 1 ), Ports{ eth( 2 ) } );
+}
+
+TEST_F( ConfigMapFlow, WhatDiffersFromTheConfigurationIsFound ) {
+   EXPECT_EQ( map->checkInvariants(), "" );
+   const auto member = config->lag( po( 1 ) )->member( eth( 1 ) );
+   for ( bool collecting : { true, false } ) {
+      const Hardware::Lag::Member other( member.port(), collecting, false, false );
+      config->lag( po( 1 ) )->memberIs( eth( 1 ), other );
+      EXPECT_NE( map->checkInvariants(), "" );
+   }
+   config->lag( po( 1 ) )->memberIs( eth( 1 ), member );
+   EXPECT_EQ( map->checkInvariants(), "" );
+   config->lagDel( po( 1 ) );
+   EXPECT_NE( map->checkInvariants(), "" );
 }
 
 /** What an earlier incarnation left and is still wanted is not touched by the start; the rest goes. */
 TEST_F( ConfigMapFlow, AStartOverGroupsThatAreThere ) {
-   hardwarePorts( 1, 3 );
-   acsd->lagToPortIs( po( 1 ), {} );
+   complete( 2 );
+   complete( 3 );
    acsd->lagToPortIs( po( 2 ), {} );
-   for ( U32 n : { 1, 2, 3 } ) {
-      phy->intfStatusIs( eth( n ) );
-      states->memberStatusIs( eth( n ), { true, true } );
-      aggregated->lagToPortIs( po( n == 3 ? 2 : 1 ) )->memberIs( eth( n ), Interface::LagMode::on );
-   }
-   EXPECT_EQ( hardware( 1 ), ( Ports{ eth( 1 ), eth( 2 ) } ) );
+   listed->memberIs( eth( 2 ), Interface::LagMode::on );
+   aggregated->lagToPortIs( po( 2 ) )->memberIs( eth( 3 ), Interface::LagMode::on );
+   EXPECT_EQ( hardware( 1 ), both );
    map = nullptr;
-   aggregated->lagToPort( po( 1 ) )->memberDel( eth( 2 ) ); // has moved meanwhile
+   listed->memberDel( eth( 2 ) ); // has moved meanwhile
    aggregated->lagToPort( po( 2 ) )->memberIs( eth( 2 ), Interface::LagMode::on );
    config->lagIs( po( 7 ), 7 )->memberIs( eth( 9 ), Hardware::Lag::Member() );
    std::vector< IntfId > touched;
-   Kiv::Listener< Hardware::Lag::LagConfig::memberAttr > first, second;
-   first.attach( config->lag( po( 1 ) ),
-                 [&]( const IntfId & port ) { touched.push_back( port ); } );
-   second.attach( config->lag( po( 2 ) ),
-                  [&]( const IntfId & port ) { touched.push_back( port ); } );
+   Kiv::Listener< Hardware::Lag::LagConfig::memberAttr > former, now;
+   auto touch = [&]( const IntfId & port ) { touched.push_back( port ); };
+   former.attach( config->lag( po( 1 ) ), touch );
+   now.attach( config->lag( po( 2 ) ), touch );
    map = Qon::LagConfigMapCreatorSmIs( { acsd, aggregated, states, phy, fapIdPorts }, config );
    map->initializedIs( true );
    EXPECT_EQ( touched, ( std::vector< IntfId >{ eth( 2 ), eth( 2 ) } ) ); // out, then in
-   EXPECT_EQ( hardware( 1 ), Ports{ eth( 1 ) } );
+   EXPECT_EQ( hardware( 1 ), first );
    EXPECT_EQ( hardware( 2 ), ( Ports{ eth( 2 ), eth( 3 ) } ) );
    EXPECT_FALSE( config->lagHas( po( 7 ) ) );
    EXPECT_EQ( map->checkInvariants(), "" );

@@ -164,6 +164,18 @@ TEST_F( Attributes, WhoIsDetachedOrDeadOrNewHearsNothing ) {
    EXPECT_EQ( 4u, heard.size() );
 }
 
+TEST_F( Attributes, AnotherEntityThatDiesCostsNoDelivery ) {
+   auto a = ear( "a" );
+   auto other = Velto::make< Tree >( "other" );
+   a->vlan.attach( a.ptr(), tree.ptr() );
+   tree->vlanIs( eth1, 1 );
+   tree->vlanIs( eth2, 2 );
+   heard.clear();
+   a->act = [&] { other = nullptr; };
+   tree->vlanDelAll();
+   EXPECT_EQ( heard, ( Heard{ "a:vlan Ethernet1", "a:vlan Ethernet2" } ) );
+}
+
 TEST_F( Attributes, TheLastOfAListMayGoWhileOthersAreAdded ) {
    auto a = ear( "a" ), b = ear( "b" ), c = ear( "c" );
    a->count.attach( a.ptr(), tree.ptr() );

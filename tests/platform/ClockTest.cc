@@ -144,18 +144,15 @@ TEST_F( Clocks, WhatWasPutBackMayBeArmedAnew ) {
    EXPECT_EQ( scheduler.timerWheel()->armed(), 0u );
 }
 
-TEST( WorkTimes, TheLongestAndWhenItEnded ) {
-   Kiv::WorkTimes some, others;
-   some.add( 1, 3 );
-   some.add( 5, 5.5 );
-   EXPECT_EQ( std::tuple( some.times, some.busy, some.longest, some.longestAt ),
-              std::tuple( 2u, 2.5, 2, 3 ) );
-   others.add( 10, 14 );
-   others.add( some );
-   EXPECT_EQ( std::tuple( others.times, others.busy, others.longest, others.longestAt ),
-              std::tuple( 3u, 6.5, 4, 14 ) );
-   some.add( others );
-   EXPECT_EQ( std::pair( some.longest, some.longestAt ), std::pair( 4.0, 14.0 ) );
+TEST_F( Clocks, OneThatFiredTakesNoOthersPlaceWhenItIsArmedAnew ) {
+   auto a = alarm( "a" ), b = alarm( "b" ), c = alarm( "c" ), d = alarm( "d" );
+   a->clock->timeIs( 101 );
+   b->clock->timeIs( 101 );
+   c->clock->timeIs( 110 );
+   d->clock->timeIs( 110 );
+   c->act = [&] { b->clock->timeIs( 120 ); }; // b was second of its turn, as d is now
+   scheduler.runUntil( 200 );
+   EXPECT_EQ( heard, ( Heard{ "a", "b", "c", "d", "b" } ) );
 }
 
 TEST_F( Clocks, AHandlerThatRaisesCostsNoOtherFiring ) {
@@ -333,6 +330,27 @@ TEST( EventLoop, ServesDescriptorsAndClocksInRealTime ) {
    }
    close( ends[0] );
    close( ends[1] );
+}
+
+TEST( EventLoop, WorkTimesKnowWhenTheLongestPieceEnded ) {
+   Kiv::WorkTimes some, all;
+   some.add( 1, 2 );
+   some.add( 10, 13 );
+   some.add( 20, 21 );
+   some.add( 30, 33 ); // no longer than the first of its length
+   EXPECT_EQ( 4u, some.times );
+   EXPECT_EQ( 8, some.busy );
+   EXPECT_EQ( 3, some.longest );
+   EXPECT_EQ( 13, some.longestAt );
+   all.add( 50, 52 );
+   all.add( some );
+   EXPECT_EQ( 5u, all.times );
+   EXPECT_EQ( 10, all.busy );
+   EXPECT_EQ( 3, all.longest );
+   EXPECT_EQ( 13, all.longestAt );
+   some.add( 40, 41 );
+   all.add( Kiv::WorkTimes() );
+   EXPECT_EQ( 13, all.longestAt );
 }
 
 TEST( EventLoop, AHangUpIsToldAsSomethingToRead ) {

@@ -197,6 +197,45 @@ TEST_F( Command, AClientThatTakesNothingIsGivenUp ) {
    EXPECT_EQ( "0.05", Kiv::GenericIf::get( *w.data, "clientPatience" ) );
 }
 
+TEST_F( Command, AClientThatWasGivenUpGetsNoEndThoughItReadsAgain ) {
+   Connection client;
+   String all;
+   w.feature->check = [&] {
+      for ( int i = 0; i < 10000 && w.data->socket(); ++i ) {
+         w.feature->finds( String( 100, 'x' ) );
+      }
+      all = client.received(); // too late
+   };
+   w.data->clientPatienceIs( 0.05 );
+   sm->cliCallback()->handleCommand( client.agentEnd(), command );
+   EXPECT_GT( all.size(), 1000u );
+   EXPECT_EQ( "", client.received() );
+}
+
+/** The signal of a closed pipe is the library's own unless it was waiting before. */
+TEST_F( Command, AClosedPipeLeavesSignalsAsTheyWere ) {
+   sigset_t pipeSignal, former, pending;
+   sigemptyset( &pipeSignal );
+   sigaddset( &pipeSignal, SIGPIPE );
+   pthread_sigmask( SIG_BLOCK, &pipeSignal, &former );
+   for ( bool waiting : { false, true, false } ) {
+      if ( waiting ) {
+         raise( SIGPIPE );
+      }
+      int ends[2];
+      ASSERT_EQ( 0, pipe( ends ) );
+      close( ends[0] );
+      sm->cliCallback()->handleCommand( U32( ends[1] ), command );
+      close( ends[1] );
+      sigpending( &pending );
+      EXPECT_EQ( waiting ? 1 : 0, sigismember( &pending, SIGPIPE ) );
+      const timespec atOnce = {};
+      sigtimedwait( &pipeSignal, nullptr, &atOnce );
+   }
+   pthread_sigmask( SIG_SETMASK, &former, nullptr );
+   EXPECT_EQ( 0, w.feature->runs );
+}
+
 TEST_F( Command, ADescriptorThatIsNoSocketIsWrittenToo ) {
    int ends[2];
    ASSERT_EQ( 0, pipe( ends ) );
