@@ -425,9 +425,10 @@ TEST( MirrorLimits, OneReasonAfterTheOtherIsNoRecovery ) {
    w.source( "s", 3, Direction::rx );
    w.source( "s", 2, Direction::tx );
    EXPECT_EQ( w.messages(), Calls{ overlap } );
-   w.mode->forwardingModeIs( Bridging::ForwardingMode::storeAndForward );
-   EXPECT_EQ( w.messages(), Calls{ full } );
    w.helper->taken();
+   w.mode->forwardingModeIs( Bridging::ForwardingMode::storeAndForward ); // nobody goes for it
+   EXPECT_EQ( w.messages(), Calls{ full } );
+   EXPECT_EQ( w.helper->taken(), Calls() );
    w.capability->sourceLimitsVersionIs( 1 ); // as before: who is in hardware stays
    EXPECT_EQ( w.helper->taken(), Calls() );
    w.session( "t", 9 );
