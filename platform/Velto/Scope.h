@@ -69,12 +69,16 @@ class FirstError {
    }
    /** Raises the first one, if there is one. */
    void pass() {
-      if ( first_ ) {
-         std::rethrow_exception( std::exchange( first_, nullptr ) );
+      if ( first_ ) [[unlikely]] {
+         raise();
       }
    }
 
  private:
+   [[noreturn, gnu::cold]] void raise() {
+      std::rethrow_exception( std::exchange( first_, nullptr ) );
+   }
+
    std::exception_ptr first_;
 };
 
