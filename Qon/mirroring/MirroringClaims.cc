@@ -36,12 +36,24 @@ KivMirroringSession::KivIntf::ports() const {
 void
 KivMirroringSession::KivIntf::claimAll( bool claim, First first, Velto::FirstError & error ) {
    const bool itself = claim && !aggregate();
-   Difference< IntfId > change;
    if ( members_.ports() || claim != itself ) {
-      const LagView lags( session_->root_->in_.acsd.ptr() );
-      change = differenceOf< IntfId >( members_, claim != itself ? lags.membersOf( intf_ )
-                                                                 : std::vector< IntfId >() );
+      claimMembers( claim && !itself, itself, first, error );
+   } else if ( itself != itself_ ) {
+      error.run( [&] { hold( intf_, itself ); } );
    }
+   if ( std::exchange( used_, claim ) != claim ) {
+      claim ? session_->root_->useIs( intf_, session_ )
+            : session_->root_->useDel( intf_, session_ );
+   }
+}
+
+/** All members or none, and itself or not. */
+void
+KivMirroringSession::KivIntf::claimMembers( bool members, bool itself, First first,
+                                            Velto::FirstError & error ) {
+   const LagView lags( session_->root_->in_.acsd.ptr() );
+   const auto change = differenceOf< IntfId >( members_, members ? lags.membersOf( intf_ )
+                                                                 : std::vector< IntfId >() );
    for ( bool missing : { first == First::missing, first != First::missing } ) {
       if ( itself == missing && itself_ != missing ) {
          error.run( [&] { hold( intf_, missing ); } );
@@ -49,10 +61,6 @@ KivMirroringSession::KivIntf::claimAll( bool claim, First first, Velto::FirstErr
       for ( IntfId port : missing ? change.missing : change.gone ) {
          error.run( [&] { hold( port, missing ); } );
       }
-   }
-   if ( std::exchange( used_, claim ) != claim ) {
-      claim ? session_->root_->useIs( intf_, session_ )
-            : session_->root_->useDel( intf_, session_ );
    }
 }
 

@@ -85,15 +85,14 @@ MirroringSm::useIs( IntfId intf, KivMirroringSession * session ) {
 
 void
 MirroringSm::useDel( IntfId intf, KivMirroringSession * session ) {
-   auto & users = *users_.find( intf );
-   auto & use = users.of( session );
-   VELTO_ASSERT( use.times );
-   if ( --use.times == 0 ) {
-      users.leave( session );
-   }
-   if ( users.first.times == 0 ) {
-      users_.erase( intf );
-   }
+   users_.eraseIf( intf, [&]( Users & users ) {
+      auto & use = users.of( session );
+      VELTO_ASSERT( use.times );
+      if ( --use.times == 0 ) {
+         users.leave( session );
+      }
+      return users.first.times == 0;
+   } );
 }
 
 std::vector< MirroringSm::SessionPtr >

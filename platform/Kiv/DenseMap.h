@@ -136,6 +136,10 @@ class DenseMap {
    std::pair< V *, bool > emplace( const K & key, A &&... args );
    /** Erases `key`, which may lie in the entry itself. Returns whether it was there. */
    bool erase( const K & key );
+   /** Erases `key` if `goes( V & )` says so, which may change the value, and not the map. Returns
+       whether it was erased. */
+   template< class Goes >
+   bool eraseIf( const K & key, Goes && goes );
    /** Erases `key` and returns the value it had. */
    std::optional< V > take( const K & key );
    /** Erases all. The entries die in order, when the map is empty already. */
@@ -286,12 +290,20 @@ DenseMap< K, V >::startIndex() {
 template< class K, class V >
 bool
 DenseMap< K, V >::erase( const K & key ) {
+   return eraseIf( key, []( V & ) { return true; } );
+}
+
+template< class K, class V >
+template< class Goes >
+bool
+DenseMap< K, V >::eraseIf( const K & key, Goes && goes ) {
    U64 hash;
    Place p = search( key, hash );
-   if ( p.chunk ) {
+   const bool erased = p.chunk && goes( entryAt( p.chunk, p.at )->value );
+   if ( erased ) {
       erasePlace( p, hash );
    }
-   return p.chunk != nullptr;
+   return erased;
 }
 
 template< class K, class V >

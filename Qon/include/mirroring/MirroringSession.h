@@ -299,6 +299,7 @@ class MirroringSm::KivMirroringSession::KivIntf : public QonBaseSm {
    KivMirroringSession * const session_;
 
  private:
+   void claimMembers( bool members, bool itself, First first, Velto::FirstError & error );
    bool holds( IntfId port ) const { return port == intf_ ? itself_ : members_.portHas( port ); }
    void hold( IntfId port, bool claim );
 
