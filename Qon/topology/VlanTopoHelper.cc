@@ -116,12 +116,7 @@ VlanTopoHelper::WalkTask::run() {
       return false;
    }
    const Velto::Ptr< VlanTopoHelper > keep( &helper_ );
-   try {
-      helper_.performVlanTopoOperations();
-   } catch ( ... ) {
-      wake();
-      throw;
-   }
+   helper_.performVlanTopoOperations();
    return helper_.remainingWorkUnits() != 0;
 }
 
