@@ -478,7 +478,7 @@ TEST( AclSabotage, OfAclSm ) {
       auto data = Ptr< Qon::AclData >( w.sm( "a" )->aclData( portKey() ) );
       auto status = Ptr< Qon::AclDataStatus >( w.sm( "a" )->aclDataStatus( portKey() ) );
       saboteur.watches( { data.ptr(), status.ptr() } );
-      saboteur.drops( [&] { w.aclSm = nullptr; } );
+      saboteur.drops( w.aclSm );
       auto step = [&]( auto act ) {
          saboteur.does( act );
          saboteur.does( [&] { w.scheduler.settle(); } );

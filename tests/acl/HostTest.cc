@@ -139,7 +139,7 @@ TEST( AclSabotage, OfHosts ) {
       w.scheduler.settle();
       auto data = Ptr< Qon::AclData >( w.sm( "a" )->aclData( portKey() ) );
       saboteur.watches( { data.ptr() } );
-      saboteur.drops( [&] { w.aclSm = nullptr; } );
+      saboteur.drops( w.aclSm );
       auto step = [&]( auto act ) {
          saboteur.does( act );
          saboteur.does( [&] { w.scheduler.settle(); } );

@@ -447,7 +447,7 @@ TEST( AclSabotage, OfResults ) {
       w.scheduler.settle();
       auto status = Ptr< Qon::AclDataStatus >( w.sm( "a" )->aclDataStatus( portKey() ) );
       saboteur.watches( { status.ptr(), w.errdisable.ptr(), w.dpStatus.ptr() } );
-      saboteur.drops( [&] { w.aclSm = nullptr; } );
+      saboteur.drops( w.aclSm );
       auto step = [&]( auto act ) {
          saboteur.does( act );
          saboteur.does( [&] { w.scheduler.settle(); } );

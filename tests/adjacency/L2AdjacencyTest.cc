@@ -401,7 +401,7 @@ TEST( AdjacencySabotage, OfItsFecsAndTypes ) {
       auto types = adj->l2AdjTableTypeIs();
       saboteur.watches( { adj.ptr(), types.ptr(), proxied.ptr() } );
       types = nullptr;
-      saboteur.drops( [&] { adj = nullptr; } );
+      saboteur.drops( adj );
       const auto step = [&]( auto act ) { saboteur.does( [&] { adj ? act() : void(); } ); };
       step( [&] { adj->proxiedAdjIs( proxied ); } );
       step( [&] { adj->adjEntryIs( two ); } );

@@ -70,7 +70,7 @@ using Ends = std::function< void( const Velto::String & state ) >;
 inline void
 disturb( const std::function< void( Saboteur &, const Ends & ) > & flow ) {
    Velto::String undisturbed;
-   auto nobody = Velto::make< Saboteur >( ~U32( 0 ), false );
+   auto nobody = Velto::make< Saboteur >( ~U32( 0 ), Sabotage::drops );
    flow( *nobody, [&]( const Velto::String & state ) { undisturbed = state; } );
    sabotage( [&]( Saboteur & saboteur ) {
       flow( saboteur, [&]( const Velto::String & state ) {

@@ -5,13 +5,16 @@
 //    Tests::sabotage( [&]( Tests::Saboteur & saboteur ) {
 //       FeatureWorld w;
 //       saboteur.watches( { w.output.ptr() } );
-//       saboteur.drops( [&] { w.sm = nullptr; } );
+//       saboteur.drops( w.sm );
 //       saboteur.does( [&] { w.start(); } );            each step that writes
 //       saboteur.ends( [&] { return w.broken(); } );    what does not hold when nothing was dropped
 //    } );
 //
 // The flow is run once for every change that it makes, for both; under the address sanitizer whoever
 // touches itself after its end is found. Entities that the watched ones come to own are watched too.
+//
+// drops( w.sm ) in place of a function also sees that one whose reactors are dead, but that somebody
+// still holds, is as silent as one that is gone: its children hear nothing either.
 
 #include <gtest/gtest.h>
 
@@ -25,11 +28,12 @@
 
 namespace Tests {
 
+/** What happens at the n-th change; or, to a state machine, after the n-th step. */
+enum class Sabotage : U8 { drops, raises, gone, dead };
+
 class Saboteur : public Velto::Node {
  public:
-   Saboteur( U32 at, bool raises ) : at_( at ), raises_( raises ) {
-      hasNotificationActiveIs( true );
-   }
+   Saboteur( U32 at, Sabotage what ) : at_( at ), what_( what ) { hasNotificationActiveIs( true ); }
 
    void watches( std::initializer_list< const Kiv::Entity * > entities ) {
       for ( auto entity : entities ) {
@@ -37,6 +41,16 @@ class Saboteur : public Velto::Node {
       }
    }
    void drops( std::function< void() > drop ) { drop_ = std::move( drop ); }
+   template< class... Sm >
+   void drops( Velto::Ptr< Sm > &... sm ) {
+      drop_ = [this, &sm...] {
+         if ( what_ == Sabotage::dead ) {
+            dead_ = { Velto::Ptr< Velto::Node >( sm.ptr() )... };
+            ( sm->kivDoZombieReactors(), ... );
+         }
+         ( ( sm = nullptr ), ... );
+      };
+   }
    /** One step of the flow; what the saboteur raises ends it. */
    void does( const std::function< void() > & step ) {
       try {
@@ -45,23 +59,32 @@ class Saboteur : public Velto::Node {
          EXPECT_STREQ( error.what(), "sabotage" );
          ++caught_;
       }
+      if ( afterwards() && ++steps_ == at_ ) {
+         struck_ = true;
+         drop_();
+         changes_ = 0; // its end may write
+      }
    }
    void ends( const std::function< Velto::String() > & broken ) {
-      if ( raises_ ) {
+      if ( what_ == Sabotage::raises ) {
          EXPECT_EQ( broken(), "" ) << "after an exception at change " << at_;
          EXPECT_EQ( caught_, struck_ ? 1u : 0u ) << "change " << at_;
       }
    }
    bool struck() const { return struck_; }
+   /** All, or those after the end of the state machine. */
+   U32 changes() const { return changes_; }
    /** Another change than those of entities. */
    void change() {
-      if ( ++changes_ == at_ ) {
-         struck_ = true;
-         if ( raises_ ) {
-            throw Velto::RangeError( "sabotage" );
-         }
-         drop_();
+      ++changes_;
+      if ( afterwards() || changes_ != at_ ) {
+         return;
       }
+      struck_ = true;
+      if ( what_ == Sabotage::raises ) {
+         throw Velto::RangeError( "sabotage" );
+      }
+      drop_();
    }
 
  private:
@@ -94,26 +117,39 @@ class Saboteur : public Velto::Node {
       self->change();
    }
 
+   bool afterwards() const { return what_ == Sabotage::gone || what_ == Sabotage::dead; }
+
    const U32 at_;
-   const bool raises_;
-   U32 changes_ = 0, caught_ = 0;
+   const Sabotage what_;
+   U32 changes_ = 0, steps_ = 0, caught_ = 0;
    bool struck_ = false;
    std::function< void() > drop_;
+   std::vector< Velto::Ptr< Velto::Node > > dead_;
    std::set< const Kiv::Entity * > known_;
    std::vector< std::unique_ptr< Kiv::EntityWatch > > watches_;
 };
 
-/** Runs the flow until the saboteur comes too late. */
+/** Runs the flow until the saboteur comes too late, and with a state machine that is gone, or dead. */
 inline void
 sabotage( const std::function< void( Saboteur & ) > & flow ) {
-   for ( bool raises : { false, true } ) {
+   for ( Sabotage what : { Sabotage::drops, Sabotage::raises } ) {
       U32 changes = 0;
       for ( bool struck = true; struck && !testing::Test::HasFailure(); ++changes ) {
-         auto saboteur = Velto::make< Saboteur >( changes + 1, raises );
+         auto saboteur = Velto::make< Saboteur >( changes + 1, what );
          flow( *saboteur );
          struck = saboteur->struck();
       }
       EXPECT_GT( changes, 3u ) << "the flow makes no changes";
+   }
+   for ( U32 steps = 1; !testing::Test::HasFailure(); ++steps ) {
+      auto gone = Velto::make< Saboteur >( steps, Sabotage::gone );
+      flow( *gone );
+      if ( !gone->struck() ) {
+         break;
+      }
+      auto dead = Velto::make< Saboteur >( steps, Sabotage::dead );
+      flow( *dead );
+      EXPECT_EQ( dead->changes(), gone->changes() ) << "dead after step " << steps;
    }
 }
 

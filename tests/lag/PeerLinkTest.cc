@@ -132,6 +132,10 @@ TEST( HardwareGroups, WhoBorrowsAPortDoesNotOwnIt ) {
    }
    EXPECT_EQ( w.hardware( 1, true ), ( Ports{ eth( 1 ), eth( 2 ) } ) );
    EXPECT_EQ( w.hardware( 2 ), ( Ports{ eth( 1 ), eth( 2 ) } ) );
+   prog->memberDel( po( 1 ), eth( 1 ) ); // lent no more, and then another's
+   prog->memberIs( po( 3 ), eth( 1 ), both, false );
+   EXPECT_EQ( w.hardware( 2 ), Ports{ eth( 2 ) } );
+   EXPECT_EQ( w.hardware( 3 ), Ports{ eth( 1 ) } );
 }
 
 TEST_F( PeerLinkFlow, APortMovesBetweenOwnAndLent ) {

@@ -61,7 +61,7 @@ TEST( LagSabotage, OfLagSm ) {
       w.lag( 2 )->lacpFallbackEnabledIs( 2 );
       w.config->lagIs( po( 7 ), 7 )->memberIs( eth( 7 ), Hardware::Lag::Member() );
       saboteur.watches( { w.acsd.ptr(), w.deviceNames.ptr(), w.config.ptr() } );
-      saboteur.drops( [&] { w.stop(); } );
+      saboteur.drops( w.lagSm, w.prog );
       saboteur.does( [&] { w.start(); } );
       if ( w.lagSm ) {
          saboteur.does( [&] { w.lagSm->sharePeerLinkWithLagIs( po( 1 ), true ); } );
@@ -85,7 +85,7 @@ TEST( LagSabotage, OfLagProgSm ) {
       w.config->lagIs( po( 7 ), 7 )->memberIs( eth( 7 ), Hardware::Lag::Member() );
       w.prog = Qon::LagProgSmIs( w.config, w.status, w.fapIdPorts );
       saboteur.watches( { w.config.ptr() } );
-      saboteur.drops( [&] { w.prog = nullptr; } );
+      saboteur.drops( w.prog );
       auto step = [&]( auto && act ) {
          saboteur.does( [&] {
             if ( w.prog ) {
@@ -121,7 +121,7 @@ TEST( LagSabotage, OfQonLagCreatorSm ) {
       auto sm = Qon::QonLagCreatorSmIs(
             { w.acsd, w.phy, w.fapIdPorts, Velto::make< QuietDriver >() }, w.config );
       saboteur.watches( { w.config.ptr() } );
-      saboteur.drops( [&] { sm = nullptr; } );
+      saboteur.drops( sm );
       saboteur.does( [&] { sm->initializedIs( true ); } );
       saboteur.does( [&] { w.list( 2, { 3 } ); } );
       saboteur.does( [&] { w.list( 2, { 3, 2 } ); } );
@@ -147,7 +147,7 @@ TEST( LagSabotage, OfLagConfigMapCreatorSm ) {
       auto sm = Qon::LagConfigMapCreatorSmIs(
             { w.acsd, w.aggregated, w.memberStatus, w.phy, w.fapIdPorts }, w.config );
       saboteur.watches( { w.config.ptr() } );
-      saboteur.drops( [&] { sm = nullptr; } );
+      saboteur.drops( sm );
       saboteur.does( [&] { sm->initializedIs( true ); } );
       saboteur.does( [&] { po2->memberIs( eth( 2 ), Interface::LagMode::on ); } );
       saboteur.does( [&] { w.acsd->lagToPortDel( po( 1 ) ); } );
@@ -165,7 +165,7 @@ TEST( LagSabotage, OfLagConfigAggregatorSm ) {
       auto sm = Qon::LagConfigAggregatorSmIs( w.intfConfig, w.aggregated, &w.scheduler );
       sm->initializedIs( true );
       saboteur.watches( { w.aggregated.ptr() } );
-      saboteur.drops( [&] { sm = nullptr; } );
+      saboteur.drops( sm );
       saboteur.does( [&] { w.scheduler.settle(); } );
       w.scheduler.settle(); // the scan goes on after an exception
       saboteur.does( [&] { w.intfConfig->intfConfig( eth( 2 ) )->lagIs( po( 2 ) ); } );
@@ -182,7 +182,7 @@ TEST( LagSabotage, OfLagStateAggregatorSm ) {
       w.status->lagIs( po( 1 ) )->memberIs( eth( 1 ), Hardware::Lag::MemberStatus() );
       auto sm = Qon::LagStateAggregatorSmIs( { w.status }, merged );
       saboteur.watches( { merged.ptr() } );
-      saboteur.drops( [&] { sm = nullptr; } );
+      saboteur.drops( sm );
       saboteur.does( [&] { sm->initializedIs( true ); } );
       saboteur.does(
             [&] { w.status->lag( po( 1 ) )->resultIs( Hardware::Lag::Result::pending ); } );
@@ -277,8 +277,11 @@ TEST( LagLaws, FallbackFollowsWhetherTheAggregateIsManaged ) {
    auto individual = [&] { return w.acsd->lagInLacpFallbackIndividualMode( po( 1 ) ); };
    w.acsd->intfIs( eth( 1 ), true ); // the first entry: nobody manages the aggregate
    EXPECT_FALSE( individual() );
+   w.join( 1, 1 );
+   EXPECT_EQ( w.members( 1 ), Ports() );
    w.acsd->intfIs( po( 1 ), true );
    EXPECT_TRUE( individual() );
+   EXPECT_EQ( w.members( 1 ), Ports{ eth( 1 ) } ); // its port is looked at with it
    w.acsd->intfDel( po( 1 ) );
    EXPECT_FALSE( individual() );
    w.acsd->intfDel( eth( 1 ) ); // the last one: everything is managed

@@ -53,6 +53,39 @@ TEST_F( CreatorFlow, TheDriverIsAskedOnceTheMemberIsComplete ) {
    hardwarePorts( 1, 1 );
    EXPECT_EQ( driver->asked.front(), std::make_pair( 1u, 512u ) );
    EXPECT_EQ( hardware( 1 ), Ports{ eth( 1 ) } );
+
+   // One that was complete before it joined; a group that nobody lists is none.
+   hardwarePorts( 2, 3 );
+   phy->intfStatusIs( eth( 2 ) );
+   phy->intfStatusIs( eth( 3 ) );
+   guard.reset();
+   acsd->portToLagIs( eth( 2 ), po( 2 ) );
+   acsd->portToLagIs( eth( 3 ), po( 2 ) );
+   driver->asked.clear();
+   Qon::QonLagPortList list;
+   list.portIs( eth( 2 ), Qon::QonLagPort( true, true ) );
+   acsd->lagToPortIs( po( 2 ), list );
+   EXPECT_EQ( driver->asked.size(), 1u );
+   acsd->portToLagIs( eth( 2 ), IntfId() );
+   driver->asked.clear();
+   acsd->portToLagIs( eth( 2 ), po( 2 ) );
+   EXPECT_EQ( driver->asked.size(), 1u );
+   EXPECT_EQ( hardware( 2 ), Ports{ eth( 2 ) } );
+}
+
+/** A port goes from the group that another incarnation left it in to its own, and is never in both. */
+TEST_F( CreatorFlow, AStartTakesAPortOutOfItsFormerGroupFirst ) {
+   hardwarePorts( 1, 1 );
+   phy->intfStatusIs( eth( 1 ) );
+   config->lagIs( po( 2 ), 2 )->memberIs( eth( 1 ), Hardware::Lag::Member() );
+   config->lagIs( po( 7 ), 7 ); // nobody's
+   guard.emplace( acsd.ptr(), config.ptr() );
+   joined();
+   acsd->lagToPortIs( po( 2 ), {} );
+   create();
+   EXPECT_EQ( hardware( 1 ), Ports{ eth( 1 ) } );
+   EXPECT_TRUE( hardware( 2 ).empty() );
+   EXPECT_FALSE( config->lagHas( po( 7 ) ) );
 }
 
 TEST_F( CreatorFlow, WhatAnotherIncarnationLeftIsTidiedUp ) {
@@ -314,6 +347,52 @@ TEST_F( ConfigAggregatorFlow, AfterTheScanEventsHaveTheirEffectAtOnce ) {
    EXPECT_EQ( output->lagToPorts(), 0u ); // an entry goes with its last member
 }
 
+/** What is replayed, and what is said again, stays where it is. */
+TEST_F( ConfigAggregatorFlow, WhatStaysInItsGroupIsNotTakenOut ) {
+   configure( 1, 1 );
+   configure( 2, 1 );
+   create();
+   scheduler.turn();
+   std::vector< IntfId > touched;
+   Kiv::Listener< Hardware::Lag::AggregatedLagConfig::memberAttr > members;
+   members.attach( output->lagToPort( po( 1 ) ),
+                   [&]( const IntfId & port ) { touched.push_back( port ); } );
+   input->intfConfig( eth( 1 ) )->modeIs( Interface::LagMode::passive );
+   scheduler.settle();
+   input->intfConfig( eth( 2 ) )->modeIs( Interface::LagMode::active );
+   EXPECT_EQ( touched, ( std::vector< IntfId >{ eth( 1 ), eth( 2 ) } ) );
+}
+
+TEST_F( ConfigAggregatorFlow, ARestInTheMiddleOfTheScanBeginsAnew ) {
+   const U32 batch = Qon::LagConfigAggregatorSm::batch;
+   for ( U32 port = 1; port <= 2 * batch; ++port ) {
+      configure( port, 1 );
+   }
+   create();
+   scheduler.turn();
+   aggregator->initializedIs( false );
+   scheduler.settle();
+   EXPECT_EQ( members( 1 ).size(), batch );
+   configure( 1, 2 );
+   output->lagToPortIs( po( 9 ) )->memberIs( eth( 1 ), Interface::LagMode::on );
+   aggregator->initializedIs( true );
+   scheduler.settle();
+   EXPECT_EQ( members( 1 ).size(), 2 * batch - 1 );
+   EXPECT_EQ( members( 2 ), Ports{ eth( 1 ) } );
+   EXPECT_FALSE( output->lagToPortHas( po( 9 ) ) );
+
+   aggregator->initializedIs( false ); // and after it
+   output->lagToPortIs( po( 9 ) )->memberIs( eth( 1 ), Interface::LagMode::on );
+   configure( 2, 2 );
+   scheduler.settle();
+   EXPECT_EQ( members( 2 ), Ports{ eth( 1 ) } );
+   aggregator->initializedIs( true );
+   scheduler.settle();
+   EXPECT_EQ( members( 2 ), ( Ports{ eth( 1 ), eth( 2 ) } ) );
+   EXPECT_FALSE( output->lagToPortHas( po( 9 ) ) );
+   EXPECT_EQ( aggregator->checkInvariants(), "" );
+}
+
 TEST_F( ConfigAggregatorFlow, WhatChangesWhileStaleEntriesGoIsReplayed ) {
    output->lagToPortIs( po( 9 ) );
    configure( 1, 1 );
@@ -363,6 +442,16 @@ TEST_F( StateAggregatorFlow, MergesWhatTheSlicesHold ) {
    EXPECT_EQ( merged->lag( po( 1 ) )->member( eth( 1 ) ),
               MemberStatus( Result::noMember, true, false, false ) );
    EXPECT_EQ( merged->lag( po( 1 ) )->result(), Result::success );
+   for ( auto * one : { first.ptr(), second.ptr() } ) {
+      const MemberStatus both( Result::success, true, true, false );
+      first->memberIs( eth( 4 ), both );
+      second->memberIs( eth( 4 ), both );
+      one->memberIs( eth( 4 ), MemberStatus( Result::success, false, true, true ) );
+      EXPECT_EQ( merged->lag( po( 1 ) )->member( eth( 4 ) ),
+                 MemberStatus( Result::success, false, true, true ) );
+   }
+   first->memberDel( eth( 4 ) );
+   second->memberDel( eth( 4 ) );
    first->resultIs( Result::noMember ); // of two failures, the first
    second->resultIs( Result::noLag );
    EXPECT_EQ( merged->lag( po( 1 ) )->result(), Result::noMember );
@@ -384,6 +473,10 @@ TEST_F( StateAggregatorFlow, ASliceThatDeletesAndCreatesIsFollowed ) {
    slices[0]->lagIs( po( 1 ) )->memberIs( eth( 2 ), MemberStatus() );
    EXPECT_FALSE( merged->lag( po( 1 ) )->memberHas( eth( 1 ) ) );
    EXPECT_TRUE( merged->lag( po( 1 ) )->memberHas( eth( 2 ) ) );
+   merged->lagDel( po( 1 ) ); // by somebody else: what comes finds nothing to write to
+   slices[0]->lag( po( 1 ) )->memberIs( eth( 3 ), MemberStatus() );
+   slices[0]->lag( po( 1 ) )->resultIs( Result::success );
+   EXPECT_EQ( merged->lag( po( 1 ) )->result(), Result::success );
 }
 
 TEST_F( StateAggregatorFlow, AtRestNothingIsHeardAndThenAllOfIt ) {

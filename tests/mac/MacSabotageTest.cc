@@ -11,9 +11,11 @@ using enum Qon::MacProgramStatus;
 TEST( MacSabotage, OfTheProgrammer ) {
    Tests::sabotage( []( Saboteur & saboteur ) {
       MacWorld w;
-      std::vector< MacCmdPtr > commands = { addHost( 1 ), addHost( 2 ), flushAll() };
-      saboteur.watches( { commands[0].ptr(), commands[1].ptr(), commands[2].ptr() } );
-      saboteur.drops( [&] { w.chip = nullptr; } );
+      std::vector< MacCmdPtr > commands = { addHost( 1 ), addHost( 2 ), flushAll(), addHost( 1 ) };
+      for ( auto & cmd : commands ) {
+         saboteur.watches( { cmd.ptr() } );
+      }
+      saboteur.drops( w.chip );
       auto step = [&]( auto && act ) {
          saboteur.does( [&] {
             if ( const auto chip = w.chip ) { // whoever calls it holds it
@@ -25,6 +27,7 @@ TEST( MacSabotage, OfTheProgrammer ) {
       step( [&]( FakeChip & chip ) { chip.handleFlushOp( commands[2] ); } );
       step( [&]( FakeChip & chip ) { chip.handleAddrOp( commands[1] ); } );
       saboteur.does( [&] { w.scheduler.settle(); } );
+      step( [&]( FakeChip & chip ) { chip.handleAddrOp( commands[3] ); } ); // a newer wish
       for ( auto status : { macProgramBusy, macProgramFull, macProgramSuccess } ) {
          for ( auto & cmd : commands ) {
             step( [&]( FakeChip & chip ) { chip.answer( cmd, status ); } );

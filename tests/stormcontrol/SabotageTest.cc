@@ -30,7 +30,7 @@ flow( Saboteur & saboteur, const Tests::Ends & ends, World & w,
    w.status->intfStatusIs( eth( 9 ) );
    saboteur.watches( entities );
    saboteur.watches( { bell.rope() } );
-   saboteur.drops( [&] { w.sm = nullptr; } );
+   saboteur.drops( w.sm );
    saboteur.does( [&] { w.start(); } );
    Tests::does( saboteur, [&] { w.phy( 1 ); } );
    Tests::does( saboteur, [&] { w.config->aggregateTcIs( 2 )->thresholdIs( kbps( 2 ) ); } );
@@ -111,7 +111,7 @@ TEST( StormSabotage, OfDropSums ) {
       auto sm = Qon::StormControlDropSmIs(
             { w.config, w.status, w.slices, w.drops, w.acsd, w.scheduler.timerWheel() } );
       saboteur.watches( { w.drops.ptr() } );
-      saboteur.drops( [&] { sm = nullptr; } );
+      saboteur.drops( sm );
       saboteur.does( [&] { sm->initializedIs( true ); } );
       saboteur.does( [&] { drop( "B", 1, 5 ); } );
       saboteur.does( [&] { drop( "A", 1, 2 ); } );
@@ -134,7 +134,7 @@ TEST( StormSabotage, OfErrdisable ) {
          w.status->intfStatusIs( eth( port ) )->dropsComparableIs( true );
       }
       saboteur.watches( { disabled.ptr() } );
-      saboteur.drops( [&] { sm = nullptr; } );
+      saboteur.drops( sm );
       sm->initializedIs( true );
       for ( U32 port = 1; port <= 4; ++port ) {
          saboteur.does( [&] { w.statusOf( eth( port ) )->allDropIs( 1 ); } );

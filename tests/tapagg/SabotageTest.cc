@@ -80,7 +80,7 @@ TEST( TapAggSabotage, OfWhatIsPublished ) {
       TapAggWorld w;
       prepare( w );
       saboteur.watches( { w.pmapStatus.ptr(), w.requests.ptr() } );
-      saboteur.drops( [&] { w.sm = nullptr; } );
+      saboteur.drops( w.sm );
       flow( w, [&]( auto step ) { saboteur.does( step ); } );
       saboteur.ends( [&] { return differs( w ); } );
       w.table.takeRefused();

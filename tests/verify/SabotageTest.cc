@@ -70,10 +70,7 @@ TEST( VerifySabotage, OfTheRequestsOfClients ) {
       const String command = "VTS#qonVerify::sand#";
       w.feature->check = [&] { w.feature->finds( "lost" ); };
       saboteur.watches( { w.data.ptr(), requests.ptr() } );
-      saboteur.drops( [&] {
-         dirSm = nullptr;
-         sm = nullptr;
-      } );
+      saboteur.drops( dirSm, sm );
       saboteur.does( [&] { requests->requestIs( "early", command, early.agentEnd() ); } );
       saboteur.does( [&] {
          if ( const auto started = dirSm ) {

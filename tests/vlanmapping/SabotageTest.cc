@@ -44,7 +44,7 @@ sabotageFirst( bool graceful ) {
       w.member( 1, 1 );
       saboteur.watches( { w.acsd.ptr(), w.ingConfig.ptr(), w.egrConfig.ptr(), w.intfSets.ptr(),
                           w.lagMemberStatus.ptr(), bell.rope() } );
-      saboteur.drops( [&] { w.sm = nullptr; } );
+      saboteur.drops( w.sm );
       saboteur.does( [&] { w.start(); } );
       Tests::does( saboteur,
                    [&] { w.wants( cli, eth( 2 ), in, 10, 111 ); } ); // the same as its group's
@@ -89,7 +89,7 @@ TEST( VlanMappingSabotage, OfThePipeline ) {
          w.wants( cli, eth( 1 ), in, 5, 105 );
          saboteur.watches( { w.platform.ptr(), w.sourceStatus.ptr(), w.interlock.ptr(),
                              w.merged.ptr(), w.sources.ptr(), w.acsd.ptr(), bell.rope() } );
-         saboteur.drops( [&] { w.sm2 = nullptr; } );
+         saboteur.drops( w.sm2 );
          saboteur.does( [&] { w.startPipeline( slices ); } );
          saboteur.does( [&] { w.scheduler.settle(); } );
          w.scheduler.settle();
