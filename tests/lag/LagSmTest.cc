@@ -88,6 +88,10 @@ TEST_F( LagSmFlow, RestartLeavesEverythingAndTheNextIncarnationTidiesUp ) {
    lag( 2 )->lacpFallbackEnabledIs( 2 );
    Kiv::agentRestartingIs( true );
    dir->intfStatusDel( po( 2 ) );
+   acsd->intfIs( eth( 9 ), true ); // everything is looked at again
+   acsd->intfIs( po( 2 ), true );
+   acsd->intfDel( eth( 9 ) );
+   acsd->intfDel( po( 2 ) );
    EXPECT_EQ( members( 2 ), ( Ports{ eth( 2 ), eth( 3 ) } ) );
    EXPECT_EQ( hardware( 2 ), ( Ports{ eth( 2 ), eth( 3 ) } ) );
    EXPECT_TRUE( deviceNames->intfDeviceNameHas( po( 2 ) ) );
@@ -110,6 +114,30 @@ TEST_F( LagSmFlow, RestartLeavesEverythingAndTheNextIncarnationTidiesUp ) {
    EXPECT_EQ( hardware( 1 ), Ports{ eth( 3 ) } );
    EXPECT_FALSE( config->lagHas( po( 2 ) ) );
    EXPECT_GT( guard->hardwareChanges, before );
+   checkAll();
+}
+
+/** What another incarnation left half done: a port in two lists, one that no list has, one that has
+    only a list. */
+TEST_F( LagSmFlow, MapsThatContradictEachOtherAreMended ) {
+   guard.reset();
+   for ( auto [n, ports] : { std::pair( 1u, Ports{ eth( 1 ), eth( 2 ) } ),
+                             std::pair( 2u, Ports{ eth( 2 ), eth( 3 ) } ) } ) {
+      Qon::QonLagPortList list;
+      for ( IntfId port : ports ) {
+         list.portIs( port, Qon::QonLagPort( true, true ) );
+      }
+      acsd->lagToPortIs( po( n ), list );
+   }
+   acsd->portToLagIs( eth( 1 ), po( 1 ) );
+   acsd->portToLagIs( eth( 2 ), po( 2 ) );
+   acsd->portToLagIs( eth( 5 ), po( 1 ) );
+   lag( 2 );
+   join( 1, 1 );
+   start();
+   EXPECT_EQ( members( 1 ), Ports{ eth( 1 ) } );
+   EXPECT_EQ( members( 2 ), Ports() );
+   EXPECT_EQ( acsd->portToLags(), 1u );
    checkAll();
 }
 
@@ -340,6 +368,14 @@ TEST_F( LagSmFlow, TheMapsAloneWillDo ) {
    lagSm->initializedIs( true );
    dir->intfStatusDel( po( 1 ) );
    EXPECT_EQ( acsd->portToLags(), 0u );
+   checkAll();
+   lagSm = Qon::LagSmIs( acsd, dir, nullptr, mlag, nullptr, nullptr );
+   lagSm->initializedIs( true );
+   lagSm->sharePeerLinkWithLagIs( po( 2 ), true );
+   mlagUp( eth( 9 ) );
+   join( 2, 1 );
+   mlag->mlagStateIs( Mlag::MlagState::disabled );
+   EXPECT_EQ( members( 2 ), Ports{ eth( 1 ) } );
    checkAll();
 }
 

@@ -81,6 +81,20 @@ TEST_F( LagTexts, TracesOfMembership ) {
    guard.reset(); // of what the restart leaves
 }
 
+/** What goes on as it is says nothing. */
+TEST_F( LagTexts, NoTraceWithoutAChange ) {
+   join( 1, 1 );
+   start();
+   mlagUp( eth( 9 ) );
+   Tests::expectNoTrace(
+         [&] {
+            lagSm->sharePeerLinkWithLagIs( po( 1 ), true );
+            acsd->intfIs( eth( 8 ), true );
+            acsd->intfDel( eth( 8 ) );
+         },
+         { "invalid", "deviceName" } );
+}
+
 class LagCreatorTexts : public LagTexts {
  protected:
    struct Driver : Qon::LagPacketDriver {

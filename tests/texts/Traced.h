@@ -26,4 +26,16 @@ expectTraced( const std::function< void() > & flow, const std::vector< Velto::St
    }
 }
 
+/** Expects that the flow traces nothing with one of the words in it. */
+inline void
+expectNoTrace( const std::function< void() > & flow, const std::vector< Velto::String > & words ) {
+   Flintlog::TraceRecorder recorder;
+   flow();
+   for ( auto & record : recorder.records() ) {
+      for ( auto & word : words ) {
+         EXPECT_EQ( record.text.find( word ), Velto::String::npos ) << record.text;
+      }
+   }
+}
+
 } // namespace Tests
