@@ -101,6 +101,18 @@ TEST_F( TopologyTexts, TracesOfTopologies ) {
                        } );
 }
 
+TEST_F( TopologyTexts, NoTraceOfWhatIsNotTheCase ) {
+   stp.topo( "mst0", 7 );
+   tapAggTopo( "tap", 9 );
+   start( helper );
+   expectNoTrace(
+         [&] {
+            stp.vlan( 10, "mst0" );
+            mode( HwOperationalMode::tapAgg );
+         },
+         { "nothing to do", "configure regular", "take it out", "not yet" } );
+}
+
 TEST_F( TopologyTexts, TracesOfFlushesAndOfVlansThatLoseTheirTopology ) {
    auto flow = [&] {
       stp.topo( "mst0", 7 );
@@ -149,6 +161,21 @@ TEST( VlanTopoTexts, TracesOfTheWalk ) {
                              "mst0 still waiting for 1 vlans",
                              "No Vlan helper",
                        } );
+}
+
+TEST( VlanTopoTexts, NoTraceOfWhatIsNotTheCase ) {
+   ChipWorld world( ChipKind::perVlan );
+   expectNoTrace(
+         [&] {
+            world.stp.topo( "mst0", 7 );
+            world.stp.vlan( 10, "mst0" );
+            world.member( "Ethernet1", 10 );
+            world.run();
+            world.stp.port( "mst0", "Ethernet1", PortState::forwarding );
+            world.lags.join( "Ethernet1", "Port-Channel1" );
+            world.scheduler.runFor( 10 );
+         },
+         { "TapAgg", "No Vlan helper", "no room", "NULL", "not yet", "Nothing" } );
 }
 
 TEST( VlanTopoTexts, AnUpdateThatSomebodyEmptiedOrTookAwayIsFatal ) {

@@ -61,6 +61,40 @@ TEST_F( InterruptTest, APauseInTheMiddleOfAMoveIsMadeGood ) {
    EXPECT_EQ( count( helper->calls(), "add mst1 10" ), 1u );
 }
 
+/** At a start, at the end of a pause, and where a port joins a group. */
+TEST_F( InterruptTest, WhoeverStartsItHearsOfAnException ) {
+   build();
+   auto raises = [&] { at( "set 7 mst0", [] { throw std::runtime_error( "chip" ); } ); };
+   raises();
+   EXPECT_THROW( start( helper ), std::runtime_error );
+   EXPECT_EQ( held( "Ethernet3" ), blocked );
+   stpSm->initializedIs( false );
+   raises();
+   EXPECT_THROW( stpSm->initializedIs( true ), std::runtime_error );
+   raises();
+   EXPECT_THROW( lags.join( "Ethernet4", "Port-Channel1" ), std::runtime_error );
+   stpSm->initializedIs( false );
+   stp.vlan( 11, "mst0" );
+   at( "add mst0 11", [] { throw std::runtime_error( "chip" ); } );
+   EXPECT_THROW( stpSm->initializedIs( true ), std::runtime_error );
+   EXPECT_EQ( held( "Ethernet4" ), blocked );
+}
+
+TEST_F( InterruptTest, TapAndToolPortsOfAPauseAreMadeGood ) {
+   run();
+   tapAgg->tapIntfIs( intf( "Ethernet5" ) );
+   mode( HwOperationalMode::tapAgg );
+   stpSm->initializedIs( false );
+   tapAgg->tapIntfDel( intf( "Ethernet5" ) );
+   tapAgg->toolIntfIs( intf( "Ethernet1" ) );
+   helper->calls();
+   stpSm->initializedIs( true );
+   EXPECT_EQ( held( "Ethernet5", "tapAgg" ), blocked );
+   EXPECT_EQ( held( "Ethernet1", "tapAgg" ), forwarding );
+   EXPECT_EQ( stp.acked( "mst0", "Ethernet1" ), int( forwarding ) );
+   EXPECT_EQ( count( helper->calls(), "set 7 mst0 Ethernet1" ), 0u );
+}
+
 TEST_F( InterruptTest, NothingIsHeardAfterACleanUp ) {
    Env enable( "ENABLE_VERIFY", "1" );
    run();

@@ -181,6 +181,8 @@ TEST_F( ReentryTest, AnAggregateThatLosesItsLastMemberIsNotToldOfIt ) {
 TEST_F( ReentryTest, APauseIsMadeGood ) {
    run();
    stp.topo( "mst1", 8 );
+   stp.topo( "mst2", 9 );
+   stp.vlan( 12, "mst0" );
    stp.port( "mst0", "Ethernet1", learning );
    helper->calls();
    stpSm->initializedIs( false );
@@ -190,12 +192,15 @@ TEST_F( ReentryTest, APauseIsMadeGood ) {
    lags.leave( "Ethernet2" );
    stp.port( "mst0", "Ethernet5", forwarding );
    stp.config->topoConfig( "mst0" )->topoPortConfigDel( intf( "Ethernet1" ) );
+   stp.topoDel( "mst2" );
+   stp.config->vidToTopoMapDel( VlanId( 12 ) );
    helper->setStpStateDoneTopoId( 7 );
    EXPECT_EQ( helper->calls(), Calls{} );
    EXPECT_EQ( stp.acked( "mst0", "Ethernet1" ), int( blocked ) );
    stpSm->initializedIs( true );
    auto calls = helper->calls();
    EXPECT_EQ( count( calls, "init" ) + count( calls, "alloc" ), 0u );
+   EXPECT_EQ( count( calls, "free mst2" ) + count( calls, "del mst0 12" ), 2u );
    EXPECT_EQ( count( calls, "add mst1 10" ) + count( calls, "del mst0 10" ), 2u );
    EXPECT_EQ( count( calls, "add mst0 11" ), 1u );
    EXPECT_EQ( held( "Ethernet4" ), blocked );
@@ -295,6 +300,10 @@ TEST_F( ReentryTest, AnotherTapAggregationTopologyTouchesNoOther ) {
    tapAgg = Velto::make< TapAgg::HwConfig >( "again" );
    tapAggTopo( "other", 101 );
    EXPECT_EQ( helper->calls(), ( Calls{ "set 7 mst0 Ethernet1 1", "set 101 other Ethernet1 1" } ) );
+   tapAgg->toolIntfIs( intf( "Ethernet4" ) );
+   helper->calls();
+   tapAgg->tapAggTopoIdIs( 102 ); // of the new ones
+   EXPECT_EQ( helper->calls(), Calls{ "set 102 other Ethernet4 3" } );
 }
 
 TEST_F( ReentryTest, OtherSettingsThatComeWhileTheModeIsEnteredAreFollowed ) {
@@ -316,12 +325,14 @@ TEST_F( ReentryTest, TheTapAggregationTopologyMayBeAConfiguredOne ) {
    run();
    stp.vlan( 20, "tapAgg" );
    mode( HwOperationalMode::tapAgg );
-   stp.topo( "tapAgg", 100 );
-   stp.port( "tapAgg", "Ethernet1", learning );
    auto calls = helper->calls();
    EXPECT_EQ( count( calls, "alloc tapAgg" ), 1u );
    EXPECT_EQ( count( calls, "add tapAgg" ), 4093u );
    EXPECT_EQ( std::count( calls.begin(), calls.end(), "add tapAgg 20" ), 1 );
+   stp.topo( "tapAgg", 100 );
+   stp.port( "tapAgg", "Ethernet1", learning );
+   calls = helper->calls();
+   EXPECT_EQ( count( calls, "alloc tapAgg" ) + count( calls, "add tapAgg" ), 0u );
    stp.topoDel( "tapAgg" );
    stp.topo( "tapAgg", 100 );
    mode( HwOperationalMode::switching );
@@ -359,6 +370,18 @@ TEST_F( ReentryTest, ToolGroupsForwardThroughWhomTheyLeadTo ) {
    at( "set 100 tapAgg Ethernet4 1", [&] { tapAgg->tapIntfIs( intf( "Ethernet4" ) ); } );
    lags.leave( "Ethernet4" );
    EXPECT_EQ( held( "Ethernet4", "tapAgg" ), forwarding );
+
+   // One that never had members carries it itself, until it has one: that is not taken back then.
+   tapAgg->toolIntfIs( intf( "Port-Channel9" ) );
+   EXPECT_EQ( helper->calls().back(), "set 100 tapAgg Port-Channel9 3" );
+   for ( int n = 0; n < 2; ++n ) {
+      lags.join( "Ethernet9", "Port-Channel9" );
+      lags.leave( "Ethernet9" );
+   }
+   EXPECT_EQ( count( helper->calls(), "set 100 tapAgg Port-Channel9" ), 0u );
+   mode( HwOperationalMode::switching );
+   mode( HwOperationalMode::tapAgg ); // what was before is of no account
+   EXPECT_EQ( count( helper->calls(), "set 100 tapAgg Port-Channel9 3" ), 1u );
 }
 
 // --- Ends ----------------------------------------------------------------------------------------

@@ -37,11 +37,13 @@ TEST_F( StpSmTest, StartsWithWhatIsThereAlready ) {
    stp.topo( "mst0", 7 );
    stp.vlan( 10, "mst0" );
    stp.vlan( 20, "late" );
+   stp.vlan( 30, "" ); // in none
    stp.port( "mst0", "Ethernet1", forwarding );
    stp.config->pvstBpduTrapEnabledIs( true );
    start( helper );
    EXPECT_EQ( helper->calls(),
               ( Calls{ "init", "alloc mst0", "set 7 mst0 Ethernet1 3", "add mst0 10" } ) );
+   EXPECT_EQ( stpSm->vlanToTopoSmMaps(), 2u );
    EXPECT_EQ( stpSm->bpduTrapping, std::pair( false, true ) );
    stp.config->bpduTrapEnabledIs( true );
    EXPECT_EQ( stpSm->bpduTrapping, std::pair( true, true ) );
@@ -351,10 +353,21 @@ TEST_F( StpSmTest, CleanUpGivesEverythingBackAndAStartAfterItIsAStart ) {
    stp.vlan( 30, "mst0" );
    EXPECT_EQ( helper->calls(), Calls{} );
    EXPECT_EQ( stp.acked( "mst0", "Ethernet1" ), int( blocked ) );
+   EXPECT_EQ( stpSm->currentHwOperationalMode(), HwOperationalMode::switching );
+   stpSm->initializedIs( true ); // in the mode, as before
+   EXPECT_EQ( helper->hardware["tapAgg"][intf( "Ethernet2" )], forwarding );
+   EXPECT_EQ( stpSm->topoToVlanMap( "tapAgg" )->vlans(), 4092u );
+   stpSm->doCleanup();
    mode( HwOperationalMode::switching );
+   helper->calls();
    stpSm->initializedIs( true );
    EXPECT_EQ( helper->calls(), ( Calls{ "init", "alloc mst0", "set 7 mst0 Ethernet1 3",
                                         "add mst0 10", "add mst0 30" } ) );
+   tapAgg->toolIntfIs( intf( "Ethernet1" ) ); // settings of a mode that is not in use
+   acsd->tapAggHwConfigIs( nullptr );
+   tapAggTopo( "tapAgg", 101 );
+   EXPECT_EQ( helper->calls(), Calls{} );
+   EXPECT_EQ( stpSm->tapAggIntf()->intfInfos(), 0u );
 }
 
 TEST_F( StpSmTest, DeathCallsNoHookAndEndsEverything ) {

@@ -111,12 +111,16 @@ TEST_F( VlanHelperTest, BlockingAVlanCountsForPortsThatComeLater ) {
    }
    EXPECT_EQ( update(), ( Calls{ "create 10", "update 10" } ) );
    EXPECT_TRUE( helper->forwards( intf( "Ethernet150" ), v20 ) );
+   EXPECT_TRUE( helper->membership( intf( "Ethernet1" ), v10 ) );
+   EXPECT_FALSE( helper->membership( intf( "Ethernet999" ), v10 ) ); // known to nobody
 }
 
 TEST_F( VlanHelperTest, WhatChangesDuringAnUpdateStartsItAgain ) {
    set( "Ethernet1" );
    scheduler.settle();
+   scheduler.runFor( 5 );
    const U64 late = set( "Ethernet2" );
+   EXPECT_EQ( Kiv::now() - helper->updateState( v10 ).since, 5.0 ); // of the first
    scheduler.settle();
    EXPECT_EQ( helper->takeCalls().size(), 2u ); // no second one while one is under way
    helper->updateVlanDone( v10, Qon::VlanProgrammingStatus::success );
@@ -124,8 +128,9 @@ TEST_F( VlanHelperTest, WhatChangesDuringAnUpdateStartsItAgain ) {
    EXPECT_EQ( helper->takeCalls(), Calls{ "update 10 Ethernet1uie Ethernet2uie" } );
    helper->updateVlanDone( v10, Qon::VlanProgrammingStatus::success );
    EXPECT_EQ( completed(), late );
-   helper->updateVlanDone( v10, Qon::VlanProgrammingStatus::success ); // nobody asked
+   helper->updateVlanDone( v10, Qon::VlanProgrammingStatus::failed ); // nobody asked
    EXPECT_EQ( completed(), late );
+   EXPECT_FALSE( helper->updateState( v10 ).failed );
 }
 
 TEST_F( VlanHelperTest, AFailureIsNotCompletedAndTriedAgain ) {
@@ -138,6 +143,7 @@ TEST_F( VlanHelperTest, AFailureIsNotCompletedAndTriedAgain ) {
    const U64 again =
          helper->doHandlePortState( intf( "Ethernet2" ), v10, true ) + set( "Ethernet1" );
    EXPECT_GT( again, first );
+   EXPECT_FALSE( helper->updateState( v10 ).failed );
    update( Qon::VlanProgrammingStatus::failed );
    // ... or after a while.
    scheduler.runFor( Qon::VlanHelper::retryInterval );
@@ -158,7 +164,7 @@ TEST_F( VlanHelperTest, ManyVlansAreToldInSlices ) {
    const std::size_t some = helper->takeCalls().size();
    EXPECT_TRUE( some > 0 && some < 300 ) << some;
    scheduler.readCostIs( 0 );
-   scheduler.settle();
+   scheduler.turn();
    EXPECT_EQ( some + helper->takeCalls().size(), 600u ); // made, and told
    for ( U32 vlan = 1; vlan <= 300; ++vlan ) {
       helper->updateVlanDone( VlanId( vlan ), Qon::VlanProgrammingStatus::success );
@@ -185,6 +191,8 @@ TEST_F( VlanHelperTest, AVlanThatGoesKeepsNobodyWaiting ) {
    scheduler.settle();
    helper->vlanDel( v10 );
    EXPECT_EQ( completed(), helper->updateState( v10 ).requested );
+   helper->vlanDel( v20 ); // which had nothing
+   EXPECT_EQ( helper->updateState( v20 ).requested, 0u );
    set( "Ethernet2" );
    const U64 back = set( "Ethernet3" );
    EXPECT_EQ( update(), ( Calls{ "create 10", "update 10 Ethernet1uie" } ) );

@@ -133,6 +133,44 @@ TEST_F( VlanTopoTest, AVlanThatMovesCarriesAlongWhatItWasTold ) {
    EXPECT_EQ( stp.acked( "b", "Ethernet2" ), int( PortState::disabled ) );
    rest();
    EXPECT_EQ( stp.acked( "b", "Ethernet2" ), int( blocked ) );
+
+   // The same where the last thing it was told of is a state.
+   stp.vlan( 1, "a" );
+   stp.port( "a", "Ethernet2", forwarding );
+   rest();
+   latencyIs( Kiv::never );
+   stp.port( "a", "Ethernet2", blocked );
+   scheduler.settle();
+   stp.vlan( 1, "b" );
+   stp.port( "b", "Ethernet2", learning );
+   scheduler.settle();
+   EXPECT_TRUE( forwards( 1, "Ethernet2" ) );
+   EXPECT_EQ( stp.acked( "b", "Ethernet2" ), int( blocked ) );
+   rest();
+   EXPECT_EQ( stp.acked( "b", "Ethernet2" ), int( learning ) );
+}
+
+TEST_F( VlanTopoTest, AVlanWithoutMembersHoldsBackUntilItHasEntered ) {
+   build( 1 );
+   for ( U32 vlan : { 5, 6, 7 } ) {
+      stp.vlan( vlan, "b" );
+   }
+   rest();
+   slow();
+   stp.port( "b", "Ethernet4", forwarding );
+   while ( !vlanTopo->currentTopoUpdate() ) {
+      scheduler.turn();
+   }
+   U32 slices = 0;
+   for ( U32 vlan = 11; vlan <= 20; ++vlan ) {
+      stp.vlan( vlan, "b" );
+   }
+   for ( ; vlanTopo->remainingWorkUnits(); ++slices ) {
+      EXPECT_EQ( stp.acked( "b", "Ethernet4" ), int( PortState::disabled ) );
+      scheduler.turn();
+   }
+   EXPECT_GE( slices, 10u ); // one for each that enters
+   EXPECT_EQ( stp.acked( "b", "Ethernet4" ), int( forwarding ) );
 }
 
 TEST_F( VlanTopoTest, ATopologyThatComesBackWaitsForNothingOfTheFormerOne ) {
@@ -202,6 +240,29 @@ TEST_F( VlanTopoTest, APortThatGoesDuringItsUpdateForwardsInNoFurtherVlan ) {
    stp.config->topoConfig( "a" )->topoPortConfigDel( intf( "Ethernet1" ) );
    rest();
    EXPECT_FALSE( forwards( 8, "Ethernet1" ) );
+}
+
+TEST_F( VlanTopoTest, ATapPortThatGoesDuringItsUpdateForwardsInNoFurtherVlan ) {
+   build();
+   tapAggTopo( "tap", 100 );
+   mode( Qon::HwOperationalMode::tapAgg );
+   for ( U32 vlan = 20; vlan < 40; ++vlan ) {
+      member( "Ethernet3", vlan );
+   }
+   rest();
+   slow();
+   tapAgg->tapIntfIs( intf( "Ethernet3" ) );
+   for ( U32 turn = 0; !forwards( 20, "Ethernet3" ); ++turn ) {
+      ASSERT_LT( turn, 4094u );
+      scheduler.turn();
+      completions().finishAll();
+   }
+   tapAgg->tapIntfDel( intf( "Ethernet3" ) );
+   for ( U32 turn = 0; turn < 40; ++turn ) {
+      scheduler.turn();
+      completions().finishAll();
+      EXPECT_FALSE( forwards( 39, "Ethernet3" ) );
+   }
 }
 
 TEST_F( VlanTopoTest, ACleanUpAndAnotherStateMachineLeaveNothingBehind ) {
@@ -321,10 +382,11 @@ TEST_F( VlanTopoTest, WithoutAVlanHelperEverythingIsDone ) {
    stp.port( "a", "Ethernet1", forwarding );
    scheduler.settle();
    vlanTopo->vlanHelperIs( nullptr );
+   scheduler.settle();
+   EXPECT_EQ( stp.acked( "a", "Ethernet1" ), 3 );
    stp.port( "b", "Ethernet1", forwarding );
    stp.vlan( 1, "b" );
    scheduler.settle();
-   EXPECT_EQ( stp.acked( "a", "Ethernet1" ), 3 );
    EXPECT_EQ( stp.acked( "b", "Ethernet1" ), 3 );
 }
 
@@ -344,6 +406,34 @@ TEST_F( VlanTopoTest, AnotherVlanHelperIsToldEverything ) {
    EXPECT_EQ( notAtRest(), "" );
    EXPECT_TRUE( forwards( 8, "Ethernet1" ) && !forwards( 8, "Ethernet2" ) );
    EXPECT_EQ( stp.acked( "a", "Ethernet1" ), int( forwarding ) );
+}
+
+TEST_F( VlanTopoTest, APortWhoseStateRaisesKeepsNoOtherBack ) {
+   struct Raising : SoftChip::SoftVlanHelper {
+      using SoftVlanHelper::SoftVlanHelper;
+      U64 doHandlePortState( IntfId port, VlanId vlan, bool forwarding ) override {
+         if ( std::exchange( raises, false ) ) {
+            throw Velto::RangeError( "chip" );
+         }
+         return SoftVlanHelper::doHandlePortState( port, vlan, forwarding );
+      }
+      bool raises = false;
+   };
+   build( 1 );
+   vlanTopo->vlanHelperIs( nullptr );
+   vlans = nullptr;
+   auto raising = Velto::make< Raising >( "raising", acsd.ptr(), vlanTable );
+   vlans = raising;
+   vlanTopo->vlanHelperIs( vlans );
+   member( "Ethernet1", 1 );
+   member( "Ethernet2", 1 );
+   rest();
+   stp.port( "a", "Ethernet1", forwarding );
+   stp.port( "a", "Ethernet2", forwarding );
+   raising->raises = true;
+   EXPECT_THROW( scheduler.settle(), Velto::RangeError );
+   rest();
+   EXPECT_TRUE( forwards( 1, "Ethernet2" ) && !forwards( 1, "Ethernet1" ) );
 }
 
 /** What the former helper's chip holds by now is of no account to another chip. */
@@ -380,11 +470,15 @@ TEST_F( VlanTopoTest, AVlanOutOfRangeIsRefusedAndForgotten ) {
       }
       EXPECT_EQ( vlanTopo->remainingWorkUnits(), 0u );
    }
+   vlanTopo->delVlanFromTopo( "a", 4095 );
+   EXPECT_THROW( vlanTopo->performVlanTopoOperations(), Velto::RangeError );
 }
 
 TEST_F( VlanTopoTest, TheTaskOutlivesTheStateMachine ) {
    build();
    stp.port( "a", "Ethernet1", forwarding );
+   stp.vlan( 9, "a" );
+   stp.config->vidToTopoMapDel( VlanId( 8 ) );
    stpSm = nullptr;
    scheduler.settle();
    EXPECT_EQ( vlanTopo->remainingWorkUnits(), 0u );
