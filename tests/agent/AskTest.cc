@@ -121,6 +121,12 @@ TEST( Ask, WordsAreCompletedByWhatThereIs ) {
    EXPECT_EQ( become( "event lin" ), "link" );
    EXPECT_EQ( become( "event link " ), "port= up=" );
    EXPECT_EQ( become( "trace QonVlanH" ), "QonVlanHelper" );
+   EXPECT_EQ( become( "trace QonVlanHelper QonVlanH" ), "" );
+   EXPECT_EQ( become( "raise DATAPLANE_MIRROR_SESSION" ),
+              "DATAPLANE_MIRROR_SESSION_RESOURCES_FULL" );
+   EXPECT_EQ( become( "raise X DATAPLANE_MIRROR_SESSION" ), "" );
+   EXPECT_EQ( become( "frame Ethernet" ), "Ethernet0 Ethernet4 Ethernet8" );
+   EXPECT_EQ( become( "frame Ethernet0 vla" ), "vlan=" );
    EXPECT_EQ( become( "get acsd/nowhere/x" ), "" );
 }
 

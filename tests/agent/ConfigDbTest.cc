@@ -251,6 +251,10 @@ TEST( ConfigDb, WordsAreThoseThatAreKnown ) {
       EXPECT_THROW( row.word( field, colours, 0 ), QonAgent::RowError ) << field;
    }
    EXPECT_THROW( row.list( "object" ), QonAgent::RowError );
+   EXPECT_EQ( row.text( "maybe" ), "maybe" );
+   for ( auto field : { "list", "object" } ) {
+      EXPECT_THROW( row.text( field ), QonAgent::RowError ) << field;
+   }
 }
 
 TEST( IntfNames, EveryNameOfAFileHasItsWayBack ) {
@@ -265,6 +269,8 @@ TEST( IntfNames, EveryNameOfAFileHasItsWayBack ) {
       EXPECT_EQ( names.spelling( names.intf( name ) ), name );
       EXPECT_TRUE( seen.insert( names.intf( name ) ).second ) << name;
    }
+   names.define( { "PortChannel0001", "PortChannel01" } ); // again: each keeps what it is
+   EXPECT_EQ( seen.count( names.intf( "PortChannel01" ) ), 1u );
    EXPECT_EQ( names.intf( "PortChannel1" ), intf( "Port-Channel1" ) );
    EXPECT_EQ( names.intf( "PortChannel0001" ), intf( "Port-Channel40001" ) );
    // Names that the file does not define, and what the format would call an interface.

@@ -1,8 +1,12 @@
 // The agent's socket: whatever a client does costs its own connection at most.
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/un.h>
+
+#include <filesystem>
+#include <thread>
 
 #include <nlohmann/json.hpp>
 
@@ -248,6 +252,31 @@ TEST( Server, TakesOverTheSocketOfTheDeadButNotOfTheLiving ) {
    close( fd );
    EXPECT_EQ( attempt( w.path ), "" );
    EXPECT_NE( access( w.path.c_str(), F_OK ), 0 );
+   // Another agent that looks whether the socket is free has the folder for a moment.
+   const auto parent = std::filesystem::path( w.path ).parent_path();
+   const int folder = open( parent.c_str(), O_RDONLY | O_DIRECTORY );
+   ASSERT_EQ( flock( folder, LOCK_EX ), 0 );
+   std::thread other( [&] {
+      usleep( 30000 );
+      flock( folder, LOCK_UN );
+   } );
+   EXPECT_EQ( attempt( w.path ), "" );
+   other.join();
+   close( folder );
+}
+
+TEST( Server, LeavesNoDescriptorBehind ) {
+   auto open = [] {
+      return std::distance( std::filesystem::directory_iterator( "/proc/self/fd" ), {} );
+   };
+   const auto before = open();
+   {
+      ServerWorld w;
+      SocketClient client( w.loop, w.path ), gone( w.loop, w.path );
+      client.send( getMode );
+      EXPECT_EQ( client.line(), mode );
+   }
+   EXPECT_EQ( open(), before );
 }
 
 TEST( Server, AVerificationCommandIsAnsweredAsItIs ) {

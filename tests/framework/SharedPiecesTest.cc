@@ -115,6 +115,7 @@ TEST( Bitmaps, HoldNumbersBelowTheirSize ) {
    const Bitmap some( { 3, 70, Bitmap::maxBits - 1 } );
    EXPECT_EQ( Bitmap( some.stringValue() ), some );
    EXPECT_EQ( Bitmap( "{}" ), Bitmap() );
+   EXPECT_EQ( some.count(), 3u );
    for ( auto text : { String( "{" + std::to_string( Bitmap::maxBits ) + "}" ), String( "{1,}" ),
                        String( "1" ), String( "{-1}" ), String( "{x}" ) } ) {
       EXPECT_THROW( Bitmap{ text }, Velto::RangeError ) << text;
@@ -122,6 +123,8 @@ TEST( Bitmaps, HoldNumbersBelowTheirSize ) {
    EXPECT_TRUE( some.contains( { 3, 70 } ) && some.contains( Bitmap() ) );
    EXPECT_FALSE( some.contains( { 3, 4 } ) ); // of one word
    EXPECT_FALSE( Bitmap( { 3 } ).contains( some ) );
+   EXPECT_TRUE( Bitmap( { 3 } ) < Bitmap( { 3, 70 } ) && Bitmap( { 63 } ) < Bitmap( { 64 } ) );
+   EXPECT_TRUE( Bitmap( { 3, 70 } ) > Bitmap( { 4 } ) && Bitmap( { 3 } ) < Bitmap( { 4 } ) );
 }
 
 TEST( WorkQueue, OneQuestionAtATimeAndOneThatRaisesIsAskedOnceMore ) {

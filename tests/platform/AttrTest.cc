@@ -332,6 +332,10 @@ TEST_F( Attributes, WhatIsWrongWithAPathIsSaid ) {
    EXPECT_EQ( "count[1]: 'count' has no keys", set( "count[1]", "1" ) );
    EXPECT_EQ( "port[Ethernet1]: expected True for a set's key, not 'False' (or delete it)",
               set( "port[Ethernet1]", "False" ) );
+   EXPECT_EQ( "leaf[Ethernet3/1]: 'leaf' holds entities: insert, or name an attribute",
+              set( "leaf[Ethernet3/1]", "1" ) );
+   EXPECT_EQ( "count: 'count' cannot be deleted",
+              error( [&] { Kiv::GenericIf::del( *tree, "count" ); } ) );
    EXPECT_NE( "accepted", set( "count", "4294967296" ) );
    EXPECT_NE( "accepted", set( "vlan[no such name]", "1" ) );
    EXPECT_NE( "accepted", set( "vlan[Ethernet1", "1" ) );

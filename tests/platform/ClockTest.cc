@@ -155,6 +155,38 @@ TEST_F( Clocks, OneThatFiredTakesNoOthersPlaceWhenItIsArmedAnew ) {
    EXPECT_EQ( heard, ( Heard{ "a", "b", "c", "d", "b" } ) );
 }
 
+TEST_F( Clocks, OneThatIsCalledOffTwiceTakesNoOthersTurn ) {
+   auto a = alarm( "a" ), b = alarm( "b" ), c = alarm( "c" );
+   a->clock->timeIs( 101 );
+   b->clock->timeIs( 101 );
+   a->act = [&] { b->clock->timeIs( Kiv::never ); }; // second of its turn, as c is next time
+   scheduler.runUntil( 102 );
+   a->clock->timeIs( 110 );
+   c->clock->timeIs( 110 );
+   b->clock->timeIs( 120 );
+   scheduler.runUntil( 200 );
+   EXPECT_EQ( heard, ( Heard{ "a", "a", "c" } ) );
+}
+
+/** Clocks that outlive what they are armed with, one of them while it is due, are as if idle. */
+TEST_F( Clocks, ThoseOfAWheelThatIsGoneDoNothing ) {
+   Velto::Ptr< Alarm > due, later;
+   {
+      Kiv::VirtualScheduler other( 100 );
+      auto first = alarm( "first" );
+      due = alarm( "due" );
+      later = alarm( "later" );
+      first->clock->timeIs( 100 );
+      due->clock->timeIs( 100 );
+      later->clock->timeIs( 200 );
+      first->act = [] { throw Velto::RangeError( "first" ); };
+      EXPECT_THROW( other.turn(), Velto::RangeError );
+   }
+   due->clock->timeIs( 300 );
+   later->clock->timeIs( Kiv::never );
+   EXPECT_EQ( heard, Heard{ "first" } );
+}
+
 TEST_F( Clocks, AHandlerThatRaisesCostsNoOtherFiring ) {
    struct Turns : Kiv::TurnWatch {
       void turnBegins() override { ++begun; }
@@ -330,6 +362,13 @@ TEST( EventLoop, ServesDescriptorsAndClocksInRealTime ) {
    }
    close( ends[0] );
    close( ends[1] );
+}
+
+TEST( EventLoop, WaitsForWholeSecondsToo ) {
+   Kiv::EventLoop loop;
+   const double start = Kiv::now();
+   loop.runOnce( 1.02 );
+   EXPECT_GE( Kiv::now(), start + 1 );
 }
 
 TEST( EventLoop, WorkTimesKnowWhenTheLongestPieceEnded ) {

@@ -182,6 +182,12 @@ TEST( Repetition, WhatOthersFoundIsNotForgotten ) {
    EXPECT_EQ( 1u, w.data->verifyInc() );
    EXPECT_EQ( "lost", w.data->verifyOutput().description() );
    EXPECT_EQ( 1u, w.messages( failed ) );
+   sure->check = nullptr; // but is of its own run only
+   w.data->doRequestVerify();
+   w.runFor( 5 );
+   EXPECT_EQ( 0u, w.data->verifyInc() );
+   EXPECT_EQ( "", w.data->verifyOutput().description() );
+   EXPECT_EQ( 1u, w.messages( failed ) );
 }
 
 TEST( Repetition, HasAnEnd ) {
