@@ -34,6 +34,7 @@ enum class Sabotage : U8 { drops, raises, gone, dead };
 class Saboteur : public Velto::Node {
  public:
    Saboteur( U32 at, Sabotage what ) : at_( at ), what_( what ) { hasNotificationActiveIs( true ); }
+   ~Saboteur() override { EXPECT_TRUE( dead_.empty() ) << "a flow closes with ends()"; }
 
    void watches( std::initializer_list< const Kiv::Entity * > entities ) {
       for ( auto entity : entities ) {
@@ -66,6 +67,9 @@ class Saboteur : public Velto::Node {
       }
    }
    void ends( const std::function< Velto::String() > & broken ) {
+      const U32 changes = changes_;
+      dead_.clear(); // while the world that it stands in lives
+      changes_ = changes;
       if ( what_ == Sabotage::raises ) {
          EXPECT_EQ( broken(), "" ) << "after an exception at change " << at_;
          EXPECT_EQ( caught_, struck_ ? 1u : 0u ) << "change " << at_;
