@@ -347,6 +347,24 @@ TEST_F( ConfigAggregatorFlow, AfterTheScanEventsHaveTheirEffectAtOnce ) {
    EXPECT_EQ( output->lagToPorts(), 0u ); // an entry goes with its last member
 }
 
+TEST_F( ConfigAggregatorFlow, AnEntryThatComesAnewWhileItsLastMemberGoesStays ) {
+   create();
+   scheduler.settle();
+   configure( 1, 1 );
+   bool once = false;
+   Kiv::Listener< Hardware::Lag::AggregatedLagConfig::memberAttr > meddler(
+         output->lagToPort( po( 1 ) ), [&]( const IntfId & ) {
+            if ( !std::exchange( once, true ) ) {
+               configure( 2, 1 );
+               configure( 2, 0 ); // the entry goes
+               configure( 3, 1 );
+            }
+         } );
+   configure( 1, 0 );
+   EXPECT_EQ( members( 1 ), Ports{ eth( 3 ) } );
+   EXPECT_EQ( aggregator->checkInvariants(), "" );
+}
+
 /** What is replayed, and what is said again, stays where it is. */
 TEST_F( ConfigAggregatorFlow, WhatStaysInItsGroupIsNotTakenOut ) {
    configure( 1, 1 );

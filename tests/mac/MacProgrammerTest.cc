@@ -403,6 +403,24 @@ TEST_F( Mac, ACommandMayBeHandedToASuccessor ) {
    EXPECT_EQ( chip->written, ( std::vector< MacCmdPtr >{ pending, inFlight, full, flush } ) );
 }
 
+/** A chip's own kind of command may carry more, and lies in no other's memory. */
+TEST( MacCmd, ALargerKindHasRoomForItself ) {
+   struct Larger : Qon::IndirectAccessMacCmd {
+      explicit Larger( U8 fill )
+          : IndirectAccessMacCmd( Qon::IndirectAccessMacCmdType::addHost, {}, {}, {} ) {
+         more.fill( fill );
+      }
+      std::array< U8, 4096 > more;
+   };
+   std::vector< Velto::Ptr< Larger > > all;
+   for ( U8 n = 0; n < 100; ++n ) {
+      all.push_back( Velto::make< Larger >( n ) );
+   }
+   for ( U8 n = 0; n < 100; ++n ) {
+      EXPECT_EQ( std::count( all[n]->more.begin(), all[n]->more.end(), n ), 4096 );
+   }
+}
+
 TEST_F( Mac, ACommandThatIsHandedInAgainIsAnotherTransaction ) {
    auto cmd = addHost( 1 );
    chip->handleAddrOp( cmd );

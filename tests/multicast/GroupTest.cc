@@ -15,6 +15,7 @@ TEST( BitmapTest, EqualByItsBits ) {
    Bitmap small{ 1, 5 }, large{ 1, 5, 700 };
    EXPECT_NE( small, large );
    EXPECT_LT( small, large );
+   EXPECT_LT( large, ( Bitmap{ 2, 5, 700 } ) ); // the greatest is in both
    EXPECT_TRUE( large.contains( small ) );
    EXPECT_FALSE( small.contains( large ) );
    large.bitIs( 700, false );

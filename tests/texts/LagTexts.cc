@@ -92,7 +92,7 @@ TEST_F( LagTexts, NoTraceWithoutAChange ) {
             acsd->intfIs( eth( 8 ), true );
             acsd->intfDel( eth( 8 ) );
          },
-         { "invalid", "deviceName" } );
+         { "invalid", "deviceName", "shares  members" } );
 }
 
 class LagCreatorTexts : public LagTexts {
