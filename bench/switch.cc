@@ -17,6 +17,7 @@
 #include "agent/Events.h"
 #include "agent/softchip/Chip.h"
 #include "bench/Ratio.h"
+#include "bench/Turns.h"
 #include "platform/Kiv/EventLoop.h"
 #include "platform/Kiv/LogRecorder.h"
 
@@ -158,17 +159,6 @@ resident() {
    return pages * 4096 / ( 1 << 20 );
 }
 
-/** How long the longest turn was, by the processor's time. */
-class Turns : public Kiv::TurnWatch {
- public:
-   double longest = 0;
-
- private:
-   void turnBegins() override { began_ = Bench::spent(); }
-   void turnEnds( bool ) override { longest = std::max( longest, Bench::spent() - began_ ); }
-   double began_ = 0;
-};
-
 class Switch {
  public:
    Switch() { scheduler.turnWatchIs( &turns ); }
@@ -201,7 +191,7 @@ class Switch {
    SoftChip::Chip chip{ scheduler, shape() };
    QonAgent::Agent agent{ scheduler, chip };
    QonAgent::Events events{ agent };
-   Turns turns;
+   Bench::Turns turns;
 };
 
 std::unique_ptr< Switch > standing; // what start() leaves for the changes
