@@ -2,19 +2,17 @@
 // Times a short operation and its floor in the same run. What counts is the processor's time for this
 // thread: others that run meanwhile do not.
 
-#include <time.h>
-
 #include <algorithm>
 #include <vector>
 
+#include "bench/Machine.h"
+
 namespace Bench {
 
-/** The processor's time for this thread, in nanoseconds. */
-inline double
-spent() {
-   timespec now;
-   clock_gettime( CLOCK_THREAD_CPUTIME_ID, &now );
-   return double( now.tv_sec ) * 1e9 + double( now.tv_nsec );
+/** So many instead of `calls` or `rounds`: what is counted does not vary, and is slow. */
+inline long
+fewer( long wanted, long counted ) {
+   return counts() ? std::min( wanted, counted ) : wanted;
 }
 
 /** Nanoseconds a call of `f`: the best of several rounds of `calls` calls. */
@@ -22,6 +20,8 @@ template< class F >
 double
 nsPerCall( F && f, long calls = 2000000, int rounds = 5 ) {
    double best = 1e300;
+   calls = fewer( calls, 1000 );
+   rounds = int( fewer( rounds, 1 ) );
    for ( int r = 0; r < rounds; ++r ) {
       const double start = spent();
       for ( long i = 0; i < calls; ++i ) {
@@ -63,6 +63,7 @@ template< class Ours, class Floor >
 Compared
 compared( Ours && ours, Floor && floor, long calls, int rounds = 51 ) {
    Rounds all;
+   rounds = int( fewer( rounds, 3 ) );
    for ( int r = 0; r < rounds; ++r ) {
       const double first = nsPerCall( ours, calls, 1 );
       all.add( first, nsPerCall( floor, calls, 1 ) );

@@ -24,12 +24,6 @@ using Qon::NextHop;
 using Qon::NextHopCollection;
 using Qon::PlatformApi::ViaListDedupTable;
 
-U64
-bytesInUse() {
-   auto info = mallinfo2();
-   return info.uordblks + info.hblkhd;
-}
-
 /** The vias of all lists; as many as a large switch has neighbours. */
 struct Vias {
    Vias() {
@@ -289,7 +283,7 @@ aMillionFecs( benchmark::State & state ) {
       ViaListDedupTable table;
       std::vector< NextHopCollection > all;
       all.reserve( fecs );
-      const U64 before = bytesInUse();
+      const U64 before = Bench::bytesInUse();
       double consolidation = 0;
       for ( U32 i = 0; i < fecs; i += lists ) {
          for ( U32 j = 0; j < lists; ++j ) {
@@ -304,7 +298,7 @@ aMillionFecs( benchmark::State & state ) {
       malloc_trim( 0 );
       state.counters["lists"] = table.viaLists();
       state.counters["ns_consolidation"] = consolidation / fecs;
-      state.counters["bytes_a_fec"] = double( bytesInUse() - before ) / fecs;
+      state.counters["bytes_a_fec"] = double( Bench::bytesInUse() - before ) / fecs;
       state.counters["bytes_own_record"] = sizeof( NextHopCollection );
    }
 }
@@ -385,7 +379,7 @@ aMillionAdjacencies( benchmark::State & state ) {
    for ( auto _ : state ) {
       std::vector< Velto::Ptr< L2Adjacency > > all;
       all.reserve( count );
-      const U64 before = bytesInUse();
+      const U64 before = Bench::bytesInUse();
       const double ns = Bench::nsOf( [&] {
          for ( U32 i = 0; i < count; ++i ) {
             all.push_back( Velto::make< L2Adjacency >( Qon::L2AdjKey() ) );
@@ -394,7 +388,7 @@ aMillionAdjacencies( benchmark::State & state ) {
          }
       } );
       state.counters["ns_each"] = ns / count;
-      state.counters["bytes_each"] = double( bytesInUse() - before ) / count;
+      state.counters["bytes_each"] = double( Bench::bytesInUse() - before ) / count;
       state.counters["bytes_object"] = sizeof( L2Adjacency );
    }
 }

@@ -4,12 +4,12 @@
 
 #include <benchmark/benchmark.h>
 
-#include <ctime>
 #include <unordered_map>
 #include <vector>
 
 #include "Qon/include/lag/QonEthPhyLagConfigAggregatorSm.h"
 #include "Qon/include/lag/QonLagSm.h"
+#include "bench/Ratio.h"
 
 namespace {
 
@@ -18,20 +18,7 @@ using Velto::Ptr;
 
 constexpr U32 membersOfLag = 16;
 
-/** Processor time in ns: what others do on the machine does not count. */
-double
-processorTime() {
-   timespec now;
-   clock_gettime( CLOCK_THREAD_CPUTIME_ID, &now );
-   return double( now.tv_sec ) * 1e9 + double( now.tv_nsec );
-}
-template< class F >
-double
-nsOf( F && f ) {
-   const double start = processorTime();
-   f();
-   return processorTime() - start;
-}
+using Bench::nsOf;
 
 IntfId
 po( U32 lag ) {

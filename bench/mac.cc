@@ -13,8 +13,6 @@
 // look at the clock. `bytes` is what a pending command takes, with its places in all collections.
 
 #include <benchmark/benchmark.h>
-#include <malloc.h>
-#include <time.h>
 
 #include <algorithm>
 #include <deque>
@@ -24,6 +22,7 @@
 #include <vector>
 
 #include "Qon/include/mac/QonChipProgrammer.h"
+#include "bench/Ratio.h"
 #include "platform/Kiv/Rng.h"
 
 namespace {
@@ -297,23 +296,6 @@ class Standard {
 
 // Measuring
 
-double
-wall() {
-   return Kiv::now() * 1e9;
-}
-/** Of the allocator, its own headers included. */
-U64
-bytesInUse() {
-   auto info = mallinfo2();
-   return info.uordblks + info.hblkhd;
-}
-double
-processor() {
-   timespec t;
-   clock_gettime( CLOCK_THREAD_CPUTIME_ID, &t );
-   return double( t.tv_sec ) * 1e9 + double( t.tv_nsec );
-}
-
 struct Costs { // ns a command; the best of several rounds
    double accept = 1e9, write = 1e9, response = 1e9, poll = 1e9, all = 1e9, retry = 1e9;
    double bytes = 0;
@@ -339,9 +321,9 @@ class Round {
 
    template< class Work >
    double timed( Work && work ) {
-      double start = wall();
+      double start = Bench::spent();
       work();
-      double took = ( wall() - start ) / items_;
+      double took = ( Bench::spent() - start ) / items_;
       sum_ += took;
       return took;
    }
@@ -350,9 +332,9 @@ class Round {
    double slices( P & p, void ( P::*run )(), U32 ( P::*left )() const ) {
       return timed( [&] {
          while ( ( p.*left )() ) {
-            double start = processor();
+            double start = Bench::threadTime();
             ( p.*run )();
-            longest_ = std::max( longest_, processor() - start );
+            longest_ = std::max( longest_, Bench::threadTime() - start );
          }
       } );
    }
@@ -373,13 +355,13 @@ template< class P >
 void
 wholeWay( Costs & c, const std::vector< MacEntryKey > & keys, P & p ) {
    Round round( U32( keys.size() ) );
-   U64 before = bytesInUse();
+   U64 before = Bench::bytesInUse();
    least( c.accept, round.timed( [&] {
       for ( auto & key : keys ) {
          p.accept( key, 7 );
       }
    } ) );
-   c.bytes = double( bytesInUse() - before ) / double( keys.size() );
+   c.bytes = double( Bench::bytesInUse() - before ) / double( keys.size() );
    least( c.write, round.slices( p, &P::drain, &P::pending ) );
    least( c.response, round.timed( [&] {
       for ( U64 id : chip.ids ) {

@@ -4,7 +4,6 @@
 // change. The floor is a map of bitmaps by hand, told by the same status, with the same virtual calls.
 
 #include <benchmark/benchmark.h>
-#include <malloc.h>
 
 #include <array>
 
@@ -196,11 +195,6 @@ struct ByHand : Velto::Node {
    Kiv::Watch< Status::vlanStatusAttr, ByHand, &ByHand::handleVlan > watch;
 };
 
-double
-bytesInUse() {
-   return double( mallinfo2().uordblks );
-}
-
 void
 report( benchmark::State & state, const Bench::Compared & c, U32 groups = 1 ) {
    state.counters["ns"] = c.ours / groups;
@@ -227,9 +221,9 @@ createToSynced( benchmark::State & state ) {
    for ( auto _ : state ) {
       Framework f;
       f.settle();
-      const double before = bytesInUse();
+      const double before = double( Bench::bytesInUse() );
       const double ours = createAll( f, groups, sets );
-      bytes = ( bytesInUse() - before ) / groups;
+      bytes = ( double( Bench::bytesInUse() ) - before ) / groups;
       rounds.add( ours, createAll( *Velto::make< ByHand >(), groups, sets ) );
    }
    report( state, rounds.result(), groups );

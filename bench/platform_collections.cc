@@ -8,12 +8,12 @@
 #include <malloc.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdlib>
 #include <new>
 #include <unordered_map>
 #include <vector>
 
+#include "bench/Ratio.h"
 #include "platform/Kiv/DenseMap.h"
 #include "platform/Kiv/Rng.h"
 
@@ -111,19 +111,12 @@ struct Costs {
    double longest = 0;                                                      // insert, ns
 };
 
-double
-nanoseconds() {
-   return std::chrono::duration< double, std::nano >(
-                std::chrono::steady_clock::now().time_since_epoch() )
-         .count();
-}
-
 template< class Work >
 void
 measure( double & best, U32 items, Work work ) {
-   double start = nanoseconds();
+   double start = Bench::spent();
    work();
-   best = std::min( best, ( nanoseconds() - start ) / items );
+   best = std::min( best, ( Bench::spent() - start ) / items );
 }
 
 /** The longest insert. Every round does the same, so what an insert takes in all of them is its own
@@ -135,9 +128,9 @@ longestInsert( const std::vector< K > & keys ) {
    for ( U32 round = 0; round < 5; ++round ) {
       Map map;
       for ( U32 i = 0; i < keys.size(); ++i ) {
-         double start = nanoseconds();
+         double start = Bench::wallTime();
          map.emplace( keys[i], 1u );
-         least[i] = std::min( least[i], float( nanoseconds() - start ) );
+         least[i] = std::min( least[i], float( Bench::wallTime() - start ) );
       }
    }
    return *std::max_element( least.begin(), least.end() );
@@ -267,7 +260,7 @@ churn( benchmark::State & state, bool oldestFirst ) {
          keyAt( i, keys[i] );
          map.emplace( keys[i], i );
       }
-      double start = nanoseconds();
+      double start = Bench::spent();
       for ( U32 i = 0; i < steps; ++i ) {
          U64 & key = keys[oldestFirst ? i % held : random() % held];
          map.erase( key );
@@ -275,7 +268,7 @@ churn( benchmark::State & state, bool oldestFirst ) {
          map.emplace( key, i );
          most = std::max( most, bytesInUse - before );
       }
-      state.counters["ns_a_step"] = ( nanoseconds() - start ) / steps;
+      state.counters["ns_a_step"] = ( Bench::spent() - start ) / steps;
       state.counters["most_bytes_an_entry"] = double( most ) / held;
    }
 }

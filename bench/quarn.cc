@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <ctime>
 #include <vector>
 
 #include "bench/Ratio.h"
@@ -43,13 +42,6 @@ using namespace QuarnBench;
 using Table = Quarn::TableOf< 2, 4 >;
 using View = Quarn::ViewOf< 2, 4 >;
 constexpr Quarn::TableType type = Quarn::tableType< Key, Value >();
-
-double
-wallNow() {
-   timespec now;
-   clock_gettime( CLOCK_MONOTONIC, &now );
-   return double( now.tv_sec ) * 1e9 + double( now.tv_nsec );
-}
 
 /** Keys in no order. */
 std::vector< Key >
@@ -150,9 +142,9 @@ grow( benchmark::State & state ) {
       Table timed( nullptr, "bench", { U32( keys.size() ) }, type );
       longest = 0;
       for ( const Key & key : keys ) {
-         const double before = Bench::spent();
+         const double before = Bench::threadTime();
          timed.valueIs( Quarn::wordsOf( key ), Quarn::wordsOf( Value{ 1, 1 } ) );
-         longest = std::max( longest, Bench::spent() - before );
+         longest = std::max( longest, Bench::threadTime() - before );
       }
    }
    state.counters["ns_an_entry"] = ns;
@@ -252,7 +244,7 @@ bareWakes() {
    const pid_t child = childThat( [&] {
       while ( true ) {
          poll( nullptr, 0, 1 );
-         const double now = wallNow();
+         const double now = Bench::wallTime();
          if ( write( ends[1], &now, sizeof( now ) ) < 0 ) {
             return;
          }
@@ -262,7 +254,7 @@ bareWakes() {
    double sent;
    while ( times.size() < samples && poll( &wait, 1, 1000 ) == 1 &&
            read( ends[0], &sent, sizeof( sent ) ) > 0 ) {
-      times.push_back( wallNow() - sent );
+      times.push_back( Bench::wallTime() - sent );
    }
    kill( child, SIGKILL );
    waitpid( child, nullptr, 0 );
@@ -274,7 +266,7 @@ bareWakes() {
 struct Latency : Quarn::Follower< Key, Value > {
    using Follower::Follower;
    void handleValue( const Key &, const Value & value ) override {
-      times.push_back( wallNow() - double( value.a ) );
+      times.push_back( Bench::wallTime() - double( value.a ) );
    }
    void handleValueDel( const Key & ) override {}
    std::vector< double > times;
@@ -292,7 +284,7 @@ wake( benchmark::State & state ) {
          writer.completeIs( true );
          while ( true ) {
             poll( nullptr, 0, 1 );
-            writer.valueIs( Key{ 1 }, Value{ U64( wallNow() ), 0 } );
+            writer.valueIs( Key{ 1 }, Value{ U64( Bench::wallTime() ), 0 } );
             loop.runOnce( 0 ); // the end of the turn
          }
       } );

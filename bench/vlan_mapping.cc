@@ -4,7 +4,6 @@
 // of a whole interface; the initial sync of the second generation.
 
 #include <benchmark/benchmark.h>
-#include <malloc.h>
 
 #include "Qon/include/vlanmapping/QonVlanMappingSm.h"
 #include "Qon/include/vlanmapping/QonVlanMappingSm2.h"
@@ -170,11 +169,6 @@ class Floor {
    std::unique_ptr< Hardware > hardware_ = std::make_unique< QuickHardware >();
 };
 
-std::size_t
-inUse() {
-   return mallinfo2().uordblks;
-}
-
 /** Every key once, in an order that is not that of the tables. */
 template< class Act >
 double
@@ -230,11 +224,11 @@ bytesAKey( U32 keys ) {
    for ( U32 port = 0; port <= ( keys - 1 ) / keysOfPort; ++port ) {
       cli.push_back( w.config->switchIntfConfigIs( eth( port ) ) );
    }
-   const std::size_t before = inUse();
+   const U64 before = Bench::bytesInUse();
    eachKey( keys, [&]( U32 port, U32 vlan ) {
       cli[port]->ingressVlanXlateIs( { U16( vlan ), 0 }, { 100, 0 } );
    } );
-   return double( inUse() - before ) / keys;
+   return double( Bench::bytesInUse() - before ) / keys;
 }
 
 void
