@@ -30,6 +30,7 @@ class Base : public Kiv::Entity {
    KIV_ATTR( String, text, "x" )
  public:
    explicit Base( const String & name ) : Kiv::Entity( name ) {}
+   static void * operator new( std::size_t size ) { return ::operator new( size ); }
    /** Leaves nothing behind that whoever reads a dead entity could take for one that lives. */
    static void operator delete( void * memory, std::size_t size ) {
       auto bytes = static_cast< volatile U8 * >( memory );
